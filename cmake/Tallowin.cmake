@@ -1,0 +1,54 @@
+# Build rules shared by every folder: the language, the warnings, and one function per kind of target.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+
+add_compile_options(-Wall -Wextra -Werror $<$<COMPILE_LANGUAGE:CXX>:-Wconversion>
+                    $<$<COMPILE_LANGUAGE:CXX>:-Wshadow> $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+
+if(TALLOWIN_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+if(TALLOWIN_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+if(CMAKE_BUILD_TYPE STREQUAL "Debug")
+  # Line tables are enough for a sanitizer's report and halve the time to link.
+  add_compile_options(-g1 -Og)
+endif()
+
+find_program(TALLOWIN_CCACHE ccache)
+if(TALLOWIN_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${TALLOWIN_CCACHE})
+endif()
+
+# tallowin_library(NAME [lower folders ...]): the folder's static library, target tallowin_NAME.
+# Public headers are included by their path below src/, as in "disk/disk_device.h".
+function(tallowin_library name)
+  file(GLOB sources CONFIGURE_DEPENDS *.cpp)
+  list(TRANSFORM ARGN PREPEND tallowin_ OUTPUT_VARIABLE dependencies)
+  if(NOT sources)
+    add_library(tallowin_${name} INTERFACE)
+    target_link_libraries(tallowin_${name} INTERFACE ${dependencies})
+    return()
+  endif()
+  add_library(tallowin_${name} STATIC ${sources})
+  target_include_directories(tallowin_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(tallowin_${name} PUBLIC ${dependencies})
+endfunction()
+
+# tallowin_test(NAME [libraries ...]): all *_test.cpp of the folder in one GoogleTest program.
+# Each test becomes a CTest test, so a failure is named in the closing lines.
+function(tallowin_test name)
+  file(GLOB sources CONFIGURE_DEPENDS *_test.cpp)
+  list(TRANSFORM ARGN PREPEND tallowin_ OUTPUT_VARIABLE libraries)
+  add_executable(${name}_tests ${sources})
+  target_include_directories(${name}_tests PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(${name}_tests PRIVATE ${libraries} tallowin_test_support GTest::gtest_main)
+  gtest_discover_tests(${name}_tests DISCOVERY_MODE PRE_TEST TEST_PREFIX "${name}." PROPERTIES
+                       TIMEOUT 600 SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+endfunction()
