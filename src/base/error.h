@@ -1,0 +1,56 @@
+// The system's error codes: small integers, 0 meaning success, shared by all engines.
+#pragma once
+
+#include "base/types.h"
+
+namespace tallowin {
+
+// Two names with one number are two meanings of the same code in different families; which
+// one a function answers is stated where it is declared. `cancelled` is never shown.
+enum class [[nodiscard]] Error : u32 {
+  none = 0,
+  cancelled = 1,
+  outOfMemory = 2,
+  read = 3,
+  write = 4,
+  fileSystemUnreadable = 5,
+  cannotOpenForReading = 6,
+  noSuchFile = 8,
+  tableNotUpdated = 9,
+  unsupportedFileSystem = 10,
+  outsideUsableArea = 11,
+  invalidSizeForType = 13,
+  invalidVolume = 15,
+  sizeNotPossible = 16,
+  deviceNotOpened = 17,
+  writeFailed = 18,
+  sectorReadFailed = 18,     // identification
+  geometryNotAvailable = 18,  // opening a drive
+  noSpaceLeft = 32,
+  fileTooLarge = 63,
+  unknownDriveClass = 63,
+  imageTableFull = 63,
+  notThisFormat = 64,
+  tooManyOpenDrives = 65,
+  noFreeEntry = 65,
+  lockNotMade = 68,
+  unsupportedForm = 76,
+  cannotCreate = 77,
+  seekFailed = 78,
+  scanStopped = 86,
+  notAFileSystem = 89,
+  corrupt = 94,
+  clearingFailed = 99,
+};
+
+constexpr u32 codeOf(Error error) { return static_cast<u32>(error); }
+
+// An error with the phase in which a long operation stopped.
+struct [[nodiscard]] Outcome {
+  Error code = Error::none;
+  u32 phase = 0;
+
+  bool ok() const { return code == Error::none; }
+};
+
+}  // namespace tallowin

@@ -1,0 +1,96 @@
+#include "support/oracle.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+
+namespace tallowin {
+namespace {
+
+constexpr std::array kFolders = {"/usr/sbin", "/sbin", "/usr/bin", "/bin", "/usr/local/bin"};
+
+std::string findProgram(const std::string& name) {
+  if (name.find('/') != std::string::npos) return ::access(name.c_str(), X_OK) == 0 ? name : "";
+  for (const char* folder : kFolders) {
+    std::string path = std::string(folder) + "/" + name;
+    if (::access(path.c_str(), X_OK) == 0) return path;
+  }
+  return {};
+}
+
+[[noreturn]] void becomeProgram(const std::string& path, const std::vector<std::string>& command,
+                                int input, int output) {
+  ::dup2(input, STDIN_FILENO);
+  ::dup2(output, STDOUT_FILENO);
+  ::dup2(output, STDERR_FILENO);
+  std::vector<char*> arguments;
+  for (const std::string& part : command) arguments.push_back(const_cast<char*>(part.c_str()));
+  arguments.push_back(nullptr);
+  ::setenv("LC_ALL", "C", 1);
+  ::execv(path.c_str(), arguments.data());
+  ::_exit(127);
+}
+
+// Feeds `input` and collects the output until both ends are closed.
+std::string exchange(int toProgram, int fromProgram, const std::string& input) {
+  std::string output;
+  std::size_t sent = 0;
+  ::fcntl(toProgram, F_SETFL, O_NONBLOCK);
+  if (input.empty()) {
+    ::close(toProgram);
+    toProgram = -1;
+  }
+  while (true) {
+    std::array<pollfd, 2> waits{{{fromProgram, POLLIN, 0}, {toProgram, POLLOUT, 0}}};
+    ::poll(waits.data(), waits.size(), -1);
+    if (waits[1].revents != 0) {
+      const ssize_t wrote = ::write(toProgram, input.data() + sent, input.size() - sent);
+      if (wrote > 0) sent += static_cast<std::size_t>(wrote);
+      if (wrote <= 0 || sent == input.size()) {
+        ::close(toProgram);
+        toProgram = -1;
+      }
+    }
+    if (waits[0].revents != 0) {
+      std::array<char, 65536> piece;
+      const ssize_t got = ::read(fromProgram, piece.data(), piece.size());
+      if (got <= 0) break;
+      output.append(piece.data(), static_cast<std::size_t>(got));
+    }
+  }
+  if (toProgram >= 0) ::close(toProgram);
+  return output;
+}
+
+}  // namespace
+
+bool hasProgram(const std::string& name) { return !findProgram(name).empty(); }
+
+bool isRoot() { return ::geteuid() == 0; }
+
+ProgramResult runProgram(const std::vector<std::string>& command, const std::string& input) {
+  const std::string path = findProgram(command.front());
+  if (path.empty()) return {-1, command.front() + " is not installed"};
+  std::array<int, 2> in{};
+  std::array<int, 2> out{};
+  if (::pipe2(in.data(), O_CLOEXEC) != 0 || ::pipe2(out.data(), O_CLOEXEC) != 0) return {};
+  const auto previous = std::signal(SIGPIPE, SIG_IGN);
+  const pid_t child = ::fork();
+  if (child == 0) becomeProgram(path, command, in[0], out[1]);
+  ::close(in[0]);
+  ::close(out[1]);
+  ProgramResult result;
+  result.output = exchange(in[1], out[0], input);
+  ::close(out[0]);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  std::signal(SIGPIPE, previous);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return result;
+}
+
+}  // namespace tallowin

@@ -1,0 +1,20 @@
+// Independent programs as judges of what the engines write.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tallowin {
+
+struct ProgramResult {
+  int status = -1;     // exit status; -1 when it could not be started
+  std::string output;  // standard output and standard error together
+};
+
+// Runs a program without a shell, found along PATH and in the sbin folders. `input` goes to its
+// standard input.
+ProgramResult runProgram(const std::vector<std::string>& command, const std::string& input = {});
+bool hasProgram(const std::string& name);
+bool isRoot();
+
+}  // namespace tallowin
