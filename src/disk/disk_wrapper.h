@@ -1,0 +1,38 @@
+// The base of disks that stand on another disk and change one thing about it.
+#pragma once
+
+#include "disk/disk_device.h"
+
+namespace tallowin {
+
+// Forwards everything to `inner`, which it borrows. A derived class overrides the transfers.
+class DiskWrapper : public DiskDevice {
+ public:
+  explicit DiskWrapper(DiskDevice& inner) : DiskDevice(inner.traits()), inner_(inner) {}
+
+  bool flush() override { return inner_.flush(); }
+  void dropCaches() override { inner_.dropCaches(); }
+  std::optional<u64> sectorCount() override { return inner_.sectorCount(); }
+  std::string displayName() override { return inner_.displayName(); }
+  std::string model() override { return inner_.model(); }
+  std::string serial() override { return inner_.serial(); }
+  bool firmwareGeometry(Geometry& geometry) override { return inner_.firmwareGeometry(geometry); }
+  u32 biosNumber() override { return inner_.biosNumber(); }
+  bool lockForChange() override { return inner_.lockForChange(); }
+  void unlockAfterChange() override { inner_.unlockAfterChange(); }
+  KernelTable tellKernel(std::span<const KernelPartition> wanted) override {
+    return inner_.tellKernel(wanted);
+  }
+
+ protected:
+  bool transferIn(u64 lba, void* buffer, u32 count) override {
+    return inner_.readSectors(lba, buffer, count);
+  }
+  bool transferOut(u64 lba, const void* buffer, u32 count) override {
+    return inner_.writeSectors(lba, buffer, count);
+  }
+
+  DiskDevice& inner_;
+};
+
+}  // namespace tallowin

@@ -1,0 +1,116 @@
+#include "disk/memory_disk.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kPageBytes = 64 * kKiB;
+
+bool allZero(std::span<const u8> bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](u8 byte) { return byte == 0; });
+}
+
+// Calls piece(page number, offset in the page, offset in the run, length) over a byte run.
+template <typename Piece>
+void forEachPage(u64 offset, u64 length, Piece piece) {
+  for (u64 done = 0; done < length;) {
+    const u64 inPage = (offset + done) % kPageBytes;
+    const u64 take = std::min(kPageBytes - inPage, length - done);
+    piece((offset + done) / kPageBytes, inPage, done, take);
+    done += take;
+  }
+}
+
+}  // namespace
+
+MemoryDisk::MemoryDisk(u64 sectors, u32 sectorSizeBytes) : sectors_(sectors) {
+  traits_.sectorSizeBytes = sectorSizeBytes;
+  traits_.path = "memory";
+}
+
+MemoryDisk::MemoryDisk(MemoryDisk&& other) noexcept
+    : DiskDevice(other.traits_),
+      sectors_(other.sectors_),
+      geometry_(other.geometry_),
+      biosNumber_(other.biosNumber_),
+      pages_(std::move(other.pages_)) {}
+
+bool MemoryDisk::transferIn(u64 lba, void* buffer, u32 count) {
+  if (!inside(lba, count)) return false;
+  auto* out = static_cast<u8*>(buffer);
+  forEachPage(lba * sectorSize(), u64{count} * sectorSize(),
+              [&](u64 page, u64 inPage, u64 done, u64 take) {
+                const auto found = pages_.find(page);
+                if (found == pages_.end()) {
+                  std::memset(out + done, 0, take);
+                } else {
+                  std::memcpy(out + done, found->second.data() + inPage, take);
+                }
+              });
+  return true;
+}
+
+bool MemoryDisk::transferOut(u64 lba, const void* buffer, u32 count) {
+  if (!inside(lba, count)) return false;
+  const auto* in = static_cast<const u8*>(buffer);
+  forEachPage(lba * sectorSize(), u64{count} * sectorSize(),
+              [&](u64 page, u64 inPage, u64 done, u64 take) {
+                auto found = pages_.find(page);
+                if (found == pages_.end()) {
+                  if (allZero({in + done, take})) return;
+                  found = pages_.emplace(page, std::vector<u8>(kPageBytes)).first;
+                }
+                std::memcpy(found->second.data() + inPage, in + done, take);
+              });
+  return true;
+}
+
+bool MemoryDisk::zeroFast(u64 lba, u64 count) {
+  if (!inside(lba, count)) return false;
+  const u64 first = lba * sectorSize();
+  const u64 end = first + count * sectorSize();
+  for (auto page = pages_.lower_bound(first / kPageBytes);
+       page != pages_.end() && page->first * kPageBytes < end; ++page) {
+    const u64 pageStart = page->first * kPageBytes;
+    const u64 from = std::max(first, pageStart) - pageStart;
+    const u64 to = std::min(end, pageStart + kPageBytes) - pageStart;
+    std::memset(page->second.data() + from, 0, to - from);
+  }
+  return true;
+}
+
+std::vector<u8> MemoryDisk::sector(u64 lba) {
+  std::vector<u8> bytes(sectorSize());
+  static_cast<void>(transferIn(lba, bytes.data(), 1));
+  return bytes;
+}
+
+void MemoryDisk::setSector(u64 lba, std::span<const u8> bytes) {
+  std::vector<u8> whole(sectorSize());
+  std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), whole.size()), whole.begin());
+  static_cast<void>(transferOut(lba, whole.data(), 1));
+}
+
+bool MemoryDisk::sameContent(MemoryDisk& other) {
+  if (sectors_ != other.sectors_ || sectorSize() != other.sectorSize()) return false;
+  const auto coveredBy = [](const MemoryDisk& a, const MemoryDisk& b) {
+    return std::all_of(a.pages_.begin(), a.pages_.end(), [&](const auto& page) {
+      const auto found = b.pages_.find(page.first);
+      return found == b.pages_.end() ? allZero(page.second) : page.second == found->second;
+    });
+  };
+  return coveredBy(*this, other) && coveredBy(other, *this);
+}
+
+MemoryDisk MemoryDisk::copy() const {
+  MemoryDisk result(sectors_, traits_.sectorSizeBytes);
+  result.traits_ = traits_;
+  result.geometry_ = geometry_;
+  result.biosNumber_ = biosNumber_;
+  result.pages_ = pages_;
+  return result;
+}
+
+}  // namespace tallowin

@@ -1,0 +1,48 @@
+// A disk in memory, sparse: only what was written takes room.
+#pragma once
+
+#include <map>
+#include <vector>
+
+#include "disk/disk_device.h"
+
+namespace tallowin {
+
+class MemoryDisk : public DiskDevice {
+ public:
+  MemoryDisk(u64 sectors, u32 sectorSizeBytes = 512);
+
+  bool flush() override { return true; }
+  std::optional<u64> sectorCount() override { return sectors_; }
+  bool firmwareGeometry(Geometry& geometry) override {
+    geometry = geometry_;
+    return true;
+  }
+  u32 biosNumber() override { return biosNumber_; }
+
+  void setGeometry(Geometry geometry) { geometry_ = geometry; }
+  void setBiosNumber(u32 number) { biosNumber_ = number; }
+  void setName(std::string name) { traits_.path = std::move(name); }
+
+  std::vector<u8> sector(u64 lba);
+  void setSector(u64 lba, std::span<const u8> bytes);
+  // Same size and same bytes everywhere.
+  bool sameContent(MemoryDisk& other);
+  MemoryDisk copy() const;
+  MemoryDisk(MemoryDisk&& other) noexcept;
+
+ protected:
+  bool transferIn(u64 lba, void* buffer, u32 count) override;
+  bool transferOut(u64 lba, const void* buffer, u32 count) override;
+  bool zeroFast(u64 lba, u64 count) override;
+
+ private:
+  bool inside(u64 lba, u64 count) const { return lba <= sectors_ && count <= sectors_ - lba; }
+
+  u64 sectors_;
+  Geometry geometry_{1023, 254, 63};
+  u32 biosNumber_ = 0x80;
+  std::map<u64, std::vector<u8>> pages_;  // page number -> page bytes
+};
+
+}  // namespace tallowin
