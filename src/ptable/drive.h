@@ -1,0 +1,151 @@
+// One opened disk with its partition table: the model that every flow works on.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "app/settings/alignment.h"
+#include "base/error.h"
+#include "base/geometry.h"
+#include "base/host.h"
+#include "disk/disk_device.h"
+#include "ptable/partition_entry.h"
+
+namespace tallowin {
+
+enum DriveFlags : u32 {
+  kDriveReadVolumes = 0x1,        // always set when a front end opens a drive
+  kDrivePreferLabels = 0x2,       // setting VolumeLabels
+  kDriveEmbr = 0x8,
+  kDriveChanged = 0x10,           // by a commit; the model must be read again
+  kDriveReread = 0x20,            // read again; the views must be refilled
+  kDriveGpt = 0x40,
+  kDriveAligned1MiB = 0x80,       // detected
+  kDriveSequentialIds = 0x100,    // setting SeqVolID
+  kDriveWholeDiskAllowed = 0x200, // always set when a front end opens a drive
+  kDriveAlignOnEnd = 0x400,       // settings AlignOnEnd, AlignEndHS, AlignHSOnTrunc
+  kDriveChsForceEnd = 0x800,
+  kDriveChsEndIfTruncated = 0x1000,
+  kDriveGeometryModeMask = 0x700000,
+};
+inline constexpr u32 kDriveGeometryModeShift = 20;
+
+enum class Scheme { mbr, gpt, embr, wholeDisk };
+
+// Reads the label of the file system in a partition; empty when there is none. Registered by
+// the folders above, which know file systems.
+using LabelReader = std::function<std::string(DiskDevice&, const PartitionEntry&)>;
+
+struct DriveOpenOptions {
+  u32 flags = kDriveReadVolumes | kDriveWholeDiskAllowed;
+  Geometry geometryOverride;  // zero fields keep the computed value
+  i64 alignment = AlignmentRules::kDefaultUnit;
+  u32 driveNumber = 0;  // class in bits 16..23, index in bits 0..14
+  LabelReader labelReader;
+};
+
+struct SectorRegion {
+  u64 first = 0;
+  u64 last = 0;  // inclusive
+};
+
+// The disk is shared with the drive-handle table; the drive owns its table and all entries.
+// After every commit or removal the entries on hand are stale: reread() replaces them.
+class Drive {
+ public:
+  // Never fails because of what is on the disk; outOfMemory, geometryNotAvailable (also: the
+  // size cannot be found out).
+  static Error open(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpenOptions& options,
+                    std::unique_ptr<Drive>& drive);
+
+  DiskDevice& disk() { return *disk_; }
+  const PartitionTable& table() const { return *table_; }
+  PartitionTable& table() { return *table_; }
+  Scheme scheme() const;
+  // "MBR", "GPT", "EMBR" or "VOL".
+  const char* schemeName() const;
+  bool isGpt() const { return (flags_ & kDriveGpt) != 0; }
+  bool isEmbr() const { return (flags_ & kDriveEmbr) != 0; }
+
+  u32 diskSignature() const { return diskSignature_; }
+  const Guid& diskGuid() const { return diskGuid_; }
+  const Geometry& geometry() const { return geometry_; }
+  u64 lastChsSector() const { return lastChsSector_; }
+  u64 firstUsableSector() const { return firstUsableSector_; }
+  u64 lastUsableSector() const { return lastUsableSector_; }
+  u64 lastLba() const { return lastLba_; }
+  u32 sectorSize() const { return disk_->sectorSize(); }
+  u32 flags() const { return flags_; }
+  void setFlags(u32 mask, u32 value) { flags_ = (flags_ & ~mask) | (value & mask); }
+  u32 driveNumber() const { return driveNumber_; }
+  // 0x80..; the drive is shown as HDn with n = this - 0x80.
+  u8 biosNumber() const { return biosNumber_; }
+
+  // Zero fields keep the current value. Returns whether the geometry changed.
+  bool setGeometry(Geometry geometry);
+  // -1, or sectors when positive, or bytes when negative (rounded up to sectors); must be a
+  // power of two and below the last usable sector, else false and nothing changes.
+  bool setAlignment(i64 value);
+  AlignmentRules alignment() const;
+
+  // Reads the table again; flag kDriveChanged is cleared and kDriveReread set.
+  Error reread();
+
+  // Writes one new entry to the disk. `entry` is a free block of this drive's table whose
+  // extent, type, name and id were set for what it is to become.
+  // read, write: the table on disk is the old one or the new one, never a mixture.
+  // noFreeEntry: all slots are used, nothing was written.
+  Error commit(PartitionEntry& entry);
+  // Removes an entry from the tables on disk; an extended partition goes with its volumes.
+  Error remove(const PartitionEntry& entry);
+  // Writes the type byte of an entry (Format with another kind, hide and unhide).
+  Error changeType(PartitionEntry& entry, u16 type);
+  // Gives the disk a signature when it has none; `value` 0 makes a random one.
+  Error ensureDiskSignature(u32 value = 0);
+  // Flushes, drops what caches hold and tells the kernel about the table on disk.
+  KernelTable settle();
+
+  // Top level and volumes, free blocks included; null when there is none.
+  PartitionEntry* findById(PartitionId id);
+  // The number that the kernel gives the partition: slot + 1, volumes from 5 in chain order,
+  // 0 for a whole-disk volume; nothing for free blocks.
+  std::optional<u32> kernelNumber(const PartitionEntry& entry) const;
+  PartitionEntry* findByKernelNumber(u32 number);
+  // The extended partition that holds a volume or an inner free block; null on the top level.
+  TableEntry* containerOf(const PartitionEntry& entry);
+  u32 partitionCount() const;  // entries and volumes that are not free
+  // Of all used partitions; nothing on an empty disk.
+  std::optional<SectorRegion> usedRegion() const;
+
+  // The free region around an entry: from the first sector after the previous entry to the
+  // last before the next one, else the bounds of the drive or of the extended partition.
+  SectorRegion freeRegionAround(const PartitionEntry& entry);
+  // The gap between a volume's EBR and its first sector; 0 for primaries.
+  u64 volumeGap(const PartitionEntry& entry) const;
+  // `type` in its CHS or LBA variant, by whether `endSector` lies beyond the last CHS sector.
+  u16 typeForEnd(u16 type, u64 endSector) const;
+  // An id for a new entry: `wanted`, raised until it is unique on the drive.
+  PartitionId uniqueId(PartitionId wanted) const;
+
+ private:
+  Drive(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpenOptions& options);
+
+  std::shared_ptr<DiskDevice> disk_;
+  Host& host_;
+  std::unique_ptr<PartitionTable> table_;
+  u32 diskSignature_ = 0;
+  Guid diskGuid_;
+  Geometry geometry_;
+  u64 lastChsSector_ = 0;
+  u64 firstUsableSector_ = 1;
+  u64 lastUsableSector_ = 0;
+  u64 lastLba_ = 0;
+  u32 flags_ = 0;
+  i64 alignment_ = AlignmentRules::kDefaultUnit;
+  u32 driveNumber_ = 0;
+  u8 biosNumber_ = 0x80;
+  LabelReader labelReader_;
+};
+
+}  // namespace tallowin
