@@ -7,6 +7,8 @@ namespace tallowin {
 
 // Two names with one number are two meanings of the same code in different families; which
 // one a function answers is stated where it is declared. `cancelled` is never shown.
+// The layout by hand: the tool takes the attribute for the end of the declaration.
+// clang-format off
 enum class [[nodiscard]] Error : u32 {
   none = 0,
   cancelled = 1,
@@ -42,6 +44,7 @@ enum class [[nodiscard]] Error : u32 {
   corrupt = 94,
   clearingFailed = 99,
 };
+// clang-format on
 
 constexpr u32 codeOf(Error error) { return static_cast<u32>(error); }
 

@@ -97,7 +97,8 @@ bool parseNumber(std::string_view text, u64& value) {
 
 std::string printable(std::string_view text) {
   std::string result(text);
-  std::replace_if(result.begin(), result.end(), [](char c) { return c < 0x20 || c > 0x7E; }, ' ');
+  std::replace_if(
+      result.begin(), result.end(), [](char c) { return c < 0x20 || c > 0x7E; }, ' ');
   return result;
 }
 

@@ -39,8 +39,8 @@ struct DiskTraits {
   u64 deviceNumber = 0;  // st_rdev of a block device
 };
 
-inline constexpr u32 kBiosNumberUnknown = 0;              // not yet determined
-inline constexpr u32 kBiosNumberNoMatch = kAllOnes32;     // no firmware disk matched
+inline constexpr u32 kBiosNumberUnknown = 0;           // not yet determined
+inline constexpr u32 kBiosNumberNoMatch = kAllOnes32;  // no firmware disk matched
 
 // One sector transfer that may be under way beside others: see DiskDevice::begin.
 struct DiskTransfer {
@@ -48,7 +48,7 @@ struct DiskTransfer {
   Direction direction = Direction::read;
   u64 lba = 0;
   void* buffer = nullptr;
-  u32 count = 0;   // sectors; count x sector size is at most the maximum transfer
+  u32 count = 0;    // sectors; count x sector size is at most the maximum transfer
   bool ok = false;  // valid after finish
   u64 ticket = 0;   // owned by the device between begin and finish
 };

@@ -55,7 +55,8 @@ bool RecordingDisk::flush() {
 
 bool RecordingDisk::transferOut(u64 lba, const void* buffer, u32 count) {
   const auto* bytes = static_cast<const u8*>(buffer);
-  log_.add({.isFlush = false, .lba = lba, .bytes = {bytes, bytes + std::size_t{count} * sectorSize()}});
+  log_.add(
+      {.isFlush = false, .lba = lba, .bytes = {bytes, bytes + std::size_t{count} * sectorSize()}});
   return inner_.writeSectors(lba, buffer, count);
 }
 

@@ -15,16 +15,16 @@
 namespace tallowin {
 
 enum DriveFlags : u32 {
-  kDriveReadVolumes = 0x1,        // always set when a front end opens a drive
-  kDrivePreferLabels = 0x2,       // setting VolumeLabels
+  kDriveReadVolumes = 0x1,   // always set when a front end opens a drive
+  kDrivePreferLabels = 0x2,  // setting VolumeLabels
   kDriveEmbr = 0x8,
-  kDriveChanged = 0x10,           // by a commit; the model must be read again
-  kDriveReread = 0x20,            // read again; the views must be refilled
+  kDriveChanged = 0x10,  // by a commit; the model must be read again
+  kDriveReread = 0x20,   // read again; the views must be refilled
   kDriveGpt = 0x40,
-  kDriveAligned1MiB = 0x80,       // detected
-  kDriveSequentialIds = 0x100,    // setting SeqVolID
-  kDriveWholeDiskAllowed = 0x200, // always set when a front end opens a drive
-  kDriveAlignOnEnd = 0x400,       // settings AlignOnEnd, AlignEndHS, AlignHSOnTrunc
+  kDriveAligned1MiB = 0x80,        // detected
+  kDriveSequentialIds = 0x100,     // setting SeqVolID
+  kDriveWholeDiskAllowed = 0x200,  // always set when a front end opens a drive
+  kDriveAlignOnEnd = 0x400,        // settings AlignOnEnd, AlignEndHS, AlignHSOnTrunc
   kDriveChsForceEnd = 0x800,
   kDriveChsEndIfTruncated = 0x1000,
   kDriveGeometryModeMask = 0x700000,

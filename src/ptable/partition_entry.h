@@ -44,11 +44,11 @@ class PartitionEntry {
   // At most 32 characters; bytes outside 0x20..0x7E become blanks.
   void setName(std::string_view text);
 
-  u32 status = 0;       // EntryStatus bits
-  u64 startSector = 0;  // absolute LBA
-  u64 endSector = 0;    // inclusive
-  Guid uniqueGuid;      // GPT only
-  Guid typeGuid;        // GPT only
+  u32 status = 0;                   // EntryStatus bits
+  u64 startSector = 0;              // absolute LBA
+  u64 endSector = 0;                // inclusive
+  Guid uniqueGuid;                  // GPT only
+  Guid typeGuid;                    // GPT only
   i32 tableIndex = kTableIndexNew;  // slot, entry index, or number in the chain
   PartitionId id = 0;
   u8 mbrSlot = kNoMbrSlot;  // for volumes 0 or 1: which EBR entry holds it
