@@ -1,0 +1,121 @@
+// What the main window shows and does, without a widget.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/partition_rows.h"
+#include "app/session.h"
+#include "ops/dialog_model.h"
+#include "ops/front_end.h"
+
+namespace tallowin {
+
+// One value per button of the window.
+enum class Action {
+  create,
+  deleteOrUndelete,  // one button with two labels
+  format,
+  resize,
+  slide,
+  copy,
+  align,
+  paste,
+  groups,
+  properties,
+  editFile,
+  bcdEdit,
+  trim,
+  driveSettings,
+  changeDiskType,
+  wipeEntireDrive,
+  viewMbr,
+  close,
+  help,
+  settings,
+};
+inline constexpr std::size_t kActionCount = static_cast<std::size_t>(Action::settings) + 1;
+
+// The keys that the window answers to wherever its focus is.
+enum class Key { insert, del, f1, f5, f10, escape };
+
+// The view shows the model's answers, reports what the user did, and fills its widgets again
+// whenever revision() has changed. Everything that is asked or said goes through the front end.
+class MainWindowModel {
+ public:
+  static constexpr const char* kTitle = "Tallowin 1.32";
+
+  // Selects the first bus that has a drive, its first drive and that drive's first row. The
+  // session and the front end are borrowed for the model's life.
+  MainWindowModel(Session& session, FrontEnd& frontEnd);
+  ~MainWindowModel();
+  MainWindowModel(const MainWindowModel&) = delete;
+  MainWindowModel& operator=(const MainWindowModel&) = delete;
+
+  // Grows with every change of what is shown.
+  u32 revision() const { return revision_; }
+  // False after Close, Escape or F10: the window is to be destroyed.
+  bool isOpen() const { return open_; }
+
+  const std::vector<std::string>& buses() const;
+  std::size_t busIndex() const { return busIndex_; }
+  void selectBus(std::size_t index);
+
+  const std::vector<std::string>& drives() const { return driveNames_; }
+  std::optional<std::size_t> driveIndex() const { return driveIndex_; }
+  void selectDrive(std::size_t index);
+  std::string driveCountLabel() const;  // "(%u)"
+
+  const std::vector<PartitionRow>& rows() const { return rows_; }
+  std::optional<std::size_t> selectedRow() const { return selectedRow_; }
+  void selectRow(std::size_t index);
+  // Pixels; the view reports where the list stands, and after a refresh goes back to it.
+  int scrollPosition() const { return scrollPosition_; }
+  void setScrollPosition(int position) { scrollPosition_ = position; }
+
+  std::string schemeLabel() const;  // "MBR Partitions"; empty without a drive
+  bool hasErrors() const;           // shows kErrorLabel
+  static constexpr const char* kErrorLabel = "* Errors Exist *";
+  std::string copyPendingLabel() const;  // empty: hidden
+  std::string geometryLabel() const;     // "%u/%u/%u"; empty without a drive
+
+  // With its mnemonic; only that of deleteOrUndelete changes.
+  std::string label(Action action) const;
+  // A disabled button says in `whyDisabled` what is missing.
+  Control control(Action action) const;
+
+  // Does nothing when the action's button is disabled.
+  void press(Action action);
+  void key(Key key);
+  // A typed digit 0..9 selects that drive when it exists.
+  void digit(u32 digit);
+  // On a row of the list.
+  void doubleClick();
+
+  // The open drive, or null.
+  Drive* drive() { return drive_.get(); }
+  PartitionEntry* selectedEntry();
+
+  // Shows the help window at a topic; it stays open beside the main window. Set by the view.
+  void setHelpHook(std::function<void(int topic)> hook) { showHelp_ = std::move(hook); }
+  static constexpr int kHelpTopic = 4;
+
+ private:
+  Session& session_;
+  FrontEnd& frontEnd_;
+  std::function<void(int)> showHelp_;
+  u32 revision_ = 0;
+  bool open_ = true;
+  std::size_t busIndex_ = 0;
+  std::vector<std::string> driveNames_;
+  std::optional<std::size_t> driveIndex_;
+  std::unique_ptr<Drive> drive_;
+  std::vector<PartitionRow> rows_;
+  std::optional<std::size_t> selectedRow_;
+  int scrollPosition_ = 0;
+};
+
+}  // namespace tallowin
