@@ -58,6 +58,7 @@ struct KernelPartition {
   u32 number = 0;
   u64 startSector = 0;
   u64 sectorCount = 0;
+  bool isExtended = false;  // holds volumes; the kernel keeps only the first sectors of it
 };
 
 enum class KernelTable {

@@ -1,0 +1,73 @@
+// The table of open disks: one object a disk, however many hold it.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/error.h"
+#include "base/host.h"
+#include "disk/drive_list.h"
+
+namespace tallowin {
+
+// The bus of a drive, bits 16..23 of a drive number.
+enum class DriveClass : u32 { device = 0, image = 1 };
+
+inline constexpr u32 kDriveIndexMask = 0x7FFF;
+inline constexpr u32 kOpticalDriveBit = 0x8000;
+// Of a disk that was opened by its path and is neither a row of the list nor a registered image.
+// It takes no drive settings and cannot be opened by number.
+inline constexpr u32 kUnlistedDrive = 0xFF8000;
+
+constexpr u32 driveNumberOf(DriveClass driveClass, u32 index) {
+  return static_cast<u32>(driveClass) << 16 | (index & kDriveIndexMask);
+}
+
+enum class DiskAccess { readWrite, readOnly };
+
+// A disk stays open while somebody holds it, and is closed with its last holder. The list and
+// the host must outlive the table and everything it opened.
+class DiskHandles {
+ public:
+  static constexpr std::size_t kMaxOpen = 32;
+  static constexpr std::size_t kMaxImages = 10;
+
+  // Image paths beyond the tenth are ignored.
+  DiskHandles(Host& host, const DriveList& list, std::vector<std::string> imagePaths = {});
+
+  // Read-write. An open drive is shared, not opened again.
+  // unknownDriveClass; tooManyOpenDrives: the 33rd distinct drive; deviceNotOpened: see
+  // lastFailure(). `disk` is then left as it was.
+  Error open(u32 driveNumber, std::shared_ptr<DiskDevice>& disk);
+  // A block device or an image file by path, listed or not. `driveNumber` receives its number,
+  // or kUnlistedDrive. A disk that is open already keeps the access it was opened with.
+  Error openPath(const std::string& path, DiskAccess access, std::shared_ptr<DiskDevice>& disk,
+                 u32& driveNumber);
+
+  // The firmware's number when it is known, else 0x80 + the index of the drive.
+  static u8 biosNumberOf(u32 driveNumber, DiskDevice& disk);
+  // Hard disks of the list, or registered images.
+  u32 driveCount(DriveClass driveClass) const;
+  // Of the last open that answered deviceNotOpened: which device, why, and what to do next.
+  const std::string& lastFailure() const { return lastFailure_; }
+
+ private:
+  struct Slot {
+    u32 driveNumber = 0;
+    std::string path;  // the key of unlisted drives
+    std::weak_ptr<DiskDevice> disk;
+  };
+  struct Target;
+
+  Error openTarget(const Target& target, DiskAccess access, std::shared_ptr<DiskDevice>& disk);
+  Error fail(const std::string& path, int errorNumber, DiskAccess access);
+
+  Host& host_;
+  const DriveList& list_;
+  std::vector<std::string> imagePaths_;
+  std::vector<Slot> slots_;
+  std::string lastFailure_;
+};
+
+}  // namespace tallowin
