@@ -1,7 +1,10 @@
 // The base of every dialog's state.
 #pragma once
 
+#include <algorithm>
 #include <string>
+
+#include "base/types.h"
 
 namespace tallowin {
 
@@ -10,6 +13,21 @@ struct Control {
   bool shown = true;
   bool enabled = true;
   std::string whyDisabled;  // the tooltip while it is disabled; never empty then
+};
+
+// The value and the range of a number field.
+struct NumberField {
+  u32 value = 0;
+  u32 minimum = 0;
+  u32 maximum = 0;
+
+  // The value moves into the new range.
+  void setRange(u32 low, u32 high) {
+    minimum = low;
+    maximum = high;
+    setValue(value);
+  }
+  void setValue(u32 wanted) { value = std::clamp(wanted, minimum, maximum); }
 };
 
 // A plain object with the dialog's fields, which of them are shown, enabled and valid. It knows

@@ -1,0 +1,37 @@
+// Where the program keeps what it reads and writes.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace tallowin {
+
+// The value of an environment variable.
+using EnvironmentLookup = std::function<std::optional<std::string>(const char* name)>;
+std::optional<std::string> processEnvironment(const char* name);
+
+// Settings, in this order: the folder that TALLOWIN_HOME names; beside the program when
+// STRANDEL.INI is there or the folder can be written; else the user's configuration folder
+// (XDG_CONFIG_HOME, ~/.config). Table backups and traces go to the same place, or with the last
+// case to the user's state folder (XDG_STATE_HOME, ~/.local/state). Folders are made when something
+// is first written into them.
+struct ProgramFolders {
+  std::string program;   // holds the program file and its help file
+  std::string settings;  // holds STRANDEL.INI
+  std::string state;     // holds Debug.txt and the table backups
+
+  std::string settingsFile() const { return settings + "/STRANDEL.INI"; }
+  std::string helpFile() const { return program + "/tallowin.hlp"; }
+  std::string traceFile() const { return state + "/Debug.txt"; }
+  std::string backupFolder() const { return state + "/backup"; }
+
+  // `programPath` is the program's own file; relative paths count from the current folder.
+  static ProgramFolders find(const std::string& programPath,
+                             const EnvironmentLookup& environment = processEnvironment);
+};
+
+// Makes the folder and those above it. False when that is not possible.
+[[nodiscard]] bool makeFolders(const std::string& folder);
+
+}  // namespace tallowin

@@ -1,0 +1,64 @@
+// STRANDEL.INI: the text, what the option tables read from it and write to it.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/settings/drive_settings.h"
+#include "app/settings/options.h"
+#include "base/error.h"
+
+namespace tallowin {
+
+inline constexpr std::string_view kOptionsSection = "OPTIONS";
+
+// INI text that is edited in place: keys of others, comments, the order of the lines and their
+// line ends stay. Section and key names are matched without regard to case.
+class SettingsText {
+ public:
+  SettingsText() = default;
+  explicit SettingsText(std::string text) : text_(std::move(text)) {}
+
+  const std::string& text() const { return text_; }
+  std::vector<std::string> sections() const;
+  std::optional<std::string> value(std::string_view section, std::string_view key) const;
+  // Creates the section when it is missing.
+  void setValue(std::string_view section, std::string_view key, std::string_view value);
+  void removeValue(std::string_view section, std::string_view key);
+
+ private:
+  std::string text_;
+};
+
+// The settings file at one path. Every write reads the file again first, changes only what it is
+// about and replaces the file durably, so that a second program's changes are not lost.
+class SettingsFile {
+ public:
+  explicit SettingsFile(std::string path) : path_(std::move(path)) {}
+
+  const std::string& path() const { return path_; }
+  // Empty when the file is missing or cannot be read: then everything has its default.
+  SettingsText load() const;
+
+  // Section OPTIONS; switch-only options and what is not in the file are left as they are.
+  void readOptions(Options& options) const;
+  // cannotOpenForReading: the file is there but cannot be read, so it is not replaced.
+  // writeFailed, cannotCreate: the old file is still there, whole.
+  Error writeOptions(const Options& options) const;
+
+  // The drives that have a section HD%u.
+  std::vector<u32> driveNumbers() const;
+  DriveSettingsRecord readDrive(u32 driveNumber) const;
+  // Errors as writeOptions.
+  Error writeDrive(const DriveSettingsRecord& record, DriveKeys keys) const;
+
+ private:
+  template <typename Change>
+  Error update(const Change& change) const;
+
+  std::string path_;
+};
+
+}  // namespace tallowin

@@ -1,0 +1,31 @@
+// Opening a drive with its settings in force.
+#pragma once
+
+#include <memory>
+
+#include "app/settings/drive_settings.h"
+#include "app/settings/options.h"
+#include "ptable/drive.h"
+
+namespace tallowin {
+
+// Flags and geometry mode to open a drive with; a null record: a drive that takes no settings.
+DriveOpenOptions driveOpenOptions(const Options& options, const DriveSettingsRecord* record,
+                                  u32 driveNumber, LabelReader labelReader);
+
+enum class BiosGeometry { keep, storeCurrent };
+
+// Gives the drive geometry, alignment and flags of the settings in force. A record without a BIOS
+// geometry gets the drive's current one, as it does with storeCurrent. True when something
+// changed: then the drive's table must be read again.
+[[nodiscard]] bool applyDriveSettings(Drive& drive, DriveSettingsRecord& record,
+                                      const Options& options,
+                                      BiosGeometry biosGeometry = BiosGeometry::keep);
+
+// Opens a disk with its settings applied; `record` is null for drives that take none. Errors as
+// Drive::open.
+Error openDriveWithSettings(std::shared_ptr<DiskDevice> disk, Host& host, const Options& options,
+                            DriveSettingsRecord* record, u32 driveNumber, LabelReader labelReader,
+                            std::unique_ptr<Drive>& drive);
+
+}  // namespace tallowin

@@ -1,0 +1,42 @@
+// Format: a new, empty file system in an existing partition.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "ops/operation_context.h"
+#include "ptable/drive.h"
+
+namespace tallowin {
+
+enum class FormatMode {
+  fromList,    // with the boot-manager check and the erase question
+  afterCreate  // without them
+};
+
+enum class FormatKind { fat12, fat16, fat32 };
+
+struct FormatOptions {
+  FormatMode mode = FormatMode::fromList;
+  bool surfaceScan = true;
+  // The label; without one the partition's name.
+  std::optional<std::string> label;
+  // The kind of file system to make; when the partition's type calls for another one, its type is
+  // changed first. Without it the type decides.
+  std::optional<FormatKind> kind;
+};
+
+// Why a partition of this type cannot be formatted; empty when it can.
+std::string whyNotFormattable(u16 type);
+
+// The type that a partition needs for `kind`: the present one when it fits.
+u16 typeForKind(const Drive& drive, const PartitionEntry& entry, FormatKind kind);
+
+// Runs the Format dialog (not for the types that always take the automatic cluster size), asks,
+// formats, and shows the summary.
+// refused: mounted, in use, or not formattable; nothing was written. failed: the partition keeps
+// what was written before. The entry stays valid unless its type was changed.
+FlowResult formatFlow(const OperationContext& context, Drive& drive, PartitionEntry& entry,
+                      const FormatOptions& options = {});
+
+}  // namespace tallowin

@@ -1,0 +1,37 @@
+// What every flow is given, and what every flow answers.
+#pragma once
+
+#include "app/settings/options.h"
+#include "app/settings/program_folders.h"
+#include "base/error.h"
+#include "base/host.h"
+#include "ops/front_end.h"
+
+namespace tallowin {
+
+struct OperationContext {
+  FrontEnd& ui;
+  Host& host;
+  const Options& options;
+  const ProgramFolders& folders;
+};
+
+enum class FlowEnd {
+  done,
+  doneWithLosses,  // what was lost was told, and accepted
+  cancelled,       // by the user; what was done before was told
+  refused,         // nothing was written; the reason was told
+  failed,          // the reason was told
+};
+
+// The flow has told the user everything already; `code` and `phase` are for scripts. A flow that
+// changed a table has read the drive again before it returns, so entries on hand are stale.
+struct [[nodiscard]] FlowResult {
+  FlowEnd end = FlowEnd::done;
+  Error code = Error::none;
+  u32 phase = 0;
+
+  bool succeeded() const { return end == FlowEnd::done || end == FlowEnd::doneWithLosses; }
+};
+
+}  // namespace tallowin
