@@ -43,6 +43,13 @@ enum class [[nodiscard]] Error : u32 {
   notAFileSystem = 89,
   corrupt = 94,
   clearingFailed = 99,
+  // Partition tables. `read` and `write` mean that the old table stands.
+  schemeNotYetSupported = 200,    // the disk's table is of a kind that is only shown, not changed
+  tableInError = 201,             // the entry, its container or its chain is marked as in error
+  tableChangedMeanwhile = 202,    // the table on disk is not the one that was read
+  writeFailedNewTable = 203,      // a write or flush failed, yet the new table is on the disk
+  writeFailedTableUnknown = 204,  // and which table is on the disk could not be found out
+  backupOfOtherDisk = 205,
 };
 // clang-format on
 

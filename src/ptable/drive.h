@@ -89,15 +89,25 @@ class Drive {
   bool setAlignment(i64 value);
   AlignmentRules alignment() const;
 
+  // Whether the table may be changed: schemeNotYetSupported for disks whose scheme is only shown.
+  // commit, remove, changeType and ensureDiskSignature answer the same.
+  Error changesAllowed() const;
+  // One sentence for the user, empty when changes are allowed.
+  std::string changeRefusal() const;
+
   // Reads the table again; flag kDriveChanged is cleared and kDriveReread set.
   Error reread();
 
   // Writes one new entry to the disk. `entry` is a free block of this drive's table whose
   // extent, type, name and id were set for what it is to become.
-  // read, write: the table on disk is the old one or the new one, never a mixture.
-  // noFreeEntry: all slots are used, nothing was written.
+  // The step that makes it visible is the write of one sector, so that a power cut leaves the old
+  // table or the new one. Nothing was written: noFreeEntry, all slots are used;
+  // outsideUsableArea, the extent leaves its free region or the limits of the table;
+  // tableInError, tableChangedMeanwhile, schemeNotYetSupported.
+  // read, write: the old table stands. writeFailedNewTable, writeFailedTableUnknown: see there.
   Error commit(PartitionEntry& entry);
   // Removes an entry from the tables on disk; an extended partition goes with its volumes.
+  // Errors as for commit.
   Error remove(const PartitionEntry& entry);
   // Writes the type byte of an entry (Format with another kind, hide and unhide).
   Error changeType(PartitionEntry& entry, u16 type);

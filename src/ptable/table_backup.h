@@ -1,0 +1,62 @@
+// A copy of the sectors that make up a disk's partition table, kept in a file.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "base/error.h"
+#include "base/host.h"
+#include "ptable/drive.h"
+
+namespace tallowin {
+
+struct TableSector {
+  u64 lba = 0;
+  std::vector<u8> bytes;  // one sector
+};
+
+// The MBR sector, every EBR, and the sector behind an EBR where that belongs to the table.
+struct TableBackup {
+  u32 sectorSizeBytes = 512;
+  u64 diskSectors = 0;
+  u32 diskSignature = 0;
+  u64 savedAt = 0;                   // seconds since 1970, UTC
+  std::string diskName;              // model and serial number, or the file's path; for people
+  std::vector<TableSector> sectors;  // ascending LBA, the MBR first
+};
+
+// What a restore may accept although it does not fit.
+struct RestoreOptions {
+  bool otherDiskSize = false;
+  bool otherSignature = false;
+};
+
+// Collects the table of `drive` as it lies on the disk. read; schemeNotYetSupported.
+Error takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup);
+
+// The file format is described in table_backup_record.h.
+std::vector<u8> encodeTableBackup(const TableBackup& backup);
+// notThisFormat; corrupt: checksum, lengths or sector list are wrong.
+Error decodeTableBackup(std::span<const u8> file, TableBackup& backup);
+
+// The file is complete and on the medium, or not there: cannotCreate. An existing file is
+// replaced.
+Error writeTableBackup(const TableBackup& backup, const std::string& path);
+// noSuchFile, or as decodeTableBackup.
+Error readTableBackup(const std::string& path, TableBackup& backup);
+
+// Writes the table back, EBRs first and the MBR last, after everything was checked.
+// backupOfOtherDisk: size or signature differ and the options do not accept it, or the sector
+// size differs; corrupt: the sectors are no consistent table, or lie outside the disk.
+// read, write: as for Drive::commit. The entries on hand are stale afterwards.
+Error restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions& options = {});
+
+// A dated copy in `folder` before a change of the table: table-NAME-YYYYMMDD-HHMMSS.tbk, NAME
+// from the disk's model and serial number or its file name. Never overwrites an older copy;
+// of one disk the newest kKeptTables stay. `path` receives the file's path.
+inline constexpr std::size_t kKeptTables = 50;
+Error keepOldTable(Drive& drive, const std::string& folder, Host& clock,
+                   std::string* path = nullptr);
+
+}  // namespace tallowin
