@@ -6,19 +6,17 @@
 namespace tallowin {
 namespace {
 
-constexpr u64 kPageBytes = 64 * kKiB;
-
 bool allZero(std::span<const u8> bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](u8 byte) { return byte == 0; });
 }
 
 // Calls piece(page number, offset in the page, offset in the run, length) over a byte run.
 template <typename Piece>
-void forEachPage(u64 offset, u64 length, Piece piece) {
+void forEachPage(u64 pageBytes, u64 offset, u64 length, Piece piece) {
   for (u64 done = 0; done < length;) {
-    const u64 inPage = (offset + done) % kPageBytes;
-    const u64 take = std::min(kPageBytes - inPage, length - done);
-    piece((offset + done) / kPageBytes, inPage, done, take);
+    const u64 inPage = (offset + done) % pageBytes;
+    const u64 take = std::min(pageBytes - inPage, length - done);
+    piece((offset + done) / pageBytes, inPage, done, take);
     done += take;
   }
 }
@@ -40,7 +38,7 @@ MemoryDisk::MemoryDisk(MemoryDisk&& other) noexcept
 bool MemoryDisk::transferIn(u64 lba, void* buffer, u32 count) {
   if (!inside(lba, count)) return false;
   auto* out = static_cast<u8*>(buffer);
-  forEachPage(lba * sectorSize(), u64{count} * sectorSize(),
+  forEachPage(kPageBytes, lba * sectorSize(), u64{count} * sectorSize(),
               [&](u64 page, u64 inPage, u64 done, u64 take) {
                 const auto found = pages_.find(page);
                 if (found == pages_.end()) {
@@ -55,7 +53,7 @@ bool MemoryDisk::transferIn(u64 lba, void* buffer, u32 count) {
 bool MemoryDisk::transferOut(u64 lba, const void* buffer, u32 count) {
   if (!inside(lba, count)) return false;
   const auto* in = static_cast<const u8*>(buffer);
-  forEachPage(lba * sectorSize(), u64{count} * sectorSize(),
+  forEachPage(kPageBytes, lba * sectorSize(), u64{count} * sectorSize(),
               [&](u64 page, u64 inPage, u64 done, u64 take) {
                 auto found = pages_.find(page);
                 if (found == pages_.end()) {

@@ -26,6 +26,11 @@ class MemoryDisk : public DiskDevice {
 
   std::vector<u8> sector(u64 lba);
   void setSector(u64 lba, std::span<const u8> bytes);
+  // Calls use(byte offset, bytes) for every piece that was ever written, in order.
+  template <typename Use>
+  void forEachData(Use use) const {
+    for (const auto& [page, bytes] : pages_) use(page * kPageBytes, std::span<const u8>(bytes));
+  }
   // Same size and same bytes everywhere.
   bool sameContent(MemoryDisk& other);
   MemoryDisk copy() const;
@@ -37,6 +42,8 @@ class MemoryDisk : public DiskDevice {
   bool zeroFast(u64 lba, u64 count) override;
 
  private:
+  static constexpr u64 kPageBytes = 64 * kKiB;
+
   bool inside(u64 lba, u64 count) const { return lba <= sectors_ && count <= sectors_ - lba; }
 
   u64 sectors_;
