@@ -1,0 +1,253 @@
+#include "ptable/gpt_image.h"
+
+#include <algorithm>
+
+#include "base/crc32.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u32 kHeaderSectors = 1;  // 512 bytes rounded up to any sector size
+
+u64 sectorsFor(u64 bytes, u32 sectorSize) { return (bytes + sectorSize - 1) / sectorSize; }
+
+u64 entryArrayBytes(const GptHeaderRecord& header) {
+  return u64{header.entryCount} * header.entrySize;
+}
+
+const GptHeaderRecord& headerIn(std::span<const u8> sector) {
+  return *recordAt<GptHeaderRecord>(sector);
+}
+
+bool hasSignature(std::span<const u8> headerSector) {
+  return textAt(headerSector, 0, kGptSignature);
+}
+
+bool hasValidCrc(std::span<const u8> headerSector) {
+  const u32 size = headerIn(headerSector).headerSize;
+  if (size < kGptHeaderSize || size > kGptMaxHeaderSize) return false;
+  std::vector<u8> copy(headerSector.begin(), headerSector.begin() + size);
+  recordAt<GptHeaderRecord>(std::span(copy))->headerCrc = 0;
+  return crc32(copy) == headerIn(headerSector).headerCrc;
+}
+
+bool hasSoundLayout(const GptHeaderRecord& header, u32 sectorSize) {
+  if (header.entryCount == 0 || header.entrySize < kGptEntrySize) return false;
+  const u64 tableSectors = kHeaderSectors + sectorsFor(entryArrayBytes(header), sectorSize);
+  return header.firstUsableLba < header.alternateLba &&
+         header.firstUsableLba < header.lastUsableLba &&
+         header.firstUsableLba >= kGptPrimaryHeaderLba + tableSectors &&
+         header.entryLba == kGptPrimaryEntryLba && header.myLba == kGptPrimaryHeaderLba &&
+         tableSectors <= header.alternateLba &&
+         header.lastUsableLba <= header.alternateLba - tableSectors;
+}
+
+// The slot that makes tools without GPT keep off. Its size is all ones whatever the disk's size.
+void fillProtectiveMbr(std::span<u8> sector, const Guid& diskGuid) {
+  constexpr std::size_t kSignatureAt = 440;
+  constexpr std::size_t kFirstSlotAt = 446;
+  constexpr std::array<u8, 16> kProtectiveSlot = {0x00, 0x00, 0x02, 0x00, 0xEE, 0xFF, 0xFF, 0xFF,
+                                                  0x01, 0x00, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0xFF};
+  std::copy_n(diskGuid.bytes.begin(), 4, sector.begin() + kSignatureAt);
+  std::copy(kProtectiveSlot.begin(), kProtectiveSlot.end(), sector.begin() + kFirstSlotAt);
+  sector[510] = 0x55;
+  sector[511] = 0xAA;
+}
+
+bool isProtective(std::span<const u8> mbrSector) {
+  for (const std::size_t typeAt : {450, 466, 482, 498}) {
+    if (mbrSector[typeAt] == 0xEE) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::size_t GptImage::at(u32 index) const {
+  return std::size_t{2} * sectorSize_ + std::size_t{index} * header().entrySize;
+}
+
+std::span<const u8> GptImage::entryArray() const {
+  return std::span<const u8>(bytes_).subspan(std::size_t{2} * sectorSize_,
+                                             entryArrayBytes(header()));
+}
+
+u64 GptImage::entrySectors() const { return sectorsFor(entryArrayBytes(header()), sectorSize_); }
+
+Error GptImage::checkHeader(std::span<const u8> headerSector, u32 sectorSizeBytes) {
+  if (!hasSignature(headerSector)) return Error::gptSignature;
+  if (!hasValidCrc(headerSector)) return Error::gptTableCheck;
+  const GptHeaderRecord& header = headerIn(headerSector);
+  if (header.revision != kGptRevision) return Error::gptRevision;
+  return hasSoundLayout(header, sectorSizeBytes) ? Error::none : Error::gptTableCheck;
+}
+
+void GptImage::seal() {
+  header().entryCrc = crc32(entryArray());
+  header().headerCrc = 0;
+  header().headerCrc = crc32(std::span<const u8>(bytes_).subspan(sectorSize_, header().headerSize));
+}
+
+void GptImage::becomePrimary() {
+  const u64 oldPlace = header().myLba;
+  header().myLba = kGptPrimaryHeaderLba;
+  header().alternateLba = oldPlace;
+  header().entryLba = kGptPrimaryEntryLba;
+  seal();
+}
+
+Error GptImage::readCopy(DiskDevice& disk, u64 headerLba, GptImage& image) {
+  const u32 sectorSize = disk.sectorSize();
+  image.sectorSize_ = sectorSize;
+  image.bytes_.assign(std::size_t{2} * sectorSize, 0);
+  if (!disk.readSectors(0, image.bytes_.data(), 1) ||
+      !disk.readSectors(headerLba, image.bytes_.data() + sectorSize, 1))
+    return Error::tableReadFailed;
+  const auto headerSector = std::span<const u8>(image.bytes_).subspan(sectorSize);
+  if (!hasSignature(headerSector) || !hasValidCrc(headerSector)) return Error::gptSignature;
+
+  const GptHeaderRecord& header = image.header();
+  const u64 sectors = sectorsFor(entryArrayBytes(header), sectorSize);
+  if (sectors > (kMaxBytes - image.bytes_.size()) / sectorSize) return Error::entriesDoNotFit;
+  if (header.entrySize < kGptEntrySize) return Error::gptTableCheck;
+  image.bytes_.resize(image.bytes_.size() + sectors * sectorSize);
+  if (!disk.readSectors(image.header().entryLba, image.bytes_.data() + std::size_t{2} * sectorSize,
+                        sectors))
+    return Error::tableReadFailed;
+  if (crc32(image.entryArray()) != image.header().entryCrc) return Error::gptTableCheck;
+
+  if (headerLba != kGptPrimaryHeaderLba) image.becomePrimary();
+  return checkHeader(std::span<const u8>(image.bytes_).subspan(sectorSize), sectorSize);
+}
+
+Error GptImage::read(DiskDevice& disk, GptImage& image) {
+  if (disk.sectorSize() < kGptMaxHeaderSize || disk.sectorSize() > kMaxBytes / 4)
+    return Error::entriesDoNotFit;
+  image.source_ = GptCopy::primary;
+  const Error problem = readCopy(disk, kGptPrimaryHeaderLba, image);
+  if (problem != Error::gptSignature && problem != Error::gptTableCheck) return problem;
+  const std::optional<u64> sectors = disk.sectorCount();
+  if (!sectors || *sectors == 0) return Error::diskSizeUnknown;
+  image.source_ = GptCopy::backup;
+  return readCopy(disk, *sectors - 1, image);
+}
+
+Error GptImage::create(u64 lastLba, u32 sectorSizeBytes, const Guid& diskGuid, GptImage& image) {
+  const u64 entryBytes =
+      sectorsFor(u64{kGptEntryCount} * kGptEntrySize, sectorSizeBytes) * sectorSizeBytes;
+  if (sectorSizeBytes < kGptMaxHeaderSize || u64{2} * sectorSizeBytes + entryBytes > kMaxBytes)
+    return Error::bufferTooSmall;
+  const u64 tableSectors = kHeaderSectors + entryBytes / sectorSizeBytes;
+  if (lastLba <= 2 * tableSectors + 1) return Error::sizeNotPossible;
+
+  image.sectorSize_ = sectorSizeBytes;
+  image.source_ = GptCopy::primary;
+  image.bytes_.assign(std::size_t{2} * sectorSizeBytes + entryBytes, 0);
+  GptHeaderRecord& header = image.header();
+  std::copy_n(kGptSignature, sizeof header.signature, header.signature);
+  header.revision = kGptRevision;
+  header.headerSize = kGptHeaderSize;
+  header.myLba = kGptPrimaryHeaderLba;
+  header.alternateLba = lastLba;
+  header.firstUsableLba = tableSectors + 1;
+  header.lastUsableLba = lastLba - tableSectors;
+  header.diskGuid = diskGuid;
+  header.entryLba = kGptPrimaryEntryLba;
+  header.entryCount = kGptEntryCount;
+  header.entrySize = kGptEntrySize;
+  fillProtectiveMbr(image.mbr(), diskGuid);
+  image.seal();
+  return Error::none;
+}
+
+GptBackupState GptImage::backupState(DiskDevice& disk) const {
+  const u64 sectors = disk.sectorCount().value_or(0);
+  const u64 expected = header().alternateLba;
+  GptImage copy;
+  u64 found = expected;
+  if (readCopy(disk, expected, copy) != Error::none) {
+    found = sectors - 1;
+    if (sectors == 0 || found == expected || readCopy(disk, found, copy) != Error::none)
+      return GptBackupState::missing;
+  }
+  const bool same = std::ranges::equal(copy.entryArray(), entryArray()) &&
+                    copy.header().diskGuid == header().diskGuid &&
+                    copy.header().firstUsableLba == header().firstUsableLba &&
+                    copy.header().lastUsableLba == header().lastUsableLba;
+  if (!same) return GptBackupState::differs;
+  return found == sectors - 1 && found == expected ? GptBackupState::sound
+                                                   : GptBackupState::misplaced;
+}
+
+Error GptImage::moveBackupTo(u64 lastLba) {
+  const u64 tableSectors = kHeaderSectors + entrySectors();
+  if (lastLba < tableSectors) return Error::backupOverlaps;
+  const u64 lastUsable = lastLba - tableSectors;
+  if (lastUsable <= header().firstUsableLba) return Error::backupOverlaps;
+  for (u32 i = 0; i < entryCount(); ++i) {
+    if (entry(i).isUsed() && entry(i).lastLba > lastUsable) return Error::backupOverlaps;
+  }
+  header().alternateLba = lastLba;
+  header().lastUsableLba = lastUsable;
+  seal();
+  return Error::none;
+}
+
+Error GptImage::writePrimary(DiskDevice& disk, MbrOrder order) const {
+  const u64 sectors = bytes_.size() / sectorSize_;
+  if (order == MbrOrder::withTable) {
+    return disk.writeSectors(0, bytes_.data(), sectors) && disk.flush() ? Error::none
+                                                                        : Error::tableWriteFailed;
+  }
+  const bool written = disk.writeSectors(1, bytes_.data() + sectorSize_, sectors - 1) &&
+                       disk.flush() && disk.writeSectors(0, bytes_.data(), 1) && disk.flush();
+  return written ? Error::none : Error::tableWriteFailed;
+}
+
+Error GptImage::writeBackup(DiskDevice& disk) const {
+  const u64 backupLba = header().alternateLba;
+  const u64 sectors = disk.sectorCount().value_or(0);
+  if (backupLba == 0 || backupLba >= sectors) return Error::backupWriteFailed;
+  GptImage backup = *this;
+  GptHeaderRecord& header = backup.header();
+  header.myLba = backupLba;
+  header.alternateLba = kGptPrimaryHeaderLba;
+  header.entryLba = backupLba - entrySectors();
+  if (header.entryLba <= header.lastUsableLba) return Error::backupOverlaps;
+  backup.seal();
+  // Entries and header are one run on the disk, so one request writes both.
+  std::vector<u8> run(backup.bytes_.begin() + std::ptrdiff_t{2} * sectorSize_, backup.bytes_.end());
+  run.insert(run.end(), backup.bytes_.begin() + sectorSize_,
+             backup.bytes_.begin() + std::ptrdiff_t{2} * sectorSize_);
+  const bool written = disk.writeSectors(header.entryLba, run.data(), run.size() / sectorSize_);
+  return written && disk.flush() ? Error::none : Error::backupWriteFailed;
+}
+
+Error GptImage::write(DiskDevice& disk) {
+  if (sectorSize_ != disk.sectorSize()) return Error::sectorSizeDiffers;
+  seal();
+  // A valid table stays on the disk at any moment. Where the backup is one, the primary goes
+  // first. Where it is not (it is damaged, or the disk is only becoming a GPT disk), the old
+  // table counts until the MBR is written, last of all.
+  GptImage old;
+  const bool backupIsValid = readCopy(disk, header().alternateLba, old) == Error::none;
+  if (backupIsValid && isProtective(old.mbr())) {
+    if (const Error problem = writePrimary(disk, MbrOrder::withTable); problem != Error::none)
+      return problem;
+    return writeBackup(disk);
+  }
+  if (const Error problem = writeBackup(disk); problem != Error::none) return problem;
+  return writePrimary(disk, MbrOrder::afterTable);
+}
+
+Error invalidateGptBackup(DiskDevice& disk) {
+  const std::optional<u64> sectors = disk.sectorCount();
+  if (!sectors || *sectors == 0) return Error::diskSizeUnknown;
+  std::vector<u8> sector(disk.sectorSize());
+  if (!disk.readSectors(*sectors - 1, sector.data(), 1)) return Error::tableReadFailed;
+  if (!hasSignature(sector)) return Error::none;
+  sector[0] = 0;
+  return disk.writeSectors(*sectors - 1, sector.data(), 1) ? Error::none : Error::tableWriteFailed;
+}
+
+}  // namespace tallowin

@@ -1,0 +1,90 @@
+// A whole GUID Partition Table in memory: protective MBR, header and entry array.
+#pragma once
+
+#include <vector>
+
+#include "base/error.h"
+#include "disk/disk_device.h"
+#include "ptable/gpt_record.h"
+
+namespace tallowin {
+
+enum class GptCopy { primary, backup };
+
+// What the second copy of a table looks like, seen from the first.
+enum class GptBackupState {
+  sound,
+  missing,    // no valid copy where the header says, nor on the last sector
+  misplaced,  // sound, but not on the last sector: the disk grew
+  differs,    // valid by itself, with other entries
+};
+
+// Changes are made in the image, which is then written back whole. Sector numbers are LBAs of
+// the device that the image was made for.
+class GptImage {
+ public:
+  // Holds MBR, header and entry array; a larger table is refused, not read partially.
+  static constexpr std::size_t kMaxBytes = 32 * kKiB;
+
+  // Reads sector 0 and the primary table, or the backup when the primary's signature or
+  // checksums are wrong; a backup becomes a primary in memory. gptSignature, gptTableCheck,
+  // gptRevision, entriesDoNotFit, tableReadFailed, diskSizeUnknown.
+  static Error read(DiskDevice& disk, GptImage& image);
+  // An empty table with its protective MBR. bufferTooSmall: the sectors are too large.
+  static Error create(u64 lastLba, u32 sectorSizeBytes, const Guid& diskGuid, GptImage& image);
+
+  // Writes both copies, so that the old or the new table is on the disk at any moment.
+  // sectorSizeDiffers, tableWriteFailed, backupOverlaps, backupWriteFailed.
+  Error write(DiskDevice& disk);
+
+  // Where the entries came from at read().
+  GptCopy source() const { return source_; }
+  GptBackupState backupState(DiskDevice& disk) const;
+  // Moves the backup to the last sector of a disk of `lastLba`, and the usable area's end with
+  // it; backupOverlaps when a used entry would lie behind that.
+  Error moveBackupTo(u64 lastLba);
+
+  std::span<u8> mbr() { return std::span(bytes_).first(sectorSize_); }
+  GptHeaderRecord& header() { return *recordAt<GptHeaderRecord>(std::span(bytes_), sectorSize_); }
+  const GptHeaderRecord& header() const {
+    return *recordAt<GptHeaderRecord>(std::span<const u8>(bytes_), sectorSize_);
+  }
+  u32 entryCount() const { return header().entryCount; }
+  // `index` below entryCount().
+  GptEntryRecord& entry(u32 index) {
+    return *recordAt<GptEntryRecord>(std::span(bytes_), at(index));
+  }
+  const GptEntryRecord& entry(u32 index) const {
+    return *recordAt<GptEntryRecord>(std::span<const u8>(bytes_), at(index));
+  }
+
+  // The rules for the header of a primary table by itself. `headerSector` holds at least 512
+  // bytes. gptSignature, gptTableCheck, gptRevision.
+  static Error checkHeader(std::span<const u8> headerSector, u32 sectorSizeBytes);
+
+ private:
+  std::size_t at(u32 index) const;
+  std::span<const u8> entryArray() const;
+  u64 entrySectors() const;
+  // Recomputes both checksums.
+  void seal();
+  void becomePrimary();
+
+  static Error readCopy(DiskDevice& disk, u64 headerLba, GptImage& image);
+  enum class MbrOrder { withTable, afterTable };
+  Error writePrimary(DiskDevice& disk, MbrOrder order) const;
+  Error writeBackup(DiskDevice& disk) const;
+
+  u32 sectorSize_ = 0;
+  GptCopy source_ = GptCopy::primary;
+  std::vector<u8> bytes_;
+};
+
+// Destroys the signature of a backup header on the last sector; nothing to do without one.
+Error invalidateGptBackup(DiskDevice& disk);
+
+// The name as it lies in an entry; characters beyond the first 36 are cut.
+std::string gptName(const GptEntryRecord& entry);  // UTF-8
+void setGptName(GptEntryRecord& entry, std::string_view utf8);
+
+}  // namespace tallowin
