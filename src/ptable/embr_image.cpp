@@ -1,0 +1,167 @@
+#include "ptable/embr_image.h"
+
+#include <algorithm>
+
+namespace tallowin {
+namespace {
+
+bool isVersionKnown(u8 version) { return (version & kEmbrVersionMask) == 0; }
+
+bool hasOtherFirstSector(std::span<const u8> sector) { return textAt(sector, 2, "IBM "); }
+
+}  // namespace
+
+std::size_t EmbrImage::entryAt(u32 position) const {
+  return headerAt() + sizeof(EmbrHeaderRecord) + std::size_t{position} * sizeof(MptEntryRecord);
+}
+
+std::size_t EmbrImage::areaEnd() const {
+  return headerAt() + std::size_t{header().areaSectors} * kEmbrSectorBytes;
+}
+
+u32 EmbrImage::trackSectors() const {
+  return std::min<u32>(header().sectorsPerTrack, static_cast<u32>(bytes_.size() / sectorSize_));
+}
+
+std::span<const u8> EmbrImage::sector(u32 lba) const {
+  return std::span<const u8>(bytes_).subspan(std::size_t{lba} * sectorSize_, sectorSize_);
+}
+
+std::size_t EmbrImage::skipItems(std::size_t at, u32 count, std::size_t fixedBytes) const {
+  const std::size_t end = areaEnd();
+  for (u32 item = 0; item < count; ++item) {
+    if (at > end || fixedBytes > end - at) return 0;
+    const std::size_t length = fixedBytes + bytes_[at + fixedBytes - 1];
+    if (length > end - at) return 0;
+    at += length;
+  }
+  return at;
+}
+
+std::size_t EmbrImage::locateEnd() const {
+  const std::span<const u8> area = std::span<const u8>(bytes_).first(areaEnd());
+  std::size_t at = entryAt(entryCount());
+  const auto* mbft = recordAt<MbftHeaderRecord>(area, at);
+  if (mbft == nullptr || !textAt(area, at, "MBFT") || !isVersionKnown(mbft->version)) return 0;
+  at = skipItems(at + sizeof(MbftHeaderRecord), mbft->count, kMbftItemFixedBytes);
+  if (at == 0 || !textAt(area, at, "MDT")) return at;
+  const auto* mdt = recordAt<MdtHeaderRecord>(area, at);
+  if (mdt == nullptr || !isVersionKnown(mdt->version)) return 0;
+  return skipItems(at + sizeof(MdtHeaderRecord), mdt->count, kMdtItemFixedBytes);
+}
+
+bool EmbrImage::check() {
+  headerSector_ = hasOtherFirstSector(sector(1)) ? 2 : 1;
+  const std::size_t at = headerAt();
+  if (recordAt<EmbrHeaderRecord>(image(), at) == nullptr) return false;
+  EmbrHeaderRecord& record = header();
+  if (!textAt(bytes_, at, "EMBR") || !textAt(bytes_, at + 18, "MPT")) return false;
+  if (!isVersionKnown(record.version) || !isVersionKnown(record.mptVersion)) return false;
+  record.bytesPerSector = u16{kEmbrSectorBytes};
+  if (record.sectorsPerTrack == 0 || record.sectorsPerTrack > kMaxSectors)
+    record.sectorsPerTrack = kMaxSectors;
+  const bool placed = record.areaSectors != 0 && areaEnd() <= bytes_.size() &&
+                      record.endSector >= headerSector_ + record.areaSectors &&
+                      record.endSector <= trackSectors();
+  if (!placed) return false;
+  usedEnd_ = locateEnd();
+  return usedEnd_ != 0;
+}
+
+Error EmbrImage::read(DiskDevice& disk, EmbrImage& image) {
+  image.sectorSize_ = disk.sectorSize();
+  const u64 disksSectors = disk.sectorCount().value_or(0);
+  const u32 count =
+      static_cast<u32>(std::min<u64>({kMaxBytes / disk.sectorSize(), kMaxSectors, disksSectors}));
+  // The header and one sector of doubt must be there.
+  if (count < 3) return Error::notThisFormat;
+  image.bytes_.assign(std::size_t{count} * disk.sectorSize(), 0);
+  if (!disk.readSectors(0, image.bytes_.data(), count)) return Error::tableReadFailed;
+  return image.check() ? Error::none : Error::notThisFormat;
+}
+
+void EmbrImage::create(const Geometry& geometry, bool fresh) {
+  if (fresh) std::ranges::fill(bytes_, u8{0});
+  headerSector_ = hasOtherFirstSector(sector(1)) ? 2 : 1;
+  std::fill_n(bytes_.begin() + static_cast<std::ptrdiff_t>(headerAt()), sectorSize_, u8{0});
+  EmbrHeaderRecord& record = header();
+  std::copy_n("EMBR", sizeof record.signature, record.signature);
+  record.version = kEmbrVersion;
+  record.endSector = static_cast<u8>(headerSector_ + 1);
+  record.areaSectors = 1;
+  record.bytesPerSector = u16{kEmbrSectorBytes};
+  record.maxCylinder = geometry.maxCylinder;
+  record.maxHead = geometry.maxHead;
+  record.sectorsPerTrack = geometry.sectorsPerTrack == 0 || geometry.sectorsPerTrack > kMaxSectors
+                               ? u8{kMaxSectors}
+                               : geometry.sectorsPerTrack;
+  std::copy_n("MPT", sizeof record.mptSignature, record.mptSignature);
+  record.mptVersion = kMptVersion;
+  auto& mbft = *recordAt<MbftHeaderRecord>(image(), entryAt(0));
+  std::copy_n("MBFT", sizeof mbft.signature, mbft.signature);
+  mbft.version = kMbftVersion;
+  usedEnd_ = entryAt(0) + sizeof(MbftHeaderRecord);
+}
+
+bool EmbrImage::grow() {
+  if (header().endSector >= trackSectors()) return false;
+  const std::size_t end = areaEnd();
+  if (kEmbrSectorBytes > bytes_.size() - end) return false;
+  const auto at = [&](std::size_t offset) {
+    return bytes_.begin() + static_cast<std::ptrdiff_t>(offset);
+  };
+  std::move_backward(at(end), bytes_.end() - kEmbrSectorBytes, bytes_.end());
+  std::fill_n(at(end), kEmbrSectorBytes, u8{0});
+  ++header().endSector;
+  ++header().areaSectors;
+  return true;
+}
+
+Error EmbrImage::insert(u32 position, const MptEntryRecord& entry) {
+  if (entryCount() >= kMaxMptEntries || position > entryCount()) return Error::noFreeEntry;
+  if (areaEnd() - usedEnd_ < sizeof entry && !grow()) return Error::noFreeEntry;
+  const auto at = [&](std::size_t offset) {
+    return bytes_.begin() + static_cast<std::ptrdiff_t>(offset);
+  };
+  const std::size_t place = entryAt(position);
+  std::move_backward(at(place), at(usedEnd_), at(usedEnd_ + sizeof entry));
+  *recordAt<MptEntryRecord>(image(), place) = entry;
+  usedEnd_ += sizeof entry;
+  ++header().mptCount;
+  return Error::none;
+}
+
+void EmbrImage::remove(u32 position) {
+  if (position >= entryCount()) return;
+  const auto at = [&](std::size_t offset) {
+    return bytes_.begin() + static_cast<std::ptrdiff_t>(offset);
+  };
+  std::move(at(entryAt(position + 1)), at(usedEnd_), at(entryAt(position)));
+  usedEnd_ -= sizeof(MptEntryRecord);
+  std::fill_n(at(usedEnd_), sizeof(MptEntryRecord), u8{0});
+  --header().mptCount;
+}
+
+void EmbrImage::setLimitsPrimaries(bool limit) {
+  EmbrHeaderRecord& record = header();
+  record.mptFlags =
+      static_cast<u8>((record.mptFlags & ~kMptLimitPrimaries) | (limit ? kMptLimitPrimaries : 0));
+}
+
+std::span<const u8> EmbrImage::bootManagerTables() const {
+  const std::size_t from = entryAt(entryCount());
+  return std::span<const u8>(bytes_).subspan(from, usedEnd_ - from);
+}
+
+Error EmbrImage::writeRun(DiskDevice& disk, u32 first, u32 end) {
+  const bool written = disk.writeSectors(first, sector(first).data(), end - first) && disk.flush();
+  return written ? Error::none : Error::tableWriteFailed;
+}
+
+Error EmbrImage::write(DiskDevice& disk, u32 extraSectors) {
+  return writeRun(disk, 0, std::min(endSector() + extraSectors, trackSectors()));
+}
+
+Error EmbrImage::writeBehindMbr(DiskDevice& disk) { return writeRun(disk, 1, endSector()); }
+
+}  // namespace tallowin
