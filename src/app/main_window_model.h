@@ -79,8 +79,7 @@ class MainWindowModel {
   std::string schemeLabel() const;  // "MBR Partitions"; empty without a drive
   bool hasErrors() const;           // shows kErrorLabel
   static constexpr const char* kErrorLabel = "* Errors Exist *";
-  std::string copyPendingLabel() const;  // empty: hidden
-  std::string geometryLabel() const;     // "%u/%u/%u"; empty without a drive
+  std::string geometryLabel() const;  // "%u/%u/%u"; empty without a drive
 
   // With its mnemonic; only that of deleteOrUndelete changes.
   std::string label(Action action) const;
@@ -104,6 +103,17 @@ class MainWindowModel {
   static constexpr int kHelpTopic = 4;
 
  private:
+  enum class Refresh { initial, afterAction };
+
+  void fillDrives();
+  void refresh(Refresh kind);
+  void openCurrentDrive();
+  void selectAgain(std::optional<PartitionId> id, std::optional<std::size_t> row);
+  void runFlow(Action action, PartitionEntry& entry);
+  void closeWindow();
+  std::string whyUnavailable(Action action) const;
+  const PartitionEntry* selection() const;
+
   Session& session_;
   FrontEnd& frontEnd_;
   std::function<void(int)> showHelp_;
@@ -113,6 +123,7 @@ class MainWindowModel {
   std::vector<std::string> driveNames_;
   std::optional<std::size_t> driveIndex_;
   std::unique_ptr<Drive> drive_;
+  std::string whyNoDrive_;  // could not be opened; empty otherwise
   std::vector<PartitionRow> rows_;
   std::optional<std::size_t> selectedRow_;
   int scrollPosition_ = 0;

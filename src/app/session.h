@@ -5,59 +5,61 @@
 #include <string>
 #include <vector>
 
+#include "app/settings/drive_settings.h"
+#include "app/settings/options.h"
+#include "app/settings/program_folders.h"
+#include "app/settings/settings_file.h"
 #include "base/error.h"
-#include "base/types.h"
+#include "base/host.h"
+#include "disk/disk_handles.h"
+#include "disk/drive_list.h"
+#include "ops/operation_context.h"
+#include "ptable/drive.h"
 
 namespace tallowin {
-
-class DiskHandles;
-class Drive;
-class DriveList;
-class DriveSettings;
-class Host;
-class Options;
-class ProgramFolders;
-
-// A bus of the bus chooser; its number is the class in bits 16..23 of a drive number.
-enum class Bus : u32 { system = 0, image = 1 };
 
 // What the window and the scripting front end stand on. It owns all of it; what it hands out by
 // reference lives as long as the session.
 class Session {
  public:
-  Session(std::unique_ptr<Host> host, std::unique_ptr<ProgramFolders> folders,
-          std::unique_ptr<Options> options);
+  // Scans the machine for devices unless the options say to keep off them, registers the images
+  // of the options, and reads the drives' settings.
+  Session(std::unique_ptr<Host> host, ProgramFolders folders, Options options);
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
   Host& host() { return *host_; }
-  Options& options() { return *options_; }
-  const ProgramFolders& folders() const { return *folders_; }
-  DriveSettings& driveSettings() { return *driveSettings_; }
-  DriveList& driveList() { return *driveList_; }
-  DiskHandles& handles() { return *handles_; }
+  Options& options() { return options_; }
+  const ProgramFolders& folders() const { return folders_; }
+  const SettingsFile& settingsFile() const { return settingsFile_; }
+  DriveSettingsList& driveSettings() { return driveSettings_; }
+  const DriveList& driveList() const { return driveList_; }
+  DiskHandles& handles() { return handles_; }
+  // What a flow is given.
+  OperationContext context(FrontEnd& frontEnd) { return {frontEnd, *host_, options_, folders_}; }
 
-  // "OS" and "Image", indexed by the numbers of Bus.
-  const std::vector<std::string>& busNames() const;
-  // The display names of the drives that a chooser offers for the bus: at most 16 disks of the
-  // machine, at most 10 images.
-  std::vector<std::string> driveNames(Bus bus);
-  static u32 driveNumber(Bus bus, u32 index) { return (static_cast<u32>(bus) << 16) | index; }
+  // "OS" and "Image": the buses of the chooser, indexed by the numbers of DriveClass.
+  static const std::vector<std::string>& busNames();
+  // The display names that a chooser offers for the bus: at most 16 disks of the machine, at most
+  // 10 images.
+  std::vector<std::string> driveNames(DriveClass bus);
 
-  // Opens the disk of a drive number and reads its table, with the options' flags and the
-  // drive's own settings (geometry, alignment) in force.
-  // deviceNotOpened, tooManyOpenDrives, unknownDriveClass, geometryNotAvailable, outOfMemory:
-  // `drive` is null and nothing stays open.
+  // Opens the disk of a drive number for reading and writing, and its drive with openDrive below.
+  // Besides its errors those of DiskHandles::open.
   Error openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive);
+  // Reads the table of an open disk with the options' flags and the drive's own settings
+  // (geometry, alignment) in force. geometryNotAvailable, outOfMemory: `drive` stays as it was.
+  Error openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber, std::unique_ptr<Drive>& drive);
 
  private:
   std::unique_ptr<Host> host_;
-  std::unique_ptr<ProgramFolders> folders_;
-  std::unique_ptr<Options> options_;
-  std::unique_ptr<DriveSettings> driveSettings_;
-  std::unique_ptr<DriveList> driveList_;
-  std::unique_ptr<DiskHandles> handles_;
+  ProgramFolders folders_;
+  Options options_;
+  SettingsFile settingsFile_;
+  DriveSettingsList driveSettings_;
+  DriveList driveList_;
+  DiskHandles handles_;
 };
 
 }  // namespace tallowin

@@ -27,4 +27,10 @@ struct StartUp {
 StartUp startUp(const std::vector<std::string>& arguments, std::unique_ptr<Host> host,
                 std::ostream& out);
 
+// The program file that the arguments of main name, also when it was found along PATH.
+std::string ownProgramFile(const std::vector<std::string>& arguments);
+
+// The defaults, then the settings file, then the environment.
+Options readOptions(const ProgramFolders& folders);
+
 }  // namespace tallowin

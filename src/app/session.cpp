@@ -1,0 +1,57 @@
+#include "app/session.h"
+
+#include <algorithm>
+
+#include "ops/apply_drive_settings.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u32 kMaxOfferedDisks = 16;
+
+}  // namespace
+
+Session::Session(std::unique_ptr<Host> host, ProgramFolders folders, Options options)
+    : host_(std::move(host)),
+      folders_(std::move(folders)),
+      options_(std::move(options)),
+      settingsFile_(folders_.settingsFile()),
+      driveList_(*host_, options_.noDevices ? DriveList::Scan::none : DriveList::Scan::machine),
+      handles_(*host_, driveList_, options_.images) {
+  driveSettings_.load(settingsFile_);
+}
+
+Session::~Session() = default;
+
+const std::vector<std::string>& Session::busNames() {
+  static const std::vector<std::string> names = {"OS", "Image"};
+  return names;
+}
+
+std::vector<std::string> Session::driveNames(DriveClass bus) {
+  std::vector<std::string> names;
+  if (bus == DriveClass::image) {
+    const u32 count = handles_.driveCount(bus);
+    names.assign(options_.images.begin(), options_.images.begin() + count);
+    return names;
+  }
+  const u32 count = std::min(driveList_.countOfKind(kHardDiskKind), kMaxOfferedDisks);
+  for (u32 i = 0; i < count; ++i) names.push_back(driveList_.displayName(i, kHardDiskKind));
+  return names;
+}
+
+Error Session::openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive) {
+  std::shared_ptr<DiskDevice> disk;
+  if (const Error error = handles_.open(driveNumber, disk); error != Error::none) return error;
+  return openDrive(std::move(disk), driveNumber, drive);
+}
+
+Error Session::openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,
+                         std::unique_ptr<Drive>& drive) {
+  const bool takesSettings = (driveNumber & kDriveTakesNoSettings) == 0;
+  DriveSettingsRecord* record =
+      takesSettings ? &driveSettings_.record(settingsFile_, driveNumber) : nullptr;
+  return openDriveWithSettings(std::move(disk), *host_, options_, record, driveNumber, {}, drive);
+}
+
+}  // namespace tallowin
