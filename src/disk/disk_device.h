@@ -20,6 +20,8 @@ enum class DiskType : u8 {
 
 enum class MediaFlag : u8 { fixed = 1, removable = 2 };
 
+enum class DiskAccess { readWrite, readOnly };
+
 inline constexpr u8 kHardDiskKind = 0;
 inline constexpr u8 kOpticalKind = 5;
 

@@ -24,8 +24,6 @@ constexpr u32 driveNumberOf(DriveClass driveClass, u32 index) {
   return static_cast<u32>(driveClass) << 16 | (index & kDriveIndexMask);
 }
 
-enum class DiskAccess { readWrite, readOnly };
-
 // A disk stays open while somebody holds it, and is closed with its last holder. The list and
 // the host must outlive the table and everything it opened.
 class DiskHandles {

@@ -22,15 +22,15 @@ struct OpenedImage {
   std::string reason;  // why it failed and what to do about it, one line for the user
 };
 
-// Opens `path`, a regular file, for reading and writing when the process may do both, else
-// read-only. VHD and VMDK are found by their content; anything else is a raw image.
+// Opens `path`, a regular file, for reading and writing when `access` wants it and the process may
+// do both, else read-only. VHD and VMDK are found by their content; anything else is a raw image.
 //
 // `kind` kHardDiskKind: a raw image has `sectorSizeBytes` (512, 1024, 2048 or 4096); when that is
 // 0 it is found out, with the help of `probe`. kOpticalKind: always a raw image of 2048.
 //
 // Errors: cannotOpenForReading; unsupportedForm (a form that is recognised but not known, or a
 // container that raw writing would ruin; the reason names it); corrupt; read; outOfMemory.
-OpenedImage openImageFile(const std::string& path, u8 kind = kHardDiskKind, u32 sectorSizeBytes = 0,
-                          const SectorSizeProbe& probe = {});
+OpenedImage openImageFile(const std::string& path, DiskAccess access, u8 kind = kHardDiskKind,
+                          u32 sectorSizeBytes = 0, const SectorSizeProbe& probe = {});
 
 }  // namespace tallowin
