@@ -1,0 +1,2 @@
+tallowin_fuzzer(gpt ptable)
+tallowin_fuzzer(embr ptable)

@@ -117,6 +117,12 @@ bool EmbrImage::grow() {
   return true;
 }
 
+// What was left there before must not become a table of its own by standing behind the last item.
+void EmbrImage::clearUnused() {
+  std::fill(bytes_.begin() + static_cast<std::ptrdiff_t>(usedEnd_),
+            bytes_.begin() + static_cast<std::ptrdiff_t>(areaEnd()), u8{0});
+}
+
 Error EmbrImage::insert(u32 position, const MptEntryRecord& entry) {
   if (entryCount() >= kMaxMptEntries || position > entryCount()) return Error::noFreeEntry;
   if (areaEnd() - usedEnd_ < sizeof entry && !grow()) return Error::noFreeEntry;
@@ -128,6 +134,7 @@ Error EmbrImage::insert(u32 position, const MptEntryRecord& entry) {
   *recordAt<MptEntryRecord>(image(), place) = entry;
   usedEnd_ += sizeof entry;
   ++header().mptCount;
+  clearUnused();
   return Error::none;
 }
 
@@ -138,8 +145,8 @@ void EmbrImage::remove(u32 position) {
   };
   std::move(at(entryAt(position + 1)), at(usedEnd_), at(entryAt(position)));
   usedEnd_ -= sizeof(MptEntryRecord);
-  std::fill_n(at(usedEnd_), sizeof(MptEntryRecord), u8{0});
   --header().mptCount;
+  clearUnused();
 }
 
 void EmbrImage::setLimitsPrimaries(bool limit) {

@@ -64,6 +64,7 @@ class EmbrImage {
   std::size_t skipItems(std::size_t at, u32 count, std::size_t fixedBytes) const;
   bool check();
   bool grow();
+  void clearUnused();
   Error writeRun(DiskDevice& disk, u32 first, u32 end);
 
   u32 sectorSize_ = kEmbrSectorBytes;
