@@ -5,6 +5,7 @@
 #include "base/crc32.h"
 #include "disk/faulty_disk.h"
 #include "disk/recording_disk.h"
+#include "ptable/gpt_types.h"
 #include "support/disk_file.h"
 #include "support/oracle.h"
 #include "support/temp_folder.h"
@@ -234,6 +235,16 @@ TEST(Gpt, NamesKeepWhatUtf16CanSay) {
   entry.name[1] = u16{0x0041};
   entry.name[2] = u16{0};
   EXPECT_EQ(gptName(entry), "\uFFFDA");
+}
+
+TEST(Gpt, TypesHaveNamesAndTheirConstantsAreInTheTable) {
+  EXPECT_EQ(gptTypes().size(), 49U);
+  EXPECT_STREQ(gptTypeName(kGptEfiSystem), "EFI System");
+  EXPECT_STREQ(gptTypeName(kGptBiosBoot), "BIOS Boot");
+  EXPECT_STREQ(gptTypeName(kGptMsReserved), "Microsoft Reserved");
+  EXPECT_STREQ(gptTypeName(kGptBasicData), "Normal Data");
+  EXPECT_STREQ(gptTypeName(kGptIntelRst), "Intel RST Store");
+  EXPECT_EQ(gptTypeName(someGuid(1)), nullptr);
 }
 
 TEST(Gpt, TheChecksumIsThatOfTheStandard) {
