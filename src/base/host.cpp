@@ -41,6 +41,10 @@ std::optional<std::string> readText(const std::string& path, std::size_t maxByte
   return text;
 }
 
+NodeInfo infoOf(const struct stat& status) {
+  return {S_ISBLK(status.st_mode), major(status.st_rdev), minor(status.st_rdev)};
+}
+
 // "a/./b/../c" without its dots; the path is absolute.
 std::string normalised(const std::string& path) {
   std::vector<std::string> kept;
@@ -69,10 +73,24 @@ int Host::control(int descriptor, unsigned long request, void* argument) {
   return ::ioctl(descriptor, request, argument);
 }
 
+i64 Host::readAt(int descriptor, void* buffer, std::size_t bytes, u64 offset) {
+  return ::pread(descriptor, buffer, bytes, static_cast<off_t>(offset));
+}
+
+i64 Host::writeAt(int descriptor, const void* buffer, std::size_t bytes, u64 offset) {
+  return ::pwrite(descriptor, buffer, bytes, static_cast<off_t>(offset));
+}
+
 std::optional<NodeInfo> Host::nodeInfo(const std::string& path) {
   struct stat status {};
   if (::stat(real(path).c_str(), &status) != 0) return std::nullopt;
-  return NodeInfo{S_ISBLK(status.st_mode), major(status.st_rdev), minor(status.st_rdev)};
+  return infoOf(status);
+}
+
+std::optional<NodeInfo> Host::nodeInfo(int descriptor) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) return std::nullopt;
+  return infoOf(status);
 }
 
 std::vector<std::string> Host::list(const std::string& directory, const std::string& pattern) {
@@ -88,15 +106,19 @@ std::vector<std::string> Host::list(const std::string& directory, const std::str
 }
 
 std::vector<std::string> Host::lines(const std::string& path) {
-  const std::optional<std::string> text = readText(real(path), kMaxTextBytes);
+  const std::optional<std::string> text = content(path, kMaxTextBytes);
   if (!text || text->empty()) return {};
   std::vector<std::string> result = split(*text, '\n');
   if (result.back().empty()) result.pop_back();
   return result;
 }
 
+std::optional<std::string> Host::content(const std::string& path, std::size_t maxBytes) {
+  return readText(real(path), std::min(maxBytes, kMaxTextBytes));
+}
+
 std::optional<std::string> Host::firstLine(const std::string& path, std::size_t maxBytes) {
-  std::optional<std::string> text = readText(real(path), maxBytes);
+  std::optional<std::string> text = content(path, maxBytes);
   if (text) text->resize(std::min(text->size(), text->find('\n')));
   return text;
 }
@@ -123,6 +145,11 @@ u64 Host::monotonicNanoseconds() {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<u64>(now.tv_sec) * 1'000'000'000 + static_cast<u64>(now.tv_nsec);
+}
+
+void Host::pause(u32 milliseconds) {
+  const timespec duration{milliseconds / 1000, i64{milliseconds % 1000} * 1'000'000};
+  ::nanosleep(&duration, nullptr);
 }
 
 void Host::randomBytes(std::span<u8> out) {

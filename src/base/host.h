@@ -32,14 +32,21 @@ class Host {
   virtual void close(int descriptor);
   // ioctl(2): -1 with errno set on failure. The argument is what the request takes.
   virtual int control(int descriptor, unsigned long request, void* argument);
+  // pread(2) and pwrite(2): the bytes moved, or -1 with errno set.
+  virtual i64 readAt(int descriptor, void* buffer, std::size_t bytes, u64 offset);
+  virtual i64 writeAt(int descriptor, const void* buffer, std::size_t bytes, u64 offset);
   // Follows symbolic links; nothing when the path does not exist.
   virtual std::optional<NodeInfo> nodeInfo(const std::string& path);
+  // Of what is open, whatever its path names by now.
+  virtual std::optional<NodeInfo> nodeInfo(int descriptor);
 
   // Names (not paths) in `directory` that match `pattern` (`?`, `*`), in byte order. Entries
   // starting with "." are left out. Empty when the directory cannot be read.
   virtual std::vector<std::string> list(const std::string& directory, const std::string& pattern);
   // The lines without their line ends; empty when the file cannot be read.
   virtual std::vector<std::string> lines(const std::string& path);
+  // At most `maxBytes` as they are; nothing when the file cannot be read.
+  virtual std::optional<std::string> content(const std::string& path, std::size_t maxBytes);
   // The first line, at most `maxBytes` of it; nothing when the file cannot be read.
   virtual std::optional<std::string> firstLine(const std::string& path, std::size_t maxBytes = 63);
   // The target of a symbolic link resolved against its directory and normalised; the path
@@ -49,6 +56,8 @@ class Host {
 
   virtual u64 secondsSinceEpoch();
   virtual u64 monotonicNanoseconds();
+  // Waits; for conditions of other programs that pass by themselves.
+  virtual void pause(u32 milliseconds);
   virtual void randomBytes(std::span<u8> out);
 
   // A numeric attribute: the first line as a signed 64-bit number, base auto-detected.
