@@ -8,6 +8,7 @@
 #include "base/error.h"
 #include "base/host.h"
 #include "disk/drive_list.h"
+#include "disk/image_disk.h"
 
 namespace tallowin {
 
@@ -34,6 +35,9 @@ class DiskHandles {
   // Image paths beyond the tenth are ignored.
   DiskHandles(Host& host, const DriveList& list, std::vector<std::string> imagePaths = {});
 
+  // Asked when a raw image is opened, whose sector size has to be found out.
+  void setSectorSizeProbe(SectorSizeProbe probe) { sectorSizeProbe_ = std::move(probe); }
+
   // Read-write. An open drive is shared, not opened again.
   // unknownDriveClass; tooManyOpenDrives: the 33rd distinct drive; deviceNotOpened: see
   // lastFailure(). `disk` is then left as it was.
@@ -52,18 +56,19 @@ class DiskHandles {
 
  private:
   struct Slot {
-    u32 driveNumber = 0;
-    std::string path;  // the key of unlisted drives
+    std::string key;
     std::weak_ptr<DiskDevice> disk;
   };
   struct Target;
 
+  Target targetOf(const std::string& path) const;
   Error openTarget(const Target& target, DiskAccess access, std::shared_ptr<DiskDevice>& disk);
-  Error fail(const std::string& path, int errorNumber, DiskAccess access);
+  Error fail(const std::string& what, int errorNumber);
 
   Host& host_;
   const DriveList& list_;
   std::vector<std::string> imagePaths_;
+  SectorSizeProbe sectorSizeProbe_;
   std::vector<Slot> slots_;
   std::string lastFailure_;
 };

@@ -44,7 +44,6 @@ class DriveList {
   std::unique_ptr<DiskDevice> open(u32 index, u8 kind, int openFlags) const;
 
  private:
-  void scanMachine();
   void scanIde();
   void scanNodes();
   void scanDeviceMapper();
@@ -54,8 +53,10 @@ class DriveList {
 
   Host& host_;
   bool valid_;
-  u32 deviceMapperMajor_ = 0;  // learned during the scan; 0 = not known
   std::vector<DriveListEntry> rows_;
 };
+
+// Vendor and model of a device with the kernel's name, "ATA SSD 840 (sda)"; else its path.
+std::string diskDisplayName(Host& host, const std::string& devicePath);
 
 }  // namespace tallowin

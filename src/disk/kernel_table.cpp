@@ -1,0 +1,122 @@
+#include "disk/kernel_table.h"
+
+#include <linux/blkpg.h>
+#include <linux/fs.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+#include "disk/sys_block.h"
+
+namespace tallowin {
+namespace {
+
+// A partition in bytes, the unit of the kernel's requests.
+struct Extent {
+  u32 number = 0;
+  u64 startBytes = 0;
+  u64 sizeBytes = 0;
+
+  friend bool operator==(const Extent&, const Extent&) = default;
+};
+using Extents = std::vector<Extent>;
+
+// Of an extended partition the kernel keeps two of its sectors, or one of the disk's if that is
+// more: room for a boot loader, none for a file system.
+u64 keptBytes(const KernelPartition& partition, u32 sectorSizeBytes) {
+  const u64 whole = partition.sectorCount * sectorSizeBytes;
+  if (!partition.isExtended) return whole;
+  return std::min(whole, std::max<u64>(2 * kSysSectorBytes, sectorSizeBytes));
+}
+
+Extents wantedExtents(std::span<const KernelPartition> wanted, u32 sectorSizeBytes) {
+  Extents extents;
+  for (const KernelPartition& partition : wanted) {
+    extents.push_back({partition.number, partition.startSector * sectorSizeBytes,
+                       keptBytes(partition, sectorSizeBytes)});
+  }
+  std::sort(extents.begin(), extents.end(),
+            [](const Extent& a, const Extent& b) { return a.number < b.number; });
+  return extents;
+}
+
+Extents kernelExtents(Host& host, const std::string& sysFolder) {
+  Extents extents;
+  for (const SysPartition& known : kernelPartitions(host, sysFolder)) {
+    extents.push_back({known.number, known.start * kSysSectorBytes, known.size * kSysSectorBytes});
+  }
+  return extents;
+}
+
+const Extent* find(const Extents& extents, u32 number) {
+  const auto found = std::find_if(extents.begin(), extents.end(),
+                                  [&](const Extent& each) { return each.number == number; });
+  return found == extents.end() ? nullptr : &*found;
+}
+
+class PartitionRequests {
+ public:
+  PartitionRequests(Host& host, int descriptor) : host_(host), descriptor_(descriptor) {}
+
+  bool send(int operation, const Extent& extent) {
+    blkpg_partition partition{};
+    partition.pno = static_cast<int>(extent.number);
+    partition.start = static_cast<long long>(extent.startBytes);
+    partition.length = static_cast<long long>(extent.sizeBytes);
+    blkpg_ioctl_arg request{};
+    request.op = operation;
+    request.datalen = sizeof partition;
+    request.data = &partition;
+    return host_.control(descriptor_, BLKPG, &request) == 0;
+  }
+
+ private:
+  Host& host_;
+  int descriptor_;
+};
+
+// Deletes before it adds, and shrinks before it grows, so that nothing new meets something old.
+// What the kernel refuses stays; the caller compares afterwards.
+void bringUpToDate(PartitionRequests requests, const Extents& known, const Extents& wanted) {
+  Extents stays;
+  for (const Extent& old : known) {
+    const Extent* wish = find(wanted, old.number);
+    const bool canStay = wish != nullptr && wish->startBytes == old.startBytes;
+    if (canStay || !requests.send(BLKPG_DEL_PARTITION, old)) stays.push_back(old);
+  }
+  for (const bool growing : {false, true}) {
+    for (Extent& old : stays) {
+      const Extent* wish = find(wanted, old.number);
+      if (wish == nullptr || wish->startBytes != old.startBytes) continue;
+      if (wish->sizeBytes == old.sizeBytes || (wish->sizeBytes > old.sizeBytes) != growing)
+        continue;
+      if (requests.send(BLKPG_RESIZE_PARTITION, *wish)) old = *wish;
+    }
+  }
+  for (const Extent& wish : wanted) {
+    if (find(stays, wish.number) == nullptr)
+      static_cast<void>(requests.send(BLKPG_ADD_PARTITION, wish));
+  }
+}
+
+}  // namespace
+
+KernelTable tellKernelTable(Host& host, int descriptor, const std::string& sysFolder,
+                            u32 sectorSizeBytes, std::span<const KernelPartition> wanted) {
+  // Programs that look at new partitions keep them busy for a moment.
+  constexpr int kTries = 10;
+  constexpr u32 kPauseMilliseconds = 50;
+  const Extents extents = wantedExtents(wanted, sectorSizeBytes);
+  for (int attempt = 1;; ++attempt) {
+    if (host.control(descriptor, BLKRRPART, nullptr) == 0) return KernelTable::upToDate;
+    // Devices that the kernel looks for no partitions on.
+    if (host.number(sysFolder + "/ext_range") <= 1) return KernelTable::upToDate;
+    bringUpToDate({host, descriptor}, kernelExtents(host, sysFolder), extents);
+    if (kernelExtents(host, sysFolder) == extents) return KernelTable::upToDate;
+    if (attempt == kTries) return KernelTable::restartNeeded;
+    host.pause(kPauseMilliseconds);
+  }
+}
+
+}  // namespace tallowin

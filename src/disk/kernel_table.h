@@ -1,0 +1,18 @@
+// Making the kernel's picture of a disk's partitions that of the table on it.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "base/host.h"
+#include "disk/disk_device.h"
+
+namespace tallowin {
+
+// Asks the kernel to read the table again; where that is refused because a partition is in use,
+// deletes, resizes and adds just what differs, so that partitions in use stay as they are.
+// `sysFolder` as of sysFolderOf, `descriptor` open on the disk.
+KernelTable tellKernelTable(Host& host, int descriptor, const std::string& sysFolder,
+                            u32 sectorSizeBytes, std::span<const KernelPartition> wanted);
+
+}  // namespace tallowin

@@ -1,0 +1,295 @@
+#include "disk/linux_disk.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <linux/hdreg.h>
+#include <sys/file.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+
+#include "base/text.h"
+#include "disk/device_mapper.h"
+#include "disk/kernel_table.h"
+#include "disk/sys_block.h"
+#include "disk/transfer_buffer.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u8 kUnaskedKind = 32;  // sector size is not asked from the kernel
+constexpr u32 kOpticalSectorBytes = 2048;
+constexpr u32 kOpticalMaxTransfer = 64 * kKiB;
+constexpr u64 kMaxZeroPiece = 64 * kMiB;
+
+using Direction = DiskTransfer::Direction;
+
+}  // namespace
+
+std::unique_ptr<LinuxDisk> LinuxDisk::open(Host& host, const DriveListEntry& entry, int openFlags) {
+  const int descriptor = host.open(entry.path, openFlags | O_NONBLOCK | O_LARGEFILE);
+  if (descriptor < 0) {
+    if (errno == ENOENT) errno = ENODEV;
+    return nullptr;
+  }
+  // Without it an empty drive would not open at all; with it reads would not wait.
+  ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+  std::unique_ptr<LinuxDisk> disk(new LinuxDisk(host, entry, descriptor));
+  disk->traits_.readOnly = (openFlags & O_ACCMODE) == O_RDONLY;
+  disk->askSectorSize();
+  if (disk->traits_.maxTransferBytes >= kBulkBytes) disk->openDirect(openFlags);
+  return disk;
+}
+
+LinuxDisk::LinuxDisk(Host& host, const DriveListEntry& entry, int descriptor)
+    : host_(host), descriptor_(descriptor) {
+  traits_.deviceKind = entry.deviceKind;
+  traits_.media = entry.mediaFlag;
+  traits_.path = entry.path;
+  traits_.startOffset = entry.startOffset;
+  if (const auto node = host.nodeInfo(descriptor); node && node->isBlockDevice)
+    traits_.deviceNumber = makedev(node->major, node->minor);
+}
+
+LinuxDisk::~LinuxDisk() {
+  ring_.reset();
+  if (direct_ >= 0) host_.close(direct_);
+  host_.close(descriptor_);
+}
+
+void LinuxDisk::askSectorSize() {
+  if (traits_.deviceKind == kOpticalKind) {
+    traits_.sectorSizeBytes = kOpticalSectorBytes;
+    traits_.maxTransferBytes = kOpticalMaxTransfer;
+    return;
+  }
+  int bytes = 0;
+  if (traits_.deviceKind == kUnaskedKind || host_.control(descriptor_, BLKSSZGET, &bytes) != 0)
+    return;
+  const bool isUsable = bytes >= 512 && bytes <= 65536 && std::has_single_bit(u32(bytes));
+  if (isUsable) traits_.sectorSizeBytes = static_cast<u32>(bytes);
+}
+
+void LinuxDisk::openDirect(int openFlags) {
+  direct_ = host_.open(traits_.path, (openFlags & O_ACCMODE) | O_DIRECT | O_LARGEFILE);
+  if (direct_ < 0) return;
+  // The path may name another device by now.
+  const auto node = host_.nodeInfo(direct_);
+  if (node && node->isBlockDevice && makedev(node->major, node->minor) == traits_.deviceNumber)
+    return;
+  host_.close(direct_);
+  direct_ = -1;
+}
+
+std::optional<u64> LinuxDisk::offsetOf(u64 lba, u64 count) const {
+  const u64 sectors = u64{std::numeric_limits<i64>::max()} / sectorSize();
+  if (lba > sectors || count > sectors - lba) return std::nullopt;
+  return lba * sectorSize();
+}
+
+bool LinuxDisk::isBulk(const void* buffer, u64 bytes) const {
+  return direct_ >= 0 && bytes >= kBulkBytes &&
+         reinterpret_cast<std::uintptr_t>(buffer) % kBulkAlignment == 0;
+}
+
+i64 LinuxDisk::moveOnce(Direction direction, int descriptor, u8* buffer, std::size_t bytes,
+                        u64 offset) {
+  const SystemCallScope scope;
+  return direction == Direction::read ? host_.readAt(descriptor, buffer, bytes, offset)
+                                      : host_.writeAt(descriptor, buffer, bytes, offset);
+}
+
+bool LinuxDisk::move(Direction direction, u64 lba, u8* buffer, u32 count) {
+  const auto offset = offsetOf(lba, count);
+  if (!offset) return false;
+  const std::size_t bytes = std::size_t{count} * sectorSize();
+  const std::lock_guard lock(mutex_);
+  if (isBulk(buffer, bytes)) {
+    const i64 moved = moveOnce(direction, direct_, buffer, bytes, *offset);
+    // A device may want more alignment than its sector size; all else is the medium's answer.
+    if (moved >= 0 || errno != EINVAL) return moved == static_cast<i64>(bytes);
+  }
+  const i64 moved = moveOnce(direction, descriptor_, buffer, bytes, *offset);
+  if (moved == static_cast<i64>(bytes)) return true;
+  return moved < 0 && errno == EIO && moveBySectors(direction, buffer, bytes, *offset);
+}
+
+// The page cache works in pages: one bad sector fails its neighbours, and a write to a page that
+// cannot be read first. Asked past the cache, the device answers for just these sectors.
+bool LinuxDisk::moveBySectors(Direction direction, u8* buffer, std::size_t bytes, u64 offset) {
+  if (direct_ < 0) return false;
+  const TransferBuffer aligned(bytes);
+  if (!aligned) return false;
+  if (direction == Direction::write) std::memcpy(aligned.data(), buffer, bytes);
+  if (moveOnce(direction, direct_, aligned.data(), bytes, offset) != static_cast<i64>(bytes))
+    return false;
+  if (direction == Direction::read) std::memcpy(buffer, aligned.data(), bytes);
+  return true;
+}
+
+bool LinuxDisk::transferIn(u64 lba, void* buffer, u32 count) {
+  return move(Direction::read, lba, static_cast<u8*>(buffer), count);
+}
+
+bool LinuxDisk::transferOut(u64 lba, const void* buffer, u32 count) {
+  return move(Direction::write, lba, static_cast<u8*>(const_cast<void*>(buffer)), count);
+}
+
+void LinuxDisk::begin(DiskTransfer& transfer) {
+  const u64 bytes = u64{transfer.count} * sectorSize();
+  const auto offset = offsetOf(transfer.lba, transfer.count);
+  transfer.ticket = 0;
+  if (offset && bytes <= traits_.maxTransferBytes && isBulk(transfer.buffer, bytes)) {
+    const std::lock_guard lock(mutex_);
+    if (!ringTried_) ring_ = IoRing::create();
+    ringTried_ = true;
+    if (ring_ != nullptr) {
+      const auto direction = transfer.direction == Direction::read ? IoRing::Direction::read
+                                                                   : IoRing::Direction::write;
+      const SystemCallScope scope;
+      const auto ticket =
+          ring_->submit(direction, direct_, transfer.buffer, static_cast<u32>(bytes), *offset);
+      if (ticket) {
+        transfer.ticket = u64{*ticket} + 1;
+        return;
+      }
+    }
+  }
+  DiskDevice::begin(transfer);
+}
+
+bool LinuxDisk::finish(DiskTransfer& transfer) {
+  if (transfer.ticket == 0) return transfer.ok;
+  i32 moved = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    const SystemCallScope scope;
+    moved = ring_->wait(static_cast<u32>(transfer.ticket - 1));
+  }
+  transfer.ticket = 0;
+  if (moved == -EINVAL || moved == -EAGAIN || moved == -EOPNOTSUPP) {
+    DiskDevice::begin(transfer);
+  } else {
+    transfer.ok = moved >= 0 && static_cast<u64>(moved) == u64{transfer.count} * sectorSize();
+  }
+  return transfer.ok;
+}
+
+bool LinuxDisk::zeroFast(u64 lba, u64 count) {
+  const auto offset = offsetOf(lba, count);
+  if (!offset) return false;
+  u64 first = *offset;
+  u64 left = count * sectorSize();
+  const std::lock_guard lock(mutex_);
+  while (left != 0) {
+    const u64 piece = std::min(left, kMaxZeroPiece);
+    std::array<u64, 2> range = {first, piece};
+    const SystemCallScope scope;
+    if (host_.control(descriptor_, BLKZEROOUT, range.data()) != 0) return false;
+    first += piece;
+    left -= piece;
+  }
+  return true;
+}
+
+bool LinuxDisk::flush() {
+  const SystemCallScope scope;
+  return ::fsync(descriptor_) == 0;
+}
+
+void LinuxDisk::dropCaches() {
+  const SystemCallScope scope;
+  static_cast<void>(host_.control(descriptor_, BLKFLSBUF, nullptr));
+}
+
+std::optional<u64> LinuxDisk::sectorCount() {
+  const std::lock_guard lock(mutex_);
+  const off_t bytes = ::lseek(descriptor_, 0, SEEK_END);
+  if (bytes <= 0) return std::nullopt;
+  return static_cast<u64>(bytes) / sectorSize();
+}
+
+std::string LinuxDisk::displayName() { return diskDisplayName(host_, traits_.path); }
+
+std::string LinuxDisk::model() {
+  const std::string device = sysFolderOf(host_, traits_.path) + "/device/";
+  const std::string vendor(trim(host_.firstLine(device + "vendor").value_or("")));
+  const std::string model(trim(host_.firstLine(device + "model").value_or("")));
+  // Virtual disks have a vendor's number there and no model.
+  if (model.empty()) return std::string(trim(host_.firstLine(device + "name").value_or("")));
+  return vendor.empty() || vendor.starts_with("0x") ? model : vendor + " " + model;
+}
+
+std::string LinuxDisk::serial() {
+  const std::string folder = sysFolderOf(host_, traits_.path);
+  for (const char* attribute : {"/device/serial", "/serial"}) {
+    const std::string text(trim(host_.firstLine(folder + attribute).value_or("")));
+    if (!text.empty()) return text;
+  }
+  // SCSI: the Unit Serial Number page, with its 4 byte header.
+  constexpr std::size_t kPageHeader = 4;
+  const std::string page = host_.content(folder + "/device/vpd_pg80", 256).value_or("");
+  if (page.size() <= kPageHeader) return {};
+  return std::string(trim(printable(page.substr(kPageHeader, static_cast<u8>(page[3])))));
+}
+
+const FirmwareDisk& LinuxDisk::firmwareDisk() {
+  if (firmware_) return *firmware_;
+  if (traits_.startOffset != 0) {
+    if (const auto underlying = openUnderlyingDisk()) {
+      FirmwareDisk found;
+      found.determined = underlying->firmwareGeometry(found.geometry);
+      found.biosNumber = underlying->biosNumber();
+      return firmware_.emplace(found);
+    }
+  }
+  return firmware_.emplace(
+      findFirmwareDisk(host_, *this, [this]() -> std::optional<KernelGeometry> {
+        hd_geometry answer{};
+        if (host_.control(descriptor_, HDIO_GETGEO, &answer) != 0) return std::nullopt;
+        return KernelGeometry{answer.heads, answer.sectors, answer.cylinders};
+      }));
+}
+
+std::unique_ptr<DiskDevice> LinuxDisk::openUnderlyingDisk() const {
+  const auto node = host_.nodeInfo(traits_.path);
+  if (!node) return nullptr;
+  const auto member = physicalMember(host_, node->major, *node, Descend::yes);
+  if (!member) return nullptr;
+  const auto path = diskOfMember(host_, *member);
+  if (!path) return nullptr;
+  return open(host_, {.startOffset = 0, .deviceKind = kHardDiskKind, .path = *path}, O_RDONLY);
+}
+
+bool LinuxDisk::firmwareGeometry(Geometry& geometry) {
+  geometry = firmwareDisk().geometry;
+  return firmwareDisk().determined;
+}
+
+u32 LinuxDisk::biosNumber() { return firmwareDisk().biosNumber; }
+
+bool LinuxDisk::lockForChange() {
+  constexpr int kTries = 10;
+  constexpr u32 kPauseMilliseconds = 50;
+  for (int attempt = 1;; ++attempt) {
+    if (::flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return true;
+    if (errno != EWOULDBLOCK || attempt == kTries) return false;
+    host_.pause(kPauseMilliseconds);
+  }
+}
+
+void LinuxDisk::unlockAfterChange() { ::flock(descriptor_, LOCK_UN); }
+
+KernelTable LinuxDisk::tellKernel(std::span<const KernelPartition> wanted) {
+  const SystemCallScope scope;
+  return tellKernelTable(host_, descriptor_, sysFolderOf(host_, traits_.path), sectorSize(),
+                         wanted);
+}
+
+}  // namespace tallowin

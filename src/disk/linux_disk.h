@@ -1,0 +1,72 @@
+// A disk of this machine: a block device.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "base/host.h"
+#include "disk/drive_list.h"
+#include "disk/firmware_geometry.h"
+#include "disk/io_ring.h"
+
+namespace tallowin {
+
+// Two descriptors of one device. Ordinary requests go through the page cache; bulk requests (see
+// DiskDevice::kBulkBytes) go past it, and may overlap by begin and finish. Both are coherent:
+// before a direct transfer the kernel writes back and drops what its cache holds of the range.
+class LinuxDisk : public DiskDevice {
+ public:
+  // `openFlags` as of open(2). Null with errno on failure; a node that does not exist is ENODEV.
+  // The host must outlive the disk.
+  static std::unique_ptr<LinuxDisk> open(Host& host, const DriveListEntry& entry, int openFlags);
+  ~LinuxDisk() override;
+
+  void begin(DiskTransfer& transfer) override;
+  bool finish(DiskTransfer& transfer) override;
+  bool flush() override;
+  void dropCaches() override;
+  std::optional<u64> sectorCount() override;
+  std::string displayName() override;
+  std::string model() override;
+  std::string serial() override;
+  bool firmwareGeometry(Geometry& geometry) override;
+  u32 biosNumber() override;
+  // Waits half a second for those that look at every disk that appears or changes.
+  bool lockForChange() override;
+  void unlockAfterChange() override;
+  KernelTable tellKernel(std::span<const KernelPartition> wanted) override;
+
+  // Whether bulk requests can go past the page cache.
+  bool hasBulkPath() const { return direct_ >= 0; }
+
+ protected:
+  bool transferIn(u64 lba, void* buffer, u32 count) override;
+  bool transferOut(u64 lba, const void* buffer, u32 count) override;
+  bool zeroFast(u64 lba, u64 count) override;
+
+ private:
+  LinuxDisk(Host& host, const DriveListEntry& entry, int descriptor);
+
+  void askSectorSize();
+  void openDirect(int openFlags);
+  // Where a transfer lies in bytes; nothing when that is beyond all offsets.
+  std::optional<u64> offsetOf(u64 lba, u64 count) const;
+  bool isBulk(const void* buffer, u64 bytes) const;
+  bool move(DiskTransfer::Direction direction, u64 lba, u8* buffer, u32 count);
+  i64 moveOnce(DiskTransfer::Direction direction, int descriptor, u8* buffer, std::size_t bytes,
+               u64 offset);
+  bool moveBySectors(DiskTransfer::Direction direction, u8* buffer, std::size_t bytes, u64 offset);
+  const FirmwareDisk& firmwareDisk();
+  std::unique_ptr<DiskDevice> openUnderlyingDisk() const;
+
+  Host& host_;
+  int descriptor_;   // through the page cache
+  int direct_ = -1;  // past it; -1 when the device does not take that
+  std::mutex mutex_;
+  bool ringTried_ = false;
+  std::unique_ptr<IoRing> ring_;  // made for the first overlapped request
+  std::optional<FirmwareDisk> firmware_;
+};
+
+}  // namespace tallowin
