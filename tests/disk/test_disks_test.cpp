@@ -1,0 +1,154 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "disk/faulty_disk.h"
+#include "disk/memory_disk.h"
+#include "disk/overlay_disk.h"
+#include "disk/recording_disk.h"
+
+namespace tallowin {
+namespace {
+
+std::vector<u8> sectors(u64 count, u8 value) { return std::vector<u8>(count * 512, value); }
+
+TEST(MemoryDisk, HoldsWhatWasWrittenAndNothingBeyondItsEnd) {
+  MemoryDisk disk(1000);
+  const auto bytes = sectors(300, 0x77);
+  ASSERT_TRUE(disk.writeSectors(650, bytes.data(), 300));
+  EXPECT_FALSE(disk.writeSectors(701, bytes.data(), 300));
+  EXPECT_FALSE(disk.writeZeros(999, 2));
+  EXPECT_EQ(disk.sector(649), sectors(1, 0));
+  EXPECT_EQ(disk.sector(949), sectors(1, 0x77));
+  MemoryDisk copy = disk.copy();
+  ASSERT_TRUE(disk.writeZeros(651, 298));
+  EXPECT_EQ(disk.sector(650), sectors(1, 0x77));
+  EXPECT_EQ(disk.sector(651), sectors(1, 0));
+  EXPECT_FALSE(disk.sameContent(copy));
+  ASSERT_TRUE(copy.writeZeros(651, 298));
+  EXPECT_TRUE(disk.sameContent(copy));
+}
+
+TEST(FaultyDisk, FailsWhereItIsTold) {
+  MemoryDisk memory(1000);
+  FaultyDisk disk(memory);
+  auto bytes = sectors(2, 0x11);
+  disk.failWrite(1, false, FaultyDisk::After::halfWritten);
+  EXPECT_TRUE(disk.writeSectors(0, bytes.data(), 2));
+  EXPECT_FALSE(disk.writeSectors(10, bytes.data(), 2));
+  EXPECT_EQ(memory.sector(10), sectors(1, 0x11));
+  EXPECT_EQ(memory.sector(11), sectors(1, 0));
+  EXPECT_TRUE(disk.writeSectors(10, bytes.data(), 2));
+  disk.failRead(0, true);
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(disk.readSectors(0, bytes.data(), 1));
+  FaultyDisk spots(memory);
+  spots.failReadsOf({5, 6});
+  spots.failAccessTo({20, 20});
+  EXPECT_FALSE(spots.readSectors(4, bytes.data(), 2));
+  EXPECT_TRUE(spots.readSectors(7, bytes.data(), 2));
+  EXPECT_TRUE(spots.writeSectors(5, bytes.data(), 2));
+  EXPECT_FALSE(spots.writeSectors(19, bytes.data(), 2));
+  EXPECT_EQ(spots.reads() + spots.writes(), 4U);
+}
+
+TEST(RecordingDisk, APowerCutKeepsWhatWasFlushedAndAnySubsetOfTheRest) {
+  MemoryDisk before(100);
+  MemoryDisk memory = before.copy();
+  RecordingDisk disk(memory);
+  const auto a = sectors(1, 0xA);
+  const auto b = sectors(2, 0xB);
+  const auto c = sectors(1, 0xC);
+  ASSERT_TRUE(disk.writeSectors(1, a.data(), 1));
+  ASSERT_TRUE(disk.flush());
+  ASSERT_TRUE(disk.writeSectors(2, b.data(), 2));
+  ASSERT_TRUE(disk.writeSectors(4, c.data(), 1));
+  const WriteLog& log = disk.log();
+  ASSERT_EQ(log.size(), 4U);
+  EXPECT_EQ(log.unflushedBefore(4), 2U);
+  EXPECT_EQ(log.unflushedBefore(2), 0U);
+  EXPECT_TRUE(log.replay(before, 4).sameContent(memory));
+  MemoryDisk cut = log.replaySubset(before, 4, 0b10);
+  EXPECT_EQ(cut.sector(1), a);
+  EXPECT_EQ(cut.sector(2), sectors(1, 0));
+  EXPECT_EQ(cut.sector(4), c);
+  MemoryDisk torn = log.replaySubset(before, 4, 0b11, 0);
+  EXPECT_EQ(torn.sector(2), sectors(1, 0xB));
+  EXPECT_EQ(torn.sector(3), sectors(1, 0));
+}
+
+class OverlayTest : public ::testing::Test {
+ protected:
+  OverlayTest() {
+    for (u64 lba = 0; lba < 1000; ++lba) memory_.setSector(lba, sectors(1, static_cast<u8>(lba)));
+  }
+  MemoryDisk memory_{1000};
+};
+
+TEST_F(OverlayTest, NothingReachesTheDiskBelow) {
+  MemoryDisk before = memory_.copy();
+  RecordingDisk recording(memory_);
+  OverlayDisk overlay(recording);
+  const auto bytes = sectors(3, 0xEE);
+  ASSERT_TRUE(overlay.writeSectors(10, bytes.data(), 3));
+  ASSERT_TRUE(overlay.writeSectors(13, bytes.data(), 1));
+  ASSERT_TRUE(overlay.writeZeros(500, 100));
+  ASSERT_TRUE(overlay.flush());
+  EXPECT_EQ(overlay.tellKernel({}), KernelTable::upToDate);
+  EXPECT_TRUE(DiskChangeLock(overlay).held());
+  EXPECT_EQ(recording.log().size(), 0U);
+  EXPECT_TRUE(memory_.sameContent(before));
+  EXPECT_EQ(overlay.flushes(), 1U);
+  EXPECT_EQ(overlay.writtenRanges(), (std::vector<OverlayDisk::SectorRange>{{10, 4}, {500, 100}}));
+  EXPECT_EQ(overlay.writtenBytes(), 104U * 512);
+  EXPECT_FALSE(overlay.writeSectors(998, bytes.data(), 3));
+}
+
+// Against a plain disk that takes the same writes: every overlap of runs, zeros and old sectors.
+TEST_F(OverlayTest, ReadsAreThoseOfADiskThatTookTheWrites) {
+  OverlayDisk overlay(memory_);
+  MemoryDisk expected = memory_.copy();
+  std::mt19937 random(1);
+  std::vector<bool> written(1000);
+  for (int step = 0; step < 1000; ++step) {
+    const u64 first = random() % 1000;
+    const u64 count = std::min<u64>(1 + random() % 40, 1000 - first);
+    auto bytes = sectors(count, static_cast<u8>(random() % 3));
+    if (random() % 4 == 0) {
+      ASSERT_TRUE(overlay.writeZeros(first, count) && expected.writeZeros(first, count));
+    } else {
+      ASSERT_TRUE(overlay.writeSectors(first, bytes.data(), count));
+      ASSERT_TRUE(expected.writeSectors(first, bytes.data(), count));
+    }
+    std::fill_n(written.begin() + static_cast<std::ptrdiff_t>(first), count, true);
+    const u64 from = random() % 900;
+    auto got = sectors(100, 0x55);
+    auto wanted = sectors(100, 0x66);
+    ASSERT_TRUE(overlay.readSectors(from, got.data(), 100));
+    ASSERT_TRUE(expected.readSectors(from, wanted.data(), 100));
+    ASSERT_EQ(got, wanted) << "step " << step;
+    const auto count64 = static_cast<u64>(std::count(written.begin(), written.end(), true));
+    ASSERT_EQ(overlay.writtenBytes(), count64 * 512);
+    ASSERT_LE(overlay.storedBytes(), count64 * 512);
+  }
+}
+
+TEST(OverlayDisk, ZerosOfAHugeDiskTakeNoRoomAndAFullOneRefuses) {
+  MemoryDisk memory(u64{2} << 40 >> 9);
+  OverlayDisk overlay(memory, 1 * kMiB);
+  std::vector<u8> zeros(4 * kMiB);
+  for (u64 piece = 0; piece < 1000; ++piece)
+    ASSERT_TRUE(overlay.writeSectors(piece * 8192, zeros.data(), 8192));
+  ASSERT_TRUE(overlay.writeZeros(8192 * 1000, 4'000'000'000));
+  EXPECT_EQ(overlay.storedBytes(), 0U);
+  EXPECT_EQ(overlay.writtenRanges().size(), 1U);
+  const auto bytes = sectors(1024, 1);
+  for (u64 i = 0; i < 2; ++i) ASSERT_TRUE(overlay.writeSectors(i * 5000, bytes.data(), 1024));
+  EXPECT_FALSE(overlay.isFull());
+  EXPECT_FALSE(overlay.writeSectors(100'000, bytes.data(), 1024));
+  EXPECT_TRUE(overlay.isFull());
+  EXPECT_TRUE(overlay.writeSectors(0, bytes.data(), 1024)) << "what is there can be changed";
+}
+
+}  // namespace
+}  // namespace tallowin
