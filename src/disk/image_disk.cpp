@@ -1,0 +1,205 @@
+#include "disk/image_disk.h"
+
+#include <algorithm>
+#include <array>
+#include <mutex>
+
+#include "base/bytes.h"
+#include "base/text.h"
+#include "disk/firmware_geometry.h"
+#include "disk/mbr_ends_record.h"
+#include "files/image_container.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u32 kContainerSectorBytes = ImageContainer::kSectorBytes;
+constexpr u32 kOpticalSectorBytes = 2048;
+constexpr std::array<u32, 4> kSectorSizes = {512, 1024, 2048, 4096};
+
+DiskType typeOf(ImageForm form) {
+  switch (form) {
+    case ImageForm::vhd:
+      return DiskType::vhdImage;
+    case ImageForm::vmdk:
+      return DiskType::vmdkImage;
+    case ImageForm::raw:
+      break;
+  }
+  return DiskType::rawImage;
+}
+
+class ImageDisk : public DiskDevice {
+ public:
+  // Marks each blocking call of the container; what the container does between them must not be
+  // interrupted by a repaint.
+  class MarkedFile : public ImageFile {
+   public:
+    explicit MarkedFile(std::unique_ptr<ImageFile> inner) : inner_(std::move(inner)) {}
+
+    u64 sizeBytes() const override { return inner_->sizeBytes(); }
+    bool isReadOnly() const override { return inner_->isReadOnly(); }
+    Error readAt(u64 offset, std::span<u8> bytes) override {
+      const SystemCallScope scope;
+      return inner_->readAt(offset, bytes);
+    }
+    Error writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
+      const SystemCallScope scope;
+      return inner_->writeAt(offset, bytes, following);
+    }
+    bool zeroFast(u64 offset, u64 bytes) override {
+      const SystemCallScope scope;
+      return inner_->zeroFast(offset, bytes);
+    }
+    Error resize(u64 newSizeBytes) override {
+      const SystemCallScope scope;
+      return inner_->resize(newSizeBytes);
+    }
+    Error flush() override {
+      const SystemCallScope scope;
+      return inner_->flush();
+    }
+    bool lock() override { return inner_->lock(); }
+    void unlock() override { inner_->unlock(); }
+
+   private:
+    std::unique_ptr<ImageFile> inner_;
+  };
+
+  ImageDisk(std::unique_ptr<ImageContainer> image, const std::string& path, u8 kind,
+            u32 sectorSizeBytes)
+      : image_(std::move(image)) {
+    traits_.kindByte = 0xFE;
+    traits_.deviceKind = kind;
+    traits_.type = typeOf(image_->form());
+    traits_.commandTimeoutSeconds = 5;
+    traits_.deviceClass = 8;
+    traits_.maxTransferBytes = kAllOnes32;
+    traits_.readOnly = image_->isReadOnly();
+    traits_.path = path;
+    setSectorSize(sectorSizeBytes);
+  }
+
+  void setSectorSize(u32 sectorSizeBytes) { traits_.sectorSizeBytes = sectorSizeBytes; }
+
+  bool flush() override {
+    const std::lock_guard lock(mutex_);
+    return image_->flush() == Error::none;
+  }
+  std::optional<u64> sectorCount() override { return image_->sectorCount() / scale(); }
+
+  bool firmwareGeometry(Geometry& geometry) override {
+    if (!firmware_) {
+      const auto stated = image_->geometry();
+      firmware_ = stated ? FirmwareDisk{*stated, true} : imageFirmwareDisk(*this);
+    }
+    geometry = firmware_->geometry;
+    return firmware_->determined;
+  }
+
+  bool lockForChange() override { return image_->file().lock(); }
+  void unlockAfterChange() override { image_->file().unlock(); }
+
+ protected:
+  bool transferIn(u64 lba, void* buffer, u32 count) override {
+    const std::lock_guard lock(mutex_);
+    return isInside(lba, count) &&
+           image_->read(lba * scale(), {static_cast<u8*>(buffer), bytesOf(count)}) == Error::none;
+  }
+  bool transferOut(u64 lba, const void* buffer, u32 count) override {
+    const std::lock_guard lock(mutex_);
+    return isInside(lba, count) && image_->write(lba * scale(), {static_cast<const u8*>(buffer),
+                                                                 bytesOf(count)}) == Error::none;
+  }
+  bool zeroFast(u64 lba, u64 count) override {
+    const std::lock_guard lock(mutex_);
+    return isInside(lba, count) &&
+           image_->writeZeros(lba * scale(), count * scale()) == Error::none;
+  }
+
+ private:
+  u32 scale() const { return sectorSize() / kContainerSectorBytes; }
+  std::size_t bytesOf(u32 count) const { return std::size_t{count} * sectorSize(); }
+  bool isInside(u64 lba, u64 count) const {
+    const u64 sectors = image_->sectorCount() / scale();
+    return lba <= sectors && count <= sectors - lba;
+  }
+
+  std::unique_ptr<ImageContainer> image_;
+  std::mutex mutex_;
+  std::optional<FirmwareDisk> firmware_;
+};
+
+// Types whose partitions begin with a boot sector or an extended boot record, hidden ones too.
+bool startsWithSignature(u8 type) {
+  constexpr std::array<u8, 24> kTypes = {0x01, 0x04, 0x05, 0x06, 0x07, 0x0B, 0x0C, 0x0E,
+                                         0x0F, 0x11, 0x12, 0x14, 0x15, 0x16, 0x17, 0x1B,
+                                         0x1C, 0x1E, 0x1F, 0x27, 0x85, 0xDE, 0xDF, 0xEF};
+  return std::find(kTypes.begin(), kTypes.end(), type) != kTypes.end();
+}
+
+bool hasSignature(DiskDevice& sectorsOf512, u64 sector) {
+  MbrEndsRecord record;
+  return sectorsOf512.readSectors(sector, &record, 1) && record.bootSignature == 0xAA55;
+}
+
+// The sector size with which the table's first entry leads to a boot sector; 0 when none does.
+u32 sizeByPartitionTable(DiskDevice& sectorsOf512) {
+  MbrEndsRecord mbr;
+  if (!sectorsOf512.readSectors(0, &mbr, 1) || mbr.bootSignature != 0xAA55) return 0;
+  const auto* entry = std::find_if(
+      std::begin(mbr.entries), std::end(mbr.entries), [](const MbrEndsRecord::Entry& candidate) {
+        return startsWithSignature(candidate.type) && candidate.firstLba != 0;
+      });
+  if (entry == std::end(mbr.entries)) return 0;
+  for (const u32 size : kSectorSizes) {
+    const u64 scale = size / kContainerSectorBytes;
+    // The signature stands in the last two bytes of the first 512 whatever the sector size.
+    if (hasSignature(sectorsOf512, entry->firstLba * scale)) return size;
+  }
+  return 0;
+}
+
+bool isSectorSize(u32 size) {
+  return std::find(kSectorSizes.begin(), kSectorSizes.end(), size) != kSectorSizes.end();
+}
+
+// `disk` has sectors of 512 bytes here.
+u32 detectedSectorSize(DiskDevice& disk, const SectorSizeProbe& probe) {
+  const std::optional<u32> identified = probe ? probe(disk) : std::nullopt;
+  const u32 size = identified ? *identified : sizeByPartitionTable(disk);
+  return isSectorSize(size) ? size : kContainerSectorBytes;
+}
+
+OpenedImage failed(const std::string& path, const ImageFailure& failure) {
+  return {nullptr, failure.error, format("%s: %s", path.c_str(), failure.reason.c_str())};
+}
+
+}  // namespace
+
+OpenedImage openImageFile(const std::string& path, DiskAccess access, u8 kind, u32 sectorSizeBytes,
+                          const SectorSizeProbe& probe) {
+  ImageFailure failure;
+  if (sectorSizeBytes != 0 && !isSectorSize(sectorSizeBytes))
+    return failed(path, {Error::unsupportedForm,
+                         "A sector has 512, 1024, 2048 or 4096 bytes, and no other number."});
+  std::unique_ptr<ImageFile> file = openHostImageFile(
+      path, access == DiskAccess::readOnly ? ImageAccess::readOnly : ImageAccess::readWrite,
+      failure);
+  if (!file) return failed(path, failure);
+  file = std::make_unique<ImageDisk::MarkedFile>(std::move(file));
+  std::unique_ptr<ImageContainer> image =
+      kind == kOpticalKind ? openRaw(file, failure) : openImage(file, failure);
+  if (!image) return failed(path, failure);
+
+  const bool isRaw = image->form() == ImageForm::raw;
+  auto disk = std::make_unique<ImageDisk>(std::move(image), path, kind, kContainerSectorBytes);
+  if (kind == kOpticalKind) {
+    disk->setSectorSize(kOpticalSectorBytes);
+  } else if (isRaw) {
+    disk->setSectorSize(sectorSizeBytes != 0 ? sectorSizeBytes : detectedSectorSize(*disk, probe));
+  }
+  return {std::move(disk), Error::none, {}};
+}
+
+}  // namespace tallowin

@@ -1,0 +1,76 @@
+// A VHD that grows: blocks in the order of their first write, and a table that says where.
+#pragma once
+
+#include <set>
+#include <vector>
+
+#include "files/image_container.h"
+#include "files/vhd_bitmaps.h"
+#include "files/vhd_record.h"
+
+namespace tallowin {
+
+std::optional<Geometry> vhdGeometry(const VhdFooter& footer);
+// Sectors of the disk: whole cylinders of the footer's geometry when it states one.
+u64 vhdSectorCount(const VhdFooter& footer);
+
+//   footer's copy | header | table | bitmap, block | bitmap, block | ... | room | footer
+//
+// The footer must stay the last thing in the file, and a block must lie whole before the table
+// names it. So the footer is first put some way behind the end and flushed, which makes room (a
+// hole, zeros for nothing); blocks are written into the room, each once; and the table's entries
+// are written by flush(), between two flushes of the file. Closing puts the footer directly
+// behind the last block. Whenever that stops, the image opens, and a block is there whole or not
+// at all.
+class DynamicVhd : public ImageContainer {
+ public:
+  struct Layout {
+    VhdFooter footer;
+    u64 sectorCount = 0;
+    u32 blockSectors = 0;
+    u64 tableOffset = 0;
+    std::vector<VhdTableEntry> table;
+    bool isTruncated = false;  // a block passes the end of the file: only to be read
+  };
+
+  DynamicVhd(std::unique_ptr<ImageFile> file, Layout layout);
+  ~DynamicVhd() override;
+
+  ImageForm form() const override { return ImageForm::vhd; }
+  u64 sectorCount() const override { return layout_.sectorCount; }
+  bool isReadOnly() const override { return layout_.isTruncated || file_->isReadOnly(); }
+  std::optional<Geometry> geometry() const override { return vhdGeometry(layout_.footer); }
+
+  Error read(u64 sector, std::span<u8> bytes) override;
+  Error write(u64 sector, std::span<const u8> bytes) override;
+  Error writeZeros(u64 sector, u64 count) override;
+  Error flush() override;
+
+ private:
+  struct Run;
+  template <typename Step>
+  Error forEachRun(u64 sector, u64 count, Step step);
+
+  u64 blockBytes() const { return u64{layout_.blockSectors} * kSectorBytes; }
+  u64 storedBytes() const { return bitmaps_.bitmapBytes() + blockBytes(); }
+  bool isAllocated(u64 block) const {
+    return block < layout_.table.size() && layout_.table[block] != kVhdNotAllocated;
+  }
+  u64 bitmapOffset(u64 block) const { return u64{layout_.table[block]} * kSectorBytes; }
+  u64 dataOffset(const Run& run) const;
+
+  Error writeNewBlock(const Run& run, std::span<const u8> bytes);
+  Error makeRoom();
+  Error giveRoomBack();
+  Error writeTable();
+
+  Layout layout_;
+  VhdBitmaps bitmaps_;
+  u64 nextBlockOffset_;
+  u64 footerOffset_;
+  u64 unallocatedBlocks_;
+  bool growthFailed_ = false;          // what lies in the room is unknown
+  std::set<u64> changedTableSectors_;  // entries that only memory has, by their sector
+};
+
+}  // namespace tallowin

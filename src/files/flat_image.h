@@ -1,0 +1,41 @@
+// An image whose sector n lies at byte n x 512 of the file: raw images and fixed VHDs.
+#pragma once
+
+#include "files/image_container.h"
+
+namespace tallowin {
+
+class FlatImage : public ImageContainer {
+ public:
+  FlatImage(std::unique_ptr<ImageFile> file, ImageForm form, u64 sectorCount,
+            std::optional<Geometry> geometry = std::nullopt)
+      : ImageContainer(std::move(file)),
+        form_(form),
+        sectorCount_(sectorCount),
+        geometry_(geometry) {}
+
+  ImageForm form() const override { return form_; }
+  u64 sectorCount() const override { return sectorCount_; }
+  std::optional<Geometry> geometry() const override { return geometry_; }
+
+  Error read(u64 sector, std::span<u8> bytes) override {
+    if (!isInside(sector, bytes.size() / kSectorBytes)) return Error::read;
+    return file_->readAt(sector * kSectorBytes, bytes);
+  }
+  Error write(u64 sector, std::span<const u8> bytes) override {
+    if (isReadOnly() || !isInside(sector, bytes.size() / kSectorBytes)) return Error::write;
+    return file_->writeAt(sector * kSectorBytes, bytes);
+  }
+  Error writeZeros(u64 sector, u64 count) override {
+    if (isReadOnly() || !isInside(sector, count)) return Error::write;
+    return writeZerosAt(*file_, sector * kSectorBytes, count * kSectorBytes);
+  }
+  Error flush() override { return isReadOnly() ? Error::none : file_->flush(); }
+
+ private:
+  ImageForm form_;
+  u64 sectorCount_;
+  std::optional<Geometry> geometry_;
+};
+
+}  // namespace tallowin

@@ -1,0 +1,175 @@
+// Images on the host's file system: the page cache for small requests, direct I/O for bulk.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "base/text.h"
+#include "files/image_file.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kDirectMinBytes = 256 * kKiB;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int value = -1) : value_(value) {}
+  ~Descriptor() { reset(); }
+  Descriptor(Descriptor&& other) noexcept : value_(std::exchange(other.value_, -1)) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  Descriptor& operator=(Descriptor&&) = delete;
+
+  int get() const { return value_; }
+  void reset() {
+    if (value_ >= 0) ::close(std::exchange(value_, -1));
+  }
+
+ private:
+  int value_;
+};
+
+// What offsets, lengths and addresses of direct requests must be multiples of.
+u64 directAlignment(int descriptor) {
+#ifdef STATX_DIOALIGN
+  struct statx status {};
+  if (::statx(descriptor, "", AT_EMPTY_PATH, STATX_DIOALIGN, &status) == 0 &&
+      (status.stx_mask & STATX_DIOALIGN) != 0 && status.stx_dio_offset_align != 0)
+    return std::max<u64>(status.stx_dio_offset_align, status.stx_dio_mem_align);
+#endif
+  return 4096;
+}
+
+class HostImageFile : public ImageFile {
+ public:
+  HostImageFile(Descriptor cached, Descriptor direct, u64 sizeBytes, bool readOnly)
+      : cached_(std::move(cached)),
+        direct_(std::move(direct)),
+        directAlignment_(direct_.get() >= 0 ? directAlignment(direct_.get()) : 0),
+        sizeBytes_(sizeBytes),
+        readOnly_(readOnly) {}
+
+  u64 sizeBytes() const override { return sizeBytes_; }
+  bool isReadOnly() const override { return readOnly_; }
+
+  Error readAt(u64 offset, std::span<u8> bytes) override {
+    while (!bytes.empty()) {
+      const bool direct = isDirect(offset, bytes);
+      const ssize_t got = ::pread((direct ? direct_ : cached_).get(), bytes.data(), bytes.size(),
+                                  static_cast<off_t>(offset));
+      if (got < 0) {
+        if (mayRetry(direct)) continue;
+        return Error::read;
+      }
+      if (got == 0) {
+        std::memset(bytes.data(), 0, bytes.size());
+        return Error::none;
+      }
+      bytes = bytes.subspan(static_cast<std::size_t>(got));
+      offset += static_cast<u64>(got);
+    }
+    return Error::none;
+  }
+
+  Error writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
+    while (!bytes.empty() || !following.empty()) {
+      const bool direct = isDirect(offset, bytes, following);
+      const std::array<iovec, 2> parts = {part(bytes), part(following)};
+      const ssize_t put = ::pwritev((direct ? direct_ : cached_).get(), parts.data(),
+                                    static_cast<int>(parts.size()), static_cast<off_t>(offset));
+      if (put <= 0) {
+        if (put < 0 && mayRetry(direct)) continue;
+        return put < 0 && errno == ENOSPC ? Error::noSpaceLeft : Error::write;
+      }
+      offset += static_cast<u64>(put);
+      sizeBytes_ = std::max(sizeBytes_, offset);
+      const std::size_t ofFirst =
+          std::min<std::size_t>(static_cast<std::size_t>(put), bytes.size());
+      bytes = bytes.subspan(ofFirst);
+      following = following.subspan(static_cast<std::size_t>(put) - ofFirst);
+    }
+    return Error::none;
+  }
+
+  bool zeroFast(u64 offset, u64 bytes) override {
+    for (const int mode :
+         {FALLOC_FL_ZERO_RANGE | FALLOC_FL_KEEP_SIZE, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE}) {
+      if (::fallocate(cached_.get(), mode, static_cast<off_t>(offset), static_cast<off_t>(bytes)) ==
+          0)
+        return true;
+    }
+    return false;
+  }
+
+  Error resize(u64 newSizeBytes) override {
+    if (::ftruncate(cached_.get(), static_cast<off_t>(newSizeBytes)) != 0)
+      return errno == ENOSPC ? Error::noSpaceLeft : Error::write;
+    sizeBytes_ = newSizeBytes;
+    return Error::none;
+  }
+
+  Error flush() override { return ::fsync(cached_.get()) == 0 ? Error::none : Error::write; }
+
+  bool lock() override { return ::flock(cached_.get(), LOCK_EX | LOCK_NB) == 0; }
+  void unlock() override { ::flock(cached_.get(), LOCK_UN); }
+
+ private:
+  static iovec part(std::span<const u8> bytes) {
+    return {const_cast<u8*>(bytes.data()), bytes.size()};
+  }
+
+  bool isDirect(u64 offset, std::span<const u8> bytes, std::span<const u8> following = {}) const {
+    if (direct_.get() < 0 || bytes.size() + following.size() < kDirectMinBytes) return false;
+    const u64 bits = offset | reinterpret_cast<std::uintptr_t>(bytes.data()) | bytes.size() |
+                     reinterpret_cast<std::uintptr_t>(following.data()) | following.size();
+    return bits % directAlignment_ == 0;
+  }
+
+  // After a failed call: a signal, or a file system that does not keep what it said about direct
+  // requests, for which the page cache takes over.
+  bool mayRetry(bool direct) {
+    if (errno == EINTR) return true;
+    if (!direct || errno != EINVAL) return false;
+    direct_.reset();
+    return true;
+  }
+
+  Descriptor cached_;
+  Descriptor direct_;
+  u64 directAlignment_;
+  u64 sizeBytes_;
+  bool readOnly_;
+};
+
+}  // namespace
+
+std::unique_ptr<ImageFile> openHostImageFile(const std::string& path, ImageAccess access,
+                                             ImageFailure& failure) {
+  const bool readOnly = access == ImageAccess::readOnly || ::access(path.c_str(), R_OK | W_OK) != 0;
+  const int flags = (readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NONBLOCK;
+  Descriptor cached(::open(path.c_str(), flags));
+  if (cached.get() < 0) {
+    failure = {Error::cannotOpenForReading,
+               format("%s cannot be opened: %s.", path.c_str(), std::strerror(errno))};
+    return nullptr;
+  }
+  struct stat status {};
+  if (::fstat(cached.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    failure = {Error::cannotOpenForReading,
+               format("%s is not a file; only files can be opened as images.", path.c_str())};
+    return nullptr;
+  }
+  Descriptor direct(::open(path.c_str(), flags | O_DIRECT));
+  return std::make_unique<HostImageFile>(std::move(cached), std::move(direct),
+                                         static_cast<u64>(status.st_size), readOnly);
+}
+
+}  // namespace tallowin

@@ -1,0 +1,271 @@
+#include "files/sparse_vmdk.h"
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+
+#include "base/text.h"
+#include "files/ini_text.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kMaxTableBytesInMemory = 64 * kMiB;
+// New grains start at multiples of this, which keeps them fit for direct I/O.
+constexpr u64 kGrowthAlignment = 4096;
+
+constexpr u64 roundUp(u64 value, u64 unit) { return (value + unit - 1) / unit * unit; }
+
+std::span<const u8> bytesOfEntries(const std::vector<VmdkEntry>& entries) {
+  return {reinterpret_cast<const u8*>(entries.data()), entries.size() * sizeof(VmdkEntry)};
+}
+
+}  // namespace
+
+// A part of a request that lies in one piece in the file, or nowhere.
+struct SparseVmdk::Run {
+  bool isAllocated = false;
+  u64 fileOffset = 0;
+  u64 count = 0;   // sectors
+  u64 offset = 0;  // in the request, bytes
+  u64 bytes() const { return count * kSectorBytes; }
+};
+
+SparseVmdk::SparseVmdk(std::unique_ptr<ImageFile> file, Layout layout)
+    : ImageContainer(std::move(file)),
+      layout_(std::move(layout)),
+      tables_(layout_.directory.size()),
+      sectorsAtOpen_(file_->sizeBytes() / kSectorBytes),
+      // The last grain of a file that was cut may reach beyond its end.
+      nextOffset_(
+          roundUp(file_->sizeBytes(), kGrowthAlignment) +
+          (file_->sizeBytes() % grainBytes() == 0 ? 0 : roundUp(grainBytes(), kGrowthAlignment))),
+      firstNewSector_(nextOffset_ / kSectorBytes) {}
+
+SparseVmdk::~SparseVmdk() { static_cast<void>(flush()); }
+
+std::optional<Geometry> SparseVmdk::geometry() const { return vmdkGeometry(layout_.descriptor); }
+
+bool SparseVmdk::mayHoldGrain(u64 fileSector) const {
+  if (fileSector >= firstNewSector_) return fileSector < nextOffset_ / kSectorBytes;
+  if (fileSector >= sectorsAtOpen_) return false;
+  const auto next =
+      std::lower_bound(layout_.metadata.begin(), layout_.metadata.end(), fileSector,
+                       [](const SectorExtent& extent, u64 sector) { return extent.end <= sector; });
+  return next == layout_.metadata.end() || next->first >= fileSector + layout_.grainSectors;
+}
+
+// The table from memory or from the file; null when the directory has none.
+Error SparseVmdk::table(u64 index, Table*& found) {
+  found = tables_[index].get();
+  if (found != nullptr || layout_.directory[index] == kVmdkNotAllocated) return Error::none;
+  if ((tablesInMemory_ + 1) * tableBytes() > kMaxTableBytesInMemory) {
+    for (u64 i = 0; i < tables_.size(); ++i)
+      if (!changedTables_.contains(i)) tables_[i].reset();
+    tablesInMemory_ = changedTables_.size();
+  }
+  auto fresh = std::make_unique<Table>(layout_.entriesPerTable);
+  const std::span<u8> bytes(reinterpret_cast<u8*>(fresh->data()), tableBytes());
+  if (const Error error = file_->readAt(u64{layout_.directory[index]} * kSectorBytes, bytes);
+      error != Error::none)
+    return error;
+  for (VmdkEntry& entry : *fresh) {
+    if (entry == kVmdkZeroGrain && layout_.hasZeroedGrains) entry = kVmdkNotAllocated;
+    if (entry != kVmdkNotAllocated && !mayHoldGrain(entry)) return Error::corrupt;
+  }
+  found = fresh.get();
+  tables_[index] = std::move(fresh);
+  ++tablesInMemory_;
+  return Error::none;
+}
+
+Error SparseVmdk::entry(u64 grain, u32& fileSector) {
+  Table* found = nullptr;
+  const Error error = table(grain / layout_.entriesPerTable, found);
+  fileSector =
+      found != nullptr ? u32{(*found)[grain % layout_.entriesPerTable]} : kVmdkNotAllocated;
+  return error;
+}
+
+// The longest run from `sector` on whose grains follow each other in the file, or are all missing.
+Error SparseVmdk::findRun(u64 sector, u64 count, Run& run) {
+  u64 grain = sector / layout_.grainSectors;
+  const u64 inGrain = sector % layout_.grainSectors;
+  u32 fileSector = kVmdkNotAllocated;
+  if (const Error error = entry(grain, fileSector); error != Error::none) return error;
+  run.isAllocated = fileSector != kVmdkNotAllocated;
+  run.fileOffset = (fileSector + inGrain) * kSectorBytes;
+  u64 expected = fileSector;
+  u64 covered = 0;  // sectors from the start of the first grain
+  do {
+    const u64 grains = std::max<u64>(missingGrains(grain), 1);
+    covered += grains * layout_.grainSectors;
+    grain += grains;
+    if (covered - inGrain >= count) break;
+    expected += run.isAllocated ? layout_.grainSectors : 0;
+    if (const Error error = entry(grain, fileSector); error != Error::none) return error;
+  } while (fileSector == expected);
+  run.count = std::min(count, covered - inGrain);
+  return Error::none;
+}
+
+// Grains from `grain` on that are missing because their whole table is.
+u64 SparseVmdk::missingGrains(u64 grain) const {
+  const u64 index = grain / layout_.entriesPerTable;
+  if (tables_[index] || layout_.directory[index] != kVmdkNotAllocated) return 0;
+  return layout_.entriesPerTable - grain % layout_.entriesPerTable;
+}
+
+template <typename Step>
+Error SparseVmdk::forEachRun(u64 sector, u64 count, Step step) {
+  for (u64 done = 0; done < count;) {
+    Run run;
+    run.offset = done * kSectorBytes;
+    if (const Error error = findRun(sector + done, count - done, run); error != Error::none)
+      return error;
+    if (const Error error = step(sector + done, run); error != Error::none) return error;
+    done += run.count;
+  }
+  return Error::none;
+}
+
+Error SparseVmdk::read(u64 sector, std::span<u8> bytes) {
+  const u64 count = bytes.size() / kSectorBytes;
+  if (!isInside(sector, count)) return Error::read;
+  return forEachRun(sector, count, [&](u64, const Run& run) {
+    const std::span<u8> part = bytes.subspan(run.offset, run.bytes());
+    if (run.isAllocated) return file_->readAt(run.fileOffset, part);
+    std::memset(part.data(), 0, part.size());
+    return Error::none;
+  });
+}
+
+Error SparseVmdk::write(u64 sector, std::span<const u8> bytes) {
+  const u64 count = bytes.size() / kSectorBytes;
+  if (isReadOnly() || !isInside(sector, count)) return Error::write;
+  if (const Error error = renewContentId(); error != Error::none) return error;
+  return forEachRun(sector, count, [&](u64 first, const Run& run) {
+    const std::span<const u8> part = bytes.subspan(run.offset, run.bytes());
+    return run.isAllocated ? file_->writeAt(run.fileOffset, part)
+                           : writeNewGrains(first, run, part);
+  });
+}
+
+Error SparseVmdk::writeZeros(u64 sector, u64 count) {
+  if (isReadOnly() || !isInside(sector, count)) return Error::write;
+  if (const Error error = renewContentId(); error != Error::none) return error;
+  return forEachRun(sector, count, [&](u64, const Run& run) {
+    return run.isAllocated ? writeZerosAt(*file_, run.fileOffset, run.bytes()) : Error::none;
+  });
+}
+
+// All grains of the run in one piece at the end of the file. What the data does not cover of the
+// first and the last is a hole.
+Error SparseVmdk::writeNewGrains(u64 sector, const Run& run, std::span<const u8> bytes) {
+  const u64 firstGrain = sector / layout_.grainSectors;
+  const u64 grains = (sector + run.count - 1) / layout_.grainSectors - firstGrain + 1;
+  const u64 end = nextOffset_ + grains * grainBytes();
+  if (growthFailed_) return Error::write;
+  if (end / kSectorBytes > kAllOnes32) return Error::fileTooLarge;
+
+  const u64 oldSize = file_->sizeBytes();
+  Error error = file_->writeAt(nextOffset_ + sector % layout_.grainSectors * kSectorBytes, bytes);
+  if (error == Error::none && file_->sizeBytes() < end) error = file_->resize(end);
+  if (error != Error::none) {
+    growthFailed_ = file_->resize(oldSize) != Error::none;
+    return error;
+  }
+  for (u64 i = 0; i < grains; ++i) {
+    const u64 index = (firstGrain + i) / layout_.entriesPerTable;
+    Table* entries = nullptr;
+    if (error = table(index, entries); error != Error::none) break;
+    if (entries == nullptr) {
+      tables_[index] = std::make_unique<Table>(layout_.entriesPerTable);
+      entries = tables_[index].get();
+      ++tablesInMemory_;
+    }
+    changedTables_.insert(index);
+    (*entries)[(firstGrain + i) % layout_.entriesPerTable] =
+        static_cast<u32>((nextOffset_ + i * grainBytes()) / kSectorBytes);
+  }
+  nextOffset_ = roundUp(end, kGrowthAlignment);
+  return error;
+}
+
+// Gives a table that the directory lacks its place, in each directory.
+Error SparseVmdk::appendTable(u64 index) {
+  for (std::vector<VmdkEntry>* directory : {&layout_.directory, &layout_.redundant}) {
+    if (directory->empty() || (*directory)[index] != kVmdkNotAllocated) continue;
+    const u64 end = nextOffset_ + roundUp(tableBytes(), kSectorBytes);
+    if (end / kSectorBytes > kAllOnes32) return Error::fileTooLarge;
+    if (const Error error = file_->resize(end); error != Error::none) return error;
+    (*directory)[index] = static_cast<u32>(nextOffset_ / kSectorBytes);
+    nextOffset_ = roundUp(end, kGrowthAlignment);
+    directoryChanged_ = true;
+  }
+  return Error::none;
+}
+
+Error SparseVmdk::writeTables() {
+  for (const u64 index : changedTables_) {
+    if (layout_.directory[index] == kVmdkNotAllocated)
+      if (const Error error = appendTable(index); error != Error::none) return error;
+    for (const std::vector<VmdkEntry>* directory : {&layout_.redundant, &layout_.directory}) {
+      if (directory->empty() || (*directory)[index] == kVmdkNotAllocated) continue;
+      if (const Error error = file_->writeAt(u64{(*directory)[index]} * kSectorBytes,
+                                             bytesOfEntries(*tables_[index]));
+          error != Error::none)
+        return error;
+    }
+  }
+  return Error::none;
+}
+
+Error SparseVmdk::writeDirectory(u64 offset, const std::vector<VmdkEntry>& directory) {
+  return directory.empty() ? Error::none : file_->writeAt(offset, bytesOfEntries(directory));
+}
+
+Error SparseVmdk::flush() {
+  if (isReadOnly()) return Error::none;
+  if (const Error error = file_->flush(); error != Error::none) return error;
+  if (changedTables_.empty()) return Error::none;
+  Error error = writeTables();
+  if (error == Error::none) error = file_->flush();
+  if (error == Error::none && directoryChanged_) {
+    error = writeDirectory(layout_.redundantOffset, layout_.redundant);
+    if (error == Error::none) error = writeDirectory(layout_.directoryOffset, layout_.directory);
+    if (error == Error::none) error = file_->flush();
+  }
+  if (error != Error::none) return error;
+  directoryChanged_ = false;
+  changedTables_.clear();
+  return Error::none;
+}
+
+// A new content id, once before the first change, tells children and copies that this is no
+// longer the disk they knew. Only the bytes that differ are written.
+Error SparseVmdk::renewContentId() {
+  if (contentIdIsNew_) return Error::none;
+  std::string renewed = layout_.descriptor;
+  const std::string id = format("%x", static_cast<u32>(std::time(nullptr)));
+  if (!setValue(renewed, layout_.descriptorBytes, id, std::nullopt, "CID")) return Error::corrupt;
+  std::string old = layout_.descriptor;
+  old.resize(std::max(old.size(), renewed.size()));
+  std::string now = renewed;
+  now.resize(old.size());
+  const auto first = std::mismatch(old.begin(), old.end(), now.begin()).first - old.begin();
+  const auto behind = std::mismatch(old.rbegin(), old.rend(), now.rbegin()).first - old.rbegin();
+  const auto length = std::max<std::ptrdiff_t>(std::ssize(old) - behind - first, 0);
+  const std::span<const u8> changed(reinterpret_cast<const u8*>(now.data()) + first,
+                                    static_cast<std::size_t>(length));
+  if (!changed.empty())
+    if (const Error error =
+            file_->writeAt(layout_.descriptorOffset + static_cast<u64>(first), changed);
+        error != Error::none)
+      return error;
+  layout_.descriptor = std::move(renewed);
+  contentIdIsNew_ = true;
+  return Error::none;
+}
+
+}  // namespace tallowin

@@ -1,0 +1,147 @@
+// Opening a VHD: the footer, and for a growing image the header and the block allocation table.
+#include <algorithm>
+#include <array>
+#include <new>
+
+#include "base/text.h"
+#include "files/dynamic_vhd.h"
+#include "files/flat_image.h"
+#include "files/vhd_record.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u32 kSectorBytes = ImageContainer::kSectorBytes;
+// 2 TiB, all that a table's entries can address, in blocks of 128 KiB.
+constexpr u64 kMaxTableEntries = 16 * kMiB;
+constexpr u32 kMaxBlockBytes = 256 * kMiB;
+
+std::nullptr_t fail(ImageFailure& failure, Error error, const char* reason) {
+  failure = {error, reason};
+  return nullptr;
+}
+
+std::nullptr_t unreadable(ImageFailure& failure) {
+  return fail(failure, Error::read, "The VHD cannot be read.");
+}
+
+template <DiskRecord Record>
+Error readRecord(ImageFile& file, u64 offset, Record& record) {
+  return file.readAt(offset, {reinterpret_cast<u8*>(&record), sizeof record});
+}
+
+// No block may lie over the headers, the table or another block. A block that passes the footer
+// is what is left of a file that was cut: it can still be read.
+bool blocksAreApart(const DynamicVhd::Layout& layout, u64 bitmapBytes, u64 footerOffset,
+                    bool& isTruncated) {
+  const u64 storedBytes = bitmapBytes + u64{layout.blockSectors} * kSectorBytes;
+  const u64 tableEnd = layout.tableOffset + layout.table.size() * sizeof(VhdTableEntry);
+  std::vector<u32> starts;
+  for (const VhdTableEntry& entry : layout.table)
+    if (entry != kVhdNotAllocated) starts.push_back(entry);
+  std::sort(starts.begin(), starts.end());
+  u64 end = kVhdFirstFreeOffset;
+  for (const u32 start : starts) {
+    const u64 offset = u64{start} * kSectorBytes;
+    if (offset < end) return false;
+    end = offset + storedBytes;
+    if (offset < tableEnd && layout.tableOffset < end) return false;
+  }
+  isTruncated = !starts.empty() && end > footerOffset;
+  return true;
+}
+
+std::unique_ptr<ImageContainer> openDynamic(std::unique_ptr<ImageFile>& file,
+                                            const VhdFooter& footer, ImageFailure& failure) {
+  VhdDynamicHeader header;
+  if (readRecord(*file, kVhdDynamicHeaderOffset, header) != Error::none) return unreadable(failure);
+  if (!textAt(bytesOf(header), 0, kVhdHeaderCookie))
+    return fail(failure, Error::corrupt, "The VHD's dynamic header is damaged.");
+
+  DynamicVhd::Layout layout;
+  layout.footer = footer;
+  layout.sectorCount = vhdSectorCount(footer);
+  const u32 blockBytes = header.blockSizeBytes;
+  if (blockBytes < kSectorBytes || blockBytes % kSectorBytes != 0 || blockBytes > kMaxBlockBytes)
+    return fail(failure, Error::corrupt, "The VHD states an impossible block size.");
+  layout.blockSectors = blockBytes / kSectorBytes;
+
+  const u64 footerOffset = file->sizeBytes() - sizeof(VhdFooter);
+  const u64 blocks = (layout.sectorCount - 1) / layout.blockSectors + 1;
+  const u64 entries = std::min<u64>(blocks, header.maxTableEntries);
+  layout.tableOffset = header.tableOffset;
+  if (layout.tableOffset < kVhdFirstFreeOffset || layout.tableOffset > footerOffset ||
+      entries > (footerOffset - layout.tableOffset) / sizeof(VhdTableEntry))
+    return fail(failure, Error::corrupt, "The VHD's block table lies outside the file.");
+  if (entries > kMaxTableEntries)
+    return fail(failure, Error::unsupportedForm,
+                "The VHD's block table is larger than any disk of this format needs.");
+  layout.table.resize(entries);
+  if (file->readAt(layout.tableOffset, {reinterpret_cast<u8*>(layout.table.data()),
+                                        entries * sizeof(VhdTableEntry)}) != Error::none)
+    return unreadable(failure);
+  const u64 bitmapBytes = VhdBitmaps(0, layout.blockSectors).bitmapBytes();
+  if (!blocksAreApart(layout, bitmapBytes, footerOffset, layout.isTruncated))
+    return fail(failure, Error::corrupt, "Blocks of the VHD lie over each other or its headers.");
+  return std::make_unique<DynamicVhd>(std::move(file), std::move(layout));
+}
+
+std::unique_ptr<ImageContainer> openByFooter(std::unique_ptr<ImageFile>& file,
+                                             ImageFailure& failure) {
+  VhdFooter footer;
+  std::array<u8, kVhdFooterCookie.size()> start{};
+  if (file->sizeBytes() < sizeof footer) return fail(failure, Error::notThisFormat, "");
+  const u64 footerOffset = file->sizeBytes() - sizeof footer;
+  if (readRecord(*file, footerOffset, footer) != Error::none ||
+      file->readAt(0, start) != Error::none)
+    return unreadable(failure);
+  if (!textAt(bytesOf(footer), 0, kVhdFooterCookie)) {
+    if (!textAt(start, 0, kVhdFooterCookie)) return fail(failure, Error::notThisFormat, "");
+    return fail(failure, Error::unsupportedForm,
+                "This VHD has a footer only at its start; the one at its end is missing, so the "
+                "file may have been cut. Restore it from a copy, or convert it to a raw image.");
+  }
+  if (vhdSectorCount(footer) == 0)
+    return fail(failure, Error::corrupt, "The VHD's footer states no size.");
+  switch (static_cast<VhdDiskType>(u32{footer.diskType})) {
+    case VhdDiskType::fixed:
+      if (footer.currentSizeBytes > footerOffset)
+        return fail(failure, Error::corrupt, "The VHD is shorter than its footer says.");
+      return std::make_unique<FlatImage>(std::move(file), ImageForm::vhd, vhdSectorCount(footer),
+                                         vhdGeometry(footer));
+    case VhdDiskType::dynamic:
+      return openDynamic(file, footer, failure);
+    case VhdDiskType::differencing:
+      return fail(failure, Error::unsupportedForm,
+                  "This is a differencing VHD, which needs its parent and is not supported. "
+                  "Merge it into its parent, or convert it to a dynamic VHD first.");
+  }
+  return fail(failure, Error::unsupportedForm,
+              "This VHD is of an unknown type. Convert it to a fixed or dynamic VHD first.");
+}
+
+}  // namespace
+
+std::optional<Geometry> vhdGeometry(const VhdFooter& footer) {
+  if (footer.cylinders == 0 || footer.heads == 0 || footer.sectorsPerTrack == 0 ||
+      footer.sectorsPerTrack > 63)
+    return std::nullopt;
+  return Geometry{static_cast<u16>(std::min<u32>(footer.cylinders, 1024) - 1),
+                  static_cast<u8>(footer.heads - 1), footer.sectorsPerTrack};
+}
+
+u64 vhdSectorCount(const VhdFooter& footer) {
+  const u64 sectors = footer.currentSizeBytes / kSectorBytes;
+  const u32 cylinderSectors = u32{footer.heads} * footer.sectorsPerTrack;
+  return cylinderSectors == 0 ? sectors : sectors - sectors % cylinderSectors;
+}
+
+std::unique_ptr<ImageContainer> openVhd(std::unique_ptr<ImageFile>& file, ImageFailure& failure) {
+  try {
+    return openByFooter(file, failure);
+  } catch (const std::bad_alloc&) {
+    return fail(failure, Error::outOfMemory, "There is not enough memory for the VHD's table.");
+  }
+}
+
+}  // namespace tallowin
