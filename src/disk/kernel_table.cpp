@@ -33,6 +33,7 @@ u64 keptBytes(const KernelPartition& partition, u32 sectorSizeBytes) {
 Extents wantedExtents(std::span<const KernelPartition> wanted, u32 sectorSizeBytes) {
   Extents extents;
   for (const KernelPartition& partition : wanted) {
+    if (partition.number == 0) continue;  // a file system on the disk itself
     extents.push_back({partition.number, partition.startSector * sectorSizeBytes,
                        keptBytes(partition, sectorSizeBytes)});
   }
@@ -109,10 +110,16 @@ KernelTable tellKernelTable(Host& host, int descriptor, const std::string& sysFo
   constexpr u32 kPauseMilliseconds = 50;
   const Extents extents = wantedExtents(wanted, sectorSizeBytes);
   for (int attempt = 1;; ++attempt) {
-    if (host.control(descriptor, BLKRRPART, nullptr) == 0) return KernelTable::upToDate;
-    // Devices that the kernel looks for no partitions on.
-    if (host.number(sysFolder + "/ext_range") <= 1) return KernelTable::upToDate;
-    bringUpToDate({host, descriptor}, kernelExtents(host, sysFolder), extents);
+    if (host.control(descriptor, BLKRRPART, nullptr) == 0) {
+      // A kernel built without this kind of table finds nothing, today and after a restart. What
+      // it has found is its own reading of the table, and no restart would change that either.
+      if (kernelExtents(host, sysFolder).empty()) bringUpToDate({host, descriptor}, {}, extents);
+      return KernelTable::upToDate;
+    }
+    const bool isNeverScanned = errno == EINVAL || errno == ENOTTY;
+    const Extents known = kernelExtents(host, sysFolder);
+    if (isNeverScanned && known.empty()) return KernelTable::upToDate;
+    bringUpToDate({host, descriptor}, known, extents);
     if (kernelExtents(host, sysFolder) == extents) return KernelTable::upToDate;
     if (attempt == kTries) return KernelTable::restartNeeded;
     host.pause(kPauseMilliseconds);
