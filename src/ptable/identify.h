@@ -32,9 +32,9 @@ enum class ContentCode : u32 {
 
 struct Content {
   ContentCode code = ContentCode::none;
-  u64 sectorCount = 0;  // as the file system says; of the device when it does not
-  Geometry geometry;    // from the boot sector of FAT and NTFS, else zero
-  u32 sectorSizeBytes = 0;
+  u64 sectorCount = 0;      // as the file system says; of the device when it does not
+  Geometry geometry;        // from the boot sector of FAT and NTFS, else zero
+  u32 sectorSizeBytes = 0;  // as the file system says; 0 when it does not
 };
 
 // Looks at the content that starts at `startLba`; 0 means the whole disk, which may also carry
@@ -57,8 +57,8 @@ enum class LetterCase { exact, ignored };
 bool hasOemName(DiskDevice& disk, const PartitionEntry& entry, std::string_view text,
                 LetterCase letterCase);
 
-// The sector size of a disk image that does not tell it: where the boot sector of its first
-// FAT, NTFS or extended partition is found. `image` is read with sectors of 512 bytes.
-u32 detectSectorSize(DiskDevice& image);
+// For image files, which do not tell their sector size: what the file system on the whole disk
+// says of it, 0 when it says nothing; nothing when there is no file system.
+std::optional<u32> detectSectorSize(DiskDevice& disk);
 
 }  // namespace tallowin

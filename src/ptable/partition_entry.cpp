@@ -1,0 +1,24 @@
+#include "ptable/partition_entry.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+
+namespace tallowin {
+
+void PartitionEntry::setName(std::string_view text) {
+  name = printable(text.substr(0, kMaxNameLength));
+}
+
+bool VolumeList::isInError() const {
+  return status != 0 || std::any_of(entries.begin(), entries.end(),
+                                    [](const auto& volume) { return volume->isInError(); });
+}
+
+bool PartitionTable::hasErrors() const {
+  return std::any_of(entries.begin(), entries.end(), [](const auto& entry) {
+    return entry->isInError() || (entry->volumes && entry->volumes->isInError());
+  });
+}
+
+}  // namespace tallowin
