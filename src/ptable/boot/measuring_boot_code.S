@@ -1,0 +1,4 @@
+#define SYMBOL tallowinMeasuringBootCode
+#define MEASURING
+#include "boot_code.inc"
+    .section .note.GNU-stack,"",%progbits

@@ -1,0 +1,3 @@
+#define SYMBOL tallowinStandardBootCode
+#include "boot_code.inc"
+    .section .note.GNU-stack,"",%progbits
