@@ -31,6 +31,10 @@ enum DriveFlags : u32 {
 };
 inline constexpr u32 kDriveGeometryModeShift = 20;
 
+class TableScheme;
+struct TableContext;
+struct TableReading;
+
 enum class Scheme { mbr, gpt, embr, wholeDisk };
 
 // Reads the label of the file system in a partition; empty when there is none. Registered by
@@ -137,12 +141,26 @@ class Drive {
   u16 typeForEnd(u16 type, u64 endSector) const;
   // An id for a new entry: `wanted`, raised until it is unique on the drive.
   PartitionId uniqueId(PartitionId wanted) const;
+  // What the readers and writers of tables need to know of this drive, while it lives.
+  TableContext tableContext() const;
 
  private:
   Drive(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpenOptions& options);
 
+  bool prepare(const DriveOpenOptions& options);
+  void readTable(TableReading& reading);
+  void addWholeDisk(u16 type, TableReading& reading) const;
+  void adopt(TableReading reading);
+  void addFreeBlocks();
+  void giveSequence(const TableEntry& container, VolumeEntry& volume) const;
+  std::vector<KernelPartition> kernelPartitions() const;
+  bool isWhollyRead() const;
+  Error checkChange() const;
+  Error finishChange(Error error);
+
   std::shared_ptr<DiskDevice> disk_;
   Host& host_;
+  const TableScheme* scheme_;
   std::unique_ptr<PartitionTable> table_;
   u32 diskSignature_ = 0;
   Guid diskGuid_;

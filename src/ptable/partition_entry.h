@@ -72,11 +72,12 @@ class VolumeEntry : public PartitionEntry {
   u64 previousEbr = kNoPrevious;  // kNoPrevious for the first volume of the chain
   u64 ebr = 0;
   u64 volumeStart = 0;
+  u8 storedSequence = 0;  // low byte of the id as the disk has it; 0 when it has none
 };
 
 enum VolumeListStatus : u32 {
-  kChainLoops = 0x2000,  // loops or points backwards
-  kChainOutOfMemory = 0x4000,
+  kChainLoops = 0x2000,        // loops or points backwards
+  kChainOutOfMemory = 0x4000,  // longer than the ids, or any real chain, reach
   kChainReadError = 0x8000,
 };
 
@@ -84,6 +85,8 @@ enum VolumeListStatus : u32 {
 struct VolumeList {
   u32 status = 0;  // VolumeListStatus bits
   u64 lastEbrLba = 0;
+  std::vector<u64> chain;      // every EBR position, in the order in which they are linked
+  std::vector<u64> emptyEbrs;  // of these the ones that hold a link only, ascending
   std::vector<std::unique_ptr<VolumeEntry>> entries;
 
   bool isInError() const;

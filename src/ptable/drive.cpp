@@ -1,0 +1,350 @@
+#include "ptable/drive.h"
+
+#include <algorithm>
+
+#include "disk/disk_handles.h"
+#include "disk/geometry_modes.h"
+#include "ptable/ebr_reader.h"
+#include "ptable/ebr_writer.h"
+#include "ptable/free_space.h"
+#include "ptable/identify.h"
+#include "ptable/mbr_record.h"
+#include "ptable/scheme.h"
+#include "ptable/sector_swap.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kHighestMbrSector = kAllOnes32;
+constexpr const char* kUnlabelledWholeDisk = "----->";
+
+// The first sectors of a disk, as far as any scheme looks at them.
+std::vector<u8> readTrack(DiskDevice& disk, u64 sectors) {
+  constexpr u64 kTrackBytes = 32 * kKiB;
+  // A bad sector in the track must not hide the table, so the first ones are tried alone then.
+  constexpr u64 kNeededSectors = 3;
+  const u32 sectorSize = disk.sectorSize();
+  const u64 wanted = std::min<u64>(sectors, std::max<u64>(1, kTrackBytes / sectorSize));
+  std::vector<u8> track(wanted * sectorSize);
+  if (disk.readSectors(0, track.data(), wanted)) return track;
+  track.assign(std::min(wanted, kNeededSectors) * sectorSize, 0);
+  if (!disk.readSectors(0, track.data(), 1)) return {};
+  for (u64 lba = 1; lba < track.size() / sectorSize; ++lba) {
+    u8* sector = track.data() + lba * sectorSize;
+    if (!disk.readSectors(lba, sector, 1)) std::fill_n(sector, sectorSize, u8{0});
+  }
+  return track;
+}
+
+}  // namespace
+
+Drive::Drive(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpenOptions& options)
+    : disk_(std::move(disk)),
+      host_(host),
+      scheme_(tableSchemes().back()),
+      table_(std::make_unique<PartitionTable>()),
+      flags_(options.flags),
+      driveNumber_(options.driveNumber),
+      labelReader_(options.labelReader) {}
+
+Error Drive::open(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpenOptions& options,
+                  std::unique_ptr<Drive>& drive) {
+  std::unique_ptr<Drive> opened(new Drive(std::move(disk), host, options));
+  if (!opened->prepare(options)) return Error::geometryNotAvailable;
+  if (const Error error = opened->reread(); error != Error::none) return error;
+  drive = std::move(opened);
+  return Error::none;
+}
+
+// Size, geometry, alignment and BIOS number; false when size or geometry cannot be had.
+bool Drive::prepare(const DriveOpenOptions& options) {
+  const std::optional<u64> sectors = disk_->sectorCount();
+  if (!sectors || *sectors == 0 || sectorSize() < sizeof(MbrRecord)) return false;
+  lastLba_ = *sectors - 1;
+  lastUsableSector_ = std::min(lastLba_, kHighestMbrSector);
+  geometry_ = geometryForMode(*disk_, (flags_ & kDriveGeometryModeMask) >> kDriveGeometryModeShift);
+  setGeometry(options.geometryOverride);
+  if (geometry_.sectorsPerTrack == 0) return false;
+  static_cast<void>(setAlignment(options.alignment));
+  // Behind the firmware's disks come those that it does not know, by their index.
+  constexpr u32 kFirstBiosDisk = 0x80;
+  const u32 matched = disk_->biosNumber();
+  const bool isMatched = matched != kBiosNumberUnknown && matched != kBiosNumberNoMatch;
+  biosNumber_ =
+      static_cast<u8>(isMatched ? matched : kFirstBiosDisk + (driveNumber_ & kDriveIndexMask));
+  return true;
+}
+
+bool Drive::setGeometry(Geometry geometry) {
+  constexpr u8 kMostSectorsPerTrack = 63;
+  const Geometry before = geometry_;
+  if (geometry.maxCylinder != 0) geometry_.maxCylinder = geometry.maxCylinder;
+  if (geometry.maxHead != 0) geometry_.maxHead = geometry.maxHead;
+  if (geometry.sectorsPerTrack != 0) geometry_.sectorsPerTrack = geometry.sectorsPerTrack;
+  geometry_.sectorsPerTrack = std::min(geometry_.sectorsPerTrack, kMostSectorsPerTrack);
+  lastChsSector_ = geometry_.sectorsPerTrack == 0 ? 0 : geometry_.totalSectors() - 1;
+  return geometry_ != before;
+}
+
+bool Drive::setAlignment(i64 value) {
+  if (value == AlignmentRules::kDefaultUnit || value == AlignmentRules::kCylinderUnit) {
+    alignment_ = value;
+    return true;
+  }
+  u64 unit = static_cast<u64>(value);
+  if (value < 0) {
+    const u64 bytes = 0 - unit;
+    unit = bytes / sectorSize() + (bytes % sectorSize() != 0 ? 1 : 0);
+  }
+  const bool isPowerOfTwo = (unit & (unit - 1)) == 0;
+  if (!isPowerOfTwo || unit >= lastUsableSector_) return false;
+  alignment_ = static_cast<i64>(unit);
+  return true;
+}
+
+AlignmentRules Drive::alignment() const {
+  AlignmentRules rules;
+  rules.explicitUnit = alignment_;
+  rules.isGpt = isGpt();
+  rules.hasTable = table_->slots != 0;
+  rules.sectorSizeBytes = disk_->sectorSize();
+  rules.firstUsableSector = firstUsableSector_;
+  rules.geometry = geometry_;
+  return rules;
+}
+
+TableContext Drive::tableContext() const {
+  return {*disk_, geometry_, lastLba_, flags_, biosNumber_, labelReader_};
+}
+
+Error Drive::reread() {
+  TableReading reading;
+  reading.lastUsableSector = std::min(lastLba_, kHighestMbrSector);
+  readTable(reading);
+  adopt(std::move(reading));
+  flags_ = (flags_ & ~u32{kDriveChanged}) | kDriveReread;
+  return Error::none;
+}
+
+void Drive::readTable(TableReading& reading) {
+  scheme_ = tableSchemes().back();
+  Content content;
+  if (identify(*disk_, 0, content) == Error::none) {
+    constexpr u16 kUnknownType = 0xFFFF;
+    addWholeDisk(contentType(content.code).value_or(kUnknownType), reading);
+    return;
+  }
+  const std::vector<u8> track = readTrack(*disk_, lastLba_ + 1);
+  if (track.empty()) {
+    reading.table.status |= kTableUnreadable;
+    return;
+  }
+  const auto schemes = tableSchemes();
+  scheme_ = *std::ranges::find_if(
+      schemes, [&](const TableScheme* scheme) { return scheme->isOn(track, sectorSize()); });
+  scheme_->read(tableContext(), track, reading);
+}
+
+void Drive::addWholeDisk(u16 type, TableReading& reading) const {
+  reading.table.slots = 0;
+  if ((flags_ & kDriveWholeDiskAllowed) == 0) {
+    reading.table.status |= kTableNone;
+    return;
+  }
+  auto volume = std::make_unique<TableEntry>();
+  volume->startSector = 0;
+  volume->endSector = lastLba_;
+  volume->type = type;
+  volume->mbrType = type;
+  volume->tableIndex = 0;
+  volume->id = kFirstFreeBlockId;
+  const std::string label = tableContext().labelOf(*volume);
+  volume->setName(!label.empty() ? label : kUnlabelledWholeDisk);
+  reading.table.status |= kTableWholeDisk;
+  reading.table.usedSlots = 1;
+  reading.table.entries.push_back(std::move(volume));
+}
+
+// Takes over what was read, with volumes, checks and free blocks.
+void Drive::adopt(TableReading reading) {
+  diskSignature_ = reading.diskSignature;
+  diskGuid_ = reading.diskGuid;
+  firstUsableSector_ = reading.firstUsableSector;
+  lastUsableSector_ = reading.lastUsableSector;
+  constexpr u32 kFound = kDriveGpt | kDriveEmbr | kDriveAligned1MiB;
+  u32 found = 0;
+  if (scheme_->kind() == Scheme::gpt) found |= kDriveGpt;
+  if (scheme_->kind() == Scheme::embr) found |= kDriveEmbr;
+  if (isAlignedTo1MiB(reading.table, geometry_, sectorSize())) found |= kDriveAligned1MiB;
+  setFlags(kFound, found);
+  table_ = std::make_unique<PartitionTable>(std::move(reading.table));
+
+  const bool hasTop = table_->slots != 0 && (table_->status & kTableUnreadable) == 0;
+  if ((flags_ & kDriveReadVolumes) != 0 && hasTop) {
+    for (const auto& entry : table_->entries) {
+      const bool hasChain = types::isExtended(entry->type) && entry->startSector != 0 &&
+                            entry->startSector < entry->endSector;
+      if (hasChain) readVolumes(tableContext(), *entry);
+    }
+  }
+  if (hasTop) addFreeBlocks();
+}
+
+// Checks and free blocks. Of a table that is only shown no free block is: what its slots leave
+// over may belong to partitions that they do not name.
+void Drive::addFreeBlocks() {
+  const DiskBounds bounds{firstUsableSector_, lastUsableSector_, lastLba_};
+  const AlignmentRules rules = alignment();
+  checkTable(bounds, rules, *table_);
+  for (const auto& entry : table_->entries) {
+    if (!entry->volumes) continue;
+    checkVolumes(bounds, rules, *table_, *entry);
+    const bool isSound = !entry->isInError() && !entry->volumes->isInError();
+    if (isSound && changesAllowed() == Error::none) storeSequenceNumbers(tableContext(), *entry);
+  }
+  if (changesAllowed() == Error::none) return;
+  const auto isFreeBlock = [](const auto& entry) { return entry->isFree(); };
+  std::erase_if(table_->entries, isFreeBlock);
+  for (const auto& entry : table_->entries)
+    if (entry->volumes) std::erase_if(entry->volumes->entries, isFreeBlock);
+}
+
+Scheme Drive::scheme() const { return table_->slots == 0 ? Scheme::wholeDisk : scheme_->kind(); }
+
+const char* Drive::schemeName() const {
+  switch (scheme()) {
+    case Scheme::mbr:
+      return "MBR";
+    case Scheme::gpt:
+      return "GPT";
+    case Scheme::embr:
+      return "EMBR";
+    case Scheme::wholeDisk:
+      break;
+  }
+  return "VOL";
+}
+
+std::string Drive::changeRefusal() const { return scheme_->changeRefusal(); }
+
+Error Drive::changesAllowed() const {
+  return changeRefusal().empty() ? Error::none : Error::schemeNotYetSupported;
+}
+
+// What every change of the table asks first.
+Error Drive::checkChange() const {
+  if (const Error error = changesAllowed(); error != Error::none) return error;
+  if (table_->slots == 0 || table_->status != 0) return Error::unsupportedForm;
+  return scheme_->checkUnchanged(tableContext(), *table_);
+}
+
+// Whenever the new table may be on the disk, the model is out of date.
+Error Drive::finishChange(Error error) {
+  const bool mayBeNew = error == Error::none || error == Error::writeFailedNewTable ||
+                        error == Error::writeFailedTableUnknown;
+  if (mayBeNew) flags_ |= kDriveChanged;
+  return error;
+}
+
+Error Drive::commit(PartitionEntry& entry) {
+  if (const Error error = checkChange(); error != Error::none) return error;
+  Error error = Error::none;
+  if (auto* volume = dynamic_cast<VolumeEntry*>(&entry)) {
+    const TableEntry* container = containerOf(entry);
+    if (container == nullptr) return Error::outsideUsableArea;
+    giveSequence(*container, *volume);
+    error = addVolume(tableContext(), *container, *volume);
+  } else {
+    error = scheme_->add(tableContext(), dynamic_cast<TableEntry&>(entry));
+  }
+  if (error == Error::none) entry.tableIndex = kTableIndexCommitted;
+  return finishChange(error);
+}
+
+// The low byte of a volume's id goes to the disk, where its siblings have theirs.
+void Drive::giveSequence(const TableEntry& container, VolumeEntry& volume) const {
+  const PartitionId parent = static_cast<PartitionId>(container.id << 8);
+  const auto isTaken = [&](u32 sequence) {
+    return sequence == 0 || std::ranges::any_of(container.volumes->entries, [&](const auto& other) {
+             return other->id == (parent | sequence);
+           });
+  };
+  u32 sequence = volume.id & 0xFF;
+  for (u32 tries = 0; tries < 256 && isTaken(sequence); ++tries) sequence = (sequence + 1) & 0xFF;
+  volume.id = static_cast<PartitionId>(parent | sequence);
+}
+
+Error Drive::remove(const PartitionEntry& entry) {
+  if (const Error error = checkChange(); error != Error::none) return error;
+  if (const auto* volume = dynamic_cast<const VolumeEntry*>(&entry)) {
+    const TableEntry* container = containerOf(entry);
+    if (container == nullptr) return Error::tableChangedMeanwhile;
+    return finishChange(removeVolume(tableContext(), *container, *volume));
+  }
+  return finishChange(scheme_->remove(tableContext(), dynamic_cast<const TableEntry&>(entry)));
+}
+
+Error Drive::changeType(PartitionEntry& entry, u16 type) {
+  if (scheme() == Scheme::wholeDisk) {
+    entry.type = type;  // nothing on the disk says it
+    return Error::none;
+  }
+  if (const Error error = checkChange(); error != Error::none) return error;
+  Error error = Error::none;
+  if (const auto* volume = dynamic_cast<const VolumeEntry*>(&entry)) {
+    const TableEntry* container = containerOf(entry);
+    if (container == nullptr) return Error::tableChangedMeanwhile;
+    error = changeVolumeType(tableContext(), *container, *volume, type);
+  } else {
+    error = scheme_->changeType(tableContext(), dynamic_cast<TableEntry&>(entry), type);
+  }
+  if (error == Error::none) {
+    const bool keepsRealType = entry.isVolume() && type == types::kHidden;
+    if (!keepsRealType) entry.type = type;
+    entry.mbrType = type;
+  }
+  return finishChange(error);
+}
+
+Error Drive::ensureDiskSignature(u32 value) {
+  if (diskSignature_ != 0) return Error::none;
+  if (const Error error = checkChange(); error != Error::none) return error;
+  if (value == 0) {
+    std::array<u8, 4> bytes{};
+    host_.randomBytes(bytes);
+    if (bytes[0] == 0) bytes[0] = 1;
+    value = *recordAt<Le32>(std::span<const u8>(bytes));
+  }
+  TableSectorImage image(*disk_, 0);
+  if (const Error error = image.load(); error != Error::none) return error;
+  image.as<MbrRecord>().diskSignature = value;
+  const Error error = image.store();
+  if (error == Error::none || error == Error::writeFailedNewTable) diskSignature_ = value;
+  return error;
+}
+
+KernelTable Drive::settle() {
+  DriveOpenOptions options;
+  options.flags = flags_ | kDriveReadVolumes | kDriveWholeDiskAllowed;
+  // The kernel is told what is on the disk, not what the model had before the change.
+  Drive now(disk_, host_, options);
+  now.lastLba_ = lastLba_;
+  now.geometry_ = geometry_;
+  static_cast<void>(now.reread());
+  static_cast<void>(disk_->flush());
+  disk_->dropCaches();
+  if (now.changesAllowed() != Error::none) return KernelTable::upToDate;
+  if (!now.isWhollyRead()) return KernelTable::restartNeeded;
+  return disk_->tellKernel(now.kernelPartitions());
+}
+
+// Whether no partition can be missing from the model because of a read error.
+bool Drive::isWhollyRead() const {
+  const auto isCut = [](const auto& entry) {
+    return entry->volumes && (entry->volumes->status & kChainReadError) != 0;
+  };
+  return (table_->status & kTableUnreadable) == 0 && std::ranges::none_of(table_->entries, isCut);
+}
+
+}  // namespace tallowin

@@ -1,0 +1,175 @@
+// What flows ask of an opened drive.
+#include <algorithm>
+
+#include "ptable/drive.h"
+#include "ptable/scheme.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u32 kFirstVolumeNumber = 5;
+
+// Calls visit(entry) for every row, also inside extended partitions, until it answers true.
+template <typename Visit>
+PartitionEntry* findEntry(const PartitionTable& table, Visit visit) {
+  for (const auto& entry : table.entries) {
+    if (visit(*entry)) return entry.get();
+    if (!entry->volumes) continue;
+    for (const auto& volume : entry->volumes->entries)
+      if (visit(*volume)) return volume.get();
+  }
+  return nullptr;
+}
+
+// The volumes in the order in which the kernel counts them: by the slot of their extended
+// partition, then along the chain. It passes over volumes without sectors.
+std::vector<const VolumeEntry*> volumesInKernelOrder(const PartitionTable& table) {
+  std::vector<const TableEntry*> containers;
+  for (const auto& entry : table.entries)
+    if (entry->volumes) containers.push_back(entry.get());
+  std::ranges::sort(containers, {}, &TableEntry::tableIndex);
+  std::vector<const VolumeEntry*> volumes;
+  for (const TableEntry* container : containers) {
+    const auto first = volumes.size();
+    for (const auto& volume : container->volumes->entries)
+      if (!volume->isFree() && volume->sectorCount() != 0) volumes.push_back(volume.get());
+    std::sort(volumes.begin() + static_cast<std::ptrdiff_t>(first), volumes.end(),
+              [](const auto* a, const auto* b) { return a->tableIndex < b->tableIndex; });
+  }
+  return volumes;
+}
+
+// Narrows `region` by what lies at `first`..`last` on one side of the entry.
+void keepOutOf(u64 first, u64 last, const PartitionEntry& entry, SectorRegion& region) {
+  if (first > entry.endSector) {
+    region.last = std::min(region.last, first - 1);
+  } else if (first < entry.startSector && last != kAllOnes64) {
+    region.first = std::max(region.first, last + 1);
+  }
+}
+
+}  // namespace
+
+PartitionEntry* Drive::findById(PartitionId id) {
+  return findEntry(*table_, [id](const PartitionEntry& entry) { return entry.id == id; });
+}
+
+std::optional<u32> Drive::kernelNumber(const PartitionEntry& entry) const {
+  if (entry.isFree() || entry.tableIndex < 0) return std::nullopt;
+  if (table_->slots == 0) return 0;
+  if (!entry.isVolume()) return static_cast<u32>(entry.tableIndex) + 1;
+  const auto volumes = volumesInKernelOrder(*table_);
+  const auto found = std::ranges::find(volumes, &entry);
+  if (found == volumes.end()) return std::nullopt;
+  return kFirstVolumeNumber + static_cast<u32>(found - volumes.begin());
+}
+
+PartitionEntry* Drive::findByKernelNumber(u32 number) {
+  return findEntry(*table_, [&](const PartitionEntry& e) { return kernelNumber(e) == number; });
+}
+
+TableEntry* Drive::containerOf(const PartitionEntry& entry) {
+  const auto holds = [&entry](const auto& top) {
+    return top->volumes && std::ranges::any_of(top->volumes->entries, [&](const auto& volume) {
+             return volume.get() == &entry;
+           });
+  };
+  const auto found = std::ranges::find_if(table_->entries, holds);
+  return found != table_->entries.end() ? found->get() : nullptr;
+}
+
+u32 Drive::partitionCount() const {
+  u32 count = 0;
+  findEntry(*table_, [&count](const PartitionEntry& entry) {
+    count += entry.isFree() ? 0 : 1;
+    return false;
+  });
+  return count;
+}
+
+std::optional<SectorRegion> Drive::usedRegion() const {
+  std::optional<SectorRegion> region;
+  for (const auto& entry : table_->entries) {
+    if (entry->isFree()) continue;
+    if (!region) region = SectorRegion{entry->startSector, entry->endSector};
+    region->first = std::min(region->first, entry->startSector);
+    region->last = std::max(region->last, entry->endSector);
+  }
+  return region;
+}
+
+SectorRegion Drive::freeRegionAround(const PartitionEntry& entry) {
+  if (table_->slots == 0) return {0, lastLba_};
+  const TableEntry* container = containerOf(entry);
+  if (container == nullptr) {
+    SectorRegion region{firstUsableSector_, lastUsableSector_};
+    for (const auto& other : table_->entries) {
+      if (other.get() == &entry || other->isFree()) continue;
+      keepOutOf(other->startSector, other->endSector, entry, region);
+    }
+    return region;
+  }
+  const u64 base = container->startSector;
+  SectorRegion region{base, std::min(container->endSector, lastUsableSector_)};
+  for (const auto& other : container->volumes->entries) {
+    if (other.get() == &entry || other->isFree()) continue;
+    keepOutOf(base + other->ebr, other->endSector, entry, region);
+  }
+  // A link-only EBR may become the entry's own, so it bounds the region without being outside.
+  for (const u64 ebr : container->volumes->emptyEbrs)
+    keepOutOf(base + ebr, base + ebr - 1, entry, region);
+  return region;
+}
+
+u64 Drive::volumeGap(const PartitionEntry& entry) const {
+  const auto* volume = dynamic_cast<const VolumeEntry*>(&entry);
+  return volume != nullptr ? volume->volumeStart - volume->ebr : 0;
+}
+
+u16 Drive::typeForEnd(u16 type, u64 endSector) const {
+  const bool isBeyondChs = endSector > lastChsSector_;
+  const auto variantOf = [isBeyondChs](u16 shown) -> u16 {
+    switch (shown) {
+      case 0x01:
+      case 0x04:
+      case 0x06:
+        return isBeyondChs ? 0x0E : shown;
+      case 0x0E:
+        return isBeyondChs ? 0x0E : 0x06;
+      case 0x0B:
+      case 0x0C:
+        return isBeyondChs ? 0x0C : 0x0B;
+      case types::kExtended:
+      case types::kExtendedLba:
+        return isBeyondChs ? types::kExtendedLba : types::kExtended;
+      default:
+        return shown;
+    }
+  };
+  const u16 shown = types::unhide(type);
+  const u16 variant = variantOf(shown);
+  return shown != type ? types::hide(variant) : variant;
+}
+
+PartitionId Drive::uniqueId(PartitionId wanted) const { return unusedId(*table_, wanted); }
+
+std::vector<KernelPartition> Drive::kernelPartitions() const {
+  // The kernel shows of an extended partition just enough for a boot loader: 1 KiB.
+  constexpr u64 kExtendedBytes = 1024;
+  std::vector<KernelPartition> partitions;
+  if (table_->slots == 0) return partitions;
+  for (const auto& entry : table_->entries) {
+    if (entry->isFree() || entry->sectorCount() == 0 || entry->tableIndex < 0) continue;
+    u64 sectors = entry->sectorCount();
+    if (types::isChainLink(entry->mbrType) || entry->mbrType == 0x85)
+      sectors = std::min<u64>(sectors, std::max<u64>(1, kExtendedBytes / disk_->sectorSize()));
+    partitions.push_back({static_cast<u32>(entry->tableIndex) + 1, entry->startSector, sectors});
+  }
+  u32 number = kFirstVolumeNumber;
+  for (const VolumeEntry* volume : volumesInKernelOrder(*table_))
+    partitions.push_back({number++, volume->startSector, volume->sectorCount()});
+  return partitions;
+}
+
+}  // namespace tallowin

@@ -1,0 +1,72 @@
+// The seam between the partition model and the ways of writing a table on a disk.
+#pragma once
+
+#include <span>
+
+#include "base/error.h"
+#include "base/geometry.h"
+#include "disk/disk_device.h"
+#include "ptable/drive.h"
+
+namespace tallowin {
+
+// What the readers and writers of tables need to know of a drive.
+struct TableContext {
+  DiskDevice& disk;
+  Geometry geometry;
+  u64 lastLba = 0;
+  u32 flags = 0;  // DriveFlags
+  u8 biosNumber = 0x80;
+  const LabelReader& labelReader;  // may be empty
+
+  std::string labelOf(const PartitionEntry& entry) const {
+    return labelReader ? labelReader(disk, entry) : std::string();
+  }
+};
+
+// What a reader found. Checks, free blocks and volumes are the same for all schemes and are
+// added by the drive.
+struct TableReading {
+  PartitionTable table;
+  u32 diskSignature = 0;
+  Guid diskGuid;
+  u64 firstUsableSector = 1;
+  u64 lastUsableSector = 0;
+};
+
+// One way of writing the top level of a table. Volumes in extended partitions are the same in
+// all of them: see ebr_reader.h and ebr_writer.h.
+class TableScheme {
+ public:
+  virtual ~TableScheme() = default;
+
+  virtual Scheme kind() const = 0;
+  // Whether the first sectors of a disk carry this scheme's table. `track` holds whole sectors,
+  // at least one.
+  virtual bool isOn(std::span<const u8> track, u32 sectorSizeBytes) const = 0;
+  // Fills the top level in the order of the table. The last usable sector is preset.
+  virtual void read(const TableContext& context, std::span<const u8> track,
+                    TableReading& reading) const = 0;
+  // Why tables of this scheme are not changed; empty when they are.
+  virtual const char* changeRefusal() const { return ""; }
+
+  // Whether the disk still holds the top level that was read: read, tableChangedMeanwhile.
+  virtual Error checkUnchanged(const TableContext& context, const PartitionTable& table) const = 0;
+
+  // Writers of one entry of the top level: see Drive::commit, remove, changeType.
+  virtual Error add(const TableContext& context, TableEntry& entry) const = 0;
+  virtual Error remove(const TableContext& context, const TableEntry& entry) const = 0;
+  virtual Error changeType(const TableContext& context, TableEntry& entry, u16 type) const = 0;
+};
+
+// All schemes, the more special ones first; the last one is on every disk.
+std::span<const TableScheme* const> tableSchemes();
+
+// Sorted into the table by start sector, behind entries with the same start.
+TableEntry& insertSorted(PartitionTable& table, std::unique_ptr<TableEntry> entry);
+
+// `wanted`, raised until no entry or volume of the table has it; 255 is followed by 1.
+PartitionId unusedId(const PartitionTable& table, PartitionId wanted);
+inline constexpr PartitionId kFirstFreeBlockId = 0x80;
+
+}  // namespace tallowin

@@ -1,0 +1,99 @@
+#include "ptable/table_bench.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+std::string lineOf(const Drive& drive, const PartitionEntry& entry) {
+  std::string line = entry.isVolume() ? "  " : "";
+  const std::optional<u32> number = drive.kernelNumber(entry);
+  line += number ? format("%u: ", *number) : entry.isFree() ? "free " : "?: ";
+  line += format("%llu..%lld", static_cast<unsigned long long>(entry.startSector),
+                 static_cast<long long>(entry.endSector));
+  if (!entry.isFree()) line += format(" %02Xh", entry.type);
+  if (entry.bootIndicator != 0) line += " *";
+  if (entry.isInError()) line += " !";
+  return line + "\n";
+}
+
+template <typename Entry>
+Entry* largest(const std::vector<std::unique_ptr<Entry>>& entries) {
+  Entry* best = nullptr;
+  for (const auto& entry : entries) {
+    if (entry->isFree() && (best == nullptr || entry->sectorCount() > best->sectorCount()))
+      best = entry.get();
+  }
+  return best;
+}
+
+}  // namespace
+
+TableBench::TableBench(MemoryDisk disk, DriveOpenOptions options)
+    : disk_(std::make_shared<MemoryDisk>(std::move(disk))) {
+  reopen(options);
+}
+
+std::unique_ptr<Drive> TableBench::openOn(std::shared_ptr<DiskDevice> disk, Host& host,
+                                          const DriveOpenOptions& options) {
+  std::unique_ptr<Drive> drive;
+  EXPECT_EQ(Drive::open(std::move(disk), host, options, drive), Error::none);
+  return drive;
+}
+
+Drive& TableBench::reopen(const DriveOpenOptions& options) {
+  drive_ = openOn(disk_, host_, options);
+  return *drive_;
+}
+
+std::string pictureOf(const Drive& drive) {
+  std::string picture;
+  for (const auto& entry : drive.table().entries) {
+    picture += lineOf(drive, *entry);
+    if (!entry->volumes) continue;
+    for (const auto& volume : entry->volumes->entries) picture += lineOf(drive, *volume);
+  }
+  return picture;
+}
+
+std::vector<SfdiskRow> rowsOf(const Drive& drive) {
+  std::vector<SfdiskRow> rows;
+  const auto add = [&](const PartitionEntry& entry) {
+    if (const auto number = drive.kernelNumber(entry))
+      rows.push_back({*number, entry.startSector, entry.sectorCount(), entry.mbrType,
+                      entry.bootIndicator == 0x80});
+  };
+  for (const auto& entry : drive.table().entries) {
+    add(*entry);
+    if (!entry->volumes) continue;
+    for (const auto& volume : entry->volumes->entries) add(*volume);
+  }
+  std::ranges::sort(rows, {}, &SfdiskRow::number);
+  return rows;
+}
+
+TableEntry* largestFree(Drive& drive) { return largest(drive.table().entries); }
+
+VolumeEntry* largestInnerFree(Drive& drive) {
+  for (const auto& entry : drive.table().entries)
+    if (entry->volumes) return largest(entry->volumes->entries);
+  return nullptr;
+}
+
+Error commitAt(Drive& drive, PartitionEntry& block, u64 startSector, u64 sectors, u16 type,
+               const std::string& name) {
+  block.startSector = startSector;
+  block.endSector = startSector + sectors - 1;
+  block.type = type;
+  block.setName(name);
+  const Error error = drive.commit(block);
+  static_cast<void>(drive.reread());
+  return error;
+}
+
+}  // namespace tallowin

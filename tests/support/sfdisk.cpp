@@ -1,0 +1,101 @@
+#include "support/sfdisk.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <sstream>
+
+#include "support/disk_file.h"
+#include "support/oracle.h"
+#include "support/temp_folder.h"
+
+namespace tallowin {
+namespace {
+
+// sfdisk remarks on what it would do otherwise (gaps, alignment); these lines are no faults.
+std::string faultsIn(const std::string& output) {
+  std::string faults;
+  std::istringstream lines(output);
+  for (std::string line; std::getline(lines, line);) {
+    const bool isRemark =
+        line.find("No errors detected") != std::string::npos ||
+        line.find("unallocated") != std::string::npos ||
+        line.find("does not start on physical sector boundary") != std::string::npos ||
+        line.ends_with(':') || line.empty();
+    if (!isRemark) faults += line + "\n";
+  }
+  return faults;
+}
+
+SfdiskRow rowOf(const nlohmann::json& json, const std::string& imagePath) {
+  SfdiskRow row;
+  const std::string node = json["node"];
+  row.number =
+      static_cast<u32>(std::stoul(node.substr(node.find_first_of("0123456789", imagePath.size()))));
+  row.start = json["start"];
+  row.size = json["size"];
+  row.type = static_cast<u32>(std::stoul(json["type"].get<std::string>(), nullptr, 16));
+  row.bootable = json.value("bootable", false);
+  return row;
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& out, const SfdiskRow& row) {
+  return out << row.number << ": " << row.start << "+" << row.size << " type " << std::hex
+             << row.type << std::dec << (row.bootable ? " *" : "");
+}
+
+std::string makeTable(const std::string& imagePath, const std::string& script) {
+  const ProgramResult result =
+      runProgram({"sfdisk", "--quiet", "--no-reread", "--no-tell-kernel", imagePath}, script);
+  return result.status == 0 ? ""
+                            : result.output + " (status " + std::to_string(result.status) + ")";
+}
+
+MemoryDisk diskFromScript(u64 sectors, const std::string& script) {
+  const TempFolder folder;
+  const std::string image = folder.sparse("disk.img", sectors * 512);
+  EXPECT_EQ(makeTable(image, script), "") << script;
+  return loadDisk(image);
+}
+
+SfdiskTable readTable(const std::string& imagePath) {
+  SfdiskTable table;
+  const ProgramResult verify = runProgram({"sfdisk", "--verify", imagePath});
+  table.problems = faultsIn(verify.output);
+  const ProgramResult result = runProgram({"sfdisk", "-J", imagePath});
+  // Warnings come before the object.
+  const auto object = result.output.find('{');
+  const auto json = object == std::string::npos
+                        ? nlohmann::json()
+                        : nlohmann::json::parse(result.output.substr(object), nullptr, false);
+  if (result.status != 0 || !json.is_object()) {
+    table.problems += result.output;
+    return table;
+  }
+  const auto& body = json["partitiontable"];
+  table.diskSignature =
+      static_cast<u32>(std::stoul(body.value("id", std::string("0")), nullptr, 16));
+  if (body.contains("partitions"))
+    for (const auto& row : body["partitions"]) table.rows.push_back(rowOf(row, imagePath));
+  return table;
+}
+
+SfdiskTable readTable(MemoryDisk& disk) {
+  const TempFolder folder;
+  const std::string image = folder.file("disk.img");
+  storeDisk(disk, image);
+  if (disk.sectorSize() == 512) return readTable(image);
+  const ProgramResult loop =
+      runProgram({"losetup", "--find", "--show", "--read-only", "--sector-size",
+                  std::to_string(disk.sectorSize()), image});
+  if (loop.status != 0) return {loop.output, 0, {}};
+  const std::string device = loop.output.substr(0, loop.output.find('\n'));
+  const SfdiskTable table = readTable(device);
+  static_cast<void>(runProgram({"losetup", "--detach", device}));
+  return table;
+}
+
+}  // namespace tallowin

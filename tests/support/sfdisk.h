@@ -1,0 +1,40 @@
+// sfdisk as the maker and the judge of partition tables.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "base/types.h"
+#include "disk/memory_disk.h"
+
+namespace tallowin {
+
+// One partition as sfdisk sees it. Units: sectors.
+struct SfdiskRow {
+  u32 number = 0;
+  u64 start = 0;
+  u64 size = 0;
+  u32 type = 0;
+  bool bootable = false;
+
+  friend bool operator==(const SfdiskRow&, const SfdiskRow&) = default;
+};
+std::ostream& operator<<(std::ostream& out, const SfdiskRow& row);
+
+// Makes a table on an image file from a script ("label: dos" and the lines behind it). The
+// output when that fails.
+std::string makeTable(const std::string& imagePath, const std::string& script);
+// A disk in memory with a table from a script.
+MemoryDisk diskFromScript(u64 sectors, const std::string& script);
+
+struct SfdiskTable {
+  std::string problems;  // what `sfdisk --verify` complains about, or why it could not read
+  u32 diskSignature = 0;
+  std::vector<SfdiskRow> rows;
+};
+SfdiskTable readTable(const std::string& imagePath);
+// Sectors of other sizes than 512 bytes need a loop device, and so root.
+SfdiskTable readTable(MemoryDisk& disk);
+
+}  // namespace tallowin
