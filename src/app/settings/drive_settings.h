@@ -16,6 +16,7 @@ class SettingsFile;
 
 // A drive number with this bit takes no settings: default alignment, no geometry override.
 inline constexpr u32 kDriveTakesNoSettings = 0x8000;
+inline constexpr u32 kMaxDriveNumber = 0xFFFFFF;
 
 enum AlignOnEnd : u32 { kAlignOnEndOff = 0, kAlignOnEndOn = 1, kAlignOnEndByResizing = 2 };
 
@@ -41,6 +42,7 @@ struct DriveSettingsRecord {
   friend bool operator==(const DriveSettingsRecord&, const DriveSettingsRecord&) = default;
 };
 
+// The last row is UseGlobalGeoSettings.
 std::span<const OptionRow<DriveSettingsRecord>> driveOptionTable();
 
 enum class DriveKeys { all, useGlobalSettingsOnly };

@@ -11,11 +11,11 @@ namespace tallowin {
 using EnvironmentLookup = std::function<std::optional<std::string>(const char* name)>;
 std::optional<std::string> processEnvironment(const char* name);
 
-// Settings, in this order: the folder that TALLOWIN_HOME names; beside the program when
-// STRANDEL.INI is there or the folder can be written; else the user's configuration folder
-// (XDG_CONFIG_HOME, ~/.config). Table backups and traces go to the same place, or with the last
-// case to the user's state folder (XDG_STATE_HOME, ~/.local/state). Folders are made when something
-// is first written into them.
+// TALLOWIN_HOME in the environment names one folder for settings, traces and table backups.
+// Without it the settings are beside the program when STRANDEL.INI is there or the folder can be
+// written, else in the user's configuration folder (XDG_CONFIG_HOME, ~/.config); traces and table
+// backups are beside the program when the folder can be written, else in the user's state folder
+// (XDG_STATE_HOME, ~/.local/state). Folders are made when something is first written into them.
 struct ProgramFolders {
   std::string program;   // holds the program file and its help file
   std::string settings;  // holds STRANDEL.INI

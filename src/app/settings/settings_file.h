@@ -1,36 +1,18 @@
-// STRANDEL.INI: the text, what the option tables read from it and write to it.
+// STRANDEL.INI: what the option tables read from it and write to it.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "app/settings/drive_settings.h"
 #include "app/settings/options.h"
+#include "app/settings/settings_text.h"
 #include "base/error.h"
 
 namespace tallowin {
 
 inline constexpr std::string_view kOptionsSection = "OPTIONS";
-
-// INI text that is edited in place: keys of others, comments, the order of the lines and their
-// line ends stay. Section and key names are matched without regard to case.
-class SettingsText {
- public:
-  SettingsText() = default;
-  explicit SettingsText(std::string text) : text_(std::move(text)) {}
-
-  const std::string& text() const { return text_; }
-  std::vector<std::string> sections() const;
-  std::optional<std::string> value(std::string_view section, std::string_view key) const;
-  // Creates the section when it is missing.
-  void setValue(std::string_view section, std::string_view key, std::string_view value);
-  void removeValue(std::string_view section, std::string_view key);
-
- private:
-  std::string text_;
-};
 
 // The settings file at one path. Every write reads the file again first, changes only what it is
 // about and replaces the file durably, so that a second program's changes are not lost.

@@ -1,0 +1,65 @@
+#include "app/settings/program_folders.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <map>
+
+#include "support/oracle.h"
+#include "support/temp_folder.h"
+
+namespace tallowin {
+namespace {
+
+EnvironmentLookup madeUp(std::map<std::string, std::string> variables) {
+  return [variables](const char* name) -> std::optional<std::string> {
+    const auto found = variables.find(name);
+    if (found == variables.end()) return std::nullopt;
+    return found->second;
+  };
+}
+
+TEST(ProgramFolders, AreBesideTheProgramWhenThatCanBeWritten) {
+  const TempFolder folder;
+  const auto folders =
+      ProgramFolders::find(folder.file("sub/../tallowin"), madeUp({{"HOME", "/home/me"}}));
+  EXPECT_EQ(folder.path(), folders.program);
+  EXPECT_EQ(folder.path() + "/STRANDEL.INI", folders.settingsFile());
+  EXPECT_EQ(folder.path() + "/Debug.txt", folders.traceFile());
+}
+
+TEST(ProgramFolders, OneVariableMovesThemAllAndTheHelpStays) {
+  const TempFolder folder;
+  const auto folders =
+      ProgramFolders::find("/usr/bin/tallowin", madeUp({{"TALLOWIN_HOME", folder.path()}}));
+  EXPECT_EQ(folder.path() + "/STRANDEL.INI", folders.settingsFile());
+  EXPECT_EQ(folder.path() + "/backup", folders.backupFolder());
+  EXPECT_EQ("/usr/bin/tallowin.hlp", folders.helpFile());
+}
+
+// Root may write everywhere but below /proc, so the program stands there.
+TEST(ProgramFolders, AreTheUsersOwnWhenTheProgramsFolderCannotBeWritten) {
+  const std::string program = "/proc/self/tallowin";
+  auto folders = ProgramFolders::find(program, madeUp({{"HOME", "/home/me"}}));
+  EXPECT_EQ("/home/me/.config/tallowin/STRANDEL.INI", folders.settingsFile());
+  EXPECT_EQ("/home/me/.local/state/tallowin/backup", folders.backupFolder());
+
+  folders = ProgramFolders::find(program, madeUp({{"HOME", "/home/me"},
+                                                  {"XDG_CONFIG_HOME", "/etc/me"},
+                                                  {"XDG_STATE_HOME", "relative"}}));
+  EXPECT_EQ("/etc/me/tallowin", folders.settings);
+  EXPECT_EQ("/home/me/.local/state/tallowin", folders.state);
+
+  EXPECT_EQ("/proc/self", ProgramFolders::find(program, madeUp({})).settings);
+}
+
+TEST(ProgramFolders, MakingThemSaysWhenThatIsNotPossible) {
+  const TempFolder folder;
+  EXPECT_TRUE(makeFolders(folder.file("a/b/c")));
+  EXPECT_TRUE(makeFolders(folder.file("a/b/c")));
+  folder.write("file", "x");
+  EXPECT_FALSE(makeFolders(folder.file("file/d")));
+}
+
+}  // namespace
+}  // namespace tallowin
