@@ -1,0 +1,222 @@
+#include "ops/placement.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+
+void PrintTo(const SectorExtent& extent, std::ostream* out) {
+  *out << extent.startSector << ".." << extent.endSector;
+}
+
+namespace {
+
+constexpr Geometry kUsualGeometry{1023, 254, 63};
+
+// A primary's free block with nothing around it but the bounds of the drive.
+PlacementTarget primary(u64 start, u64 end, i64 unit = AlignmentRules::kDefaultUnit) {
+  PlacementTarget target;
+  target.entry = {start, end};
+  target.region = {1, end};
+  target.rules.explicitUnit = unit;
+  target.rules.geometry = kUsualGeometry;
+  return target;
+}
+
+TEST(CreatePlacement, TheWholeBlockIsFilled) {
+  // 1 GiB, aligned to 1 MiB: from sector 2048 to the last whole MiB.
+  const PlacementTarget onMiB = primary(2048, 2097151, 2048);
+  EXPECT_EQ((SectorExtent{2048, 2097151}), createPlacement(onMiB, 0x07, 1023, kPlaceAtEnd));
+  // On cylinders the first partition begins behind the first track.
+  const PlacementTarget onCylinders = primary(63, 16065 * 100 - 1);
+  EXPECT_EQ((SectorExtent{63, 16065 * 100 - 1}),
+            createPlacement(onCylinders, 0x07, 784, kPlaceAtEnd));
+}
+
+TEST(CreatePlacement, FreeSpaceBeforeIsKept) {
+  const PlacementTarget target = primary(2048, 2097151, 2048);
+  EXPECT_EQ((SectorExtent{2048, 206847}), createPlacement(target, 0x07, 100, 0));
+  EXPECT_EQ((SectorExtent{22528, 227327}), createPlacement(target, 0x07, 100, 10));
+  EXPECT_EQ((SectorExtent{1892352, 2097151}), createPlacement(target, 0x07, 100, kPlaceAtEnd));
+  EXPECT_FALSE(createPlacement(target, 0x07, 100, 1000));
+  EXPECT_FALSE(createPlacement(target, 0x07, 100, 4000000000));
+}
+
+TEST(CreatePlacement, AVolumeLeavesTheGapOfItsEbr) {
+  PlacementTarget target = primary(4096, 206847, 2048);
+  target.region = {2048, 206847};
+  target.volumeGap = 2048;
+  target.insideExtended = true;
+  EXPECT_EQ((SectorExtent{4096, 24575}), createPlacement(target, 0x06, 10, 0));
+  EXPECT_EQ((SectorExtent{4096, 206847}), createPlacement(target, 0x06, 99, kPlaceAtEnd));
+}
+
+TEST(PlacePartition, ADiskWithoutATableHasNoFreeSpaceToLeave) {
+  PlacementTarget target = primary(0, 99999);
+  target.region = {0, 99999};
+  target.rules.hasTable = false;
+  EXPECT_TRUE(placePartition(target, 1000, 0, EndAlignment::yes));
+  EXPECT_TRUE(placePartition(target, 1000, kPlaceAtStart, EndAlignment::yes));
+  EXPECT_FALSE(placePartition(target, 1000, kPlaceAtEnd, EndAlignment::no));
+  EXPECT_FALSE(placePartition(target, 1000, 1, EndAlignment::no));
+}
+
+TEST(PlacePartition, SizesThatCannotBeAreRefused) {
+  const PlacementTarget target = primary(2048, 99999, 2048);
+  for (const u64 length : {u64{0}, u64{99999}, kAllOnes64})
+    for (const u32 placement : {u32{0}, u32{3}, kPlaceAtEnd, kPlaceAtStart})
+      EXPECT_FALSE(placePartition(target, length, placement, EndAlignment::yes));
+}
+
+// Random free blocks between neighbours on a small disk, aligned in every way there is.
+class RandomTargets {
+ public:
+  PlacementTarget next() {
+    constexpr i64 kUnits[] = {
+        AlignmentRules::kDefaultUnit, AlignmentRules::kCylinderUnit, 1, 8, 2048, 256};
+    constexpr Geometry kGeometries[] = {kUsualGeometry, {1023, 15, 63}, {1023, 3, 32}};
+    PlacementTarget target;
+    AlignmentRules& rules = target.rules;
+    rules.sectorSizeBytes = upTo(3) == 0 ? 4096 : 512;
+    rules.explicitUnit = kUnits[upTo(5)];
+    rules.geometry = kGeometries[upTo(2)];
+    rules.isGpt = upTo(2) == 0;
+    rules.firstUsableSector = rules.isGpt ? 34 : 1;
+
+    const u64 low = upTo(2) == 0 ? rules.firstUsableSector : upTo(60000) + 1;
+    const u64 high = low + upTo(90000);
+    target.region = {low, high};
+    target.insideExtended = !rules.isGpt && upTo(1) == 0;
+    target.volumeGap = target.insideExtended ? trackUnit(rules) : 0;
+    // As the free block of the region is made: on boundaries.
+    const u64 first = firstAlignedSector(rules);
+    const u64 start = low <= first ? first : alignUp(rules, low);
+    const u64 boundary = alignDown(rules, high + 1);
+    target.entry = {start + target.volumeGap, boundary == 0 ? 0 : boundary - 1};
+    return target;
+  }
+
+  u64 upTo(u64 largest) { return std::uniform_int_distribution<u64>(0, largest)(random_); }
+  u32 placement() {
+    const u64 kind = upTo(3);
+    if (kind == 0) return kPlaceAtEnd;
+    if (kind == 1) return kPlaceAtStart;
+    return static_cast<u32>(kind == 2 ? 0 : upTo(60));
+  }
+
+ private:
+  std::mt19937_64 random_{20240611};
+};
+
+std::string describe(const PlacementTarget& t, u32 placement) {
+  return "region " + std::to_string(t.region.startSector) + ".." +
+         std::to_string(t.region.endSector) + " entry " + std::to_string(t.entry.startSector) +
+         ".." + std::to_string(t.entry.endSector) + " gap " + std::to_string(t.volumeGap) +
+         " unit " + std::to_string(alignmentUnit(t.rules)) + " placement " +
+         std::to_string(placement);
+}
+
+// The start (with a volume's EBR) that placing at the end must find, by trying every sector.
+std::optional<u64> lastStartByTrying(const PlacementTarget& t, u64 length, bool alignEnd) {
+  const u64 unit = alignmentUnit(t.rules);
+  const u64 first = firstAlignedSector(t.rules);
+  const u64 sectors = length + t.volumeGap;
+  std::optional<u64> best;
+  for (u64 start = t.region.startSector; start + sectors <= t.region.endSector + 1; ++start) {
+    const bool onBoundary = (start != 0 && start % unit == 0) || start == first;
+    const bool endsOnBoundary = (start + sectors) % unit == 0;
+    if (alignEnd ? endsOnBoundary : onBoundary) best = start;
+  }
+  return best;
+}
+
+TEST(PlacementProperties, NothingLeavesItsRegionAndTheEndIsTheLastThatFits) {
+  RandomTargets random;
+  u32 placed = 0;
+  for (int i = 0; i < 3000; ++i) {
+    const PlacementTarget target = random.next();
+    const u32 placement = random.placement();
+    const u64 length = 1 + random.upTo(60000);
+    const bool alignEnd = random.upTo(1) == 0;
+    const auto found =
+        placePartition(target, length, placement, alignEnd ? EndAlignment::yes : EndAlignment::no);
+    SCOPED_TRACE(describe(target, placement) + " length " + std::to_string(length));
+    if (found) {
+      ++placed;
+      ASSERT_GE(found->startSector, target.region.startSector + target.volumeGap);
+      ASSERT_LE(found->startSector, found->endSector);
+      ASSERT_LE(found->endSector, target.region.endSector);
+      ASSERT_EQ(length, found->endSector - found->startSector + 1);
+      if (alignEnd && placement != kPlaceAtStart) {
+        ASSERT_EQ(0U, (found->endSector + 1) % alignmentUnit(target.rules));
+      }
+    }
+    if (placement != kPlaceAtEnd) continue;
+    const auto expected = lastStartByTrying(target, length, alignEnd);
+    ASSERT_EQ(expected.has_value(), found.has_value());
+    if (found) {
+      ASSERT_EQ(*expected + target.volumeGap, found->startSector);
+    }
+  }
+  EXPECT_GT(placed, 500U);
+}
+
+TEST(PlacementProperties, NewPartitionsStayInTheirRegionOnBoundariesAndNearTheirSize) {
+  RandomTargets random;
+  u32 placed = 0;
+  for (int i = 0; i < 30000; ++i) {
+    const PlacementTarget target = random.next();
+    const u32 placement = random.placement();
+    const u16 type = random.upTo(3) == 0 && !target.insideExtended ? 0x05 : 0x0B;
+    const u64 perMiB = kMiB / target.rules.sectorSizeBytes;
+    const u32 sizeMiB = 1 + static_cast<u32>(random.upTo(40));
+    const auto found = createPlacement(target, type, sizeMiB, placement);
+    if (!found) continue;
+    ++placed;
+    SCOPED_TRACE(describe(target, placement) + " MiB " + std::to_string(sizeMiB));
+    ASSERT_GE(found->startSector, target.region.startSector + target.volumeGap);
+    ASSERT_LE(found->startSector, found->endSector);
+    ASSERT_LE(found->endSector, target.region.endSector);
+
+    const u64 unit = alignmentUnit(target.rules);
+    const u64 length = found->endSector - found->startSector + 1;
+    ASSERT_LE(length, sizeMiB * perMiB + perMiB / 2 + 2 * unit);
+    if (!target.insideExtended) {
+      const u64 start = found->startSector;
+      const bool noBoundaryBefore = alignDown(target.rules, start) < target.region.startSector;
+      ASSERT_TRUE(start % unit == 0 || start == firstAlignedSector(target.rules) ||
+                  noBoundaryBefore);
+    }
+  }
+  EXPECT_GT(placed, 5000U);
+}
+
+TEST(SizeLimits, DependOnTheTypeAndTheAlignment) {
+  struct Case {
+    u16 type;
+    u64 unitBytes;
+    u32 limit;
+  };
+  constexpr u64 kCylinderBytes = 16065 * 512;
+  const Case cases[] = {
+      {0x01, kMiB, 15},       {0x01, kCylinderBytes, 16},       {0x06, kMiB, 4095},
+      {0x16, kMiB, 4095},     {0x06, kCylinderBytes, 4096},     {0xDE, kCylinderBytes, 0x1FFFFF},
+      {0x0C, 4096, 0x1FFFFE}, {0x83, kMiB, types::kNoSizeLimit}};
+  for (const Case& c : cases)
+    EXPECT_EQ(c.limit, maxSizeMiBForType(c.type, c.unitBytes)) << c.type << " " << c.unitBytes;
+}
+
+TEST(SizeInMiB, RoundsHalfUpAndIsNothingForARangeBackwards) {
+  EXPECT_EQ(1U, sizeInMiB(0, 1023, 512));
+  EXPECT_EQ(0U, sizeInMiB(0, 1022, 512));
+  EXPECT_EQ(2U, sizeInMiB(0, 3071, 0));
+  EXPECT_EQ(1U, sizeInMiB(256, 511, 4096));
+  EXPECT_EQ(0U, sizeInMiB(10, 9, 512));
+  EXPECT_EQ(0U, sizeInMiB(10, 0, 512));
+}
+
+}  // namespace
+}  // namespace tallowin
