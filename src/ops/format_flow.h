@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "fat/fat_volume.h"
 #include "ops/operation_context.h"
 #include "ptable/drive.h"
 
@@ -14,7 +15,7 @@ enum class FormatMode {
   afterCreate  // without them
 };
 
-enum class FormatKind { fat12, fat16, fat32 };
+using FormatKind = FatKind;
 
 struct FormatOptions {
   FormatMode mode = FormatMode::fromList;

@@ -1,0 +1,34 @@
+#include "ops/delete_model.h"
+
+namespace tallowin {
+
+DeleteModel::DeleteModel(const DeleteFacts& facts)
+    : groupLabel(facts.insideExtended ? "Volume Information" : "Partition Information"),
+      nameLine(facts.nameLine),
+      typeLine(facts.typeLine),
+      sizeLine(facts.sizeLine),
+      targetText(facts.targetText),
+      warning(facts.warning) {
+  warningLine.shown = !warning.empty();
+  secureWipeControl = {true, false, "Secure wiping is not part of this version."};
+  if (!facts.inError) return;
+  const Control inError{true, false,
+                        "The partition overlaps another one or is not possible, so none of its "
+                        "sectors may be overwritten."};
+  clearBootSectorControl = inError;
+  wipePartitionControl = inError;
+}
+
+void DeleteModel::pass() {
+  if (!clearBootSectorControl.enabled) clearBootSector = false;
+  if (!wipePartitionControl.enabled) wipePartition = false;
+  if (!secureWipeControl.enabled) secureWipe = false;
+}
+
+void DeleteModel::ok() {
+  pass();
+  confirmed = true;
+  close();
+}
+
+}  // namespace tallowin
