@@ -1,0 +1,194 @@
+#include "ops/create_flow.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "ops/create_model.h"
+#include "ops/error_text.h"
+#include "ops/format_flow.h"
+#include "ops/placement.h"
+#include "ops/table_change.h"
+#include "ops/target_check.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u32 kMaxTypeByte = 255;
+constexpr PartitionId kFirstId = 1;
+constexpr u64 kEmbrEntryFlags = 0x2000;
+constexpr u64 kEmbrMultiOsFlag = 0x1000;
+// Where swap and Linux partitions keep a superblock of their own that would be found again.
+constexpr u64 kFarSuperblockSector = 128;
+
+// The sectors at the start of a new partition that old content is recognised by.
+u64 sectorsToClear(u16 type) {
+  const u64 count = types::isFat32(type) ? 7 : 1;
+  const u16 plain = types::unhide(type);
+  return plain == types::kLinuxSwap || plain == types::kLinux ? count + 7 : count;
+}
+
+bool clearFirstSectors(DiskDevice& disk, u16 type, const SectorExtent& extent) {
+  const u64 length = extent.endSector - extent.startSector + 1;
+  const u64 count = std::min(sectorsToClear(type), length);
+  if (!disk.writeZeros(extent.startSector, count)) return false;
+  if (count <= 7 || length <= kFarSuperblockSector) return true;
+  return disk.writeZeros(extent.startSector + kFarSuperblockSector, 1);
+}
+
+// One run of the dialog: its OK button may be pressed several times until all is well.
+class Creation {
+ public:
+  Creation(const OperationContext& context, Drive& drive, PartitionEntry& block)
+      : context_(context), drive_(drive), block_(block) {}
+
+  CreateFacts facts() {
+    const AlignmentRules rules = drive_.alignment();
+    return {block_.startSector,
+            block_.endSector,
+            drive_.sectorSize(),
+            alignmentUnit(rules),
+            isInsideExtended(),
+            drive_.isGpt(),
+            drive_.isEmbr(),
+            context_.options.volumeLabels,
+            context_.options.fullPartitionList};
+  }
+
+  // The OK button: true when the dialog is to close, because the entry was written, or could not
+  // be written. False, with the reason told, leaves the block and the disk as they are.
+  bool tryToCreate(const CreateModel& model) {
+    const u32 value = model.fileSystemValue();
+    if (model.name.empty() || value == 0 || model.sizeMiB.value == 0)
+      return refuse("You must enter a Name, File System, and Size to continue.");
+    if (value > kMaxTypeByte && !drive_.isGpt())
+      return refuse("The file system value cannot be larger than 255.");
+    if (!isInsideExtended() && !hasRoomForPrimary()) return false;
+
+    type_ = static_cast<u16>(value);
+    const PlacementTarget target = placementTarget();
+    auto found = createPlacement(target, type_, model.sizeMiB.value, model.placement());
+    if (!found)
+      return refuse(
+          "Unable to align the partition in the target area.\n"
+          "This is probably due to unaligned partitions.");
+    if (types::isExtended(type_) && !admitExtended(target, *found)) return false;
+    return write(model, target, *found);
+  }
+
+  const FlowResult& result() const { return result_; }
+  const SectorExtent& extent() const { return extent_; }
+
+ private:
+  bool isInsideExtended() { return drive_.containerOf(block_) != nullptr; }
+
+  bool refuse(const std::string& text, const std::string& title = {}, Error code = Error::none) {
+    context_.ui.noticeBox(text, title);
+    result_ = {FlowEnd::refused, code, 0};
+    return false;
+  }
+
+  bool hasRoomForPrimary() {
+    if (drive_.table().usedSlots < drive_.table().slots) return true;
+    return refuse("The partition limit has been reached.", "Limit Primaries", Error::noFreeEntry);
+  }
+
+  PlacementTarget placementTarget() {
+    const SectorRegion region = drive_.freeRegionAround(block_);
+    return {{block_.startSector, block_.endSector},
+            {region.first, region.last},
+            drive_.volumeGap(block_),
+            isInsideExtended(),
+            drive_.alignment()};
+  }
+
+  // An extended partition leaves the first alignment unit to the boot code.
+  bool admitExtended(const PlacementTarget& target, SectorExtent& found) {
+    if (target.insideExtended)
+      return refuse("You cannot use that file system in an extended partition.");
+    const u64 unit = alignmentUnit(target.rules);
+    if (found.startSector >= unit) return true;
+    if (unit >= found.endSector) return refuse("An extended partition cannot be created here.");
+    found.startSector = unit;
+    return true;
+  }
+
+  u64 attributes(const CreateModel& model) const {
+    if (!drive_.isEmbr()) return 0;
+    return kEmbrEntryFlags | (model.multiOs ? kEmbrMultiOsFlag : 0);
+  }
+
+  void fillEntry(const CreateModel& model, const PlacementTarget& target,
+                 const SectorExtent& found) {
+    block_.startSector = found.startSector;
+    block_.endSector = found.endSector;
+    block_.type = drive_.typeForEnd(type_, found.endSector);
+    block_.id = drive_.uniqueId(kFirstId);
+    block_.attributes = attributes(model);
+    block_.setName(model.name);
+    if (auto* volume = dynamic_cast<VolumeEntry*>(&block_)) {
+      volume->volumeStart = found.startSector - drive_.containerOf(block_)->startSector;
+      volume->ebr = volume->volumeStart - target.volumeGap;
+    }
+  }
+
+  bool write(const CreateModel& model, const PlacementTarget& target, const SectorExtent& found) {
+    TableChange change(context_, drive_);
+    if (const auto stopped = change.begin()) {
+      result_ = *stopped;
+      return false;
+    }
+    fillEntry(model, target, found);
+    extent_ = found;
+    const u16 type = block_.type;
+    const Error error = drive_.commit(block_);
+    const bool isCleared = error != Error::none || clearFirstSectors(drive_.disk(), type, found);
+    change.end();
+    result_ = {};
+    if (error != Error::none) {
+      context_.ui.errorBox(createErrorText(error));
+      result_ = {FlowEnd::failed, error, 0};
+    } else if (!isCleared) {
+      context_.ui.errorBox(
+          "The partition was created, but its first sectors could not be cleared,\n"
+          "so that it may still show what was there before.");
+      result_ = {FlowEnd::failed, Error::clearingFailed, 0};
+    }
+    return true;
+  }
+
+  const OperationContext& context_;
+  Drive& drive_;
+  PartitionEntry& block_;
+  u16 type_ = 0;
+  SectorExtent extent_;
+  FlowResult result_{FlowEnd::cancelled, Error::cancelled, 0};
+};
+
+}  // namespace
+
+FlowResult createFlow(const OperationContext& context, Drive& drive, PartitionEntry& block) {
+  if (!block.isFree()) {
+    context.ui.errorBox(
+        "Unsupported type for Setup Free Before/After during create/copy partition");
+    return {FlowEnd::refused, Error::none, 0};
+  }
+  if (const auto refused = refuseWhenReadOnlyTable(context, drive)) return *refused;
+  if (const auto refused = refuseWhenInUse(context, drive, {block.startSector, block.endSector}))
+    return *refused;
+
+  Creation creation(context, drive, block);
+  CreateModel model(creation.facts());
+  model.create = [&] { return creation.tryToCreate(model); };
+  context.ui.run(model);
+  if (!creation.result().succeeded() || !model.format) return creation.result();
+
+  PartitionEntry* created = findByStart(drive, creation.extent().startSector);
+  if (!created) return creation.result();
+  FormatOptions options;
+  options.mode = FormatMode::afterCreate;
+  options.label = model.name;
+  return formatFlow(context, drive, *created, options);
+}
+
+}  // namespace tallowin

@@ -1,0 +1,116 @@
+#include "ops/delete_flow.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "ops/delete_model.h"
+#include "ops/error_text.h"
+#include "ops/operation_progress.h"
+#include "ops/table_change.h"
+#include "ops/target_check.h"
+#include "ops/target_text.h"
+#include "ops/zero_wipe.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kGptRequired = 1;  // attribute bit 0 of a GPT entry
+constexpr std::string_view kMicrosoftReserved = "{E3C9E316-0B5C-4DB8-817D-F92DF00215AE}";
+
+std::string warningFor(const Drive& drive, const PartitionEntry& entry) {
+  if (drive.isGpt()) {
+    if ((entry.attributes & kGptRequired) != 0)
+      return "*WARNING* This partition is marked as REQUIRED.";
+    if (guidText(entry.typeGuid) == kMicrosoftReserved)
+      return "*WARNING* Windows requires a reserved partition.";
+    return {};
+  }
+  const auto* table = dynamic_cast<const TableEntry*>(&entry);
+  const bool hasVolumes =
+      table && table->volumes &&
+      std::any_of(table->volumes->entries.begin(), table->volumes->entries.end(),
+                  [](const auto& volume) { return !volume->isFree(); });
+  return hasVolumes ? "*WARNING* Volumes will also be deleted." : "";
+}
+
+DeleteFacts deleteFacts(Drive& drive, const PartitionEntry& entry) {
+  const EntrySummary summary = summaryOf(drive, entry);
+  return {entry.isVolume(),
+          entry.isInError(),
+          summary.name,
+          summary.type,
+          summary.size,
+          describeTarget(drive, entry),
+          warningFor(drive, entry)};
+}
+
+// The sectors that Clear Boot Sector takes, from the entry's first on.
+u64 bootSectors(u16 type, bool shiftHeld) {
+  if (types::isFat32(type)) return shiftHeld ? 1 : 7;
+  const u16 plain = types::unhide(type);
+  if (plain == types::kLinuxSwap) return 8;
+  return plain == types::kLinux ? 129 : 1;
+}
+
+// What Yes overwrites; nothing when no box is ticked.
+std::optional<SectorExtent> extentToWipe(const DeleteModel& model, const PartitionEntry& entry) {
+  if (model.wipePartition) return SectorExtent{entry.startSector, entry.endSector};
+  if (!model.clearBootSector) return std::nullopt;
+  const u64 count = std::min(bootSectors(entry.type, model.shiftHeld), entry.sectorCount());
+  return SectorExtent{entry.startSector, entry.startSector + count - 1};
+}
+
+FlowResult tellWipe(const OperationContext& context, const WipeResult& wiped, u32 sectorSizeBytes) {
+  const std::string done = bytesText(wiped.sectorsDone * sectorSizeBytes);
+  if (wiped.code == Error::cancelled) {
+    context.ui.noticeBox(
+        format("The partition was deleted, but the wipe was stopped:\n"
+               "only its first %s were overwritten with zeros.",
+               done.c_str()));
+    return {FlowEnd::cancelled, Error::cancelled, 0};
+  }
+  if (wiped.code != Error::none) {
+    context.ui.errorBox(
+        format("The partition was deleted, but a write error stopped the wipe:\n"
+               "at most its first %s were overwritten with zeros.",
+               done.c_str()));
+    return {FlowEnd::failed, wiped.code, 0};
+  }
+  if (wiped.sectorsFailed == 0) return {};
+  context.ui.noticeBox(format("%llu sectors could not be overwritten.",
+                              static_cast<unsigned long long>(wiped.sectorsFailed)));
+  return {FlowEnd::doneWithLosses, Error::write, 0};
+}
+
+FlowResult removeEntry(const OperationContext& context, Drive& drive, const PartitionEntry& entry,
+                       const DeleteModel& model) {
+  const auto extent = extentToWipe(model, entry);
+  TableChange change(context, drive);
+  if (const auto stopped = change.begin()) return *stopped;
+  const Error error = drive.remove(entry);
+  change.end();
+  if (error != Error::none) {
+    context.ui.errorBox(deleteErrorText(error));
+    return {FlowEnd::failed, error, 0};
+  }
+  if (!extent) return {};
+  const WipeResult wiped = zeroWipe(context, drive.disk(), *extent);
+  return tellWipe(context, wiped, drive.sectorSize());
+}
+
+}  // namespace
+
+FlowResult deleteFlow(const OperationContext& context, Drive& drive, PartitionEntry& entry) {
+  if (const auto refused = refuseWhenReadOnlyTable(context, drive)) return *refused;
+  if (const auto refused = refuseWhenInUse(context, drive, {entry.startSector, entry.endSector}))
+    return *refused;
+  if (const auto stopped = askAboutBootManager(context, drive, entry)) return *stopped;
+
+  DeleteModel model(deleteFacts(drive, entry));
+  context.ui.run(model);
+  if (!model.confirmed) return {FlowEnd::cancelled, Error::cancelled, 0};
+  return removeEntry(context, drive, entry, model);
+}
+
+}  // namespace tallowin

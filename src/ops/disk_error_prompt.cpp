@@ -1,0 +1,15 @@
+#include "ops/disk_error_prompt.h"
+
+namespace tallowin {
+
+bool askDiskError(FrontEnd& ui, DiskErrorKind kind) {
+  const char* doing = kind == DiskErrorKind::read ? "reading from" : "writing to";
+  const std::string text =
+      format("%s\n%s\n\n%s", format("An error has occurred %s the hard drive.  ", doing).c_str(),
+             "You can ignore all errors and continue or cancel\nthis process.",
+             "*Warning* Continuing may result in the loss of data.");
+  return ui.questionBox("Error", ButtonSet::continueCancel, MessageKind::warning, text) ==
+         MessageResult::goOn;
+}
+
+}  // namespace tallowin

@@ -1,0 +1,44 @@
+#include "ops/target_text.h"
+
+#include "base/text.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+
+std::string describeDisk(DiskDevice& disk) {
+  std::string text = disk.model();
+  const auto add = [&text](const std::string& part) {
+    if (part.empty()) return;
+    if (!text.empty()) text += ", ";
+    text += part;
+  };
+  if (const std::string serial = disk.serial(); !serial.empty()) add("serial " + serial);
+  if (const auto sectors = disk.sectorCount(); sectors && *sectors > 0)
+    add(sizeText(0, *sectors - 1, disk.sectorSize()));
+  add(disk.displayName());
+  return text;
+}
+
+const char* kindWord(const PartitionEntry& entry) {
+  return entry.isVolume() ? "Volume" : "Partition";
+}
+
+std::string describeTarget(Drive& drive, const PartitionEntry& entry) {
+  std::string which = kindWord(entry);
+  if (const auto number = drive.kernelNumber(entry))
+    which = *number == 0 ? "Whole disk" : which + format(" %u", *number);
+  return format("Disk: %s\n%s '%s', %s", describeDisk(drive.disk()).c_str(), which.c_str(),
+                entry.name.c_str(),
+                sizeText(entry.startSector, entry.endSector, drive.sectorSize()).c_str());
+}
+
+std::string summaryLine(const std::string& what, const std::string& value) {
+  return what + ": " + value;
+}
+
+EntrySummary summaryOf(const Drive& drive, const PartitionEntry& entry) {
+  return {summaryLine("Name", entry.name), summaryLine("Type", types::name(entry.type)),
+          summaryLine("Size", sizeText(entry.startSector, entry.endSector, drive.sectorSize()))};
+}
+
+}  // namespace tallowin

@@ -1,0 +1,154 @@
+#include <gtest/gtest.h>
+
+#include "disk/faulty_disk.h"
+#include "disk/memory_disk.h"
+#include "ops/disk_error_prompt.h"
+#include "ops/operation_progress.h"
+#include "ops/target_text.h"
+#include "ops/zero_wipe.h"
+#include "support/ops_bench.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kSecond = 1'000'000'000;
+
+TEST(OperationProgress, TellsSpeedAndTimeLeft) {
+  ScriptedFrontEnd ui;
+  SteppingHost host;
+  host.step = 0;
+  OperationProgress progress(ui, host, "Format", "Formatting", "");
+  progress.begin("Checking", "&Skip", 400 * kMiB);
+  host.now += 10 * kSecond;
+  progress.setBytesDone(100 * kMiB);
+  EXPECT_EQ(25U, ui.progress.back().percent);
+  EXPECT_EQ("100.0 MiB of 400.0 MiB, 10.0 MiB/s, 0:30 left", ui.progress.back().details);
+
+  progress.begin("Other work", "");
+  host.now += 10 * kSecond;
+  progress.setPercent(10);
+  EXPECT_EQ("1:30 left", ui.progress.back().details);
+  EXPECT_EQ("1:01:05", timeText(3665));
+  EXPECT_EQ("1.0 GiB", bytesText(kGiB - 1));
+}
+
+TEST(OperationProgress, DrawsAndServesAFewTimesASecondAndAlwaysTheEnd) {
+  ScriptedFrontEnd ui;
+  SteppingHost host;
+  host.step = kSecond / 1000;
+  OperationProgress progress(ui, host, "Wiping", "", "Cancel");
+  progress.setTotalBytes(1000);
+  for (u64 i = 1; i <= 1000; ++i) {
+    progress.setBytesDone(i);
+    EXPECT_FALSE(progress.isCancelled());
+  }
+  EXPECT_LE(ui.progress.size(), 25U);
+  EXPECT_GE(ui.progress.size(), 15U);
+  EXPECT_LE(ui.polls(), 105U);
+  EXPECT_GE(ui.polls(), 80U);
+  EXPECT_EQ(100U, ui.progress.back().percent);
+}
+
+TEST(OperationProgress, ACancelStaysUntilTheNextPhase) {
+  ScriptedFrontEnd ui;
+  SteppingHost host;
+  OperationProgress progress(ui, host, "Format", "", "Cancel");
+  ui.cancelAtPoll(0);
+  EXPECT_TRUE(progress.isCancelled());
+  ui.cancelAtPoll(kAllOnes64);
+  EXPECT_TRUE(progress.isCancelled());
+  progress.begin("Next", "&Skip");
+  EXPECT_FALSE(progress.isCancelled());
+}
+
+TEST(DiskErrorPrompt, OnlyContinueGoesOn) {
+  for (const auto& [answer, goesOn] : {std::pair{MessageResult::goOn, true},
+                                       {MessageResult::cancel, false},
+                                       {MessageResult::none, false}}) {
+    ScriptedFrontEnd ui;
+    ui.expectMessage(
+        "Error: An error has occurred writing to the hard drive.  \n"
+        "You can ignore all errors and continue or cancel\nthis process.\n\n"
+        "*Warning* Continuing may result in the loss of data.",
+        answer);
+    EXPECT_EQ(goesOn, askDiskError(ui, DiskErrorKind::write));
+    EXPECT_EQ(0x75U, ui.messages[0].flags);
+  }
+}
+
+// A disk of 20 MiB full of ones, and an extent in its middle.
+class ZeroWipeTest : public OpsTest {
+ protected:
+  ZeroWipeTest() {
+    const std::vector<u8> ones(kMiB, 0xFF);
+    for (u64 lba = 0; lba < kSectors; lba += 2048)
+      EXPECT_TRUE(disk_.writeSectors(lba, ones.data(), 2048));
+  }
+
+  bool isZero(u64 lba) { return disk_.sector(lba) == std::vector<u8>(512, 0); }
+
+  static constexpr u64 kSectors = 40960;
+  static constexpr SectorExtent kExtent{1001, 30000};
+  MemoryDisk disk_{kSectors};
+};
+
+TEST_F(ZeroWipeTest, ClearsTheExtentAndNothingElse) {
+  const WipeResult result = zeroWipe(context_, disk_, kExtent);
+  EXPECT_EQ(Error::none, result.code);
+  EXPECT_EQ(29000U, result.sectorsDone);
+  for (u64 lba = 0; lba < kSectors; ++lba)
+    ASSERT_EQ(lba >= 1001 && lba <= 30000, isZero(lba)) << lba;
+  EXPECT_EQ((std::vector<std::string>{"Wiping", "Wipe in progress...", "Cancel"}),
+            ui_.progressTexts);
+}
+
+TEST_F(ZeroWipeTest, StopsAtEveryPieceAndSaysHowFarItCame) {
+  u64 done = 0;
+  u64 stops = 0;
+  for (u64 poll = 0;; ++poll) {
+    ScriptedFrontEnd ui;
+    ui.cancelAtPoll(poll);
+    const WipeResult result = zeroWipe({ui, host_, options_, folders_}, disk_, kExtent);
+    if (result.code == Error::none) break;
+    EXPECT_EQ(Error::cancelled, result.code);
+    EXPECT_GE(result.sectorsDone, done);
+    done = result.sectorsDone;
+    EXPECT_TRUE(done == 0 || isZero(1000 + done));
+    EXPECT_FALSE(isZero(1001 + done));
+    ++stops;
+  }
+  EXPECT_EQ(4U, stops);
+}
+
+TEST_F(ZeroWipeTest, AFailedWriteIsAskedOnceAndTheRestIsStillCleared) {
+  FaultyDisk faulty(disk_);
+  faulty.failAccessTo({20000, 20001});
+  ui_.expectMessage("An error has occurred during a write to the drive.", MessageResult::yes);
+  const WipeResult result = zeroWipe(context_, faulty, kExtent);
+  EXPECT_EQ(Error::none, result.code);
+  EXPECT_EQ(2U, result.sectorsFailed);
+  EXPECT_TRUE(isZero(19999) && isZero(20002) && isZero(30000));
+  EXPECT_FALSE(isZero(20000));
+}
+
+TEST_F(ZeroWipeTest, AWriteErrorThatIsNotIgnoredStopsAndAFailedFlushIsOne) {
+  FaultyDisk faulty(disk_);
+  faulty.failAccessTo({20000, 20001});
+  ui_.expectMessage("Do you want to continue and ignore further problems?", MessageResult::no);
+  const WipeResult result = zeroWipe(context_, faulty, kExtent);
+  EXPECT_EQ(Error::write, result.code);
+  EXPECT_LT(result.sectorsDone, 19000U);
+
+  FaultyDisk unflushed(disk_);
+  unflushed.failFlush(true);
+  EXPECT_EQ(Error::write, zeroWipe(context_, unflushed, kExtent).code);
+}
+
+TEST(DescribeDisk, LeavesOutWhatIsNotKnown) {
+  MemoryDisk disk(4096);
+  disk.setName("/tmp/disk.img");
+  EXPECT_EQ("2 MiB, /tmp/disk.img", describeDisk(disk));
+}
+
+}  // namespace
+}  // namespace tallowin
