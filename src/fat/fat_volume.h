@@ -38,8 +38,8 @@ struct FatPlacement {
 class FatVolume {
  public:
   static constexpr u32 kBootAreaSectors = 3;
-  static constexpr u32 kFormatWindowSectors = 24;  // what all engines set the cache up with
-  static constexpr u32 kFormatSavedWindows = 32;
+  static constexpr u32 kUsualWindowSectors = 24;  // what the engines set the FAT cache up with
+  static constexpr u32 kUsualSavedWindows = 32;
 
   // Reads and classifies the boot area. Never null; a volume that could not be read is invalid.
   static std::unique_ptr<FatVolume> open(DiskDevice& disk, const FatPlacement& placement);
@@ -109,7 +109,7 @@ class FatVolume {
   // Writes all dirty windows to every FAT copy, or to the first alone while the FAT start is
   // overridden. After a failure the windows are still dirty; with errors ignored everything
   // that can be written is, the windows are clean, and the answer is still false.
-  [[nodiscard]] bool flushFat();
+  [[nodiscard]] bool flushFat() { return writeDirtyWindows(); }
 
   // An LBA other than 0 moves the FAT there, for one copy; 0 moves it back. To be changed only
   // while nothing is dirty, or before the cache is set up.
@@ -161,13 +161,34 @@ class FatVolume {
   std::optional<FatKind> kindFromBootSector() const;
   bool isSound() const;
 
-  // fat_table.cpp
+  static void stampTrail(std::span<u8> sector);
+  bool stampSectorTwo();
+
+  // Changed sectors of the FAT, counted from its start, as they lie in a window.
+  struct DirtyRun {
+    u32 firstSector = 0;
+    u32 sectors = 0;
+    const u8* bytes = nullptr;
+    u32 endSector() const { return firstSector + sectors; }
+  };
+  // Sectors of the FAT behind the windows that were loaded last.
+  struct ReadAhead {
+    u64 firstSector = 0;
+    std::vector<u8> bytes;
+    bool holds(u64 first, u64 count, u32 sectorBytes) const;
+    bool touches(u64 first, u64 count, u32 sectorBytes) const;
+  };
   u8* loadEntry(u32 cluster);
+  FatWindowCache::Window* loadWindow(u32 cluster);
   bool readWindow(FatWindowCache::Window& window);
+  bool copyReadAhead(u32 first, u32 sectors, u8* to) const;
+  bool fillReadAhead(u32 first, u32 windowSectors);
   bool rescueWindow(u64 lba, u8* buffer, u32 sectors);
+  u32 fatCopies() const;
+  DirtyRun dirtyRunOf(const FatWindowCache::Window& window) const;
   bool writeDirtyWindows();
-  u64 entriesInFat() const;
-  u32 entryOffset(u64 entryInWindow) const;
+  bool writeRuns(std::span<const DirtyRun> runs);
+  bool writeCopy(u64 lba, const u8* bytes, u32 sectors);
 
   DiskDevice& disk_;
   FatPlacement placement_;
@@ -177,7 +198,10 @@ class FatVolume {
 
   FatWindowCache cache_;
   u32 windowSectors_ = 0;
-  u32 entriesPerSector_ = 1;
+  u32 entriesPerSector_ = 1;  // not of a FAT12, whose entries straddle sectors
+  u64 entriesInFat_ = 0;
+  ReadAhead readAhead_;
+  u32 nextWindowSector_ = kAllOnes32;
   u64 fatStartOverride_ = 0;
   bool newFatMode_ = false;
   bool error_ = false;

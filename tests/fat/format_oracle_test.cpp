@@ -1,0 +1,126 @@
+// What formatting makes, judged by programs that are not ours.
+#include <fstream>
+
+#include "disk/image_disk.h"
+#include "fat/fat_requests.h"
+#include "support/oracle.h"
+#include "support/temp_folder.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u32 kEveryClusterSize[] = {0,        512,       1 * kKiB,  2 * kKiB, 4 * kKiB,
+                                     8 * kKiB, 16 * kKiB, 32 * kKiB, 64 * kKiB};
+
+// The kind that everybody sees: FAT32 by the empty 16-bit FAT size, else by the clusters.
+FatKind kindByCount(const std::vector<u8>& sector) {
+  const auto& bpb = *recordAt<FatBpbRecord>(std::span(sector));
+  const u32 total = bpb.totalSectors16 != 0 ? u32{bpb.totalSectors16} : u32{bpb.totalSectors32};
+  if (bpb.sectorsPerFat16 == 0) return FatKind::fat32;
+  const u32 root = (bpb.rootEntries * 32U + bpb.bytesPerSector - 1) / bpb.bytesPerSector;
+  const u32 metadata = bpb.reservedSectors + bpb.numberOfFats * bpb.sectorsPerFat16 + root;
+  const u32 clusters = (total - metadata) / bpb.sectorsPerCluster;
+  EXPECT_LT(clusters, 65525U);
+  return clusters < 4085 ? FatKind::fat12 : FatKind::fat16;
+}
+
+class FormatOracleTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!hasProgram("fsck.fat") || !hasProgram("mcopy")) GTEST_SKIP() << "needs dosfstools, mtools";
+    folder_.write("in", std::string(70000, 'x') + "the end");
+  }
+
+  std::unique_ptr<DiskDevice> newImage(u64 sectors, u32 sectorSize) {
+    OpenedImage opened = openImageFile(folder_.sparse("image", sectors * sectorSize),
+                                       DiskAccess::readWrite, kHardDiskKind, sectorSize);
+    EXPECT_EQ(Error::none, opened.error) << opened.reason;
+    return std::move(opened.disk);
+  }
+
+  void expectSound() {
+    const ProgramResult check = runProgram({"fsck.fat", "-n", folder_.file("image")});
+    EXPECT_EQ(0, check.status) << check.output;
+  }
+
+  // Puts a file into the volume at `offset` and reads it back.
+  void expectUsable(u64 offset) {
+    const std::string image = folder_.file("image") + "@@" + std::to_string(offset);
+    const ProgramResult in = runProgram({"mcopy", "-i", image, folder_.file("in"), "::A File.txt"});
+    ASSERT_EQ(0, in.status) << in.output;
+    EXPECT_EQ(folder_.read("in"), runProgram({"mtype", "-i", image, "::A File.txt"}).output);
+  }
+
+  // Formats the whole image, and lets the others check and use it.
+  void judge(u16 type, u32 sectors, u32 sectorSize, u32 clusterBytes, u32 options) {
+    SCOPED_TRACE(testing::Message()
+                 << "type " << type << ", " << sectors << " sectors of " << sectorSize
+                 << ", clusters " << clusterBytes << ", options " << options);
+    auto disk = newImage(sectors, sectorSize);
+    const u32 perCluster = clusterBytes == 0 ? 0 : std::max(u32{1}, clusterBytes / sectorSize);
+    FatFormatRequest request = formatRequest(*disk, 0, sectors, type, perCluster, options);
+    request.label = "Label";
+    ASSERT_EQ(Error::none, formatFat(request));
+    auto volume = openVolume(*disk, 0, sectors, static_cast<u8>(type));
+    ASSERT_TRUE(volume->isValid());
+    EXPECT_EQ(volume->kind(), kindByCount(readAll(*disk, 0, 1)));
+    EXPECT_TRUE(options == 0 || volume->firstDataSector() * sectorSize % 4096 == 0);
+    if (u64{volume->clusterCount()} * volume->sectorsPerCluster() * sectorSize > 600 * kKiB)
+      expectUsable(0);
+    expectSound();
+  }
+
+  TempFolder folder_;
+};
+
+TEST_F(FormatOracleTest, Fat12AndSmallFat16OfEverySize) {
+  for (const u32 sectorSize : {512U, 4096U}) {
+    for (const u32 sectors : {50U, 720U, 1440U, 2880U, 5760U, 4085U, 8200U, 16340U, 32600U, 32717U})
+      judge(0x01, sectors, sectorSize, 0, 0);
+    for (const u32 sectors : {60U, 4000U, 4130U, 4160U, 8300U, 16400U, 16500U, 32717U, 65535U})
+      judge(0x04, sectors, sectorSize, 0, 0);
+  }
+}
+
+TEST_F(FormatOracleTest, Fat16OfEveryClusterSize) {
+  for (const u32 sectorSize : {512U, 4096U}) {
+    u32 options = 0;
+    for (const u32 sectors : {32717U, 32718U, 300001U, 8387745U, 8387840U})
+      for (const u32 cluster : kEveryClusterSize) {
+        if (cluster != 0 && cluster < sectorSize) continue;
+        judge(0x06, sectors, sectorSize, cluster, options);
+        options ^= kFatAlignForNtfs;
+      }
+  }
+}
+
+TEST_F(FormatOracleTest, Fat32OfEveryClusterSize) {
+  for (const u32 sectorSize : {512U, 4096U}) {
+    u32 options = 0;
+    for (const u32 sectors : {66727U, 132110U, 132113U, 1000003U})
+      for (const u32 cluster : kEveryClusterSize) {
+        if (cluster != 0 && cluster < sectorSize) continue;
+        judge(options == 0 ? 0x0B : 0x1C, sectors, sectorSize, cluster, options);
+        options ^= kFatAlignForNtfs;
+      }
+  }
+  judge(0x0C, 33554432, 512, 4096, 0);
+  judge(0xEF, 1199, 512, 0, 0);
+}
+
+TEST_F(FormatOracleTest, TheLargestFat32) { judge(0x0C, 0xFFFFFF80, 512, 0, kFatAlignForNtfs); }
+
+// Inside a disk, where the others find it by its offset; with bad clusters nobody uses.
+TEST_F(FormatOracleTest, APartitionInADisk) {
+  constexpr u64 kStart = 2048;
+  auto disk = newImage(kStart + 70000, 512);
+  for (const u16 type : {u16{0x01}, u16{0x06}, u16{0x0C}}) {
+    const u32 sectors = type == 0x01 ? 20000 : 70000;
+    FatFormatRequest request = formatRequest(*disk, kStart, sectors, type, 0, kFatScanSurface);
+    ASSERT_EQ(Error::none, formatFat(request));
+    expectUsable(kStart * 512);
+  }
+}
+
+}  // namespace
+}  // namespace tallowin
