@@ -1,0 +1,59 @@
+#include "ui/fltk_front_end.h"
+
+#include <FL/Fl.H>
+#include <FL/Fl_Tooltip.H>
+
+#include "ops/create_model.h"
+#include "ops/delete_model.h"
+#include "ops/format_model.h"
+#include "ops/format_summary_model.h"
+#include "ui/create_view.h"
+#include "ui/delete_view.h"
+#include "ui/file_dialog.h"
+#include "ui/format_summary_view.h"
+#include "ui/format_view.h"
+#include "ui/layout.h"
+#include "ui/progress_windows.h"
+#include "ui/question_window.h"
+
+namespace tallowin {
+
+void setLook() {
+  Fl::background(layout::kBackgroundRed, layout::kBackgroundGreen, layout::kBackgroundBlue);
+  Fl::scheme("plastic");  // after the background, which its pictures are coloured with
+  FL_NORMAL_SIZE = layout::kFontSize;
+  Fl_Tooltip::size(layout::kFontSize);
+  Fl_Tooltip::delay(static_cast<float>(layout::kHintDelay));
+}
+
+FltkFrontEnd::FltkFrontEnd(bool isoDates) : isoDates_(isoDates) {
+  addView<CreateModel, CreateView>();
+  addView<DeleteModel, DeleteView>();
+  addView<FormatModel, FormatView>();
+  addView<FormatSummaryModel, FormatSummaryView>();
+}
+
+MessageResult FltkFrontEnd::messageBox(const MessageBox& box) { return showMessageBox(box); }
+
+bool FltkFrontEnd::textInput(TextInput& input) { return showTextInput(input); }
+
+std::size_t FltkFrontEnd::choiceBox(const ChoiceBox& box) { return showChoiceBox(box); }
+
+std::unique_ptr<ProgressBox> FltkFrontEnd::progressBox(const std::string& title, MessageKind icon,
+                                                       const std::string& text) {
+  return std::make_unique<ProgressBoxWindow>(title, icon, text);
+}
+
+std::unique_ptr<ProgressDialog> FltkFrontEnd::progressDialog(const std::string& title,
+                                                             const std::string& text,
+                                                             const std::string& buttonLabel) {
+  return std::make_unique<ProgressDialogWindow>(title, text, buttonLabel);
+}
+
+std::optional<std::string> FltkFrontEnd::chooseFile(const FileChoice& choice) {
+  return showFileDialog(choice, isoDates_);
+}
+
+void FltkFrontEnd::run(DialogModel& model) { views_.at(typeid(model))(model)->run(); }
+
+}  // namespace tallowin

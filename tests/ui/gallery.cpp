@@ -1,0 +1,196 @@
+// Opens one window by name with made-up contents and prints what it answered:
+//   ui_gallery NAME [ARGUMENT ...]
+// For looking at windows, and for tests that press their keys.
+#include <FL/Fl.H>
+
+#include <cstdlib>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "base/text.h"
+#include "ops/create_model.h"
+#include "ops/delete_model.h"
+#include "ops/format_model.h"
+#include "ops/format_summary_model.h"
+#include "ui/event_pump.h"
+#include "ui/fltk_front_end.h"
+#include "ui/help_window.h"
+
+namespace tallowin {
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+std::string argument(const Arguments& arguments, std::size_t index, const std::string& otherwise) {
+  return index < arguments.size() ? arguments[index] : otherwise;
+}
+
+u32 number(const std::string& text) {
+  u64 value = 0;
+  return parseNumber(text, value) ? static_cast<u32>(value) : 0;
+}
+
+// message FLAGS [TEXT [TITLE]]
+void message(FrontEnd& ui, const Arguments& arguments) {
+  const std::string text = argument(
+      arguments, 1,
+      "All data on Partition 'LETTERS' will be erased.\n\nAre you sure you want to continue?");
+  const MessageResult result =
+      ui.messageBox({number(argument(arguments, 0, "0x42")), argument(arguments, 2, ""), text});
+  std::cout << static_cast<u32>(result) << std::endl;
+}
+
+// input [MAXLENGTH [TEXT]]
+void input(FrontEnd& ui, const Arguments& arguments) {
+  TextInput input{"Volume Label",
+                  "The new label of the volume:", number(argument(arguments, 0, "11")),
+                  argument(arguments, 1, "LETTERS")};
+  const bool ok = ui.textInput(input);
+  std::cout << (ok ? "ok " : "cancel ") << input.text << std::endl;
+}
+
+// choice [LABEL ...]
+void choice(FrontEnd& ui, const Arguments& arguments) {
+  ChoiceBox box{"Change Disk Type", MessageKind::question, "Which type is the disk to have?",
+                arguments.empty() ? Arguments{"&MBR", "&GPT",
+                                              "\x1b"
+                                              "Cancel"}
+                                  : arguments};
+  std::cout << ui.choiceBox(box) << std::endl;
+}
+
+// progress [BUTTON]: counts up, slowly, and stops when it is cancelled.
+void progress(FrontEnd& ui, const Arguments& arguments) {
+  const auto dialog = ui.progressDialog("Format", "Checking for surface defects...",
+                                        argument(arguments, 0, "&Skip"));
+  for (u32 step = 0; step <= 1000; ++step) {
+    dialog->setProgress(
+        step / 10, format("%u of 500 MiB, 48 MiB/s, %u s left", step / 2, (1000 - step) / 100));
+    if (dialog->isCancelled()) {
+      std::cout << "cancelled" << std::endl;
+      return;
+    }
+    Fl::wait(0.02);
+  }
+  std::cout << "done" << std::endl;
+}
+
+// box [TEXT [ICON]]: stays for ten seconds.
+void box(FrontEnd& ui, const Arguments& arguments) {
+  const auto box =
+      ui.progressBox("Startup", static_cast<MessageKind>(number(argument(arguments, 1, "3"))),
+                     argument(arguments, 0, "Synchronizing In Progress..."));
+  for (int tick = 0; tick < 100; ++tick) Fl::wait(0.1);
+}
+
+// file FOLDER [FLAGS [PATTERNS]]
+void file(FrontEnd& ui, const Arguments& arguments) {
+  const auto chosen =
+      ui.chooseFile({argument(arguments, 0, "/usr/include"), argument(arguments, 2, "*.*"),
+                     number(argument(arguments, 1, "0x44"))});
+  std::cout << (chosen ? "chosen " + *chosen : "cancelled") << std::endl;
+}
+
+// create [gpt | embr | volume]
+void create(FrontEnd& ui, const Arguments& arguments) {
+  const std::string kind = argument(arguments, 0, "");
+  CreateFacts facts;
+  facts.startSector = 2048;
+  facts.endSector = 2048 + 6000 * 2048 - 1;
+  facts.alignmentUnitSectors = 2048;
+  facts.isGpt = kind == "gpt";
+  facts.isEmbr = kind == "embr";
+  facts.insideExtended = kind == "volume";
+  CreateModel model(facts);
+  bool accepted = false;
+  model.create = [&] {
+    if (model.name.empty() || model.fileSystemValue() == 0 || model.sizeMiB.value == 0) {
+      ui.noticeBox("You must enter a Name, File System, and Size to continue.");
+      return false;
+    }
+    return accepted = true;
+  };
+  ui.run(model);
+  std::cout << (accepted ? "ok " : "cancel ") << model.name << ',' << model.fileSystemValue() << ','
+            << model.sizeMiB.value << ',' << model.freeBeforeMiB.value << ','
+            << model.freeAfterMiB.value << ',' << model.format << ',' << model.multiOs << std::endl;
+}
+
+// delete [error]
+void remove(FrontEnd& ui, const Arguments& arguments) {
+  DeleteFacts facts;
+  facts.inError = argument(arguments, 0, "") == "error";
+  facts.nameLine = "Name: LETTERS";
+  facts.typeLine = "Type: Extended";
+  facts.sizeLine = "Size: 800 MiB";
+  facts.targetText = "Partition 4 of Example SSD 970 (S3Z9NB0K123456),\n931.5 GiB, /dev/example";
+  facts.warning = "*WARNING* Volumes will also be deleted.";
+  DeleteModel model(facts);
+  ui.run(model);
+  std::cout << (model.confirmed ? "yes " : "no ") << model.clearBootSector << model.wipePartition
+            << model.secureWipe << model.shiftHeld << std::endl;
+}
+
+// format [ntfs]
+void formatDialog(FrontEnd& ui, const Arguments& arguments) {
+  FormatModel model(argument(arguments, 0, "") != "ntfs");
+  ui.run(model);
+  std::cout << (model.confirmed ? "ok " : "cancel ") << model.clusterBytes() << ','
+            << model.alignForNtfs << std::endl;
+}
+
+void summary(FrontEnd& ui, const Arguments&) {
+  FormatSummary summary;
+  summary.name = "LETTERS";
+  summary.typeName = "FAT32 LBA";
+  summary.fileSystemText = "FAT32   ";
+  summary.sizeText = "500 MiB";
+  summary.clusterBytes = 4096;
+  summary.totalClusters = 127744;
+  summary.isFat32 = true;
+  summary.badClusters = 3;
+  summary.scanSkipped = true;
+  FormatSummaryModel model(summary);
+  ui.run(model);
+  std::cout << "closed" << std::endl;
+}
+
+// help FILE [TOPIC]
+void help(FrontEnd&, const Arguments& arguments) {
+  HelpWindow window(argument(arguments, 0, "tallowin.hlp"));
+  window.showTopic(static_cast<int>(number(argument(arguments, 1, "4"))));
+  while (window.shown()) {
+    waitForEvents();
+    window.pass();
+  }
+  std::cout << "closed" << std::endl;
+}
+
+const std::map<std::string, std::function<void(FrontEnd&, const Arguments&)>> kWindows = {
+    {"message", message},   {"input", input},   {"choice", choice},
+    {"progress", progress}, {"box", box},       {"file", file},
+    {"create", create},     {"delete", remove}, {"format", formatDialog},
+    {"summary", summary},   {"help", help},
+};
+
+}  // namespace
+}  // namespace tallowin
+
+int main(int argc, char** argv) {
+  using namespace tallowin;
+  const Arguments arguments(argv + 1, argv + argc);
+  const auto window = kWindows.find(argument(arguments, 0, ""));
+  if (window == kWindows.end()) {
+    std::cerr << "usage: ui_gallery NAME [ARGUMENT ...], NAME one of:";
+    for (const auto& [name, open] : kWindows) std::cerr << ' ' << name;
+    std::cerr << '\n';
+    return 2;
+  }
+  setLook();
+  FltkFrontEnd ui;
+  window->second(ui, {arguments.begin() + 1, arguments.end()});
+  return 0;
+}
