@@ -186,10 +186,7 @@ std::string MainWindowModel::whyUnavailable(Action action) const {
     return "This entry overlaps another one or cannot be right; it can only be deleted.";
   const ActionFacts facts{.isGpt = drive_->isGpt()};
   if ((enabledActions(*entry, facts) & rowOf(action).bit) == 0) return wantedRow(action);
-  if (drive_->isGpt() || drive_->isEmbr())
-    return format("Disks with %s partitions are shown; changing them comes with a later release.",
-                  drive_->schemeName());
-  return action == Action::format ? whyNotFormattable(entry->type) : std::string();
+  return action == Action::format ? whyNotFormattable(entry->type) : drive_->changeRefusal();
 }
 
 void MainWindowModel::press(Action action) {

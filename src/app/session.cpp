@@ -47,11 +47,12 @@ Error Session::openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive) {
 }
 
 Error Session::openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,
-                         std::unique_ptr<Drive>& drive) {
+                         std::unique_ptr<Drive>& drive, u32 moreFlags) {
   const bool takesSettings = (driveNumber & kDriveTakesNoSettings) == 0;
   DriveSettingsRecord* record =
       takesSettings ? &driveSettings_.record(settingsFile_, driveNumber) : nullptr;
-  return openDriveWithSettings(std::move(disk), *host_, options_, record, driveNumber, {}, drive);
+  return openDriveWithSettings(std::move(disk), *host_, options_, record, driveNumber, {}, drive,
+                               moreFlags);
 }
 
 }  // namespace tallowin

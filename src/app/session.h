@@ -49,8 +49,10 @@ class Session {
   // Besides its errors those of DiskHandles::open.
   Error openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive);
   // Reads the table of an open disk with the options' flags and the drive's own settings
-  // (geometry, alignment) in force. geometryNotAvailable, outOfMemory: `drive` stays as it was.
-  Error openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber, std::unique_ptr<Drive>& drive);
+  // (geometry, alignment) in force; `moreFlags` are drive flags beside those. geometryNotAvailable,
+  // outOfMemory: `drive` stays as it was.
+  Error openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber, std::unique_ptr<Drive>& drive,
+                  u32 moreFlags = 0);
 
  private:
   std::unique_ptr<Host> host_;

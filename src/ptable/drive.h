@@ -15,8 +15,9 @@
 namespace tallowin {
 
 enum DriveFlags : u32 {
-  kDriveReadVolumes = 0x1,   // always set when a front end opens a drive
-  kDrivePreferLabels = 0x2,  // setting VolumeLabels
+  kDriveReadVolumes = 0x1,    // always set when a front end opens a drive
+  kDrivePreferLabels = 0x2,   // setting VolumeLabels
+  kDriveLeaveSequence = 0x4,  // reading stores no sequence numbers of volumes
   kDriveEmbr = 0x8,
   kDriveChanged = 0x10,  // by a commit; the model must be read again
   kDriveReread = 0x20,   // read again; the views must be refilled

@@ -133,7 +133,9 @@ void readVolumes(const TableContext& context, TableEntry& container) {
 }
 
 void storeSequenceNumbers(const TableContext& context, const TableEntry& container) {
-  if ((context.flags & kDriveSequentialIds) != 0 || context.disk.traits().readOnly) return;
+  if ((context.flags & (kDriveSequentialIds | kDriveLeaveSequence)) != 0 ||
+      context.disk.traits().readOnly)
+    return;
   std::vector<u8> sector(context.disk.sectorSize());
   for (const auto& volume : container.volumes->entries) {
     if (volume->isFree() || volume->volumeStart - volume->ebr < kFirstVolumeAfterSequence) continue;

@@ -69,7 +69,7 @@ class ScriptedFrontEnd : public FrontEnd {
     std::string part;
     std::function<bool(DialogModel&)> act;
     MessageResult answer = MessageResult::none;
-    std::optional<std::string> text;
+    std::optional<std::string> text = std::nullopt;
     std::size_t index = 0;
   };
   class Bar;

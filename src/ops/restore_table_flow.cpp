@@ -1,0 +1,69 @@
+#include "ops/restore_table_flow.h"
+
+#include <ctime>
+
+#include "base/text.h"
+#include "disk/mount_check.h"
+#include "ops/error_text.h"
+#include "ops/table_change.h"
+#include "ops/target_text.h"
+
+namespace tallowin {
+namespace {
+
+FlowResult refuse(const OperationContext& context, const std::string& text, Error code) {
+  context.ui.errorBox(text);
+  return {FlowEnd::refused, code, 0};
+}
+
+std::string dateText(u64 secondsSinceEpoch) {
+  const auto seconds = static_cast<std::time_t>(secondsSinceEpoch);
+  std::tm date = {};
+  if (!::localtime_r(&seconds, &date)) return "an unknown date";
+  return format("%04d-%02d-%02d %02d:%02d", date.tm_year + 1900, date.tm_mon + 1, date.tm_mday,
+                date.tm_hour, date.tm_min);
+}
+
+std::string question(Drive& drive, const TableBackup& backup) {
+  std::string text =
+      format("The partition table that was kept on %s\nreplaces the present one.\n",
+             dateText(backup.savedAt).c_str()) +
+      "Partitions that were made or changed since then can no longer be reached.\n\nDisk: " +
+      describeDisk(drive.disk()) + "\n\nAre you sure you want to continue?";
+  return text;
+}
+
+RestoreOptions acceptedDifferences(const Drive& drive, const TableBackup& backup) {
+  return {.otherDiskSize = drive.lastLba() + 1 > backup.diskSectors,
+          .otherSignature = drive.diskSignature() == 0};
+}
+
+}  // namespace
+
+FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
+                            const TableBackup& backup) {
+  if (!driveUse(context.host, drive.disk()).empty())
+    return refuse(context,
+                  "Error: This drive contains mounted partitions.  Please umount them and try "
+                  "again.",
+                  Error::none);
+  if (context.ui.questionBox("Restore Partition Table", ButtonSet::yesNo, MessageKind::warning,
+                             question(drive, backup), kFocusOnNo) != MessageResult::yes)
+    return {FlowEnd::cancelled, Error::cancelled, 0};
+
+  TableChange change(context, drive);
+  if (const auto stopped = change.begin()) return *stopped;
+  const Error error = restoreTable(drive, backup, acceptedDifferences(drive, backup));
+  change.end();
+  if (error == Error::none) return {};
+  if (error == Error::backupOfOtherDisk)
+    return refuse(context,
+                  "The kept partition table belongs to another disk.\nNothing was changed.", error);
+  if (error == Error::corrupt)
+    return refuse(context, "The kept partition table does not fit this disk.\nNothing was changed.",
+                  error);
+  context.ui.errorBox(tableErrorText(error));
+  return {FlowEnd::failed, error, 0};
+}
+
+}  // namespace tallowin

@@ -1,0 +1,16 @@
+// Puts a kept partition table back.
+#pragma once
+
+#include "ops/operation_context.h"
+#include "ptable/table_backup.h"
+
+namespace tallowin {
+
+// Asks, keeps the table that is there now, and writes `backup` in its place. A disk that has grown
+// since then is accepted, and one whose signature was lost.
+// refused: in use, or the copy is of another disk; nothing was written. failed: as the code says,
+// see restoreTable.
+FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
+                            const TableBackup& backup);
+
+}  // namespace tallowin

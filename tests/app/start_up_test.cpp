@@ -1,0 +1,108 @@
+#include "app/start_up.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <sstream>
+
+#include "support/fake_host.h"
+
+namespace tallowin {
+namespace {
+
+constexpr const char* kGreeting = "Starting...\n\n";
+
+// A program folder of its own, started from another folder.
+class StartUpTest : public testing::Test {
+ protected:
+  StartUpTest() : before_(std::filesystem::current_path()) {
+    ::unsetenv("TALLOWIN_HOME");
+    ::unsetenv("strandel");
+    std::filesystem::current_path(elsewhere_.path());
+    program_.write("tallowin", "");
+  }
+  ~StartUpTest() override {
+    std::filesystem::current_path(before_);
+    ::unsetenv("strandel");
+  }
+
+  StartUp start(std::vector<std::string> switches) {
+    switches.insert(switches.begin(), program_.file("tallowin"));
+    auto host = std::make_unique<FakeHost>();
+    host_ = host.get();
+    host->node("/dev/sda", 8, 0, kMiB);
+    out_.str({});
+    return startUp(switches, std::move(host), out_);
+  }
+  std::string output() const { return out_.str(); }
+
+  std::filesystem::path before_;
+  TempFolder program_;
+  TempFolder elsewhere_;
+  FakeHost* host_ = nullptr;
+  std::ostringstream out_;
+};
+
+TEST_F(StartUpTest, BannerDotsAndTheProgramsFolder) {
+  const StartUp started = start({});
+  ASSERT_TRUE(started.session);
+  EXPECT_EQ(started.exitStatus, 0);
+  EXPECT_EQ(output().find(std::string(kGreeting) + "Strandel 1.32"), 0u);
+  EXPECT_TRUE(output().ends_with("...\n")) << output();
+  EXPECT_TRUE(std::filesystem::equivalent(std::filesystem::current_path(), program_.path()));
+}
+
+TEST_F(StartUpTest, WhatSwitchesTheBannerOff) {
+  for (const char* word : {"-vs:0", "+VS:0"}) {
+    EXPECT_TRUE(start({word}).session);
+    EXPECT_EQ(output(), kGreeting) << word;
+  }
+  ::setenv("strandel", "vs:0;vs:1", 1);
+  EXPECT_TRUE(start({}).session);
+  EXPECT_EQ(output(), kGreeting) << "items count from the last to the first";
+  ::unsetenv("strandel");
+  program_.write("STRANDEL.INI", "[options]\nverbose=0\n");
+  EXPECT_TRUE(start({}).session);
+  EXPECT_EQ(output(), kGreeting);
+}
+
+TEST_F(StartUpTest, AnInvalidParameterOpensNoWindow) {
+  struct Row {
+    std::vector<std::string> switches;
+    const char* named;
+  };
+  for (const Row& row : {Row{{"-vsx"}, "-vsx"}, Row{{"-vs", "0"}, "0"}, Row{{"x"}, "x"}}) {
+    const StartUp started = start(row.switches);
+    EXPECT_FALSE(started.session);
+    EXPECT_EQ(started.exitStatus, 0);
+    EXPECT_TRUE(output().ends_with(std::string("Invalid parameter ") + row.named + "\n"))
+        << output();
+  }
+}
+
+TEST_F(StartUpTest, WithNdNoDeviceIsEverOpened) {
+  const StartUp hidden = start({"-nd"});
+  ASSERT_TRUE(hidden.session);
+  EXPECT_EQ(host_->opened(), std::vector<std::string>{});
+  const StartUp scanned = start({});
+  EXPECT_EQ(scanned.session->driveNames(DriveClass::device), std::vector<std::string>{"/dev/sda"});
+}
+
+TEST_F(StartUpTest, ImagesAreTakenFromWhereTheProgramWasStarted) {
+  const std::string image = elsewhere_.sparse("disk.img", kMiB);
+  const StartUp started = start({"-nd", "-img:disk.img"});
+  ASSERT_TRUE(started.session);
+  std::unique_ptr<Drive> drive;
+  EXPECT_EQ(started.session->openDrive(driveNumberOf(DriveClass::image, 0), drive), Error::none);
+  EXPECT_EQ(drive->lastLba(), kMiB / 512 - 1);
+}
+
+TEST_F(StartUpTest, TheTimeZoneIsApplied) {
+  program_.write("STRANDEL.INI", "[OPTIONS]\nTimeZone=UTC-5\n");
+  ASSERT_TRUE(start({"-nd"}).session);
+  EXPECT_STREQ(::getenv("TZ"), "UTC-5");
+}
+
+}  // namespace
+}  // namespace tallowin
