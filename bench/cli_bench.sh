@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# How fast tallowinctl starts and lists a disk with 60 volumes, against a peer, and the memory that
+# it takes. Ratios below 1 mean that tallowinctl is faster.
+#   bench/cli_bench.sh [PROGRAM]     default: build/release/tallowinctl
+set -euo pipefail
+program=$(readlink -f "${1:-$(dirname "$0")/../build/release/tallowinctl}")
+PATH=/usr/sbin:/sbin:$PATH
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+image=$folder/disk.img
+
+truncate -s 1G "$image"
+script=(mklabel msdos mkpart primary ext4 1MiB 5MiB mkpart extended 8MiB 1000MiB)
+for i in $(seq 60); do
+  script+=(mkpart logical ext4 "$((16 * i))MiB" "$((16 * i + 12))MiB")
+done
+parted -s "$image" "${script[@]}"
+
+# The mean time of a command in seconds.
+seconds() {
+  hyperfine -N --warmup 10 --min-runs 200 --export-csv "$folder/times.csv" "$1" >/dev/null 2>&1
+  sed -n 2p "$folder/times.csv" | cut -d, -f2
+}
+
+compare() { # what, ours, peer's
+  local ours peer
+  ours=$(seconds "$2") peer=$(seconds "$3")
+  awk -v what="$1" -v a="$ours" -v b="$peer" \
+    'BEGIN { printf "%-28s %.2f  (%.2f ms against %.2f ms)\n", what, a / b, a * 1e3, b * 1e3 }'
+}
+
+memory() { # what, command ...
+  local what=$1 peak
+  shift
+  peak=$(/usr/bin/time -f %M "$@" 2>&1 >/dev/null | tail -n 1)
+  printf '%-28s %s KiB\n' "$what, peak memory" "$peak"
+}
+
+compare "version / sfdisk --version" "$program --version" "sfdisk --version"
+compare "list 60 volumes / sfdisk -J" "$program list $image --json" "sfdisk -J $image"
+memory "version" "$program" --version
+memory "list 60 volumes" "$program" list "$image" --json

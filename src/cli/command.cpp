@@ -1,0 +1,52 @@
+#include "cli/command.h"
+
+#include "cli/explain.h"
+#include "cli/interrupt.h"
+
+namespace tallowin {
+namespace {
+
+std::string joined(const std::vector<std::string>& lines, const std::string& otherwise) {
+  std::string text;
+  for (const std::string& line : lines) text += (text.empty() ? "" : " ") + line;
+  return text.empty() ? otherwise : text;
+}
+
+std::string withExplanation(const std::string& what, Error code) {
+  const std::string why = explain(code);
+  return why.empty() ? what : what + " " + why;
+}
+
+}  // namespace
+
+CommandResult failedBecause(const std::string& what, Error code) {
+  return {ExitStatus::failed, code, 0, withExplanation(what, code)};
+}
+
+CommandResult resultOfFlow(const FlowResult& flow, const ConsoleFrontEnd& ui,
+                           const std::string& what) {
+  if (flow.succeeded()) {
+    if (wasInterrupted())
+      return {ExitStatus::stopped, Error::cancelled, flow.phase,
+              "Stopped; what was begun had been completed by then."};
+    return {flow.end == FlowEnd::done ? ExitStatus::done : ExitStatus::doneWithLosses,
+            flow.code,
+            flow.phase,
+            {}};
+  }
+  if (wasInterrupted())
+    return {ExitStatus::stopped, Error::cancelled, flow.phase,
+            joined(ui.told(), "Stopped by the user; nothing more was changed.")};
+  if (ui.lackedConfirmation())
+    return refused(what +
+                   " It needs a confirmation and there is no terminal to ask on; nothing was "
+                   "changed. Repeat it with --yes.");
+  if (flow.end == FlowEnd::cancelled)
+    return {ExitStatus::failed, Error::cancelled, flow.phase,
+            joined(ui.told(), what + " The question was not answered with yes; nothing more was "
+                                     "changed. Repeat it and answer y, or use --yes.")};
+  return {ExitStatus::failed, flow.code, flow.phase,
+          withExplanation(joined(ui.told(), what), flow.code)};
+}
+
+}  // namespace tallowin

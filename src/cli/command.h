@@ -1,0 +1,53 @@
+// What every command is given, and what it answers.
+#pragma once
+
+#include <string>
+
+#include "app/session.h"
+#include "cli/arguments.h"
+#include "cli/console_front_end.h"
+#include "cli/exit_status.h"
+#include "cli/json_writer.h"
+
+namespace tallowin {
+
+struct CommandContext {
+  const Arguments& arguments;
+  Session& session;
+  ConsoleFrontEnd& ui;
+  // The members beside "ok" of the object for scripts; dropped when the command fails.
+  JsonWriter& json;
+};
+
+struct [[nodiscard]] CommandResult {
+  ExitStatus status = ExitStatus::done;
+  Error code = Error::none;  // of the engine, when it gave one
+  u32 phase = 0;
+  std::string message;  // one line: what, why, and what to do next
+
+  bool succeeded() const {
+    return status == ExitStatus::done || status == ExitStatus::doneWithLosses;
+  }
+};
+
+inline CommandResult refused(std::string message, Error code = Error::none) {
+  return {ExitStatus::failed, code, 0, std::move(message)};
+}
+
+// "what" and what the code means, as one line.
+CommandResult failedBecause(const std::string& what, Error code);
+
+// The end of a flow. What the flow told the user becomes the message; `what` stands in for it.
+CommandResult resultOfFlow(const FlowResult& flow, const ConsoleFrontEnd& ui,
+                           const std::string& what);
+
+CommandResult runDevices(CommandContext& context);
+CommandResult runList(CommandContext& context);
+CommandResult runInfo(CommandContext& context);
+CommandResult runCreate(CommandContext& context);
+CommandResult runDelete(CommandContext& context);
+CommandResult runFormat(CommandContext& context);
+CommandResult runTable(CommandContext& context);
+CommandResult runSettings(CommandContext& context);
+
+}  // namespace tallowin

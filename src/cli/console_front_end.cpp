@@ -1,0 +1,153 @@
+#include "cli/console_front_end.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "cli/interrupt.h"
+
+namespace tallowin {
+namespace {
+
+constexpr const char* kSkipLabel = "&Skip";
+constexpr const char* kClearLine = "\r\033[K";
+
+// One line of the terminal, rewritten as the work goes on.
+class ConsoleProgress : public ProgressDialog, public ProgressBox {
+ public:
+  ConsoleProgress(std::string text, std::string button, bool shown, bool skipScan)
+      : text_(onOneLine(text)), button_(std::move(button)), shown_(shown), skipScan_(skipScan) {}
+  ~ConsoleProgress() override {
+    if (drawn_) std::fputs(kClearLine, stderr);
+  }
+
+  void setText(const std::string& text) override { text_ = onOneLine(text); }
+  void setButton(const std::string& label) override { button_ = label; }
+  void setProgress(u32 percent, const std::string& details) override {
+    if (!shown_) return;
+    std::fprintf(stderr, "%s%s %u %% %s", kClearLine, text_.c_str(), percent,
+                 onOneLine(details).c_str());
+    std::fflush(stderr);
+    drawn_ = true;
+  }
+  bool isCancelled() override { return wasInterrupted() || (skipScan_ && button_ == kSkipLabel); }
+
+ private:
+  std::string text_;
+  std::string button_;
+  bool shown_;
+  bool skipScan_;
+  bool drawn_ = false;
+};
+
+std::string withoutMnemonics(std::string label) {
+  std::erase(label, '&');
+  std::erase(label, '\x1B');
+  return label;
+}
+
+}  // namespace
+
+std::string onOneLine(const std::string& text) {
+  std::string line;
+  for (const char c : text) {
+    const bool blank = c == ' ' || c == '\n' || c == '\r' || c == '\t';
+    if (!blank) line += c;
+    if (blank && !line.empty() && line.back() != ' ') line += ' ';
+  }
+  if (!line.empty() && line.back() == ' ') line.pop_back();
+  return line;
+}
+
+ConsoleFrontEnd::ConsoleFrontEnd(Answers answers)
+    : answers_(answers),
+      hasTerminal_(::isatty(STDIN_FILENO) == 1 && ::isatty(STDERR_FILENO) == 1),
+      showsProgress_(::isatty(STDERR_FILENO) == 1 && !answers.quiet) {}
+
+std::optional<std::string> ConsoleFrontEnd::readLine(const std::string& prompt) const {
+  if (!hasTerminal_ || wasInterrupted()) return std::nullopt;
+  std::fputs(prompt.c_str(), stderr);
+  std::fflush(stderr);
+  // Unlike a read, this wait ends when Ctrl-C is pressed.
+  pollfd input = {STDIN_FILENO, POLLIN, 0};
+  if (::poll(&input, 1, -1) != 1) {
+    std::fputc('\n', stderr);
+    return std::nullopt;
+  }
+  std::string line;
+  for (char c = 0; ::read(STDIN_FILENO, &c, 1) == 1 && c != '\n';) line += c;
+  return line;
+}
+
+bool ConsoleFrontEnd::ask(const std::string& question, const std::string& hint) {
+  const auto answer = readLine(question + "\n" + hint + " [y/N] ");
+  return answer && (*answer == "y" || *answer == "Y" || *answer == "yes");
+}
+
+bool ConsoleFrontEnd::confirm(const std::string& text) {
+  if (wasInterrupted()) return false;
+  if (answers_.yes) return true;
+  if (!hasTerminal_) lackedConfirmation_ = true;
+  return ask(text, "Continue?");
+}
+
+MessageResult ConsoleFrontEnd::messageBox(const MessageBox& box) {
+  switch (static_cast<ButtonSet>(box.flags & kButtonSetMask)) {
+    case ButtonSet::okCancel:
+      return confirm(box.text) ? MessageResult::ok : MessageResult::cancel;
+    case ButtonSet::yesNo:
+    case ButtonSet::yesNoCancel:
+      return confirm(box.text) ? MessageResult::yes : MessageResult::no;
+    case ButtonSet::continueCancel:
+      return ask(box.text, "Ignore all errors?") ? MessageResult::goOn : MessageResult::cancel;
+    case ButtonSet::ok:
+      break;
+  }
+  told_.push_back(onOneLine(box.text));
+  return MessageResult::ok;
+}
+
+bool ConsoleFrontEnd::textInput(TextInput& input) {
+  const auto answer = readLine(input.prompt + " ");
+  if (!answer || answer->size() > input.maxLength) return false;
+  input.text = *answer;
+  return true;
+}
+
+std::size_t ConsoleFrontEnd::choiceBox(const ChoiceBox& box) {
+  std::string prompt = box.text + "\n";
+  for (std::size_t i = 0; i < box.labels.size(); ++i)
+    prompt += format("  %zu  %s\n", i + 1, withoutMnemonics(box.labels[i]).c_str());
+  u64 number = 0;
+  const auto answer = readLine(prompt + "Number: ");
+  if (answer && parseNumber(*answer, number) && number >= 1 && number <= box.labels.size())
+    return static_cast<std::size_t>(number - 1);
+  // The choice that Escape presses, else the last.
+  for (std::size_t i = 0; i < box.labels.size(); ++i)
+    if (box.labels[i].starts_with('\x1B')) return i;
+  return box.labels.empty() ? 0 : box.labels.size() - 1;
+}
+
+std::unique_ptr<ProgressBox> ConsoleFrontEnd::progressBox(const std::string&, MessageKind,
+                                                          const std::string& text) {
+  return std::make_unique<ConsoleProgress>(text, "", showsProgress_, answers_.skipScan);
+}
+
+std::unique_ptr<ProgressDialog> ConsoleFrontEnd::progressDialog(const std::string&,
+                                                                const std::string& text,
+                                                                const std::string& buttonLabel) {
+  return std::make_unique<ConsoleProgress>(text, buttonLabel, showsProgress_, answers_.skipScan);
+}
+
+std::optional<std::string> ConsoleFrontEnd::chooseFile(const FileChoice&) {
+  return readLine("File: ");
+}
+
+void ConsoleFrontEnd::run(DialogModel& model) {
+  model.pass();
+  if (handler_) handler_(model);
+  if (model.isOpen()) model.cancel();
+}
+
+}  // namespace tallowin

@@ -1,0 +1,60 @@
+// A front end without a window: answers come from the command line, else from the terminal, else
+// the answer is no.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "ops/front_end.h"
+
+namespace tallowin {
+
+class ConsoleFrontEnd : public FrontEnd {
+ public:
+  struct Answers {
+    bool yes = false;       // to confirmations; never to the disk-error prompt
+    bool quiet = false;     // no progress
+    bool skipScan = false;  // presses "&Skip" as soon as it is offered
+  };
+  // Fills a dialog from the command line and closes it; one left open is cancelled.
+  using DialogHandler = std::function<void(DialogModel&)>;
+
+  explicit ConsoleFrontEnd(Answers answers);
+
+  void setDialogHandler(DialogHandler handler) { handler_ = std::move(handler); }
+
+  // A question of the command itself or of a dialog that is one, answered like a message box.
+  bool confirm(const std::string& text);
+
+  // What message boxes with nothing but an OK button said, each on one line.
+  const std::vector<std::string>& told() const { return told_; }
+  // A confirmation was wanted, and nobody was there to give it.
+  bool lackedConfirmation() const { return lackedConfirmation_; }
+
+  MessageResult messageBox(const MessageBox& box) override;
+  bool textInput(TextInput& input) override;
+  std::size_t choiceBox(const ChoiceBox& box) override;
+  std::unique_ptr<ProgressBox> progressBox(const std::string& title, MessageKind icon,
+                                           const std::string& text) override;
+  std::unique_ptr<ProgressDialog> progressDialog(const std::string& title, const std::string& text,
+                                                 const std::string& buttonLabel) override;
+  std::optional<std::string> chooseFile(const FileChoice& choice) override;
+  void run(DialogModel& model) override;
+
+ private:
+  bool ask(const std::string& question, const std::string& hint);
+  std::optional<std::string> readLine(const std::string& prompt) const;
+
+  Answers answers_;
+  bool hasTerminal_;
+  bool showsProgress_;
+  DialogHandler handler_;
+  std::vector<std::string> told_;
+  bool lackedConfirmation_ = false;
+};
+
+// Line breaks and runs of blanks become one blank.
+std::string onOneLine(const std::string& text);
+
+}  // namespace tallowin

@@ -1,0 +1,130 @@
+// create: a new partition or volume in a free block.
+#include "ops/create_flow.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <set>
+
+#include "base/text.h"
+#include "cli/fat_facts.h"
+#include "cli/target.h"
+#include "ops/create_model.h"
+#include "ops/format_model.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+// Fills the dialogs of the flow; what the command line asks for and a dialog cannot give is
+// remembered as the reason to refuse.
+class CreateAnswers {
+ public:
+  CreateAnswers(const Arguments& arguments, u32 sectorSizeBytes, const char* defaultName)
+      : arguments_(arguments), sectorSizeBytes_(sectorSizeBytes), defaultName_(defaultName) {}
+
+  const std::string& refusal() const { return refusal_; }
+
+  void fill(DialogModel& model) {
+    if (auto* create = dynamic_cast<CreateModel*>(&model)) fillCreate(*create);
+    if (auto* cluster = dynamic_cast<FormatModel*>(&model)) fillFormat(*cluster);
+  }
+
+ private:
+  void fillCreate(CreateModel& model) {
+    model.fileSystem = std::to_string(arguments_.type);
+    model.pass();
+    if (!setNumber(*arguments_.size, model.sizeMiB, "--size", model) ||
+        (arguments_.before &&
+         !setNumber(*arguments_.before, model.freeBeforeMiB, "--before", model)) ||
+        (arguments_.after && !setNumber(*arguments_.after, model.freeAfterMiB, "--after", model)))
+      return;
+    if (arguments_.format && !model.formatControl.enabled) {
+      refusal_ = "--format: a partition of this type cannot be formatted; leave it out.";
+      return;
+    }
+    model.format = arguments_.format;
+    if (model.nameControl.enabled) model.name = arguments_.name.value_or(defaultName_);
+    model.ok();
+  }
+
+  // The field takes no value outside its range: a dialog shows that, a script has to be told.
+  bool setNumber(const Amount& amount, NumberField& field, const char* option, CreateModel& model) {
+    const std::optional<u32> mebibytes = amountInMiB(amount, sectorSizeBytes_);
+    if (!mebibytes || *mebibytes > field.maximum) {
+      refusal_ = format("%s is larger than the free block and the type allow; %u MiB is possible.",
+                        option, field.maximum);
+      return false;
+    }
+    field.setValue(*mebibytes);
+    model.pass();
+    return true;
+  }
+
+  void fillFormat(FormatModel& model) {
+    // Checked before the flow began: this cannot fail for what the command line takes.
+    static_cast<void>(model.setClusterBytes(arguments_.clusterBytes.value_or(0)));
+    model.pass();
+    model.ok();
+  }
+
+  const Arguments& arguments_;
+  u32 sectorSizeBytes_;
+  const char* defaultName_;
+  std::string refusal_;
+};
+
+std::set<u64> usedStarts(Drive& drive) {
+  std::set<u64> starts;
+  for (const ListedRow& row : listedRows(drive))
+    if (row.kind != ListedRow::Kind::free) starts.insert(row.entry->startSector);
+  return starts;
+}
+
+void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& before) {
+  for (const ListedRow& row : listedRows(drive)) {
+    if (row.kind == ListedRow::Kind::free || before.contains(row.entry->startSector)) continue;
+    if (context.arguments.json) {
+      context.json.beginObject("partition");
+      writeRow(context.json, drive, row);
+      context.json.endObject();
+    } else {
+      std::printf("Created %s\n", rowText(drive, row).c_str());
+    }
+  }
+}
+
+CommandResult noFreeBlock(const Arguments& arguments) {
+  if (!arguments.freeBlock)
+    return refused("'" + arguments.target + "' has no free block; delete a partition first.");
+  return refused(format("'%s' has no free block %u; see the free rows of the list.",
+                        arguments.target.c_str(), *arguments.freeBlock));
+}
+
+}  // namespace
+
+CommandResult runCreate(CommandContext& context) {
+  const Arguments& arguments = context.arguments;
+  if (arguments.clusterBytes && takesAutomaticCluster(static_cast<u16>(arguments.type)))
+    return refused("--cluster: this type always takes the automatic cluster size; leave it out.");
+  Target target;
+  if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
+    return result;
+  Drive& drive = *target.drive;
+  PartitionEntry* block = findFreeBlock(drive, arguments.freeBlock);
+  if (!block) return noFreeBlock(arguments);
+
+  const std::set<u64> before = usedStarts(drive);
+  const bool hadErrors = drive.table().hasErrors();
+  CreateAnswers answers(arguments, drive.sectorSize(),
+                        block->isVolume() ? "Volume" : kNewMbrEntryName);
+  context.ui.setDialogHandler([&](DialogModel& model) { answers.fill(model); });
+  const FlowResult flow = createFlow(context.session.context(context.ui), drive, *block);
+  if (!answers.refusal().empty()) return refused(answers.refusal());
+  CommandResult result = resultOfFlow(flow, context.ui, "The partition was not created.");
+  if (!result.succeeded()) return result;
+  reportCreated(context, drive, before);
+  CommandResult rehearsal = endRehearsal(context, target, hadErrors);
+  return rehearsal.succeeded() ? result : rehearsal;
+}
+
+}  // namespace tallowin

@@ -1,0 +1,100 @@
+// format: a new, empty file system in a partition.
+#include "ops/format_flow.h"
+
+#include <cstdio>
+
+#include "cli/fat_facts.h"
+#include "cli/target.h"
+#include "ops/format_model.h"
+#include "ops/format_summary_model.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+struct FormatAnswers {
+  std::string refusal;
+  std::vector<std::string> summary;
+};
+
+void fill(const Arguments& arguments, DialogModel& model, FormatAnswers& answers) {
+  if (auto* cluster = dynamic_cast<FormatModel*>(&model)) {
+    if (arguments.alignNtfs && !cluster->alignForNtfsControl.enabled) {
+      answers.refusal = "--align-ntfs: " + cluster->alignForNtfsControl.whyDisabled;
+      return;
+    }
+    cluster->alignForNtfs = arguments.alignNtfs;
+    static_cast<void>(cluster->setClusterBytes(arguments.clusterBytes.value_or(0)));
+    cluster->pass();
+    cluster->ok();
+  }
+  if (auto* summary = dynamic_cast<FormatSummaryModel*>(&model)) {
+    answers.summary = summary->lines;
+    summary->ok();
+  }
+}
+
+// What the type's dialog does not offer.
+CommandResult checkOptions(const Arguments& arguments, u16 type) {
+  if (!takesAutomaticCluster(type)) return {};
+  if (arguments.clusterBytes)
+    return refused("--cluster: this type always takes the automatic cluster size; leave it out.");
+  if (arguments.alignNtfs)
+    return refused("--align-ntfs: this type is never placed so; leave it out.");
+  return {};
+}
+
+CommandResult report(CommandContext& context, Target& target, const FormatAnswers& answers) {
+  ListedRow row;
+  if (CommandResult result = findPart(context, *target.drive, row); !result.succeeded())
+    return result;
+  if (!context.arguments.json) {
+    std::printf("Formatted %s\n", rowText(*target.drive, row).c_str());
+    for (const std::string& line : answers.summary) std::printf("  %s\n", line.c_str());
+    return {};
+  }
+  FatFacts facts;
+  const Error error = readFatFacts(*target.drive, *row.entry, facts);
+  if (error != Error::none) return failedBecause("The new file system cannot be read back.", error);
+  context.json.beginObject("partition");
+  writeRow(context.json, *target.drive, row);
+  context.json.endObject();
+  writeFatFacts(context.json, facts);
+  return {};
+}
+
+}  // namespace
+
+bool takesAutomaticCluster(u16 type) {
+  const u16 shown = types::unhide(type);
+  return shown == 0x01 || shown == 0x04 || shown == 0xDF;
+}
+
+CommandResult runFormat(CommandContext& context) {
+  const Arguments& arguments = context.arguments;
+  Target target;
+  if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
+    return result;
+  Drive& drive = *target.drive;
+  ListedRow row;
+  if (CommandResult result = findPart(context, drive, row); !result.succeeded()) return result;
+  const u16 type = arguments.fileSystem ? typeForKind(drive, *row.entry, *arguments.fileSystem)
+                                        : row.entry->type;
+  if (CommandResult result = checkOptions(arguments, type); !result.succeeded()) return result;
+
+  const bool hadErrors = drive.table().hasErrors();
+  FormatAnswers answers;
+  context.ui.setDialogHandler([&](DialogModel& model) { fill(arguments, model, answers); });
+  const FormatOptions options{
+      .surfaceScan = arguments.scan, .label = arguments.label, .kind = arguments.fileSystem};
+  const FlowResult flow =
+      formatFlow(context.session.context(context.ui), drive, *row.entry, options);
+  if (!answers.refusal.empty()) return refused(answers.refusal);
+  CommandResult result = resultOfFlow(flow, context.ui, "The partition was not formatted.");
+  if (!result.succeeded()) return result;
+  if (CommandResult told = report(context, target, answers); !told.succeeded()) return told;
+  CommandResult rehearsal = endRehearsal(context, target, hadErrors);
+  return rehearsal.succeeded() ? result : rehearsal;
+}
+
+}  // namespace tallowin

@@ -1,0 +1,90 @@
+// info: one partition, and the file system in it.
+#include <cstdio>
+
+#include "base/text.h"
+#include "cli/fat_facts.h"
+#include "cli/target.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+// The packed form of a partition table: head, sector with cylinder bits 8..9, cylinder.
+ChsAddress unpackChs(const std::array<u8, 3>& bytes) {
+  return {static_cast<u16>(bytes[2] | (bytes[1] & 0xC0) << 2), bytes[0],
+          static_cast<u8>(bytes[1] & 0x3F)};
+}
+
+std::string chsText(const ChsAddress& address) {
+  return format("%u/%u/%u", address.cylinder, address.head, address.sector);
+}
+
+void writeChs(JsonWriter& json, const char* key, const ChsAddress& address) {
+  json.beginObject(key);
+  json.number("cylinder", address.cylinder);
+  json.number("head", address.head);
+  json.number("sector", address.sector);
+  json.endObject();
+}
+
+struct PartitionFacts {
+  ChsAddress start;  // by the drive's geometry
+  ChsAddress end;    // as it stands in the table
+  std::optional<FatFacts> fat;
+};
+
+CommandResult gather(Drive& drive, const PartitionEntry& entry, PartitionFacts& facts) {
+  facts.start = lbaToChs(entry.startSector, drive.geometry(), kChsBeyondGeometry);
+  facts.end = unpackChs(entry.endChs);
+  FatFacts fat;
+  const bool mayBeFat = types::isFat(entry.type) && !entry.isInError();
+  const Error error = mayBeFat ? readFatFacts(drive, entry, fat) : Error::invalidVolume;
+  if (error == Error::none) facts.fat = fat;
+  if (error == Error::none || error == Error::invalidVolume) return {};
+  return failedBecause("The FAT of the partition cannot be counted.", error);
+}
+
+std::string factsText(Drive& drive, const ListedRow& row, const PartitionFacts& facts) {
+  const PartitionEntry& entry = *row.entry;
+  std::string text = format(
+      "Name           %s\nType           %s (%u, 0x%02X)\nSize           %s, %llu sectors\n"
+      "Sectors        %llu..%llu\nCHS            %s..%s\nBoot flag      0x%02X\n",
+      entry.name.c_str(), types::name(entry.type).c_str(), entry.type, entry.type,
+      sizeText(entry.startSector, entry.endSector, drive.sectorSize()).c_str(),
+      static_cast<unsigned long long>(entry.sectorCount()),
+      static_cast<unsigned long long>(entry.startSector),
+      static_cast<unsigned long long>(entry.endSector), chsText(facts.start).c_str(),
+      chsText(facts.end).c_str(), entry.bootIndicator);
+  if (const auto fault = faultText(entry)) text += "Error          " + *fault + "\n";
+  if (facts.fat) return text + fatFactsText(*facts.fat);
+  return text + "File system    " + contentName(drive, entry).value_or("not known") + "\n";
+}
+
+}  // namespace
+
+CommandResult runInfo(CommandContext& context) {
+  Target target;
+  if (CommandResult result = openTarget(context, TargetUse::look, target); !result.succeeded())
+    return result;
+  ListedRow row;
+  if (CommandResult result = findPart(context, *target.drive, row); !result.succeeded())
+    return result;
+  PartitionFacts facts;
+  if (CommandResult result = gather(*target.drive, *row.entry, facts); !result.succeeded())
+    return result;
+  if (!context.arguments.json) {
+    std::fputs(factsText(*target.drive, row, facts).c_str(), stdout);
+    return {};
+  }
+  context.json.text("path", context.arguments.target);
+  writeRow(context.json, *target.drive, row);
+  writeChs(context.json, "start_chs", facts.start);
+  writeChs(context.json, "end_chs", facts.end);
+  if (facts.fat)
+    writeFatFacts(context.json, *facts.fat);
+  else
+    context.json.null("file_system");
+  return {};
+}
+
+}  // namespace tallowin

@@ -1,0 +1,220 @@
+#include "cli/listing.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "fat/fat_volume.h"
+#include "ptable/identify.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+const char* kindName(ListedRow::Kind kind) {
+  switch (kind) {
+    case ListedRow::Kind::partition:
+      return "partition";
+    case ListedRow::Kind::volume:
+      return "volume";
+    case ListedRow::Kind::free:
+      return "free";
+  }
+  return "";
+}
+
+const char* fatName(Drive& drive, const PartitionEntry& entry) {
+  switch (FatVolume::open(drive, entry)->kind()) {
+    case FatKind::fat12:
+      return "fat12";
+    case FatKind::fat16:
+      return "fat16";
+    case FatKind::fat32:
+      return "fat32";
+  }
+  return "";
+}
+
+std::optional<std::string> diskId(const Drive& drive) {
+  if (drive.scheme() == Scheme::wholeDisk) return std::nullopt;
+  if (drive.isGpt()) return guidText(drive.diskGuid());
+  return format("0x%08x", drive.diskSignature());
+}
+
+std::optional<std::string> unlessEmpty(std::string text) {
+  return text.empty() ? std::nullopt : std::optional(std::move(text));
+}
+
+std::string flagsOf(const PartitionEntry& entry) {
+  std::string flags;
+  if (entry.bootIndicator == 0x80) flags += "active ";
+  if (isHiddenEntry(entry)) flags += "hidden ";
+  if (const auto fault = faultText(entry)) flags += "ERROR: " + *fault;
+  return std::string(trimRight(flags));
+}
+
+std::string rowLine(Drive& drive, const ListedRow& row) {
+  const PartitionEntry& entry = *row.entry;
+  const std::string number = row.number ? format("%u", *row.number) : "-";
+  return format("%4s  %-10s %-24s %12llu %12llu %10s  %-20s %-8s %s", number.c_str(),
+                kindName(row.kind), entry.name.c_str(),
+                static_cast<unsigned long long>(entry.startSector),
+                static_cast<unsigned long long>(entry.endSector),
+                sizeText(entry.startSector, entry.endSector, drive.sectorSize()).c_str(),
+                types::name(entry.type).c_str(), contentName(drive, entry).value_or("").c_str(),
+                flagsOf(entry).c_str());
+}
+
+}  // namespace
+
+bool isHiddenEntry(const PartitionEntry& entry) {
+  return types::isHidden(entry.type) || entry.mbrType == types::kHidden;
+}
+
+std::vector<ListedRow> listedRows(Drive& drive) {
+  std::vector<ListedRow> rows;
+  u32 freeBlocks = 0;
+  const auto add = [&](PartitionEntry& entry, ListedRow::Kind kind) {
+    if (entry.isFree())
+      rows.push_back({ListedRow::Kind::free, &entry, ++freeBlocks});
+    else
+      rows.push_back({kind, &entry, drive.kernelNumber(entry)});
+  };
+  for (const auto& entry : drive.table().entries) {
+    add(*entry, ListedRow::Kind::partition);
+    if (!entry->volumes) continue;
+    for (const auto& volume : entry->volumes->entries) add(*volume, ListedRow::Kind::volume);
+  }
+  return rows;
+}
+
+PartitionEntry* findFreeBlock(Drive& drive, std::optional<u32> number) {
+  PartitionEntry* found = nullptr;
+  for (const ListedRow& row : listedRows(drive)) {
+    if (row.kind != ListedRow::Kind::free) continue;
+    if (number ? row.number == number : !found || row.entry->sectorCount() > found->sectorCount())
+      found = row.entry;
+  }
+  return found;
+}
+
+std::optional<std::string> contentName(Drive& drive, const PartitionEntry& entry) {
+  Content content;
+  if (entry.isFree() || entry.isInError() || types::isExtended(entry.type) ||
+      identify(drive.disk(), entry.startSector, content) != Error::none)
+    return std::nullopt;
+  switch (content.code) {
+    case ContentCode::fat:
+    case ContentCode::fat32:
+      return fatName(drive, entry);
+    case ContentCode::ntfs:
+      return "ntfs";
+    case ContentCode::linuxSwap:
+      return "swap";
+    case ContentCode::ext:
+      return "ext";
+    case ContentCode::hfsPlus:
+      return "hfs+";
+    case ContentCode::reiserFs:
+      return "reiserfs";
+    case ContentCode::exFat:
+      return "exfat";
+    case ContentCode::xfs:
+      return "xfs";
+    case ContentCode::reFs:
+      return "refs";
+    case ContentCode::bitLocker:
+      return "bitlocker";
+    case ContentCode::iso9660:
+      return "iso9660";
+    default:
+      return std::nullopt;
+  }
+}
+
+std::optional<std::string> faultText(const PartitionEntry& entry) {
+  if (entry.status & kEntryImpossible) return "ends before it starts, or starts before its EBR";
+  if (entry.status & kEntryOverlaps) return "overlaps its neighbour or leaves its container";
+  if (entry.isInError()) return "cannot be right";
+  const auto* table = dynamic_cast<const TableEntry*>(&entry);
+  if (!table || !table->volumes) return std::nullopt;
+  if (table->volumes->status & kChainLoops) return "its chain of volumes loops or points backwards";
+  if (table->volumes->status & kChainReadError) return "its chain of volumes cannot be read";
+  if (table->volumes->status & kChainOutOfMemory) return "its chain of volumes is too long";
+  return std::nullopt;
+}
+
+std::string listingText(Drive& drive) {
+  DiskDevice& disk = drive.disk();
+  const u64 sectors = drive.lastLba() + 1;
+  const Geometry& geometry = drive.geometry();
+  std::string text = format(
+      "%s: %llu MiB, %llu sectors of %u bytes, geometry %u/%u/%u\n", disk.displayName().c_str(),
+      static_cast<unsigned long long>(sectorsToMiB(sectors, drive.sectorSize())),
+      static_cast<unsigned long long>(sectors), drive.sectorSize(), geometry.maxCylinder,
+      geometry.maxHead, geometry.sectorsPerTrack);
+  text += format("%s Partitions", drive.schemeName());
+  if (const auto id = diskId(drive)) text += ", disk id " + *id;
+  text += "\n\n";
+  text += format("%4s  %-10s %-24s %12s %12s %10s  %-20s %-8s %s\n", "No", "Kind", "Name", "Start",
+                 "End", "Size", "Type", "Holds", "");
+  for (const ListedRow& row : listedRows(drive))
+    text += std::string(trimRight(rowLine(drive, row))) + "\n";
+  if (drive.table().hasErrors()) text += "\n* Errors Exist *\n";
+  return text;
+}
+
+std::string rowText(const Drive& drive, const ListedRow& row) {
+  const PartitionEntry& entry = *row.entry;
+  return format("%s: %s '%s', sectors %llu..%llu, %s",
+                row.number ? format("%u", *row.number).c_str() : "-",
+                types::name(entry.type).c_str(), entry.name.c_str(),
+                static_cast<unsigned long long>(entry.startSector),
+                static_cast<unsigned long long>(entry.endSector),
+                sizeText(entry.startSector, entry.endSector, drive.sectorSize()).c_str());
+}
+
+void writeRow(JsonWriter& json, Drive& drive, const ListedRow& row) {
+  const PartitionEntry& entry = *row.entry;
+  const bool isFree = row.kind == ListedRow::Kind::free;
+  json.numberOrNull("number", isFree ? std::nullopt : row.number);
+  json.text("kind", kindName(row.kind));
+  json.number("id", entry.id);
+  json.number("start", entry.startSector);
+  json.number("end", entry.endSector);
+  json.number("sectors", entry.sectorCount());
+  json.number("type", entry.type);
+  json.text("type_name", types::name(entry.type));
+  json.textOrNull("type_guid",
+                  entry.typeGuid.isZero() ? std::nullopt : std::optional(guidText(entry.typeGuid)));
+  json.text("name", entry.name);
+  json.textOrNull("fs", contentName(drive, entry));
+  json.boolean("active", entry.bootIndicator == 0x80);
+  json.boolean("hidden", isHiddenEntry(entry));
+  json.textOrNull("error", faultText(entry));
+}
+
+void writeRows(JsonWriter& json, Drive& drive) {
+  json.beginArray("rows");
+  for (const ListedRow& row : listedRows(drive)) {
+    json.beginObject();
+    writeRow(json, drive, row);
+    json.endObject();
+  }
+  json.endArray();
+}
+
+void writeDrive(JsonWriter& json, Drive& drive, const std::string& path) {
+  json.text("path", path);
+  json.textOrNull("model", unlessEmpty(drive.disk().model()));
+  json.text("scheme", drive.schemeName());
+  json.number("sector_size", drive.sectorSize());
+  json.number("sectors", drive.lastLba() + 1);
+  json.beginObject("geometry");
+  json.number("max_cylinder", drive.geometry().maxCylinder);
+  json.number("max_head", drive.geometry().maxHead);
+  json.number("sectors_per_track", drive.geometry().sectorsPerTrack);
+  json.endObject();
+  json.textOrNull("disk_id", diskId(drive));
+}
+
+}  // namespace tallowin

@@ -1,0 +1,47 @@
+// The rows of a drive as the commands number and print them.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/json_writer.h"
+#include "ptable/drive.h"
+
+namespace tallowin {
+
+struct ListedRow {
+  enum class Kind { partition, volume, free };
+  Kind kind = Kind::partition;
+  PartitionEntry* entry = nullptr;  // of the drive's table
+  // As the kernel numbers it; of a free block its number among the free blocks, from 1.
+  std::optional<u32> number;
+};
+
+// Every row in disk order, volumes behind their extended partition.
+std::vector<ListedRow> listedRows(Drive& drive);
+
+// A free block by its number, or the largest one; null when there is none.
+PartitionEntry* findFreeBlock(Drive& drive, std::optional<u32> number);
+
+// What lies in the partition ("fat16", "ntfs", "ext"); nothing when that is not known.
+std::optional<std::string> contentName(Drive& drive, const PartitionEntry& entry);
+
+// What is wrong with the entry; nothing when it is sound.
+std::optional<std::string> faultText(const PartitionEntry& entry);
+
+bool isHiddenEntry(const PartitionEntry& entry);
+
+// A table for people.
+std::string listingText(Drive& drive);
+// "2: FAT-32 'NAME', sectors 63..16064, 8 MiB".
+std::string rowText(const Drive& drive, const ListedRow& row);
+
+// The row's members; the object is begun and ended by the caller.
+void writeRow(JsonWriter& json, Drive& drive, const ListedRow& row);
+// The member "rows".
+void writeRows(JsonWriter& json, Drive& drive);
+// "path" to "disk_id".
+void writeDrive(JsonWriter& json, Drive& drive, const std::string& path);
+
+}  // namespace tallowin

@@ -1,0 +1,131 @@
+#include "cli/tallowinctl.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+
+#include "app/start_up.h"
+#include "base/text.h"
+#include "cli/command.h"
+#include "cli/interrupt.h"
+
+namespace tallowin {
+namespace {
+
+CommandResult runCommand(CommandContext& context) {
+  switch (context.arguments.command) {
+    case CommandName::devices:
+      return runDevices(context);
+    case CommandName::list:
+      return runList(context);
+    case CommandName::info:
+      return runInfo(context);
+    case CommandName::create:
+      return runCreate(context);
+    case CommandName::del:
+      return runDelete(context);
+    case CommandName::format:
+      return runFormat(context);
+    case CommandName::table:
+      return runTable(context);
+    case CommandName::settings:
+      return runSettings(context);
+  }
+  return {};
+}
+
+// Whether the path leads to a device of this machine.
+bool isDevice(const std::string& path) {
+  std::error_code failure;
+  const std::filesystem::path real = std::filesystem::weakly_canonical(path, failure);
+  if (real.string().starts_with("/dev/")) return true;
+  const auto status = std::filesystem::status(path, failure);
+  return std::filesystem::is_block_file(status) || std::filesystem::is_character_file(status);
+}
+
+// A device is a drive of the machine, with its number and settings; any other target is the
+// first image. The scan is left out when nothing depends on it.
+void chooseDrives(const Arguments& arguments, bool targetIsDevice, Options& options) {
+  options.images.clear();
+  if (!arguments.target.empty() && !targetIsDevice) options.images = {arguments.target};
+  if (arguments.command != CommandName::devices && !targetIsDevice) options.noDevices = true;
+}
+
+std::string failureJson(const CommandResult& result) {
+  JsonWriter json;
+  json.beginObject();
+  json.boolean("ok", false);
+  json.beginObject("error");
+  json.number("code", codeOf(result.code));
+  json.number("phase", result.phase);
+  json.text("message", onOneLine(result.message));
+  json.endObject();
+  json.endObject();
+  return json.content();
+}
+
+void reportFailure(const std::string& command, const CommandResult& result, bool asJson) {
+  std::string line = "tallowinctl " + command + ": " + onOneLine(result.message);
+  if (result.code != Error::none)
+    line += format(" (error %u, phase %u)", codeOf(result.code), result.phase);
+  std::fprintf(stderr, "%s\n", line.c_str());
+  if (asJson) std::printf("%s\n", failureJson(result).c_str());
+}
+
+ExitStatus report(const Arguments& arguments, const CommandResult& result,
+                  const ConsoleFrontEnd& ui, JsonWriter& json) {
+  if (!result.succeeded()) {
+    reportFailure(arguments.commandText, result, arguments.json);
+    return result.status;
+  }
+  for (const std::string& note : ui.told()) std::fprintf(stderr, "note: %s\n", note.c_str());
+  json.endObject();
+  if (arguments.json) std::printf("%s\n", json.content());
+  return result.status;
+}
+
+ExitStatus run(const Arguments& arguments, const std::string& programFile,
+               std::unique_ptr<Host> host) {
+  const ProgramFolders folders = ProgramFolders::find(programFile);
+  Options options = readOptions(folders);
+  options.noDevices = options.noDevices || arguments.hideDevices;
+  ConsoleFrontEnd ui({.yes = arguments.yes || arguments.rehearse,
+                      .quiet = arguments.quiet,
+                      .skipScan = !arguments.scan});
+  JsonWriter json;
+  json.beginObject();
+  json.boolean("ok", true);
+  const bool targetIsDevice = !arguments.target.empty() && isDevice(arguments.target);
+  if (targetIsDevice && options.noDevices)
+    return report(arguments,
+                  refused("'" + arguments.target +
+                          "' is a device, and devices are hidden; leave "
+                          "out --nd to work on it."),
+                  ui, json);
+  chooseDrives(arguments, targetIsDevice, options);
+  Session session(std::move(host), folders, std::move(options));
+  CommandContext context{arguments, session, ui, json};
+  return report(arguments, runCommand(context), ui, json);
+}
+
+}  // namespace
+
+int tallowinctl(const std::vector<std::string>& words, std::unique_ptr<Host> host) {
+  const std::vector<std::string> rest(words.begin() + (words.empty() ? 0 : 1), words.end());
+  const ParsedArguments parsed = parseArguments(rest);
+  ExitStatus status = parsed.status;
+  if (parsed.arguments) {
+    catchInterrupts();
+    status = run(*parsed.arguments, ownProgramFile(words), std::move(host));
+  } else if (status == ExitStatus::done) {
+    std::fputs(parsed.text.c_str(), stdout);
+  } else {
+    const bool asJson = std::find(rest.begin(), rest.end(), "--json") != rest.end();
+    reportFailure(rest.empty() ? "" : rest[0], {status, Error::none, 0, parsed.text}, asJson);
+  }
+  // What a full disk or a closed pipe swallowed was not said.
+  const bool said = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+  return static_cast<int>(said || status != ExitStatus::done ? status : ExitStatus::failed);
+}
+
+}  // namespace tallowin

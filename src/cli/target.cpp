@@ -1,0 +1,96 @@
+#include "cli/target.h"
+
+#include <cstdio>
+
+namespace tallowin {
+namespace {
+
+constexpr std::size_t kShownRanges = 20;
+
+CommandResult cannotOpen(CommandContext& context, Error error) {
+  const std::string& told = context.session.handles().lastFailure();
+  if (error == Error::deviceNotOpened && !told.empty()) return refused(onOneLine(told), error);
+  return failedBecause("'" + context.arguments.target + "' cannot be opened.", error);
+}
+
+std::string writtenText(const OverlayDisk& overlay, const std::string& path) {
+  std::string text =
+      "Rehearsed; nothing was written to " + path + ". It would write " +
+      format("%llu bytes:\n", static_cast<unsigned long long>(overlay.writtenBytes()));
+  const auto ranges = overlay.writtenRanges();
+  for (std::size_t i = 0; i < std::min(ranges.size(), kShownRanges); ++i)
+    text += format("  sectors %llu..%llu\n", static_cast<unsigned long long>(ranges[i].first),
+                   static_cast<unsigned long long>(ranges[i].first + ranges[i].count - 1));
+  if (ranges.size() > kShownRanges)
+    text += format("  and %zu ranges more (--json has them all)\n", ranges.size() - kShownRanges);
+  return text;
+}
+
+void writeRehearsal(JsonWriter& json, const OverlayDisk& overlay, Drive& drive) {
+  json.boolean("rehearsal", true);
+  json.number("bytes", overlay.writtenBytes());
+  json.beginArray("writes");
+  for (const OverlayDisk::SectorRange& range : overlay.writtenRanges()) {
+    json.beginObject();
+    json.number("start", range.first);
+    json.number("sectors", range.count);
+    json.endObject();
+  }
+  json.endArray();
+  writeRows(json, drive);
+}
+
+}  // namespace
+
+CommandResult openTarget(CommandContext& context, TargetUse use, Target& target) {
+  const bool rehearse = context.arguments.rehearse;
+  const bool readOnly = use == TargetUse::look || rehearse;
+  u32 driveNumber = kUnlistedDrive;
+  Error error = context.session.handles().openPath(
+      context.arguments.target, readOnly ? DiskAccess::readOnly : DiskAccess::readWrite,
+      target.disk, driveNumber);
+  if (error != Error::none) return cannotOpen(context, error);
+  if (rehearse) target.overlay = std::make_shared<OverlayDisk>(*target.disk);
+  std::shared_ptr<DiskDevice> disk = target.disk;
+  if (target.overlay) disk = target.overlay;
+  // A command that is refused later on must not have written anything by then.
+  error =
+      context.session.openDrive(std::move(disk), driveNumber, target.drive, kDriveLeaveSequence);
+  return error == Error::none ? CommandResult{} : cannotOpen(context, error);
+}
+
+CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row) {
+  std::string numbers;
+  for (const ListedRow& candidate : listedRows(drive)) {
+    if (candidate.kind == ListedRow::Kind::free || !candidate.number) continue;
+    if (candidate.number == context.arguments.part) {
+      row = candidate;
+      return {};
+    }
+    numbers += (numbers.empty() ? "" : ", ") + std::to_string(*candidate.number);
+  }
+  return refused(format("'%s' has no partition %u; ", context.arguments.target.c_str(),
+                        context.arguments.part.value_or(0)) +
+                 (numbers.empty() ? "it has none at all." : "choose from " + numbers + "."));
+}
+
+CommandResult endRehearsal(CommandContext& context, Target& target, bool hadErrors) {
+  if (!target.overlay) return {};
+  if (target.overlay->isFull())
+    return refused("The rehearsal needs more memory than it may take; rehearse a smaller change.",
+                   Error::outOfMemory);
+  if (const Error error = target.drive->reread(); error != Error::none)
+    return failedBecause("The rehearsed table cannot be read back.", error);
+  if (!hadErrors && target.drive->table().hasErrors())
+    return refused("The rehearsed table has errors; do not run this on the disk.",
+                   Error::tableInError);
+  if (context.arguments.json) {
+    writeRehearsal(context.json, *target.overlay, *target.drive);
+  } else {
+    std::fputs(writtenText(*target.overlay, context.arguments.target).c_str(), stdout);
+    std::fputs(("\nThe table would then be:\n\n" + listingText(*target.drive)).c_str(), stdout);
+  }
+  return {};
+}
+
+}  // namespace tallowin

@@ -1,0 +1,31 @@
+// The disk or image that a command works on.
+#pragma once
+
+#include <memory>
+
+#include "cli/command.h"
+#include "cli/listing.h"
+#include "disk/overlay_disk.h"
+
+namespace tallowin {
+
+enum class TargetUse { look, change };
+
+// Destroyed from the drive down to the disk.
+struct Target {
+  std::shared_ptr<DiskDevice> disk;      // read-only for looking and for rehearsing
+  std::shared_ptr<OverlayDisk> overlay;  // a rehearsal's, which the drive stands on; else null
+  std::unique_ptr<Drive> drive;
+};
+
+// Opens the command's TARGET and reads its table.
+CommandResult openTarget(CommandContext& context, TargetUse use, Target& target);
+
+// The row that --part names. Refuses with the numbers that there are.
+CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row);
+
+// After a rehearsed change: reads the table back, checks that it has no more errors than before,
+// and says what would have been written. Done without a rehearsal.
+CommandResult endRehearsal(CommandContext& context, Target& target, bool hadErrors);
+
+}  // namespace tallowin

@@ -1,0 +1,42 @@
+// Runs tallowinctl as a script would.
+#pragma once
+
+#include <rapidjson/document.h>
+
+#include <string>
+#include <vector>
+
+#include "support/oracle.h"
+#include "support/sfdisk.h"
+#include "support/temp_folder.h"
+
+namespace tallowin {
+
+// One program folder a test: settings and kept tables of the machine play no part.
+class Ctl {
+ public:
+  // Both outputs together.
+  ProgramResult run(std::vector<std::string> words);
+  // --json; the document is what stood on standard output, alone.
+  struct Answer {
+    int status = -1;
+    rapidjson::Document json;
+  };
+  Answer json(std::vector<std::string> words);
+
+  const TempFolder& home() const { return home_; }
+
+ private:
+  std::vector<std::string> command(std::vector<std::string> words) const;
+  TempFolder home_;
+};
+
+std::string fileHash(const std::string& path);
+
+// The used rows of `list`, by number, in the form in which sfdisk is asked.
+std::vector<SfdiskRow> rowsOf(const rapidjson::Document& listing);
+std::vector<SfdiskRow> rowsByCtl(Ctl& ctl, const std::string& path);
+// One row as sfdisk sees it; all zero when there is none.
+SfdiskRow sfdiskRow(const std::string& path, u32 number);
+
+}  // namespace tallowin

@@ -1,0 +1,166 @@
+// What is wrong, in use or not asked for changes nothing, and says so.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "cli/ctl.h"
+
+namespace tallowin {
+namespace {
+
+class RefusalTest : public testing::Test {
+ protected:
+  RefusalTest() {
+    EXPECT_EQ(runProgram({"sfdisk", "-q", path_},
+                         "label: dos\nsize=10M,type=6\ntype=5\nv5: size=10M,type=83\n")
+                  .status,
+              0);
+  }
+  std::vector<std::string> onDisk(std::vector<std::string> words) {
+    for (std::string& word : words)
+      if (word == "DISK") word = path_;
+    return words;
+  }
+
+  TempFolder folder_;
+  Ctl ctl_;
+  std::string path_ = folder_.sparse("disk.img", 100 * kMiB);
+};
+
+TEST_F(RefusalTest, NothingIsChangedAndOneLineSaysWhy) {
+  const std::vector<std::vector<std::string>> cases = {
+      {"delete", "DISK", "--part", "1"},  // no --yes, no terminal
+      {"format", "DISK", "--part", "1"},
+      {"delete", "DISK", "--part", "4", "--yes"},
+      {"format", "DISK", "--part", "5", "--yes"},  // not a type to format
+      {"format", "DISK", "--part", "2", "--yes"},
+      {"format", "DISK", "--part", "1", "--fs", "fat12", "--cluster", "1KiB", "--yes"},
+      {"create", "DISK", "--type", "linux", "--size", "5", "--free", "9"},
+      {"create", "DISK", "--type", "linux", "--size", "5000"},
+      {"create", "DISK", "--type", "fat12", "--size", "20"},
+      {"create", "DISK", "--type", "extended", "--size", "5"},  // inside an extended partition
+      {"create", "DISK", "--type", "300", "--size", "5"},
+      {"create", "DISK", "--type", "linux", "--size", "5", "--format"},
+      {"table", "restore", "DISK", "DISK", "--yes"},
+      {"info", "DISK", "--part", "9"},
+      {"list", "/nonexistent/disk.img"},
+      {"list", "/"},
+      {"list", "/dev/null"},
+  };
+  const std::string before = fileHash(path_);
+  for (const auto& words : cases) {
+    const ProgramResult result = ctl_.run(onDisk(words));
+    EXPECT_EQ(result.status, 1) << testing::PrintToString(words) << result.output;
+    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << result.output;
+    EXPECT_EQ(result.output.find("tallowinctl " + words[0] + ": "), 0u) << result.output;
+    EXPECT_EQ(fileHash(path_), before) << testing::PrintToString(words);
+  }
+}
+
+TEST_F(RefusalTest, WrongUsageIsTwo) {
+  const std::vector<std::vector<std::string>> cases = {
+      {"polish", "DISK"},
+      {"list"},
+      {"list", "DISK", "--bright"},
+      {"delete", "DISK"},
+      {"delete", "DISK", "--part", "one"},
+      {"delete", "DISK", "--part", "1", "--wipe", "gutmann"},
+      {"create", "DISK", "--type", "fat16"},
+      {"create", "DISK", "--type", "fat17", "--size", "5"},
+      {"create", "DISK", "--type", "fat16", "--size", "5MB"},
+      {"create", "DISK", "--type", "fat16", "--size", "5", "--before", "1", "--after", "1"},
+      {"create", "DISK", "--type", "fat16", "--size", "5", "--cluster", "2KiB"},
+      {"format", "DISK", "--part", "1", "--cluster", "3KiB", "--yes"},
+      {"format", "DISK", "--part", "1", "--fs", "ntfs", "--yes"},
+      {"table", "polish", "DISK", "file"},
+      {"settings", "NoSuchKey"},
+      {"settings", "TimeOut=soon"},
+  };
+  const std::string before = fileHash(path_);
+  for (const auto& words : cases)
+    EXPECT_EQ(ctl_.run(onDisk(words)).status, 2) << testing::PrintToString(words);
+  EXPECT_EQ(runProgram({TALLOWINCTL}).status, 2);
+  EXPECT_EQ(fileHash(path_), before);
+}
+
+TEST_F(RefusalTest, FailuresAreJsonToo) {
+  for (const auto& words : {onDisk({"delete", "DISK", "--part", "1"}), onDisk({"list"})}) {
+    const Ctl::Answer answer = ctl_.json(words);
+    EXPECT_NE(answer.status, 0);
+    EXPECT_FALSE(answer.json["ok"].GetBool());
+    for (const char* key : {"code", "phase", "message"})
+      EXPECT_TRUE(answer.json["error"].HasMember(key)) << key;
+  }
+}
+
+TEST_F(RefusalTest, OtherSchemesAreShownButNotChanged) {
+  const std::string path = folder_.sparse("gpt.img", 100 * kMiB);
+  ASSERT_EQ(runProgram({"sfdisk", "-q", path}, "label: gpt\nsize=10M\n").status, 0);
+  const std::string before = fileHash(path);
+  for (std::vector<std::string> words :
+       {std::vector<std::string>{"create", path, "--type", "linux", "--size", "5"},
+        {"delete", path, "--part", "1", "--yes"}}) {
+    const ProgramResult result = ctl_.run(words);
+    EXPECT_EQ(result.status, 1) << result.output;
+    EXPECT_EQ(fileHash(path), before);
+  }
+}
+
+TEST_F(RefusalTest, HiddenDevicesAreNotOpened) {
+  const Ctl::Answer none = ctl_.json({"devices"});
+  EXPECT_EQ(none.status, 0);
+  EXPECT_EQ(none.json["devices"].Size(), 0u);
+  const std::string link = folder_.file("link.img");
+  ASSERT_EQ(runProgram({"ln", "-s", "/dev/null", link}).status, 0);
+  EXPECT_EQ(ctl_.run({"list", link}).status, 1);
+  if (!hasProgram("strace")) GTEST_SKIP() << "strace is not installed";
+  const ProgramResult traced =
+      runProgram({"strace", "-f", "-e", "trace=open,openat", TALLOWINCTL, "devices", "-nd"});
+  EXPECT_EQ(traced.output.find("\"/dev/"), std::string::npos) << traced.output;
+}
+
+// Damage that tables really show: nothing may crash, hang or write.
+TEST_F(RefusalTest, DamagedTablesAreListedWithAMark) {
+  struct Damage {
+    const char* what;
+    u64 offset;
+    std::string bytes;
+  };
+  const auto entry = [](u8 type, u32 start, u32 sectors) {
+    std::string bytes(16, '\0');
+    bytes[4] = static_cast<char>(type);
+    for (int i = 0; i < 4; ++i) {
+      bytes[8 + i] = static_cast<char>(start >> 8 * i);
+      bytes[12 + i] = static_cast<char>(sectors >> 8 * i);
+    }
+    return bytes;
+  };
+  const u64 extended = sfdiskRow(path_, 2).start;
+  const Damage damages[] = {
+      {"overlapping primaries", 446 + 32, entry(0x83, 4096, 8192)},
+      {"beyond the disk", 446 + 32, entry(0x83, 0xFFFFFFF0, 0x20)},
+      {"no sectors", 446 + 32, entry(0x83, 50, 0)},
+      {"a chain that loops", extended * 512 + 446 + 16, entry(5, 0, 100)},
+      {"a link beyond the disk", extended * 512 + 446 + 16, entry(5, 0xF0000000, 100)},
+      {"a volume beyond its container", extended * 512 + 446, entry(0x83, 63, 0x7FFFFFFF)},
+  };
+  for (const Damage& damage : damages) {
+    SCOPED_TRACE(damage.what);
+    const std::string copy = folder_.file("copy.img");
+    ASSERT_EQ(runProgram({"cp", "--sparse=always", path_, copy}).status, 0);
+    std::fstream(copy, std::ios::in | std::ios::out | std::ios::binary)
+        .seekp(static_cast<std::streamoff>(damage.offset))
+        .write(damage.bytes.data(), 16);
+    const std::string before = fileHash(copy);
+    const Ctl::Answer answer = ctl_.json({"list", copy});
+    EXPECT_EQ(answer.status, 0);
+    bool marked = false;
+    for (const auto& row : answer.json["rows"].GetArray()) marked |= !row["error"].IsNull();
+    EXPECT_TRUE(marked);
+    EXPECT_NE(ctl_.run({"list", copy}).output.find("* Errors Exist *"), std::string::npos);
+    EXPECT_EQ(fileHash(copy), before) << "listing wrote";
+  }
+}
+
+}  // namespace
+}  // namespace tallowin
