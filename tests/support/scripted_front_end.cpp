@@ -71,14 +71,17 @@ std::optional<ScriptedFrontEnd::Expected> ScriptedFrontEnd::take(Kind kind,
   }
   Expected next = std::move(expected_.front());
   expected_.pop_front();
-  if (next.kind == kind && shown.find(next.part) != std::string::npos) return next;
+  if (next.matches(kind, shown)) return next;
   ADD_FAILURE() << "expected: " << next.part << "\nbut shown: " << shown;
   return std::nullopt;
 }
 
 MessageResult ScriptedFrontEnd::messageBox(const MessageBox& box) {
   messages.push_back(box);
-  const auto next = take(Kind::message, shownText(box.title, box.text));
+  const std::string shown = shownText(box.title, box.text);
+  const bool isExpected = !expected_.empty() && expected_.front().matches(Kind::message, shown);
+  if (others_ && !isExpected) return *others_;
+  const auto next = take(Kind::message, shown);
   return next ? next->answer : MessageResult::none;
 }
 

@@ -31,12 +31,22 @@ class ScriptedFrontEnd : public FrontEnd {
   // cancel(). pass() was called once before, as the view does.
   template <typename Model>
   void expect(std::function<void(Model&)> act) {
-    expected_.push_back({Kind::dialog, typeid(Model).name(), [act](DialogModel& model) {
-                           auto* mine = dynamic_cast<Model*>(&model);
-                           if (mine) act(*mine);
-                           return mine != nullptr;
-                         }});
+    Expected& next = expected_.emplace_back();
+    next.kind = Kind::dialog;
+    next.part = typeid(Model).name();
+    next.act = [act](DialogModel& model) {
+      auto* mine = dynamic_cast<Model*>(&model);
+      if (mine) act(*mine);
+      return mine != nullptr;
+    };
   }
+
+  // Message boxes that were not expected are answered like this instead of failing the test; for
+  // loops in which each round tells something else.
+  void answerOthers(MessageResult answer) { others_ = answer; }
+
+  // What is expected and has not come need not come any more.
+  void forget() { expected_.clear(); }
 
   // From the n-th look of a progress dialog at its button on (from 0), it was pressed.
   void cancelAtPoll(u64 n) { cancelAtPoll_ = n; }
@@ -71,6 +81,10 @@ class ScriptedFrontEnd : public FrontEnd {
     MessageResult answer = MessageResult::none;
     std::optional<std::string> text = std::nullopt;
     std::size_t index = 0;
+
+    bool matches(Kind asked, const std::string& shown) const {
+      return kind == asked && shown.find(part) != std::string::npos;
+    }
   };
   class Bar;
 
@@ -78,6 +92,7 @@ class ScriptedFrontEnd : public FrontEnd {
   std::optional<Expected> take(Kind kind, const std::string& shown);
 
   std::deque<Expected> expected_;
+  std::optional<MessageResult> others_;
   u64 cancelAtPoll_ = kAllOnes64;
   u64 polls_ = 0;
 };

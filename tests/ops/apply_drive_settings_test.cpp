@@ -1,0 +1,74 @@
+#include "ops/apply_drive_settings.h"
+
+#include <gtest/gtest.h>
+
+#include "ops/flow_bench.h"
+
+namespace tallowin {
+namespace {
+
+class ApplyDriveSettingsTest : public FlowTest {
+ protected:
+  std::unique_ptr<Drive> openWith(DriveSettingsRecord* record, u32 number = 0) {
+    std::unique_ptr<Drive> drive;
+    EXPECT_EQ(Error::none,
+              openDriveWithSettings(borrowed(disk_), host_, options_, record, number, {}, drive));
+    return drive;
+  }
+};
+
+TEST_F(ApplyDriveSettingsTest, AnEmptyDriveIsOnCylindersAndOneWithPartitionsAsTheyAre) {
+  DriveSettingsRecord record;
+  auto drive = openWith(&record);
+  EXPECT_EQ(16065U, alignmentUnit(drive->alignment()));
+  EXPECT_EQ(63U, freeBlocks(*drive).at(0)->startSector);
+  EXPECT_EQ(drive->geometry(), record.biosGeometry);
+  EXPECT_EQ(u32{kDriveAlignOnEnd | kDriveChsForceEnd | kDriveChsEndIfTruncated},
+            drive->flags() & (kDriveAlignOnEnd | kDriveChsForceEnd | kDriveChsEndIfTruncated));
+
+  add(*open(disk_), 0, 20480, 0x83, "L");
+  drive = openWith(&record);
+  EXPECT_EQ(2048U, alignmentUnit(drive->alignment()));
+  EXPECT_EQ(22528U, freeBlocks(*drive).at(0)->startSector) << "read again with the new unit";
+  EXPECT_EQ(0U, drive->flags() & kDriveAlignOnEnd);
+}
+
+TEST_F(ApplyDriveSettingsTest, TheDrivesOwnValuesAreTakenWhereTheyArePossible) {
+  DriveSettingsRecord record;
+  record.useGlobalSettings = false;
+  record.alignmentBytes = 4096;
+  record.heads = 15;
+  record.alignOnEnd = kAlignOnEndByResizing;
+  const auto drive = openWith(&record);
+  EXPECT_EQ(8U, alignmentUnit(drive->alignment()));
+  EXPECT_EQ(15, drive->geometry().maxHead);
+  EXPECT_EQ(254, record.biosGeometry.maxHead);
+  EXPECT_EQ(0U, drive->flags() & kDriveAlignOnEnd);
+
+  for (const u32 impossible : {3000U, 100U, 1U << 31}) {
+    record.alignmentBytes = impossible;
+    EXPECT_FALSE(applyDriveSettings(*drive, record, options_)) << impossible;
+    EXPECT_EQ(8U, alignmentUnit(drive->alignment())) << impossible;
+  }
+  record.alignmentBytes = 0;
+  EXPECT_TRUE(applyDriveSettings(*drive, record, options_));
+  EXPECT_FALSE(applyDriveSettings(*drive, record, options_));
+}
+
+TEST_F(ApplyDriveSettingsTest, OpenFlagsFollowTheOptionsAndTheCalculationMethod) {
+  DriveSettingsRecord record;
+  EXPECT_EQ(0x203U, driveOpenOptions(options_, &record, 0, {}).flags);
+  options_.volumeLabels = false;
+  options_.seqVolId = true;
+  record.useGlobalSettings = false;
+  const u32 modes[] = {0, 2, 3, 4, 5, 1, 0};
+  for (u32 method = 0; method < std::size(modes); ++method) {
+    record.geometryCalculation = method;
+    EXPECT_EQ(0x301U | modes[method] << kDriveGeometryModeShift,
+              driveOpenOptions(options_, &record, 0, {}).flags);
+  }
+  EXPECT_EQ(0x301U, driveOpenOptions(options_, nullptr, 0, {}).flags);
+}
+
+}  // namespace
+}  // namespace tallowin

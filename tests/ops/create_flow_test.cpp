@@ -1,0 +1,215 @@
+#include "ops/create_flow.h"
+
+#include <gtest/gtest.h>
+
+#include "ops/flow_bench.h"
+#include "ops/format_model.h"
+#include "ops/format_summary_model.h"
+#include "support/disk_file.h"
+#include "support/oracle.h"
+
+namespace tallowin {
+namespace {
+
+class CreateFlowTest : public FlowTest {
+ protected:
+  FlowResult create(Drive& drive, ScriptedFrontEnd& ui, std::size_t freeIndex = 0) {
+    return createFlow(with(ui), drive, *freeBlocks(drive).at(freeIndex));
+  }
+  FlowResult create(Drive& drive, std::size_t freeIndex = 0) {
+    return create(drive, ui_, freeIndex);
+  }
+  bool isZero(u64 lba) { return disk_.sector(lba) == std::vector<u8>(512, 0); }
+  void fill(u64 first, u64 last) {
+    for (u64 lba = first; lba <= last; ++lba) disk_.setSector(lba, std::vector<u8>(512, 0xFF));
+  }
+};
+
+TEST_F(CreateFlowTest, APartitionIsWrittenItsStartClearedAndTheOldTableKept) {
+  fill(2048, 2300);
+  const auto drive = open(disk_);
+  ui_.expect<CreateModel>(enter("131", 100));
+  EXPECT_EQ(FlowEnd::done, create(*drive).end);
+  EXPECT_EQ("1 83h 2048..206847\n", tableOf(*drive));
+  EXPECT_EQ("1 83h 2048..206847\n", tableOf(*open(disk_)));
+  for (u64 lba = 2048; lba <= 2300; ++lba) EXPECT_EQ(lba < 2056 || lba == 2176, isZero(lba)) << lba;
+  EXPECT_EQ(1U, keptTables());
+}
+
+TEST_F(CreateFlowTest, FatIsClearedAsFarAsItsBackupBootSectorAndNeverBeyondThePartition) {
+  fill(2048, 2300);
+  const auto drive = open(disk_);
+  ui_.expect<CreateModel>(enter("11", 100));
+  ui_.expect<FormatModel>([](FormatModel& model) { model.cancel(); });
+  EXPECT_EQ(FlowEnd::cancelled, create(*drive).end);
+  EXPECT_EQ("1 0Bh 2048..206847\n", tableOf(*drive));
+  EXPECT_TRUE(isZero(2054));
+  EXPECT_FALSE(isZero(2055));
+}
+
+TEST_F(CreateFlowTest, ANewPartitionIsFormattedWithoutAnEraseQuestion) {
+  const auto drive = open(disk_);
+  ui_.expect<CreateModel>(enter("6", 100));
+  ui_.expect<FormatModel>([](FormatModel& model) { model.ok(); });
+  ui_.expect<FormatSummaryModel>([](FormatSummaryModel& model) { model.ok(); });
+  EXPECT_EQ(FlowEnd::done, create(*drive).end);
+  EXPECT_TRUE(ui_.messages.empty());
+}
+
+TEST_F(CreateFlowTest, VolumesFillAnExtendedPartition) {
+  const auto drive = open(disk_);
+  ui_.expect<CreateModel>(enter("5", 150));
+  ASSERT_EQ(FlowEnd::done, create(*drive).end);
+  ui_.expect<CreateModel>(enter("131", 50));
+  ASSERT_EQ(FlowEnd::done, create(*drive, 1).end);
+  ui_.expect<CreateModel>(enter("130", 1000));
+  ASSERT_EQ(FlowEnd::done, create(*drive, 1).end);
+  EXPECT_EQ(
+      "1 05h 2048..309247\n"
+      "5 83h 4096..106495\n"
+      "6 82h 108544..309247\n",
+      tableOf(*drive));
+  ASSERT_TRUE(freeBlocks(*drive).size() == 1);
+  ui_.expect<CreateModel>(enter("131", 1000));
+  ASSERT_EQ(FlowEnd::done, create(*drive).end);
+  EXPECT_EQ("2 83h 309248..409599\n", tableOf(*drive).substr(tableOf(*drive).find("2 83h")));
+
+  if (!hasProgram("sfdisk")) GTEST_SKIP() << "sfdisk is not installed";
+  const std::string image = home_.file("disk.img");
+  storeDisk(disk_, image);
+  const ProgramResult checked = runProgram({"sfdisk", "--verify", image});
+  EXPECT_EQ(0, checked.status) << checked.output;
+}
+
+TEST_F(CreateFlowTest, WhatIsMissingIsToldAndTheDialogStaysOpen) {
+  const auto drive = open(disk_);
+  MemoryDisk before = disk_.copy();
+  ui_.expect<CreateModel>([this](CreateModel& model) {
+    const auto tryIt = [&](const std::string& name, const std::string& type, u32 size,
+                           const std::string& told) {
+      model.name = name;
+      model.fileSystem = type;
+      model.pass();
+      model.sizeMiB.value = size;
+      model.pass();
+      ui_.expectMessage(told);
+      model.ok();
+      EXPECT_TRUE(model.isOpen()) << told;
+    };
+    const std::string missing = "You must enter a Name, File System, and Size to continue.";
+    tryIt("", "131", 10, missing);
+    tryIt("DATA", "ext", 10, missing);
+    tryIt("DATA", "131", 0, missing);
+    tryIt("DATA", "300", 10, "The file system value cannot be larger than 255.");
+    model.cancel();
+  });
+  EXPECT_EQ(FlowEnd::refused, create(*drive).end);
+  EXPECT_TRUE(before.sameContent(disk_));
+  EXPECT_EQ(0U, keptTables());
+}
+
+TEST_F(CreateFlowTest, AFifthPrimaryIsRefusedButAVolumeIsNot) {
+  const auto drive = open(disk_);
+  add(*drive, 0, 20480, 0x05, "EXT");
+  for (int i = 0; i < 3; ++i) add(*drive, 0, 20480, 0x83, "L");
+  ui_.expect<CreateModel>(enter("131", 10));
+  ui_.expectMessage("Limit Primaries: The partition limit has been reached.");
+  const FlowResult result = create(*drive);
+  EXPECT_EQ(FlowEnd::refused, result.end);
+  EXPECT_EQ(Error::noFreeEntry, result.code);
+  ui_.expect<CreateModel>(enter("131", 5));
+  EXPECT_EQ(FlowEnd::done, create(*drive, 1).end);
+}
+
+TEST_F(CreateFlowTest, ExtendedPartitionsAreRefusedWhereTheyCannotBe) {
+  const auto drive = open(disk_);
+  add(*drive, 0, 204800, 0x05, "EXT");
+  ui_.expect<CreateModel>(enter("5", 10));
+  ui_.expectMessage("You cannot use that file system in an extended partition.");
+  EXPECT_EQ(FlowEnd::refused, create(*drive, 1).end);
+}
+
+TEST_F(CreateFlowTest, NothingIsCreatedOverAPartitionThatLinuxUses) {
+  const auto drive = open(disk_);
+  mount(4096, 8192);
+  ui_.expectMessage("The partition is mounted in Linux as /mnt/data.  Please umount it");
+  EXPECT_EQ(FlowEnd::refused, create(*drive).end);
+}
+
+TEST_F(CreateFlowTest, WithoutACopyOfTheOldTableTheUserDecides) {
+  home_.write("backup", "a file where the folder should be");
+  const auto drive = open(disk_);
+  ui_.expect<CreateModel>(enter("131", 10));
+  ui_.expectMessage("could not be kept", MessageResult::cancel);
+  EXPECT_EQ(FlowEnd::cancelled, create(*drive).end);
+  EXPECT_EQ("", tableOf(*open(disk_)));
+  ui_.expect<CreateModel>(enter("131", 10));
+  ui_.expectMessage("could not be kept", MessageResult::goOn);
+  EXPECT_EQ(FlowEnd::done, create(*drive).end);
+}
+
+constexpr const char* kOld = "1 83h 2048..22527\n";
+constexpr const char* kNew = "1 83h 2048..22527\n2 83h 22528..43007\n";
+
+TEST_F(CreateFlowTest, EveryFailedTransferLeavesTheOldTableOrTheNewAndIsTold) {
+  add(*open(disk_), 0, 20480, 0x83, "OLD");
+  const auto run = [&](const std::function<void(FaultyDisk&)>& fault, u64& transfers,
+                       bool isWrite) {
+    MemoryDisk disk = disk_.copy();
+    FaultyDisk faulty(disk);
+    const auto drive = open(borrowed(faulty));
+    const u64 before = isWrite ? faulty.writes() : faulty.reads();
+    fault(faulty);
+    ScriptedFrontEnd ui;
+    ui.answerOthers(MessageResult::cancel);
+    ui.expect<CreateModel>(enter("131", 10));
+    const FlowResult result = create(*drive, ui);
+    transfers = (isWrite ? faulty.writes() : faulty.reads()) - before;
+    const std::string table = tableOf(*open(disk));
+    EXPECT_TRUE(table == kOld || table == kNew) << table;
+    if (result.succeeded()) {
+      EXPECT_EQ(kNew, table);
+    } else {
+      EXPECT_FALSE(ui.messages.empty());
+    }
+    const bool oldTable = result.code == Error::read || result.code == Error::write;
+    if (oldTable) {
+      EXPECT_EQ(kOld, table);
+    }
+    return result;
+  };
+  for (const bool isWrite : {false, true}) {
+    u64 transfers = 0;
+    EXPECT_TRUE(run([](FaultyDisk&) {}, transfers, isWrite).succeeded());
+    EXPECT_GT(transfers, 1U);
+    for (const bool forever : {false, true}) {
+      for (u64 n = 0; n < transfers; ++n) {
+        SCOPED_TRACE((isWrite ? "write " : "read ") + std::to_string(n));
+        u64 ignored = 0;
+        const FlowResult result =
+            run([&](FaultyDisk& d) { isWrite ? d.failWrite(n, forever) : d.failRead(n, forever); },
+                ignored, isWrite);
+        if (isWrite && forever) {
+          EXPECT_FALSE(result.succeeded());
+        }
+      }
+    }
+  }
+}
+
+TEST_F(CreateFlowTest, APowerCutLeavesTheOldTableOrTheNew) {
+  add(*open(disk_), 0, 20480, 0x83, "OLD");
+  const MemoryDisk before = disk_.copy();
+  RecordingDisk recording(disk_);
+  const auto drive = open(borrowed(recording));
+  ui_.expect<CreateModel>(enter("131", 10));
+  ASSERT_EQ(FlowEnd::done, create(*drive).end);
+  ASSERT_GE(recording.log().size(), 3U);
+  forEachPowerCut(recording.log(), before, [this](MemoryDisk& disk) {
+    const std::string table = tableOf(*open(disk));
+    EXPECT_TRUE(table == kOld || table == kNew) << table;
+  });
+}
+
+}  // namespace
+}  // namespace tallowin

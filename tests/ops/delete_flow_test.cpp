@@ -1,0 +1,253 @@
+#include "ops/delete_flow.h"
+
+#include <gtest/gtest.h>
+
+#include "ops/delete_model.h"
+#include "ops/flow_bench.h"
+
+namespace tallowin {
+namespace {
+
+class DeleteFlowTest : public FlowTest {
+ protected:
+  // 1 FAT-32, 2 extended with volumes 5 and 6, 3 Linux; all sectors of all of them are ones.
+  DeleteFlowTest() {
+    const auto drive = open(disk_);
+    add(*drive, 0, 140000, 0x0B, "FAT");
+    add(*drive, 0, 100000, 0x05, "EXT");
+    add(*drive, 1, 20000, 0x83, "V1");
+    add(*drive, 1, 20000, 0x82, "V2");
+    add(*drive, 0, 20480, 0x83, "LINUX");
+    for (const u32 number : {1U, 5U, 6U, 3U}) {
+      const PartitionEntry& entry = *drive->findByKernelNumber(number);
+      const std::vector<u8> ones(entry.sectorCount() * 512, 0xFF);
+      EXPECT_TRUE(disk_.writeSectors(entry.startSector, ones.data(), entry.sectorCount()));
+    }
+    table_ = tableOf(*drive);
+  }
+
+  FlowResult erase(Drive& drive, u32 number) {
+    return deleteFlow(context_, drive, *drive.findByKernelNumber(number));
+  }
+  // How many sectors from `first` on are zero.
+  static u64 zerosFrom(MemoryDisk& disk, u64 first) {
+    u64 count = 0;
+    while (first + count < kSectors && disk.sector(first + count) == std::vector<u8>(512, 0))
+      ++count;
+    return count;
+  }
+  static void yes(DeleteModel& model) { model.ok(); }
+
+  std::string table_;
+};
+
+TEST_F(DeleteFlowTest, TheQuestionNamesDiskAndPartition) {
+  const auto drive = open(disk_);
+  const u64 start = drive->findByKernelNumber(1)->startSector;
+  ui_.expect<DeleteModel>([](DeleteModel& model) {
+    EXPECT_EQ("Confirm Delete", model.title);
+    EXPECT_EQ("Type: FAT-32", model.typeLine);
+    EXPECT_EQ("Size: 68 MiB", model.sizeLine);
+    EXPECT_EQ("Disk: 200 MiB, /dev/sda\nPartition 1 'MBR 0', 68 MiB", model.targetText);
+    EXPECT_FALSE(model.warningLine.shown);
+    model.ok();
+  });
+  EXPECT_EQ(FlowEnd::done, erase(*drive, 1).end);
+  EXPECT_EQ(nullptr, drive->findByKernelNumber(1));
+  EXPECT_EQ(tableOf(*drive), tableOf(*open(disk_)));
+  EXPECT_EQ(0U, zerosFrom(disk_, start)) << "nothing of the partition is overwritten";
+  EXPECT_EQ(1U, keptTables());
+}
+
+TEST_F(DeleteFlowTest, NoChangesNothing) {
+  const auto drive = open(disk_);
+  ui_.expect<DeleteModel>([](DeleteModel& model) { model.cancel(); });
+  EXPECT_EQ(FlowEnd::cancelled, erase(*drive, 1).end);
+  EXPECT_EQ(table_, tableOf(*open(disk_)));
+  EXPECT_EQ(0U, keptTables());
+}
+
+TEST_F(DeleteFlowTest, VolumesGoWithTheirExtendedPartition) {
+  const auto drive = open(disk_);
+  ui_.expect<DeleteModel>([](DeleteModel& model) {
+    EXPECT_EQ("*WARNING* Volumes will also be deleted.", model.warning);
+    model.ok();
+  });
+  EXPECT_EQ(FlowEnd::done, erase(*drive, 2).end);
+  EXPECT_EQ(nullptr, drive->findByKernelNumber(5));
+  EXPECT_NE(nullptr, drive->findByKernelNumber(3));
+}
+
+TEST_F(DeleteFlowTest, TheBootSectorsOfEachTypeAreCleared) {
+  struct Case {
+    u32 number;
+    bool shift;
+    u64 cleared;
+  };
+  for (const Case& c : {Case{1, false, 7}, Case{1, true, 1}, Case{6, false, 8}, Case{5, false, 129},
+                        Case{3, true, 129}}) {
+    MemoryDisk disk = disk_.copy();
+    const auto drive = open(disk);
+    const u64 start = drive->findByKernelNumber(c.number)->startSector;
+    ui_.expect<DeleteModel>([&](DeleteModel& model) {
+      model.clearBootSector = true;
+      model.shiftHeld = c.shift;
+      model.ok();
+    });
+    EXPECT_EQ(FlowEnd::done, erase(*drive, c.number).end);
+    EXPECT_EQ(c.cleared, zerosFrom(disk, start)) << c.number;
+  }
+}
+
+TEST_F(DeleteFlowTest, TheWholePartitionIsWipedAndNoMore) {
+  const auto drive = open(disk_);
+  const PartitionEntry& entry = *drive->findByKernelNumber(3);
+  const u64 start = entry.startSector;
+  const u64 end = entry.endSector;
+  MemoryDisk before = disk_.copy();
+  ui_.expect<DeleteModel>([](DeleteModel& model) {
+    model.wipePartition = model.clearBootSector = true;
+    model.ok();
+  });
+  EXPECT_EQ(FlowEnd::done, erase(*drive, 3).end);
+  for (u64 lba = 0; lba < kSectors; ++lba) {
+    const bool isZero = disk_.sector(lba) == std::vector<u8>(512, 0);
+    if (lba >= start && lba <= end) {
+      ASSERT_TRUE(isZero) << lba;
+    } else if (lba != 0) {
+      ASSERT_EQ(before.sector(lba), disk_.sector(lba)) << lba;
+    }
+  }
+}
+
+TEST_F(DeleteFlowTest, AStoppedWipeSaysWhatIsDone) {
+  const auto drive = open(disk_);
+  ui_.expect<DeleteModel>([](DeleteModel& model) {
+    model.wipePartition = true;
+    model.ok();
+  });
+  ui_.cancelAtPoll(2);
+  ui_.expectMessage(
+      "The partition was deleted, but the wipe was stopped:\n"
+      "only its first 8.0 MiB were overwritten with zeros.");
+  EXPECT_EQ(FlowEnd::cancelled, erase(*drive, 3).end);
+  EXPECT_EQ(nullptr, drive->findByKernelNumber(3));
+}
+
+TEST_F(DeleteFlowTest, AWipeOverBadSectorsSaysHowManyAreLeft) {
+  FaultyDisk faulty(disk_);
+  const auto drive = open(borrowed(faulty));
+  const u64 start = drive->findByKernelNumber(3)->startSector;
+  faulty.failAccessTo({start + 100, start + 102});
+  ui_.expect<DeleteModel>([](DeleteModel& model) {
+    model.wipePartition = true;
+    model.ok();
+  });
+  ui_.expectMessage("An error has occurred during a write to the drive.", MessageResult::yes);
+  ui_.expectMessage("3 sectors could not be overwritten.");
+  EXPECT_EQ(FlowEnd::doneWithLosses, erase(*drive, 3).end);
+}
+
+TEST_F(DeleteFlowTest, AMountedPartitionIsRefusedAndItsNeighbourIsNot) {
+  const auto drive = open(disk_);
+  const PartitionEntry& first = *drive->findByKernelNumber(1);
+  mount(first.startSector, first.sectorCount());
+  ui_.expectMessage("Error: The partition is mounted in Linux as /mnt/data.");
+  EXPECT_EQ(FlowEnd::refused, erase(*drive, 1).end);
+  EXPECT_EQ(table_, tableOf(*open(disk_)));
+  ui_.expect<DeleteModel>(yes);
+  EXPECT_EQ(FlowEnd::done, erase(*drive, 3).end);
+}
+
+TEST_F(DeleteFlowTest, AnotherProgramsLockIsRespected) {
+  class Locked : public DiskWrapper {
+   public:
+    using DiskWrapper::DiskWrapper;
+    bool lockForChange() override { return false; }
+  };
+  const auto drive = open(std::make_shared<Locked>(disk_));
+  ui_.expect<DeleteModel>(yes);
+  ui_.expectMessage("Another program is changing this disk");
+  const FlowResult result = erase(*drive, 1);
+  EXPECT_EQ(FlowEnd::refused, result.end);
+  EXPECT_EQ(Error::lockNotMade, result.code);
+  EXPECT_EQ(table_, tableOf(*open(disk_)));
+}
+
+TEST_F(DeleteFlowTest, AKernelThatKeepsTheOldTableIsTold) {
+  class Stubborn : public DiskWrapper {
+   public:
+    using DiskWrapper::DiskWrapper;
+    KernelTable tellKernel(std::span<const KernelPartition>) override {
+      return KernelTable::restartNeeded;
+    }
+  };
+  const auto drive = open(std::make_shared<Stubborn>(disk_));
+  ui_.expect<DeleteModel>(yes);
+  ui_.expectMessage("Please restart the computer before you use this disk.");
+  EXPECT_EQ(FlowEnd::done, erase(*drive, 1).end);
+}
+
+TEST_F(DeleteFlowTest, EveryFailedTransferLeavesTheOldTableOrTheNewAndIsTold) {
+  const auto run = [&](u32 number, const std::function<void(FaultyDisk&)>& fault, u64& reads,
+                       u64& writes, std::string& table) {
+    MemoryDisk disk = disk_.copy();
+    FaultyDisk faulty(disk);
+    const auto drive = open(borrowed(faulty));
+    reads = faulty.reads();
+    writes = faulty.writes();
+    fault(faulty);
+    ScriptedFrontEnd ui;
+    ui.answerOthers(MessageResult::cancel);
+    ui.expect<DeleteModel>(yes);
+    const FlowResult result = deleteFlow(with(ui), *drive, *drive->findByKernelNumber(number));
+    reads = faulty.reads() - reads;
+    writes = faulty.writes() - writes;
+    table = tableOf(*open(disk));
+    EXPECT_TRUE(result.succeeded() || !ui.messages.empty());
+    if (result.code == Error::read || result.code == Error::write) {
+      EXPECT_EQ(table_, table);
+    }
+    return result;
+  };
+  for (const u32 number : {1U, 2U, 5U, 6U}) {
+    u64 reads = 0;
+    u64 writes = 0;
+    std::string expected;
+    EXPECT_TRUE(run(
+                    number, [](FaultyDisk&) {}, reads, writes, expected)
+                    .succeeded());
+    for (u64 n = 0; n < reads + writes; ++n) {
+      SCOPED_TRACE("partition " + std::to_string(number) + " transfer " + std::to_string(n));
+      const auto fault = [&, reads](FaultyDisk& disk) {
+        n < reads ? disk.failRead(n) : disk.failWrite(n - reads);
+      };
+      u64 ignoredReads = 0;
+      u64 ignoredWrites = 0;
+      std::string table;
+      const FlowResult result = run(number, fault, ignoredReads, ignoredWrites, table);
+      EXPECT_TRUE(table == table_ || table == expected) << table;
+      if (result.succeeded()) {
+        EXPECT_EQ(expected, table);
+      }
+    }
+  }
+}
+
+TEST_F(DeleteFlowTest, APowerCutLeavesTheOldTableOrTheNew) {
+  for (const u32 number : {1U, 5U, 6U}) {
+    MemoryDisk changed = disk_.copy();
+    RecordingDisk recording(changed);
+    const auto drive = open(borrowed(recording));
+    ui_.expect<DeleteModel>(yes);
+    ASSERT_EQ(FlowEnd::done, erase(*drive, number).end);
+    const std::string expected = tableOf(*drive);
+    forEachPowerCut(recording.log(), disk_, [&](MemoryDisk& disk) {
+      const std::string table = tableOf(*open(disk));
+      EXPECT_TRUE(table == table_ || table == expected) << table;
+    });
+  }
+}
+
+}  // namespace
+}  // namespace tallowin

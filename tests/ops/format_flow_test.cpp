@@ -1,0 +1,185 @@
+#include "ops/format_flow.h"
+
+#include <gtest/gtest.h>
+
+#include "fat/fat_volume.h"
+#include "ops/error_text.h"
+#include "ops/flow_bench.h"
+#include "ops/format_model.h"
+#include "ops/format_summary_model.h"
+#include "support/disk_file.h"
+#include "support/oracle.h"
+
+namespace tallowin {
+namespace {
+
+class FormatFlowTest : public FlowTest {
+ protected:
+  FormatFlowTest() {
+    const auto drive = open(disk_);
+    add(*drive, 0, 102400, 0x06, "FAT16");
+    add(*drive, 0, 102400, 0x07, "NTFS");
+    add(*drive, 0, 20480, 0x01, "FAT12");
+  }
+
+  FlowResult format(Drive& drive, ScriptedFrontEnd& ui, u32 number,
+                    const FormatOptions& options = {}) {
+    return formatFlow(with(ui), drive, *drive.findByKernelNumber(number), options);
+  }
+  static void expectDialogs(ScriptedFrontEnd& ui, u32 clusterBytes = 0) {
+    ui.expect<FormatModel>([clusterBytes](FormatModel& model) {
+      EXPECT_TRUE(model.setClusterBytes(clusterBytes));
+      model.pass();
+      model.ok();
+    });
+    ui.expectMessage("will be erased.", MessageResult::yes);
+  }
+  static void expectSummary(ScriptedFrontEnd& ui) {
+    ui.expect<FormatSummaryModel>([](FormatSummaryModel& model) { model.ok(); });
+  }
+  static bool isFat(Drive& drive, u32 number) {
+    return FatVolume::open(drive, *drive.findByKernelNumber(number))->isValid();
+  }
+};
+
+TEST_F(FormatFlowTest, AsksFormatsScansAndShowsTheSummary) {
+  const auto drive = open(disk_);
+  ui_.expect<FormatModel>([](FormatModel& model) {
+    ASSERT_TRUE(model.setClusterBytes(4096));
+    model.ok();
+  });
+  ui_.expectMessage(
+      "Format: All data on Partition 'MBR 0' will be erased.\n\nAre you sure you want to "
+      "continue?\n\nDisk: 200 MiB, /dev/sda\nPartition 1 'MBR 0', 50 MiB",
+      MessageResult::yes);
+  ui_.expect<FormatSummaryModel>([](FormatSummaryModel& model) {
+    EXPECT_EQ("Type: FAT-16/FAT16   ", model.lines[1]);
+    EXPECT_EQ("Cluster size: 4096 byte(s)", model.lines[3]);
+    EXPECT_EQ("Bad clusters: 0", model.lines[5]);
+    model.ok();
+  });
+  EXPECT_EQ(FlowEnd::done, format(*drive, ui_, 1).end);
+  EXPECT_EQ((std::vector<std::string>{"Format", "Formatting", "", "Checking for surface defects...",
+                                      "&Skip"}),
+            ui_.progressTexts);
+  EXPECT_NE(std::string::npos, home_.read("Debug.txt").find("Format: ended with 0"));
+
+  if (!hasProgram("fsck.fat")) GTEST_SKIP() << "fsck.fat is not installed";
+  const PartitionEntry& entry = *drive->findByKernelNumber(1);
+  MemoryDisk volume(entry.sectorCount());
+  for (u64 lba = 0; lba < entry.sectorCount(); ++lba)
+    volume.setSector(lba, disk_.sector(entry.startSector + lba));
+  storeDisk(volume, home_.file("volume.img"));
+  const ProgramResult checked = runProgram({"fsck.fat", "-n", home_.file("volume.img")});
+  EXPECT_EQ(0, checked.status) << checked.output;
+}
+
+TEST_F(FormatFlowTest, SmallTypesTakeTheirClustersAndTheQuestionMayBeAnsweredNo) {
+  const auto drive = open(disk_);
+  ui_.expectMessage("will be erased.", MessageResult::no);
+  EXPECT_EQ(FlowEnd::cancelled, format(*drive, ui_, 3).end);
+  EXPECT_FALSE(isFat(*drive, 3));
+}
+
+TEST_F(FormatFlowTest, WhatCannotBeFormattedIsRefusedBeforeAnythingIsAsked) {
+  const auto drive = open(disk_);
+  MemoryDisk before = disk_.copy();
+  ui_.expectMessage("NTFS cannot be formatted by this version.");
+  EXPECT_EQ(Error::unsupportedFileSystem, format(*drive, ui_, 2).code);
+  FormatOptions options;
+  options.kind = FormatKind::fat12;
+  ui_.expectMessage("Format aborted because the partition size is\ninvalid");
+  EXPECT_EQ(Error::invalidSizeForType, format(*drive, ui_, 1, options).code);
+  const PartitionEntry& first = *drive->findByKernelNumber(1);
+  mount(first.startSector, first.sectorCount());
+  ui_.expectMessage("mounted in Linux as /mnt/data");
+  EXPECT_EQ(FlowEnd::refused, format(*drive, ui_, 1).end);
+  EXPECT_TRUE(before.sameContent(disk_));
+}
+
+TEST_F(FormatFlowTest, AnotherKindChangesTheTypeFirst) {
+  const auto drive = open(disk_);
+  FormatOptions options;
+  options.kind = FormatKind::fat32;
+  options.surfaceScan = false;
+  expectDialogs(ui_);
+  expectSummary(ui_);
+  EXPECT_EQ(FlowEnd::done, format(*drive, ui_, 2, options).end);
+  EXPECT_EQ(0x0B, drive->findByKernelNumber(2)->type);
+  EXPECT_TRUE(isFat(*open(disk_), 2));
+  EXPECT_EQ(1U, keptTables());
+}
+
+TEST_F(FormatFlowTest, EveryLookAtTheButtonMayStopIt) {
+  for (u64 poll = 0;; ++poll) {
+    MemoryDisk disk = disk_.copy();
+    const auto drive = open(disk);
+    ScriptedFrontEnd ui;
+    ui.cancelAtPoll(poll);
+    expectDialogs(ui);
+    ui.answerOthers(MessageResult::ok);
+    bool skipped = false;
+    ASSERT_LT(poll, 200U) << "never ends";
+    ui.expect<FormatSummaryModel>([&](FormatSummaryModel& model) {
+      skipped = model.lines[5].find("(skipped)") != std::string::npos;
+      model.ok();
+    });
+    const FlowResult result = format(*drive, ui, 1);
+    ui.forget();
+    if (result.end == FlowEnd::cancelled) {
+      EXPECT_TRUE(ui.wasTold("Formatting was stopped."));
+      continue;
+    }
+    EXPECT_EQ(FlowEnd::done, result.end);
+    EXPECT_TRUE(isFat(*drive, 1));
+    if (!skipped) break;
+  }
+}
+
+TEST_F(FormatFlowTest, EveryFailedTransferIsToldOrTheFileSystemIsSound) {
+  const auto run = [&](const std::function<void(FaultyDisk&)>& fault, u64& writes) {
+    MemoryDisk disk = disk_.copy();
+    FaultyDisk faulty(disk);
+    const auto drive = open(borrowed(faulty));
+    const u64 before = faulty.writes();
+    fault(faulty);
+    ScriptedFrontEnd ui;
+    FormatOptions options;
+    options.mode = FormatMode::afterCreate;
+    options.surfaceScan = false;
+    ui.expect<FormatModel>([](FormatModel& model) { model.ok(); });
+    ui.answerOthers(MessageResult::ok);
+    expectSummary(ui);
+    const FlowResult result = format(*drive, ui, 1, options);
+    ui.forget();
+    writes = faulty.writes() - before;
+    if (result.succeeded()) {
+      EXPECT_TRUE(isFat(*open(disk), 1));
+    } else {
+      EXPECT_TRUE(ui.wasTold("Due to surface defects"));
+    }
+    return result;
+  };
+  u64 writes = 0;
+  ASSERT_TRUE(run([](FaultyDisk&) {}, writes).succeeded());
+  for (u64 n = 0; n < writes; ++n) {
+    SCOPED_TRACE(n);
+    u64 ignored = 0;
+    EXPECT_FALSE(run([n](FaultyDisk& d) { d.failWrite(n, true); }, ignored).succeeded());
+  }
+  EXPECT_FALSE(run([](FaultyDisk& d) { d.failFlush(true); }, writes).succeeded());
+}
+
+TEST(ErrorText, EveryCodeHasWordsButSuccessAndCancelled) {
+  for (u32 code = 0; code <= 300; ++code) {
+    const auto error = static_cast<Error>(code);
+    const bool isSilent = error == Error::none || error == Error::cancelled;
+    EXPECT_EQ(isSilent, tableErrorText(error).empty()) << code;
+    EXPECT_EQ(isSilent, createErrorText(error).empty()) << code;
+    EXPECT_EQ(isSilent || error == Error::scanStopped, formatErrorText(error).empty()) << code;
+  }
+  EXPECT_EQ(0U, deleteErrorText(Error::write).find("Delete failed!\n\n"));
+}
+
+}  // namespace
+}  // namespace tallowin
