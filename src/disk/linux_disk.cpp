@@ -41,7 +41,10 @@ std::unique_ptr<LinuxDisk> LinuxDisk::open(Host& host, const DriveListEntry& ent
   // Without it an empty drive would not open at all; with it reads would not wait.
   ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
   std::unique_ptr<LinuxDisk> disk(new LinuxDisk(host, entry, descriptor));
-  disk->traits_.readOnly = (openFlags & O_ACCMODE) == O_RDONLY;
+  int isProtected = 0;
+  disk->traits_.readOnly =
+      (openFlags & O_ACCMODE) == O_RDONLY ||
+      (host.control(descriptor, BLKROGET, &isProtected) == 0 && isProtected != 0);
   disk->askSectorSize();
   if (disk->traits_.maxTransferBytes >= kBulkBytes) disk->openDirect(openFlags);
   return disk;

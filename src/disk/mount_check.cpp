@@ -30,14 +30,18 @@ struct ByteExtent {
 class NodeProbe {
  public:
   NodeProbe(Host& host, const std::string& path)
-      : host_(host), descriptor_(host.open(path, O_RDONLY | O_NONBLOCK)) {}
+      : host_(host), descriptor_(host.open(path, O_RDONLY | O_NONBLOCK)) {
+    isForbidden_ = descriptor_ < 0 && (errno == EACCES || errno == EPERM);
+  }
   ~NodeProbe() {
     if (descriptor_ >= 0) host_.close(descriptor_);
   }
   NodeProbe(const NodeProbe&) = delete;
   NodeProbe& operator=(const NodeProbe&) = delete;
 
-  bool isOpen() const { return descriptor_ >= 0; }
+  // A node that one may not open is there all the same: without root rights an image file whose
+  // partition is mounted must still be found in use.
+  bool isThere() const { return descriptor_ >= 0 || isForbidden_; }
   u64 startSector() {
     hd_geometry answer{};
     return host_.control(descriptor_, HDIO_GETGEO, &answer) == 0 ? u64{answer.start} : kAllOnes64;
@@ -50,6 +54,7 @@ class NodeProbe {
  private:
   Host& host_;
   int descriptor_;
+  bool isForbidden_ = false;
 };
 
 // The mount tables write blanks and the like as \ooo.
@@ -84,7 +89,7 @@ std::vector<std::string> blankSeparated(std::string_view line) {
 // Where a node named by a mount table lies on its disk; nothing when that cannot be found out.
 std::optional<ByteExtent> extentOf(Host& host, const BlockDisk& disk, const std::string& node) {
   NodeProbe probe(host, node);
-  if (!probe.isOpen()) return std::nullopt;
+  if (!probe.isThere()) return std::nullopt;
   const auto info = host.nodeInfo(node);
   const bool isDisk = info && info->isBlockDevice && disk.deviceNumber != 0 &&
                       makedev(info->major, info->minor) == disk.deviceNumber;

@@ -34,7 +34,11 @@ std::string sysFolderOf(Host& host, const std::string& devicePath) {
     if (const auto info = host.nodeInfo(devicePath); info && info->isBlockDevice)
       return format("/sys/block/dm-%u", info->minor);
   }
-  return "/sys/block/" + sysNameOf(host.resolveLink(devicePath));
+  const std::string name = sysNameOf(host.resolveLink(devicePath));
+  const std::string folder = "/sys/block/" + name;
+  // A partition opened as if it were a disk is described there.
+  const std::string partitionFolder = "/sys/class/block/" + name;
+  return !host.exists(folder) && host.exists(partitionFolder) ? partitionFolder : folder;
 }
 
 bool namesDiskOrPartition(const std::string& diskPath, const std::string& node) {

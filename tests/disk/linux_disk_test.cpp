@@ -54,7 +54,7 @@ TEST_F(LinuxDiskTest, OpeningSaysWhyItFailed) {
   EXPECT_EQ(host.openCount(), 0U);
 }
 
-TEST_F(LinuxDiskTest, TheSectorSizeIsTheKernelsExceptForOpticalDrives) {
+TEST_F(LinuxDiskTest, WhatIsFixedFromOpenToCloseIsAskedFromTheKernel) {
   struct Case {
     u8 kind;
     int answer;
@@ -71,6 +71,13 @@ TEST_F(LinuxDiskTest, TheSectorSizeIsTheKernelsExceptForOpticalDrives) {
     EXPECT_EQ(disk->traits().maxTransferBytes, each.maxTransfer);
   }
   EXPECT_EQ(host.openCount(), 0U) << "a closed disk leaves no descriptor";
+  EXPECT_FALSE(openDisk(host, "/dev/sda")->traits().readOnly);
+  EXPECT_TRUE(openDisk(host, "/dev/sda", 0, O_RDONLY)->traits().readOnly);
+  host.answer("/dev/sda", BLKROGET, [](void* argument) {
+    *static_cast<int*>(argument) = 1;
+    return 0;
+  });
+  EXPECT_TRUE(openDisk(host, "/dev/sda")->traits().readOnly);
 }
 
 TEST_F(LinuxDiskTest, LargeRequestsAreCutAndTheFirstFailingPieceEndsThem) {

@@ -105,6 +105,9 @@ TEST_F(MountCheckTest, WhatSysDoesNotTellTheNodeTells) {
   EXPECT_EQ(mounted("/dev/sda", 2048), "/data|ext4|rw");
   host.refuse("/dev/sda1", ENXIO);
   EXPECT_EQ(mounted("/dev/sda", 2048), "free");
+  host.refuse("/dev/sda10", EACCES);
+  host.file("/proc/mounts", "/dev/sda10 /data ext4 rw 0 0\n");
+  EXPECT_EQ(mounted("/dev/sda", 8192), "/data|ext4|rw") << "missing rights do not hide it";
 }
 
 TEST_F(MountCheckTest, SectorsOfTheDiskAreNotThoseOfSys) {
