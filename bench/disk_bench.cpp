@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 
+#include "disk/image_disk.h"
 #include "disk/linux_disk.h"
 #include "disk/transfer_buffer.h"
 #include "stopwatch.h"
@@ -108,6 +109,12 @@ int run() {
   u8* const buffer = buffers[0].data();
   for (std::size_t i = 0; i < kPiece; ++i) buffer[i] = static_cast<u8>(i * 7);
   const PlainFile plain(loop.path());
+  const std::string imagePath = folder.sparse("raw.img", 2 * kBytes);
+  const PlainFile plainImage(imagePath);
+  const OpenedImage image = openImageFile(imagePath, DiskAccess::readWrite, kHardDiskKind, 512);
+  if (image.disk == nullptr || !plainImage.writeAll(buffer, 0) ||
+      !plainImage.writeAll(buffer, kBytes))
+    return 1;
   if (!plain.writeAll(buffer, 0) || !plain.writeAll(buffer, kBytes)) return 1;
   constexpr double kMebibytes = kBytes / kMiB;
   constexpr u32 kSmallSectors = 64 * kKiB / 512;
@@ -135,7 +142,18 @@ int run() {
                   disk->dropCaches();
                   return copyInTurn(*disk, buffer, kSmallSectors);
                 }}});
-  return done ? 0 : 1;
+  const bool imageDone =
+      done &&
+      compare(
+          "raw image: read", kMebibytes, kRounds,
+          {{"plain direct reads of 4 MiB", [&] { return plainImage.readAll(buffer); }},
+           {"image disk, 4 MiB", [&] { return readAll(*image.disk, buffer, kPieceSectors); }}}) &&
+      compare(
+          "raw image: write and flush", kMebibytes, kRounds,
+          {{"plain direct writes of 4 MiB", [&] { return plainImage.writeAll(buffer, kBytes); }},
+           {"image disk, 4 MiB",
+            [&] { return writeAll(*image.disk, buffer, kBytes / 512, kPieceSectors); }}});
+  return imageDone ? 0 : 1;
 }
 
 }  // namespace
