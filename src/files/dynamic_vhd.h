@@ -22,7 +22,7 @@ u64 vhdSectorCount(const VhdFooter& footer);
 // are written by flush(), between two flushes of the file. Closing puts the footer directly
 // behind the last block. Whenever that stops, the image opens, and a block is there whole or not
 // at all.
-class DynamicVhd : public ImageContainer {
+class DynamicVhd final : public ImageContainer {
  public:
   struct Layout {
     VhdFooter footer;

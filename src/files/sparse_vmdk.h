@@ -21,7 +21,7 @@ struct SectorExtent {
 // New grains go to the end of the file. Their table entries are only in memory until flush()
 // writes them between two flushes of the file, new tables before the directory that names them.
 // Whenever that stops, a grain is there whole or not at all.
-class SparseVmdk : public ImageContainer {
+class SparseVmdk final : public ImageContainer {
  public:
   struct Layout {
     u64 capacitySectors = 0;
