@@ -15,7 +15,7 @@
 namespace tallowin {
 namespace {
 
-constexpr int kProbeFlags = O_RDONLY | O_NONBLOCK | O_LARGEFILE;
+constexpr int kProbeFlags = O_RDONLY | O_NONBLOCK;
 
 enum class NodeFamily { disk, optical, raid };
 

@@ -33,7 +33,7 @@ using Direction = DiskTransfer::Direction;
 }  // namespace
 
 std::unique_ptr<LinuxDisk> LinuxDisk::open(Host& host, const DriveListEntry& entry, int openFlags) {
-  const int descriptor = host.open(entry.path, openFlags | O_NONBLOCK | O_LARGEFILE);
+  const int descriptor = host.open(entry.path, openFlags | O_NONBLOCK);
   if (descriptor < 0) {
     if (errno == ENOENT) errno = ENODEV;
     return nullptr;
@@ -80,7 +80,7 @@ void LinuxDisk::askSectorSize() {
 }
 
 void LinuxDisk::openDirect(int openFlags) {
-  direct_ = host_.open(traits_.path, (openFlags & O_ACCMODE) | O_DIRECT | O_LARGEFILE);
+  direct_ = host_.open(traits_.path, (openFlags & O_ACCMODE) | O_DIRECT);
   if (direct_ < 0) return;
   // The path may name another device by now.
   const auto node = host_.nodeInfo(direct_);
@@ -232,7 +232,7 @@ std::string LinuxDisk::model() {
 std::string LinuxDisk::serial() {
   const std::string folder = sysFolderOf(host_, traits_.path);
   for (const char* attribute : {"/device/serial", "/serial"}) {
-    const std::string text(trim(host_.firstLine(folder + attribute).value_or("")));
+    std::string text(trim(host_.firstLine(folder + attribute).value_or("")));
     if (!text.empty()) return text;
   }
   // SCSI: the Unit Serial Number page, with its 4 byte header.

@@ -253,6 +253,7 @@ std::vector<DiskUse> driveUse(Host& host, DiskDevice& disk) {
   const std::vector<FoundUse> found = isBlockDevice(disk) ? usesOf(host, blockDiskOf(host, disk))
                                                           : loopUses(host, disk.traits().path);
   std::vector<DiskUse> uses;
+  uses.reserve(found.size());
   for (const FoundUse& use : found) uses.push_back(inSectors(use, disk));
   return uses;
 }
