@@ -267,7 +267,7 @@ void Drive::giveSequence(const TableEntry& container, VolumeEntry& volume) const
   const PartitionId parent = static_cast<PartitionId>(container.id << 8);
   const auto isTaken = [&](u32 sequence) {
     return sequence == 0 || std::ranges::any_of(container.volumes->entries, [&](const auto& other) {
-             return other->id == (parent | sequence);
+             return other.get() != &volume && other->id == (parent | sequence);
            });
   };
   u32 sequence = volume.id & 0xFF;

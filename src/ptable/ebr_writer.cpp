@@ -16,11 +16,12 @@ bool sameVolume(const VolumeEntry& a, const VolumeEntry& b) {
          a.mbrType == b.mbrType;
 }
 
-std::vector<const VolumeEntry*> usedVolumes(const VolumeList& list) {
-  std::vector<const VolumeEntry*> used;
+// The volumes that were read; a block that is about to become one is none of them.
+std::vector<const VolumeEntry*> volumesOnDisk(const VolumeList& list) {
+  std::vector<const VolumeEntry*> volumes;
   for (const auto& volume : list.entries)
-    if (!volume->isFree()) used.push_back(volume.get());
-  return used;
+    if (volume->tableIndex >= 0) volumes.push_back(volume.get());
+  return volumes;
 }
 
 // The room of a volume with its EBR; positions relative to the container.
@@ -35,7 +36,7 @@ bool isRoomFree(const TableEntry& container, const Room& room) {
   if (room.ebr >= room.start || room.start > room.end || room.end >= container.sectorCount())
     return false;
   const VolumeList& list = *container.volumes;
-  const auto volumes = usedVolumes(list);
+  const auto volumes = volumesOnDisk(list);
   const bool touchesVolume = std::ranges::any_of(volumes, [&](const VolumeEntry* other) {
     return other->ebr <= room.end && room.ebr <= other->endSector - container.startSector;
   });
@@ -179,8 +180,8 @@ Error checkChainUnchanged(const TableContext& context, const TableEntry& contain
   const TableContext plain{context.disk,  context.geometry,   context.lastLba,
                            context.flags, context.biosNumber, noLabels};
   readVolumes(plain, now);
-  const auto before = usedVolumes(*container.volumes);
-  const auto after = usedVolumes(*now.volumes);
+  const auto before = volumesOnDisk(*container.volumes);
+  const auto after = volumesOnDisk(*now.volumes);
   const bool same =
       now.volumes->chain == container.volumes->chain &&
       std::ranges::equal(before, after, [](const VolumeEntry* a, const VolumeEntry* b) {

@@ -90,7 +90,12 @@ Error MbrScheme::add(const TableContext& context, TableEntry& entry) const {
   TableSectorImage image(context.disk, kMbrLba);
   if (const Error error = image.load(); error != Error::none) return error;
   auto& mbr = image.as<MbrRecord>();
-  if (!mbr.signature.isValid()) std::ranges::fill(image.bytes(), u8{0});
+  if (!mbr.signature.isValid()) {
+    // The drive has its signature from there, so it outlasts the rest.
+    const u32 diskSignature = mbr.diskSignature;
+    std::ranges::fill(image.bytes(), u8{0});
+    mbr.diskSignature = diskSignature;
+  }
   if (!fitsSlot(0, entry.startSector, entry.endSector) || !isRoomFree(context, mbr, entry))
     return Error::outsideUsableArea;
   const auto slot = std::ranges::find(mbr.slots, types::kFree, &MbrSlotRecord::type);

@@ -13,7 +13,8 @@
 namespace tallowin {
 namespace {
 
-// sfdisk remarks on what it would do otherwise (gaps, alignment); these lines are no faults.
+// sfdisk remarks on what it would do otherwise (gaps, alignment); these lines are no faults. Its
+// total of sectors counts all that lies before partition 1 as allocated.
 std::string faultsIn(const std::string& output) {
   std::string faults;
   std::istringstream lines(output);
@@ -22,7 +23,8 @@ std::string faultsIn(const std::string& output) {
         line.find("No errors detected") != std::string::npos ||
         line.find("unallocated") != std::string::npos ||
         line.find("does not start on physical sector boundary") != std::string::npos ||
-        line.ends_with(':') || line.empty();
+        line.starts_with("omitting empty partition") ||
+        line.starts_with("Total allocated sectors") || line.ends_with(':') || line.empty();
     if (!isRemark) faults += line + "\n";
   }
   return faults;

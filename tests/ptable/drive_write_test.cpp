@@ -1,0 +1,406 @@
+// Every change of a table: it works, it fails at each single transfer, and the power is cut.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "disk/faulty_disk.h"
+#include "disk/recording_disk.h"
+#include "ptable/boot_code.h"
+#include "ptable/table_bench.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kDiskSectors = 204800;
+constexpr const char* kEmpty = "";
+constexpr const char* kPrimaries =
+    "label: dos\nlabel-id: 0x12345678\n1:start=2048,size=4096,type=83\n"
+    "3:start=40960,size=8192,type=7\n";
+constexpr const char* kEmptyExtended =
+    "label: dos\nlabel-id: 0x12345678\n2:start=20480,size=102400,type=5\n";
+constexpr const char* kVolumes =
+    "label: dos\nlabel-id: 0x12345678\n1:start=2048,size=4096,type=83\n"
+    "2:start=20480,size=102400,type=f\n5:start=22528,size=8192,type=83\n"
+    "6:start=61440,size=8192,type=b\n7:start=81920,size=8192,type=82\n";
+
+DriveOpenOptions alignedTo1MiB() {
+  DriveOpenOptions options;
+  options.alignment = 2048;
+  return options;
+}
+
+PartitionEntry& freeAt(Drive& drive, u64 sector) {
+  for (const auto& entry : drive.table().entries) {
+    if (entry->isFree() && entry->startSector <= sector && sector <= entry->endSector)
+      return *entry;
+    if (!entry->volumes) continue;
+    for (const auto& volume : entry->volumes->entries)
+      if (volume->isFree() && volume->startSector <= sector && sector <= volume->endSector)
+        return *volume;
+  }
+  ADD_FAILURE() << "no free block at " << sector << "\n" << pictureOf(drive);
+  return *drive.table().entries.front();
+}
+
+Error create(Drive& drive, u64 start, u64 sectors, u16 type) {
+  PartitionEntry& block = freeAt(drive, start);
+  block.startSector = start;
+  block.endSector = start + sectors - 1;
+  block.type = type;
+  block.setName("a name of a volume");
+  return drive.commit(block);
+}
+
+struct Change {
+  const char* what;
+  const char* before;  // the script; empty for a disk of zeros
+  Error (*run)(Drive& drive);
+  const char* after;  // the used rows
+};
+
+const Change kChanges[] = {
+    {"first primary of an empty disk", kEmpty,
+     [](Drive& d) { return create(d, 2048, 20480, 0x0C); }, "1: 2048..22527 0Ch *\n"},
+    {"primary into the free slot between others", kPrimaries,
+     [](Drive& d) { return create(d, 20480, 2048, 0x83); },
+     "1: 2048..6143 83h\n2: 20480..22527 83h *\n3: 40960..49151 07h\n"},
+    {"extended partition", kPrimaries, [](Drive& d) { return create(d, 51200, 102400, 0x0F); },
+     "1: 2048..6143 83h\n3: 40960..49151 07h\n2: 51200..153599 0Fh *\n"},
+    {"first volume", kEmptyExtended, [](Drive& d) { return create(d, 22528, 2048, 0x83); },
+     "2: 20480..122879 05h\n  5: 22528..24575 83h\n"},
+    {"first volume, not at the start of its container", kEmptyExtended,
+     [](Drive& d) { return create(d, 61440, 2048, 0x83); },
+     "2: 20480..122879 05h\n  5: 61440..63487 83h\n"},
+    {"volume in the middle", kVolumes, [](Drive& d) { return create(d, 40960, 2048, 0x0B); },
+     "1: 2048..6143 83h\n2: 20480..122879 0Fh\n  5: 22528..30719 83h\n  6: 40960..43007 0Bh\n"
+     "  7: 61440..69631 0Bh\n  8: 81920..90111 82h\n"},
+    {"volume at the end, right behind its EBR", kVolumes,
+     [](Drive& d) {
+       auto& block = dynamic_cast<VolumeEntry&>(freeAt(d, 100000));
+       block.ebr = block.volumeStart - 1;
+       return create(d, 100000, 2048, 0x83);
+     },
+     "1: 2048..6143 83h\n2: 20480..122879 0Fh\n  5: 22528..30719 83h\n  6: 61440..69631 0Bh\n"
+     "  7: 81920..90111 82h\n  8: 100000..102047 83h\n"},
+    {"primary removed", kPrimaries, [](Drive& d) { return d.remove(*d.findByKernelNumber(3)); },
+     "1: 2048..6143 83h\n"},
+    {"extended partition removed with its volumes", kVolumes,
+     [](Drive& d) { return d.remove(*d.findByKernelNumber(2)); }, "1: 2048..6143 83h\n"},
+    {"first volume removed", kVolumes, [](Drive& d) { return d.remove(*d.findByKernelNumber(5)); },
+     "1: 2048..6143 83h\n2: 20480..122879 0Fh\n  5: 61440..69631 0Bh\n  6: 81920..90111 82h\n"},
+    {"volume in the middle removed", kVolumes,
+     [](Drive& d) { return d.remove(*d.findByKernelNumber(6)); },
+     "1: 2048..6143 83h\n2: 20480..122879 0Fh\n  5: 22528..30719 83h\n  6: 81920..90111 82h\n"},
+    {"last volume removed", kVolumes, [](Drive& d) { return d.remove(*d.findByKernelNumber(7)); },
+     "1: 2048..6143 83h\n2: 20480..122879 0Fh\n  5: 22528..30719 83h\n  6: 61440..69631 0Bh\n"},
+    {"type of a primary", kPrimaries,
+     [](Drive& d) { return d.changeType(*d.findByKernelNumber(3), 0x17); },
+     "1: 2048..6143 83h\n3: 40960..49151 17h\n"},
+    {"type of a volume", kVolumes,
+     [](Drive& d) { return d.changeType(*d.findByKernelNumber(6), 0x0C); },
+     "1: 2048..6143 83h\n2: 20480..122879 0Fh\n  5: 22528..30719 83h\n  6: 61440..69631 0Ch\n"
+     "  7: 81920..90111 82h\n"},
+};
+
+MemoryDisk diskOf(const Change& change) {
+  MemoryDisk disk = *change.before == '\0' ? MemoryDisk(kDiskSectors)
+                                           : diskFromScript(kDiskSectors, change.before);
+  // Opened once, so that all volumes have their numbers on the disk.
+  TableBench bench(std::move(disk), alignedTo1MiB());
+  return bench.disk().copy();
+}
+
+std::string usedRows(const Drive& drive) {
+  std::string rows;
+  const std::string picture = pictureOf(drive);
+  for (std::size_t at = 0; at < picture.size();) {
+    const std::size_t end = picture.find('\n', at) + 1;
+    const std::string line = picture.substr(at, end - at);
+    if (line.find("free") == std::string::npos) rows += line;
+    at = end;
+  }
+  return rows;
+}
+
+std::string rowsOn(MemoryDisk& disk) {
+  TableBench bench(disk.copy(), alignedTo1MiB());
+  return usedRows(bench.drive());
+}
+
+TEST(DriveWrite, EachChangeIsWhatSfdiskReads) {
+  for (const Change& change : kChanges) {
+    TableBench bench(diskOf(change), alignedTo1MiB());
+    EXPECT_EQ(change.run(bench.drive()), Error::none) << change.what;
+    EXPECT_NE(bench.drive().flags() & kDriveChanged, 0U);
+    EXPECT_EQ(bench.drive().reread(), Error::none);
+    EXPECT_EQ(usedRows(bench.drive()), change.after) << change.what;
+    EXPECT_FALSE(bench.drive().table().hasErrors()) << change.what;
+    const SfdiskTable judged = readTable(bench.disk());
+    EXPECT_EQ(judged.problems, "") << change.what;
+    EXPECT_EQ(judged.rows, rowsOf(bench.drive())) << change.what;
+  }
+}
+
+// A disk whose n-th flush fails, once or from then on.
+class FlushFault : public DiskWrapper {
+ public:
+  FlushFault(DiskDevice& inner, u64 n, bool forever)
+      : DiskWrapper(inner), n_(n), forever_(forever) {}
+  bool flush() override {
+    const u64 now = count_++;
+    return now != n_ && !(forever_ && now > n_);
+  }
+
+ private:
+  u64 n_;
+  bool forever_;
+  u64 count_ = 0;
+};
+
+// The error says which table is on the disk.
+void expectTableOf(Error error, const std::string& before, const Change& change, MemoryDisk& disk) {
+  const std::string now = rowsOn(disk);
+  switch (error) {
+    case Error::none:
+    case Error::writeFailedNewTable:
+      EXPECT_EQ(now, change.after) << change.what;
+      break;
+    case Error::writeFailedTableUnknown:
+      EXPECT_TRUE(now == before || now == change.after) << change.what << "\n" << now;
+      break;
+    default:
+      EXPECT_TRUE(error == Error::read || error == Error::write) << codeOf(error);
+      EXPECT_EQ(now, before) << change.what << ", error " << codeOf(error);
+  }
+}
+
+TEST(DriveWrite, EachFailedTransferLeavesTheTableThatTheErrorNames) {
+  enum class Kind { read, write, writeForever, flush, flushForever };
+  for (const Change& change : kChanges) {
+    MemoryDisk before = diskOf(change);
+    const std::string rowsBefore = rowsOn(before);
+    for (const Kind kind :
+         {Kind::read, Kind::write, Kind::writeForever, Kind::flush, Kind::flushForever}) {
+      Error error = Error::read;
+      for (u64 n = 0; error != Error::none; ++n) {
+        ASSERT_LT(n, 100U) << change.what;
+        MemoryDisk disk = before.copy();
+        FakeHost host;
+        FlushFault flushes(disk, kind == Kind::flush || kind == Kind::flushForever ? n : 1000,
+                           kind == Kind::flushForever);
+        auto faulty = std::make_shared<FaultyDisk>(flushes);
+        auto drive = TableBench::openOn(faulty, host, alignedTo1MiB());
+        if (kind == Kind::read) faulty->failRead(n);
+        if (kind == Kind::write || kind == Kind::writeForever)
+          faulty->failWrite(n, kind == Kind::writeForever);
+        error = change.run(*drive);
+        expectTableOf(error, rowsBefore, change, disk);
+      }
+    }
+  }
+}
+
+// A write that arrives although it fails, on a disk that takes no more after it.
+TEST(DriveWrite, AFailedWriteThatArrivedIsToldAsTheNewTable) {
+  class LyingDisk : public DiskWrapper {
+   public:
+    using DiskWrapper::DiskWrapper;
+    bool transferOut(u64 lba, const void* buffer, u32 count) override {
+      if (!isDead_) static_cast<void>(DiskWrapper::transferOut(lba, buffer, count));
+      isDead_ = true;
+      return false;
+    }
+
+   private:
+    bool isDead_ = false;
+  };
+  const Change& change = kChanges[7];
+  MemoryDisk disk = diskOf(change);
+  FakeHost host;
+  auto drive = TableBench::openOn(std::make_shared<LyingDisk>(disk), host, alignedTo1MiB());
+  EXPECT_EQ(change.run(*drive), Error::writeFailedNewTable);
+  EXPECT_EQ(rowsOn(disk), change.after);
+  EXPECT_NE(drive->flags() & kDriveChanged, 0U);
+}
+
+TEST(DriveWrite, APowerCutLeavesTheOldTableOrTheNewOne) {
+  for (const Change& change : kChanges) {
+    MemoryDisk before = diskOf(change);
+    const std::string rowsBefore = rowsOn(before);
+    MemoryDisk disk = before.copy();
+    FakeHost host;
+    auto recording = std::make_shared<RecordingDisk>(disk);
+    auto drive = TableBench::openOn(recording, host, alignedTo1MiB());
+    ASSERT_EQ(change.run(*drive), Error::none) << change.what;
+    const WriteLog& log = recording->log();
+    ASSERT_TRUE(log.steps().back().isFlush) << change.what;
+    for (std::size_t cut = 0; cut <= log.size(); ++cut) {
+      const std::size_t open = log.unflushedBefore(cut);
+      for (u64 subset = 0; subset < (u64{1} << open); ++subset) {
+        for (std::size_t torn = 0; torn <= open; ++torn) {
+          MemoryDisk after =
+              log.replaySubset(before, cut, subset, torn == open ? WriteLog::kNoTornStep : torn);
+          const std::string rows = rowsOn(after);
+          EXPECT_TRUE(rows == rowsBefore || rows == change.after)
+              << change.what << ", cut after " << cut << "\n"
+              << rows;
+        }
+      }
+    }
+  }
+}
+
+TEST(DriveWrite, BootCodeAndActiveSlotFollowTheFirstDiskRule) {
+  const auto mbrOf = [](TableBench& bench) {
+    return *recordAt<MbrRecord>(std::span<const u8>(bench.disk().sector(0)));
+  };
+  TableBench first{MemoryDisk(kDiskSectors), alignedTo1MiB()};
+  ASSERT_EQ(create(first.drive(), 2048, 2048, 0x83), Error::none);
+  EXPECT_TRUE(std::ranges::equal(mbrOf(first).bootCode, bootCodeBytes(BootCode::standard)));
+  EXPECT_EQ(mbrOf(first).slots[0].bootIndicator, kBootActive);
+  ASSERT_EQ(first.drive().reread(), Error::none);
+  ASSERT_EQ(create(first.drive(), 8192, 2048, 0x83), Error::none);
+  EXPECT_EQ(mbrOf(first).slots[1].bootIndicator, 0);
+
+  MemoryDisk other(kDiskSectors);
+  other.setBiosNumber(0x81);
+  MbrRecord foreign{};
+  foreign.bootCode[0] = 0xFA;
+  foreign.signature.set();
+  other.setSector(0, bytesOf(foreign));
+  TableBench second(std::move(other), alignedTo1MiB());
+  ASSERT_EQ(create(second.drive(), 2048, 2048, 0x83), Error::none);
+  EXPECT_EQ(mbrOf(second).bootCode, foreign.bootCode);
+  EXPECT_EQ(mbrOf(second).slots[0].bootIndicator, 0);
+}
+
+TEST(DriveWrite, ChsFieldsFollowTheModeOfTheDrive) {
+  const auto endChsWith = [](u32 flags, u64 start, u64 sectors) {
+    DriveOpenOptions options = alignedTo1MiB();
+    options.flags |= flags;
+    TableBench bench{MemoryDisk(u64{40} * 1024 * 2048), options};
+    EXPECT_EQ(create(bench.drive(), start, sectors, 0x83), Error::none);
+    return recordAt<MbrRecord>(std::span<const u8>(bench.disk().sector(0)))->slots[0].endChs;
+  };
+  using Chs = std::array<u8, 3>;
+  EXPECT_EQ(endChsWith(0, 2048, 2048), (Chs{65, 1, 0}));
+  EXPECT_EQ(endChsWith(kDriveChsForceEnd, 2048, 2048), (Chs{254, 63, 0}));
+  EXPECT_EQ(endChsWith(kDriveChsEndIfTruncated, 2048, 2048), (Chs{65, 1, 0}));
+  EXPECT_EQ(endChsWith(kDriveChsEndIfTruncated, 2048, 20480000), (Chs{254, 0xFF, 0xFF}));
+  EXPECT_EQ(endChsWith(0, 2048, 20480000)[2], 0xFF);
+}
+
+// What does not fit is refused before anything is written.
+TEST(DriveWrite, RefusalsChangeNothing) {
+  const auto refused = [](MemoryDisk disk, auto run, Error expected, const char* what) {
+    TableBench bench(std::move(disk), alignedTo1MiB());
+    MemoryDisk before = bench.disk().copy();
+    EXPECT_EQ(run(bench.drive()), expected) << what;
+    EXPECT_TRUE(bench.disk().sameContent(before)) << what;
+  };
+  refused(
+      diskFromScript(kDiskSectors,
+                     "label: dos\n2048,2048,83\n4096,2048,83\n6144,2048,83\n8192,2048,83\n"),
+      [](Drive& d) { return create(d, 20480, 2048, 0x83); }, Error::noFreeEntry, "four primaries");
+  refused(
+      diskFromScript(kDiskSectors, kPrimaries),
+      [](Drive& d) { return create(d, 20480, 30000, 0x83); }, Error::outsideUsableArea, "overlap");
+  refused(
+      diskFromScript(kDiskSectors, kPrimaries),
+      [](Drive& d) { return create(d, 100000, kDiskSectors, 0x83); }, Error::outsideUsableArea,
+      "beyond the disk");
+  refused(
+      diskFromScript(kDiskSectors, kVolumes),
+      [](Drive& d) { return create(d, 40960, 30000, 0x83); }, Error::outsideUsableArea,
+      "over the next volume");
+  refused(
+      diskFromScript(kDiskSectors, kVolumes),
+      [](Drive& d) { return create(d, 100000, 40000, 0x83); }, Error::outsideUsableArea,
+      "beyond its container");
+  refused(
+      diskFromScript(kDiskSectors, "label: gpt\n2048,2048\n"),
+      [](Drive& d) {
+        EXPECT_STREQ(d.schemeName(), "MBR");
+        EXPECT_EQ(pictureOf(d), "1: 1..204799 EEh\n");
+        EXPECT_EQ(d.changeType(*d.findByKernelNumber(1), 0x83), Error::schemeNotYetSupported);
+        EXPECT_EQ(d.ensureDiskSignature(1), Error::schemeNotYetSupported);
+        return d.remove(*d.findByKernelNumber(1));
+      },
+      Error::schemeNotYetSupported, "GPT");
+
+  MemoryDisk embr = diskFromScript(kDiskSectors, kPrimaries);
+  std::vector<u8> header(512);
+  std::ranges::copy(std::string_view("EMBR\x02\x02\x01"), header.begin());
+  std::ranges::copy(std::string_view("MPT\x05"), header.begin() + 18);
+  embr.setSector(1, header);
+  refused(
+      std::move(embr),
+      [](Drive& d) {
+        EXPECT_EQ(pictureOf(d), "1: 2048..6143 83h\n3: 40960..49151 07h\n");
+        return d.remove(*d.findByKernelNumber(1));
+      },
+      Error::schemeNotYetSupported, "EMBR");
+}
+
+// Somebody else changes the table between reading and writing.
+TEST(DriveWrite, ATableThatChangedMeanwhileIsNotOverwritten) {
+  TableBench bench(diskFromScript(kDiskSectors, kVolumes), alignedTo1MiB());
+  FakeHost host;
+  auto other =
+      TableBench::openOn(std::make_shared<DiskWrapper>(bench.disk()), host, alignedTo1MiB());
+  ASSERT_EQ(other->remove(*other->findByKernelNumber(6)), Error::none);
+  EXPECT_EQ(create(bench.drive(), 40960, 2048, 0x83), Error::tableChangedMeanwhile);
+  EXPECT_EQ(bench.drive().remove(*bench.drive().findByKernelNumber(7)),
+            Error::tableChangedMeanwhile);
+  ASSERT_EQ(other->reread(), Error::none);
+  ASSERT_EQ(other->remove(*other->findByKernelNumber(1)), Error::none);
+  EXPECT_EQ(create(bench.drive(), 150000, 2048, 0x83), Error::tableChangedMeanwhile);
+}
+
+TEST(DriveWrite, HiddenVolumesKeepTheirTypeInTheEbr) {
+  TableBench bench(diskFromScript(kDiskSectors, kVolumes), alignedTo1MiB());
+  Drive& drive = bench.drive();
+  PartitionEntry& volume = *drive.findByKernelNumber(7);
+  ASSERT_EQ(drive.changeType(volume, types::hide(volume.type)), Error::none);
+  EXPECT_EQ(volume.mbrType, 0xED);
+  ASSERT_EQ(drive.reread(), Error::none);
+  EXPECT_EQ(drive.findByKernelNumber(7)->mbrType, 0xED);
+  EXPECT_EQ(drive.findByKernelNumber(7)->type, 0x82);
+  ASSERT_EQ(drive.changeType(*drive.findByKernelNumber(7), 0x82), Error::none);
+  EXPECT_EQ(readTable(bench.disk()).rows.back().type, 0x82U);
+}
+
+TEST(DriveWrite, SignatureAndKernelNumbersAreSettled) {
+  class KernelSpy : public DiskWrapper {
+   public:
+    using DiskWrapper::DiskWrapper;
+    KernelTable tellKernel(std::span<const KernelPartition> wanted) override {
+      told.assign(wanted.begin(), wanted.end());
+      return KernelTable::upToDate;
+    }
+    std::vector<KernelPartition> told;
+  };
+  MemoryDisk disk(kDiskSectors);
+  FakeHost host;
+  auto spy = std::make_shared<KernelSpy>(disk);
+  auto drive = TableBench::openOn(spy, host, alignedTo1MiB());
+  ASSERT_EQ(drive->ensureDiskSignature(), Error::none);
+  EXPECT_NE(drive->diskSignature() & 0xFF, 0U);
+  const u32 signature = drive->diskSignature();
+  ASSERT_EQ(drive->ensureDiskSignature(5), Error::none);
+  ASSERT_EQ(create(*drive, 20480, 102400, 0x05), Error::none);
+  ASSERT_EQ(drive->reread(), Error::none);
+  ASSERT_EQ(create(*drive, 22528, 2048, 0x83), Error::none);
+  // The model is still the one before the volume; the kernel is told what is on the disk.
+  EXPECT_EQ(drive->settle(), KernelTable::upToDate);
+  ASSERT_EQ(spy->told.size(), 2U);
+  EXPECT_EQ(spy->told[0].sectorCount, 2U);
+  EXPECT_EQ(spy->told[1].number, 5U);
+  EXPECT_EQ(spy->told[1].startSector, 22528U);
+  ASSERT_EQ(drive->reread(), Error::none);
+  EXPECT_EQ(drive->diskSignature(), signature);
+}
+
+}  // namespace
+}  // namespace tallowin
