@@ -131,7 +131,6 @@ u16 Drive::typeForEnd(u16 type, u64 endSector) const {
   const bool isBeyondChs = endSector > lastChsSector_;
   const auto variantOf = [isBeyondChs](u16 shown) -> u16 {
     switch (shown) {
-      case 0x01:
       case 0x04:
       case 0x06:
         return isBeyondChs ? 0x0E : shown;
