@@ -108,12 +108,13 @@ void fillFat32Fields(FatVolume& volume) {
 }
 
 void initialiseFsInfo(FatVolume& volume) {
-  FatFsInfoRecord& info = *recordAt<FatFsInfoRecord>(volume.bootAreaSector(1));
-  std::copy_n(kFsInfoLeadSignature, sizeof(info.leadSignature), info.leadSignature);
-  std::copy_n(kFsInfoStructSignature, sizeof(info.structSignature), info.structSignature);
-  info.freeClusters = kFreeClustersUnknown;
-  info.nextFreeCluster = 4;
-  std::copy_n(kFatSectorTrail, sizeof(info.trailSignature), info.trailSignature);
+  auto* info = recordAt<FatFsInfoRecord>(volume.bootAreaSector(1));
+  if (info == nullptr) return;  // a boot area has three whole sectors
+  std::copy_n(kFsInfoLeadSignature, sizeof(info->leadSignature), info->leadSignature);
+  std::copy_n(kFsInfoStructSignature, sizeof(info->structSignature), info->structSignature);
+  info->freeClusters = kFreeClustersUnknown;
+  info->nextFreeCluster = 4;
+  std::copy_n(kFatSectorTrail, sizeof(info->trailSignature), info->trailSignature);
 }
 
 void clearBehindBootSector(FatVolume& volume) {

@@ -70,7 +70,7 @@ std::string memberText(const Row&, const std::vector<std::string>&) {
 
 template <typename Owner>
 bool isDefault(const OptionRow<Owner>& row, const Owner& owner) {
-  const Owner defaults{};
+  static const Owner defaults{};
   return std::visit([&](auto member) { return owner.*member == defaults.*member; }, row.member);
 }
 
@@ -99,7 +99,7 @@ std::optional<std::string> storedOption(const OptionRow<Owner>& row, const Owner
 template <typename Owner>
 void readOptionSection(std::span<const OptionRow<Owner>> rows, const SettingsText& text,
                        std::string_view section, Owner& owner) {
-  const Owner defaults{};
+  static const Owner defaults{};
   for (const OptionRow<Owner>& row : rows) {
     if (row.key.empty()) continue;
     std::visit([&](auto member) { owner.*member = defaults.*member; }, row.member);
