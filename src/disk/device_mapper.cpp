@@ -23,11 +23,11 @@ std::optional<MapperMember> resolve(Host& host, u32 mapperMajor, const NodeInfo&
   if (depth == kMaxStack || mapperMajor == 0 || node.major != mapperMajor) return std::nullopt;
   const std::string slaves = format("/sys/block/dm-%u/slaves", node.minor);
   for (const std::string& member : host.list(slaves, "*")) {
-    const MapperMember found{member, slaves + "/" + member};
+    const MapperMember found{member, format("%s/%s", slaves.c_str(), member.c_str())};
     if (isPhysical(member)) return found;
     if (!member.starts_with("dm-")) continue;
     if (descend == Descend::no) {
-      const auto name = host.firstLine("/sys/block/" + member + "/dm/name");
+      const auto name = host.firstLine(format("/sys/block/%s/dm/name", member.c_str()));
       if (name && isSnapshotPiece(*name)) return found;
     } else if (const auto info = host.nodeInfo("/dev/" + member)) {
       if (auto lower = resolve(host, mapperMajor, *info, descend, depth + 1)) return lower;

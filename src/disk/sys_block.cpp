@@ -55,7 +55,7 @@ bool namesDiskOrPartition(const std::string& diskPath, const std::string& node) 
 std::vector<SysPartition> kernelPartitions(Host& host, const std::string& sysFolder) {
   std::vector<SysPartition> partitions;
   for (const std::string& name : host.list(sysFolder, "*")) {
-    const std::string folder = sysFolder + "/" + name;
+    const std::string folder = format("%s/%s", sysFolder.c_str(), name.c_str());
     const u64 number = host.number(folder + "/partition");
     const u64 start = host.number(folder + "/start");
     const u64 size = host.number(folder + "/size");
