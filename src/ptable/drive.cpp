@@ -182,11 +182,8 @@ void Drive::adopt(TableReading reading) {
 
   const bool hasTop = table_->slots != 0 && (table_->status & kTableUnreadable) == 0;
   if ((flags_ & kDriveReadVolumes) != 0 && hasTop) {
-    for (const auto& entry : table_->entries) {
-      const bool hasChain = types::isExtended(entry->type) && entry->startSector != 0 &&
-                            entry->startSector < entry->endSector;
-      if (hasChain) readVolumes(tableContext(), *entry);
-    }
+    for (const auto& entry : table_->entries)
+      if (mayHoldVolumes(*entry)) readVolumes(tableContext(), *entry);
   }
   if (hasTop) addFreeBlocks();
 }
@@ -326,7 +323,7 @@ Error Drive::ensureDiskSignature(u32 value) {
 
 KernelTable Drive::settle() {
   DriveOpenOptions options;
-  options.flags = flags_ | kDriveReadVolumes | kDriveWholeDiskAllowed;
+  options.flags = flags_ | kDriveReadVolumes | kDriveWholeDiskAllowed | kDriveLeaveSequence;
   // The kernel is told what is on the disk, not what the model had before the change.
   Drive now(disk_, host_, options);
   now.lastLba_ = lastLba_;

@@ -127,6 +127,11 @@ std::size_t linkSlotOf(const EbrRecord& ebr) {
   return types::isChainLink(ebr.slots[0].type) ? 0 : 1;
 }
 
+bool mayHoldVolumes(const TableEntry& entry) {
+  return types::isExtended(entry.type) && entry.startSector != 0 &&
+         entry.startSector < entry.endSector;
+}
+
 void readVolumes(const TableContext& context, TableEntry& container) {
   container.volumes = std::make_unique<VolumeList>();
   ChainReader(context, container).run();

@@ -12,6 +12,9 @@ namespace tallowin {
 std::size_t volumeSlotOf(const EbrRecord& ebr);
 std::size_t linkSlotOf(const EbrRecord& ebr);
 
+// An extended partition with room for a chain.
+bool mayHoldVolumes(const TableEntry& entry);
+
 // Reads the volumes of `container`, an extended partition of the table, into its list, sorted by
 // EBR position. Each EBR is read once. Nothing is ever an error: see VolumeListStatus.
 void readVolumes(const TableContext& context, TableEntry& container);

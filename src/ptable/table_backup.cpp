@@ -1,0 +1,178 @@
+#include "ptable/table_backup.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "ptable/ebr_reader.h"
+#include "ptable/mbr_scheme.h"
+#include "ptable/sector_swap.h"
+#include "ptable/shown_only_scheme.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+// The sectors of a backup as a disk, on which the table readers work. The sector behind an EBR
+// may be missing; it reads as zeros.
+class BackupDisk : public DiskDevice {
+ public:
+  explicit BackupDisk(const TableBackup& backup) : diskSectors_(backup.diskSectors) {
+    traits_.sectorSizeBytes = backup.sectorSizeBytes;
+    traits_.readOnly = true;
+    for (const TableSector& sector : backup.sectors) sectors_[sector.lba] = &sector;
+  }
+
+  bool flush() override { return true; }
+  std::optional<u64> sectorCount() override { return diskSectors_; }
+  bool firmwareGeometry(Geometry&) override { return false; }
+
+ protected:
+  bool transferIn(u64 lba, void* buffer, u32 count) override {
+    if (!sectors_.contains(lba)) return false;
+    auto* out = static_cast<u8*>(buffer);
+    std::fill_n(out, std::size_t{count} * sectorSize(), u8{0});
+    for (u32 i = 0; i < count; ++i) {
+      const auto found = sectors_.find(lba + i);
+      if (found == sectors_.end()) continue;
+      std::ranges::copy(found->second->bytes, out + std::size_t{i} * sectorSize());
+    }
+    return true;
+  }
+  bool transferOut(u64, const void*, u32) override { return false; }
+
+ private:
+  u64 diskSectors_;
+  std::map<u64, const TableSector*> sectors_;
+};
+
+void addChainSectors(const TableEntry& container, std::set<u64>& lbas) {
+  for (const u64 ebr : container.volumes->chain) lbas.insert(container.startSector + ebr);
+  for (const auto& volume : container.volumes->entries) {
+    if (volume->volumeStart - volume->ebr >= kFirstVolumeAfterSequence)
+      lbas.insert(container.startSector + volume->ebr + 1);
+  }
+}
+
+// The sectors that make up the table on a disk, as far as it can be read.
+Error findTableSectors(DiskDevice& disk, u64 diskSectors, std::set<u64>& lbas) {
+  std::vector<u8> mbr(disk.sectorSize());
+  if (!disk.readSectors(0, mbr.data(), 1)) return Error::read;
+  lbas.insert(0);
+  const LabelReader noLabels;
+  const TableContext context{disk, {}, diskSectors - 1, kDriveReadVolumes, 0, noLabels};
+  TableReading reading;
+  MbrScheme().read(context, mbr, reading);
+  for (const auto& entry : reading.table.entries) {
+    if (!mayHoldVolumes(*entry)) continue;
+    readVolumes(context, *entry);
+    addChainSectors(*entry, lbas);
+  }
+  std::erase_if(lbas, [&](u64 lba) { return lba >= diskSectors; });
+  return Error::none;
+}
+
+Error readTableSectors(DiskDevice& disk, const std::set<u64>& lbas,
+                       std::vector<TableSector>& sectors) {
+  for (const u64 lba : lbas) {
+    TableSector sector{lba, std::vector<u8>(disk.sectorSize())};
+    if (!disk.readSectors(lba, sector.bytes.data(), 1)) return Error::read;
+    sectors.push_back(std::move(sector));
+  }
+  return Error::none;
+}
+
+const MbrRecord& mbrOf(const TableBackup& backup) {
+  return *recordAt<MbrRecord>(std::span<const u8>(backup.sectors.front().bytes));
+}
+
+bool endsBehind(const MbrRecord& mbr, u64 diskSectors) {
+  return mbr.signature.isValid() &&
+         std::ranges::any_of(mbr.slots, [diskSectors](const MbrSlotRecord& slot) {
+           return slot.type != types::kFree && u64{slot.startLba} + slot.sectorCount > diskSectors;
+         });
+}
+
+// Everything that can be checked before the first write.
+Error checkFits(Drive& drive, const TableBackup& backup, const RestoreOptions& options) {
+  const u64 diskSectors = drive.lastLba() + 1;
+  const bool otherSize = backup.diskSectors != diskSectors;
+  if (backup.sectorSizeBytes != drive.sectorSize()) return Error::backupOfOtherDisk;
+  if (otherSize && !options.otherDiskSize) return Error::backupOfOtherDisk;
+  if (backup.diskSignature != drive.diskSignature() && !options.otherSignature)
+    return Error::backupOfOtherDisk;
+  const bool isWhole = !backup.sectors.empty() && backup.sectors.front().lba == 0 &&
+                       std::ranges::all_of(backup.sectors, [&](const TableSector& sector) {
+                         return sector.bytes.size() == backup.sectorSizeBytes;
+                       });
+  if (!isWhole) return Error::corrupt;
+  if (otherSize && endsBehind(mbrOf(backup), diskSectors)) return Error::corrupt;
+  if (ShownOnlyScheme().isOn(backup.sectors.front().bytes, backup.sectorSizeBytes))
+    return Error::schemeNotYetSupported;
+  // Only sectors that the table in the backup itself leads to are written.
+  BackupDisk disk(backup);
+  std::set<u64> lbas;
+  if (const Error error = findTableSectors(disk, diskSectors, lbas); error != Error::none)
+    return Error::corrupt;
+  const bool leadsToAll = std::ranges::all_of(
+      backup.sectors, [&](const TableSector& sector) { return lbas.contains(sector.lba); });
+  return leadsToAll ? Error::none : Error::corrupt;
+}
+
+bool writeAll(DiskDevice& disk, std::span<const TableSector> sectors) {
+  return std::ranges::all_of(sectors, [&](const TableSector& sector) {
+    return disk.writeSectors(sector.lba, sector.bytes.data(), 1);
+  });
+}
+
+// The old MBR stands, and so must what it leads to.
+Error putBack(DiskDevice& disk, std::span<const TableSector> old) {
+  const bool isBack = writeAll(disk, old);
+  return disk.flush() && isBack ? Error::write : Error::writeFailedTableUnknown;
+}
+
+}  // namespace
+
+Error takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup) {
+  if (const Error error = drive.changesAllowed(); error != Error::none) return error;
+  DiskDevice& disk = drive.disk();
+  TableBackup taken;
+  taken.sectorSizeBytes = drive.sectorSize();
+  taken.diskSectors = drive.lastLba() + 1;
+  taken.savedAt = secondsSinceEpoch;
+  taken.diskName = disk.model();
+  if (!disk.serial().empty()) taken.diskName += (taken.diskName.empty() ? "" : " ") + disk.serial();
+  if (taken.diskName.empty()) taken.diskName = disk.traits().path;
+  std::set<u64> lbas = {0};
+  if (drive.scheme() != Scheme::wholeDisk) {
+    if (const Error error = findTableSectors(disk, taken.diskSectors, lbas); error != Error::none)
+      return error;
+  }
+  if (const Error error = readTableSectors(disk, lbas, taken.sectors); error != Error::none)
+    return error;
+  taken.diskSignature = mbrOf(taken).diskSignature;
+  backup = std::move(taken);
+  return Error::none;
+}
+
+Error restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions& options) {
+  if (const Error error = drive.changesAllowed(); error != Error::none) return error;
+  if (const Error error = checkFits(drive, backup, options); error != Error::none) return error;
+  DiskDevice& disk = drive.disk();
+  const auto wanted = std::span(backup.sectors).subspan(1);
+  std::set<u64> lbas;
+  for (const TableSector& sector : wanted) lbas.insert(sector.lba);
+  std::vector<TableSector> old;
+  if (const Error error = readTableSectors(disk, lbas, old); error != Error::none) return error;
+  TableSectorImage mbr(disk, 0);
+  if (const Error error = mbr.load(); error != Error::none) return error;
+  std::ranges::copy(backup.sectors.front().bytes, mbr.bytes().begin());
+
+  if (!writeAll(disk, wanted)) return putBack(disk, old);
+  if (const Error error = mbr.store(); error != Error::none)
+    return error == Error::write ? putBack(disk, old) : error;
+  drive.setFlags(kDriveChanged, kDriveChanged);
+  return Error::none;
+}
+
+}  // namespace tallowin

@@ -1,0 +1,160 @@
+// A kept table comes back, or nothing changes.
+#include "ptable/table_backup.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "disk/faulty_disk.h"
+#include "disk/recording_disk.h"
+#include "ptable/table_bench.h"
+#include "support/temp_folder.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kDiskSectors = 204800;
+constexpr const char* kScript =
+    "label: dos\nlabel-id: 0x12345678\n1:start=2048,size=4096,type=83,bootable\n"
+    "2:start=20480,size=102400,type=f\n5:start=22528,size=8192,type=83\n"
+    "6:start=61440,size=8192,type=b\n7:start=81920,size=8192,type=82\n";
+
+TableBackup backupOf(Drive& drive) {
+  TableBackup backup;
+  EXPECT_EQ(takeTableBackup(drive, 1'700'000'000, backup), Error::none);
+  return backup;
+}
+
+// Removes volumes and makes others over their EBRs.
+void changeMuch(Drive& drive) {
+  for (const u32 number : {6U, 5U, 1U}) {
+    ASSERT_EQ(drive.remove(*drive.findByKernelNumber(number)), Error::none);
+    ASSERT_EQ(drive.reread(), Error::none);
+  }
+  VolumeEntry& block = *largestInnerFree(drive);
+  ASSERT_EQ(commitAt(drive, block, block.startSector, 30000, 0x07), Error::none);
+}
+
+TEST(TableBackup, HoldsMbrAndChainAndComesBackThroughAFile) {
+  TableBench bench(diskFromScript(kDiskSectors, kScript));
+  MemoryDisk before = bench.disk().copy();
+  const TableBackup backup = backupOf(bench.drive());
+  // The MBR, and three EBRs with the sectors of their numbers.
+  EXPECT_EQ(backup.sectors.size(), 7U);
+  const TempFolder folder;
+  ASSERT_EQ(writeTableBackup(backup, folder.file("kept.tbk")), Error::none);
+  changeMuch(bench.drive());
+  TableBackup read;
+  ASSERT_EQ(readTableBackup(folder.file("kept.tbk"), read), Error::none);
+  EXPECT_EQ(read.savedAt, 1'700'000'000U);
+  EXPECT_EQ(read.diskName, "memory");
+  ASSERT_EQ(restoreTable(bench.drive(), read), Error::none);
+  EXPECT_EQ(readTable(bench.disk()).rows, readTable(before).rows);
+  EXPECT_EQ(readTableBackup(folder.file("missing"), read), Error::noSuchFile);
+}
+
+TEST(TableBackup, FilesThatWereTamperedWithAreRefused) {
+  TableBench bench(diskFromScript(kDiskSectors, kScript));
+  std::vector<u8> file = encodeTableBackup(backupOf(bench.drive()));
+  TableBackup read;
+  for (const std::size_t at :
+       {std::size_t{12}, std::size_t{20}, std::size_t{36}, file.size() / 2, file.size() - 1}) {
+    std::vector<u8> changed = file;
+    changed[at] ^= 0x81;
+    EXPECT_EQ(decodeTableBackup(changed, read), Error::corrupt) << at;
+  }
+  EXPECT_EQ(decodeTableBackup(std::span(file).first(file.size() - 600), read), Error::corrupt);
+  file[0] = 'X';
+  EXPECT_EQ(decodeTableBackup(file, read), Error::notThisFormat);
+  EXPECT_EQ(decodeTableBackup({}, read), Error::notThisFormat);
+}
+
+TEST(TableBackup, BackupsThatDoNotFitTheDiskWriteNothing) {
+  TableBench bench(diskFromScript(kDiskSectors, kScript));
+  const TableBackup good = backupOf(bench.drive());
+  MemoryDisk before = bench.disk().copy();
+  const auto refused = [&](auto change, RestoreOptions options = {}) {
+    TableBackup backup = good;
+    change(backup);
+    const Error error = restoreTable(bench.drive(), backup, options);
+    EXPECT_TRUE(bench.disk().sameContent(before));
+    return error;
+  };
+  EXPECT_EQ(refused([](TableBackup& b) { b.sectorSizeBytes = 4096; }, {true, true}),
+            Error::backupOfOtherDisk);
+  EXPECT_EQ(refused([](TableBackup& b) { b.diskSectors *= 2; }), Error::backupOfOtherDisk);
+  EXPECT_EQ(refused([](TableBackup& b) { b.diskSignature = 1; }), Error::backupOfOtherDisk);
+  // A sector that the table does not lead to; a first sector that is no table's.
+  EXPECT_EQ(refused([](TableBackup& b) { b.sectors[3].lba = 150000; }), Error::corrupt);
+  EXPECT_EQ(refused([](TableBackup& b) { b.sectors.erase(b.sectors.begin()); }), Error::corrupt);
+  EXPECT_EQ(refused([](TableBackup& b) { b.sectors[0].bytes[446 + 4] = 0xEE; }),
+            Error::schemeNotYetSupported);
+
+  TableBench smaller{MemoryDisk(100000)};
+  EXPECT_EQ(restoreTable(smaller.drive(), good, {true, true}), Error::corrupt);
+  TableBench larger{MemoryDisk(kDiskSectors * 2)};
+  EXPECT_EQ(restoreTable(larger.drive(), good, {true, true}), Error::none);
+  EXPECT_EQ(readTable(larger.disk()).rows, readTable(bench.disk()).rows);
+  TableBench gpt(diskFromScript(kDiskSectors, "label: gpt\n2048,2048\n"));
+  EXPECT_EQ(restoreTable(gpt.drive(), good, {true, true}), Error::schemeNotYetSupported);
+}
+
+TEST(TableBackup, EachFailedTransferOfARestoreLeavesTheOldTable) {
+  TableBench bench(diskFromScript(kDiskSectors, kScript));
+  const TableBackup backup = backupOf(bench.drive());
+  changeMuch(bench.drive());
+  MemoryDisk before = bench.disk().copy();
+  const std::string rowsBefore = pictureOf(bench.drive());
+  for (const bool isRead : {true, false}) {
+    Error error = Error::read;
+    for (u64 n = 0; error != Error::none; ++n) {
+      ASSERT_LT(n, 100U);
+      MemoryDisk disk = before.copy();
+      auto faulty = std::make_shared<FaultyDisk>(disk);
+      auto drive = TableBench::openOn(faulty, bench.host());
+      if (isRead) faulty->failRead(n);
+      if (!isRead) faulty->failWrite(n);
+      error = restoreTable(*drive, backup);
+      if (error == Error::none) break;
+      EXPECT_TRUE(error == Error::read || error == Error::write) << codeOf(error);
+      EXPECT_TRUE(disk.sameContent(before)) << n;
+    }
+  }
+  // After a power cut the backup can be restored again, whatever was written.
+  MemoryDisk disk = before.copy();
+  auto recording = std::make_shared<RecordingDisk>(disk);
+  auto drive = TableBench::openOn(recording, bench.host());
+  ASSERT_EQ(restoreTable(*drive, backup), Error::none);
+  const WriteLog& log = recording->log();
+  ASSERT_TRUE(log.steps().back().isFlush);
+  for (std::size_t cut = 0; cut <= log.size(); ++cut) {
+    TableBench again(log.replay(before, cut));
+    ASSERT_EQ(restoreTable(again.drive(), backup), Error::none) << cut;
+    EXPECT_TRUE(again.disk().sameContent(disk)) << cut;
+  }
+}
+
+TEST(TableBackup, OldTablesAreKeptByDateAndTheOldestGo) {
+  TableBench bench(diskFromScript(kDiskSectors, kScript));
+  bench.disk().setName("/images/My disk.img");
+  const TempFolder folder;
+  folder.write("table-My_disk.img-notes.txt", "stays");
+  std::string path;
+  ASSERT_EQ(keepOldTable(bench.drive(), folder.path(), bench.host(), &path), Error::none);
+  EXPECT_EQ(path, folder.file("table-My_disk.img-20231114-221320.tbk"));
+  std::string second;
+  ASSERT_EQ(keepOldTable(bench.drive(), folder.path(), bench.host(), &second), Error::none);
+  EXPECT_NE(second, path);
+  for (std::size_t i = 0; i < kKeptTables - 1; ++i) {
+    bench.host().seconds += 100;
+    ASSERT_EQ(keepOldTable(bench.drive(), folder.path(), bench.host()), Error::none);
+  }
+  TableBackup read;
+  EXPECT_EQ(readTableBackup(path, read), Error::noSuchFile);
+  EXPECT_EQ(readTableBackup(second, read), Error::none);
+  EXPECT_EQ(folder.read("table-My_disk.img-notes.txt"), "stays");
+  EXPECT_EQ(keepOldTable(bench.drive(), folder.file("missing"), bench.host()), Error::cannotCreate);
+}
+
+}  // namespace
+}  // namespace tallowin
