@@ -19,10 +19,6 @@ using namespace layout;
 constexpr int kWidth = 587;
 constexpr int kHeight = 400;
 
-// The list's columns are narrow; the widest fixed text decides how large its letters may be.
-constexpr const char* kWidestKind = "Partition E";
-constexpr int kCellPadding = 6;
-
 struct ButtonPlace {
   Action action;
   int x, y, width, height;
@@ -100,6 +96,8 @@ void MainWindow::makeDriveArea() {
   buses_ = new ChoiceField(65, 20, 120, 21, "B&us:");
   for (const std::string& bus : model_.buses()) buses_->addChoice(bus);
   drives_ = new ChoiceField(65, 42, 200, 21, "&Drives:");
+  // At the full size these low fields would cut the letters' feet.
+  for (ChoiceField* field : {buses_, drives_}) field->textsize(kSmallFontSize);
   driveCount_ = addText(268, 42, 40, 21, {});
   for (const ButtonPlace& place : kDriveButtons)
     addButton(place.action, place.x, place.y, place.width, place.height, kFontSize);
@@ -114,7 +112,7 @@ void MainWindow::makeList() {
   list_->column_char('\t');
   std::copy(std::begin(kRowColumnWidths), std::end(kRowColumnWidths), columns_);
   list_->column_widths(columns_);
-  list_->textsize(fittingSize(kWidestKind, kRowColumnWidths[1] - kCellPadding, kFontSize));
+  list_->textsize(kSmallFontSize);
   list_->callback(onList, this);
 }
 

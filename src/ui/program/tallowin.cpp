@@ -1,0 +1,22 @@
+// The graphical program.
+#include <iostream>
+#include <memory>
+
+#include "app/main_window_model.h"
+#include "app/settings/options.h"
+#include "app/settings/program_folders.h"
+#include "app/start_up.h"
+#include "base/host.h"
+#include "ui/fltk_front_end.h"
+#include "ui/main_window.h"
+
+int main(int argc, char** argv) {
+  using namespace tallowin;
+  const StartUp start = startUp({argv, argv + argc}, std::make_unique<Host>(), std::cout);
+  if (!start.session) return start.exitStatus;
+  setLook();
+  FltkFrontEnd frontEnd(start.session->options().iso8601);
+  MainWindowModel model(*start.session, frontEnd);
+  MainWindow(model, start.session->folders().helpFile()).run();
+  return kExitDone;
+}

@@ -1,0 +1,191 @@
+// Every dialog as a person works it: real keys and clicks on a display of the test's own.
+#include <gtest/gtest.h>
+
+#include "support/temp_folder.h"
+#include "ui/screen.h"
+
+namespace tallowin {
+namespace {
+
+struct Case {
+  std::vector<std::string> window;  // arguments of the gallery
+  std::string title;
+  std::string keys;
+  std::string answer;
+};
+
+class DialogTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (const std::string missing = Screen::whyMissing(); !missing.empty()) GTEST_SKIP() << missing;
+    screen_ = std::make_unique<Screen>();
+  }
+
+  static std::vector<std::string> gallery(const std::vector<std::string>& window) {
+    std::vector<std::string> command = {UI_GALLERY};
+    command.insert(command.end(), window.begin(), window.end());
+    return command;
+  }
+
+  void expectAnswer(ChildProcess& child, const std::string& answer) {
+    int status = -1;
+    EXPECT_EQ(child.output(status), answer + "\n");
+    EXPECT_EQ(status, 0);
+  }
+
+  void run(const std::vector<Case>& cases) {
+    for (const Case& c : cases) {
+      SCOPED_TRACE(testing::PrintToString(c.window) + " " + c.keys);
+      ChildProcess child(gallery(c.window));
+      ASSERT_FALSE(screen_->waitFor(c.title).empty());
+      screen_->press(c.keys);
+      expectAnswer(child, c.answer);
+    }
+  }
+
+  std::unique_ptr<Screen> screen_;
+};
+
+TEST_F(DialogTest, MessageBoxesAnswerEveryKey) {
+  run({
+      {{"message", "0x1"}, "Error", "Return", "1"},
+      {{"message", "0x1"}, "Error", "Escape", "1"},
+      {{"message", "0x4"}, "Error", "alt+F4", "1"},
+      {{"message", "0x0"}, "Notice", "F10", "1"},
+      {{"message", "0xF"}, "Notice", "alt+o", "1"},
+      {{"message", "0x22"}, "Question", "Return", "1"},
+      {{"message", "0x22"}, "Question", "Escape", "3"},
+      {{"message", "0x22"}, "Question", "Tab Return", "3"},
+      {{"message", "0x42"}, "Question", "Return", "5"},
+      {{"message", "0x42"}, "Question", "Escape", "6"},
+      {{"message", "0x42"}, "Question", "alt+n", "6"},
+      {{"message", "0x42"}, "Question", "alt+F4", "0"},
+      {{"message", "0x8045"}, "Warning", "Return", "6"},
+      {{"message", "0x8045"}, "Warning", "shift+Tab space", "5"},
+      {{"message", "0x52"}, "Question", "Escape", "3"},
+      {{"message", "0x52"}, "Question", "alt+F4", "3"},
+      {{"message", "0x8052"}, "Question", "Return", "6"},
+      {{"message", "0x75"}, "Warning", "alt+c", "7"},
+      {{"message", "0x75"}, "Warning", "Escape", "3"},
+      {{"message", "0x75"}, "Warning", "alt+F4", "0"},
+      {{"message", "0x65"}, "Warning", "Escape", "1"},
+  });
+}
+
+TEST_F(DialogTest, MessageBoxButtonsAnswerClicks) {
+  for (const auto& [side, answer] : {std::pair(-1, "5"), std::pair(1, "6")}) {
+    ChildProcess child(gallery({"message", "0x42"}));
+    const std::string window = screen_->waitFor("Question");
+    ASSERT_FALSE(window.empty());
+    const auto [width, height] = screen_->size(window);
+    screen_->click(window, width / 2 + side * 44, height - 22);
+    expectAnswer(child, answer);
+  }
+}
+
+TEST_F(DialogTest, ALongMessageStaysOnTheScreen) {
+  std::string text;
+  for (int line = 0; line < 300; ++line) text += "A line.\n";
+  ChildProcess child(gallery({"message", "0x1", text}));
+  const std::string window = screen_->waitFor("Error");
+  ASSERT_FALSE(window.empty());
+  EXPECT_LE(screen_->size(window).second, 768);
+  screen_->press("Return");
+  expectAnswer(child, "1");
+}
+
+TEST_F(DialogTest, TextInputAndChoiceBox) {
+  run({
+      {{"input", "11", "OLD"}, "Volume Label", "End a b Return", "ok OLDab"},
+      {{"input", "4", "OLD"}, "Volume Label", "End a b c F10", "ok OLDa"},
+      {{"input", "11", "OLD"}, "Volume Label", "End a Escape", "cancel OLD"},
+      {{"choice"}, "Change Disk Type", "Return", "0"},
+      {{"choice"}, "Change Disk Type", "alt+g", "1"},
+      {{"choice"}, "Change Disk Type", "Escape", "2"},
+      {{"choice"}, "Change Disk Type", "alt+F4", "2"},
+  });
+}
+
+TEST_F(DialogTest, CreateIsWorkedByKeyboard) {
+  run({
+      // Typing a type ticks Format; free space after follows the size.
+      {{"create", "gpt"},
+       "Create - 6000 MiB Block",
+       "a b Tab 1 1 alt+s BackSpace BackSpace 6 Return",
+       "ok ab,6,4095,0,1905,1,0"},
+      {{"create", "gpt"},
+       "Create - 6000 MiB Block",
+       "x alt+s 0 x 8 3 Tab ctrl+a 5 0 0 alt+b ctrl+a 1 0 0 F10",
+       "ok x,131,500,100,5400,0,0"},
+      // From the menu, and by the arrow keys of a number.
+      {{"create", "gpt"},
+       "Create - 6000 MiB Block",
+       "x Tab Down Down Return Tab Down Down F10",
+       "ok x,4,29,0,5971,1,0"},
+      {{"create", "gpt"},
+       "Create - 6000 MiB Block",
+       "x alt+s 6 Escape",
+       "cancel x,6,4095,0,1905,1,0"},
+  });
+
+  // What is missing is told, and the dialog stays open.
+  ChildProcess child(gallery({"create", "gpt"}));
+  ASSERT_FALSE(screen_->waitFor("Create - 6000 MiB Block").empty());
+  screen_->press("Return");
+  ASSERT_FALSE(screen_->waitFor("Notice").empty());
+  screen_->press("Return");
+  ASSERT_FALSE(screen_->waitFor("Create - 6000 MiB Block").empty());
+  screen_->press("Escape");
+  expectAnswer(child, "cancel ,0,6000,0,0,0,0");
+}
+
+TEST_F(DialogTest, DeleteFormatAndSummaryAreWorkedByKeyboard) {
+  run({
+      {{"delete"}, "Confirm Delete", "Return", "no 0000"},
+      {{"delete"}, "Confirm Delete", "Escape", "no 0000"},
+      {{"delete"}, "Confirm Delete", "alt+c alt+w alt+y", "yes 1100"},
+      {{"delete"}, "Confirm Delete", "shift+Tab shift+Return", "yes 0001"},
+      {{"delete", "error"}, "Confirm Delete", "alt+c alt+w alt+y", "yes 0000"},
+      {{"format"}, "Format", "Down Down Return", "ok 1024,0"},
+      {{"format"}, "Format", "alt+a F10", "ok 0,1"},
+      {{"format", "ntfs"}, "Format", "Escape", "cancel 0,0"},
+      {{"summary"}, "Format Summary", "F10", "closed"},
+      {{"summary"}, "Format Summary", "Escape", "closed"},
+      {{"help", UI_HELP_FILE}, "Tallowin Help", "F1 Page_Down Escape", "closed"},
+      {{"progress"}, "Format", "Escape", "cancelled"},
+      {{"progress"}, "Format", "alt+s", "cancelled"},
+  });
+}
+
+TEST_F(DialogTest, FileDialogWalksAndChooses) {
+  TempFolder folder;
+  folder.write("b/inner.img", "x");
+  folder.write("a.img", "x");
+  run({
+      {{"file", folder.path(), "0x44"},
+       "Open",
+       "a period i m g Return",
+       "chosen " + folder.file("a.img")},
+      {{"file", folder.path(), "0x44"}, "Open", "Down Down Return b slash Escape", "cancelled"},
+      {{"file", folder.path(), "0x44"},
+       "Open",
+       "b Return i n n e r period i m g Return",
+       "chosen " + folder.file("b/inner.img")},
+      {{"file", folder.path(), "0x49"},
+       "Save As",
+       "n e w period x Return",
+       "chosen " + folder.file("new.x")},
+  });
+
+  ChildProcess child(gallery({"file", folder.path(), "0x49"}));
+  ASSERT_FALSE(screen_->waitFor("Save As").empty());
+  screen_->type("a.img");
+  screen_->press("Return");
+  ASSERT_FALSE(screen_->waitFor("Save As").empty());
+  screen_->press("alt+n");  // keeps the file: the dialog stays open
+  screen_->press("Escape");
+  expectAnswer(child, "cancelled");
+}
+
+}  // namespace
+}  // namespace tallowin
