@@ -4,6 +4,7 @@
 #   bench/cli_bench.sh [PROGRAM]     default: build/release/tallowinctl
 set -euo pipefail
 program=$(readlink -f "${1:-$(dirname "$0")/../build/release/tallowinctl}")
+[ -x "$program" ] || { echo "build it first: cmake --build --preset release" >&2; exit 1; }
 PATH=/usr/sbin:/sbin:$PATH
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
@@ -14,7 +15,7 @@ script=(mklabel msdos mkpart primary ext4 1MiB 5MiB mkpart extended 8MiB 1000MiB
 for i in $(seq 60); do
   script+=(mkpart logical ext4 "$((16 * i))MiB" "$((16 * i + 12))MiB")
 done
-parted -s "$image" "${script[@]}"
+parted -s "$image" "${script[@]}" 2>/dev/null
 
 # The mean time of a command in seconds.
 seconds() {
