@@ -16,7 +16,7 @@ constexpr const char* kClearLine = "\r\033[K";
 // One line of the terminal, rewritten as the work goes on.
 class ConsoleProgress : public ProgressDialog, public ProgressBox {
  public:
-  ConsoleProgress(std::string text, std::string button, bool shown, bool skipScan)
+  ConsoleProgress(const std::string& text, std::string button, bool shown, bool skipScan)
       : text_(onOneLine(text)), button_(std::move(button)), shown_(shown), skipScan_(skipScan) {}
   ~ConsoleProgress() override {
     if (drawn_) std::fputs(kClearLine, stderr);

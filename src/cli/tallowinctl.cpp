@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 
 #include "app/start_up.h"
@@ -84,9 +85,30 @@ ExitStatus report(const Arguments& arguments, const CommandResult& result,
   return result.status;
 }
 
+// What flows keep beside their work, kept tables and traces, while they only rehearse.
+class ScratchFolder {
+ public:
+  ScratchFolder() {
+    std::error_code failure;
+    std::string name = std::filesystem::temp_directory_path(failure).string() + "/tallowin-XXXXXX";
+    if (!failure && ::mkdtemp(name.data())) path_ = name;
+  }
+  ~ScratchFolder() {
+    std::error_code ignored;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;  // empty: it could not be made
+};
+
 ExitStatus run(const Arguments& arguments, const std::string& programFile,
                std::unique_ptr<Host> host) {
-  const ProgramFolders folders = ProgramFolders::find(programFile);
+  ProgramFolders folders = ProgramFolders::find(programFile);
   Options options = readOptions(folders);
   options.noDevices = options.noDevices || arguments.hideDevices;
   ConsoleFrontEnd ui({.yes = arguments.yes || arguments.rehearse,
@@ -103,6 +125,11 @@ ExitStatus run(const Arguments& arguments, const std::string& programFile,
                           "out --nd to work on it."),
                   ui, json);
   chooseDrives(arguments, targetIsDevice, options);
+  std::optional<ScratchFolder> scratch;
+  if (arguments.rehearse) folders.state = scratch.emplace().path();
+  if (scratch && folders.state.empty())
+    return report(arguments, refused("There is no folder for temporary files; set TMPDIR."), ui,
+                  json);
   Session session(std::move(host), folders, std::move(options));
   CommandContext context{arguments, session, ui, json};
   return report(arguments, runCommand(context), ui, json);

@@ -53,6 +53,7 @@ CommandResult openTarget(CommandContext& context, TargetUse use, Target& target)
   if (rehearse) target.overlay = std::make_shared<OverlayDisk>(*target.disk);
   std::shared_ptr<DiskDevice> disk = target.disk;
   if (target.overlay) disk = target.overlay;
+  if (use == TargetUse::look) disk = target.looked = std::make_shared<ReadOnceDisk>(*target.disk);
   // A command that is refused later on must not have written anything by then.
   error =
       context.session.openDrive(std::move(disk), driveNumber, target.drive, kDriveLeaveSequence);

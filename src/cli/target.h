@@ -5,6 +5,7 @@
 
 #include "cli/command.h"
 #include "cli/listing.h"
+#include "cli/read_once_disk.h"
 #include "disk/overlay_disk.h"
 
 namespace tallowin {
@@ -15,6 +16,7 @@ enum class TargetUse { look, change };
 struct Target {
   std::shared_ptr<DiskDevice> disk;      // read-only for looking and for rehearsing
   std::shared_ptr<OverlayDisk> overlay;  // a rehearsal's, which the drive stands on; else null
+  std::shared_ptr<ReadOnceDisk> looked;  // what is only looked at; else null
   std::unique_ptr<Drive> drive;
 };
 

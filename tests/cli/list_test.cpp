@@ -1,6 +1,9 @@
 // What other programs put on a disk is listed as they list it.
 #include <gtest/gtest.h>
 
+#include <set>
+#include <sstream>
+
 #include "cli/ctl.h"
 
 namespace tallowin {
@@ -127,6 +130,30 @@ TEST_P(ListTest, AgreesWithTheProgramThatMadeTheTable) {
 
 INSTANTIATE_TEST_SUITE_P(Tables, ListTest, testing::ValuesIn(kCases),
                          [](const auto& row) { return std::string(row.param.name); });
+
+TEST(List, EachEbrIsReadOnce) {
+  if (!hasProgram("strace")) GTEST_SKIP() << "strace is not installed";
+  const TempFolder folder;
+  const std::string path = folder.sparse("disk.img", 100 * kMiB);
+  ASSERT_EQ(makeTable(path,
+                      "label: dos\nstart=64,size=64,type=7\nstart=2048,type=5\n"
+                      "v5: start=4096,size=2048,type=83\n"
+                      "v6: start=8192,size=2048,type=83\nv7: start=16384,type=7\n"),
+            "");
+  const std::string trace = folder.file("trace");
+  ASSERT_EQ(runProgram({"strace", "-o", trace, "-e", "trace=pread64", "-E",
+                        "ASAN_OPTIONS=detect_leaks=0", TALLOWINCTL, "list", path, "--json", "--nd"})
+                .status,
+            0);
+  // An EBR is read together with the sector behind it.
+  std::istringstream calls(folder.read("trace"));
+  std::multiset<std::string> ebrs;
+  for (std::string line; std::getline(calls, line);)
+    if (const std::size_t pair = line.find(", 1024, "); pair != std::string::npos)
+      ebrs.insert(line.substr(pair));
+  EXPECT_EQ(ebrs.size(), 3u);
+  EXPECT_EQ(std::set<std::string>(ebrs.begin(), ebrs.end()).size(), 3u) << "each once";
+}
 
 TEST(List, HasTheKeysThatScriptsRelyOn) {
   const TempFolder folder;
