@@ -67,9 +67,9 @@ void CreateView::read() {
 void CreateView::write() {
   setText(*name_, model_.name);
   setText(fileSystem_->input(), model_.fileSystem);
-  size_->show(model_.sizeMiB);
-  before_->show(model_.freeBeforeMiB);
-  after_->show(model_.freeAfterMiB);
+  size_->display(model_.sizeMiB);
+  before_->display(model_.freeBeforeMiB);
+  after_->display(model_.freeAfterMiB);
   format_->value(model_.format);
   multiOs_->value(model_.multiOs);
   apply(model_.nameControl, *name_);

@@ -33,9 +33,9 @@ DeleteView::DeleteView(DeleteModel& model)
     addText(kMargin + kInset, y, kTextWidth, kTextHeight, line);
     y += kTextHeight;
   }
-  auto* target = new TextLabel(kMargin + kInset, y, kTextWidth, targetHeight(model),
-                               model.targetText, FL_ALIGN_LEFT | FL_ALIGN_WRAP);
-  target->labelsize(kSmallFontSize);
+  addText(kMargin + kInset, y, kTextWidth, targetHeight(model), model.targetText,
+          FL_ALIGN_LEFT | FL_ALIGN_WRAP)
+      ->labelsize(kSmallFontSize);
 
   y = kFrameY + frameHeight + 4;
   clearBootSector_ = addCheckBox(kMargin, y, 150, "&Clear Boot Sector");

@@ -54,7 +54,7 @@ u32 NumberInput::value() const {
   return field.value;
 }
 
-void NumberInput::show(const NumberField& field) {
+void NumberInput::display(const NumberField& field) {
   range_ = field;
   const bool isTyping =
       Fl::focus() == &entry_ && value() == field.value && entered() <= field.maximum;

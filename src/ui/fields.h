@@ -21,10 +21,10 @@ class NumberInput : public Fl_Group {
  public:
   NumberInput(int x, int y, int width, int height, const char* label);
 
-  // The entered number moved into the range of the last show(); nothing entered counts as 0.
+  // The entered number moved into the range of the last display(); nothing entered counts as 0.
   u32 value() const;
   // Takes the range, and the value unless it is what the user is just typing.
-  void show(const NumberField& field);
+  void display(const NumberField& field);
 
  private:
   class Entry : public Fl_Int_Input {
