@@ -119,10 +119,11 @@ bool FatFormatter::buildVolume() {
   placement.lengthSectors = request_.lengthSectors;
   placement.typeId = static_cast<u8>(types::unhide(request_.typeId));
   placement.geometry = request_.geometry;
+  placement.hiddenValue = request_.hiddenSectors;
   volume_ = FatVolume::createEmpty(disk_, placement);
   const i32 wanted = static_cast<i32>(std::min(request_.sectorsPerCluster, u32{0x7FFFFFFF}));
   if (!buildBootSector(*volume_, BootSectorOrigin::fresh, request_.lengthSectors, wanted,
-                       kDriveNumberDefault) ||
+                       kDriveNumberDefault, static_cast<u32>(request_.secondsSinceEpoch)) ||
       !volume_->isValid() ||
       !settleLayout(*volume_, wanted, (request_.options & kFatAlignForNtfs) != 0))
     return false;

@@ -36,6 +36,8 @@ struct FatFormatRequest {
   std::string label;                      // empty: none
   u32 options = 0;                        // FatFormatOptions
   Geometry geometry;
+  u32 hiddenSectors = 0;      // of a volume in an extended partition: the gap to its EBR; else 0
+  u64 secondsSinceEpoch = 0;  // the serial number: its low 32 bits
   FatFormatCallback callback;
   u32 badClusters = 0;  // out: marked by the scan
 };
@@ -55,10 +57,10 @@ inline constexpr i32 kKeepClusterSize = -1;
 inline constexpr i32 kKeepClusterSizeExactly = -2;  // FAT32 does not raise it either
 
 // Fills the boot area of `volume` for `lengthSectors` and classifies it. `fresh` begins with the
-// template and a new serial; `existing` keeps boot code, label and serial.
+// template and `newSerial`; `existing` keeps boot code, label and serial.
 // False when no layout is possible; the boot area is then half filled.
 [[nodiscard]] bool buildBootSector(FatVolume& volume, BootSectorOrigin origin, u64 lengthSectors,
-                                   i32 sectorsPerCluster, u32 driveNumber);
+                                   i32 sectorsPerCluster, u32 driveNumber, u32 newSerial = 0);
 
 // Chooses sectors per cluster and per FAT, and the type text, for the boot sector's total
 // sectors. False when the size is not valid for the volume's type.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <ctime>
 
 #include "fat/fat_format.h"
 #include "fat/new_boot_sector.h"
@@ -95,8 +94,8 @@ u32 hiddenSectorsOf(const FatVolume& volume) {
 
 // What a volume keeps when its boot sector is rebuilt; its place depends on the kind.
 struct Identity {
-  u32 serial = static_cast<u32>(std::time(nullptr));
-  std::string label = kFatNoName;
+  u32 serial = 0;
+  std::string label;
 };
 
 void fillFat32Fields(FatVolume& volume) {
@@ -162,9 +161,9 @@ bool computeFatLayout(FatVolume& volume, i32 sectorsPerCluster) {
 }
 
 bool buildBootSector(FatVolume& volume, BootSectorOrigin origin, u64 lengthSectors,
-                     i32 sectorsPerCluster, u32 driveNumber) {
+                     i32 sectorsPerCluster, u32 driveNumber, u32 newSerial) {
   const bool fresh = origin == BootSectorOrigin::fresh;
-  Identity identity;
+  Identity identity{newSerial, kFatNoName};
   if (fresh) {
     std::ranges::fill(volume.bootArea(), u8{0});
     std::ranges::copy(tallowinNewFatBootSector, volume.bootArea().begin());

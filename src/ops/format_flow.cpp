@@ -125,6 +125,8 @@ class Formatting {
     if (options_.surfaceScan) request.options |= kFatScanSurface;
     if (alignForNtfs_) request.options |= kFatAlignForNtfs;
     request.geometry = drive_.geometry();
+    if (entry_->isVolume()) request.hiddenSectors = static_cast<u32>(drive_.volumeGap(*entry_));
+    request.secondsSinceEpoch = context_.host.secondsSinceEpoch();
   }
 
   Error format() {

@@ -104,6 +104,7 @@ TEST(FatFormatTest, WritesTheFieldsOfTheBootArea) {
   FatFormatRequest request = formatRequest(disk, kStart, 70000, 0x0C, 0, kFatAlignForNtfs);
   request.driveNumber = 0x81;
   request.label = "my disk?";
+  request.secondsSinceEpoch = 0x112345678;
   ASSERT_EQ(Error::none, formatFat(request));
   auto volume = openVolume(disk, kStart, 70000);
   EXPECT_EQ(0U, volume->firstDataSector() % 8);
@@ -113,7 +114,7 @@ TEST(FatFormatTest, WritesTheFieldsOfTheBootArea) {
   EXPECT_EQ(255, volume->bpb().heads);
   EXPECT_EQ(0, volume->bpb().totalSectors16);
   EXPECT_EQ(0x81, volume->identity().driveNumber);
-  EXPECT_NEAR(static_cast<double>(time(nullptr)), volume->identity().serial, 60);
+  EXPECT_EQ(0x12345678U, volume->identity().serial);
   EXPECT_EQ("MY DISK_   ", volume->label());
   EXPECT_EQ("FAT32   ", volume->typeText());
   ASSERT_NE(nullptr, volume->fsInfo());
@@ -124,6 +125,20 @@ TEST(FatFormatTest, WritesTheFieldsOfTheBootArea) {
   EXPECT_TRUE(textAt(root, 0, "MY DISK_   \x08"));
   EXPECT_TRUE(std::all_of(root.begin() + 12, root.end(), [](u8 byte) { return byte == 0; }));
 
+  // The same request makes the same volume, but for what it says of its place.
+  MemoryDisk other(100000);
+  request.device = &other;
+  request.hiddenSectors = 63;
+  ASSERT_EQ(Error::none, formatFat(request));
+  EXPECT_EQ(63U, openVolume(other, kStart, 70000)->bpb().hiddenSectors);
+  for (const u64 copy : {kStart, kStart + 6}) {
+    std::vector<u8> sector = other.sector(copy);
+    recordAt<FatBpbRecord>(std::span(sector))->hiddenSectors = kStart;
+    other.setSector(copy, sector);
+  }
+  EXPECT_EQ(readAll(disk, 0, 100000), readAll(other, 0, 100000));
+
+  request.device = &disk;
   request.label = "   ";
   ASSERT_EQ(Error::none, formatFat(request));
   EXPECT_EQ(kFatNoName, openVolume(disk, kStart, 70000)->label());
