@@ -154,7 +154,7 @@ void checkVolumes(const DiskBounds& bounds, const AlignmentRules& rules,
       volume->status |= kEntryOverlaps;
       if (previous != nullptr) previous->status |= kEntryOverlaps;
     } else {
-      gaps.push_back({nextFree, volume->ebr});
+      gaps.push_back({nextFree, std::min(volume->ebr, container.sectorCount())});
     }
     previous = volume.get();
     nextFree = volume->endSector + 1 - container.startSector;
