@@ -51,7 +51,7 @@ std::string dateText(u64 secondsSinceEpoch) {
 std::string reserveFile(const std::string& stem) {
   constexpr int kMostPerSecond = 100;
   for (int n = 1; n <= kMostPerSecond; ++n) {
-    const std::string path = stem + (n == 1 ? "" : format("_%02d", n)) + std::string(kExtension);
+    std::string path = stem + (n == 1 ? "" : format("_%02d", n)) + std::string(kExtension);
     const FileHandle file = fileOpen(path, kOpenWrite | kOpenCreate | kOpenExclusive);
     if (file == kNoFile) continue;
     fileClose(file);

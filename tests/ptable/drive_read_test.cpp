@@ -23,13 +23,20 @@ TEST(DriveRead, AgreesWithSfdiskOnEveryKindOfTable) {
   std::string many = "label: dos\n2048,20480,83\n,,5\n";
   for (int i = 0; i < 56; ++i)
     many += std::to_string(i + 5) + ":size=2048,type=" + (i % 2 == 0 ? "83" : "7") + "\n";
-  const std::string scripts[] = {
-      "label: dos\n", "label: dos\n2048,4096,83,*\n10000,5000,c\n",
-      "label: dos\n1:start=100000,size=4096,type=83\n2:start=2048,size=4096,type=7\n"
-      "4:start=50000,size=100,type=82\n",
-      "label: dos\n2048,2048,83\n10240,200000,f\n5:start=20480,size=2048,type=83\n"
-      "6:start=150000,size=4096,type=b\n7:start=40960,size=2048,type=82\n",
-      many};
+  const std::string scripts[] = {"label: dos\n", "label: dos\n2048,4096,83,*\n10000,5000,c\n",
+                                 R"(label: dos
+1:start=100000,size=4096,type=83
+2:start=2048,size=4096,type=7
+4:start=50000,size=100,type=82
+)",
+                                 R"(label: dos
+2048,2048,83
+10240,200000,f
+5:start=20480,size=2048,type=83
+6:start=150000,size=4096,type=b
+7:start=40960,size=2048,type=82
+)",
+                                 many};
   for (const std::string& script : scripts) {
     TableBench bench(diskFromScript(400 * kMiBSectors, script));
     const SfdiskTable judged = readTable(bench.disk());

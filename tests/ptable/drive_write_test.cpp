@@ -291,6 +291,19 @@ TEST(DriveWrite, ChsFieldsFollowTheModeOfTheDrive) {
   EXPECT_EQ(endChsWith(0, 2048, 20480000)[2], 0xFF);
 }
 
+// 3 TiB: what lies below the limit of 32-bit sector numbers can be used, to its last sector.
+TEST(DriveWrite, HugeDisksAreUsedUpToTheLimitOfTheTable) {
+  TableBench bench{MemoryDisk(u64{3} << 31), alignedTo1MiB()};
+  ASSERT_EQ(create(bench.drive(), 2048, 0xFFFFFFFF - 2048, 0x05), Error::none);
+  ASSERT_EQ(bench.drive().reread(), Error::none);
+  ASSERT_EQ(create(bench.drive(), 0xFFF00000, 0xFEFFE, 0x83), Error::none);
+  ASSERT_EQ(bench.drive().reread(), Error::none);
+  const SfdiskTable judged = readTable(bench.disk());
+  EXPECT_EQ(judged.problems, "");
+  EXPECT_EQ(judged.rows, rowsOf(bench.drive()));
+  EXPECT_EQ(judged.rows.size(), 2U);
+}
+
 // What does not fit is refused before anything is written.
 TEST(DriveWrite, RefusalsChangeNothing) {
   const auto refused = [](MemoryDisk disk, auto run, Error expected, const char* what) {

@@ -34,7 +34,7 @@ Entry* largest(const std::vector<std::unique_ptr<Entry>>& entries) {
 
 }  // namespace
 
-TableBench::TableBench(MemoryDisk disk, DriveOpenOptions options)
+TableBench::TableBench(MemoryDisk disk, const DriveOpenOptions& options)
     : disk_(std::make_shared<MemoryDisk>(std::move(disk))) {
   reopen(options);
 }

@@ -14,7 +14,7 @@ namespace tallowin {
 
 class TableBench {
  public:
-  explicit TableBench(MemoryDisk disk, DriveOpenOptions options = {});
+  explicit TableBench(MemoryDisk disk, const DriveOpenOptions& options = {});
   // On any device over the bench's disk or another one.
   static std::unique_ptr<Drive> openOn(std::shared_ptr<DiskDevice> disk, Host& host,
                                        const DriveOpenOptions& options = {});

@@ -95,7 +95,7 @@ SfdiskTable readTable(MemoryDisk& disk) {
                   std::to_string(disk.sectorSize()), image});
   if (loop.status != 0) return {loop.output, 0, {}};
   const std::string device = loop.output.substr(0, loop.output.find('\n'));
-  const SfdiskTable table = readTable(device);
+  SfdiskTable table = readTable(device);
   static_cast<void>(runProgram({"losetup", "--detach", device}));
   return table;
 }
