@@ -1,7 +1,7 @@
 # Sourced by run and test: which Debian packages are needed, and how missing ones get here.
 
 build_packages="g++ cmake ninja-build pkg-config libfltk1.3-dev libxcursor-dev libxinerama-dev libcli11-dev rapidjson-dev"
-test_packages="libgtest-dev libgmock-dev clang clang-tidy clang-format libclang-rt-14-dev
+test_packages="libgtest-dev libgmock-dev nlohmann-json3-dev strace clang clang-tidy clang-format libclang-rt-14-dev
   fdisk gdisk parted dosfstools mtools qemu-utils qemu-system-x86 seabios
   xvfb xauth xdotool imagemagick openbox e2fsprogs mount man-db"
 
