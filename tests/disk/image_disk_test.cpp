@@ -1,0 +1,231 @@
+#include "disk/image_disk.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "base/text.h"
+#include "disk/mbr_ends_record.h"
+#include "files/vhd_record.h"
+#include "support/temp_folder.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kImageBytes = kMiB;
+
+std::string textOf(std::span<const u8> bytes) { return {bytes.begin(), bytes.end()}; }
+
+// A VHD of 1 MiB with a geometry of 20 cylinders, 5 heads and 20 sectors: 2000 of its 2048
+// sectors.
+std::string fixedVhd() {
+  VhdFooter footer{};
+  std::copy(kVhdFooterCookie.begin(), kVhdFooterCookie.end(), footer.cookie);
+  footer.currentSizeBytes = kImageBytes;
+  footer.cylinders = 20;
+  footer.heads = 5;
+  footer.sectorsPerTrack = 20;
+  footer.diskType = static_cast<u32>(VhdDiskType::fixed);
+  return std::string(kImageBytes, '\0') + textOf(bytesOf(footer));
+}
+
+class ImageDiskTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<DiskDevice> open(const std::string& name, u8 kind = kHardDiskKind,
+                                   u32 sectorSizeBytes = 0, const SectorSizeProbe& probe = {}) {
+    OpenedImage opened =
+        openImageFile(folder.file(name), DiskAccess::readWrite, kind, sectorSizeBytes, probe);
+    EXPECT_NE(opened.disk, nullptr) << opened.reason;
+    EXPECT_EQ(opened.error, Error::none);
+    return std::move(opened.disk);
+  }
+
+  TempFolder folder;
+};
+
+TEST_F(ImageDiskTest, TheFormIsInTheTraitsAndTheGeometry) {
+  folder.sparse("raw", kImageBytes + 700);
+  folder.write("vhd", fixedVhd());
+  const auto raw = open("raw");
+  const auto vhd = open("vhd");
+  const auto optical = open("vhd", kOpticalKind);
+
+  EXPECT_EQ(raw->traits().type, DiskType::rawImage);
+  EXPECT_EQ(vhd->traits().type, DiskType::vhdImage);
+  EXPECT_EQ(optical->traits().type, DiskType::rawImage) << "an optical disc is never a container";
+  EXPECT_EQ(raw->sectorCount(), 2049U) << "the rest makes no sector";
+  EXPECT_EQ(vhd->sectorCount(), 2000U) << "whole cylinders";
+  EXPECT_EQ(optical->sectorSize(), 2048U);
+  EXPECT_EQ(optical->sectorCount(), 512U);
+  EXPECT_EQ(optical->traits().deviceKind, kOpticalKind);
+  for (const auto* disk : {&raw, &vhd, &optical}) {
+    const DiskTraits& traits = (*disk)->traits();
+    EXPECT_EQ(traits.kindByte, 0xFE);
+    EXPECT_EQ(traits.deviceClass, 8);
+    EXPECT_EQ(traits.media, MediaFlag::fixed);
+    EXPECT_EQ(traits.commandTimeoutSeconds, 5);
+    EXPECT_EQ(traits.maxTransferBytes, kAllOnes32);
+    EXPECT_FALSE(traits.readOnly);
+  }
+
+  Geometry geometry;
+  EXPECT_TRUE(vhd->firmwareGeometry(geometry));
+  EXPECT_EQ(geometry, (Geometry{19, 4, 20})) << "as the image states it";
+  EXPECT_FALSE(raw->firmwareGeometry(geometry));
+  EXPECT_EQ(geometry, (Geometry{1023, 254, 63})) << "neither container nor table states one";
+}
+
+TEST_F(ImageDiskTest, ARawImageHasTheGeometryOfItsTable) {
+  MbrEndsRecord mbr;
+  mbr.bootSignature = 0xAA55;
+  mbr.entries[0].type = 0x83;
+  mbr.entries[0].lastHead = 15;
+  mbr.entries[0].lastSector = 63;
+  mbr.entries[0].firstLba = 63;
+  mbr.entries[0].sectorCount = 1000;
+  std::string bytes = textOf(bytesOf(mbr));
+  bytes.resize(std::size_t{1008} * 3 * 512);
+  folder.write("raw", bytes);
+  Geometry geometry;
+  EXPECT_TRUE(open("raw")->firmwareGeometry(geometry));
+  EXPECT_EQ(geometry, (Geometry{2, 15, 63}));
+}
+
+// A table whose `entry` has the type and starts at sector 8 of `sectorSizeBytes`, where a boot
+// sector lies.
+std::string partitionedImage(u32 sectorSizeBytes, u8 type, std::size_t entry) {
+  constexpr u32 kStart = 8;
+  MbrEndsRecord mbr;
+  mbr.bootSignature = 0xAA55;
+  mbr.entries[0].type = 0x83;  // says nothing: no boot sector need stand there
+  mbr.entries[0].firstLba = 4;
+  mbr.entries[entry].type = type;
+  mbr.entries[entry].firstLba = kStart;
+  std::string bytes = textOf(bytesOf(mbr));
+  bytes.resize(kImageBytes);
+  MbrEndsRecord bootSector;
+  bootSector.bootSignature = 0xAA55;
+  bytes.replace(std::size_t{kStart} * sectorSizeBytes, 512, textOf(bytesOf(bootSector)));
+  return bytes;
+}
+
+TEST_F(ImageDiskTest, TheFirstBootSectorTellsTheSectorSizeOfARawImage) {
+  struct Case {
+    u32 written;
+    u8 type;
+    std::size_t entry;
+    u32 expected;
+  };
+  const Case cases[] = {
+      {512, 0x0C, 0, 512},   {1024, 0x06, 1, 1024}, {2048, 0x07, 3, 2048},
+      {4096, 0x05, 2, 4096}, {4096, 0x1B, 1, 4096},  // a hidden one
+      {4096, 0x83, 1, 512},                          // of no family that begins with a boot sector
+      {8192, 0x07, 1, 512},                          // no sector size that there is
+  };
+  for (const Case& each : cases) {
+    folder.write("raw", partitionedImage(each.written, each.type, each.entry));
+    const auto disk = open("raw");
+    EXPECT_EQ(disk->sectorSize(), each.expected)
+        << format("%u, type %02X", each.written, each.type);
+    EXPECT_EQ(disk->sectorCount(), kImageBytes / each.expected);
+  }
+
+  folder.write("raw", partitionedImage(4096, 0x07, 1));
+  EXPECT_EQ(open("raw", kHardDiskKind, 1024)->sectorSize(), 1024U) << "what is given holds";
+  std::string unsignedTable = partitionedImage(4096, 0x07, 1);
+  unsignedTable[510] = '\0';
+  folder.write("raw", unsignedTable);
+  EXPECT_EQ(open("raw")->sectorSize(), 512U);
+  folder.write("short", partitionedImage(512, 0x07, 1).substr(0, 2048));
+  EXPECT_EQ(open("short")->sectorSize(), 512U) << "the entry leads beyond the end";
+}
+
+TEST_F(ImageDiskTest, AFileSystemOnTheWholeDiskTellsTheSectorSize) {
+  folder.write("raw", partitionedImage(4096, 0x07, 1));
+  const auto sizeWith = [&](std::optional<u32> identified) {
+    const SectorSizeProbe probe = [&](DiskDevice& disk) {
+      EXPECT_EQ(disk.sectorSize(), 512U);
+      u8 sector[512];
+      EXPECT_TRUE(disk.readSectors(0, sector, 1));
+      return identified;
+    };
+    return open("raw", kHardDiskKind, 0, probe)->sectorSize();
+  };
+  EXPECT_EQ(sizeWith(std::nullopt), 4096U) << "no file system: the table tells";
+  EXPECT_EQ(sizeWith(2048), 2048U);
+  EXPECT_EQ(sizeWith(0), 512U) << "one that states none; its boot code is no table";
+  EXPECT_EQ(sizeWith(768), 512U);
+  EXPECT_EQ(sizeWith(65536), 512U);
+}
+
+TEST_F(ImageDiskTest, LargeSectorsLieWhereTheyBelongAndEndWithTheImage) {
+  folder.sparse("raw", kImageBytes + 2048);
+  const auto disk = open("raw", kHardDiskKind, 4096);
+  std::vector<u8> sector(4096, 0xA7);
+  EXPECT_EQ(disk->sectorCount(), 256U);
+  ASSERT_TRUE(disk->writeSectors(255, sector.data(), 1));
+  ASSERT_TRUE(disk->writeSectors(3, sector.data(), 1));
+  ASSERT_TRUE(disk->writeZeros(3, 1));
+  EXPECT_FALSE(disk->writeSectors(256, sector.data(), 1)) << "half a sector is none";
+  EXPECT_FALSE(disk->readSectors(255, std::vector<u8>(8192).data(), 2));
+  EXPECT_FALSE(disk->readSectors(kAllOnes64, sector.data(), 1));
+  ASSERT_TRUE(disk->flush());
+  std::string expected(kImageBytes + 2048, '\0');
+  expected.replace(kImageBytes - 4096, 4096, 4096, '\xA7');
+  EXPECT_TRUE(folder.read("raw") == expected);
+}
+
+TEST_F(ImageDiskTest, OneOpenerAtATimeHoldsTheLock) {
+  folder.sparse("raw", kImageBytes);
+  const auto first = open("raw");
+  auto second = open("raw");
+  EXPECT_TRUE(first->lockForChange());
+  EXPECT_FALSE(second->lockForChange());
+  first->unlockAfterChange();
+  EXPECT_TRUE(second->lockForChange());
+  second.reset();
+  EXPECT_TRUE(first->lockForChange()) << "closing lets go";
+}
+
+TEST_F(ImageDiskTest, AReadOnlyImageIsReadAndNeverChanged) {
+  for (const std::string& content : {std::string(kImageBytes, 'x'), fixedVhd()}) {
+    folder.write("image", content);
+    const OpenedImage image = openImageFile(folder.file("image"), DiskAccess::readOnly);
+    ASSERT_TRUE(image.disk) << image.reason;
+    EXPECT_TRUE(image.disk->traits().readOnly);
+    u8 sector[512] = {1};
+    EXPECT_TRUE(image.disk->readSectors(0, sector, 1));
+    EXPECT_EQ(sector[0], static_cast<u8>(content[0]));
+    EXPECT_FALSE(image.disk->writeSectors(0, sector, 1));
+    EXPECT_FALSE(image.disk->writeZeros(0, 1));
+    EXPECT_TRUE(image.disk->flush());
+    EXPECT_TRUE(folder.read("image") == content);
+  }
+}
+
+TEST_F(ImageDiskTest, ARefusalNamesTheFileAndTheReason) {
+  const auto refusal = [&](const std::string& name, Error error, u32 sectorSizeBytes = 0) {
+    const OpenedImage image =
+        openImageFile(folder.file(name), DiskAccess::readWrite, kHardDiskKind, sectorSizeBytes);
+    EXPECT_EQ(image.disk, nullptr) << name;
+    EXPECT_EQ(image.error, error) << name;
+    EXPECT_TRUE(image.reason.starts_with(folder.file(name))) << image.reason;
+    EXPECT_EQ(image.reason.find('\n'), std::string::npos);
+    return image.reason;
+  };
+  folder.write("qcow2", "QFI\xFB" + std::string(1000, '\0'));
+  EXPECT_NE(refusal("qcow2", Error::unsupportedForm).find("qcow2, which"), std::string::npos);
+  folder.write("cut", fixedVhd().substr(kImageBytes / 2));
+  EXPECT_NE(refusal("cut", Error::corrupt).find("shorter than its footer"), std::string::npos);
+  EXPECT_NE(refusal("missing", Error::cannotOpenForReading).find("No such file"),
+            std::string::npos);
+  EXPECT_NE(refusal("", Error::cannotOpenForReading).find("directory"), std::string::npos)
+      << "a folder";
+  folder.sparse("raw", kImageBytes);
+  EXPECT_NE(refusal("raw", Error::unsupportedForm, 520).find("4096 bytes"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace tallowin
