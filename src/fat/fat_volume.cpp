@@ -136,29 +136,24 @@ bool FatVolume::writeBootArea() {
   const u32 reserved = reservedSectors();
   const u32 count = std::min(ntStyle ? u32{2} : kBootAreaSectors, reserved);
   const u32 backup = bpb32().backupBootSector;
-  if (!ntStyle) stampTrail(bootAreaSector(2));
   if (!disk_.writeSectors(startSector(), bootArea_.data(), count)) return false;
   // A backup that would lie over the original is none.
   if (backup >= count && backup + count < reserved &&
       !disk_.writeSectors(startSector() + backup, bootArea_.data(), count))
     return false;
-  if (!ntStyle) return true;
-  return (reserved <= kNtThirdSector ||
-          disk_.writeSectors(startSector() + kNtThirdSector, bootAreaSector(2).data(), 1)) &&
-         (reserved <= 2 || stampSectorTwo());
+  if (ntStyle && reserved > kNtThirdSector &&
+      !disk_.writeSectors(startSector() + kNtThirdSector, bootAreaSector(2).data(), 1))
+    return false;
+  return reserved <= 2 || stampSectorTwo();
 }
 
-// NT-style boot code leaves sector 2 alone but for its closing signature.
+// Sector 2 alone, not its backup, ends with a signature whatever else it holds.
 bool FatVolume::stampSectorTwo() {
   std::vector<u8> sector(disk_.sectorSize());
   if (!disk_.readSectors(startSector() + 2, sector.data(), 1)) return false;
-  stampTrail(sector);
-  return disk_.writeSectors(startSector() + 2, sector.data(), 1);
-}
-
-void FatVolume::stampTrail(std::span<u8> sector) {
   std::copy(std::begin(kFatSectorTrail), std::end(kFatSectorTrail),
             sector.end() - sizeof(kFatSectorTrail));
+  return disk_.writeSectors(startSector() + 2, sector.data(), 1);
 }
 
 std::span<u8> FatVolume::bootAreaSector(u32 slot) {

@@ -161,7 +161,6 @@ class FatVolume {
   std::optional<FatKind> kindFromBootSector() const;
   bool isSound() const;
 
-  static void stampTrail(std::span<u8> sector);
   bool stampSectorTwo();
 
   // Changed sectors of the FAT, counted from its start, as they lie in a window.

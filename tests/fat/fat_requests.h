@@ -38,6 +38,17 @@ inline std::unique_ptr<FatVolume> formatAndOpen(DiskDevice& disk, u64 start, u32
   return volume;
 }
 
+// An entry as it lies in a FAT, read without the window cache.
+inline u32 rawEntry(const std::vector<u8>& fat, FatKind kind, u32 index) {
+  const auto byte = [&](std::size_t at) { return u32{fat.at(at)}; };
+  if (kind == FatKind::fat32)
+    return byte(4 * index) | byte(4 * index + 1) << 8 | byte(4 * index + 2) << 16 |
+           byte(4 * index + 3) << 24;
+  if (kind == FatKind::fat16) return byte(2 * index) | byte(2 * index + 1) << 8;
+  const u32 first = byte(index * 3 / 2), second = byte(index * 3 / 2 + 1);
+  return index % 2 == 0 ? first | (second & 0xF) << 8 : first >> 4 | second << 4;
+}
+
 inline std::vector<u8> readAll(DiskDevice& disk, u64 lba, u64 count) {
   std::vector<u8> bytes(count * disk.sectorSize());
   EXPECT_TRUE(disk.readSectors(lba, bytes.data(), count));

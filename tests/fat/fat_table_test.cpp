@@ -19,17 +19,6 @@ constexpr Kind kFat12{0x01, 4000, 0xFFF};
 constexpr Kind kFat16{0x06, 40000, 0xFFFF};
 constexpr Kind kFat32{0x0B, 70000, 0x0FFFFFFF};
 
-// An entry as it lies in a FAT, read without the window cache.
-u32 rawEntry(const std::vector<u8>& fat, FatKind kind, u32 index) {
-  const auto byte = [&](std::size_t at) { return u32{fat.at(at)}; };
-  if (kind == FatKind::fat32)
-    return byte(4 * index) | byte(4 * index + 1) << 8 | byte(4 * index + 2) << 16 |
-           byte(4 * index + 3) << 24;
-  if (kind == FatKind::fat16) return byte(2 * index) | byte(2 * index + 1) << 8;
-  const u32 first = byte(index * 3 / 2), second = byte(index * 3 / 2 + 1);
-  return index % 2 == 0 ? first | (second & 0xF) << 8 : first >> 4 | second << 4;
-}
-
 using CacheCase = std::tuple<Kind, u32 /*window sectors*/, u32 /*saved windows*/>;
 
 class FatTableModelTest : public testing::TestWithParam<CacheCase> {};

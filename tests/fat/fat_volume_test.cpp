@@ -118,12 +118,13 @@ TEST_F(FatVolumeTest, TheLayoutFollowsFromTheBootSector) {
 TEST_F(FatVolumeTest, TheBootAreaGoesWhereItBelongsAndNowhereElse) {
   format(0x0B, 70000);
   const std::vector<u8> fat = readAll(disk_, kStart + 32, 1);
+  EXPECT_EQ(std::vector<u8>(512), disk_.sector(kStart + 8)) << "only sector 2 is stamped";
   auto volume = openVolume(disk_, kStart, length_);
   ASSERT_NE(nullptr, volume->fsInfo());
   volume->fsInfo()->nextFreeCluster = 99;
   ASSERT_TRUE(volume->writeBootArea());
-  EXPECT_EQ(readAll(disk_, kStart, 3), readAll(disk_, kStart + 6, 3));
-  EXPECT_EQ(0xAA, readAll(disk_, kStart + 2, 1)[511]);
+  EXPECT_EQ(readAll(disk_, kStart, 2), readAll(disk_, kStart + 6, 2));
+  EXPECT_EQ(0xAA, disk_.sector(kStart + 2)[511]);
 
   // NT-style code: two sectors and their backup, the third in sector 12, sector 2 but for its end.
   disk_.setSector(kStart + 2, std::vector<u8>(512, 0x22));

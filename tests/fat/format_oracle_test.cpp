@@ -1,6 +1,7 @@
 // What formatting makes, judged by programs that are not ours.
 #include <fstream>
 
+#include "disk/faulty_disk.h"
 #include "disk/image_disk.h"
 #include "fat/fat_requests.h"
 #include "support/oracle.h"
@@ -110,7 +111,40 @@ TEST_F(FormatOracleTest, Fat32OfEveryClusterSize) {
 
 TEST_F(FormatOracleTest, TheLargestFat32) { judge(0x0C, 0xFFFFFF80, 512, 0, kFatAlignForNtfs); }
 
-// Inside a disk, where the others find it by its offset; with bad clusters nobody uses.
+// What the scan marks is bad for everybody, in both FATs, and no file is put there.
+TEST_F(FormatOracleTest, BadClustersAreKeptFree) {
+  for (const u16 type : {u16{0x01}, u16{0x06}, u16{0x0C}}) {
+    SCOPED_TRACE(testing::Message() << "type " << type);
+    const u32 sectors = type == 0x01 ? 20000 : 70000;
+    auto image = newImage(sectors, 512);
+    FatFormatRequest request = formatRequest(*image, 0, sectors, type);
+    ASSERT_EQ(Error::none, formatFat(request));
+    auto volume = openVolume(*image, 0, sectors);
+    const std::vector<u32> bad{2, 5, 6, 9, volume->highestCluster()};
+    FaultyDisk faulty(*image);
+    for (const u32 cluster : bad) {
+      const u64 lba = volume->clusterToLba(cluster);
+      faulty.failReadsOf({lba, lba});
+    }
+    request.device = &faulty;
+    request.options = kFatScanSurface;
+    ASSERT_EQ(Error::none, formatFat(request));
+    EXPECT_EQ(bad.size(), request.badClusters);
+
+    expectUsable(0);
+    expectSound();
+    for (u32 copy = 0; copy < 2; ++copy) {
+      const std::vector<u8> fat = readAll(
+          *image, volume->fatStartLba() + copy * volume->sectorsPerFat(), volume->sectorsPerFat());
+      std::vector<u32> marked;
+      for (u32 cluster = 2; cluster <= volume->highestCluster(); ++cluster)
+        if (rawEntry(fat, volume->kind(), cluster) == volume->badMark()) marked.push_back(cluster);
+      EXPECT_EQ(bad, marked) << "copy " << copy;
+    }
+  }
+}
+
+// Inside a disk, where the others find it by its offset.
 TEST_F(FormatOracleTest, APartitionInADisk) {
   constexpr u64 kStart = 2048;
   auto disk = newImage(kStart + 70000, 512);
