@@ -9,6 +9,8 @@ namespace tallowin {
 std::string formatList(const char* pattern, std::va_list arguments) {
   std::va_list again;
   va_copy(again, arguments);
+  // va_copy is not followed by the analyser.
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
   const int length = std::vsnprintf(nullptr, 0, pattern, again);
   va_end(again);
   if (length <= 0) return {};

@@ -172,6 +172,7 @@ FatVolume::DirtyRun FatVolume::dirtyRunOf(const FatWindowCache::Window& window) 
 bool FatVolume::writeDirtyWindows() {
   const std::vector<FatWindowCache::Window*> dirty = cache_.dirtyWindows();
   std::vector<DirtyRun> runs;
+  runs.reserve(dirty.size());
   for (const FatWindowCache::Window* window : dirty) runs.push_back(dirtyRunOf(*window));
   bool ok = true;
   for (std::size_t first = 0, end = 0; first < runs.size(); first = end) {

@@ -55,7 +55,7 @@ void fillProtectiveMbr(std::span<u8> sector, const Guid& diskGuid) {
 }
 
 bool isProtective(std::span<const u8> mbrSector) {
-  for (const std::size_t typeAt : {450, 466, 482, 498}) {
+  for (const u32 typeAt : {450U, 466U, 482U, 498U}) {
     if (mbrSector[typeAt] == 0xEE) return true;
   }
   return false;

@@ -6,6 +6,7 @@
 #include <FL/fl_draw.H>
 
 #include <algorithm>
+#include <cmath>
 
 #include "base/text.h"
 #include "ui/dialog_window.h"
@@ -95,7 +96,7 @@ FileDialog::FileDialog(FileChooser& chooser)
   list_->format_char(kFormatEscape);
   list_->callback(onList, this);
   fl_font(FL_HELVETICA, kFontSize);
-  const int digit = static_cast<int>(fl_width('0') + 0.5);
+  const int digit = static_cast<int>(std::lround(fl_width('0')));
   columns_[0] = width - (kSizeDigits + kDateDigits) * digit - kScrollReserve;
   columns_[1] = kSizeDigits * digit;
   list_->column_widths(columns_);

@@ -36,7 +36,7 @@ ProgressBoxWindow::ProgressBoxWindow(const std::string& title, MessageKind icon,
   if (isListedKind(icon)) icon_ = makeIcon(kBoxIconGap, kMargin, kBoxIconSize, iconOf(icon));
   label_ = new TextLabel(0, kMargin, 1, 1, {}, FL_ALIGN_LEFT);
   window_.end();
-  setText(text);
+  ProgressBoxWindow::setText(text);
   window_.showCentred();
   serveEvents();
 }
@@ -82,8 +82,8 @@ ProgressDialogWindow::ProgressDialogWindow(const std::string& title, const std::
   window_.end();
   window_.size(kDialogWidth, y + kButtonRowHeight);
   window_.set_modal();
-  setProgress(0, {});
-  setButton(buttonLabel);
+  ProgressDialogWindow::setProgress(0, {});
+  ProgressDialogWindow::setButton(buttonLabel);
   window_.showCentred();
   Fl::flush();
 }

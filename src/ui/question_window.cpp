@@ -75,7 +75,7 @@ class IconPlate : public Fl_Box {
     draw_box(FL_THIN_UP_FRAME, FL_BACKGROUND_COLOR);
     fl_font(FL_TIMES_BOLD, kIconFontSize * w() / kIconSize);
     fl_color(icon_.color);
-    fl_draw(&icon_.letter, 1, x() + (w() - static_cast<int>(fl_width(icon_.letter))) / 2,
+    fl_draw(&icon_.letter, 1, x() + (w() - static_cast<int>(fl_width(&icon_.letter, 1))) / 2,
             y() + (h() + fl_height()) / 2 - fl_descent());
   }
 
@@ -129,6 +129,8 @@ QuestionWindow::QuestionWindow(const Question& question, const TextInput* input)
   int bottom = kMargin + std::max(topHeight, textHeight);
   size(textX + textWidth + kMargin, 1);
   if (question.icon) makeIcon(kMargin, kMargin, kIconSize, *question.icon);
+  // The group that is open owns what is made.
+  // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
   addText(question.text, textX, textWidth, std::max(topHeight, textHeight));
   if (input) {
     input_ = new Fl_Input(textX, bottom + kGap, textWidth, kFieldHeight);
