@@ -143,7 +143,16 @@ bool hasSignature(DiskDevice& sectorsOf512, u64 sector) {
   return sectorsOf512.readSectors(sector, &record, 1) && record.bootSignature == 0xAA55;
 }
 
+// Whether every partition of the table ends inside the image when sectors are that large.
+bool fitsImage(const MbrEndsRecord& mbr, u64 sectors) {
+  return std::all_of(std::begin(mbr.entries), std::end(mbr.entries), [&](const auto& entry) {
+    return entry.type == 0 || u64{entry.firstLba} + entry.sectorCount <= sectors;
+  });
+}
+
 // The sector size with which the table's first entry leads to a boot sector; 0 when none does.
+// With a partition that was never formatted a larger size can lead into another partition, so
+// the whole table has to fit such a size.
 u32 sizeByPartitionTable(DiskDevice& sectorsOf512) {
   MbrEndsRecord mbr;
   if (!sectorsOf512.readSectors(0, &mbr, 1) || mbr.bootSignature != 0xAA55) return 0;
@@ -152,8 +161,10 @@ u32 sizeByPartitionTable(DiskDevice& sectorsOf512) {
         return startsWithSignature(candidate.type) && candidate.firstLba != 0;
       });
   if (entry == std::end(mbr.entries)) return 0;
+  const u64 sectors = sectorsOf512.sectorCount().value_or(0);
   for (const u32 size : kSectorSizes) {
     const u64 scale = size / kContainerSectorBytes;
+    if (scale != 1 && !fitsImage(mbr, sectors / scale)) return 0;
     // The signature stands in the last two bytes of the first 512 whatever the sector size.
     if (hasSignature(sectorsOf512, entry->firstLba * scale)) return size;
   }

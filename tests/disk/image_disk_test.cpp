@@ -142,6 +142,19 @@ TEST_F(ImageDiskTest, TheFirstBootSectorTellsTheSectorSizeOfARawImage) {
   EXPECT_EQ(open("short")->sectorSize(), 512U) << "the entry leads beyond the end";
 }
 
+TEST_F(ImageDiskTest, ALargerSectorSizeMustFitTheWholeTable) {
+  // Sector 8 of 512 bytes was never formatted; what lies at eight times its place is another's.
+  std::string bytes = partitionedImage(4096, 0x0C, 1);
+  MbrEndsRecord mbr =
+      *recordAt<MbrEndsRecord>(std::span(reinterpret_cast<const u8*>(bytes.data()), bytes.size()));
+  mbr.entries[2].type = 0x05;
+  mbr.entries[2].firstLba = 64;
+  mbr.entries[2].sectorCount = kImageBytes / 512 - 64;
+  bytes.replace(0, 512, textOf(bytesOf(mbr)));
+  folder.write("raw", bytes);
+  EXPECT_EQ(open("raw")->sectorSize(), 512U);
+}
+
 TEST_F(ImageDiskTest, AFileSystemOnTheWholeDiskTellsTheSectorSize) {
   folder.write("raw", partitionedImage(4096, 0x07, 1));
   const auto sizeWith = [&](std::optional<u32> identified) {
