@@ -11,34 +11,29 @@ namespace tallowin {
 namespace {
 
 constexpr const char* kSkipLabel = "&Skip";
-constexpr const char* kClearLine = "\r\033[K";
 
-// One line of the terminal, rewritten as the work goes on.
 class ConsoleProgress : public ProgressDialog, public ProgressBox {
  public:
-  ConsoleProgress(const std::string& text, std::string button, bool shown, bool skipScan)
-      : text_(onOneLine(text)), button_(std::move(button)), shown_(shown), skipScan_(skipScan) {}
-  ~ConsoleProgress() override {
-    if (drawn_) std::fputs(kClearLine, stderr);
-  }
+  ConsoleProgress(ProgressLine& line, const std::string& text, std::string button, bool skipScan)
+      : line_(line), text_(text), button_(std::move(button)), skipScan_(skipScan) {}
+  ~ConsoleProgress() override { line_.end(); }
 
-  void setText(const std::string& text) override { text_ = onOneLine(text); }
+  // Another text is another phase: how far the one before it came stays on the screen.
+  void setText(const std::string& text) override {
+    if (text != text_) line_.end();
+    text_ = text;
+  }
   void setButton(const std::string& label) override { button_ = label; }
   void setProgress(u32 percent, const std::string& details) override {
-    if (!shown_) return;
-    std::fprintf(stderr, "%s%s %u %% %s", kClearLine, text_.c_str(), percent,
-                 onOneLine(details).c_str());
-    std::fflush(stderr);
-    drawn_ = true;
+    line_.draw(text_, percent, details);
   }
   bool isCancelled() override { return wasInterrupted() || (skipScan_ && button_ == kSkipLabel); }
 
  private:
+  ProgressLine& line_;
   std::string text_;
   std::string button_;
-  bool shown_;
   bool skipScan_;
-  bool drawn_ = false;
 };
 
 std::string withoutMnemonics(std::string label) {
@@ -49,24 +44,14 @@ std::string withoutMnemonics(std::string label) {
 
 }  // namespace
 
-std::string onOneLine(const std::string& text) {
-  std::string line;
-  for (const char c : text) {
-    const bool blank = c == ' ' || c == '\n' || c == '\r' || c == '\t';
-    if (!blank) line += c;
-    if (blank && !line.empty() && line.back() != ' ') line += ' ';
-  }
-  if (!line.empty() && line.back() == ' ') line.pop_back();
-  return line;
-}
-
 ConsoleFrontEnd::ConsoleFrontEnd(Answers answers)
     : answers_(answers),
       hasTerminal_(::isatty(STDIN_FILENO) == 1 && ::isatty(STDERR_FILENO) == 1),
-      showsProgress_(::isatty(STDERR_FILENO) == 1 && !answers.quiet) {}
+      progressLine_(::isatty(STDERR_FILENO) == 1 && !answers.quiet) {}
 
-std::optional<std::string> ConsoleFrontEnd::readLine(const std::string& prompt) const {
+std::optional<std::string> ConsoleFrontEnd::readLine(const std::string& prompt) {
   if (!hasTerminal_ || wasInterrupted()) return std::nullopt;
+  progressLine_.end();
   std::fputs(prompt.c_str(), stderr);
   std::fflush(stderr);
   // Unlike a read, this wait ends when Ctrl-C is pressed.
@@ -131,13 +116,13 @@ std::size_t ConsoleFrontEnd::choiceBox(const ChoiceBox& box) {
 
 std::unique_ptr<ProgressBox> ConsoleFrontEnd::progressBox(const std::string&, MessageKind,
                                                           const std::string& text) {
-  return std::make_unique<ConsoleProgress>(text, "", showsProgress_, answers_.skipScan);
+  return std::make_unique<ConsoleProgress>(progressLine_, text, "", answers_.skipScan);
 }
 
 std::unique_ptr<ProgressDialog> ConsoleFrontEnd::progressDialog(const std::string&,
                                                                 const std::string& text,
                                                                 const std::string& buttonLabel) {
-  return std::make_unique<ConsoleProgress>(text, buttonLabel, showsProgress_, answers_.skipScan);
+  return std::make_unique<ConsoleProgress>(progressLine_, text, buttonLabel, answers_.skipScan);
 }
 
 std::optional<std::string> ConsoleFrontEnd::chooseFile(const FileChoice&) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/progress_line.h"
 #include "ops/front_end.h"
 
 namespace tallowin {
@@ -44,17 +45,14 @@ class ConsoleFrontEnd : public FrontEnd {
 
  private:
   bool ask(const std::string& question, const std::string& hint);
-  std::optional<std::string> readLine(const std::string& prompt) const;
+  std::optional<std::string> readLine(const std::string& prompt);
 
   Answers answers_;
   bool hasTerminal_;
-  bool showsProgress_;
+  ProgressLine progressLine_;
   DialogHandler handler_;
   std::vector<std::string> told_;
   bool lackedConfirmation_ = false;
 };
-
-// Line breaks and runs of blanks become one blank.
-std::string onOneLine(const std::string& text);
 
 }  // namespace tallowin

@@ -15,6 +15,7 @@ namespace {
 struct FormatAnswers {
   std::string refusal;
   std::vector<std::string> summary;
+  bool scanSkipped = false;
 };
 
 void fill(const Arguments& arguments, DialogModel& model, FormatAnswers& answers) {
@@ -30,6 +31,7 @@ void fill(const Arguments& arguments, DialogModel& model, FormatAnswers& answers
   }
   if (auto* summary = dynamic_cast<FormatSummaryModel*>(&model)) {
     answers.summary = summary->lines;
+    answers.scanSkipped = summary->scanSkipped;
     summary->ok();
   }
 }
@@ -91,6 +93,9 @@ CommandResult runFormat(CommandContext& context) {
       formatFlow(context.session.context(context.ui), drive, *row.entry, options);
   if (!answers.refusal.empty()) return refused(answers.refusal);
   CommandResult result = resultOfFlow(flow, context.ui, "The partition was not formatted.");
+  if (result.status == ExitStatus::stopped && answers.scanSkipped)
+    result.message =
+        "Stopped; the partition is formatted, but not all of it was checked for surface defects.";
   if (!result.succeeded()) return result;
   if (CommandResult told = report(context, target, answers); !told.succeeded()) return told;
   CommandResult rehearsal = endRehearsal(context, target, hadErrors);

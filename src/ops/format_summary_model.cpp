@@ -19,7 +19,8 @@ std::string countLine(const char* what, u64 count) {
 
 }  // namespace
 
-FormatSummaryModel::FormatSummaryModel(const FormatSummary& summary) {
+FormatSummaryModel::FormatSummaryModel(const FormatSummary& summary)
+    : scanSkipped(summary.scanSkipped) {
   lines = {summaryLine("Name", summary.name), typeLine(summary),
            summaryLine("Size", summary.sizeText),
            format("%s: %u %s", "Cluster size", summary.clusterBytes, "byte(s)"),

@@ -29,6 +29,7 @@ class FormatSummaryModel : public DialogModel {
 
   std::string title = "Format Summary";
   std::vector<std::string> lines;
+  bool scanSkipped;  // before its end
 };
 
 }  // namespace tallowin

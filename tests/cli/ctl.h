@@ -24,10 +24,12 @@ class Ctl {
   };
   Answer json(std::vector<std::string> words);
 
+  // What is run, with the program's name and folder.
+  std::vector<std::string> command(std::vector<std::string> words) const;
+
   const TempFolder& home() const { return home_; }
 
  private:
-  std::vector<std::string> command(std::vector<std::string> words) const;
   TempFolder home_;
 };
 

@@ -1,0 +1,146 @@
+// What somebody at a terminal sees of long work, and what is left when it is stopped there.
+#include "support/terminal.h"
+
+#include <gtest/gtest.h>
+
+#include "cli/ctl.h"
+
+namespace tallowin {
+namespace {
+
+constexpr const char* kCtrlC = "\x03";
+
+bool contains(const ProgramResult& result, const std::string& text) {
+  return result.output.find(text) != std::string::npos;
+}
+
+class TerminalTest : public testing::Test {
+ protected:
+  // One FAT32 partition, large enough that its surface is not checked at once.
+  std::string largeDisk() {
+    std::string path = folder_.sparse("large.img", 256 * kGiB);
+    EXPECT_EQ(makeTable(path, "label: dos\ntype=c\n"), "");
+    return path;
+  }
+  std::vector<std::string> scan(const std::string& path) const {
+    return ctl_.command({"format", path, "--part", "1", "--cluster", "64KiB", "--scan", "--yes"});
+  }
+  // Every call that clears sectors takes a while.
+  std::vector<std::string> slowed(std::vector<std::string> words) const {
+    std::vector<std::string> command = {"strace", "-f",
+                                        "-o",     "/dev/null",
+                                        "-E",     "ASAN_OPTIONS=detect_leaks=0",
+                                        "-e",     "trace=fallocate",
+                                        "-e",     "inject=fallocate:delay_enter=200000"};
+    for (const std::string& word : ctl_.command(std::move(words))) command.push_back(word);
+    return command;
+  }
+  static void expectSoundTable(const std::string& path, std::size_t partitions) {
+    const SfdiskTable table = readTable(path);
+    EXPECT_EQ(table.problems, "");
+    EXPECT_EQ(table.rows.size(), partitions);
+  }
+
+  TempFolder folder_;
+  Ctl ctl_;
+};
+
+TEST_F(TerminalTest, ProgressIsShownAndItsEndStays) {
+  const std::string path = folder_.sparse("disk.img", 2 * kGiB);
+  ASSERT_EQ(makeTable(path, "label: dos\ntype=c\n"), "");
+  const std::vector<std::string> words = {"format", path, "--part", "1", "--scan", "--yes"};
+  const ProgramResult shown = Terminal(ctl_.command(words)).finish();
+  EXPECT_EQ(shown.status, 0) << shown.output;
+  EXPECT_TRUE(contains(shown, "Formatting 100 %\r\n")) << shown.output;
+  EXPECT_TRUE(contains(shown,
+                       "Checking for surface defects... 100 % 2.0 GiB of 2.0 GiB\r\n"
+                       "Formatted 1: "))
+      << shown.output;
+
+  std::vector<std::string> quiet = words;
+  quiet.push_back("--quiet");
+  for (const ProgramResult& unseen : {Terminal(ctl_.command(quiet)).finish(), ctl_.run(words)}) {
+    EXPECT_EQ(unseen.status, 0);
+    EXPECT_EQ(unseen.output.find("Formatted 1: "), 0u) << unseen.output;
+    EXPECT_FALSE(contains(unseen, "surface")) << unseen.output;
+  }
+}
+
+TEST_F(TerminalTest, AStoppedScanLeavesAFileSystem) {
+  const std::string path = largeDisk();
+  Terminal terminal(scan(path));
+  // Percent, bytes, speed and time left.
+  ASSERT_TRUE(terminal.waitFor(" of 256.0 GiB, "));
+  ASSERT_TRUE(terminal.waitFor(" left"));
+  terminal.type(kCtrlC);
+  const ProgramResult stopped = terminal.finish();
+  EXPECT_EQ(stopped.status, 130);
+  EXPECT_TRUE(contains(stopped, "iB/s, ")) << stopped.output;
+  EXPECT_TRUE(contains(stopped, "\r\ntallowinctl format: Stopped; the partition is formatted"))
+      << stopped.output;
+  expectSoundTable(path, 1);
+  EXPECT_EQ(ctl_.json({"info", path, "--part", "1"}).json["fs"], "fat32");
+}
+
+TEST_F(TerminalTest, ANarrowTerminalKeepsTheTimeLeft) {
+  constexpr std::size_t kColumns = 64;
+  Terminal terminal(scan(largeDisk()), kColumns);
+  ASSERT_TRUE(terminal.waitFor(" left"));
+  terminal.type(kCtrlC);
+  const ProgramResult stopped = terminal.finish();
+  for (std::size_t at = 0; (at = stopped.output.find("\033[K", at)) != std::string::npos;) {
+    at += 3;
+    EXPECT_LT(stopped.output.find_first_of("\r^", at) - at, kColumns) << stopped.output;
+  }
+}
+
+TEST_F(TerminalTest, CtrlCWhileSectorsAreClearedSaysWhatIsLeft) {
+  if (!hasProgram("strace")) GTEST_SKIP() << "strace is not installed";
+  const std::string path = folder_.sparse("disk.img", 16 * kGiB);
+  ASSERT_EQ(makeTable(path, "label: dos\nsize=15G,type=c\nsize=100M,type=83\n"), "");
+
+  Terminal format(slowed({"format", path, "--part", "1", "--cluster", "2KiB", "--yes"}));
+  ASSERT_TRUE(format.waitFor("Formatting "));
+  format.type(kCtrlC);
+  const ProgramResult unformatted = format.finish();
+  EXPECT_EQ(unformatted.status, 130) << unformatted.output;
+  EXPECT_TRUE(contains(unformatted, "must be formatted before it can be used"))
+      << unformatted.output;
+  expectSoundTable(path, 2);
+
+  Terminal wipe(slowed({"delete", path, "--part", "2", "--wipe", "--yes"}));
+  ASSERT_TRUE(wipe.waitFor(" left"));
+  wipe.type(kCtrlC);
+  const ProgramResult unwiped = wipe.finish();
+  EXPECT_EQ(unwiped.status, 130) << unwiped.output;
+  EXPECT_TRUE(contains(unwiped, "The partition was deleted, but the wipe was stopped"))
+      << unwiped.output;
+  expectSoundTable(path, 1);
+}
+
+TEST_F(TerminalTest, QuestionsAreAskedAndOnlyYesChangesAnything) {
+  const std::string path = folder_.sparse("disk.img", 100 * kMiB);
+  ASSERT_EQ(makeTable(path, "label: dos\nsize=10M,type=83\n"), "");
+  const std::string before = fileHash(path);
+  struct Answer {
+    const char* keys;
+    int status;
+    const char* said;
+  };
+  for (const Answer& answer :
+       {Answer{"n\n", 1, "nothing more was changed"}, Answer{"\n", 1, "nothing more was changed"},
+        Answer{"\x04", 1, "nothing more was changed"},
+        Answer{kCtrlC, 130, "nothing more was changed"}, Answer{"y\n", 0, "Deleted 1: "}}) {
+    EXPECT_EQ(fileHash(path), before);
+    Terminal terminal(ctl_.command({"delete", path, "--part", "1"}));
+    ASSERT_TRUE(terminal.waitFor("[y/N] "));
+    terminal.type(answer.keys);
+    const ProgramResult result = terminal.finish();
+    EXPECT_EQ(result.status, answer.status) << result.output;
+    EXPECT_TRUE(contains(result, answer.said)) << result.output;
+  }
+  expectSoundTable(path, 0);
+}
+
+}  // namespace
+}  // namespace tallowin
