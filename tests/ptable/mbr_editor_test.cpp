@@ -1,0 +1,244 @@
+#include "ptable/mbr_editor.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <tuple>
+
+#include "disk/faulty_disk.h"
+#include "disk/recording_disk.h"
+#include "ptable/boot_code.h"
+#include "ptable/table_bench.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kSectors = 204800;
+constexpr const char* kScript =
+    "label: dos\nlabel-id: 0x12345678\n1:start=2048,size=4096,type=83\n"
+    "2:start=20480,size=102400,type=f\n3:start=8192,size=4096,type=7,bootable\n"
+    "5:start=22528,size=8192,type=83\n";
+
+MemoryDisk sampleDisk() {
+  // Opened once, so that the volume has its number on the disk.
+  TableBench bench(diskFromScript(kSectors, kScript));
+  return bench.disk().copy();
+}
+
+MbrRecord mbrOf(DiskDevice& disk) {
+  std::vector<u8> sector(disk.sectorSize());
+  EXPECT_TRUE(disk.readSectors(0, sector.data(), 1));
+  return *recordAt<MbrRecord>(std::span<u8>(sector));
+}
+
+class MbrEditorTest : public testing::Test {
+ protected:
+  MbrEditorTest() { EXPECT_EQ(Error::none, editor_.load()); }
+
+  MbrRecord applied() {
+    EXPECT_EQ(Error::none, editor_.apply());
+    return mbrOf(bench_.disk());
+  }
+  const PartitionEntry& part(u32 number) { return *bench_.drive().findByKernelNumber(number); }
+  std::vector<u64> candidateStarts(std::size_t slot) const {
+    std::vector<u64> starts;
+    for (const TableEntry* entry : editor_.candidates(slot)) starts.push_back(entry->startSector);
+    return starts;
+  }
+  std::vector<bool> active() const {
+    std::vector<bool> all;
+    for (const MbrSlotRow& row : editor_.rows()) all.push_back(row.isActive);
+    return all;
+  }
+
+  TableBench bench_{sampleDisk()};
+  MbrEditor editor_{bench_.drive()};
+};
+
+using Starts = std::vector<u64>;
+using Flags = std::vector<bool>;
+
+TEST_F(MbrEditorTest, RowsShowTheSlots) {
+  const auto rows = editor_.rows();
+  ASSERT_EQ(4U, rows.size());
+  EXPECT_EQ("MBR 2", rows[2].name);
+  EXPECT_EQ(8192U, rows[2].startLba);
+  EXPECT_EQ(4096U, rows[2].sectorCount);
+  EXPECT_EQ(7, rows[2].type);
+  EXPECT_EQ("", rows[3].name);
+  EXPECT_EQ((Flags{false, false, true, false}), active());
+  EXPECT_EQ(0x12345678U, editor_.diskSignature());
+  const SlotChs chs = unpackedChs({0xFE, 0xFF, 0xFE});
+  EXPECT_EQ(1022U, chs.cylinder);
+  EXPECT_EQ(254U, chs.head);
+  EXPECT_EQ(63U, chs.sector);
+  EXPECT_FALSE(editor_.isChanged());
+}
+
+TEST_F(MbrEditorTest, ActiveIsOneOrAsManyAsWanted) {
+  editor_.setActive(0);
+  EXPECT_EQ((Flags{true, false, false, false}), active());
+  editor_.toggleActive(2);
+  EXPECT_EQ((Flags{true, false, true, false}), active());
+  editor_.toggleActive(0);
+  editor_.toggleActive(2);
+  EXPECT_EQ((Flags{false, false, false, false}), active());
+}
+
+TEST_F(MbrEditorTest, SlotsAreSwappedRemovedAndFilled) {
+  const MbrRecord before = mbrOf(bench_.disk());
+  editor_.swap(0, 1);
+  editor_.remove(2);
+  EXPECT_EQ((Starts{8192}), candidateStarts(3));
+  EXPECT_EQ((Starts{2048, 8192}), candidateStarts(1)) << "the slot's own partition is offered";
+  ASSERT_TRUE(editor_.insert(3, part(3)));
+  EXPECT_FALSE(editor_.insert(2, part(5))) << "a volume";
+  const MbrRecord after = applied();
+  EXPECT_EQ(0, std::memcmp(&before.slots[0], &after.slots[1], sizeof(MbrSlotRecord)));
+  EXPECT_EQ(0, std::memcmp(&before.slots[1], &after.slots[0], sizeof(MbrSlotRecord)));
+  EXPECT_EQ(MbrSlotRecord{}.type, after.slots[2].type);
+  EXPECT_EQ(8192U, after.slots[3].startLba);
+  EXPECT_EQ(4096U, after.slots[3].sectorCount);
+  EXPECT_EQ(7, after.slots[3].type);
+  EXPECT_EQ(0, after.slots[3].bootIndicator) << "the slot's indicator, not the partition's";
+  EXPECT_EQ("", readTable(bench_.disk()).problems);
+}
+
+TEST_F(MbrEditorTest, AnInsertedSlotHasTheAddressesOfTheDrivesMode) {
+  // 16 heads of 63 sectors, 100 cylinders: sector 204799 lies behind the last of them.
+  bench_.drive().setGeometry({99, 15, 63});
+  TableEntry beyond;
+  beyond.startSector = 1008;
+  beyond.endSector = u64{1024} * 1008 + 5;
+  beyond.type = 0x0C;
+  for (const auto& [flags, head, sector] :
+       {std::tuple(0U, 0U, 6U), std::tuple(u32{kDriveChsForceEnd}, 15U, 63U),
+        std::tuple(u32{kDriveChsEndIfTruncated}, 15U, 63U)}) {
+    bench_.drive().setFlags(kDriveChsForceEnd | kDriveChsEndIfTruncated, flags);
+    ASSERT_TRUE(editor_.insert(3, beyond));
+    const MbrSlotRow row = editor_.rows()[3];
+    EXPECT_EQ(1U, row.start.cylinder);
+    EXPECT_EQ(0U, row.start.head);
+    EXPECT_EQ(1U, row.start.sector);
+    EXPECT_EQ(1023U, row.end.cylinder);
+    EXPECT_EQ(head, row.end.head) << flags;
+    EXPECT_EQ(sector, row.end.sector) << flags;
+  }
+  beyond.endSector = u64{1} << 33;
+  EXPECT_FALSE(editor_.insert(3, beyond));
+}
+
+TEST_F(MbrEditorTest, CodeSignatureAndEndAddresses) {
+  editor_.installBootCode(BootCode::measuring);
+  editor_.setSignature(0x1234);
+  editor_.fillEndChs();
+  MbrRecord mbr = applied();
+  EXPECT_TRUE(std::ranges::equal(mbr.bootCode, bootCodeBytes(BootCode::measuring)));
+  EXPECT_EQ(0x1234U, mbr.diskSignature);
+  EXPECT_EQ((std::array<u8, 3>{0xFE, 0xFF, 0xFF}), mbr.slots[1].endChs);
+  EXPECT_EQ((std::array<u8, 3>{}), mbr.slots[3].endChs) << "an empty slot stays empty";
+  editor_.installBootCode(BootCode::standard);
+  editor_.clearSignature();
+  mbr = applied();
+  EXPECT_TRUE(std::ranges::equal(mbr.bootCode, bootCodeBytes(BootCode::standard)));
+  EXPECT_EQ(0U, mbr.diskSignature);
+  EXPECT_EQ(2048U, mbr.slots[0].startLba);
+}
+
+TEST(MbrEditor, ASectorOf4096BytesKeepsItsRest) {
+  MemoryDisk disk(kSectors, 4096);
+  std::vector<u8> sector(4096, 0xA5);
+  ASSERT_TRUE(disk.writeSectors(0, sector.data(), 1));
+  TableBench bench(std::move(disk));
+  MbrEditor editor(bench.drive());
+  ASSERT_EQ(Error::none, editor.load());
+  editor.installBootCode(BootCode::standard);
+  for (std::size_t slot = 0; slot < kMbrSlots; ++slot) editor.remove(slot);
+  ASSERT_EQ(Error::none, editor.apply());
+  const std::vector<u8> after = bench.disk().sector(0);
+  EXPECT_EQ(0x55, after[510]);
+  EXPECT_TRUE(std::all_of(after.begin() + 512, after.end(), [](u8 byte) { return byte == 0xA5; }));
+}
+
+TEST_F(MbrEditorTest, WhatAnotherProgramChangedIsNotOverwritten) {
+  editor_.setActive(0);
+  std::vector<u8> sector = bench_.disk().sector(0);
+  recordAt<MbrRecord>(std::span<u8>(sector))->slots[1].type = 0x85;
+  ASSERT_TRUE(bench_.disk().writeSectors(0, sector.data(), 1));
+  EXPECT_EQ(Error::tableChangedMeanwhile, editor_.apply());
+  EXPECT_EQ(sector, bench_.disk().sector(0));
+}
+
+// The sample on any device, with two slots swapped in the copy.
+class EditOn {
+ public:
+  explicit EditOn(DiskDevice& device)
+      : drive_(TableBench::openOn(std::shared_ptr<DiskDevice>(&device, [](DiskDevice*) {}), host_)),
+        editor(*drive_) {
+    EXPECT_EQ(Error::none, editor.load());
+    editor.swap(0, 2);
+  }
+
+ private:
+  FakeHost host_;
+  std::unique_ptr<Drive> drive_;
+
+ public:
+  MbrEditor editor;
+};
+
+TEST(MbrEditor, AfterEveryFailedTransferTheErrorTellsTheTableAndTheEditCanBeRepeated) {
+  MemoryDisk done = sampleDisk();
+  ASSERT_EQ(Error::none, EditOn(done).editor.apply());
+  const auto check = [&](const char* what, const std::function<void(FaultyDisk&)>& fail) {
+    SCOPED_TRACE(what);
+    MemoryDisk disk = sampleDisk();
+    const std::vector<u8> old = disk.sector(0);
+    FaultyDisk faulty(disk);
+    EditOn edit(faulty);
+    fail(faulty);
+    const Error error = edit.editor.apply();
+    if (error == Error::read || error == Error::write)
+      EXPECT_EQ(old, disk.sector(0));
+    else
+      EXPECT_EQ(Error::writeFailedTableUnknown, error);
+    EXPECT_TRUE(edit.editor.isChanged());
+    faulty.failRead(1000);
+    faulty.failWrite(1000);
+    faulty.failFlush(false);
+    EXPECT_EQ(Error::none, edit.editor.apply());
+    EXPECT_EQ(done.sector(0), disk.sector(0));
+    EXPECT_FALSE(edit.editor.isChanged());
+  };
+  check("read", [](FaultyDisk& disk) { disk.failRead(0); });
+  check("write", [](FaultyDisk& disk) { disk.failWrite(0); });
+  check("write half done",
+        [](FaultyDisk& disk) { disk.failWrite(0, false, FaultyDisk::After::halfWritten); });
+  check("all writes", [](FaultyDisk& disk) { disk.failWrite(0, true); });
+  check("all flushes", [](FaultyDisk& disk) { disk.failFlush(true); });
+}
+
+TEST(MbrEditor, APowerCutLeavesTheOldOrTheNewSector) {
+  MemoryDisk before = sampleDisk();
+  MemoryDisk disk = before.copy();
+  RecordingDisk recording(disk);
+  ASSERT_EQ(Error::none, EditOn(recording).editor.apply());
+  const WriteLog& log = recording.log();
+  u64 writes = 0;
+  for (const WriteLog::Step& step : log.steps()) {
+    if (step.isFlush) continue;
+    ++writes;
+    EXPECT_EQ(0U, step.lba);
+  }
+  EXPECT_EQ(1U, writes);
+  EXPECT_TRUE(log.steps().back().isFlush);
+  for (std::size_t cut = 0; cut <= log.size(); ++cut) {
+    const std::vector<u8> found = log.replay(before, cut).sector(0);
+    EXPECT_TRUE(found == before.sector(0) || found == disk.sector(0)) << cut;
+  }
+}
+
+}  // namespace
+}  // namespace tallowin
