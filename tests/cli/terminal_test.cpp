@@ -96,18 +96,18 @@ TEST_F(TerminalTest, ANarrowTerminalKeepsTheTimeLeft) {
 
 TEST_F(TerminalTest, CtrlCWhileSectorsAreClearedSaysWhatIsLeft) {
   if (!hasProgram("strace")) GTEST_SKIP() << "strace is not installed";
-  const std::string path = folder_.sparse("disk.img", 16 * kGiB);
-  ASSERT_EQ(makeTable(path, "label: dos\nsize=15G,type=c\nsize=100M,type=83\n"), "");
-
-  Terminal format(slowed({"format", path, "--part", "1", "--cluster", "2KiB", "--yes"}));
+  const std::string large = largeDisk();  // cleared in more than one piece
+  Terminal format(slowed({"format", large, "--part", "1", "--cluster", "64KiB", "--yes"}));
   ASSERT_TRUE(format.waitFor("Formatting "));
   format.type(kCtrlC);
   const ProgramResult unformatted = format.finish();
   EXPECT_EQ(unformatted.status, 130) << unformatted.output;
   EXPECT_TRUE(contains(unformatted, "must be formatted before it can be used"))
       << unformatted.output;
-  expectSoundTable(path, 2);
+  expectSoundTable(large, 1);
 
+  const std::string path = folder_.sparse("disk.img", 200 * kMiB);
+  ASSERT_EQ(makeTable(path, "label: dos\nsize=50M,type=6\nsize=100M,type=83\n"), "");
   Terminal wipe(slowed({"delete", path, "--part", "2", "--wipe", "--yes"}));
   ASSERT_TRUE(wipe.waitFor(" left"));
   wipe.type(kCtrlC);
