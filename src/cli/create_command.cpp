@@ -80,15 +80,21 @@ std::set<u64> usedStarts(Drive& drive) {
   return starts;
 }
 
+// The row that was not there before; nothing when there is none.
+std::optional<ListedRow> newRow(Drive& drive, const std::set<u64>& before) {
+  for (const ListedRow& row : listedRows(drive))
+    if (row.kind != ListedRow::Kind::free && !before.contains(row.entry->startSector)) return row;
+  return std::nullopt;
+}
+
 void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& before) {
-  for (const ListedRow& row : listedRows(drive)) {
-    if (row.kind == ListedRow::Kind::free || before.contains(row.entry->startSector)) continue;
+  if (const auto row = newRow(drive, before)) {
     if (context.arguments.json) {
       context.json.beginObject("partition");
-      writeRow(context.json, drive, row);
+      writeRow(context.json, drive, *row);
       context.json.endObject();
     } else {
-      std::printf("Created %s\n", rowText(drive, row).c_str());
+      std::printf("Created %s\n", rowText(drive, *row).c_str());
     }
   }
 }
@@ -121,7 +127,14 @@ CommandResult runCreate(CommandContext& context) {
   const FlowResult flow = createFlow(context.session.context(context.ui), drive, *block);
   if (!answers.refusal().empty()) return refused(answers.refusal());
   CommandResult result = resultOfFlow(flow, context.ui, "The partition was not created.");
-  if (!result.succeeded()) return result;
+  if (!result.succeeded()) {
+    // Formatting comes after the table is written.
+    const auto row = flow.succeeded() ? std::nullopt : newRow(drive, before);
+    if (row && arguments.format && !arguments.rehearse)
+      result.message =
+          format("Partition %u was created, but not formatted. ", *row->number) + result.message;
+    return result;
+  }
   reportCreated(context, drive, before);
   CommandResult rehearsal = endRehearsal(context, target, hadErrors);
   return rehearsal.succeeded() ? result : rehearsal;

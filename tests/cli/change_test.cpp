@@ -97,6 +97,17 @@ TEST_F(ChangeTest, FormatChangesTheTypeAndKeepsTheRest) {
   EXPECT_EQ(fat["clusters"].GetUint(), fat["free_clusters"].GetUint() + 1) << "the root directory";
 }
 
+TEST_F(ChangeTest, APartitionThatCouldNotBeFormattedIsNamed) {
+  const std::string path = newDisk("disk.img", 100 * kMiB);
+  const ProgramResult result =
+      ctl_.run({"create", path, "--type", "fat32", "--size", "25", "--format"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.output.find("tallowinctl create: Partition 1 was created, but not formatted. "),
+            0u)
+      << result.output;
+  EXPECT_EQ(sfdiskRow(path, 1).type, 0x0Bu);
+}
+
 // One disk in every container: what is done to it is done to the same bytes.
 TEST_F(ChangeTest, ImagesChangeLikeTheirRawTwin) {
   const std::string raw = newDisk("twin.img", 128 * kMiB);
