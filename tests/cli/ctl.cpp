@@ -8,7 +8,7 @@ namespace tallowin {
 
 std::vector<std::string> Ctl::command(std::vector<std::string> words) const {
   words.insert(words.begin(), {"env", "TALLOWIN_HOME=" + home_.path(), TALLOWINCTL});
-  words.push_back("--nd");
+  if (devices_ == Devices::hidden) words.push_back("--nd");
   return words;
 }
 

@@ -15,6 +15,10 @@ namespace tallowin {
 // One program folder a test: settings and kept tables of the machine play no part.
 class Ctl {
  public:
+  // Targets below /dev are refused while devices are hidden, and no device is opened.
+  enum class Devices { hidden, shown };
+  explicit Ctl(Devices devices = Devices::hidden) : devices_(devices) {}
+
   // Both outputs together.
   ProgramResult run(std::vector<std::string> words);
   // --json; the document is what stood on standard output, alone.
@@ -30,6 +34,7 @@ class Ctl {
   const TempFolder& home() const { return home_; }
 
  private:
+  Devices devices_;
   TempFolder home_;
 };
 
