@@ -8,6 +8,7 @@ namespace tallowin {
 namespace {
 
 constexpr u32 kMaxOfferedDisks = 16;
+constexpr u8 kScsiGenericTypes[] = {kOpticalKind};
 
 }  // namespace
 
@@ -18,6 +19,7 @@ Session::Session(std::unique_ptr<Host> host, ProgramFolders folders, Options opt
       settingsFile_(folders_.settingsFile()),
       driveList_(*host_, options_.noDevices ? DriveList::Scan::none : DriveList::Scan::machine),
       handles_(*host_, driveList_, options_.images) {
+  if (!options_.noDevices) scsiGenericList_ = scsiGenericDevices(*host_, kScsiGenericTypes);
   driveSettings_.load(settingsFile_);
 }
 

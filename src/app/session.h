@@ -13,6 +13,7 @@
 #include "base/host.h"
 #include "disk/disk_handles.h"
 #include "disk/drive_list.h"
+#include "disk/scsi_generic.h"
 #include "ops/operation_context.h"
 #include "ptable/drive.h"
 
@@ -35,6 +36,8 @@ class Session {
   const SettingsFile& settingsFile() const { return settingsFile_; }
   DriveSettingsList& driveSettings() { return driveSettings_; }
   const DriveList& driveList() const { return driveList_; }
+  // The optical drives that the kernel offers as SCSI generic nodes; none while devices are hidden.
+  const std::vector<ScsiGenericDevice>& scsiGenericList() const { return scsiGenericList_; }
   DiskHandles& handles() { return handles_; }
   // What a flow is given.
   OperationContext context(FrontEnd& frontEnd) { return {frontEnd, *host_, options_, folders_}; }
@@ -61,6 +64,7 @@ class Session {
   SettingsFile settingsFile_;
   DriveSettingsList driveSettings_;
   DriveList driveList_;
+  std::vector<ScsiGenericDevice> scsiGenericList_;
   DiskHandles handles_;
 };
 

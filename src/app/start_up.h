@@ -20,10 +20,10 @@ struct StartUp {
 };
 
 // Makes the program's folder the current directory, reads the settings file, the environment
-// and the switches, scans for devices (not with the switch `nd`: then no device is opened),
-// registers the images of `img` switches and applies the time zone. Banner, dots and
-// "Invalid parameter %s\n" go to `out`. `arguments` are those of main, the program's name first;
-// paths in them are taken from the directory that was current before the call.
+// and the switches, scans for devices and SCSI generic nodes (not with the switch `nd`: then no
+// device is opened), registers the images of `img` switches and applies the time zone. Banner, dots
+// and "Invalid parameter %s\n" go to `out`. `arguments` are those of main, the program's name
+// first; paths in them are taken from the directory that was current before the call.
 StartUp startUp(const std::vector<std::string>& arguments, std::unique_ptr<Host> host,
                 std::ostream& out);
 

@@ -32,6 +32,8 @@ class StartUpTest : public testing::Test {
     auto host = std::make_unique<FakeHost>();
     host_ = host.get();
     host->node("/dev/sda", 8, 0, kMiB);
+    host->file("/proc/scsi/sg/device_hdr", "host\tchan\tid\tlun\ttype\topens\n");
+    host->file("/proc/scsi/sg/devices", "0\t0\t0\t0\t0\t1\n1\t0\t0\t0\t5\t1\n");
     out_.str({});
     return startUp(switches, std::move(host), out_);
   }
@@ -85,8 +87,11 @@ TEST_F(StartUpTest, WithNdNoDeviceIsEverOpened) {
   const StartUp hidden = start({"-nd"});
   ASSERT_TRUE(hidden.session);
   EXPECT_EQ(host_->opened(), std::vector<std::string>{});
+  EXPECT_TRUE(hidden.session->scsiGenericList().empty());
   const StartUp scanned = start({});
   EXPECT_EQ(scanned.session->driveNames(DriveClass::device), std::vector<std::string>{"/dev/sda"});
+  ASSERT_EQ(scanned.session->scsiGenericList().size(), 1u) << "the optical drive, not the disk";
+  EXPECT_EQ(scanned.session->scsiGenericList()[0].path, "/dev/sg1");
 }
 
 TEST_F(StartUpTest, ImagesAreTakenFromWhereTheProgramWasStarted) {
