@@ -162,5 +162,53 @@ TEST_F(RefusalTest, DamagedTablesAreListedWithAMark) {
   }
 }
 
+// Files that are no image, or were one: an end in good time, with a line that says what is wrong.
+TEST_F(RefusalTest, HostileFilesAreRefusedOrListed) {
+  struct Hostile {
+    const char* name;
+    // A shell script that makes the file "$1"; "$2" is a sound raw image.
+    const char* script;
+    int status;
+  };
+  const Hostile cases[] = {
+      {"empty", ": >$1", 1},
+      {"less than a sector", "head -c 100 /dev/urandom >$1", 1},
+      {"a pipe that nobody fills", "mkfifo $1", 1},
+      {"a link to itself", "ln -s $1 $1", 1},
+      {"noise", "head -c 3000000 /dev/urandom >$1", 0},
+      {"half a VHD", "qemu-img convert -O vpc $2 $1; truncate -s 3000 $1", 1},
+      {"a VHD with noise for a header",
+       "qemu-img convert -O vpc $2 $1; head -c 1024 /dev/urandom | dd of=$1 bs=512 seek=1 "
+       "conv=notrunc",
+       1},
+      // What lies behind the end of a sparse image counts as never written.
+      {"a VHD whose blocks lie nowhere",
+       "qemu-img convert -O vpc $2 $1; printf '\\177\\1\\1\\1' | dd of=$1 bs=1 seek=1536 "
+       "conv=notrunc",
+       0},
+      {"half a VMDK", "qemu-img convert -O vmdk $2 $1; truncate -s 70000 $1", 0},
+      {"a VMDK with a boundless directory",
+       "qemu-img convert -O vmdk $2 $1; printf '\\377\\377\\377\\177' | dd of=$1 bs=1 seek=44 "
+       "conv=notrunc",
+       1},
+  };
+  for (const Hostile& hostile : cases) {
+    SCOPED_TRACE(hostile.name);
+    const std::string file = folder_.file("hostile");
+    ASSERT_EQ(runProgram({"sh", "-c", hostile.script, "sh", file, path_}).status, 0);
+    for (std::vector<std::string> words :
+         {std::vector<std::string>{"list", file}, {"delete", file, "--part", "1", "--yes"}}) {
+      std::vector<std::string> command = {"timeout", "20"};
+      for (const std::string& word : ctl_.command(words)) command.push_back(word);
+      const ProgramResult result = runProgram(command);
+      EXPECT_EQ(result.status, words[0] == "list" ? hostile.status : 1) << result.output;
+      if (result.status == 1) {
+        EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << result.output;
+      }
+    }
+    ASSERT_EQ(runProgram({"rm", file}).status, 0);
+  }
+}
+
 }  // namespace
 }  // namespace tallowin
