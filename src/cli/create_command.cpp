@@ -6,9 +6,9 @@
 #include <set>
 
 #include "base/text.h"
-#include "cli/fat_facts.h"
 #include "cli/target.h"
 #include "ops/create_model.h"
+#include "ops/format_flow.h"
 #include "ops/format_model.h"
 #include "ptable/type_catalogue.h"
 
@@ -110,7 +110,7 @@ CommandResult noFreeBlock(const Arguments& arguments) {
 
 CommandResult runCreate(CommandContext& context) {
   const Arguments& arguments = context.arguments;
-  if (arguments.clusterBytes && takesAutomaticCluster(static_cast<u16>(arguments.type)))
+  if (arguments.clusterBytes && takesAutomaticClusters(static_cast<u16>(arguments.type)))
     return refused("--cluster: this type always takes the automatic cluster size; leave it out.");
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
@@ -136,8 +136,7 @@ CommandResult runCreate(CommandContext& context) {
     return result;
   }
   reportCreated(context, drive, before);
-  CommandResult rehearsal = endRehearsal(context, target, hadErrors);
-  return rehearsal.succeeded() ? result : rehearsal;
+  return endChange(context, target, hadErrors, std::move(result));
 }
 
 }  // namespace tallowin

@@ -32,11 +32,10 @@ std::string fillDelete(const Arguments& arguments, ConsoleFrontEnd& ui, DeleteMo
 
 CommandResult runDelete(CommandContext& context) {
   Target target;
-  if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
+  ListedRow row;
+  if (CommandResult result = openPart(context, TargetUse::change, target, row); !result.succeeded())
     return result;
   Drive& drive = *target.drive;
-  ListedRow row;
-  if (CommandResult result = findPart(context, drive, row); !result.succeeded()) return result;
 
   const std::string deleted = rowText(drive, row);
   const bool hadErrors = drive.table().hasErrors();
@@ -53,8 +52,7 @@ CommandResult runDelete(CommandContext& context) {
     context.json.number("deleted", *context.arguments.part);
   else
     std::printf("Deleted %s\n", deleted.c_str());
-  CommandResult rehearsal = endRehearsal(context, target, hadErrors);
-  return rehearsal.succeeded() ? result : rehearsal;
+  return endChange(context, target, hadErrors, std::move(result));
 }
 
 }  // namespace tallowin

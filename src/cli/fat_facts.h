@@ -28,9 +28,6 @@ struct FatFacts {
   u64 usedBytes() const { return (u64{clusters} - freeClusters - badClusters) * clusterBytes; }
 };
 
-// Types that are formatted without a question about clusters.
-bool takesAutomaticCluster(u16 type);
-
 // Counts the clusters in the FAT. invalidVolume: it is no FAT, or damaged; read, outOfMemory.
 Error readFatFacts(Drive& drive, const PartitionEntry& entry, FatFacts& facts);
 

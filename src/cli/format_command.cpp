@@ -38,7 +38,7 @@ void fill(const Arguments& arguments, DialogModel& model, FormatAnswers& answers
 
 // What the type's dialog does not offer.
 CommandResult checkOptions(const Arguments& arguments, u16 type) {
-  if (!takesAutomaticCluster(type)) return {};
+  if (!takesAutomaticClusters(type)) return {};
   if (arguments.clusterBytes)
     return refused("--cluster: this type always takes the automatic cluster size; leave it out.");
   if (arguments.alignNtfs)
@@ -67,19 +67,13 @@ CommandResult report(CommandContext& context, Target& target, const FormatAnswer
 
 }  // namespace
 
-bool takesAutomaticCluster(u16 type) {
-  const u16 shown = types::unhide(type);
-  return shown == 0x01 || shown == 0x04 || shown == 0xDF;
-}
-
 CommandResult runFormat(CommandContext& context) {
   const Arguments& arguments = context.arguments;
   Target target;
-  if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
+  ListedRow row;
+  if (CommandResult result = openPart(context, TargetUse::change, target, row); !result.succeeded())
     return result;
   Drive& drive = *target.drive;
-  ListedRow row;
-  if (CommandResult result = findPart(context, drive, row); !result.succeeded()) return result;
   const u16 type = arguments.fileSystem ? typeForKind(drive, *row.entry, *arguments.fileSystem)
                                         : row.entry->type;
   if (CommandResult result = checkOptions(arguments, type); !result.succeeded()) return result;
@@ -98,8 +92,7 @@ CommandResult runFormat(CommandContext& context) {
         "Stopped; the partition is formatted, but not all of it was checked for surface defects.";
   if (!result.succeeded()) return result;
   if (CommandResult told = report(context, target, answers); !told.succeeded()) return told;
-  CommandResult rehearsal = endRehearsal(context, target, hadErrors);
-  return rehearsal.succeeded() ? result : rehearsal;
+  return endChange(context, target, hadErrors, std::move(result));
 }
 
 }  // namespace tallowin

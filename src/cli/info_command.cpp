@@ -64,10 +64,8 @@ std::string factsText(Drive& drive, const ListedRow& row, const PartitionFacts& 
 
 CommandResult runInfo(CommandContext& context) {
   Target target;
-  if (CommandResult result = openTarget(context, TargetUse::look, target); !result.succeeded())
-    return result;
   ListedRow row;
-  if (CommandResult result = findPart(context, *target.drive, row); !result.succeeded())
+  if (CommandResult result = openPart(context, TargetUse::look, target, row); !result.succeeded())
     return result;
   PartitionFacts facts;
   if (CommandResult result = gather(*target.drive, *row.entry, facts); !result.succeeded())

@@ -49,8 +49,7 @@ CommandResult restore(CommandContext& context) {
   else
     std::printf("Put back %zu sectors of the partition table\n", table.sectors.size());
   // The table that is put back may have had errors when it was kept.
-  CommandResult rehearsal = endRehearsal(context, target, true);
-  return rehearsal.succeeded() ? result : rehearsal;
+  return endChange(context, target, true, std::move(result));
 }
 
 }  // namespace

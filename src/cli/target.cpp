@@ -60,6 +60,11 @@ CommandResult openTarget(CommandContext& context, TargetUse use, Target& target)
   return error == Error::none ? CommandResult{} : cannotOpen(context, error);
 }
 
+CommandResult openPart(CommandContext& context, TargetUse use, Target& target, ListedRow& row) {
+  CommandResult result = openTarget(context, use, target);
+  return result.succeeded() ? findPart(context, *target.drive, row) : result;
+}
+
 CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row) {
   std::string numbers;
   for (const ListedRow& candidate : listedRows(drive)) {
@@ -75,8 +80,9 @@ CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row) {
                  (numbers.empty() ? "it has none at all." : "choose from " + numbers + "."));
 }
 
-CommandResult endRehearsal(CommandContext& context, Target& target, bool hadErrors) {
-  if (!target.overlay) return {};
+CommandResult endChange(CommandContext& context, Target& target, bool hadErrors,
+                        CommandResult result) {
+  if (!target.overlay) return result;
   if (target.overlay->isFull())
     return refused("The rehearsal needs more memory than it may take; rehearse a smaller change.",
                    Error::outOfMemory);
@@ -91,7 +97,7 @@ CommandResult endRehearsal(CommandContext& context, Target& target, bool hadErro
     std::fputs(writtenText(*target.overlay, context.arguments.target).c_str(), stdout);
     std::fputs(("\nThe table would then be:\n\n" + listingText(*target.drive)).c_str(), stdout);
   }
-  return {};
+  return result;
 }
 
 }  // namespace tallowin

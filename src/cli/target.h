@@ -23,11 +23,13 @@ struct Target {
 // Opens the command's TARGET and reads its table.
 CommandResult openTarget(CommandContext& context, TargetUse use, Target& target);
 
-// The row that --part names. Refuses with the numbers that there are.
+// The same, and the row that --part names. Refuses with the numbers that there are.
+CommandResult openPart(CommandContext& context, TargetUse use, Target& target, ListedRow& row);
 CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row);
 
-// After a rehearsed change: reads the table back, checks that it has no more errors than before,
-// and says what would have been written. Done without a rehearsal.
-CommandResult endRehearsal(CommandContext& context, Target& target, bool hadErrors);
+// The result of a command whose change ended with `result`. After a rehearsed change: reads the
+// table back, checks that it has no more errors than before, and says what would have been written.
+CommandResult endChange(CommandContext& context, Target& target, bool hadErrors,
+                        CommandResult result);
 
 }  // namespace tallowin

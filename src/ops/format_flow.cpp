@@ -21,12 +21,6 @@ namespace {
 constexpr u32 kFirstBiosDisk = 0x80;
 constexpr u64 kSmallFat16Sectors = 65535;
 
-// These always take the automatic cluster size.
-bool takesAutomaticClusters(u16 type) {
-  const u16 plain = types::unhide(type);
-  return plain == 0x01 || plain == 0x04 || plain == 0xDF;
-}
-
 FatKind kindOfType(u16 type) {
   if (types::unhide(type) == 0x01) return FatKind::fat12;
   return types::isFat32(type) ? FatKind::fat32 : FatKind::fat16;
@@ -211,6 +205,11 @@ std::string whyNotFormattable(u16 type) {
   if (types::isFat(type)) return {};
   return types::isNtfs(type) ? "NTFS cannot be formatted by this version."
                              : "Only partitions of a FAT or NTFS type can be formatted.";
+}
+
+bool takesAutomaticClusters(u16 type) {
+  const u16 plain = types::unhide(type);
+  return plain == 0x01 || plain == 0x04 || plain == 0xDF;
 }
 
 u16 typeForKind(const Drive& drive, const PartitionEntry& entry, FormatKind kind) {

@@ -30,6 +30,9 @@ struct FormatOptions {
 // Why a partition of this type cannot be formatted; empty when it can.
 std::string whyNotFormattable(u16 type);
 
+// Whether volumes of this type take no other cluster size than the automatic one.
+bool takesAutomaticClusters(u16 type);
+
 // The type that a partition needs for `kind`: the present one when it fits.
 u16 typeForKind(const Drive& drive, const PartitionEntry& entry, FormatKind kind);
 
