@@ -4,6 +4,7 @@
 #include <array>
 
 #include "app/enabled_actions.h"
+#include "app/settings_flow.h"
 #include "base/text.h"
 #include "ops/create_flow.h"
 #include "ops/delete_flow.h"
@@ -34,13 +35,13 @@ constexpr std::array<ActionRow, kActionCount> kActions = {{
     {Action::editFile, "&Edit File", kEditFileBit, "Editing files"},
     {Action::bcdEdit, "&BCD Edit", kBcdEditBit, "Editing the boot configuration"},
     {Action::trim, "Tri&m", kTrimBit, "Trimming"},
-    {Action::driveSettings, "Dr&ive Settings", 0, "Editing drive settings"},
+    {Action::driveSettings, "Dr&ive Settings"},
     {Action::changeDiskType, "C&hange Disk Type", 0, "Changing the disk type"},
     {Action::wipeEntireDrive, "&Wipe Entire Drive", 0, "Wiping a drive"},
     {Action::viewMbr, "&View MBR", 0, "The MBR view"},
     {Action::close, "Close"},
     {Action::help, "Help"},
-    {Action::settings, "Settings", 0, "The settings dialog"},
+    {Action::settings, "Settings"},
 }};
 
 const ActionRow& rowOf(Action action) { return kActions[static_cast<std::size_t>(action)]; }
@@ -120,9 +121,7 @@ void MainWindowModel::openCurrentDrive() {
   const Error error = session_.openDrive(number, drive_);
   if (error == Error::none) return;
   drive_.reset();
-  whyNoDrive_ = error == Error::deviceNotOpened
-                    ? session_.handles().lastFailure()
-                    : format("The disk could not be opened (error %u).", codeOf(error));
+  whyNoDrive_ = session_.openFailure(error);
 }
 
 // The row with the same id; when that is gone, the row that took its place.
@@ -170,14 +169,21 @@ std::string MainWindowModel::label(Action action) const {
 Control MainWindowModel::control(Action action) const {
   const ActionRow& row = rowOf(action);
   if (row.missing) return disabled(std::string(row.missing) + " comes with a later release.");
-  if (row.bit == 0) return {};
-  std::string why = whyUnavailable(action);
+  std::string why;
+  if (row.bit != 0)
+    why = whyUnavailable(action);
+  else if (action == Action::driveSettings)
+    why = whyWithoutDrive();
   return why.empty() ? Control{} : disabled(std::move(why));
 }
 
-std::string MainWindowModel::whyUnavailable(Action action) const {
+std::string MainWindowModel::whyWithoutDrive() const {
   if (!whyNoDrive_.empty()) return whyNoDrive_;
-  if (!drive_) return "Select a drive first.";
+  return drive_ ? std::string() : "Select a drive first.";
+}
+
+std::string MainWindowModel::whyUnavailable(Action action) const {
+  if (std::string why = whyWithoutDrive(); !why.empty()) return why;
   const PartitionEntry* entry = selection();
   if (!entry) return "Select a row of the list first.";
   if (action == Action::deleteOrUndelete && entry->isFree())
@@ -196,7 +202,16 @@ void MainWindowModel::press(Action action) {
     if (showHelp_) showHelp_(kHelpTopic);
     return;
   }
+  if (action == Action::settings || action == Action::driveSettings) return runSettings(action);
   runFlow(action, *selectedEntry());
+}
+
+void MainWindowModel::runSettings(Action action) {
+  const SettingsContext context{session_, frontEnd_, {}, showHelp_};
+  const bool changed = action == Action::settings
+                           ? editSettings(context, drive_.get(), whyWithoutDrive())
+                           : editDriveSettings(context, *drive_);
+  if (changed) refresh(Refresh::afterAction);
 }
 
 void MainWindowModel::runFlow(Action action, PartitionEntry& entry) {

@@ -110,8 +110,10 @@ class MainWindowModel {
   void openCurrentDrive();
   void selectAgain(std::optional<PartitionId> id, std::optional<std::size_t> row);
   void runFlow(Action action, PartitionEntry& entry);
+  void runSettings(Action action);
   void closeWindow();
   std::string whyUnavailable(Action action) const;
+  std::string whyWithoutDrive() const;
   const PartitionEntry* selection() const;
 
   Session& session_;

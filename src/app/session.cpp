@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "ops/apply_drive_settings.h"
 
 namespace tallowin {
@@ -46,6 +47,11 @@ Error Session::openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive) {
   std::shared_ptr<DiskDevice> disk;
   if (const Error error = handles_.open(driveNumber, disk); error != Error::none) return error;
   return openDrive(std::move(disk), driveNumber, drive);
+}
+
+std::string Session::openFailure(Error error) const {
+  if (error == Error::deviceNotOpened) return handles_.lastFailure();
+  return format("The disk could not be opened (error %u).", codeOf(error));
 }
 
 Error Session::openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,

@@ -51,6 +51,8 @@ class Session {
   // Opens the disk of a drive number for reading and writing, and its drive with openDrive below.
   // Besides its errors those of DiskHandles::open.
   Error openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive);
+  // Why the last openDrive failed with this error, for the user.
+  std::string openFailure(Error error) const;
   // Reads the table of an open disk with the options' flags and the drive's own settings
   // (geometry, alignment) in force; `moreFlags` are drive flags beside those. geometryNotAvailable,
   // outOfMemory: `drive` stays as it was.

@@ -52,12 +52,15 @@ DriveOpenOptions driveOpenOptions(const Options& options, const DriveSettingsRec
   return open;
 }
 
+DriveFacts driveFacts(const Drive& drive) {
+  return {(drive.flags() & kDriveAligned1MiB) != 0, drive.partitionCount() > 0};
+}
+
 bool applyDriveSettings(Drive& drive, DriveSettingsRecord& record, const Options& options,
                         BiosGeometry biosGeometry) {
   if (!isUsableGeometry(record.biosGeometry) || biosGeometry == BiosGeometry::storeCurrent)
     record.biosGeometry = drive.geometry();
-  const DriveFacts facts{(drive.flags() & kDriveAligned1MiB) != 0, drive.partitionCount() > 0};
-  const EffectiveDriveSettings settings = resolveDriveSettings(record, options, facts);
+  const EffectiveDriveSettings settings = resolveDriveSettings(record, options, driveFacts(drive));
 
   bool changed = drive.setGeometry(inRange(settings.geometry));
   if (applyAlignment(drive, settings)) changed = true;

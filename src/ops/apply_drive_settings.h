@@ -13,6 +13,9 @@ namespace tallowin {
 DriveOpenOptions driveOpenOptions(const Options& options, const DriveSettingsRecord* record,
                                   u32 driveNumber, LabelReader labelReader);
 
+// What the global alignment rule asks of the drive as it was read.
+DriveFacts driveFacts(const Drive& drive);
+
 enum class BiosGeometry { keep, storeCurrent };
 
 // Gives the drive geometry, alignment and flags of the settings in force. A record without a BIOS

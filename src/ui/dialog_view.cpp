@@ -16,20 +16,22 @@ DialogView::DialogView(DialogModel& model, int width, int height, const std::str
   window_.set_modal();
 }
 
-void DialogView::addButtons(const char* ok, const char* cancel) {
-  const int y = window_.h() - kMargin - kButtonHeight;
-  const int width = cancel ? 2 * kButtonWidth + kGap : kButtonWidth;
-  const int x = (window_.w() - width) / 2;
-  ok_ = new Fl_Button(x, y, kButtonWidth, kButtonHeight, ok);
-  ok_->labelsize(kFontSize);
-  window_.watch(ok_);
+void DialogView::addButtons(const char* ok, const char* cancel, const char* help) {
+  const int count = 1 + (cancel ? 1 : 0) + (help ? 1 : 0);
+  int x = (window_.w() - count * kButtonWidth - (count - 1) * kGap) / 2;
+  const auto add = [&](const char* label) {
+    auto* button =
+        new Fl_Button(x, window_.h() - kMargin - kButtonHeight, kButtonWidth, kButtonHeight, label);
+    button->labelsize(kFontSize);
+    window_.watch(button);
+    x += kButtonWidth + kGap;
+    return button;
+  };
+  ok_ = add(ok);
+  if (cancel) cancel_ = add(cancel);
   window_.setAcceptButton(ok_);
-  window_.setCancelButton(ok_);
-  if (!cancel) return;
-  cancel_ = new Fl_Button(x + kButtonWidth + kGap, y, kButtonWidth, kButtonHeight, cancel);
-  cancel_->labelsize(kFontSize);
-  window_.watch(cancel_);
-  window_.setCancelButton(cancel_);
+  window_.setCancelButton(cancel ? cancel_ : ok_);
+  if (help) window_.setHelpButton(add(help));
 }
 
 void DialogView::startOnCancel() {
@@ -51,8 +53,10 @@ void DialogView::run() {
     const Fl_Button* pressed = window_.takePressed();
     if (pressed && pressed == ok_)
       model_.ok();
-    else if (pressed)
+    else if (pressed && pressed == cancel_)
       model_.cancel();
+    else if (pressed)
+      pressedOther(*pressed);
   }
   window_.hide();
 }

@@ -26,9 +26,12 @@ class DialogView {
   virtual void write() = 0;
 
   DialogWindow& window() { return window_; }
-  // Makes a row of two buttons, or of one (`cancel` null), at the lower edge. Enter and F10 press
-  // the first, Escape the last.
-  void addButtons(const char* ok, const char* cancel);
+  // A watched button that is neither OK nor Cancel.
+  virtual void pressedOther(const Fl_Button&) {}
+  // Makes a row of buttons at the lower edge: one (`cancel` null), two, or three with `help`.
+  // Enter and F10 press OK; Escape presses Cancel, or OK where there is none; F1 presses Help.
+  void addButtons(const char* ok, const char* cancel, const char* help = nullptr);
+  Fl_Button& okButton() { return *ok_; }
   // For destructive dialogs: the focus starts on the last button, and the first one is pressed
   // only on purpose.
   void startOnCancel();

@@ -89,6 +89,8 @@ bool DialogWindow::useKey(int key) {
       return pressButton(accept_);
     case FL_Escape:
       return pressButton(cancel_);
+    case FL_F + 1:
+      return pressButton(help_);
     default:
       return false;
   }

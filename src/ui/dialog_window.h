@@ -10,8 +10,9 @@
 namespace tallowin {
 
 // Enter and F10 press the accept button, unless Enter finds the focus on another button; Escape
-// and the window manager's close press the cancel button. Alt with a label's underlined letter
-// presses or focuses what the label stands for; when that is disabled its reason is shown.
+// and the window manager's close press the cancel button, F1 the help button. Alt with a label's
+// underlined letter presses or focuses what the label stands for; when that is disabled its reason
+// is shown.
 //
 // Buttons only note that they were pressed. The owner's loop asks pressed() after each step, so
 // that what follows a press never runs inside the toolkit's event processing.
@@ -23,6 +24,7 @@ class DialogWindow : public Fl_Double_Window {
   // The buttons belong to the window like all its children.
   void setAcceptButton(Fl_Button* button) { accept_ = button; }
   void setCancelButton(Fl_Button* button) { cancel_ = button; }
+  void setHelpButton(Fl_Button* button) { help_ = button; }
   // Makes `button` noted by pressed().
   void watch(Fl_Button* button);
 
@@ -52,6 +54,7 @@ class DialogWindow : public Fl_Double_Window {
   std::string title_;
   Fl_Button* accept_ = nullptr;
   Fl_Button* cancel_ = nullptr;
+  Fl_Button* help_ = nullptr;
   Fl_Button* pressed_ = nullptr;
   bool closed_ = false;
   bool closeIsNoted_ = false;

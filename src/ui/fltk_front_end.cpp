@@ -3,18 +3,24 @@
 #include <FL/Fl.H>
 #include <FL/Fl_Tooltip.H>
 
+#include "app/drive_settings_list_model.h"
+#include "app/drive_settings_model.h"
+#include "app/settings_model.h"
 #include "ops/create_model.h"
 #include "ops/delete_model.h"
 #include "ops/format_model.h"
 #include "ops/format_summary_model.h"
 #include "ui/create_view.h"
 #include "ui/delete_view.h"
+#include "ui/drive_settings_list_view.h"
+#include "ui/drive_settings_view.h"
 #include "ui/file_dialog.h"
 #include "ui/format_summary_view.h"
 #include "ui/format_view.h"
 #include "ui/layout.h"
 #include "ui/progress_windows.h"
 #include "ui/question_window.h"
+#include "ui/settings_view.h"
 
 namespace tallowin {
 
@@ -26,11 +32,14 @@ void setLook() {
   Fl_Tooltip::delay(static_cast<float>(layout::kHintDelay));
 }
 
-FltkFrontEnd::FltkFrontEnd(bool isoDates) : isoDates_(isoDates) {
+FltkFrontEnd::FltkFrontEnd(const Options& options) : options_(options) {
   addView<CreateModel, CreateView>();
   addView<DeleteModel, DeleteView>();
   addView<FormatModel, FormatView>();
   addView<FormatSummaryModel, FormatSummaryView>();
+  addView<DriveSettingsModel, DriveSettingsView>();
+  addView<DriveSettingsListModel, DriveSettingsListView>();
+  addView<SettingsModel, SettingsView>();
 }
 
 MessageResult FltkFrontEnd::messageBox(const MessageBox& box) { return showMessageBox(box); }
@@ -51,7 +60,7 @@ std::unique_ptr<ProgressDialog> FltkFrontEnd::progressDialog(const std::string& 
 }
 
 std::optional<std::string> FltkFrontEnd::chooseFile(const FileChoice& choice) {
-  return showFileDialog(choice, isoDates_);
+  return showFileDialog(choice, options_.iso8601);
 }
 
 void FltkFrontEnd::run(DialogModel& model) { views_.at(typeid(model))(model)->run(); }

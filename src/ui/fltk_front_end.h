@@ -7,6 +7,7 @@
 #include <typeindex>
 #include <unordered_map>
 
+#include "app/settings/options.h"
 #include "ops/front_end.h"
 #include "ui/dialog_view.h"
 
@@ -19,9 +20,9 @@ void setLook();
 // events only while one of these calls runs.
 class FltkFrontEnd : public FrontEnd {
  public:
-  // Knows the view of every dialog model that the program has. `isoDates` as in the settings:
-  // how the file dialog writes dates.
-  explicit FltkFrontEnd(bool isoDates = false);
+  // Knows the view of every dialog model that the program has. The options are borrowed: the file
+  // dialog writes dates as they say at that time.
+  explicit FltkFrontEnd(const Options& options);
 
   MessageResult messageBox(const MessageBox& box) override;
   bool textInput(TextInput& input) override;
@@ -45,7 +46,7 @@ class FltkFrontEnd : public FrontEnd {
 
   using MakeView = std::function<std::unique_ptr<DialogView>(DialogModel&)>;
   std::unordered_map<std::type_index, MakeView> views_;
-  bool isoDates_;
+  const Options& options_;
 };
 
 }  // namespace tallowin

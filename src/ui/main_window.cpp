@@ -239,7 +239,19 @@ void MainWindow::refillRows() {
   }
 }
 
+// While a dialog is open nothing beside it is served, so its help stands in front of it.
+void MainWindow::showHelpAbove(int topic) {
+  HelpWindow help(helpFile_);
+  help.set_modal();
+  help.showTopic(topic);
+  while (help.shown()) {
+    waitForEvents();
+    help.pass();
+  }
+}
+
 void MainWindow::showHelp(int topic) {
+  if (Fl::modal()) return showHelpAbove(topic);
   if (!help_) help_ = std::make_unique<HelpWindow>(helpFile_);
   help_->showTopic(topic);
 }

@@ -40,6 +40,7 @@ class MainWindow : public DialogWindow {
   void refill();
   void refillRows();
   void showHelp(int topic);
+  void showHelpAbove(int topic);
 
   MainWindowModel& model_;
   std::string helpFile_;

@@ -157,6 +157,71 @@ TEST_F(DialogTest, DeleteFormatAndSummaryAreWorkedByKeyboard) {
   });
 }
 
+TEST_F(DialogTest, DriveSettingsAreWorkedByKeyboard) {
+  const std::string title = "Drive Settings";
+  run({
+      {{"drive"}, title, "Return", "ok 0/0/0 00010000010"},
+      {{"drive"}, title, "Escape", "cancel 0/0/0 00010000010"},
+      {{"drive"},
+       title,
+       "alt+c ctrl+a 9 9 alt+h ctrl+a 1 5 alt+s Down F10",
+       "ok 99/15/62 00010000010"},
+      {{"drive"}, title, "alt+m alt+v alt+r alt+1 alt+e alt+t alt+d F10", "ok 0/0/0 11011111000"},
+      {{"drive"}, title, "alt+g alt+a alt+r alt+l F10", "ok 0/0/0 00100000010"},
+      {{"drive", "embr"}, title, "alt+u alt+l F10", "ok 0/0/0 00010000111"},
+      // In the order of the tab key: three numbers, then the boxes that can be used.
+      {{"drive"}, title, "Tab Tab Tab space Tab space Tab space F10", "ok 0/0/0 11110000010"},
+      {{"drive", "global"}, title, "alt+m alt+1 F10", "ok 0/0/0 00010000110"},
+  });
+}
+
+TEST_F(DialogTest, DrivesAreChosenByKeyboard) {
+  const std::string title = "Drive Settings";
+  run({
+      {{"drives", "a", "b"}, title, "Return F10 Escape", "closed"},
+      {{"drives", "a", "b"}, title, "alt+d Down Down F10 Escape", "edit 0,1 closed"},
+      {{"drives", "a", "b"}, title, "Down alt+d Down alt+e Escape", "edit 1,0 closed"},
+  });
+}
+
+TEST_F(DialogTest, SettingsAreWorkedByKeyboard) {
+  const std::string drive = " 0/0/0 00010000010";
+  const std::string usual = "0100000110 00001101";
+  run({
+      {{"settings"}, "Settings", "Return", "ok " + usual + drive},
+      {{"settings"}, "Settings", "Escape", "cancel " + usual + drive},
+      {{"settings"},
+       "Settings",
+       "alt+l alt+v alt+6 alt+a alt+f alt+q alt+o alt+p alt+e alt+d F10",
+       "ok 1011111001 00001101" + drive},
+      {{"settings"},
+       "Settings",
+       "ctrl+Tab alt+d alt+1 alt+c alt+t alt+v alt+b alt+h alt+w F10",
+       "ok 0100000110 11110010" + drive},
+      // A letter of the page comes before the same letter of a tab.
+      {{"settings"},
+       "Settings",
+       "alt+r alt+r alt+a alt+g F10",
+       "ok " + usual + " 0/0/0 00100000010"},
+      {{"settings", "global"},
+       "Settings",
+       "alt+r alt+a ctrl+Tab alt+l F10",
+       "ok 1100000110 00001101 0/0/0 00010000110"},
+      {{"settings", "none"}, "Settings", "alt+r alt+u alt+d F10", "ok " + usual + " -"},
+  });
+
+  for (const auto& [keys, title] : {std::pair("F1", "Help"), std::pair("alt+r alt+o", "List")}) {
+    ChildProcess child(gallery({"settings"}));
+    ASSERT_FALSE(screen_->waitFor("Settings").empty());
+    screen_->press(keys);
+    ASSERT_FALSE(screen_->waitFor(title).empty());
+    screen_->press("Return");
+    ASSERT_FALSE(screen_->waitFor("Settings").empty());
+    screen_->press("Escape");
+    expectAnswer(child, "cancel " + usual + drive);
+  }
+}
+
 TEST_F(DialogTest, FileDialogWalksAndChooses) {
   TempFolder folder;
   folder.write("b/inner.img", "x");

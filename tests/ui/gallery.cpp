@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "app/drive_settings_list_model.h"
+#include "app/settings_model.h"
 #include "base/text.h"
 #include "ops/create_model.h"
 #include "ops/delete_model.h"
@@ -158,6 +160,66 @@ void summary(FrontEnd& ui, const Arguments&) {
   std::cout << "closed" << std::endl;
 }
 
+std::string shownAs(const DriveSettingsModel& model) {
+  const DriveSettingsRecord r = model.result();
+  std::string text = format("%u/%u/%u ", r.cylinders, r.heads, r.sectors);
+  for (const bool value :
+       {r.useMbrGeometry, r.validateMbrGeometry, r.useOriginalGeometry, r.alignOnEnd != 0,
+        r.alignOnEnd == kAlignOnEndByResizing, r.align1MiB, r.alignEndHs, r.alignHsOnTruncate,
+        r.useGlobalSettings, model.saveAsDefault.ticked, model.wantedLimit().has_value()})
+    text += value ? '1' : '0';
+  return text;
+}
+
+// KIND: own, global or embr
+std::unique_ptr<DriveSettingsModel> madeUpDrive(const std::string& kind) {
+  DriveSettingsRecord record;
+  record.driveNumber = 65536;
+  record.biosGeometry = {1023, 254, 63};
+  record.useGlobalSettings = kind == "global";
+  const auto embr = kind == "embr" ? std::optional(EmbrPrimaries{false, 3, {}}) : std::nullopt;
+  return std::make_unique<DriveSettingsModel>(record, Options{}, DriveFacts{}, embr);
+}
+
+// drive [KIND]
+void driveSettings(FrontEnd& ui, const Arguments& arguments) {
+  const auto model = madeUpDrive(argument(arguments, 0, "own"));
+  model->store = [] { return true; };
+  ui.run(*model);
+  std::cout << (model->confirmed ? "ok " : "cancel ") << shownAs(*model) << std::endl;
+}
+
+// drives [NAME ...]: the names of the bus OS; the bus Image has one
+void drives(FrontEnd& ui, const Arguments& arguments) {
+  DriveSettingsListModel model({"OS", "Image"}, 0, [&](std::size_t bus) {
+    return bus == 0 ? arguments : Arguments{"/tmp/practice.img"};
+  });
+  model.editDrive = [](std::size_t bus, std::size_t drive) {
+    std::cout << "edit " << bus << ',' << drive << ' ' << std::flush;
+  };
+  ui.run(model);
+  std::cout << "closed" << std::endl;
+}
+
+// settings [KIND | none]: prints the ticks of the first two pages and the drive's settings
+void settings(FrontEnd& ui, const Arguments& arguments) {
+  const std::string kind = argument(arguments, 0, "own");
+  SettingsModel model({}, kind == "none" ? nullptr : madeUpDrive(kind), "Select a drive first.");
+  std::string end = "cancel";
+  model.store = [&] {
+    end = "ok";
+    return true;
+  };
+  model.help = [&] { ui.noticeBox("Here is the help.", "Help"); };
+  model.editOtherDrives = [&] { ui.noticeBox("Here is the list.", "List"); };
+  ui.run(model);
+  for (const auto page : {generalBoxes(), geometryBoxes()}) {
+    end += ' ';
+    for (const OptionBox& box : page) end += model.options.*box.option ? '1' : '0';
+  }
+  std::cout << end << ' ' << (model.drive() ? shownAs(*model.drive()) : "-") << std::endl;
+}
+
 // help FILE [TOPIC]
 void help(FrontEnd&, const Arguments& arguments) {
   HelpWindow window(argument(arguments, 0, "tallowin.hlp"));
@@ -170,10 +232,11 @@ void help(FrontEnd&, const Arguments& arguments) {
 }
 
 const std::map<std::string, std::function<void(FrontEnd&, const Arguments&)>> kWindows = {
-    {"message", message},   {"input", input},   {"choice", choice},
-    {"progress", progress}, {"box", box},       {"file", file},
-    {"create", create},     {"delete", remove}, {"format", formatDialog},
-    {"summary", summary},   {"help", help},
+    {"message", message},   {"input", input},       {"choice", choice},
+    {"progress", progress}, {"box", box},           {"file", file},
+    {"create", create},     {"delete", remove},     {"format", formatDialog},
+    {"summary", summary},   {"help", help},         {"drive", driveSettings},
+    {"drives", drives},     {"settings", settings},
 };
 
 }  // namespace
@@ -190,7 +253,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   setLook();
-  FltkFrontEnd ui;
+  const Options options;
+  FltkFrontEnd ui(options);
   window->second(ui, {arguments.begin() + 1, arguments.end()});
   return 0;
 }

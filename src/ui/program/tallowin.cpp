@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
   const StartUp start = startUp({argv, argv + argc}, std::make_unique<Host>(), std::cout);
   if (!start.session) return start.exitStatus;
   setLook();
-  FltkFrontEnd frontEnd(start.session->options().iso8601);
+  FltkFrontEnd frontEnd(start.session->options());
   MainWindowModel model(*start.session, frontEnd);
   MainWindow(model, start.session->folders().helpFile()).run();
   return kExitDone;

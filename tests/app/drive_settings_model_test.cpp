@@ -1,0 +1,239 @@
+#include "app/drive_settings_model.h"
+
+#include <gtest/gtest.h>
+
+#include "app/drive_settings_list_model.h"
+
+namespace tallowin {
+namespace {
+
+DriveSettingsRecord ownRecord() {
+  DriveSettingsRecord record;
+  record.driveNumber = 0x010002;
+  record.biosGeometry = {1023, 254, 63};
+  record.useGlobalSettings = false;
+  return record;
+}
+
+DriveSettingsModel modelOf(const DriveSettingsRecord& record, const Options& options = {},
+                           std::optional<EmbrPrimaries> embr = std::nullopt) {
+  return {record, options, {}, embr};
+}
+
+std::string numbers(const DriveSettingsModel& m) {
+  return std::to_string(m.cylinders.value) + "/" + std::to_string(m.heads.value) + "/" +
+         std::to_string(m.sectors.value);
+}
+
+TEST(DriveSettingsModel, ShowsTheRecordAndStoresItUnchanged) {
+  DriveSettingsRecord record = ownRecord();
+  record.cylinders = 100;
+  record.alignOnEnd = kAlignOnEndByResizing;
+  record.align1MiB = true;
+  record.geometryCalculation = 3;
+  record.alignmentBytes = 4096;
+  DriveSettingsModel model = modelOf(record);
+  EXPECT_EQ(model.driveLine, "Drive: 65538");
+  EXPECT_EQ(numbers(model), "100/254/63") << "zero fields show the geometry in force";
+  EXPECT_TRUE(model.alignOnEnd.ticked && model.alignEndByResizing.ticked && model.align1MiB.ticked);
+  EXPECT_TRUE(model.saveAsDefault.ticked);
+  EXPECT_FALSE(model.limitPrimaries.control.shown);
+  model.pass();
+  EXPECT_EQ(model.result(), record);
+  EXPECT_EQ(model.keysToSave(), DriveKeys::all);
+}
+
+TEST(DriveSettingsModel, EachTickChangesItsOwnFieldAlone) {
+  const DriveSettingsRecord shown = ownRecord();
+  struct Case {
+    Tick DriveSettingsModel::*tick;
+    bool DriveSettingsRecord::*field;
+  };
+  const Case cases[] = {
+      {&DriveSettingsModel::align1MiB, &DriveSettingsRecord::align1MiB},
+      {&DriveSettingsModel::alignEndHs, &DriveSettingsRecord::alignEndHs},
+      {&DriveSettingsModel::alignHsOnTruncate, &DriveSettingsRecord::alignHsOnTruncate},
+      {&DriveSettingsModel::validateMbrGeometry, &DriveSettingsRecord::validateMbrGeometry},
+  };
+  for (const Case& c : cases) {
+    DriveSettingsModel model = modelOf(shown);
+    (model.*c.tick).ticked = true;
+    model.pass();
+    DriveSettingsRecord expected = shown;
+    expected.*c.field = true;
+    EXPECT_EQ(model.result(), expected);
+  }
+
+  DriveSettingsModel model = modelOf(shown);
+  EXPECT_TRUE(model.alignEndByResizing.control.enabled);
+  model.alignEndByResizing.ticked = true;
+  model.pass();
+  EXPECT_EQ(model.result().alignOnEnd, kAlignOnEndByResizing);
+  model.alignOnEnd.ticked = false;
+  model.pass();
+  EXPECT_EQ(model.result().alignOnEnd, kAlignOnEndOff);
+  EXPECT_FALSE(model.alignEndByResizing.control.enabled);
+}
+
+TEST(DriveSettingsModel, TheNumbersFollowTheirSource) {
+  DriveSettingsRecord record = ownRecord();
+  record.cylinders = 500;
+  record.heads = 15;
+  DriveSettingsModel model = modelOf(record);
+  EXPECT_FALSE(model.validateMbrGeometry.control.enabled);
+
+  // What is typed stays as long as nothing else is clicked, also a zero.
+  model.cylinders.value = 7;
+  model.heads.value = 0;
+  model.align1MiB.ticked = true;
+  model.pass();
+  EXPECT_EQ(numbers(model), "7/0/63");
+  EXPECT_EQ(model.result().cylinders, 7);
+
+  model.useMbrGeometry.ticked = true;
+  model.pass();
+  EXPECT_EQ(numbers(model), "0/15/63");
+  EXPECT_TRUE(model.validateMbrGeometry.control.enabled);
+  EXPECT_FALSE(model.geometryControl.enabled);
+  EXPECT_FALSE(model.geometryControl.whyDisabled.empty());
+  EXPECT_EQ(model.result().cylinders, 500) << "typed numbers are not stored then";
+
+  model.useMbrGeometry.ticked = false;
+  model.useOriginalGeometry.ticked = true;
+  model.pass();
+  EXPECT_EQ(numbers(model), "500/15/63");
+  model.useOriginalGeometry.ticked = false;
+  model.pass();
+  EXPECT_TRUE(model.geometryControl.enabled);
+
+  model.cylinders.value = 5000;
+  model.sectors.value = 99;
+  model.pass();
+  EXPECT_EQ(numbers(model), "1023/15/63");
+
+  record.cylinders = 0;
+  DriveSettingsModel original = modelOf(record);
+  EXPECT_EQ(original.cylinders.value, 0u);
+  original.useOriginalGeometry.ticked = true;
+  original.pass();
+  EXPECT_EQ(original.cylinders.value, 1023u) << "the geometry's own";
+}
+
+TEST(DriveSettingsModel, GlobalSettingsAreShownAndCannotBeChanged) {
+  DriveSettingsRecord record = ownRecord();
+  record.cylinders = 500;
+  record.alignEndHs = true;
+  Options options;
+  options.globalGeoMbrGeo = true;
+  options.globalGeoAlign2K = true;
+  DriveSettingsModel model = modelOf(record, options);
+  model.align1MiB.ticked = true;
+  model.pass();
+
+  model.useGlobalSettings.ticked = true;
+  model.pass();
+  EXPECT_TRUE(model.useMbrGeometry.ticked && model.validateMbrGeometry.ticked);
+  EXPECT_TRUE(model.align1MiB.ticked && model.alignHsOnTruncate.ticked);
+  EXPECT_FALSE(model.alignOnEnd.ticked);
+  EXPECT_EQ(numbers(model), "0/254/63");
+  for (const Tick* tick : {&model.useMbrGeometry, &model.validateMbrGeometry,
+                           &model.useOriginalGeometry, &model.alignOnEnd, &model.alignEndByResizing,
+                           &model.align1MiB, &model.alignEndHs, &model.alignHsOnTruncate}) {
+    EXPECT_FALSE(tick->control.enabled);
+    EXPECT_FALSE(tick->control.whyDisabled.empty());
+  }
+  EXPECT_FALSE(model.geometryControl.enabled);
+  EXPECT_TRUE(model.saveAsDefault.control.enabled);
+  EXPECT_EQ(model.keysToSave(), DriveKeys::useGlobalSettingsOnly);
+  DriveSettingsRecord expected = record;
+  expected.useGlobalSettings = true;
+  EXPECT_EQ(model.result(), expected) << "what was ticked before does not count";
+
+  // The other pages change while the dialog is open.
+  options.globalGeoMbrGeo = false;
+  model.setOptions(options);
+  model.pass();
+  EXPECT_FALSE(model.useMbrGeometry.ticked);
+  options.globalGeoDisable = true;
+  model.setOptions(options);
+  model.pass();
+  EXPECT_TRUE(model.alignEndHs.control.enabled);
+  EXPECT_EQ(model.keysToSave(), DriveKeys::all);
+
+  model.useGlobalSettings.ticked = false;
+  model.pass();
+  EXPECT_TRUE(model.align1MiB.ticked) << "its own values are back";
+  EXPECT_TRUE(model.alignEndHs.ticked);
+  EXPECT_FALSE(model.useMbrGeometry.ticked);
+  EXPECT_EQ(model.cylinders.value, 500u);
+}
+
+TEST(DriveSettingsModel, TheLimitOfPrimariesIsOfferedWhereFourSlotsAreEnough) {
+  const DriveSettingsRecord record = ownRecord();
+  DriveSettingsModel free = modelOf(record, {}, EmbrPrimaries{false, 4, {}});
+  EXPECT_TRUE(free.limitPrimaries.control.shown && free.limitPrimaries.control.enabled);
+  EXPECT_EQ(free.wantedLimit(), std::nullopt);
+  free.limitPrimaries.ticked = true;
+  free.useGlobalSettings.ticked = true;
+  free.pass();
+  EXPECT_EQ(free.wantedLimit(), true) << "it is no global setting";
+
+  DriveSettingsModel limited = modelOf(record, {}, EmbrPrimaries{true, 2, {}});
+  EXPECT_TRUE(limited.limitPrimaries.ticked);
+  limited.limitPrimaries.ticked = false;
+  EXPECT_EQ(limited.wantedLimit(), false);
+
+  for (const EmbrPrimaries& fixed : {EmbrPrimaries{false, 5, {}}, EmbrPrimaries{true, 2, "Why."}}) {
+    DriveSettingsModel model = modelOf(record, {}, fixed);
+    EXPECT_FALSE(model.limitPrimaries.control.enabled);
+    EXPECT_FALSE(model.limitPrimaries.control.whyDisabled.empty());
+  }
+}
+
+TEST(DriveSettingsModel, OkClosesWhenStoredAndCancelStoresNothing) {
+  DriveSettingsModel model = modelOf(ownRecord());
+  int asked = 0;
+  model.store = [&] { return ++asked == 2; };
+  model.align1MiB.ticked = true;
+  model.ok();
+  EXPECT_TRUE(model.isOpen());
+  EXPECT_FALSE(model.confirmed);
+  EXPECT_TRUE(model.align1MiB.ticked);
+  model.ok();
+  EXPECT_FALSE(model.isOpen());
+  EXPECT_TRUE(model.confirmed);
+
+  DriveSettingsModel cancelled = modelOf(ownRecord());
+  cancelled.store = [&] { return ++asked > 0; };
+  cancelled.cancel();
+  EXPECT_FALSE(cancelled.isOpen() || cancelled.confirmed);
+  EXPECT_EQ(asked, 2);
+}
+
+TEST(DriveSettingsListModel, EditNeedsADriveOfTheBusThatIsShown) {
+  DriveSettingsListModel model({"OS", "Image"}, 0, [](std::size_t bus) {
+    return bus == 0 ? std::vector<std::string>{"a", "b"} : std::vector<std::string>{"c"};
+  });
+  std::vector<std::pair<std::size_t, std::size_t>> edited;
+  model.editDrive = [&](std::size_t bus, std::size_t drive) { edited.emplace_back(bus, drive); };
+  EXPECT_FALSE(model.editControl.enabled);
+  model.ok();
+  model.driveIndex = 1;
+  model.pass();
+  EXPECT_TRUE(model.editControl.enabled);
+  model.ok();
+  EXPECT_TRUE(model.isOpen());
+
+  model.busIndex = 1;
+  model.pass();
+  EXPECT_EQ(model.drives(), std::vector<std::string>{"c"});
+  EXPECT_FALSE(model.editControl.enabled);
+  model.driveIndex = 1;
+  model.ok();
+  EXPECT_EQ(edited, (std::vector<std::pair<std::size_t, std::size_t>>{{0, 1}}));
+  model.cancel();
+  EXPECT_FALSE(model.isOpen());
+}
+
+}  // namespace
+}  // namespace tallowin
