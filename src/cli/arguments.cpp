@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "base/text.h"
+#include "ops/mbr_edit_flow.h"
 
 namespace tallowin {
 namespace {
@@ -47,6 +48,17 @@ std::optional<u32> parseCount(std::string_view text) {
 std::optional<u32> parseFromOne(std::string_view text) {
   const std::optional<u32> value = parseCount(text);
   return value && *value > 0 ? value : std::nullopt;
+}
+
+std::optional<u32> parseSlot(std::string_view text) {
+  const std::optional<u32> value = parseFromOne(text);
+  return value && *value <= kMbrSlots ? value : std::nullopt;
+}
+
+std::optional<BootCode> parseBootCode(std::string_view text) {
+  if (text == "standard") return BootCode::standard;
+  if (text == "new") return BootCode::measuring;
+  return std::nullopt;
 }
 
 std::optional<FormatKind> parseFormatKind(std::string_view text) {
@@ -141,6 +153,32 @@ void declareFormat(CLI::App& app, Arguments& arguments) {
   addWriting(app, arguments);
 }
 
+void declareMbr(CLI::App& app, Arguments& arguments) {
+  constexpr const char* kSlotForm = "a slot: 1 to 4";
+  MbrArguments& mbr = arguments.mbr;
+  addTarget(app, arguments);
+  option(app, "--set-active", "SLOT", mbr.setActive, parseSlot, kSlotForm,
+         "Make this slot, 1 to 4, the only active one");
+  option(app, "--boot-code", "CODE", mbr.bootCode, parseBootCode, "a boot code: standard, new",
+         "Install boot code: standard, or new (measures into a TPM)");
+  CLI::Option* insert = option(app, "--insert", "N", mbr.insert, parseCount, "a partition's number",
+                               "Put partition N into the slot of --slot");
+  CLI::Option* slot = option(app, "--slot", "SLOT", mbr.slot, parseSlot, kSlotForm,
+                             "The slot, 1 to 4, that --insert fills");
+  insert->needs(slot);
+  slot->needs(insert);
+  option(app, "--delete-slot", "SLOT", mbr.deleteSlot, parseSlot, kSlotForm,
+         "Clear this slot, 1 to 4");
+  app.add_flag("--fill-echs", mbr.fillEndChs,
+               "Make the last CHS address of every used slot the largest");
+  CLI::Option* clear =
+      app.add_flag("--clear-signature", mbr.clearSignature, "Clear the disk signature");
+  option(app, "--signature", "NUMBER", mbr.signature, parseSignature, "a number of 32 bits",
+         "Set the disk signature: decimal, 0x hexadecimal or 0 octal")
+      ->excludes(clear);
+  addWriting(app, arguments);
+}
+
 void declareTable(CLI::App& app, Arguments& arguments) {
   app.add_option(
          "ACTION",
@@ -192,6 +230,7 @@ constexpr CommandRow kCommands[] = {
     {"create", CommandName::create, "Create a partition or a volume", declareCreate},
     {"delete", CommandName::del, "Delete a partition or a volume", declareDelete},
     {"format", CommandName::format, "Make a new, empty file system", declareFormat},
+    {"mbr", CommandName::mbr, "Show the four slots of the boot sector, or edit it", declareMbr},
     {"table", CommandName::table, "Keep the partition table in a file, or put it back",
      declareTable},
     {"settings", CommandName::settings, "Show or change the settings", declareSettings},

@@ -9,12 +9,30 @@
 #include "cli/amount.h"
 #include "cli/exit_status.h"
 #include "ops/format_flow.h"
+#include "ptable/boot_code.h"
 
 namespace tallowin {
 
-enum class CommandName { devices, list, info, create, del, format, table, settings };
+enum class CommandName { devices, list, info, create, del, format, mbr, table, settings };
 
 enum class TableAction { backup, restore };
+
+// What `mbr` does, in this order; slots count from 1.
+struct MbrArguments {
+  std::optional<u32> deleteSlot;
+  std::optional<u32> insert;  // a partition's number, into `slot`
+  std::optional<u32> slot;
+  std::optional<u32> setActive;
+  bool fillEndChs = false;
+  std::optional<BootCode> bootCode;
+  bool clearSignature = false;
+  std::optional<u32> signature;
+
+  bool changesAnything() const {
+    return deleteSlot || insert || setActive || fillEndChs || bootCode || clearSignature ||
+           signature;
+  }
+};
 
 struct Arguments {
   CommandName command = CommandName::list;
@@ -50,6 +68,8 @@ struct Arguments {
   // delete
   bool clearBootSector = false;
   bool wipe = false;
+
+  MbrArguments mbr;
 
   // table
   TableAction tableAction = TableAction::backup;

@@ -49,6 +49,11 @@ std::string createErrorText(Error error) { return withReason("Create Failed.", e
 
 std::string deleteErrorText(Error error) { return withReason("Delete failed!", error); }
 
+std::string mbrErrorText(Error error) {
+  const std::string what = format("The %s operation on mass storage device failed!", "Write");
+  return withReason(what.c_str(), error);
+}
+
 std::string formatErrorText(Error error) {
   switch (error) {
     case Error::none:

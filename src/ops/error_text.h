@@ -13,6 +13,8 @@ std::string tableErrorText(Error error);
 // "Create Failed." and "Delete failed!" with the reason below.
 std::string createErrorText(Error error);
 std::string deleteErrorText(Error error);
+// For the boot sector as a whole: what failed, with the reason below.
+std::string mbrErrorText(Error error);
 
 // For the codes of formatting; a stopped surface scan is a success.
 std::string formatErrorText(Error error);

@@ -1,0 +1,34 @@
+#include "ops/mbr_edit_flow.h"
+
+#include "base/text.h"
+#include "ops/error_text.h"
+#include "ops/table_change.h"
+
+namespace tallowin {
+
+bool mayOverwriteSlot(FrontEnd& ui, const MbrEditor& editor, std::size_t slot) {
+  if (!editor.holdsGptPlaceHolder(slot)) return true;
+  const std::string text =
+      kPlaceHolderWarning + std::string("\n\nAre you sure you want to continue?");
+  return ui.questionBox("Warning", ButtonSet::yesNo, MessageKind::warning, text, kFocusOnNo) ==
+         MessageResult::yes;
+}
+
+std::optional<u32> parseSignature(std::string_view text) {
+  u64 value = 0;
+  const std::string_view number = trim(text);
+  if (!number.empty() && (!parseNumber(number, value) || value > kAllOnes32)) return std::nullopt;
+  return static_cast<u32>(value);
+}
+
+FlowResult applyMbrEdit(const OperationContext& context, Drive& drive, MbrEditor& editor) {
+  TableChange change(context, drive);
+  if (const auto stopped = change.begin()) return *stopped;
+  const Error error = editor.apply();
+  change.end();
+  if (error == Error::none) return {};
+  context.ui.errorBox(mbrErrorText(error));
+  return {FlowEnd::failed, error, 0};
+}
+
+}  // namespace tallowin
