@@ -4,6 +4,7 @@
 #include <array>
 
 #include "app/enabled_actions.h"
+#include "app/mbr_view_model.h"
 #include "app/settings_flow.h"
 #include "base/text.h"
 #include "ops/create_flow.h"
@@ -38,7 +39,7 @@ constexpr std::array<ActionRow, kActionCount> kActions = {{
     {Action::driveSettings, "Dr&ive Settings"},
     {Action::changeDiskType, "C&hange Disk Type", 0, "Changing the disk type"},
     {Action::wipeEntireDrive, "&Wipe Entire Drive", 0, "Wiping a drive"},
-    {Action::viewMbr, "&View MBR", 0, "The MBR view"},
+    {Action::viewMbr, "&View MBR"},
     {Action::close, "Close"},
     {Action::help, "Help"},
     {Action::settings, "Settings"},
@@ -174,7 +175,16 @@ Control MainWindowModel::control(Action action) const {
     why = whyUnavailable(action);
   else if (action == Action::driveSettings)
     why = whyWithoutDrive();
+  else if (action == Action::viewMbr)
+    why = whyWithoutTable();
   return why.empty() ? Control{} : disabled(std::move(why));
+}
+
+std::string MainWindowModel::whyWithoutTable() const {
+  if (std::string why = whyWithoutDrive(); !why.empty()) return why;
+  return drive_->table().isWholeDisk()
+             ? "This disk has no partition table; a file system fills all of it."
+             : "";
 }
 
 std::string MainWindowModel::whyWithoutDrive() const {
@@ -203,6 +213,7 @@ void MainWindowModel::press(Action action) {
     return;
   }
   if (action == Action::settings || action == Action::driveSettings) return runSettings(action);
+  if (action == Action::viewMbr) return runViewMbr();
   runFlow(action, *selectedEntry());
 }
 
@@ -212,6 +223,13 @@ void MainWindowModel::runSettings(Action action) {
                            ? editSettings(context, drive_.get(), whyWithoutDrive())
                            : editDriveSettings(context, *drive_);
   if (changed) refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runViewMbr() {
+  // The flow has told the user how it ended.
+  static_cast<void>(viewMbr(session_.context(frontEnd_), *drive_));
+  drive_->setFlags(kDriveChanged, kDriveChanged);
+  refresh(Refresh::afterAction);
 }
 
 void MainWindowModel::runFlow(Action action, PartitionEntry& entry) {

@@ -109,9 +109,11 @@ class MainWindowModel {
   void refresh(Refresh kind);
   void openCurrentDrive();
   void selectAgain(std::optional<PartitionId> id, std::optional<std::size_t> row);
+  void runViewMbr();
   void runFlow(Action action, PartitionEntry& entry);
   void runSettings(Action action);
   void closeWindow();
+  std::string whyWithoutTable() const;
   std::string whyUnavailable(Action action) const;
   std::string whyWithoutDrive() const;
   const PartitionEntry* selection() const;

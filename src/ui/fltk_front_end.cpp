@@ -5,6 +5,7 @@
 
 #include "app/drive_settings_list_model.h"
 #include "app/drive_settings_model.h"
+#include "app/mbr_view_model.h"
 #include "app/settings_model.h"
 #include "ops/create_model.h"
 #include "ops/delete_model.h"
@@ -18,6 +19,7 @@
 #include "ui/format_summary_view.h"
 #include "ui/format_view.h"
 #include "ui/layout.h"
+#include "ui/mbr_view.h"
 #include "ui/progress_windows.h"
 #include "ui/question_window.h"
 #include "ui/settings_view.h"
@@ -40,6 +42,8 @@ FltkFrontEnd::FltkFrontEnd(const Options& options) : options_(options) {
   addView<DriveSettingsModel, DriveSettingsView>();
   addView<DriveSettingsListModel, DriveSettingsListView>();
   addView<SettingsModel, SettingsView>();
+  addView<MbrViewModel, MbrView>();
+  addView<PartitionChoiceModel, PartitionChoiceView>();
 }
 
 MessageResult FltkFrontEnd::messageBox(const MessageBox& box) { return showMessageBox(box); }

@@ -18,7 +18,8 @@ constexpr int kListX = 10;
 constexpr int kListY = 30;
 constexpr int kListWidth = 545;
 constexpr int kListHeight = 80;
-constexpr int kListInset = 3;  // of the list's frame and text
+constexpr int kListInset = 3;  // of the first column in the list
+constexpr int kTextInset = 3;  // of right-aligned text in its column
 // Name, Active, C, H, S, FS, C, H, S, LBA, Sectors.
 constexpr int kColumnWidths[] = {125, 42, 34, 30, 26, 38, 38, 34, 26, 74, 70, 0};
 constexpr const char* kColumnCaptions[] = {"",  "",  "C", "H",   "S",      "FS",
@@ -85,7 +86,8 @@ MbrView::MbrView(MbrViewModel& model)
   list_->textsize(kSmallFontSize);
   list_->has_scrollbar(0);
   list_->onAction = [this](MbrAction action) { note(action); };
-  signature_ = addText(kListX, kUpperY, 72, kButtonHeightHere, {});
+  signature_ = addText(kListX, kUpperY, 73, kButtonHeightHere, {});
+  signature_->labelsize(kSmallFontSize);
   for (std::size_t i = 0; i < std::size(kButtonX); ++i) {
     addButton(static_cast<MbrAction>(i), kButtonX[i], kUpperY, kButtonWidthHere);
     addButton(static_cast<MbrAction>(i + std::size(kButtonX)), kButtonX[i], kLowerY,
@@ -111,8 +113,8 @@ void MbrView::addCaptions() {
     add(columnX(column), kUpperCaptionY, columnX(column + kChsColumns) - columnX(column), text,
         FL_ALIGN_CENTER);
   for (int column = kStartColumn; column < static_cast<int>(std::size(kColumnCaptions)); ++column)
-    add(columnX(column), kLowerCaptionY, kColumnWidths[column], kColumnCaptions[column],
-        FL_ALIGN_RIGHT);
+    add(columnX(column), kLowerCaptionY, kColumnWidths[column] - kTextInset,
+        kColumnCaptions[column], FL_ALIGN_RIGHT);
 }
 
 void MbrView::addButton(MbrAction action, int x, int y, int width) {
