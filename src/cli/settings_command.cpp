@@ -31,6 +31,7 @@ bool setChecked(const OptionRow<Owner>& row, Owner& owner, const std::string& te
   const bool isText = row.type == OptionType::text || row.type == OptionType::encodedText;
   u64 number = 0;
   if (!isText && !parseNumber(text, number)) return false;
+  if (row.type == OptionType::number && row.limit != 0 && number > row.limit) return false;
   if (!setOption(row, owner, text)) return false;
   return isText || row.type == OptionType::boolean ||
          optionText(row, owner) == std::to_string(number);
@@ -55,6 +56,8 @@ template <typename Owner, typename Write>
 CommandResult run(CommandContext& context, std::span<const OptionRow<Owner>> rows, Owner owner,
                   const Write& write) {
   const Arguments& arguments = context.arguments;
+  if (arguments.key.empty() && arguments.value)
+    return wrongUsage("The setting to change is missing before '='.");
   bool found = arguments.key.empty();
   if (context.arguments.json) context.json.beginObject("settings");
   for (const OptionRow<Owner>& row : rows) {
@@ -86,6 +89,10 @@ CommandResult runSettings(CommandContext& context) {
     return run(context, optionTable(), options,
                [&](const Options& changed) { return file.writeOptions(changed); });
   }
+  if (*context.arguments.driveNumber > kMaxDriveNumber ||
+      (*context.arguments.driveNumber & kDriveTakesNoSettings) != 0)
+    return wrongUsage(format("Drive %u has no settings: disks count from 0, images from 65536.",
+                             *context.arguments.driveNumber));
   return run(
       context, driveOptionTable(), file.readDrive(*context.arguments.driveNumber),
       [&](const DriveSettingsRecord& changed) { return file.writeDrive(changed, DriveKeys::all); });

@@ -26,5 +26,53 @@ TEST(SettingsCommand, ShowsChangesAndObeys) {
   EXPECT_EQ(all.json["settings"].MemberCount(), 13u);
 }
 
+TEST(SettingsCommand, WhatIsNoSettingOrNoValueIsWrongUsageAndChangesNothing) {
+  Ctl ctl;
+  const std::string before = "; mine\n[OPTIONS]\nTheirs=1\nTimeOut=5\n";
+  ctl.home().write("STRANDEL.INI", before);
+  const std::vector<std::vector<std::string>> wrong = {
+      {"Nope"},
+      {"Nope=1"},
+      {"=3"},
+      {"TimeOut=soon"},
+      {"TimeOut=4294967296"},
+      {"ISO8601="},
+      {"c=1024", "--drive", "1"},
+      {"s=64", "--drive", "1"},
+      {"GeoCalc=6", "--drive", "1"},
+      {"AlignOnEnd=3", "--drive", "1"},
+      {"c=5", "--drive", "32768"},
+      {"c", "--drive", "16777216"},
+      {"TimeOut", "--drive", "1"},
+  };
+  for (std::vector<std::string> arguments : wrong) {
+    SCOPED_TRACE(arguments.front());
+    arguments.insert(arguments.begin(), "settings");
+    EXPECT_EQ(ctl.run(arguments).status, 2);
+    EXPECT_EQ(ctl.home().read("STRANDEL.INI"), before);
+  }
+}
+
+TEST(SettingsCommand, TextsPasswordsAndDrivesAreKeptBesideWhatBelongsToOthers) {
+  Ctl ctl;
+  ctl.home().write("STRANDEL.INI", "; mine\n[OPTIONS]\nTheirs=1\nTimeOut=5\n");
+  EXPECT_EQ(ctl.run({"settings", "TimeOut=0"}).status, 0);
+  EXPECT_EQ(ctl.home().read("STRANDEL.INI"), "; mine\n[OPTIONS]\nTheirs=1\n");
+  EXPECT_EQ(ctl.run({"settings", "TimeZone=CET-1CEST"}).output, "TimeZone=CET-1CEST\n");
+  EXPECT_EQ(ctl.run({"settings", "MaintPW=sesame"}).output, "MaintPW=(not shown)\n");
+  EXPECT_EQ(ctl.home().read("STRANDEL.INI").find("sesame"), std::string::npos);
+  EXPECT_EQ(ctl.run({"settings", "c=1023", "--drive", "65536"}).status, 0);
+  EXPECT_NE(ctl.home().read("STRANDEL.INI").find("[HD65536]\nc=1023\n"), std::string::npos)
+      << ctl.home().read("STRANDEL.INI");
+}
+
+TEST(SettingsCommand, AFileThatCannotBeWrittenIsNamed) {
+  Ctl ctl;
+  ctl.home().write("STRANDEL.INI/inside", "");
+  const ProgramResult answer = ctl.run({"settings", "TimeOut=1"});
+  EXPECT_EQ(answer.status, 1);
+  EXPECT_NE(answer.output.find("STRANDEL.INI"), std::string::npos) << answer.output;
+}
+
 }  // namespace
 }  // namespace tallowin

@@ -12,23 +12,24 @@ namespace {
 using Record = DriveSettingsRecord;
 using Row = OptionRow<Record>;
 
-constexpr Row inFile(std::string_view key, OptionType type, Row::Member member) {
-  return {{}, key, type, member, 0, 0};
+constexpr Row inFile(std::string_view key, OptionType type, Row::Member member,
+                     std::size_t largest = 0) {
+  return {{}, key, type, member, 0, largest};
 }
 
 constexpr auto kTable = std::to_array<Row>({
     inFile("UseOrgGeo", OptionType::boolean, &Record::useOriginalGeometry),
     inFile("UseMBRGeo", OptionType::boolean, &Record::useMbrGeometry),
     inFile("UseValidMBRGeoOnly", OptionType::boolean, &Record::validateMbrGeometry),
-    inFile("AlignOnEnd", OptionType::number, &Record::alignOnEnd),
+    inFile("AlignOnEnd", OptionType::number, &Record::alignOnEnd, kAlignOnEndByResizing),
     inFile("Align2048", OptionType::boolean, &Record::align1MiB),
     inFile("AlignVal", OptionType::number, &Record::alignmentBytes),
     inFile("AlignEndHS", OptionType::boolean, &Record::alignEndHs),
     inFile("AlignHSOnTrunc", OptionType::boolean, &Record::alignHsOnTruncate),
-    inFile("c", OptionType::number, &Record::cylinders),
+    inFile("c", OptionType::number, &Record::cylinders, 1023),
     inFile("h", OptionType::number, &Record::heads),
-    inFile("s", OptionType::number, &Record::sectors),
-    inFile("GeoCalc", OptionType::number, &Record::geometryCalculation),
+    inFile("s", OptionType::number, &Record::sectors, 63),
+    inFile("GeoCalc", OptionType::number, &Record::geometryCalculation, 5),
     inFile("UseGlobalGeoSettings", OptionType::boolean, &Record::useGlobalSettings),
 });
 

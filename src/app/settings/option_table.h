@@ -33,8 +33,10 @@ struct OptionRow {
   std::string_view key;         // empty: set by its switch only
   OptionType type = OptionType::boolean;
   Member member;
-  u64 mask = 0;           // bitMask: the bits that belong to this row
-  std::size_t limit = 0;  // textList: how many values it takes
+  u64 mask = 0;  // bitMask: the bits that belong to this row
+  // textList: how many values it takes. number: the largest that a user may enter, 0 for all that
+  // fit; what stands in the file is taken as it is.
+  std::size_t limit = 0;
 };
 
 // Text in the file or behind a switch, as the row's value. What is no number, or too large for
