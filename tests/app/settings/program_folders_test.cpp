@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <map>
 
@@ -51,6 +52,29 @@ TEST(ProgramFolders, AreTheUsersOwnWhenTheProgramsFolderCannotBeWritten) {
   EXPECT_EQ("/home/me/.local/state/tallowin", folders.state);
 
   EXPECT_EQ("/proc/self", ProgramFolders::find(program, madeUp({})).settings);
+}
+
+// A normal user asks in a process of its own; /proc has no such file beside its programs.
+TEST(ProgramFolders, AFileBesideTheProgramWinsAlsoWhenItsFolderCannotBeWritten) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs the rights to become somebody else";
+  constexpr uid_t kNobody = 65534;
+  const TempFolder folder;
+  folder.write("STRANDEL.INI", "[OPTIONS]\nTimeOut=7\n");
+  folder.write("without/tallowin", "");
+  for (const char* name : {"", "/without"})
+    ASSERT_EQ(::chmod((folder.path() + name).c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(folder.file("STRANDEL.INI").c_str(), 0644), 0);
+  // access(2), which the search asks with, answers for the real user.
+  ASSERT_EQ(::setreuid(kNobody, 0), 0);
+  const auto home = madeUp({{"HOME", "/home/me"}});
+  const auto beside = ProgramFolders::find(folder.file("tallowin"), home);
+  const auto elsewhere = ProgramFolders::find(folder.file("without/tallowin"), home);
+  ASSERT_EQ(::setreuid(0, 0), 0);
+
+  EXPECT_EQ(folder.file("STRANDEL.INI"), beside.settingsFile());
+  EXPECT_EQ("/home/me/.local/state/tallowin/backup", beside.backupFolder());
+  EXPECT_EQ("/home/me/.config/tallowin/STRANDEL.INI", elsewhere.settingsFile());
+  EXPECT_EQ("/home/me/.local/state/tallowin/Debug.txt", elsewhere.traceFile());
 }
 
 TEST(ProgramFolders, MakingThemSaysWhenThatIsNotPossible) {

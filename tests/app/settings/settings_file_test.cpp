@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "support/oracle.h"
 #include "support/temp_folder.h"
@@ -86,6 +87,32 @@ TEST_F(SettingsFileTest, AFileThatCannotBeReadIsNotReplaced) {
   Options options;
   options.timeOut = 1;
   EXPECT_EQ(Error::cannotOpenForReading, file_.writeOptions(options));
+}
+
+TEST_F(SettingsFileTest, AFileThatCannotBeWrittenIsLeftAsItIs) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs the rights to become somebody else";
+  const std::string before = "[OPTIONS]\nTimeOut=5\n";
+  write(before);
+  ASSERT_EQ(0, ::chmod(folder_.path().c_str(), 0755));
+  ASSERT_EQ(0, ::chmod(file_.path().c_str(), 0644));
+  Options options;
+  options.timeOut = 6;
+  DriveSettingsRecord record;
+  record.align1MiB = true;
+  constexpr uid_t kNobody = 65534;
+  ASSERT_EQ(0, ::seteuid(kNobody));
+  const Error changed = file_.writeOptions(options);
+  const Error ofDrive = file_.writeDrive(record, DriveKeys::all);
+  options.timeOut = 5;
+  const Error same = file_.writeOptions(options);
+  ASSERT_EQ(0, ::seteuid(0));
+  EXPECT_NE(Error::none, changed);
+  EXPECT_NE(Error::none, ofDrive);
+  EXPECT_EQ(Error::none, same) << "nothing to write";
+  EXPECT_EQ(before, text());
+
+  const SettingsFile nowhere("/proc/self/tallowin/STRANDEL.INI");
+  EXPECT_EQ(Error::cannotCreate, nowhere.writeOptions(options));
 }
 
 TEST_F(SettingsFileTest, TheFolderIsMadeWhenItIsMissing) {
