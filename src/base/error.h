@@ -37,18 +37,24 @@ enum class [[nodiscard]] Error : u32 {
   entriesDoNotFit = 63,
   unknownDriveClass = 63,
   imageTableFull = 63,
+  partitionBeyondTable = 63,  // a table of the wanted kind cannot hold its sectors
   notThisFormat = 64,
   tooManyOpenDrives = 65,
   noFreeEntry = 65,
+  tooManyPartitions = 65,
   lockNotMade = 68,
   backupWriteFailed = 71,
+  slotNotFree = 71,
   sectorSizeDiffers = 73,
   unsupportedForm = 76,
   gptRevision = 76,
+  dynamicDisk = 76,
   cannotCreate = 77,
+  tableNotBuilt = 77,
   seekFailed = 78,
   scanStopped = 86,
   notAFileSystem = 89,
+  noTable = 89,
   corrupt = 94,
   gptTableCheck = 94,
   tableReadFailed = 98,
@@ -61,6 +67,7 @@ enum class [[nodiscard]] Error : u32 {
   writeFailedNewTable = 203,      // a write or flush failed, yet the new table is on the disk
   writeFailedTableUnknown = 204,  // and which table is on the disk could not be found out
   backupOfOtherDisk = 205,
+  sectorsInUse = 206,  // sectors that would be overwritten hold something of another program
 };
 // clang-format on
 

@@ -97,6 +97,16 @@ bool parseNumber(std::string_view text, u64& value) {
   return problem == std::errc{} && end == text.data() + text.size();
 }
 
+std::string printableFromUtf8(std::string_view text) {
+  std::string plain;
+  for (const char c : text) {
+    const auto byte = static_cast<u8>(c);
+    const bool isContinuation = (byte & 0xC0) == 0x80;
+    if (!isContinuation) plain += byte < 0x80 ? c : '?';
+  }
+  return printable(plain);
+}
+
 std::string printable(std::string_view text) {
   std::string result(text);
   std::replace_if(

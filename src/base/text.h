@@ -33,6 +33,8 @@ bool matchesWildcard(std::string_view pattern, std::string_view text);
 
 // Bytes outside 0x20..0x7E become blanks.
 std::string printable(std::string_view text);
+// The same with one "?" for each character beyond ASCII.
+std::string printableFromUtf8(std::string_view text);
 
 // Sectors as MiB, half a MiB rounding up; a sector size of 0 counts as 512.
 u64 sectorsToMiB(u64 sectors, u32 sectorSizeBytes);

@@ -7,6 +7,7 @@
 #include "ptable/ebr_reader.h"
 #include "ptable/ebr_writer.h"
 #include "ptable/free_space.h"
+#include "ptable/gpt_scheme.h"
 #include "ptable/identify.h"
 #include "ptable/mbr_record.h"
 #include "ptable/scheme.h"
@@ -115,7 +116,7 @@ AlignmentRules Drive::alignment() const {
 }
 
 TableContext Drive::tableContext() const {
-  return {*disk_, geometry_, lastLba_, flags_, biosNumber_, labelReader_};
+  return {*disk_, geometry_, lastLba_, flags_, biosNumber_, host_, labelReader_};
 }
 
 Error Drive::reread() {
@@ -140,10 +141,10 @@ void Drive::readTable(TableReading& reading) {
     reading.table.status |= kTableUnreadable;
     return;
   }
-  const auto schemes = tableSchemes();
-  scheme_ = *std::ranges::find_if(
-      schemes, [&](const TableScheme* scheme) { return scheme->isOn(track, sectorSize()); });
-  scheme_->read(tableContext(), track, reading);
+  const TableContext context = tableContext();
+  scheme_ = *std::ranges::find_if(tableSchemes(), [&](const TableScheme* scheme) {
+    return scheme->read(context, track, reading);
+  });
 }
 
 void Drive::addWholeDisk(u16 type, TableReading& reading) const {
@@ -170,6 +171,7 @@ void Drive::addWholeDisk(u16 type, TableReading& reading) const {
 void Drive::adopt(TableReading reading) {
   diskSignature_ = reading.diskSignature;
   diskGuid_ = reading.diskGuid;
+  gptHealth_ = reading.gptHealth;
   firstUsableSector_ = reading.firstUsableSector;
   lastUsableSector_ = reading.lastUsableSector;
   constexpr u32 kFound = kDriveGpt | kDriveEmbr | kDriveAligned1MiB;
@@ -229,7 +231,6 @@ Error Drive::changesAllowed() const {
   return changeRefusal().empty() ? Error::none : Error::schemeNotYetSupported;
 }
 
-// What every change of the table asks first.
 Error Drive::checkChange() const {
   if (const Error error = changesAllowed(); error != Error::none) return error;
   if (table_->slots == 0 || table_->status != 0) return Error::unsupportedForm;
@@ -302,6 +303,26 @@ Error Drive::changeType(PartitionEntry& entry, u16 type) {
     entry.mbrType = type;
   }
   return finishChange(error);
+}
+
+Error Drive::changeProperties(const PartitionEntry& entry, const EntryProperties& wanted) {
+  if (const Error error = checkChange(); error != Error::none) return error;
+  const auto* volume = dynamic_cast<const VolumeEntry*>(&entry);
+  if (volume == nullptr)
+    return finishChange(
+        scheme_->changeProperties(tableContext(), dynamic_cast<const TableEntry&>(entry), wanted));
+  if (!wanted.name || wanted.typeGuid || wanted.attributes || wanted.active)
+    return Error::unsupportedForm;
+  const TableEntry* container = containerOf(entry);
+  if (container == nullptr) return Error::tableChangedMeanwhile;
+  return finishChange(renameVolume(tableContext(), *container, *volume, *wanted.name));
+}
+
+Error Drive::repairGpt() {
+  if (!isGpt()) return Error::unsupportedForm;
+  if (const Error error = scheme_->checkUnchanged(tableContext(), *table_); error != Error::none)
+    return error;
+  return finishChange(repairGptOn(tableContext()));
 }
 
 Error Drive::ensureDiskSignature(u32 value) {

@@ -10,6 +10,7 @@
 #include "base/geometry.h"
 #include "base/host.h"
 #include "disk/disk_device.h"
+#include "ptable/gpt_health.h"
 #include "ptable/partition_entry.h"
 
 namespace tallowin {
@@ -29,6 +30,7 @@ enum DriveFlags : u32 {
   kDriveChsForceEnd = 0x800,
   kDriveChsEndIfTruncated = 0x1000,
   kDriveGeometryModeMask = 0x700000,
+  kDriveOverwriteTrack = 0x1000000,  // the user insists on overwriting what lies behind the MBR
 };
 inline constexpr u32 kDriveGeometryModeShift = 20;
 
@@ -48,6 +50,14 @@ struct DriveOpenOptions {
   i64 alignment = AlignmentRules::kDefaultUnit;
   u32 driveNumber = 0;  // class in bits 16..23, index in bits 0..14
   LabelReader labelReader;
+};
+
+// What can be changed in an entry without moving it. Only what is set is changed.
+struct EntryProperties {
+  std::optional<std::string> name;  // UTF-8; cut to what the table holds
+  std::optional<Guid> typeGuid;     // GPT
+  std::optional<u64> attributes;    // GPT attribute bits, or the flags of an EMBR entry
+  std::optional<bool> active;       // of entries with an MBR slot; the others' marks are taken
 };
 
 struct SectorRegion {
@@ -75,6 +85,8 @@ class Drive {
 
   u32 diskSignature() const { return diskSignature_; }
   const Guid& diskGuid() const { return diskGuid_; }
+  // Nothing unless the disk has a GPT.
+  const std::optional<GptHealth>& gptHealth() const { return gptHealth_; }
   const Geometry& geometry() const { return geometry_; }
   u64 lastChsSector() const { return lastChsSector_; }
   u64 firstUsableSector() const { return firstUsableSector_; }
@@ -100,6 +112,10 @@ class Drive {
   // One sentence for the user, empty when changes are allowed.
   std::string changeRefusal() const;
 
+  // What every change of the table asks first: changesAllowed; unsupportedForm, there is no table,
+  // or it could not be read; tableChangedMeanwhile, the disk holds another one by now; read.
+  Error checkChange() const;
+
   // Reads the table again; flag kDriveChanged is cleared and kDriveReread set.
   Error reread();
 
@@ -116,6 +132,13 @@ class Drive {
   Error remove(const PartitionEntry& entry);
   // Writes the type byte of an entry (Format with another kind, hide and unhide).
   Error changeType(PartitionEntry& entry, u16 type);
+  // Writes other properties of an entry. unsupportedForm: the table has no place for one of them.
+  // Otherwise as for commit.
+  Error changeProperties(const PartitionEntry& entry, const EntryProperties& wanted);
+  // Makes both copies of a GPT sound again: the backup moves to the last sector of the disk, and
+  // both are written from the copy that was read. unsupportedForm: no GPT; backupOverlaps: a
+  // partition lies where the backup belongs; else as for commit.
+  Error repairGpt();
   // Gives the disk a signature when it has none; `value` 0 makes a random one.
   Error ensureDiskSignature(u32 value = 0);
   // Flushes, drops what caches hold and tells the kernel about the table on disk.
@@ -156,7 +179,6 @@ class Drive {
   void giveSequence(const TableEntry& container, VolumeEntry& volume) const;
   std::vector<KernelPartition> kernelPartitions() const;
   bool isWhollyRead() const;
-  Error checkChange() const;
   Error finishChange(Error error);
 
   std::shared_ptr<DiskDevice> disk_;
@@ -165,6 +187,7 @@ class Drive {
   std::unique_ptr<PartitionTable> table_;
   u32 diskSignature_ = 0;
   Guid diskGuid_;
+  std::optional<GptHealth> gptHealth_;
   Geometry geometry_;
   u64 lastChsSector_ = 0;
   u64 firstUsableSector_ = 1;

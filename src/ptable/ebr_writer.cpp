@@ -60,6 +60,7 @@ class ChainChange {
 
   Error add(VolumeEntry& volume, const Room& room);
   Error remove(const VolumeEntry& volume);
+  Error rename(const VolumeEntry& volume, const std::string& name);
   Error changeType(const VolumeEntry& volume, u16 type);
 
  private:
@@ -79,14 +80,18 @@ class ChainChange {
   const VolumeList& list_;
 };
 
+void fillName(const std::string& name, EbrRecord& ebr) {
+  ebr.name.fill(0);
+  std::memcpy(ebr.name.data(), name.data(), std::min(name.size(), kVolumeNameBytes));
+}
+
 void ChainChange::fillVolume(const VolumeEntry& volume, const Room& room, EbrRecord& ebr) const {
   MbrSlotRecord& slot = ebr.slots[ebr.slots[0].type == types::kFree ? 0 : 1];
   slot.clear();
   writeSlot(context_, container_.startSector + room.ebr, volume.startSector, volume.endSector,
             static_cast<u8>(volume.type), slot);
-  ebr.name.fill(0);
+  fillName(volume.name, ebr);
   ebr.hiddenType = 0;
-  std::memcpy(ebr.name.data(), volume.name.data(), std::min(volume.name.size(), kVolumeNameBytes));
   ebr.signature.set();
 }
 
@@ -160,6 +165,13 @@ Error ChainChange::remove(const VolumeEntry& volume) {
   return before.store();
 }
 
+Error ChainChange::rename(const VolumeEntry& volume, const std::string& name) {
+  TableSectorImage image = imageAt(volume.ebr);
+  if (const Error error = image.load(); error != Error::none) return error;
+  fillName(name, image.as<EbrRecord>());
+  return image.store();
+}
+
 Error ChainChange::changeType(const VolumeEntry& volume, u16 type) {
   TableSectorImage image = imageAt(volume.ebr);
   if (const Error error = image.load(); error != Error::none) return error;
@@ -177,8 +189,8 @@ Error checkChainUnchanged(const TableContext& context, const TableEntry& contain
   now.startSector = container.startSector;
   now.endSector = container.endSector;
   const LabelReader noLabels;
-  const TableContext plain{context.disk,  context.geometry,   context.lastLba,
-                           context.flags, context.biosNumber, noLabels};
+  const TableContext plain{context.disk,       context.geometry, context.lastLba, context.flags,
+                           context.biosNumber, context.host,     noLabels};
   readVolumes(plain, now);
   const auto before = volumesOnDisk(*container.volumes);
   const auto after = volumesOnDisk(*now.volumes);
@@ -214,6 +226,13 @@ Error removeVolume(const TableContext& context, const TableEntry& container,
   if (const Error error = checkChainUnchanged(context, container); error != Error::none)
     return error;
   return ChainChange(context, container).remove(volume);
+}
+
+Error renameVolume(const TableContext& context, const TableEntry& container,
+                   const VolumeEntry& volume, const std::string& name) {
+  if (const Error error = checkChainUnchanged(context, container); error != Error::none)
+    return error;
+  return ChainChange(context, container).rename(volume, name);
 }
 
 Error changeVolumeType(const TableContext& context, const TableEntry& container,

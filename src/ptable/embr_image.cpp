@@ -69,15 +69,33 @@ bool EmbrImage::check() {
 }
 
 Error EmbrImage::read(DiskDevice& disk, EmbrImage& image) {
-  image.sectorSize_ = disk.sectorSize();
   const u64 disksSectors = disk.sectorCount().value_or(0);
   const u32 count =
       static_cast<u32>(std::min<u64>({kMaxBytes / disk.sectorSize(), kMaxSectors, disksSectors}));
+  std::vector<u8> track(std::size_t{count} * disk.sectorSize());
+  if (!disk.readSectors(0, track.data(), count)) return Error::tableReadFailed;
+  return parse(track, disk.sectorSize(), image);
+}
+
+Error EmbrImage::parse(std::span<const u8> track, u32 sectorSizeBytes, EmbrImage& image) {
+  const std::size_t count =
+      std::min<std::size_t>({kMaxBytes, track.size(), std::size_t{kMaxSectors} * sectorSizeBytes}) /
+      sectorSizeBytes;
   // The header and one sector of doubt must be there.
   if (count < 3) return Error::notThisFormat;
-  image.bytes_.assign(std::size_t{count} * disk.sectorSize(), 0);
-  if (!disk.readSectors(0, image.bytes_.data(), count)) return Error::tableReadFailed;
+  image.sectorSize_ = sectorSizeBytes;
+  image.bytes_.assign(track.begin(),
+                      track.begin() + static_cast<std::ptrdiff_t>(count * sectorSizeBytes));
   return image.check() ? Error::none : Error::notThisFormat;
+}
+
+bool EmbrImage::holdsSameTable(const EmbrImage& other) const {
+  if (endSector() != other.endSector() || sectorSize_ != other.sectorSize_) return false;
+  const auto behindMbr = [](const EmbrImage& image) {
+    return std::span<const u8>(image.bytes_)
+        .subspan(image.sectorSize_, std::size_t{image.endSector() - 1} * image.sectorSize_);
+  };
+  return std::ranges::equal(behindMbr(*this), behindMbr(other));
 }
 
 void EmbrImage::create(const Geometry& geometry, bool fresh) {
@@ -155,6 +173,17 @@ void EmbrImage::setLimitsPrimaries(bool limit) {
       static_cast<u8>((record.mptFlags & ~kMptLimitPrimaries) | (limit ? kMptLimitPrimaries : 0));
 }
 
+std::span<const u8> EmbrImage::firstSectors(u32 count) const {
+  return std::span<const u8>(bytes_).first(
+      std::min(std::size_t{count} * sectorSize_, bytes_.size()));
+}
+
+void EmbrImage::clearBehindHeader() {
+  const std::size_t from = std::size_t{endSector()} * sectorSize_;
+  if (from >= bytes_.size()) return;
+  std::fill_n(bytes_.begin() + static_cast<std::ptrdiff_t>(from), sectorSize_, u8{0});
+}
+
 std::span<const u8> EmbrImage::bootManagerTables() const {
   const std::size_t from = entryAt(entryCount());
   return std::span<const u8>(bytes_).subspan(from, usedEnd_ - from);
@@ -167,6 +196,16 @@ Error EmbrImage::writeRun(DiskDevice& disk, u32 first, u32 end) {
 
 Error EmbrImage::write(DiskDevice& disk, u32 extraSectors) {
   return writeRun(disk, 0, std::min(endSector() + extraSectors, trackSectors()));
+}
+
+Error EmbrImage::writeAsNewTable(DiskDevice& disk, u32 extraSectors) {
+  const u32 end = std::min(endSector() + extraSectors, trackSectors());
+  const u32 behindHeader = headerSector_ + 1;
+  if (behindHeader < end) {
+    if (const Error error = writeRun(disk, behindHeader, end); error != Error::none) return error;
+  }
+  if (const Error error = writeRun(disk, 1, behindHeader); error != Error::none) return error;
+  return writeRun(disk, 0, 1);
 }
 
 Error EmbrImage::writeBehindMbr(DiskDevice& disk) { return writeRun(disk, 1, endSector()); }

@@ -21,6 +21,8 @@ class EmbrImage {
   // notThisFormat: the disk carries no valid EMBR; the image then still holds its first sectors.
   // tableReadFailed, outOfMemory.
   static Error read(DiskDevice& disk, EmbrImage& image);
+  // The same from the first sectors of a disk in memory.
+  static Error parse(std::span<const u8> track, u32 sectorSizeBytes, EmbrImage& image);
   // Puts a new empty header into the first sectors that read() brought (or into zeros with
   // `fresh`). Nothing is written.
   void create(const Geometry& geometry, bool fresh);
@@ -44,10 +46,21 @@ class EmbrImage {
   // A sector of the image, below endSector().
   std::span<const u8> sector(u32 lba) const;
   std::span<u8> mbr() { return image().first(sectorSize_); }
+  // The first `count` sectors, as far as the image holds them.
+  std::span<const u8> firstSectors(u32 count) const;
+  // Whether the device was large enough for an EMBR.
+  bool hasRoom() const { return !bytes_.empty(); }
+  // Clears the sector behind the area, where an older table may have left something.
+  void clearBehindHeader();
   std::span<const u8> bootManagerTables() const;
+  // Whether both have the same sectors behind the MBR.
+  bool holdsSameTable(const EmbrImage& other) const;
 
   // Writes LBA 0 .. endSector() + extraSectors - 1, at most the first track. tableWriteFailed.
   Error write(DiskDevice& disk, u32 extraSectors = 0);
+  // Turns a disk with another table into one with this EMBR: the write of the header's sector is
+  // what decides, the MBR comes last. `extraSectors` as for write().
+  Error writeAsNewTable(DiskDevice& disk, u32 extraSectors);
   // The same without sector 0, which stays as it is on the disk.
   Error writeBehindMbr(DiskDevice& disk);
 

@@ -63,6 +63,41 @@ bool isProtective(std::span<const u8> mbrSector) {
 
 }  // namespace
 
+// A disk, parts of which are in memory already.
+class SectorSource {
+ public:
+  explicit SectorSource(DiskDevice& disk, std::span<const u8> track = {}) : disk_(disk) {
+    if (!track.empty()) parts_.push_back({0, {track.begin(), track.end()}});
+  }
+
+  DiskDevice& disk() { return disk_; }
+  // Brings a run into memory in one request; where that fails its sectors are read one by one.
+  void prefetch(u64 lba, u64 count) {
+    std::vector<u8> bytes(count * disk_.sectorSize());
+    if (disk_.readSectors(lba, bytes.data(), count)) parts_.push_back({lba, std::move(bytes)});
+  }
+  bool read(u64 lba, u8* out, u64 count) {
+    const std::size_t sectorSize = disk_.sectorSize();
+    for (const Part& part : parts_) {
+      const u64 held = part.bytes.size() / sectorSize;
+      if (lba < part.lba || lba - part.lba > held || count > held - (lba - part.lba)) continue;
+      const auto from =
+          part.bytes.begin() + static_cast<std::ptrdiff_t>((lba - part.lba) * sectorSize);
+      std::copy_n(from, count * sectorSize, out);
+      return true;
+    }
+    return disk_.readSectors(lba, out, count);
+  }
+
+ private:
+  struct Part {
+    u64 lba;
+    std::vector<u8> bytes;
+  };
+  DiskDevice& disk_;
+  std::vector<Part> parts_;
+};
+
 std::size_t GptImage::at(u32 index) const {
   return std::size_t{2} * sectorSize_ + std::size_t{index} * header().entrySize;
 }
@@ -96,12 +131,12 @@ void GptImage::becomePrimary() {
   seal();
 }
 
-Error GptImage::readCopy(DiskDevice& disk, u64 headerLba, GptImage& image) {
-  const u32 sectorSize = disk.sectorSize();
+Error GptImage::readCopy(SectorSource& source, u64 headerLba, GptImage& image) {
+  const u32 sectorSize = source.disk().sectorSize();
   image.sectorSize_ = sectorSize;
   image.bytes_.assign(std::size_t{2} * sectorSize, 0);
-  if (!disk.readSectors(0, image.bytes_.data(), 1) ||
-      !disk.readSectors(headerLba, image.bytes_.data() + sectorSize, 1))
+  if (!source.read(0, image.bytes_.data(), 1) ||
+      !source.read(headerLba, image.bytes_.data() + sectorSize, 1))
     return Error::tableReadFailed;
   const auto headerSector = std::span<const u8>(image.bytes_).subspan(sectorSize);
   if (!hasSignature(headerSector) || !hasValidCrc(headerSector)) return Error::gptSignature;
@@ -111,8 +146,8 @@ Error GptImage::readCopy(DiskDevice& disk, u64 headerLba, GptImage& image) {
   if (sectors > (kMaxBytes - image.bytes_.size()) / sectorSize) return Error::entriesDoNotFit;
   if (header.entrySize < kGptEntrySize) return Error::gptTableCheck;
   image.bytes_.resize(image.bytes_.size() + sectors * sectorSize);
-  if (!disk.readSectors(image.header().entryLba, image.bytes_.data() + std::size_t{2} * sectorSize,
-                        sectors))
+  if (!source.read(image.header().entryLba, image.bytes_.data() + std::size_t{2} * sectorSize,
+                   sectors))
     return Error::tableReadFailed;
   if (crc32(image.entryArray()) != image.header().entryCrc) return Error::gptTableCheck;
 
@@ -120,16 +155,17 @@ Error GptImage::readCopy(DiskDevice& disk, u64 headerLba, GptImage& image) {
   return checkHeader(std::span<const u8>(image.bytes_).subspan(sectorSize), sectorSize);
 }
 
-Error GptImage::read(DiskDevice& disk, GptImage& image) {
+Error GptImage::read(DiskDevice& disk, GptImage& image, std::span<const u8> track) {
   if (disk.sectorSize() < kGptMaxHeaderSize || disk.sectorSize() > kMaxBytes / 4)
     return Error::entriesDoNotFit;
   image.source_ = GptCopy::primary;
-  const Error problem = readCopy(disk, kGptPrimaryHeaderLba, image);
+  SectorSource source(disk, track);
+  const Error problem = readCopy(source, kGptPrimaryHeaderLba, image);
   if (problem != Error::gptSignature && problem != Error::gptTableCheck) return problem;
   const std::optional<u64> sectors = disk.sectorCount();
   if (!sectors || *sectors == 0) return Error::diskSizeUnknown;
   image.source_ = GptCopy::backup;
-  return readCopy(disk, *sectors - 1, image);
+  return readCopy(source, *sectors - 1, image);
 }
 
 Error GptImage::create(u64 lastLba, u32 sectorSizeBytes, const Guid& diskGuid, GptImage& image) {
@@ -164,10 +200,13 @@ GptBackupState GptImage::backupState(DiskDevice& disk) const {
   const u64 sectors = disk.sectorCount().value_or(0);
   const u64 expected = header().alternateLba;
   GptImage copy;
+  SectorSource source(disk, std::span<const u8>(bytes_).first(sectorSize_));
+  const u64 run = entrySectors() + kHeaderSectors;
+  if (expected < sectors && run <= expected) source.prefetch(expected + 1 - run, run);
   u64 found = expected;
-  if (readCopy(disk, expected, copy) != Error::none) {
+  if (readCopy(source, expected, copy) != Error::none) {
     found = sectors - 1;
-    if (sectors == 0 || found == expected || readCopy(disk, found, copy) != Error::none)
+    if (sectors == 0 || found == expected || readCopy(source, found, copy) != Error::none)
       return GptBackupState::missing;
   }
   const bool same = std::ranges::equal(copy.entryArray(), entryArray()) &&
@@ -199,8 +238,12 @@ Error GptImage::writePrimary(DiskDevice& disk, MbrOrder order) const {
     return disk.writeSectors(0, bytes_.data(), sectors) && disk.flush() ? Error::none
                                                                         : Error::tableWriteFailed;
   }
-  const bool written = disk.writeSectors(1, bytes_.data() + sectorSize_, sectors - 1) &&
-                       disk.flush() && disk.writeSectors(0, bytes_.data(), 1) && disk.flush();
+  const auto writeMbr = [&] { return disk.writeSectors(0, bytes_.data(), 1) && disk.flush(); };
+  const auto writeTable = [&] {
+    return disk.writeSectors(1, bytes_.data() + sectorSize_, sectors - 1) && disk.flush();
+  };
+  const bool written =
+      order == MbrOrder::afterTable ? writeTable() && writeMbr() : writeMbr() && writeTable();
   return written ? Error::none : Error::tableWriteFailed;
 }
 
@@ -230,7 +273,8 @@ Error GptImage::write(DiskDevice& disk) {
   // first. Where it is not (it is damaged, or the disk is only becoming a GPT disk), the old
   // table counts until the MBR is written, last of all.
   GptImage old;
-  const bool backupIsValid = readCopy(disk, header().alternateLba, old) == Error::none;
+  SectorSource source(disk);
+  const bool backupIsValid = readCopy(source, header().alternateLba, old) == Error::none;
   if (backupIsValid && isProtective(old.mbr())) {
     if (const Error problem = writePrimary(disk, MbrOrder::withTable); problem != Error::none)
       return problem;
@@ -238,6 +282,13 @@ Error GptImage::write(DiskDevice& disk) {
   }
   if (const Error problem = writeBackup(disk); problem != Error::none) return problem;
   return writePrimary(disk, MbrOrder::afterTable);
+}
+
+Error GptImage::writeOverHeaderTable(DiskDevice& disk) {
+  if (sectorSize_ != disk.sectorSize()) return Error::sectorSizeDiffers;
+  seal();
+  if (const Error problem = writeBackup(disk); problem != Error::none) return problem;
+  return writePrimary(disk, MbrOrder::beforeTable);
 }
 
 Error invalidateGptBackup(DiskDevice& disk) {

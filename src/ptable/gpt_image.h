@@ -5,19 +5,12 @@
 
 #include "base/error.h"
 #include "disk/disk_device.h"
+#include "ptable/gpt_health.h"
 #include "ptable/gpt_record.h"
 
 namespace tallowin {
 
-enum class GptCopy { primary, backup };
-
-// What the second copy of a table looks like, seen from the first.
-enum class GptBackupState {
-  sound,
-  missing,    // no valid copy where the header says, nor on the last sector
-  misplaced,  // sound, but not on the last sector: the disk grew
-  differs,    // valid by itself, with other entries
-};
+class SectorSource;
 
 // Changes are made in the image, which is then written back whole. Sector numbers are LBAs of
 // the device that the image was made for.
@@ -29,13 +22,17 @@ class GptImage {
   // Reads sector 0 and the primary table, or the backup when the primary's signature or
   // checksums are wrong; a backup becomes a primary in memory. gptSignature, gptTableCheck,
   // gptRevision, entriesDoNotFit, tableReadFailed, diskSizeUnknown.
-  static Error read(DiskDevice& disk, GptImage& image);
+  // What `track`, the first sectors of the disk, already holds is not read again.
+  static Error read(DiskDevice& disk, GptImage& image, std::span<const u8> track = {});
   // An empty table with its protective MBR. bufferTooSmall: the sectors are too large.
   static Error create(u64 lastLba, u32 sectorSizeBytes, const Guid& diskGuid, GptImage& image);
 
   // Writes both copies, so that the old or the new table is on the disk at any moment.
   // sectorSizeDiffers, tableWriteFailed, backupOverlaps, backupWriteFailed.
   Error write(DiskDevice& disk);
+  // What lies behind sector 0 counts as another table as long as it is valid, and goes first
+  // from then on: the new MBR and the backup are on the disk before it is overwritten.
+  Error writeOverHeaderTable(DiskDevice& disk);
 
   // Where the entries came from at read().
   GptCopy source() const { return source_; }
@@ -70,8 +67,8 @@ class GptImage {
   void seal();
   void becomePrimary();
 
-  static Error readCopy(DiskDevice& disk, u64 headerLba, GptImage& image);
-  enum class MbrOrder { withTable, afterTable };
+  static Error readCopy(SectorSource& source, u64 headerLba, GptImage& image);
+  enum class MbrOrder { withTable, afterTable, beforeTable };
   Error writePrimary(DiskDevice& disk, MbrOrder order) const;
   Error writeBackup(DiskDevice& disk) const;
 

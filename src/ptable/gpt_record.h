@@ -51,6 +51,7 @@ struct GptEntryRecord {
   Le16 name[kGptNameLength];  // 56  UTF-16
 
   bool isUsed() const { return !typeGuid.isZero(); }
+  void clear() { *this = GptEntryRecord{}; }
 };
 static_assert(sizeof(GptEntryRecord) == kGptEntrySize && alignof(GptEntryRecord) == 1);
 

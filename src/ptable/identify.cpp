@@ -38,7 +38,7 @@ class Probe {
   Probe(DiskDevice& disk, u64 startLba) : disk_(disk), startLba_(startLba) {}
 
   bool isPartition() const { return startLba_ != 0; }
-  bool readFirst() { return read(0, first_); }
+  bool readFirst();
   Bytes first() const { return first_; }
   template <DiskRecord Record>
   const Record* firstAs() const {
@@ -68,12 +68,32 @@ class Probe {
 
   DiskDevice& disk_;
   u64 startLba_;
+  std::vector<u8> head_;  // the first sectors, read at once
   std::vector<u8> first_;
   std::vector<u8> other_;
 };
 
+// A table may have many partitions, so each costs one read wherever it can.
+bool Probe::readFirst() {
+  constexpr u64 kHeadSectors = 129;  // the farthest superblock of 512-byte sectors is in 128
+  constexpr u64 kHeadBytes = 128 * kKiB;
+  const u64 sectors = std::min(kHeadSectors, kHeadBytes / disk_.sectorSize());
+  const u64 end = deviceSectors();
+  if (startLba_ < end && sectors <= end - startLba_) {
+    head_.resize(sectors * disk_.sectorSize());
+    if (!disk_.readSectors(startLba_, head_.data(), sectors)) head_.clear();
+  }
+  return read(0, first_);
+}
+
 bool Probe::read(u64 relativeLba, std::vector<u8>& sector) {
-  sector.resize(disk_.sectorSize());
+  const std::size_t sectorBytes = disk_.sectorSize();
+  sector.resize(sectorBytes);
+  if (relativeLba < head_.size() / sectorBytes) {
+    std::copy_n(head_.begin() + static_cast<std::ptrdiff_t>(relativeLba * sectorBytes), sectorBytes,
+                sector.begin());
+    return true;
+  }
   return relativeLba <= kAllOnes64 - startLba_ &&
          disk_.readSectors(startLba_ + relativeLba, sector.data(), 1);
 }

@@ -8,6 +8,10 @@
 
 namespace tallowin {
 
+bool mbrIsFull(const MbrRecord& mbr) {
+  return std::ranges::find(mbr.slots, types::kFree, &MbrSlotRecord::type) == mbr.slots.end();
+}
+
 bool putIntoMbrSlot(const Drive& drive, PartitionEntry& entry, MbrRecord& mbr, u8 slot) {
   constexpr u32 kMoreThanSlots = 5;
   if (entry.isVolume() || !fitsSlot(0, entry.startSector, entry.endSector)) return false;

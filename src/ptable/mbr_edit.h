@@ -15,4 +15,7 @@ namespace tallowin {
 [[nodiscard]] bool putIntoMbrSlot(const Drive& drive, PartitionEntry& entry, MbrRecord& mbr,
                                   u8 slot);
 
+// Whether no slot is free.
+bool mbrIsFull(const MbrRecord& mbr);
+
 }  // namespace tallowin

@@ -29,7 +29,15 @@ bool isRoomFree(const TableContext& context, const MbrRecord& mbr, const TableEn
   });
 }
 
-// The first disk of the machine gets an active partition; there is never a second one.
+// The slot that holds an entry which was read from it; null when it holds something else now.
+MbrSlotRecord* slotOf(MbrRecord& mbr, const TableEntry& entry) {
+  if (entry.tableIndex < 0 || entry.tableIndex >= static_cast<i32>(kMbrSlots)) return nullptr;
+  MbrSlotRecord& slot = mbr.slots[static_cast<std::size_t>(entry.tableIndex)];
+  return holdsEntry(slot, 0, entry) ? &slot : nullptr;
+}
+
+}  // namespace
+
 void chooseBootIndicator(const TableContext& context, MbrRecord& mbr, MbrSlotRecord& slot) {
   const auto marked = std::ranges::find_if(
       mbr.slots, [](const MbrSlotRecord& other) { return other.bootIndicator != 0; });
@@ -40,23 +48,18 @@ void chooseBootIndicator(const TableContext& context, MbrRecord& mbr, MbrSlotRec
   }
 }
 
-// The slot that holds an entry which was read from it; null when it holds something else now.
-MbrSlotRecord* slotOf(MbrRecord& mbr, const TableEntry& entry) {
-  if (entry.tableIndex < 0 || entry.tableIndex >= static_cast<i32>(kMbrSlots)) return nullptr;
-  MbrSlotRecord& slot = mbr.slots[static_cast<std::size_t>(entry.tableIndex)];
-  return holdsEntry(slot, 0, entry) ? &slot : nullptr;
+void markActive(MbrRecord& mbr, MbrSlotRecord& slot, bool active) {
+  if (active)
+    for (MbrSlotRecord& other : mbr.slots) other.bootIndicator = 0;
+  slot.bootIndicator = active ? kBootActive : u8{0};
 }
 
-}  // namespace
-
-bool MbrScheme::isOn(std::span<const u8>, u32) const { return true; }
-
-void MbrScheme::read(const TableContext& context, std::span<const u8> track,
+bool MbrScheme::read(const TableContext& context, std::span<const u8> track,
                      TableReading& reading) const {
   const MbrRecord& mbr = *recordAt<MbrRecord>(track);
   reading.table.slots = kMbrSlots;
   reading.diskSignature = mbr.diskSignature;
-  if (!mbr.signature.isValid()) return;
+  if (!mbr.signature.isValid()) return true;
   for (std::size_t slot = 0; slot < kMbrSlots; ++slot) {
     if (mbr.slots[slot].type == types::kFree) continue;
     auto entry = std::make_unique<TableEntry>();
@@ -69,6 +72,7 @@ void MbrScheme::read(const TableContext& context, std::span<const u8> track,
     ++reading.table.usedSlots;
     insertSorted(reading.table, std::move(entry));
   }
+  return true;
 }
 
 Error MbrScheme::checkUnchanged(const TableContext& context, const PartitionTable& table) const {
@@ -122,6 +126,19 @@ Error MbrScheme::changeType(const TableContext& context, TableEntry& entry, u16 
   MbrSlotRecord* slot = slotOf(image.as<MbrRecord>(), entry);
   if (slot == nullptr) return Error::tableChangedMeanwhile;
   slot->type = static_cast<u8>(type);
+  return image.store();
+}
+
+Error MbrScheme::changeProperties(const TableContext& context, const TableEntry& entry,
+                                  const EntryProperties& wanted) const {
+  if (wanted.name || wanted.typeGuid || wanted.attributes) return Error::unsupportedForm;
+  if (!wanted.active) return Error::none;
+  TableSectorImage image(context.disk, kMbrLba);
+  if (const Error error = image.load(); error != Error::none) return error;
+  auto& mbr = image.as<MbrRecord>();
+  MbrSlotRecord* slot = slotOf(mbr, entry);
+  if (slot == nullptr) return Error::tableChangedMeanwhile;
+  markActive(mbr, *slot, *wanted.active);
   return image.store();
 }
 

@@ -1,6 +1,7 @@
 // The classic table of four slots in the boot sector.
 #pragma once
 
+#include "ptable/mbr_record.h"
 #include "ptable/scheme.h"
 
 namespace tallowin {
@@ -9,13 +10,19 @@ namespace tallowin {
 class MbrScheme : public TableScheme {
  public:
   Scheme kind() const override { return Scheme::mbr; }
-  bool isOn(std::span<const u8> track, u32 sectorSizeBytes) const override;
-  void read(const TableContext& context, std::span<const u8> track,
+  bool read(const TableContext& context, std::span<const u8> track,
             TableReading& reading) const override;
   Error checkUnchanged(const TableContext& context, const PartitionTable& table) const override;
   Error add(const TableContext& context, TableEntry& entry) const override;
   Error remove(const TableContext& context, const TableEntry& entry) const override;
   Error changeType(const TableContext& context, TableEntry& entry, u16 type) const override;
+  Error changeProperties(const TableContext& context, const TableEntry& entry,
+                         const EntryProperties& wanted) const override;
 };
+
+// The first disk of the machine gets an active partition; there is never a second one.
+void chooseBootIndicator(const TableContext& context, MbrRecord& mbr, MbrSlotRecord& slot);
+// Marks a slot as active, and no other, or takes its mark.
+void markActive(MbrRecord& mbr, MbrSlotRecord& slot, bool active);
 
 }  // namespace tallowin

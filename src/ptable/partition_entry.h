@@ -58,6 +58,7 @@ class PartitionEntry {
   u16 type = 0;          // 0 free space; else see type_catalogue.h
   u64 attributes = 0;    // GPT attribute bits, or the flags of an EMBR entry
   std::string name;
+  std::string tableName;  // as a table with names stores it, UTF-8; else empty
 
  protected:
   PartitionEntry() = default;

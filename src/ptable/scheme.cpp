@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 
+#include "ptable/embr_scheme.h"
+#include "ptable/gpt_scheme.h"
 #include "ptable/mbr_scheme.h"
-#include "ptable/shown_only_scheme.h"
+#include "ptable/unreadable_gpt_scheme.h"
 
 namespace tallowin {
 namespace {
@@ -22,9 +24,11 @@ bool isUsed(const PartitionTable& table, PartitionId id) {
 }  // namespace
 
 std::span<const TableScheme* const> tableSchemes() {
-  static const ShownOnlyScheme shownOnly;
+  static const EmbrScheme embr;
+  static const GptScheme gpt;
+  static const UnreadableGptScheme unreadableGpt;
   static const MbrScheme mbr;
-  static constexpr std::array<const TableScheme*, 2> kSchemes = {&shownOnly, &mbr};
+  static constexpr std::array<const TableScheme*, 4> kSchemes = {&embr, &gpt, &unreadableGpt, &mbr};
   return kSchemes;
 }
 

@@ -17,6 +17,7 @@ struct TableContext {
   u64 lastLba = 0;
   u32 flags = 0;  // DriveFlags
   u8 biosNumber = 0x80;
+  Host& host;
   const LabelReader& labelReader;  // may be empty
 
   std::string labelOf(const PartitionEntry& entry) const {
@@ -30,6 +31,7 @@ struct TableReading {
   PartitionTable table;
   u32 diskSignature = 0;
   Guid diskGuid;
+  std::optional<GptHealth> gptHealth;
   u64 firstUsableSector = 1;
   u64 lastUsableSector = 0;
 };
@@ -41,11 +43,10 @@ class TableScheme {
   virtual ~TableScheme() = default;
 
   virtual Scheme kind() const = 0;
-  // Whether the first sectors of a disk carry this scheme's table. `track` holds whole sectors,
-  // at least one.
-  virtual bool isOn(std::span<const u8> track, u32 sectorSizeBytes) const = 0;
-  // Fills the top level in the order of the table. The last usable sector is preset.
-  virtual void read(const TableContext& context, std::span<const u8> track,
+  // Fills the top level in the order of the table. `track` holds the first sectors of the disk,
+  // whole ones, at least one. The last usable sector is preset. False: the disk does not carry
+  // this scheme's table, and nothing was filled.
+  virtual bool read(const TableContext& context, std::span<const u8> track,
                     TableReading& reading) const = 0;
   // Why tables of this scheme are not changed; empty when they are.
   virtual const char* changeRefusal() const { return ""; }
@@ -57,6 +58,8 @@ class TableScheme {
   virtual Error add(const TableContext& context, TableEntry& entry) const = 0;
   virtual Error remove(const TableContext& context, const TableEntry& entry) const = 0;
   virtual Error changeType(const TableContext& context, TableEntry& entry, u16 type) const = 0;
+  virtual Error changeProperties(const TableContext& context, const TableEntry& entry,
+                                 const EntryProperties& wanted) const = 0;
 };
 
 // All schemes, the more special ones first; the last one is on every disk.

@@ -5,9 +5,9 @@
 #include <set>
 
 #include "ptable/ebr_reader.h"
+#include "ptable/gpt_scheme.h"
 #include "ptable/mbr_scheme.h"
 #include "ptable/sector_swap.h"
-#include "ptable/shown_only_scheme.h"
 #include "ptable/type_catalogue.h"
 
 namespace tallowin {
@@ -54,15 +54,40 @@ void addChainSectors(const TableEntry& container, std::set<u64>& lbas) {
   }
 }
 
+// The sectors behind the MBR up to the first partition, where an EMBR, a GPT or a boot loader lies.
+void addTrackSectors(const PartitionTable& table, std::set<u64>& lbas) {
+  constexpr u64 kTrackSectors = 63;
+  u64 end = kTrackSectors;
+  for (const auto& entry : table.entries) {
+    const bool isPlaceHolder = entry->type == types::kGptReserved || entry->startSector == 0;
+    if (!isPlaceHolder) end = std::min(end, entry->startSector);
+  }
+  for (u64 lba = 1; lba < end; ++lba) lbas.insert(lba);
+}
+
+void addGptBackupSectors(u64 diskSectors, u32 sectorSize, std::set<u64>& lbas) {
+  const u64 run = 1 + u64{kGptEntryCount} * kGptEntrySize / sectorSize;
+  for (u64 back = 1; back <= std::min(run, diskSectors); ++back) lbas.insert(diskSectors - back);
+}
+
 // The sectors that make up the table on a disk, as far as it can be read.
-Error findTableSectors(DiskDevice& disk, u64 diskSectors, std::set<u64>& lbas) {
-  std::vector<u8> mbr(disk.sectorSize());
-  if (!disk.readSectors(0, mbr.data(), 1)) return Error::read;
+Error findTableSectors(DiskDevice& disk, u64 diskSectors, Host& host, std::set<u64>& lbas) {
+  constexpr u64 kTrackBytes = 32 * kKiB;
+  const u64 trackSectors = std::min(kTrackBytes / disk.sectorSize(), diskSectors);
+  std::vector<u8> track(trackSectors * disk.sectorSize());
+  if (!disk.readSectors(0, track.data(), trackSectors)) {
+    track.resize(disk.sectorSize());
+    if (!disk.readSectors(0, track.data(), 1)) return Error::read;
+  }
   lbas.insert(0);
   const LabelReader noLabels;
-  const TableContext context{disk, {}, diskSectors - 1, kDriveReadVolumes, 0, noLabels};
+  const TableContext context{disk, {}, diskSectors - 1, kDriveReadVolumes, 0, host, noLabels};
   TableReading reading;
-  MbrScheme().read(context, mbr, reading);
+  const TableScheme* scheme = *std::ranges::find_if(
+      tableSchemes(), [&](const TableScheme* each) { return each->read(context, track, reading); });
+  if (scheme->kind() != Scheme::mbr || reading.table.usedSlots != 0)
+    addTrackSectors(reading.table, lbas);
+  if (hasProtectiveSlot(track)) addGptBackupSectors(diskSectors, disk.sectorSize(), lbas);
   for (const auto& entry : reading.table.entries) {
     if (!mayHoldVolumes(*entry)) continue;
     readVolumes(context, *entry);
@@ -99,20 +124,20 @@ Error checkFits(Drive& drive, const TableBackup& backup, const RestoreOptions& o
   const bool otherSize = backup.diskSectors != diskSectors;
   if (backup.sectorSizeBytes != drive.sectorSize()) return Error::backupOfOtherDisk;
   if (otherSize && !options.otherDiskSize) return Error::backupOfOtherDisk;
-  if (backup.diskSignature != drive.diskSignature() && !options.otherSignature)
-    return Error::backupOfOtherDisk;
+  const bool otherSignature =
+      backup.diskSignature != 0 && backup.diskSignature != drive.diskSignature();
+  if (otherSignature && !options.otherSignature) return Error::backupOfOtherDisk;
   const bool isWhole = !backup.sectors.empty() && backup.sectors.front().lba == 0 &&
                        std::ranges::all_of(backup.sectors, [&](const TableSector& sector) {
                          return sector.bytes.size() == backup.sectorSizeBytes;
                        });
   if (!isWhole) return Error::corrupt;
   if (otherSize && endsBehind(mbrOf(backup), diskSectors)) return Error::corrupt;
-  if (ShownOnlyScheme().isOn(backup.sectors.front().bytes, backup.sectorSizeBytes))
-    return Error::schemeNotYetSupported;
   // Only sectors that the table in the backup itself leads to are written.
   BackupDisk disk(backup);
   std::set<u64> lbas;
-  if (const Error error = findTableSectors(disk, diskSectors, lbas); error != Error::none)
+  Host& host = drive.tableContext().host;
+  if (const Error error = findTableSectors(disk, diskSectors, host, lbas); error != Error::none)
     return Error::corrupt;
   const bool leadsToAll = std::ranges::all_of(
       backup.sectors, [&](const TableSector& sector) { return lbas.contains(sector.lba); });
@@ -134,7 +159,6 @@ Error putBack(DiskDevice& disk, std::span<const TableSector> old) {
 }  // namespace
 
 Error takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup) {
-  if (const Error error = drive.changesAllowed(); error != Error::none) return error;
   DiskDevice& disk = drive.disk();
   TableBackup taken;
   taken.sectorSizeBytes = drive.sectorSize();
@@ -145,7 +169,9 @@ Error takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup) 
   if (taken.diskName.empty()) taken.diskName = disk.traits().path;
   std::set<u64> lbas = {0};
   if (drive.scheme() != Scheme::wholeDisk) {
-    if (const Error error = findTableSectors(disk, taken.diskSectors, lbas); error != Error::none)
+    Host& host = drive.tableContext().host;
+    if (const Error error = findTableSectors(disk, taken.diskSectors, host, lbas);
+        error != Error::none)
       return error;
   }
   if (const Error error = readTableSectors(disk, lbas, taken.sectors); error != Error::none)
@@ -156,7 +182,6 @@ Error takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup) 
 }
 
 Error restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions& options) {
-  if (const Error error = drive.changesAllowed(); error != Error::none) return error;
   if (const Error error = checkFits(drive, backup, options); error != Error::none) return error;
   DiskDevice& disk = drive.disk();
   const auto wanted = std::span(backup.sectors).subspan(1);

@@ -16,7 +16,8 @@ struct TableSector {
   std::vector<u8> bytes;  // one sector
 };
 
-// The MBR sector, every EBR, and the sector behind an EBR where that belongs to the table.
+// The MBR sector, the sectors behind it up to the first partition, both copies of a GPT, every EBR,
+// and the sector behind an EBR where that belongs to the table.
 struct TableBackup {
   u32 sectorSizeBytes = 512;
   u64 diskSectors = 0;
@@ -32,7 +33,7 @@ struct RestoreOptions {
   bool otherSignature = false;
 };
 
-// Collects the table of `drive` as it lies on the disk. read; schemeNotYetSupported.
+// Collects the table of `drive` as it lies on the disk. read.
 Error takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup);
 
 // The file format is described in table_backup_record.h.
@@ -46,7 +47,8 @@ Error writeTableBackup(const TableBackup& backup, const std::string& path);
 // noSuchFile, or as decodeTableBackup.
 Error readTableBackup(const std::string& path, TableBackup& backup);
 
-// Writes the table back, EBRs first and the MBR last, after everything was checked.
+// Writes the table back, whatever scheme the disk has by now, the MBR last, after everything was
+// checked.
 // backupOfOtherDisk: size or signature differ and the options do not accept it, or the sector
 // size differs; corrupt: the sectors are no consistent table, or lie outside the disk.
 // read, write: as for Drive::commit. The entries on hand are stale afterwards.

@@ -331,29 +331,6 @@ TEST(DriveWrite, RefusalsChangeNothing) {
       diskFromScript(kDiskSectors, kVolumes),
       [](Drive& d) { return create(d, 100000, 40000, 0x83); }, Error::outsideUsableArea,
       "beyond its container");
-  refused(
-      diskFromScript(kDiskSectors, "label: gpt\n2048,2048\n"),
-      [](Drive& d) {
-        EXPECT_STREQ(d.schemeName(), "MBR");
-        EXPECT_EQ(pictureOf(d), "1: 1..204799 EEh\n");
-        EXPECT_EQ(d.changeType(*d.findByKernelNumber(1), 0x83), Error::schemeNotYetSupported);
-        EXPECT_EQ(d.ensureDiskSignature(1), Error::schemeNotYetSupported);
-        return d.remove(*d.findByKernelNumber(1));
-      },
-      Error::schemeNotYetSupported, "GPT");
-
-  MemoryDisk embr = diskFromScript(kDiskSectors, kPrimaries);
-  std::vector<u8> header(512);
-  std::ranges::copy(std::string_view("EMBR\x02\x02\x01"), header.begin());
-  std::ranges::copy(std::string_view("MPT\x05"), header.begin() + 18);
-  embr.setSector(1, header);
-  refused(
-      std::move(embr),
-      [](Drive& d) {
-        EXPECT_EQ(pictureOf(d), "1: 2048..6143 83h\n3: 40960..49151 07h\n");
-        return d.remove(*d.findByKernelNumber(1));
-      },
-      Error::schemeNotYetSupported, "EMBR");
 }
 
 // Somebody else changes the table between reading and writing.

@@ -1,0 +1,137 @@
+#include "ptable/convert.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "ptable/boot_code.h"
+#include "ptable/convert_common.h"
+#include "ptable/gpt_scheme.h"
+#include "ptable/gpt_types.h"
+#include "ptable/mbr_edit.h"
+#include "ptable/sector_swap.h"
+#include "ptable/track_content.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kTrackSectors = 3;  // sector 0, and the two in which an EMBR can begin
+
+u64 lowestStart(const Drive& drive) {
+  const auto used = drive.usedRegion();
+  return used ? used->first : kAllOnes64;
+}
+
+// Every partition into the slot that it has, then the others into free ones.
+Error fillSlots(Drive& drive, MbrRecord& mbr) {
+  const auto put = [&](PartitionEntry& entry, u8 slot) {
+    const u8 indicator = entry.bootIndicator;
+    if (!putIntoMbrSlot(drive, entry, mbr, slot) || entry.mbrSlot >= kMbrSlots) return false;
+    mbr.slots[entry.mbrSlot].bootIndicator = indicator;
+    return true;
+  };
+  for (const bool hasSlot : {true, false}) {
+    for (const auto& entry : drive.table().entries) {
+      if (entry->isFree() || (entry->mbrSlot < kMbrSlots) != hasSlot) continue;
+      if (!hasSlot && mbrIsFull(mbr)) return Error::slotNotFree;
+      if (!put(*entry, hasSlot ? entry->mbrSlot : kNoMbrSlot)) return Error::slotNotFree;
+    }
+  }
+  return Error::none;
+}
+
+Error readTrackSectors(Drive& drive, std::vector<u8>& sectors) {
+  const std::size_t sectorSize = drive.sectorSize();
+  sectors.assign(kTrackSectors * sectorSize, 0);
+  if (drive.isGpt()) return Error::none;
+  return drive.disk().readSectors(1, sectors.data() + sectorSize, kTrackSectors - 1) ? Error::none
+                                                                                     : Error::read;
+}
+
+// Sector 0 first: from then on a former GPT disk has the new table, and what follows only
+// clears what the old one left behind. On a former EMBR disk clearing the header is what decides.
+Error writeMbrTable(Drive& drive, std::span<u8> sectors) {
+  DiskDevice& disk = drive.disk();
+  const std::size_t sectorSize = drive.sectorSize();
+  TableSectorImage mbr(disk, 0);
+  if (const Error error = mbr.load(); error != Error::none) return error;
+  const std::vector<u8> old(mbr.bytes().begin(), mbr.bytes().end());
+  std::ranges::copy(sectors.first(sectorSize), mbr.bytes().begin());
+  if (const Error error = mbr.store(); error != Error::none) return error;
+  const bool wasGpt = drive.isGpt();
+  if (disk.writeSectors(1, sectors.data() + sectorSize, kTrackSectors - 1) && disk.flush()) {
+    if (!wasGpt || (invalidateGptBackup(disk) == Error::none && disk.flush())) return Error::none;
+    return Error::writeFailedNewTable;
+  }
+  if (wasGpt) return Error::writeFailedNewTable;
+  std::ranges::copy(old, mbr.bytes().begin());
+  return mbr.store() == Error::none ? Error::write : Error::writeFailedTableUnknown;
+}
+
+}  // namespace
+
+bool endsBeyondMbr(const Drive& drive) {
+  return std::ranges::any_of(drive.table().entries, [](const auto& entry) {
+    return !entry->isFree() && entry->endSector > kAllOnes32;
+  });
+}
+
+std::optional<u64> findEmbrHeader(std::span<const u8> firstThreeSectors, u32 sectorSize) {
+  const u64 sector = textAt(firstThreeSectors, sectorSize + 2, "IBM ") ? 2 : 1;
+  if (!textAt(firstThreeSectors, sector * sectorSize, "EMBR")) return std::nullopt;
+  return sector;
+}
+
+Error checkConvertible(Drive& drive, Scheme target) {
+  if (drive.table().slots == 0 || (drive.table().status & kTableNone) != 0) return Error::noTable;
+  if (const Error error = drive.checkChange(); error != Error::none) return error;
+  if (drive.table().hasErrors()) return Error::tableInError;
+  if (drive.gptHealth() && !drive.gptHealth()->isSound()) return Error::gptTableCheck;
+  const bool insists = (drive.flags() & kDriveOverwriteTrack) != 0;
+  return !insists && overwrittenByTable(drive, target) ? Error::sectorsInUse : Error::none;
+}
+
+std::optional<std::string> overwrittenByTable(Drive& drive, Scheme target) {
+  if (drive.isGpt()) {
+    for (const auto& entry : drive.table().entries) {
+      if (entry->isFree() || entry->typeGuid != kGptBiosBoot) continue;
+      return format("the boot loader in the BIOS Boot partition %u",
+                    static_cast<unsigned>(entry->tableIndex) + 1);
+    }
+    return std::nullopt;
+  }
+  if (target == Scheme::mbr) return std::nullopt;
+  constexpr u64 kEmbrTrack = 63;
+  const u64 gptEnd = 2 + u64{kGptEntryCount} * kGptEntrySize / drive.sectorSize();
+  const u64 end = target == Scheme::gpt ? gptEnd : std::min<u64>(kEmbrTrack, 3);
+  const u64 from = drive.isEmbr() ? drive.firstUsableSector() : 1;
+  return namedTrackContent(drive.disk(), from,
+                           std::min({end, lowestStart(drive), drive.lastLba()}));
+}
+
+Error convertToMbr(Drive& drive, bool allowWithoutTable) {
+  const bool hasTable = drive.table().slots != 0 && (drive.table().status & kTableNone) == 0;
+  if (!hasTable && !allowWithoutTable) return Error::noTable;
+  if (hasTable) {
+    if (drive.scheme() == Scheme::mbr) return Error::none;
+    if (const Error error = checkConvertible(drive, Scheme::mbr); error != Error::none)
+      return error;
+    if (endsBeyondMbr(drive)) return Error::partitionBeyondTable;
+    if (drive.table().usedSlots > kMbrSlots) return Error::tooManyPartitions;
+  }
+  std::vector<u8> sectors;
+  if (const Error error = readTrackSectors(drive, sectors); error != Error::none) return error;
+  auto& mbr = *recordAt<MbrRecord>(std::span(sectors));
+  installBootCode(BootCode::standard, mbr);
+  mbr.diskSignature = drive.diskSignature();
+  if (const auto header = findEmbrHeader(sectors, drive.sectorSize()))
+    sectors[*header * drive.sectorSize()] = 0;
+  if (hasTable) {
+    if (const Error error = fillSlots(drive, mbr); error != Error::none) return error;
+  }
+  const Error error = writeMbrTable(drive, sectors);
+  if (error != Error::write) drive.setFlags(kDriveChanged, kDriveChanged);
+  return error;
+}
+
+}  // namespace tallowin

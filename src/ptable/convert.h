@@ -1,0 +1,37 @@
+// Changing the scheme of a disk's table. Partitions stay where they are; only tables are written.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "ptable/drive.h"
+
+namespace tallowin {
+
+// A power cut at any moment leaves the old table or the new one. Before the first write:
+//   noTable               there is none (and for the MBR, none was to be made)
+//   partitionBeyondTable  a partition lies beyond 2^32 sectors, or outside a GPT's usable area
+//   tooManyPartitions     more than the new table holds
+//   dynamicDisk           a partition belongs to a dynamic disk
+//   slotNotFree           a partition could not be given a slot
+//   outsideUsableArea     a partition starts where the EMBR would lie
+//   sectorsInUse          something lies where the new table would go: see overwrittenByTable
+//   gptTableCheck         of the GPT only one copy is sound; it is to be repaired first
+//   tableNotBuilt, noSpaceLeft (no free block for the reserved partition), read,
+//   tableChangedMeanwhile
+// Later: write, the old table stands; writeFailedNewTable; writeFailedTableUnknown.
+// Nothing to do for a disk that has the scheme already. The entries on hand are stale afterwards.
+
+// A disk without a table gets an empty one, when `allowWithoutTable`.
+Error convertToMbr(Drive& drive, bool allowWithoutTable);
+// With `createReserved` the first free block of 16 MiB or more becomes a reserved partition.
+Error convertToGpt(Drive& drive, bool createReserved);
+// `limitPrimaries`: the new table offers four slots, all of them in the MBR as well.
+Error convertToEmbr(Drive& drive, bool limitPrimaries);
+
+// Names what lies where a table of `target` would be written and would be lost: a boot loader
+// behind the MBR, or a partition that only a boot loader on a GPT uses. Nothing when there is
+// no such thing. Conversions refuse while there is, unless kDriveOverwriteTrack is set.
+std::optional<std::string> overwrittenByTable(Drive& drive, Scheme target);
+
+}  // namespace tallowin

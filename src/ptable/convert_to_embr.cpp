@@ -1,0 +1,105 @@
+#include <algorithm>
+
+#include "ptable/boot_code.h"
+#include "ptable/convert.h"
+#include "ptable/convert_common.h"
+#include "ptable/embr_image.h"
+#include "ptable/embr_scheme.h"
+#include "ptable/gpt_image.h"
+#include "ptable/mbr_edit.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u16 kDynamicDisk = 0x42;
+
+void prepareMbr(const Drive& drive, EmbrImage& image) {
+  auto& mbr = *recordAt<MbrRecord>(image.mbr());
+  if (!mbr.signature.isValid()) {
+    for (MbrSlotRecord& slot : mbr.slots) slot.clear();
+    installBootCode(BootCode::standard, mbr);
+  }
+  if (!drive.isGpt()) return;
+  for (MbrSlotRecord& slot : mbr.slots)
+    if (slot.type == types::kGptReserved) slot.clear();
+}
+
+// The MPT holds ids of one byte, and each once.
+u8 mptId(const EmbrImage& image, PartitionId wanted) {
+  const auto isTaken = [&image](u32 id) {
+    if (id == 0) return true;
+    for (u32 i = 0; i < image.entryCount(); ++i)
+      if (image.entry(i).id == id) return true;
+    return false;
+  };
+  u32 id = wanted & 0xFF;
+  for (u32 tries = 0; tries < 256 && isTaken(id); ++tries) id = (id + 1) & 0xFF;
+  return static_cast<u8>(id);
+}
+
+Error addEntry(Drive& drive, PartitionEntry& entry, EmbrImage& image) {
+  if (entry.type == kDynamicDisk) return Error::dynamicDisk;
+  auto& mbr = *recordAt<MbrRecord>(image.mbr());
+  if (entry.mbrSlot >= kMbrSlots && !mbrIsFull(mbr)) {
+    if (!putIntoMbrSlot(drive, entry, mbr, kNoMbrSlot)) return Error::slotNotFree;
+  }
+  MptEntryRecord record = mptRecordOf(entry);
+  record.id = mptId(image, entry.id);
+  record.flags = u16{0};
+  return image.insert(image.entryCount(), record) == Error::none ? Error::none
+                                                                 : Error::tooManyPartitions;
+}
+
+Error build(Drive& drive, bool limitPrimaries, EmbrImage& image) {
+  image.create(drive.geometry(), false);
+  image.setLimitsPrimaries(limitPrimaries);
+  prepareMbr(drive, image);
+  const u32 most = limitPrimaries ? kMbrSlots : kMaxMptEntries;
+  if (drive.table().usedSlots > most) return Error::tooManyPartitions;
+  for (const auto& entry : drive.table().entries) {
+    if (entry->isFree()) continue;
+    if (const Error error = addEntry(drive, *entry, image); error != Error::none) return error;
+  }
+  const auto used = drive.usedRegion();
+  return used && used->first < image.endSector() ? Error::outsideUsableArea : Error::none;
+}
+
+// A write failed: what was there comes back as far as the disk allows, and the disk is asked.
+Error undo(Drive& drive, std::span<const u8> old) {
+  DiskDevice& disk = drive.disk();
+  const Scheme before = drive.scheme();
+  static_cast<void>(disk.writeSectors(0, old.data(), old.size() / drive.sectorSize()) &&
+                    disk.flush());
+  disk.dropCaches();
+  if (drive.reread() != Error::none || (drive.table().status & kTableUnreadable) != 0)
+    return Error::writeFailedTableUnknown;
+  return drive.scheme() == before ? Error::write : Error::writeFailedNewTable;
+}
+
+}  // namespace
+
+Error convertToEmbr(Drive& drive, bool limitPrimaries) {
+  if (drive.isEmbr()) return Error::none;
+  if (const Error error = checkConvertible(drive, Scheme::embr); error != Error::none) return error;
+  if (endsBeyondMbr(drive)) return Error::partitionBeyondTable;
+  DiskDevice& disk = drive.disk();
+  EmbrImage image;
+  const Error found = EmbrImage::read(disk, image);
+  if (found != Error::notThisFormat && found != Error::none) return Error::read;
+  if (!image.hasRoom()) return Error::outsideUsableArea;
+  const EmbrImage old = image;
+  if (const Error error = build(drive, limitPrimaries, image); error != Error::none) return error;
+
+  const bool wasGpt = drive.isGpt();
+  const u32 extraSectors = wasGpt ? 1 : 0;
+  if (image.headerSector() > 1 && wasGpt) image.clearBehindHeader();
+  drive.setFlags(kDriveChanged, kDriveChanged);
+  if (image.writeAsNewTable(disk, extraSectors) != Error::none)
+    return undo(drive, old.firstSectors(image.endSector() + extraSectors));
+  if (wasGpt && (invalidateGptBackup(disk) != Error::none || !disk.flush()))
+    return Error::writeFailedNewTable;
+  return Error::none;
+}
+
+}  // namespace tallowin

@@ -1,0 +1,284 @@
+#include "ptable/embr_scheme.h"
+
+#include <algorithm>
+
+#include "ptable/boot_code.h"
+#include "ptable/mbr_scheme.h"
+#include "ptable/sector_swap.h"
+#include "ptable/slot.h"
+#include "ptable/track_content.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+constexpr PartitionId kHighestId = 255;
+
+// A partition of the MPT, whose flags say more of it.
+class EmbrEntry : public TableEntry {
+ public:
+  bool holdsBootManager() const override { return (attributes & kMptManager) != 0; }
+  bool isMultiOs() const override { return (attributes & kMptMultiOs) != 0; }
+};
+
+std::string nameOf(const MptEntryRecord& record) {
+  const auto* end = std::find(std::begin(record.name), std::end(record.name), '\0');
+  return {std::begin(record.name), end};
+}
+
+bool holdsExtent(const MbrSlotRecord& slot, u64 first, u64 last) {
+  return slot.type != types::kFree && slot.startLba == first &&
+         u64{slot.startLba} + slot.sectorCount == last + 1;
+}
+
+MbrSlotRecord* slotOf(MbrRecord& mbr, const MptEntryRecord& record) {
+  if (!mbr.signature.isValid()) return nullptr;
+  const auto found = std::ranges::find_if(mbr.slots, [&](const MbrSlotRecord& slot) {
+    return holdsExtent(slot, record.firstLba, record.lastLba);
+  });
+  return found != mbr.slots.end() ? &*found : nullptr;
+}
+
+MbrRecord& mbrIn(EmbrImage& image) { return *recordAt<MbrRecord>(image.mbr()); }
+
+bool isSame(const MptEntryRecord& record, const PartitionEntry& entry) {
+  return record.firstLba == entry.startSector && record.lastLba == entry.endSector &&
+         record.type == entry.type && record.flags == entry.attributes;
+}
+
+// The record that an entry was read from; null when the disk holds something else now.
+MptEntryRecord* recordOf(EmbrImage& image, const PartitionEntry& entry) {
+  if (entry.tableIndex < 0 || static_cast<u32>(entry.tableIndex) >= image.entryCount())
+    return nullptr;
+  MptEntryRecord& record = image.entry(static_cast<u32>(entry.tableIndex));
+  return isSame(record, entry) ? &record : nullptr;
+}
+
+Error load(DiskDevice& disk, EmbrImage& image) {
+  const Error error = EmbrImage::read(disk, image);
+  if (error == Error::notThisFormat) return Error::tableChangedMeanwhile;
+  return error == Error::none ? error : Error::read;
+}
+
+// Which of the two is on the disk after a write failed.
+Error outcome(DiskDevice& disk, const EmbrImage& old, const EmbrImage& image) {
+  disk.dropCaches();
+  EmbrImage found;
+  if (!disk.flush() || EmbrImage::read(disk, found) != Error::none)
+    return Error::writeFailedTableUnknown;
+  if (found.holdsSameTable(old)) return Error::write;
+  return found.holdsSameTable(image) ? Error::writeFailedNewTable : Error::writeFailedTableUnknown;
+}
+
+Error storeEmbr(DiskDevice& disk, const EmbrImage& old, EmbrImage& image) {
+  if (!disk.flush()) return Error::write;
+  if (image.writeBehindMbr(disk) == Error::none) return Error::none;
+  EmbrImage back = old;
+  if (back.writeBehindMbr(disk) == Error::none) return Error::write;
+  return outcome(disk, old, image);
+}
+
+Error storeMbr(DiskDevice& disk, EmbrImage& image) {
+  TableSectorImage sector(disk, 0);
+  if (const Error error = sector.load(); error != Error::none) return error;
+  if (std::ranges::equal(sector.bytes(), image.mbr())) return Error::none;
+  std::ranges::copy(image.mbr(), sector.bytes().begin());
+  return sector.store();
+}
+
+// The EMBR is the table, so it is written first: a partition that lacks its slot is still there.
+Error storeEmbrFirst(DiskDevice& disk, const EmbrImage& old, EmbrImage& image) {
+  if (const Error error = storeEmbr(disk, old, image); error != Error::none) return error;
+  return storeMbr(disk, image) == Error::none ? Error::none : Error::writeFailedNewTable;
+}
+
+// A slot that outlives its entry would bring the partition back at the next start.
+Error storeMbrFirst(DiskDevice& disk, const EmbrImage& old, EmbrImage& image) {
+  if (const Error error = storeMbr(disk, image); error != Error::none)
+    return error == Error::writeFailedNewTable ? Error::writeFailedTableUnknown : error;
+  const Error error = storeEmbr(disk, old, image);
+  if (error != Error::write) return error;
+  EmbrImage back = old;
+  return storeMbr(disk, back) == Error::none ? Error::write : Error::writeFailedTableUnknown;
+}
+
+bool isRoomFree(const TableContext& context, const EmbrImage& image, const TableEntry& entry) {
+  if (entry.startSector > entry.endSector || entry.startSector < image.endSector() ||
+      entry.endSector > context.lastLba || entry.endSector > kAllOnes32)
+    return false;
+  for (u32 i = 0; i < image.entryCount(); ++i) {
+    const MptEntryRecord& other = image.entry(i);
+    if (other.firstLba <= entry.endSector && entry.startSector <= other.lastLba) return false;
+  }
+  return true;
+}
+
+u8 freeId(const EmbrImage& image, PartitionId wanted) {
+  const auto isTaken = [&image](u32 id) {
+    for (u32 i = 0; i < image.entryCount(); ++i)
+      if (image.entry(i).id == id) return true;
+    return id == 0;
+  };
+  u32 id = wanted & kHighestId;
+  for (u32 tries = 0; tries <= kHighestId && isTaken(id); ++tries) id = (id + 1) & kHighestId;
+  return static_cast<u8>(id);
+}
+
+// Whether the sectors that an EMBR grew over may be overwritten.
+Error checkGrowth(const TableContext& context, const EmbrImage& old, const EmbrImage& image,
+                  u64 firstPartition) {
+  if (image.endSector() == old.endSector()) return Error::none;
+  if (firstPartition < image.endSector()) return Error::noFreeEntry;
+  if ((context.flags & kDriveOverwriteTrack) != 0) return Error::none;
+  for (u32 lba = old.endSector(); lba < image.endSector(); ++lba)
+    if (!isAllZero(old.sector(lba))) return Error::sectorsInUse;
+  return Error::none;
+}
+
+u64 lowestStart(const EmbrImage& image) {
+  u64 lowest = kAllOnes64;
+  for (u32 i = 0; i < image.entryCount(); ++i)
+    lowest = std::min<u64>(lowest, image.entry(i).firstLba);
+  return lowest;
+}
+
+// The new partition's slot for other systems. False: there is none, and one is needed.
+bool takeSlot(const TableContext& context, EmbrImage& image, TableEntry& entry) {
+  MbrRecord& mbr = mbrIn(image);
+  if (!mbr.signature.isValid()) {
+    for (MbrSlotRecord& slot : mbr.slots) slot.clear();
+    installBootCode(BootCode::standard, mbr);
+  }
+  const auto slot = std::ranges::find(mbr.slots, types::kFree, &MbrSlotRecord::type);
+  if (slot == mbr.slots.end() || !fitsSlot(0, entry.startSector, entry.endSector))
+    return !image.limitsPrimaries();
+  chooseBootIndicator(context, mbr, *slot);
+  writeSlot(context, 0, entry.startSector, entry.endSector, static_cast<u8>(entry.type), *slot);
+  entry.mbrSlot = static_cast<u8>(slot - mbr.slots.begin());
+  return true;
+}
+
+}  // namespace
+
+bool EmbrScheme::read(const TableContext& context, std::span<const u8> track,
+                      TableReading& reading) const {
+  EmbrImage image;
+  if (EmbrImage::parse(track, context.disk.sectorSize(), image) != Error::none) return false;
+  MbrRecord& mbr = mbrIn(image);
+  reading.diskSignature = mbr.diskSignature;
+  reading.firstUsableSector = image.endSector();
+  reading.table.slots = image.limitsPrimaries() ? kMbrSlots : kMaxMptEntries;
+  for (u32 i = 0; i < image.entryCount(); ++i) {
+    const MptEntryRecord& record = image.entry(i);
+    auto entry = std::make_unique<EmbrEntry>();
+    entry->startSector = record.firstLba;
+    entry->endSector = record.lastLba;
+    entry->type = record.type;
+    entry->mbrType = record.type;
+    entry->attributes = record.flags;
+    entry->tableIndex = static_cast<i32>(i);
+    entry->tableName = nameOf(record);
+    entry->id = unusedId(reading.table, record.id);
+    if (const MbrSlotRecord* slot = slotOf(mbr, record)) {
+      entry->mbrSlot = static_cast<u8>(slot - mbr.slots.data());
+      entry->mbrType = slot->type;
+      entry->bootIndicator = slot->bootIndicator;
+      entry->endChs = slot->endChs;
+    }
+    entry->setName(entry->tableName);
+    ++reading.table.usedSlots;
+    insertSorted(reading.table, std::move(entry));
+  }
+  return true;
+}
+
+Error EmbrScheme::checkUnchanged(const TableContext& context, const PartitionTable& table) const {
+  EmbrImage image;
+  if (const Error error = load(context.disk, image); error != Error::none) return error;
+  const bool same =
+      image.entryCount() == table.usedSlots &&
+      std::ranges::all_of(table.entries, [&](const auto& entry) {
+        return entry->isFree() || entry->tableIndex < 0 || recordOf(image, *entry) != nullptr;
+      });
+  return same ? Error::none : Error::tableChangedMeanwhile;
+}
+
+MptEntryRecord mptRecordOf(const PartitionEntry& entry) {
+  MptEntryRecord record{};
+  record.flags = static_cast<u16>(entry.attributes);
+  record.firstLba = static_cast<u32>(entry.startSector);
+  record.lastLba = static_cast<u32>(entry.endSector);
+  record.id = static_cast<u8>(entry.id);
+  record.type = static_cast<u8>(entry.type);
+  entry.name.copy(record.name, sizeof record.name - 1);
+  return record;
+}
+
+Error EmbrScheme::add(const TableContext& context, TableEntry& entry) const {
+  EmbrImage old;
+  if (const Error error = load(context.disk, old); error != Error::none) return error;
+  if (!isRoomFree(context, old, entry)) return Error::outsideUsableArea;
+  EmbrImage image = old;
+  if (!takeSlot(context, image, entry)) return Error::noFreeEntry;
+  entry.id = freeId(image, entry.id);
+  if (const Error error = image.insert(image.entryCount(), mptRecordOf(entry));
+      error != Error::none)
+    return error;
+  if (const Error error = checkGrowth(context, old, image, lowestStart(image));
+      error != Error::none)
+    return error;
+  return storeEmbrFirst(context.disk, old, image);
+}
+
+Error EmbrScheme::remove(const TableContext& context, const TableEntry& entry) const {
+  EmbrImage old;
+  if (const Error error = load(context.disk, old); error != Error::none) return error;
+  EmbrImage image = old;
+  const MptEntryRecord* record = recordOf(image, entry);
+  if (record == nullptr) return Error::tableChangedMeanwhile;
+  if (MbrSlotRecord* slot = slotOf(mbrIn(image), *record)) slot->clear();
+  image.remove(static_cast<u32>(entry.tableIndex));
+  return storeMbrFirst(context.disk, old, image);
+}
+
+Error EmbrScheme::changeType(const TableContext& context, TableEntry& entry, u16 type) const {
+  EmbrImage old;
+  if (const Error error = load(context.disk, old); error != Error::none) return error;
+  EmbrImage image = old;
+  MptEntryRecord* record = recordOf(image, entry);
+  if (record == nullptr) return Error::tableChangedMeanwhile;
+  if (MbrSlotRecord* slot = slotOf(mbrIn(image), *record)) slot->type = static_cast<u8>(type);
+  record->type = static_cast<u8>(type);
+  return storeEmbrFirst(context.disk, old, image);
+}
+
+Error EmbrScheme::changeProperties(const TableContext& context, const TableEntry& entry,
+                                   const EntryProperties& wanted) const {
+  if (wanted.typeGuid || (wanted.attributes && *wanted.attributes > 0xFFFF))
+    return Error::unsupportedForm;
+  EmbrImage old;
+  if (const Error error = load(context.disk, old); error != Error::none) return error;
+  EmbrImage image = old;
+  MptEntryRecord* record = recordOf(image, entry);
+  if (record == nullptr) return Error::tableChangedMeanwhile;
+  MbrRecord& mbr = mbrIn(image);
+  MbrSlotRecord* slot = slotOf(mbr, *record);
+  if (wanted.active && slot == nullptr) return Error::unsupportedForm;
+  if (wanted.name) {
+    std::ranges::fill(record->name, '\0');
+    wanted.name->copy(record->name, sizeof record->name - 1);
+  }
+  if (wanted.attributes) record->flags = static_cast<u16>(*wanted.attributes);
+  if (wanted.active) markActive(mbr, *slot, *wanted.active);
+  return storeEmbrFirst(context.disk, old, image);
+}
+
+Error setEmbrLimit(DiskDevice& disk, bool limit) {
+  EmbrImage old;
+  if (const Error error = load(disk, old); error != Error::none) return error;
+  EmbrImage image = old;
+  image.setLimitsPrimaries(limit);
+  return storeEmbr(disk, old, image) == Error::none ? Error::none : Error::tableWriteFailed;
+}
+
+}  // namespace tallowin

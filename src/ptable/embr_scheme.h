@@ -1,0 +1,33 @@
+// The EMBR as a scheme of the partition model.
+#pragma once
+
+#include "ptable/embr_image.h"
+#include "ptable/scheme.h"
+
+namespace tallowin {
+
+// Our own table of up to 255 partitions behind the boot sector. At most four of them have a slot
+// in the boot sector as well.
+class EmbrScheme : public TableScheme {
+ public:
+  Scheme kind() const override { return Scheme::embr; }
+  bool read(const TableContext& context, std::span<const u8> track,
+            TableReading& reading) const override;
+  Error checkUnchanged(const TableContext& context, const PartitionTable& table) const override;
+  // Also sectorsInUse: the EMBR has to grow over a sector that holds something, and the drive
+  // does not allow that.
+  Error add(const TableContext& context, TableEntry& entry) const override;
+  Error remove(const TableContext& context, const TableEntry& entry) const override;
+  Error changeType(const TableContext& context, TableEntry& entry, u16 type) const override;
+  Error changeProperties(const TableContext& context, const TableEntry& entry,
+                         const EntryProperties& wanted) const override;
+};
+
+// The entry as the MPT holds it.
+MptEntryRecord mptRecordOf(const PartitionEntry& entry);
+
+// Whether four MBR slots are all that the table offers; writes the EMBR. read,
+// tableChangedMeanwhile: there is no EMBR now; tableWriteFailed.
+Error setEmbrLimit(DiskDevice& disk, bool limit);
+
+}  // namespace tallowin
