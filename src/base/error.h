@@ -61,7 +61,7 @@ enum class [[nodiscard]] Error : u32 {
   clearingFailed = 99,
   tableWriteFailed = 99,
   // Partition tables. `read` and `write` mean that the old table stands.
-  schemeNotYetSupported = 200,    // the disk's table is of a kind that is only shown, not changed
+  tableUnreadable = 200,          // a table is there, but no copy of it can be read
   tableInError = 201,             // the entry, its container or its chain is marked as in error
   tableChangedMeanwhile = 202,    // the table on disk is not the one that was read
   writeFailedNewTable = 203,      // a write or flush failed, yet the new table is on the disk

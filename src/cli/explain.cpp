@@ -52,8 +52,8 @@ constexpr Explanation kExplanations[] = {
      "The table could not be read; look for disk errors in the kernel's log."},
     {Error::clearingFailed,
      "Sectors could not be cleared or written; look for disk errors in the kernel's log."},
-    {Error::schemeNotYetSupported,
-     "The disk's table is of a kind that is only shown yet; use a disk with an MBR."},
+    {Error::tableUnreadable,
+     "Neither copy of the disk's GPT can be read; put a kept table back with 'table restore'."},
     {Error::tableInError,
      "The partition table has errors there; delete what is marked with E in the list first."},
     {Error::tableChangedMeanwhile,
@@ -63,6 +63,8 @@ constexpr Explanation kExplanations[] = {
     {Error::writeFailedTableUnknown,
      "A write failed, and which table is on the disk is not known; list it, and put the kept "
      "table back with 'table restore' if it is not right."},
+    {Error::sectorsInUse,
+     "Sectors that would be overwritten hold something of another program; look at what it is."},
     {Error::backupOfOtherDisk,
      "The kept table is of another disk; choose the file that belongs to this one."},
 };

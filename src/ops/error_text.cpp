@@ -26,8 +26,15 @@ std::string tableErrorText(Error error) {
     case Error::outsideUsableArea:
       return "The partition would leave the free space or the limits of the table.\n"
              "Nothing was changed.";
-    case Error::schemeNotYetSupported:
-      return "Partition tables of this kind can be shown, but not changed.\nNothing was changed.";
+    case Error::tableUnreadable:
+      return "No copy of this disk's partition table can be read.\nNothing was changed.";
+    case Error::sectorsInUse:
+      return "The sectors behind the boot sector hold something of another program.\n"
+             "Nothing was changed.";
+    case Error::backupOverlaps:
+      return "A partition lies where the backup of the table belongs.\nNothing was changed.";
+    case Error::gptTableCheck:
+      return "Only one copy of the GPT is sound. Please repair it first.\nNothing was changed.";
     case Error::tableInError:
       return "The partition table has errors at this place.\nNothing was changed.";
     case Error::tableChangedMeanwhile:

@@ -228,7 +228,7 @@ const char* Drive::schemeName() const {
 std::string Drive::changeRefusal() const { return scheme_->changeRefusal(); }
 
 Error Drive::changesAllowed() const {
-  return changeRefusal().empty() ? Error::none : Error::schemeNotYetSupported;
+  return changeRefusal().empty() ? Error::none : Error::tableUnreadable;
 }
 
 Error Drive::checkChange() const {

@@ -106,7 +106,7 @@ class Drive {
   bool setAlignment(i64 value);
   AlignmentRules alignment() const;
 
-  // Whether the table may be changed: schemeNotYetSupported for disks whose scheme is only shown.
+  // Whether the table may be changed: tableUnreadable for disks whose table cannot be read.
   // commit, remove, changeType and ensureDiskSignature answer the same.
   Error changesAllowed() const;
   // One sentence for the user, empty when changes are allowed.
@@ -124,7 +124,7 @@ class Drive {
   // The step that makes it visible is the write of one sector, so that a power cut leaves the old
   // table or the new one. Nothing was written: noFreeEntry, all slots are used;
   // outsideUsableArea, the extent leaves its free region or the limits of the table;
-  // tableInError, tableChangedMeanwhile, schemeNotYetSupported.
+  // tableInError, tableChangedMeanwhile, tableUnreadable.
   // read, write: the old table stands. writeFailedNewTable, writeFailedTableUnknown: see there.
   Error commit(PartitionEntry& entry);
   // Removes an entry from the tables on disk; an extended partition goes with its volumes.

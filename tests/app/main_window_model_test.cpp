@@ -132,8 +132,16 @@ TEST_F(MainWindowTest, OverlapsAreMarkedAndCanOnlyBeDeleted) {
   EXPECT_FALSE(isEnabled(Action::format));
 }
 
-TEST_F(MainWindowTest, AGptIsShownAndSaysThatItIsNotChangedYet) {
+TEST_F(MainWindowTest, AGptDamagedInBothCopiesIsShownAndNotChanged) {
   addImage("label: gpt\nsize=20M\n");
+  const std::string& path = options_.images[0];
+  std::FILE* image = std::fopen(path.c_str(), "r+b");
+  ASSERT_NE(image, nullptr);
+  for (const auto& [offset, from] : {std::pair{512L, SEEK_SET}, std::pair{-512L, SEEK_END}}) {
+    std::fseek(image, offset, from);
+    std::fputc('X', image);
+  }
+  std::fclose(image);
   ASSERT_FALSE(window().rows().empty());
   EXPECT_FALSE(isEnabled(Action::deleteOrUndelete));
   EXPECT_EQ(window().control(Action::deleteOrUndelete).whyDisabled,
