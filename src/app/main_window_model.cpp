@@ -227,7 +227,7 @@ void MainWindowModel::runSettings(Action action) {
 
 void MainWindowModel::runViewMbr() {
   // The flow has told the user how it ended.
-  static_cast<void>(viewMbr(session_.context(frontEnd_), *drive_));
+  static_cast<void>(viewMbr(session_.context(frontEnd_), *drive_, showHelp_));
   drive_->setFlags(kDriveChanged, kDriveChanged);
   refresh(Refresh::afterAction);
 }

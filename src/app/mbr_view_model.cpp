@@ -152,7 +152,8 @@ void MbrViewModel::write() {
   if (applied) close();
 }
 
-FlowResult viewMbr(const OperationContext& context, Drive& drive) {
+FlowResult viewMbr(const OperationContext& context, Drive& drive,
+                   const std::function<void(int topic)>& showHelp) {
   MbrEditor editor(drive);
   if (const Error error = editor.load(); error != Error::none) {
     context.ui.errorBox(tableErrorText(error));
@@ -160,6 +161,7 @@ FlowResult viewMbr(const OperationContext& context, Drive& drive) {
   }
   MbrViewModel model(context.ui, drive, editor,
                      [&] { return applyMbrEdit(context, drive, editor); });
+  if (showHelp) model.help = [&] { showHelp(MbrViewModel::kHelpTopic); };
   context.ui.run(model);
   return model.applied ? FlowResult{} : FlowResult{FlowEnd::cancelled, Error::cancelled, 0};
 }

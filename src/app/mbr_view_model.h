@@ -66,6 +66,10 @@ class MbrViewModel : public DialogModel {
   // Does nothing when the button is disabled. `shiftHeld` counts for setActive only.
   void press(MbrAction action, bool shiftHeld = false);
 
+  // The F1 key; shows the help window. Set before the dialog is run.
+  std::function<void()> help = [] {};
+  static constexpr int kHelpTopic = 13;
+
   // Set by Apply when it succeeded.
   bool applied = false;
 
@@ -86,7 +90,8 @@ class MbrViewModel : public DialogModel {
 };
 
 // Shows the editor of a drive. Done when the boot sector was written, and then the drive was read
-// again; cancelled when it was left alone.
-FlowResult viewMbr(const OperationContext& context, Drive& drive);
+// again; cancelled when it was left alone. `showHelp` may be empty.
+FlowResult viewMbr(const OperationContext& context, Drive& drive,
+                   const std::function<void(int topic)>& showHelp = {});
 
 }  // namespace tallowin

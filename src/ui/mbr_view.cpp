@@ -62,6 +62,10 @@ std::optional<MbrAction> actionOfKey(int key) {
 int SlotList::handle(int event) {
   if ((event == FL_KEYBOARD || event == FL_SHORTCUT) &&
       !Fl::event_state(FL_ALT | FL_CTRL | FL_META)) {
+    if (Fl::event_key() == FL_F + 1) {
+      onHelp();
+      return 1;
+    }
     const auto action = actionOfKey(Fl::event_key());
     if (action) {
       onAction(*action);
@@ -86,6 +90,7 @@ MbrView::MbrView(MbrViewModel& model)
   list_->textsize(kSmallFontSize);
   list_->has_scrollbar(0);
   list_->onAction = [this](MbrAction action) { note(action); };
+  list_->onHelp = [this] { helpWanted_ = true; };
   signature_ = addText(kListX, kUpperY, 73, kButtonHeightHere, {});
   signature_->labelsize(kSmallFontSize);
   for (std::size_t i = 0; i < std::size(kButtonX); ++i) {
@@ -137,6 +142,10 @@ void MbrView::note(MbrAction action) {
 
 void MbrView::read() {
   if (list_->value() > 0) model_.select(static_cast<std::size_t>(list_->value() - 1));
+  if (helpWanted_) {
+    helpWanted_ = false;
+    model_.help();
+  }
   if (!pressed_) return;
   model_.press(*pressed_, shiftHeld_);
   // What was pressed while the action ran was meant for a window that looked otherwise.

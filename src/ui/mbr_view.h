@@ -19,6 +19,7 @@ class SlotList : public Fl_Hold_Browser {
   SlotList(int x, int y, int width, int height) : Fl_Hold_Browser(x, y, width, height) {}
   // Called within the toolkit's event processing.
   std::function<void(MbrAction)> onAction;
+  std::function<void()> onHelp;
 
  private:
   int handle(int event) override;
@@ -43,6 +44,7 @@ class MbrView : public DialogView {
   // Noted while events are processed, carried out by the next read().
   std::optional<MbrAction> pressed_;
   bool shiftHeld_ = false;
+  bool helpWanted_ = false;
   std::optional<u32> shownRevision_;
 };
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "app/mbr_view_model.h"
 #include "base/text.h"
 #include "ops/create_model.h"
 #include "ops/delete_model.h"
@@ -198,6 +199,21 @@ TEST_F(MainWindowTest, CreateByKeyAndByDoubleClickThenDelete) {
   ui_.expect<DeleteModel>([](DeleteModel& dialog) { dialog.cancel(); });
   select("Linux Native");
   window().press(Action::deleteOrUndelete);
+  EXPECT_EQ(readTable(options_.images[0]).rows.size(), 1u);
+}
+
+TEST_F(MainWindowTest, TheTableIsReadAgainAfterTheMbrEditor) {
+  addImage("label: dos\nsize=10M,type=83\nsize=10M,type=7\n");
+  int topic = 0;
+  window().setHelpHook([&](int shown) { topic = shown; });
+  ui_.expect<MbrViewModel>([](MbrViewModel& editor) {
+    editor.help();
+    editor.press(MbrAction::remove);
+    editor.press(MbrAction::apply);
+  });
+  window().press(Action::viewMbr);
+  EXPECT_EQ(topic, MbrViewModel::kHelpTopic);
+  for (const std::string& row : texts()) EXPECT_EQ(row.find("Linux"), std::string::npos) << row;
   EXPECT_EQ(readTable(options_.images[0]).rows.size(), 1u);
 }
 

@@ -162,6 +162,36 @@ TEST(MbrEditor, ASectorOf4096BytesKeepsItsRest) {
   EXPECT_TRUE(std::all_of(after.begin() + 512, after.end(), [](u8 byte) { return byte == 0xA5; }));
 }
 
+TEST(MbrEditor, ADiskWithoutItsPlaceHolderIsAnMbrDisk) {
+  TableBench bench(diskFromScript(kSectors, "label: dos\n1:start=1,size=204799,type=ee\n"));
+  MbrEditor editor(bench.drive());
+  ASSERT_EQ(Error::none, editor.load());
+  EXPECT_TRUE(editor.holdsGptPlaceHolder(0));
+  EXPECT_FALSE(editor.holdsGptPlaceHolder(1));
+  editor.remove(0);
+  ASSERT_EQ(Error::none, editor.apply());
+  ASSERT_EQ(Error::none, bench.drive().reread());
+  EXPECT_EQ(Scheme::mbr, bench.drive().scheme());
+  EXPECT_EQ(Error::none, bench.drive().changesAllowed());
+  EXPECT_EQ(0U, bench.drive().partitionCount());
+}
+
+TEST(MbrEditor, TheTableBehindTheBootSectorIsLeftAlone) {
+  MemoryDisk disk = sampleDisk();
+  std::vector<u8> header(512, 0x11);
+  std::memcpy(header.data(), "EMBR\x01", 5);
+  std::memcpy(header.data() + 18, "MPT\x01", 4);
+  ASSERT_TRUE(disk.writeSectors(1, header.data(), 1));
+  TableBench bench(std::move(disk));
+  MbrEditor editor(bench.drive());
+  ASSERT_EQ(Error::none, editor.load());
+  editor.setActive(1);
+  ASSERT_EQ(Error::none, editor.apply());
+  EXPECT_EQ(header, bench.disk().sector(1));
+  EXPECT_EQ(kBootActive, mbrOf(bench.disk()).slots[1].bootIndicator);
+  EXPECT_EQ(0, mbrOf(bench.disk()).slots[2].bootIndicator);
+}
+
 TEST_F(MbrEditorTest, WhatAnotherProgramChangedIsNotOverwritten) {
   editor_.setActive(0);
   std::vector<u8> sector = bench_.disk().sector(0);

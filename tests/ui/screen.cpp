@@ -120,16 +120,31 @@ Screen::~Screen() {
   end(server_);
 }
 
-std::string Screen::waitFor(const std::string& title) {
+namespace {
+
+// Waits until a window whose title is wanted is in front. Its id, or nothing.
+std::string waitForTitle(const std::function<bool(const std::string&)>& isWanted) {
   std::string window;
-  waitUntil([&] {
+  const bool came = waitUntil([&] {
     const ProgramResult active = runProgram({"xdotool", "getactivewindow"});
     if (active.status != 0) return false;
     window = firstLine(active.output);
-    return firstLine(runProgram({"xdotool", "getwindowname", window}).output) == title;
-  }) ||
-      (window.clear(), false);
-  return window;
+    return isWanted(firstLine(runProgram({"xdotool", "getwindowname", window}).output));
+  });
+  return came ? window : std::string();
+}
+
+}  // namespace
+
+std::string Screen::waitFor(const std::string& title) {
+  return waitForTitle([&](const std::string& found) { return found == title; });
+}
+
+std::string Screen::waitForStart(const std::string& start, std::string& title) {
+  return waitForTitle([&](const std::string& found) {
+    title = found;
+    return found.starts_with(start);
+  });
 }
 
 bool Screen::waitUntilGone(const std::string& title) {
