@@ -28,6 +28,24 @@ std::string menuLabel(const std::string& text) {
   return label;
 }
 
+// The beginning and the end of a text, in the current font, as much as fits; whole characters.
+std::string shortened(const std::string& text, int width) {
+  if (fl_width(text.c_str()) <= width) return text;
+  const auto isInside = [&](std::size_t at) {
+    return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80;
+  };
+  std::string result;
+  for (std::size_t kept = text.size() / 2; kept > 0; --kept) {
+    std::size_t head = kept;
+    std::size_t tail = text.size() - kept;
+    while (isInside(head)) --head;
+    while (isInside(tail)) ++tail;
+    result = text.substr(0, head) + "..." + text.substr(tail);
+    if (fl_width(result.c_str()) <= width) break;
+  }
+  return result;
+}
+
 }  // namespace
 
 NumberInput::NumberInput(int x, int y, int width, int height, const char* label)
@@ -148,6 +166,33 @@ ChoiceField::ChoiceField(int x, int y, int width, int height, const char* label)
 void ChoiceField::addChoice(const std::string& text) {
   // add() takes equal texts for one item.
   insert(-1, menuLabel(text).c_str(), 0, nullptr);
+  texts_.push_back(text);
+}
+
+void ChoiceField::clearChoices() {
+  clear();
+  texts_.clear();
+}
+
+// The toolkit's own drawing would cut the feet of the letters in a low field.
+void ChoiceField::draw() {
+  constexpr int kPadding = 6;
+  constexpr int kArrowHalfWidth = 4;
+  draw_box(FL_UP_BOX, color());
+  fl_color(active_r() ? labelcolor() : fl_inactive(labelcolor()));
+  const int arrowX = x() + w() - kPadding - kArrowHalfWidth;
+  const int middle = y() + h() / 2;
+  for (const int side : {-1, 1})
+    fl_polygon(arrowX - kArrowHalfWidth, middle + side, arrowX + kArrowHalfWidth, middle + side,
+               arrowX, middle + side * (kArrowHalfWidth + 1));
+  const int textWidth = w() - 3 * kPadding - 2 * kArrowHalfWidth;
+  if (value() >= 0 && static_cast<std::size_t>(value()) < texts_.size()) {
+    fl_font(textfont(), textsize());
+    const std::string text = shortened(texts_[static_cast<std::size_t>(value())], textWidth);
+    fl_draw(text.c_str(), x() + kPadding, y(), textWidth, h(), FL_ALIGN_LEFT, nullptr, 0);
+  }
+  draw_label();
+  if (Fl::focus() == this) draw_focus();
 }
 
 int ChoiceField::handle(int event) {

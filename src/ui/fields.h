@@ -67,14 +67,21 @@ class MenuInput : public Fl_Group {
   std::vector<std::string> suggestions_;
 };
 
-// A menu of choices in which the Up and Down keys choose without opening it.
+// A menu of choices in which the Up and Down keys choose without opening it. A text that does not
+// fit is shortened in its middle.
 class ChoiceField : public Fl_Choice {
  public:
   ChoiceField(int x, int y, int width, int height, const char* label);
 
   // Adds a text as it is, whatever characters it holds.
   void addChoice(const std::string& text);
+  void clearChoices();
   int handle(int event) override;
+
+ private:
+  void draw() override;
+
+  std::vector<std::string> texts_;
 };
 
 // The scheme draws its check boxes round, as radio buttons; this one is square.

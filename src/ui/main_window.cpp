@@ -1,6 +1,7 @@
 #include "ui/main_window.h"
 
 #include <FL/Fl.H>
+#include <FL/fl_draw.H>
 
 #include <algorithm>
 
@@ -66,9 +67,10 @@ int digitOf(int key) {
 
 void setChoices(ChoiceField& field, const std::vector<std::string>& texts,
                 std::optional<std::size_t> selected) {
-  field.clear();
+  field.clearChoices();
   for (const std::string& text : texts) field.addChoice(text);
   field.value(selected ? static_cast<int>(*selected) : -1);
+  field.copy_tooltip(selected ? texts[*selected].c_str() : nullptr);
   texts.empty() ? field.deactivate() : field.activate();
 }
 
@@ -76,6 +78,28 @@ void setLabel(TextLabel& label, const std::string& text) {
   label.setText(text);
   text.empty() ? label.hide() : label.show();
 }
+
+// A column cuts what does not fit into it, and the flag of an entry in error never does; the next
+// column, whose sizes are on the right, leaves it room.
+class PartitionList : public Fl_Hold_Browser {
+ public:
+  using Fl_Hold_Browser::Fl_Hold_Browser;
+
+ private:
+  void item_draw(void* item, int x, int y, int width, int height) const override {
+    Fl_Hold_Browser::item_draw(item, x, y, width, height);
+    const std::string row = item_text(item);
+    const std::size_t kind = row.find(column_char()) + 1;
+    const std::string field = row.substr(kind, row.find(column_char(), kind) - kind);
+    if (field.empty() || field.back() != 'E') return;
+    fl_font(textfont(), textsize());
+    fl_color(item_selected(item) ? fl_contrast(FL_RED, selection_color()) : FL_RED);
+    const int before =
+        static_cast<int>(fl_width(field.c_str(), static_cast<int>(field.size()) - 1));
+    constexpr int kFieldPadding = 3;
+    fl_draw("E", x + column_widths()[0] + kFieldPadding + before, y, width, height, FL_ALIGN_LEFT);
+  }
+};
 
 }  // namespace
 
@@ -96,8 +120,6 @@ void MainWindow::makeDriveArea() {
   buses_ = new ChoiceField(65, 20, 120, 21, "B&us:");
   for (const std::string& bus : model_.buses()) buses_->addChoice(bus);
   drives_ = new ChoiceField(65, 42, 200, 21, "&Drives:");
-  // At the full size these low fields would cut the letters' feet.
-  for (ChoiceField* field : {buses_, drives_}) field->textsize(kSmallFontSize);
   driveCount_ = addText(268, 42, 40, 21, {});
   for (const ButtonPlace& place : kDriveButtons)
     addButton(place.action, place.x, place.y, place.width, place.height, kFontSize);
@@ -105,9 +127,9 @@ void MainWindow::makeDriveArea() {
 
 void MainWindow::makeList() {
   scheme_ = addText(10, 76, 250, 18, {});
-  errors_ = addText(426, 76, 78, 18, MainWindowModel::kErrorLabel);
+  errors_ = addText(260, 76, 166, 18, MainWindowModel::kErrorLabel, FL_ALIGN_RIGHT);
   errors_->labelcolor(FL_RED);
-  list_ = new Fl_Hold_Browser(10, 96, 416, 236);
+  list_ = new PartitionList(10, 96, 416, 236);
   list_->format_char(kRowFormatEscape);
   list_->column_char('\t');
   std::copy(std::begin(kRowColumnWidths), std::end(kRowColumnWidths), columns_);
