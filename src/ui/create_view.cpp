@@ -11,9 +11,9 @@ using namespace layout;
 constexpr int kWidth = 300;
 constexpr int kHeight = 295;
 constexpr int kRow = kFieldHeight + 4;
-constexpr int kFieldX = 130;
+constexpr int kFieldX = 127;
 constexpr int kFieldWidth = kWidth - kMargin - 5 - kFieldX;
-constexpr int kNumberWidth = 72;
+constexpr int kNumberWidth = 74;
 
 // The three frames, and the first row in each.
 constexpr int kInformationY = 24;

@@ -2,11 +2,16 @@
 
 #include <FL/Fl.H>
 #include <FL/Fl_Check_Button.H>
+#include <FL/fl_draw.H>
+
+#include <algorithm>
 
 #include "ui/hint.h"
 
 namespace tallowin {
 namespace {
+
+const Fl_Color kDefaultMarkColor = fl_rgb_color(40, 60, 160);
 
 // Buttons that Enter presses when they have the focus; a check box leaves Enter to the window.
 Fl_Button* focusedPushButton() {
@@ -17,6 +22,16 @@ Fl_Button* focusedPushButton() {
 bool takesFocusWithin(Fl_Widget& widget) {
   Fl_Group* group = widget.as_group();
   return (group ? group->take_focus() : widget.take_focus()) != 0;
+}
+
+// Every visible child with the pressed letter underlined, in the order of the Tab key.
+void addMatches(Fl_Group& group, std::vector<Fl_Widget*>& matches) {
+  for (int index = 0; index < group.children(); ++index) {
+    Fl_Widget& child = *group.child(index);
+    if (!child.visible()) continue;
+    if (child.label() && Fl_Widget::test_shortcut(child.label(), true)) matches.push_back(&child);
+    if (Fl_Group* inner = child.as_group()) addMatches(*inner, matches);
+  }
 }
 
 }  // namespace
@@ -96,23 +111,51 @@ bool DialogWindow::useKey(int key) {
   }
 }
 
-bool DialogWindow::useMnemonic(Fl_Group& group) {
-  for (int index = 0; index < group.children(); ++index) {
-    Fl_Widget& child = *group.child(index);
-    if (!child.visible()) continue;
-    if (child.label() && Fl_Widget::test_shortcut(child.label(), true)) {
-      if (!child.active_r()) {
-        showHint(child);
-        return true;
-      }
-      if (takesFocusWithin(child)) return true;
-    }
-    if (Fl_Group* inner = child.as_group(); inner && useMnemonic(*inner)) return true;
-  }
-  return false;
+bool DialogWindow::useMnemonic() {
+  std::vector<Fl_Widget*> matches;
+  addMatches(*this, matches);
+  // Of two with the same letter, the one behind the focus is meant.
+  const auto focused = std::find_if(matches.begin(), matches.end(), [](const Fl_Widget* widget) {
+    return Fl::focus() && (widget == Fl::focus() || widget->contains(Fl::focus()));
+  });
+  if (focused != matches.end()) std::rotate(matches.begin(), focused + 1, matches.end());
+  for (Fl_Widget* widget : matches)
+    if (widget->active_r() && takesFocusWithin(*widget)) return true;
+  if (!matches.empty()) showHint(*matches.front());
+  return !matches.empty();
+}
+
+const Fl_Button* DialogWindow::defaultButton() const {
+  const Fl_Button* focused = focusedPushButton();
+  const Fl_Button* button = focused && contains(focused) ? focused : accept_;
+  return button && button->active_r() && button->visible_r() ? button : nullptr;
+}
+
+void DialogWindow::markDefaultButton() {
+  const Fl_Button* button = defaultButton();
+  if (button == marked_) return;
+  for (const Fl_Button* changed : {marked_, button})
+    if (changed)
+      damage(FL_DAMAGE_EXPOSE, changed->x() - 1, changed->y() - 1, changed->w() + 2,
+             changed->h() + 2);
+  marked_ = button;
+}
+
+void DialogWindow::draw() {
+  Fl_Double_Window::draw();
+  marked_ = defaultButton();
+  if (!marked_) return;
+  fl_color(kDefaultMarkColor);
+  fl_rect(marked_->x() - 1, marked_->y() - 1, marked_->w() + 2, marked_->h() + 2);
 }
 
 int DialogWindow::handle(int event) {
+  const int used = handleEvent(event);
+  markDefaultButton();
+  return used;
+}
+
+int DialogWindow::handleEvent(int event) {
   switch (event) {
     case FL_MOVE:
     case FL_LEAVE:
@@ -129,7 +172,7 @@ int DialogWindow::handle(int event) {
     case FL_SHORTCUT:
       if (Fl_Double_Window::handle(event)) return 1;
       // A key reaches the window this way when nothing in it has the focus.
-      return useMnemonic(*this) || (!Fl::focus() && useKey(Fl::event_key()));
+      return useMnemonic() || (!Fl::focus() && useKey(Fl::event_key()));
     default:
       break;
   }

@@ -45,14 +45,20 @@ class DialogWindow : public Fl_Double_Window {
   virtual bool onKey(int key);
 
  private:
+  void draw() override;
+  // A line around the button that Enter presses now.
+  void markDefaultButton();
+  const Fl_Button* defaultButton() const;
   static void onPressed(Fl_Widget* button, void* window);
   static void onClosed(Fl_Widget* window, void*);
 
+  int handleEvent(int event);
   bool useKey(int key);
-  bool useMnemonic(Fl_Group& group);
+  bool useMnemonic();
 
   std::string title_;
   Fl_Button* accept_ = nullptr;
+  const Fl_Button* marked_ = nullptr;
   Fl_Button* cancel_ = nullptr;
   Fl_Button* help_ = nullptr;
   Fl_Button* pressed_ = nullptr;

@@ -41,6 +41,8 @@ class HintWindow : public Fl_Menu_Window {
     if (top + height > screenY + screenHeight) top -= widget.h() + height + 4;
     resize(left, top, width, height);
     show();
+    label(
+        text_.c_str());  // never drawn: the window's name, for programs that read the screen aloud
     redraw();
   }
 

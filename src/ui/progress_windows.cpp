@@ -16,8 +16,8 @@ using namespace layout;
 constexpr int kBoxPadding = 30;  // what a progress box is wider than its text
 constexpr int kMinBoxWidth = 135;
 constexpr int kMinBoxWidthWithIcon = 155;
-constexpr int kBoxIconSize = 20;
-constexpr int kBoxIconGap = 5;
+constexpr int kBoxIconSize = 18;
+constexpr int kBoxIconGap = 4;
 
 constexpr int kDialogWidth = 380;
 constexpr int kDialogTextHeight = 2 * kLineHeight;
@@ -62,14 +62,14 @@ ProgressDialogWindow::ProgressDialogWindow(const std::string& title, const std::
     : window_(kDialogWidth, 1, title) {
   const int width = kDialogWidth - 2 * kMargin;
   int y = kMargin;
-  label_ = new TextLabel(kMargin, y, width, kDialogTextHeight, text,
-                         FL_ALIGN_LEFT | FL_ALIGN_WRAP | FL_ALIGN_BOTTOM);
+  label_ = new TextLabel(kMargin, y, width, kDialogTextHeight, text, FL_ALIGN_LEFT | FL_ALIGN_WRAP);
   y += kDialogTextHeight + kLabelGap;
   bar_ = new Fl_Progress(kMargin, y, width, kBarHeight);
   bar_->minimum(0);
   bar_->maximum(100);
+  bar_->box(FL_BORDER_BOX);  // the scheme would shade the bar so light that it is lost
   bar_->labelsize(kFontSize);
-  bar_->color(FL_WHITE, fl_rgb_color(120, 150, 240));
+  bar_->color(FL_WHITE, fl_rgb_color(60, 90, 210));
   y += kBarHeight + kLabelGap;
   details_ = new TextLabel(kMargin, y, width, kLineHeight, {}, FL_ALIGN_LEFT);
   y += kLineHeight + kLabelGap;

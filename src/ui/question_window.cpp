@@ -173,7 +173,8 @@ void QuestionWindow::addButtons(const Question& question, int y) {
     buttons_.push_back(button);
     x += button->w() + kGap;
   }
-  setAcceptButton(buttons_.front());
+  // What F10 and Enter press is what the focus starts on: never the destructive answer unasked.
+  setAcceptButton(buttons_[focusIndex_]);
   if (question.escapeIndex) setCancelButton(buttons_[*question.escapeIndex]);
 }
 

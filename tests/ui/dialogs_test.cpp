@@ -62,6 +62,7 @@ TEST_F(DialogTest, MessageBoxesAnswerEveryKey) {
       {{"message", "0x42"}, "Question", "alt+F4", "0"},
       {{"message", "0x8045"}, "Warning", "Return", "6"},
       {{"message", "0x8045"}, "Warning", "shift+Tab space", "5"},
+      {{"message", "0x8045"}, "Warning", "F10", "6"},
       {{"message", "0x52"}, "Question", "Escape", "3"},
       {{"message", "0x52"}, "Question", "alt+F4", "3"},
       {{"message", "0x8052"}, "Question", "Return", "6"},
@@ -111,7 +112,7 @@ TEST_F(DialogTest, CreateIsWorkedByKeyboard) {
       // Typing a type ticks Format; free space after follows the size.
       {{"create", "gpt"},
        "Create - 6000 MiB Block",
-       "a b Tab 1 1 alt+s BackSpace BackSpace 6 Return",
+       "a b Tab 1 1 alt+n alt+s BackSpace BackSpace 6 Return",
        "ok ab,6,4095,0,1905,1,0"},
       {{"create", "gpt"},
        "Create - 6000 MiB Block",
@@ -122,6 +123,16 @@ TEST_F(DialogTest, CreateIsWorkedByKeyboard) {
        "Create - 6000 MiB Block",
        "x Tab Down Down Return Tab Down Down F10",
        "ok x,4,29,0,5971,1,0"},
+      // Two fields share a letter: the second press goes on to the other one.
+      {{"create", "gpt"},
+       "Create - 6000 MiB Block",
+       "x alt+s 6 alt+s ctrl+a 1 0 0 F10",
+       "ok x,6,100,0,5900,1,0"},
+      // The Tab key passes every field in its order, and over what is disabled.
+      {{"create", "gpt"},
+       "Create - 6000 MiB Block",
+       "x Tab 1 3 1 Tab ctrl+a 5 0 0 Tab ctrl+a 1 0 0 Tab Tab Tab Return",
+       "cancel x,131,500,100,5400,0,0"},
       {{"create", "gpt"},
        "Create - 6000 MiB Block",
        "x alt+s 6 Escape",
@@ -220,6 +231,36 @@ TEST_F(DialogTest, SettingsAreWorkedByKeyboard) {
     screen_->press("Escape");
     expectAnswer(child, "cancel " + usual + drive);
   }
+}
+
+TEST_F(DialogTest, ADisabledControlSaysWhy) {
+  const std::string reason =
+      "The partition overlaps another one or is not possible, so none of its sectors may be "
+      "overwritten.";
+  ChildProcess child(gallery({"delete", "error"}));
+  const std::string window = screen_->waitFor("Confirm Delete");
+  ASSERT_FALSE(window.empty());
+  // By its letter, until the next key.
+  screen_->press("alt+c");
+  EXPECT_TRUE(screen_->waitUntilSeen(reason));
+  screen_->press("Tab");
+  EXPECT_TRUE(screen_->waitUntilGone(reason));
+  // Under the resting mouse, until that goes away.
+  const int checkBoxY = screen_->size(window).second - 101;
+  screen_->point(window, 60, checkBoxY);
+  screen_->point(window, 61, checkBoxY);
+  EXPECT_TRUE(screen_->waitUntilSeen(reason));
+  screen_->point(window, 30, 5);
+  EXPECT_TRUE(screen_->waitUntilGone(reason));
+  screen_->press("Escape");
+  expectAnswer(child, "no 0000");
+}
+
+TEST_F(DialogTest, WindowsAnswerWhileADiskDoesNot) {
+  ChildProcess child(gallery({"busy"}));
+  ASSERT_FALSE(screen_->waitFor("Busy").empty());
+  screen_->press("space");
+  expectAnswer(child, "answered, stopped");
 }
 
 TEST_F(DialogTest, FileDialogWalksAndChooses) {

@@ -3,20 +3,24 @@
 // For looking at windows, and for tests that press their keys.
 #include <FL/Fl.H>
 
+#include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "app/drive_settings_list_model.h"
 #include "app/settings_model.h"
 #include "base/text.h"
+#include "disk/memory_disk.h"
 #include "ops/create_model.h"
 #include "ops/delete_model.h"
 #include "ops/format_model.h"
 #include "ops/format_summary_model.h"
+#include "ui/dialog_window.h"
 #include "ui/event_pump.h"
 #include "ui/fltk_front_end.h"
 #include "ui/help_window.h"
@@ -86,6 +90,45 @@ void box(FrontEnd& ui, const Arguments& arguments) {
       ui.progressBox("Startup", static_cast<MessageKind>(number(argument(arguments, 1, "3"))),
                      argument(arguments, 0, "Synchronizing In Progress..."));
   for (int tick = 0; tick < 100; ++tick) Fl::wait(0.1);
+}
+
+// Answers no read until the button of the window is pressed, ten seconds at most.
+class StuckDisk : public MemoryDisk {
+ public:
+  explicit StuckDisk(DialogWindow& window) : MemoryDisk(1), window_(window) {}
+  bool isReleased() const { return released_; }
+
+ private:
+  bool transferIn(u64 lba, void* buffer, u32 count) override {
+    const SystemCallScope call;
+    for (int tick = 0; tick < 1000 && !released_; ++tick) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      released_ = window_.takePressed() != nullptr;
+    }
+    return MemoryDisk::transferIn(lba, buffer, count);
+  }
+
+  DialogWindow& window_;
+  bool released_ = false;
+};
+
+// busy: whether a window answers while a disk does not, and whether its timer then stops.
+void busy(FrontEnd& ui, const Arguments&) {
+  auto first = ui.progressBox("First", MessageKind::notice, "The first of two boxes");
+  ui.progressBox("Second", MessageKind::notice, "Closed at once; the timer stays");
+  DialogWindow window(200, 60, "Busy");
+  auto* button = new Fl_Button(20, 15, 160, 30, "Answer");
+  window.watch(button);
+  window.setAcceptButton(button);
+  window.end();
+  window.showCentred();
+  button->take_focus();
+  StuckDisk disk(window);
+  u8 sector[512];
+  static_cast<void>(disk.readSectors(0, sector, 1));
+  first.reset();
+  std::cout << (disk.isReleased() ? "answered" : "starved") << ", "
+            << (RepaintTimer::isRunning() ? "running" : "stopped") << std::endl;
 }
 
 // file FOLDER [FLAGS [PATTERNS]]
@@ -236,7 +279,7 @@ const std::map<std::string, std::function<void(FrontEnd&, const Arguments&)>> kW
     {"progress", progress}, {"box", box},           {"file", file},
     {"create", create},     {"delete", remove},     {"format", formatDialog},
     {"summary", summary},   {"help", help},         {"drive", driveSettings},
-    {"drives", drives},     {"settings", settings},
+    {"drives", drives},     {"settings", settings}, {"busy", busy},
 };
 
 }  // namespace

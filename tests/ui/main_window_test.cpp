@@ -1,8 +1,9 @@
-// A person in front of the program: creates, looks and deletes on an image, while independent
+// A person in front of the program: creates, formats and deletes on an image, while independent
 // programs watch what is written.
 #include <gtest/gtest.h>
 
 #include "support/oracle.h"
+#include "support/sfdisk.h"
 #include "support/temp_folder.h"
 #include "ui/screen.h"
 
@@ -10,85 +11,134 @@ namespace tallowin {
 namespace {
 
 constexpr const char* kTitle = "Tallowin 1.32";
+const SfdiskRow kLinux{1, 2048, 32768, 0x83};
 
 class MainWindowTest : public testing::Test {
  protected:
   void SetUp() override {
     if (const std::string missing = Screen::whyMissing(); !missing.empty()) GTEST_SKIP() << missing;
-    for (const char* program : {"sfdisk", "fsck.fat", "mlabel"})
+    for (const char* program : {"sfdisk", "fsck.fat", "mcopy"})
       if (!hasProgram(program)) GTEST_SKIP() << program << " is not installed";
     // Settings and table backups of the program go here.
     setenv("TALLOWIN_HOME", folder_.path().c_str(), 1);
     image_ = folder_.sparse("disk.img", 256ull << 20);
-    ASSERT_EQ(runProgram({"sfdisk", "-q", image_}, "label: dos\nstart=2048, size=32768, type=83\n")
-                  .status,
-              0);
+    ASSERT_EQ(makeTable(image_, "label: dos\nstart=2048, size=32768, type=83\n"), "");
+    other_ = folder_.sparse("other.img", 100ull << 20);
+    ASSERT_EQ(makeTable(other_, "label: dos\n"), "");
     screen_ = std::make_unique<Screen>();
     program_ = std::make_unique<ChildProcess>(
-        std::vector<std::string>{UI_PROGRAM, "-nd", "-img:" + image_});
+        std::vector<std::string>{UI_PROGRAM, "-nd", "-img:" + image_, "-img:" + other_});
     ASSERT_FALSE(screen_->waitFor(kTitle).empty());
   }
 
-  std::string table() { return runProgram({"sfdisk", "-d", image_}).output; }
+  // Presses keys, and waits for the window that they lead to.
+  void press(const std::string& keys, const std::string& title) {
+    SCOPED_TRACE(keys);
+    screen_->press(keys);
+    ASSERT_FALSE(screen_->waitFor(title).empty());
+  }
+
+  std::vector<SfdiskRow> rows() {
+    const SfdiskTable table = readTable(image_);
+    EXPECT_EQ(table.problems, "");
+    return table.rows;
+  }
+
+  // The file system of a row is sound, empty, and holds what is copied into it.
+  void expectFreshFat32(const SfdiskRow& row) {
+    const std::string part = folder_.file("part.img");
+    ASSERT_EQ(runProgram({"dd", "if=" + image_, "of=" + part, "skip=" + std::to_string(row.start),
+                          "count=" + std::to_string(row.size), "status=none"})
+                  .status,
+              0);
+    const ProgramResult check = runProgram({"fsck.fat", "-n", "-v", part});
+    EXPECT_EQ(check.status, 0) << check.output;
+    EXPECT_NE(check.output.find("32 bit entries"), std::string::npos) << check.output;
+
+    const std::string drive = image_ + "@@" + std::to_string(row.start * 512);
+    EXPECT_EQ(runProgram({"mdir", "-b", "-i", drive, "::"}).output, "");
+    const std::string text(100000, 'x');
+    folder_.write("in.txt", text);
+    EXPECT_EQ(runProgram({"mcopy", "-i", drive, folder_.file("in.txt"), "::letter.txt"}).status, 0);
+    const ProgramResult out =
+        runProgram({"mcopy", "-n", "-i", drive, "::letter.txt", folder_.file("out.txt")});
+    EXPECT_EQ(out.status, 0) << out.output;
+    EXPECT_EQ(folder_.read("out.txt"), text);
+  }
+
+  void expectClosed() {
+    int status = -1;
+    program_->output(status);
+    EXPECT_EQ(status, 0);
+  }
 
   TempFolder folder_;
   std::string image_;
+  std::string other_;
   std::unique_ptr<Screen> screen_;
   std::unique_ptr<ChildProcess> program_;
 };
 
-TEST_F(MainWindowTest, APartitionIsCreatedFormattedAndDeleted) {
+TEST_F(MainWindowTest, KeysAloneCreateFormatAndDelete) {
   // The free space behind the first partition, then the type FAT32 with Format ticked.
-  const std::string window = screen_->waitFor(kTitle);
-  screen_->press("End Down Insert");
-  ASSERT_FALSE(screen_->waitFor("Create - 239 MiB Block").empty());
-  screen_->press("w o r k alt+s 1 1");
-  screen_->press("Return");
-  ASSERT_FALSE(screen_->waitFor("Format").empty());
-  screen_->press("Return");
-  ASSERT_FALSE(screen_->waitFor("Format Summary").empty());
-  EXPECT_NE(table().find("type=c"), std::string::npos) << table();
-  screen_->press("Return");
-  ASSERT_FALSE(screen_->waitFor(kTitle).empty());
+  press("End Down Insert", "Create - 239 MiB Block");
+  press("w o r k alt+s 1 1 Return", "Format");
+  press("Return", "Format Summary");
+  press("Return", kTitle);
+  ASSERT_EQ(rows().size(), 2u);
+  const SfdiskRow created = rows()[1];
+  EXPECT_EQ(rows()[0], kLinux);
+  EXPECT_EQ(created.type, 0xCu);
+  EXPECT_GE(created.start, kLinux.start + kLinux.size);
+  expectFreshFat32(created);
 
-  const std::string image = folder_.file("fat32.img");
-  ASSERT_EQ(
-      runProgram({"dd", "if=" + image_, "of=" + image, "bs=1M", "skip=17", "status=none"}).status,
-      0);
-  const ProgramResult check = runProgram({"fsck.fat", "-n", "-v", image});
-  EXPECT_EQ(check.status, 0) << check.output;
-  EXPECT_NE(check.output.find("32 bit entries"), std::string::npos) << check.output;
-  EXPECT_EQ(runProgram({"mdir", "-i", image, "::"}).status, 0);
+  // The new row is still selected. Once more, with other clusters; what it held is gone.
+  press("alt+f", "Format");
+  press("Down Down Return", "Format");
+  press("alt+y", "Format Summary");
+  press("Escape", kTitle);
+  EXPECT_EQ(rows(), (std::vector{kLinux, created}));
+  expectFreshFat32(created);
 
-  // The row is still selected. No keeps it, a click on Delete and Yes remove it.
-  screen_->press("Delete");
-  ASSERT_FALSE(screen_->waitFor("Confirm Delete").empty());
-  screen_->press("Return");
-  ASSERT_FALSE(screen_->waitFor(kTitle).empty());
-  EXPECT_NE(table().find("type=c"), std::string::npos);
-  screen_->click(window, 506 + 32, 101 + 10);
-  ASSERT_FALSE(screen_->waitFor("Confirm Delete").empty());
-  screen_->press("alt+y");
-  ASSERT_FALSE(screen_->waitFor(kTitle).empty());
-  EXPECT_EQ(table().find("type=c"), std::string::npos) << table();
-  EXPECT_NE(table().find("type=83"), std::string::npos);
+  press("Delete", "Confirm Delete");
+  press("Return", kTitle);  // the focus is on No
+  EXPECT_EQ(rows(), (std::vector{kLinux, created}));
+  press("alt+l", "Confirm Delete");
+  press("alt+y", kTitle);
+  EXPECT_EQ(rows(), std::vector{kLinux});
 
   screen_->press("Escape");
-  int status = -1;
-  program_->output(status);
-  EXPECT_EQ(status, 0);
+  expectClosed();
 }
 
-TEST_F(MainWindowTest, HelpStaysBesideTheWindowAndKeysClose) {
-  screen_->press("F1");
-  ASSERT_FALSE(screen_->waitFor("Tallowin Help").empty());
+TEST_F(MainWindowTest, ButtonsAnswerClicks) {
+  const std::string window = screen_->waitFor(kTitle);
+  screen_->click(window, 506 + 32, 101 + 10);
+  ASSERT_FALSE(screen_->waitFor("Confirm Delete").empty());
+  press("alt+y", kTitle);
+  EXPECT_EQ(rows(), std::vector<SfdiskRow>{});
+  screen_->click(window, 176 + 37, 366 + 12);
+  expectClosed();
+}
+
+TEST_F(MainWindowTest, KeysSelectDrivesReadAgainAndWalk) {
+  // The second drive is another one; there is no ninth, so nothing changes.
+  press("1 8 Insert", "Create - 94 MiB Block");
+  press("Escape", kTitle);
+  press("0 End Down Insert", "Create - 239 MiB Block");
+  press("Escape", kTitle);
+
+  // Another program changes the table; F5 shows it. Tab goes from the list to the first button.
+  ASSERT_EQ(makeTable(image_, "label: dos\nstart=2048, size=104448, type=83\n"), "");
+  press("F5 End Tab space", "Create - 204 MiB Block");
+  press("Escape", kTitle);
+
+  press("F1", "Tallowin Help");
   screen_->press("Escape");
   EXPECT_TRUE(screen_->waitUntilGone("Tallowin Help"));
   ASSERT_FALSE(screen_->waitFor(kTitle).empty());
-  screen_->press("9 F5 F10");
-  int status = -1;
-  program_->output(status);
-  EXPECT_EQ(status, 0);
+  screen_->press("F10");
+  expectClosed();
 }
 
 }  // namespace

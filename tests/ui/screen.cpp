@@ -49,6 +49,11 @@ void end(int id) {
   waitpid(id, nullptr, 0);
 }
 
+bool isSeen(const std::string& title) {
+  return runProgram({"xdotool", "search", "--onlyvisible", "--name", "^" + title + "$"}).status ==
+         0;
+}
+
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
 
 }  // namespace
@@ -147,11 +152,12 @@ std::string Screen::waitForStart(const std::string& start, std::string& title) {
   });
 }
 
+bool Screen::waitUntilSeen(const std::string& title) {
+  return waitUntil([&] { return isSeen(title); });
+}
+
 bool Screen::waitUntilGone(const std::string& title) {
-  return waitUntil([&] {
-    return runProgram({"xdotool", "search", "--onlyvisible", "--name", "^" + title + "$"}).status !=
-           0;
-  });
+  return waitUntil([&] { return !isSeen(title); });
 }
 
 void Screen::press(const std::string& keys) {
@@ -163,6 +169,10 @@ void Screen::press(const std::string& keys) {
 
 void Screen::type(const std::string& text) {
   runProgram({"xdotool", "type", "--delay", "20", text});
+}
+
+void Screen::point(const std::string& window, int x, int y) {
+  runProgram({"xdotool", "mousemove", "--window", window, std::to_string(x), std::to_string(y)});
 }
 
 void Screen::click(const std::string& window, int x, int y) {

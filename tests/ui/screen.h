@@ -41,6 +41,8 @@ class Screen {
   std::string waitFor(const std::string& title);
   // The same for a title that only starts like this; `title` receives all of it.
   std::string waitForStart(const std::string& start, std::string& title);
+  // Waits until any window, one without a frame too, has this title.
+  bool waitUntilSeen(const std::string& title);
   // Waits until no window has this title.
   bool waitUntilGone(const std::string& title);
   // Keys by their X names, separated by blanks, as in "Tab alt+s 1 Return".
@@ -48,6 +50,8 @@ class Screen {
   void type(const std::string& text);
   // In pixels from the window's upper left corner.
   void click(const std::string& window, int x, int y);
+  // Moves the mouse without a click.
+  void point(const std::string& window, int x, int y);
   // Width and height.
   std::pair<int, int> size(const std::string& window);
 
