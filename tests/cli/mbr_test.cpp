@@ -92,11 +92,15 @@ TEST_F(MbrTest, AGptDiskLosesItsPlaceHolderOnlyAfterAWarning) {
   EXPECT_EQ(unasked.status, 1);
   EXPECT_NE(unasked.output.find("confirmation"), std::string::npos) << unasked.output;
   EXPECT_EQ(fileHash(path_), before);
-  // Refused as long as the old table of such a disk cannot be kept.
-  if (mbr({"--delete-slot", "1", "--yes"}).status == 0)
-    EXPECT_EQ(ctl_.json({"mbr", path_}).json["slots"][0]["type"].GetUint(), 0u);
-  else
-    EXPECT_EQ(fileHash(path_), before);
+  // A hybrid: the GPT partition has an MBR entry beside the place holder.
+  EXPECT_STREQ(ctl_.json({"list", path_}).json["scheme"].GetString(), "GPT");
+  ASSERT_EQ(mbr({"--insert", "1", "--slot", "2", "--yes"}).status, 0);
+  EXPECT_STREQ(ctl_.json({"list", path_}).json["scheme"].GetString(), "GPT");
+  EXPECT_EQ(ctl_.json({"mbr", path_}).json["slots"][0]["name"], "GPT Reserved");
+  ASSERT_EQ(mbr({"--delete-slot", "1", "--yes"}).status, 0);
+  EXPECT_STREQ(ctl_.json({"list", path_}).json["scheme"].GetString(), "MBR");
+  EXPECT_EQ(sfdiskRow(path_, 2).start, 2048u);
+  EXPECT_EQ(sfdiskRow(path_, 2).size, 6144u);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "disk/faulty_disk.h"
 #include "disk/recording_disk.h"
 #include "ptable/boot_code.h"
+#include "ptable/convert.h"
 #include "ptable/table_bench.h"
 
 namespace tallowin {
@@ -176,20 +177,18 @@ TEST(MbrEditor, ADiskWithoutItsPlaceHolderIsAnMbrDisk) {
   EXPECT_EQ(0U, bench.drive().partitionCount());
 }
 
-TEST(MbrEditor, TheTableBehindTheBootSectorIsLeftAlone) {
-  MemoryDisk disk = sampleDisk();
-  std::vector<u8> header(512, 0x11);
-  std::memcpy(header.data(), "EMBR\x01", 5);
-  std::memcpy(header.data() + 18, "MPT\x01", 4);
-  ASSERT_TRUE(disk.writeSectors(1, header.data(), 1));
-  TableBench bench(std::move(disk));
-  MbrEditor editor(bench.drive());
-  ASSERT_EQ(Error::none, editor.load());
-  editor.setActive(1);
-  ASSERT_EQ(Error::none, editor.apply());
-  EXPECT_EQ(header, bench.disk().sector(1));
-  EXPECT_EQ(kBootActive, mbrOf(bench.disk()).slots[1].bootIndicator);
-  EXPECT_EQ(0, mbrOf(bench.disk()).slots[2].bootIndicator);
+TEST_F(MbrEditorTest, AnEmbrStaysAndItsPartitionsCanBeGivenSlots) {
+  ASSERT_EQ(Error::none, convertToEmbr(bench_.drive(), false));
+  ASSERT_EQ(Error::none, bench_.drive().reread());
+  ASSERT_EQ(Error::none, editor_.load());
+  for (std::size_t slot = 0; slot < kMbrSlots; ++slot) editor_.remove(slot);
+  ASSERT_EQ(3U, editor_.candidates(0).size());
+  ASSERT_TRUE(editor_.insert(0, *editor_.candidates(0)[1]));
+  EXPECT_EQ((Starts{2048, 20480}), candidateStarts(1));
+  EXPECT_EQ(8192U, applied().slots[0].startLba);
+  ASSERT_EQ(Error::none, bench_.drive().reread());
+  EXPECT_TRUE(bench_.drive().isEmbr());
+  EXPECT_EQ((Starts{2048, 8192, 20480}), candidateStarts(0)) << "no partition is lost";
 }
 
 TEST_F(MbrEditorTest, WhatAnotherProgramChangedIsNotOverwritten) {

@@ -185,10 +185,8 @@ TEST_F(MbrViewTest, ThePlaceHolderOfAGptIsKeptUntilYes) {
   ASSERT_EQ(runProgram({"sgdisk", "-o", "-U", guid, "-n", "1:2048:8191", image_}).status, 0);
   openOn("");
   screen_->press("alt+v");
-  ASSERT_FALSE(screen_->waitForStart(kTitle, title_).empty());
-  if (title_ != kTitle) {
-    EXPECT_EQ(title_, "View MBR - {" + guid + "}");
-  }
+  title_ = "View MBR - {" + guid + "}";
+  ASSERT_FALSE(screen_->waitFor(title_).empty());
   // No keeps the place holder, so that the next Delete asks again; Yes deletes it, so that the
   // third does not.
   screen_->press("Delete");
@@ -201,6 +199,16 @@ TEST_F(MbrViewTest, ThePlaceHolderOfAGptIsKeptUntilYes) {
   expectClosed();
   EXPECT_EQ(boot(), before_);
   EXPECT_EQ(runProgram({"sgdisk", "-v", image_}).status, 0);
+
+  screen_->press("alt+v");
+  ASSERT_FALSE(screen_->waitFor(title_).empty());
+  screen_->press("Down Insert");
+  answer("Select", "Return");
+  screen_->press("F10");
+  expectClosed();
+  const std::string extent = runProgram({"od", "-An", "-tu4", "-j470", "-N8", image_}).output;
+  EXPECT_NE(extent.find("2048"), std::string::npos) << extent;
+  EXPECT_NE(extent.find("6144"), std::string::npos) << extent;
 }
 
 }  // namespace

@@ -36,6 +36,7 @@ int start(const std::vector<std::string>& command, int outputFd, int as) {
   if (id != 0) return id;
   if (outputFd >= 0) dup2(outputFd, as);
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command)
     arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
@@ -125,31 +126,16 @@ Screen::~Screen() {
   end(server_);
 }
 
-namespace {
-
-// Waits until a window whose title is wanted is in front. Its id, or nothing.
-std::string waitForTitle(const std::function<bool(const std::string&)>& isWanted) {
+std::string Screen::waitFor(const std::string& title) {
   std::string window;
-  const bool came = waitUntil([&] {
+  waitUntil([&] {
     const ProgramResult active = runProgram({"xdotool", "getactivewindow"});
     if (active.status != 0) return false;
     window = firstLine(active.output);
-    return isWanted(firstLine(runProgram({"xdotool", "getwindowname", window}).output));
-  });
-  return came ? window : std::string();
-}
-
-}  // namespace
-
-std::string Screen::waitFor(const std::string& title) {
-  return waitForTitle([&](const std::string& found) { return found == title; });
-}
-
-std::string Screen::waitForStart(const std::string& start, std::string& title) {
-  return waitForTitle([&](const std::string& found) {
-    title = found;
-    return found.starts_with(start);
-  });
+    return firstLine(runProgram({"xdotool", "getwindowname", window}).output) == title;
+  }) ||
+      (window.clear(), false);
+  return window;
 }
 
 bool Screen::waitUntilSeen(const std::string& title) {

@@ -39,8 +39,6 @@ class Screen {
 
   // Waits until a window with this title is in front. Its id, or nothing after ten seconds.
   std::string waitFor(const std::string& title);
-  // The same for a title that only starts like this; `title` receives all of it.
-  std::string waitForStart(const std::string& start, std::string& title);
   // Waits until any window, one without a frame too, has this title.
   bool waitUntilSeen(const std::string& title);
   // Waits until no window has this title.
