@@ -196,6 +196,13 @@ Error GptImage::create(u64 lastLba, u32 sectorSizeBytes, const Guid& diskGuid, G
   return Error::none;
 }
 
+bool GptImage::holdsSameTable(const GptImage& other) const {
+  return std::ranges::equal(other.entryArray(), entryArray()) &&
+         other.header().diskGuid == header().diskGuid &&
+         other.header().firstUsableLba == header().firstUsableLba &&
+         other.header().lastUsableLba == header().lastUsableLba;
+}
+
 GptBackupState GptImage::backupState(DiskDevice& disk) const {
   const u64 sectors = disk.sectorCount().value_or(0);
   const u64 expected = header().alternateLba;
@@ -209,11 +216,7 @@ GptBackupState GptImage::backupState(DiskDevice& disk) const {
     if (sectors == 0 || found == expected || readCopy(source, found, copy) != Error::none)
       return GptBackupState::missing;
   }
-  const bool same = std::ranges::equal(copy.entryArray(), entryArray()) &&
-                    copy.header().diskGuid == header().diskGuid &&
-                    copy.header().firstUsableLba == header().firstUsableLba &&
-                    copy.header().lastUsableLba == header().lastUsableLba;
-  if (!same) return GptBackupState::differs;
+  if (!holdsSameTable(copy)) return GptBackupState::differs;
   return found == sectors - 1 && found == expected ? GptBackupState::sound
                                                    : GptBackupState::misplaced;
 }
@@ -247,6 +250,20 @@ Error GptImage::writePrimary(DiskDevice& disk, MbrOrder order) const {
   return written ? Error::none : Error::tableWriteFailed;
 }
 
+// The usable area and every partition must end before the backup.
+Error GptImage::checkBackupPlace() const {
+  const u64 backupLba = header().alternateLba;
+  if (backupLba < entrySectors()) return Error::backupOverlaps;
+  const u64 first = backupLba - entrySectors();
+  if (first <= header().lastUsableLba) return Error::backupOverlaps;
+  for (u32 i = 0; i < entryCount(); ++i) {
+    const GptEntryRecord& other = entry(i);
+    if (other.isUsed() && other.firstLba <= backupLba && other.lastLba >= first)
+      return Error::backupOverlaps;
+  }
+  return Error::none;
+}
+
 Error GptImage::writeBackup(DiskDevice& disk) const {
   const u64 backupLba = header().alternateLba;
   const u64 sectors = disk.sectorCount().value_or(0);
@@ -256,7 +273,6 @@ Error GptImage::writeBackup(DiskDevice& disk) const {
   header.myLba = backupLba;
   header.alternateLba = kGptPrimaryHeaderLba;
   header.entryLba = backupLba - entrySectors();
-  if (header.entryLba <= header.lastUsableLba) return Error::backupOverlaps;
   backup.seal();
   // Entries and header are one run on the disk, so one request writes both.
   std::vector<u8> run(backup.bytes_.begin() + std::ptrdiff_t{2} * sectorSize_, backup.bytes_.end());
@@ -266,16 +282,25 @@ Error GptImage::writeBackup(DiskDevice& disk) const {
   return written && disk.flush() ? Error::none : Error::backupWriteFailed;
 }
 
+// Whether the backup stands for the table on the disk while the primary is being written.
+bool GptImage::backupStandsOn(DiskDevice& disk) const {
+  SectorSource source(disk);
+  GptImage backup;
+  if (readCopy(source, header().alternateLba, backup) != Error::none || !isProtective(backup.mbr()))
+    return false;
+  GptImage primary;
+  return readCopy(source, kGptPrimaryHeaderLba, primary) != Error::none ||
+         primary.holdsSameTable(backup);
+}
+
 Error GptImage::write(DiskDevice& disk) {
   if (sectorSize_ != disk.sectorSize()) return Error::sectorSizeDiffers;
+  if (const Error problem = checkBackupPlace(); problem != Error::none) return problem;
   seal();
-  // A valid table stays on the disk at any moment. Where the backup is one, the primary goes
-  // first. Where it is not (it is damaged, or the disk is only becoming a GPT disk), the old
-  // table counts until the MBR is written, last of all.
-  GptImage old;
-  SectorSource source(disk);
-  const bool backupIsValid = readCopy(source, header().alternateLba, old) == Error::none;
-  if (backupIsValid && isProtective(old.mbr())) {
+  // A valid copy of the old or the new table stays on the disk at any moment. Where the backup is
+  // one, the primary goes first. Where it is not (it is damaged or differs, or the disk is only
+  // becoming a GPT disk), what is there counts until the new backup is in place.
+  if (backupStandsOn(disk)) {
     if (const Error problem = writePrimary(disk, MbrOrder::withTable); problem != Error::none)
       return problem;
     return writeBackup(disk);
@@ -286,6 +311,7 @@ Error GptImage::write(DiskDevice& disk) {
 
 Error GptImage::writeOverHeaderTable(DiskDevice& disk) {
   if (sectorSize_ != disk.sectorSize()) return Error::sectorSizeDiffers;
+  if (const Error problem = checkBackupPlace(); problem != Error::none) return problem;
   seal();
   if (const Error problem = writeBackup(disk); problem != Error::none) return problem;
   return writePrimary(disk, MbrOrder::beforeTable);

@@ -28,7 +28,8 @@ class GptImage {
   static Error create(u64 lastLba, u32 sectorSizeBytes, const Guid& diskGuid, GptImage& image);
 
   // Writes both copies, so that the old or the new table is on the disk at any moment.
-  // sectorSizeDiffers, tableWriteFailed, backupOverlaps, backupWriteFailed.
+  // sectorSizeDiffers, backupOverlaps (nothing was written: a partition lies where the backup
+  // belongs), tableWriteFailed, backupWriteFailed.
   Error write(DiskDevice& disk);
   // What lies behind sector 0 counts as another table as long as it is valid, and goes first
   // from then on: the new MBR and the backup are on the disk before it is overwritten.
@@ -37,11 +38,14 @@ class GptImage {
   // Where the entries came from at read().
   GptCopy source() const { return source_; }
   GptBackupState backupState(DiskDevice& disk) const;
+  // Same entries, disk GUID and usable area, whatever stands in the MBR.
+  bool holdsSameTable(const GptImage& other) const;
   // Moves the backup to the last sector of a disk of `lastLba`, and the usable area's end with
   // it; backupOverlaps when a used entry would lie behind that.
   Error moveBackupTo(u64 lastLba);
 
   std::span<u8> mbr() { return std::span(bytes_).first(sectorSize_); }
+  std::span<const u8> mbr() const { return std::span(bytes_).first(sectorSize_); }
   GptHeaderRecord& header() { return *recordAt<GptHeaderRecord>(std::span(bytes_), sectorSize_); }
   const GptHeaderRecord& header() const {
     return *recordAt<GptHeaderRecord>(std::span<const u8>(bytes_), sectorSize_);
@@ -70,6 +74,8 @@ class GptImage {
   static Error readCopy(SectorSource& source, u64 headerLba, GptImage& image);
   enum class MbrOrder { withTable, afterTable, beforeTable };
   Error writePrimary(DiskDevice& disk, MbrOrder order) const;
+  Error checkBackupPlace() const;
+  bool backupStandsOn(DiskDevice& disk) const;
   Error writeBackup(DiskDevice& disk) const;
 
   u32 sectorSize_ = 0;

@@ -3,8 +3,6 @@
 #include <algorithm>
 
 #include "base/text.h"
-
-#include "base/text.h"
 #include "ptable/gpt_types.h"
 #include "ptable/identify.h"
 #include "ptable/mbr_scheme.h"
@@ -90,18 +88,6 @@ bool isRoomFree(const TableContext& context, const GptImage& image, const TableE
   return true;
 }
 
-bool holdsSameTable(const GptImage& a, const GptImage& b) {
-  if (a.entryCount() != b.entryCount() || a.header().entrySize != b.header().entrySize ||
-      a.header().lastUsableLba != b.header().lastUsableLba ||
-      a.header().diskGuid != b.header().diskGuid)
-    return false;
-  for (u32 i = 0; i < a.entryCount(); ++i) {
-    const auto bytes = [i](const GptImage& image) { return bytesOf(image.entry(i)); };
-    if (!std::ranges::equal(bytes(a), bytes(b))) return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 bool hasProtectiveSlot(std::span<const u8> track) {
@@ -150,10 +136,13 @@ Error storeGpt(DiskDevice& disk, const GptImage& old, GptImage& image) {
   if (image.write(disk) == Error::none) return Error::none;
   disk.dropCaches();
   GptImage found;
-  const bool known = disk.flush() && GptImage::read(disk, found) == Error::none;
-  if (known && holdsSameTable(found, old)) return Error::write;
-  return known && holdsSameTable(found, image) ? Error::writeFailedNewTable
-                                               : Error::writeFailedTableUnknown;
+  if (!disk.flush() || GptImage::read(disk, found) != Error::none)
+    return Error::writeFailedTableUnknown;
+  const auto isOnDisk = [&found](const GptImage& table) {
+    return found.holdsSameTable(table) && std::ranges::equal(found.mbr(), table.mbr());
+  };
+  if (isOnDisk(old)) return Error::write;
+  return isOnDisk(image) ? Error::writeFailedNewTable : Error::writeFailedTableUnknown;
 }
 
 Error GptScheme::add(const TableContext& context, TableEntry& entry) const {

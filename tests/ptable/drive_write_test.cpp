@@ -6,6 +6,7 @@
 #include "disk/faulty_disk.h"
 #include "disk/recording_disk.h"
 #include "ptable/boot_code.h"
+#include "ptable/scheme_bench.h"
 #include "ptable/table_bench.h"
 #include "ptable/type_catalogue.h"
 
@@ -141,22 +142,6 @@ TEST(DriveWrite, EachChangeIsWhatSfdiskReads) {
     EXPECT_EQ(judged.rows, rowsOf(bench.drive())) << change.what;
   }
 }
-
-// A disk whose n-th flush fails, once or from then on.
-class FlushFault : public DiskWrapper {
- public:
-  FlushFault(DiskDevice& inner, u64 n, bool forever)
-      : DiskWrapper(inner), n_(n), forever_(forever) {}
-  bool flush() override {
-    const u64 now = count_++;
-    return now != n_ && !(forever_ && now > n_);
-  }
-
- private:
-  u64 n_;
-  bool forever_;
-  u64 count_ = 0;
-};
 
 // The error says which table is on the disk.
 void expectTableOf(Error error, const std::string& before, const Change& change, MemoryDisk& disk) {

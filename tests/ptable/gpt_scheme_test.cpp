@@ -1,0 +1,437 @@
+// GPTs of other programs in the model, and every change of one: judged by sgdisk and sfdisk,
+// with each transfer failing in turn, and with the power cut.
+#include "ptable/gpt_scheme.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+#include "ptable/gpt_types.h"
+#include "ptable/mbr_record.h"
+#include "ptable/scheme_bench.h"
+#include "ptable/table_bench.h"
+#include "ptable/type_catalogue.h"
+#include "support/loop_device.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kBytes = 64 * kMiB;
+constexpr u64 kSectors = kBytes / 512;
+
+using Commands = std::vector<std::vector<std::string>>;
+
+MemoryDisk sfdiskDisk(const std::string& rows, u32 sectorSizeBytes = 512) {
+  return diskFromCommands(
+      kBytes, sectorSizeBytes, {{"sfdisk", "-q", "IMAGE"}},
+      "label: gpt\nfirst-lba: " + std::string(sectorSizeBytes == 512 ? "34" : "6") + "\n" + rows);
+}
+
+constexpr u32 kFarEntry = 100;  // beyond what half of a write brings
+
+// Three partitions, with a name beyond ASCII and attributes at both ends of the field.
+MemoryDisk threePartitions(u32 sectorSizeBytes = 512) {
+  return sfdiskDisk(
+      "1: start=2048, size=2048, name=\"Grüße \U0001F4BE\", attrs=\"RequiredPartition GUID:63\"\n"
+      "7: start=8192, size=800, type=U, attrs=\"LegacyBIOSBootable GUID:60\"\n"
+      "100: start=4096, size=4096, type=S, name=old\n",
+      sectorSizeBytes);
+}
+
+MemoryDisk hybridDisk() {
+  return diskFromCommands(
+      kBytes, 512, {{"sgdisk", "-n", "1:2048:4095", "-n", "2:8192:16383", "-h", "2", "IMAGE"}});
+}
+
+MemoryDisk flipped(MemoryDisk disk, u64 lba, std::size_t at) {
+  std::vector<u8> sector = disk.sector(lba);
+  sector[at] ^= 0xFF;
+  disk.setSector(lba, sector);
+  return disk;
+}
+
+void copySectors(MemoryDisk& from, MemoryDisk& to, u64 first, u64 last) {
+  for (u64 lba = first; lba <= last; ++lba) to.setSector(lba, from.sector(lba));
+}
+
+// The same disk with more sectors at its end, as an image file or a volume grows.
+MemoryDisk grown(MemoryDisk& disk, u64 bySectors) {
+  MemoryDisk larger(*disk.sectorCount() + bySectors, disk.sectorSize());
+  copySectors(disk, larger, 0, 63);
+  const u64 last = *disk.sectorCount() - 1;
+  copySectors(disk, larger, last - 63, last);
+  return larger;
+}
+
+// The backup lacks an entry, as when a program did not write it.
+MemoryDisk withStaleBackup(MemoryDisk disk) {
+  TableBench bench(disk.copy());
+  EXPECT_EQ(bench.drive().remove(*bench.drive().findByKernelNumber(7)), Error::none);
+  const u64 last = *disk.sectorCount() - 1;
+  copySectors(bench.disk(), disk, last - 16384 / disk.sectorSize(), last);
+  return disk;
+}
+
+std::string healthOf(MemoryDisk& disk) {
+  TableBench bench(disk.copy());
+  return bench.drive().gptHealth() ? gptHealthWord(*bench.drive().gptHealth()) : "none";
+}
+
+std::string picture(MemoryDisk& disk) {
+  TableBench bench(disk.copy());
+  std::ostringstream text;
+  text << bench.drive().schemeName() << " " << guidText(bench.drive().diskGuid()) << "\n";
+  for (const GptRow& row : gptRowsOf(bench.drive())) text << row << "\n";
+  return text.str();
+}
+
+TEST(GptScheme, TheModelAgreesWithSfdiskOnTablesOfEveryMaker) {
+  std::string many = "label: gpt\n";
+  for (int i = 0; i < 128; ++i)
+    many += "start=" + std::to_string(2048 + i * 64) + ", size=" + std::to_string(1 + i % 64) +
+            ", name=\"part " + std::to_string(i) + "\"\n";
+  struct Maker {
+    const char* what;
+    Commands commands;
+    std::string script;
+    u32 slots;
+  };
+  const Maker makers[] = {
+      {"empty", {{"sgdisk", "-o", "IMAGE"}}, "", 128},
+      {"parted",
+       {{"parted", "-s",    "IMAGE",  "mklabel", "gpt",   "mkpart",      "one",   "ext4",
+         "256s",   "1023s", "mkpart", "two",     "fat32", "1024s",       "4095s", "set",
+         "2",      "boot",  "on",     "set",     "1",     "legacy_boot", "on"}},
+       "",
+       128},
+      {"sgdisk",
+       {{"sgdisk",
+         "-a",
+         "8",
+         "-n",
+         "128:1024:2047",
+         "-c",
+         "128:Łódź \U0001F4BE \"quoted\"",
+         "-A",
+         "128:set:0",
+         "-A",
+         "128:set:1",
+         "-A",
+         "128:set:2",
+         "-A",
+         "128:set:48",
+         "-A",
+         "128:set:62",
+         "-n",
+         "3:4096:4096",
+         "-t",
+         "3:EF02",
+         "IMAGE"}},
+       "",
+       128},
+      {"sfdisk, all entries", {{"sfdisk", "-q", "IMAGE"}}, many, 128},
+      {"sfdisk, one entry",
+       {{"sfdisk", "-q", "IMAGE"}},
+       "label: gpt\ntable-length: 1\nstart=2048, size=100\n",
+       1},
+      {"sfdisk, 200 entries",
+       {{"sfdisk", "-q", "IMAGE"}},
+       "label: gpt\ntable-length: 200\nstart=2048, size=100\n200: start=4096, size=1, "
+       "name=\"the last one\"\n",
+       200},
+  };
+  for (const u32 sectorSize : {512U, 4096U}) {
+    if (sectorSize != 512 && !hasLoopDevices()) GTEST_SKIP() << "needs root";
+    for (const Maker& maker : makers) {
+      // The whole table must fit into 32 KiB.
+      if (sectorSize != 512 && maker.slots != 128) continue;
+      TableBench bench(diskFromCommands(kBytes, sectorSize, maker.commands, maker.script));
+      const std::string what = std::string(maker.what) + ", " + std::to_string(sectorSize);
+      ASSERT_TRUE(bench.drive().isGpt()) << what;
+      EXPECT_EQ(gptRowsOf(bench.drive()), gptRowsBySfdisk(bench.disk())) << what;
+      EXPECT_EQ(bench.drive().table().slots, maker.slots) << what;
+      EXPECT_STREQ(gptHealthWord(*bench.drive().gptHealth()), "sound") << what;
+      EXPECT_FALSE(bench.drive().table().hasErrors()) << what;
+    }
+  }
+}
+
+TEST(GptScheme, EntriesOfAHybridMbrAreLinkedToTheirSlots) {
+  TableBench bench(hybridDisk());
+  const PartitionEntry* alone = bench.drive().findByKernelNumber(1);
+  const PartitionEntry* linked = bench.drive().findByKernelNumber(2);
+  ASSERT_TRUE(alone != nullptr && linked != nullptr);
+  EXPECT_EQ(alone->mbrSlot, kNoMbrSlot);
+  EXPECT_EQ(linked->mbrType, 0x83);
+  ASSERT_LT(linked->mbrSlot, kMbrSlots);
+  const auto slotOf = [&](MemoryDisk& disk) {
+    return recordAt<MbrRecord>(std::span<const u8>(disk.sector(0)))->slots[linked->mbrSlot];
+  };
+  EXPECT_EQ(slotOf(bench.disk()).startLba, 8192U);
+  // The slot follows what happens to the entry; the kernel of another system reads nothing else.
+  EntryProperties active;
+  active.active = true;
+  ASSERT_EQ(bench.drive().changeProperties(*linked, active), Error::none);
+  EXPECT_EQ(slotOf(bench.disk()).bootIndicator, kBootActive);
+  EXPECT_EQ(bench.drive().changeProperties(*alone, active), Error::unsupportedForm);
+  ASSERT_EQ(bench.drive().changeType(*bench.drive().findByKernelNumber(2), 0x07), Error::none);
+  EXPECT_EQ(slotOf(bench.disk()).type, 0x07);
+  ASSERT_EQ(bench.drive().remove(*linked), Error::none);
+  EXPECT_EQ(slotOf(bench.disk()).type, types::kFree);
+  EXPECT_EQ(gptProblems(bench.disk()), "");
+}
+
+TEST(GptScheme, EachDamageIsNamedAndRepaired) {
+  struct Damage {
+    const char* word;
+    std::function<MemoryDisk(MemoryDisk disk)> make;
+  };
+  const Damage damages[] = {
+      {"damaged-primary", [](MemoryDisk d) { return flipped(std::move(d), 1, 60); }},
+      {"damaged-primary", [](MemoryDisk d) { return flipped(std::move(d), 2, 5); }},
+      {"missing-backup",
+       [](MemoryDisk d) {
+         const u64 last = *d.sectorCount() - 1;
+         return flipped(std::move(d), last, 0);
+       }},
+      {"missing-backup",
+       [](MemoryDisk d) {
+         const u64 last = *d.sectorCount() - 1;
+         return flipped(std::move(d), last - 16384 / d.sectorSize(), 7);
+       }},
+      {"misplaced-backup", [](MemoryDisk d) { return grown(d, 5000); }},
+      {"different-backup", [](MemoryDisk d) { return withStaleBackup(std::move(d)); }},
+  };
+  for (const u32 sectorSize : {512U, 4096U}) {
+    if (sectorSize != 512 && !hasLoopDevices()) GTEST_SKIP() << "needs root";
+    const MemoryDisk whole = threePartitions(sectorSize);
+    for (const Damage& damage : damages) {
+      MemoryDisk undamaged = whole.copy();
+      const std::string before = picture(undamaged);
+      MemoryDisk disk = damage.make(std::move(undamaged));
+      const std::string what = std::string(damage.word) + ", " + std::to_string(sectorSize);
+      EXPECT_EQ(healthOf(disk), damage.word) << what;
+      EXPECT_EQ(picture(disk), before) << what;
+      TableBench bench(disk.copy());
+      ASSERT_EQ(bench.drive().repairGpt(), Error::none) << what;
+      EXPECT_EQ(healthOf(bench.disk()), "sound") << what;
+      EXPECT_EQ(picture(bench.disk()), before) << what;
+      EXPECT_EQ(gptProblems(bench.disk()), "") << what;
+      EXPECT_EQ(bench.reopen().lastUsableSector(),
+                bench.drive().lastLba() - (16384 / sectorSize + 1))
+          << what;
+      const TableChange repair = {what, [](Drive& d) { return d.repairGpt(); }, picture, {}};
+      if (sectorSize == 512) expectCutsLeaveOldOrNew(disk, repair);
+    }
+  }
+}
+
+TEST(GptScheme, WithBothCopiesDamagedNothingIsChanged) {
+  MemoryDisk disk = flipped(flipped(threePartitions(), 1, 60), kSectors - 1, 60);
+  TableBench bench(disk.copy());
+  EXPECT_FALSE(bench.drive().isGpt());
+  EXPECT_NE(bench.drive().changeRefusal(), "");
+  EXPECT_EQ(bench.drive().repairGpt(), Error::unsupportedForm);
+  EXPECT_TRUE(bench.disk().sameContent(disk));
+}
+
+// A header may name a place for the backup that lies in a partition.
+TEST(GptScheme, ABackupIsNeverWrittenOverAPartition) {
+  MemoryDisk disk = sfdiskDisk("start=2048, size=1000\nstart=60000, size=1000\n");
+  GptImage image;
+  ASSERT_EQ(GptImage::read(disk, image), Error::none);
+  ASSERT_EQ(image.moveBackupTo(kSectors - 1), Error::none);
+  image.entry(1).lastLba = kSectors - 10;
+  ASSERT_EQ(image.write(disk), Error::backupOverlaps);
+  ASSERT_EQ(GptImage::read(disk, image), Error::none);
+  EXPECT_EQ(u64{image.entry(1).lastLba}, 60999U);
+}
+
+// A disk that grew by less than a backup: old and new places overlap.
+TEST(GptScheme, TheBackupMovesByOneSectorToo) {
+  MemoryDisk full = sfdiskDisk("start=2048, size=" + std::to_string(kSectors - 33 - 2048) + "\n");
+  for (const u64 by : {1U, 20U, 33U}) {
+    TableBench bench(grown(full, by));
+    ASSERT_EQ(healthOf(bench.disk()), "misplaced-backup");
+    EXPECT_EQ(bench.drive().repairGpt(), Error::none);
+    EXPECT_EQ(healthOf(bench.disk()), "sound");
+    EXPECT_EQ(gptProblems(bench.disk()), "");
+    MemoryDisk before = grown(full, by);
+    expectCutsLeaveOldOrNew(before,
+                            {"repair", [](Drive& d) { return d.repairGpt(); }, picture, {}});
+  }
+}
+
+TableEntry& freeAt(Drive& drive, u64 sector) {
+  for (const auto& entry : drive.table().entries)
+    if (entry->isFree() && entry->startSector <= sector && sector <= entry->endSector)
+      return *entry;
+  ADD_FAILURE() << "no free block at " << sector << "\n" << pictureOf(drive);
+  return *drive.table().entries.front();
+}
+
+Error create(Drive& drive, u64 start, u64 end, u16 type = 0x83, const std::string& name = "new") {
+  TableEntry& block = freeAt(drive, start);
+  block.startSector = start;
+  block.endSector = end;
+  block.type = type;
+  block.setName(name);
+  // Fixed, so that two runs make the same table.
+  block.uniqueGuid.bytes = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+  return drive.commit(block);
+}
+
+std::vector<TableChange> changes() {
+  const auto far = [](Drive& d) -> PartitionEntry& { return *d.findByKernelNumber(kFarEntry); };
+  return {
+      {"add", [](Drive& d) { return create(d, 20480, 30000); }, picture, {}},
+      {"add to the last sector",
+       [](Drive& d) { return create(d, 20480, d.lastUsableSector()); },
+       picture,
+       {}},
+      {"remove", [=](Drive& d) { return d.remove(far(d)); }, picture, {}},
+      {"type", [=](Drive& d) { return d.changeType(far(d), types::kEfiSystem); }, picture, {}},
+      {"properties",
+       [=](Drive& d) {
+         EntryProperties wanted;
+         wanted.name = "名前 \U0001F4BE";
+         wanted.typeGuid = kGptMsReserved;
+         wanted.attributes = u64{1} << 63 | 5;
+         return d.changeProperties(far(d), wanted);
+       },
+       picture,
+       {}},
+  };
+}
+
+TEST(GptScheme, EachChangeIsSoundForOtherProgramsAndReadsBack) {
+  for (const u32 sectorSize : {512U, 4096U}) {
+    if (sectorSize != 512 && !hasLoopDevices()) GTEST_SKIP() << "needs root";
+    const MemoryDisk whole = threePartitions(sectorSize);
+    for (const TableChange& change : changes()) {
+      if (sectorSize != 512 && change.what.starts_with("add")) continue;  // 16384 sectors
+      TableBench bench(whole.copy());
+      const std::size_t rowsBefore = gptRowsOf(bench.drive()).size();
+      ASSERT_EQ(change.run(bench.drive()), Error::none) << change.what;
+      EXPECT_EQ(gptProblems(bench.disk()), "") << change.what;
+      const std::vector<GptRow> rows = gptRowsOf(bench.reopen());
+      EXPECT_EQ(rows, gptRowsBySfdisk(bench.disk())) << change.what;
+      const std::size_t more = change.what.starts_with("add") ? 1 : 0;
+      const std::size_t less = change.what == "remove" ? 1 : 0;
+      EXPECT_EQ(rows.size(), rowsBefore + more - less) << change.what;
+      EXPECT_EQ(healthOf(bench.disk()), "sound") << change.what;
+    }
+  }
+}
+
+TEST(GptScheme, EachFailedTransferLeavesTheTableThatTheErrorNames) {
+  MemoryDisk whole = threePartitions();
+  for (const TableChange& change : changes()) expectFaultsAreTold(whole, change);
+}
+
+// The repair itself, and changes of a table of which only one copy can be read.
+TEST(GptScheme, EachFailedTransferOnADamagedTableIsToldToo) {
+  MemoryDisk noBackup = flipped(threePartitions(), kSectors - 1, 0);
+  MemoryDisk noPrimary = flipped(threePartitions(), 1, 60);
+  for (MemoryDisk* disk : {&noBackup, &noPrimary}) {
+    expectFaultsAreTold(*disk, changes()[2]);
+    expectCutsLeaveOldOrNew(*disk, changes()[2]);
+  }
+}
+
+TEST(GptScheme, APowerCutLeavesTheOldTableOrTheNewOne) {
+  MemoryDisk whole = threePartitions();
+  for (const TableChange& change : changes()) {
+    std::function<void(MemoryDisk&)> judge;
+    const std::vector<GptRow> before = gptRowsBySfdisk(whole);
+    if (change.what == "remove") {
+      judge = [&](MemoryDisk& disk) {
+        const std::vector<GptRow> rows = gptRowsBySfdisk(disk);
+        EXPECT_TRUE(rows.size() == before.size() || rows.size() + 1 == before.size());
+        TableBench bench(disk.copy());
+        EXPECT_EQ(rows, gptRowsOf(bench.drive()));
+      };
+    }
+    expectCutsLeaveOldOrNew(whole, change, judge);
+  }
+}
+
+// A valid backup with other entries must not become the table when the write of the primary tears.
+TEST(GptScheme, ABackupThatDiffersNeverBecomesTheTable) {
+  MemoryDisk disk = withStaleBackup(threePartitions());
+  ASSERT_EQ(healthOf(disk), "different-backup");
+  for (const TableChange& change : changes()) {
+    if (change.what.starts_with("add")) continue;  // its entry comes with half of a write
+    expectCutsLeaveOldOrNew(disk, change);
+    expectFaultsAreTold(disk, change);
+  }
+}
+
+TEST(GptScheme, WhatDoesNotFitIsRefusedAndChangesNothing) {
+  const auto refused = [](MemoryDisk disk, const std::function<Error(Drive&)>& run, Error expected,
+                          const char* what) {
+    TableBench bench(disk.copy());
+    EXPECT_EQ(run(bench.drive()), expected) << what;
+    EXPECT_TRUE(bench.disk().sameContent(disk)) << what;
+  };
+  refused(
+      threePartitions(), [](Drive& d) { return create(d, 20480, kSectors - 33); },
+      Error::outsideUsableArea, "into the backup");
+  refused(
+      threePartitions(),
+      [](Drive& d) {
+        TableEntry& block = freeAt(d, 20480);
+        block.startSector = 33;
+        block.endSector = 40;
+        block.type = 0x83;
+        return d.commit(block);
+      },
+      Error::outsideUsableArea, "into the entry array");
+  refused(
+      threePartitions(),
+      [](Drive& d) {
+        TableEntry& block = freeAt(d, 20480);
+        block.startSector = 8900;
+        block.type = 0x83;
+        return d.commit(block);
+      },
+      Error::outsideUsableArea, "over the last partition");
+  MemoryDisk oneEntry = sfdiskDisk("table-length: 1\nstart=2048, size=100\n");
+  refused(
+      oneEntry.copy(), [](Drive& d) { return create(d, 20480, 30000); }, Error::noFreeEntry,
+      "a table of one entry");
+  TableBench bench(threePartitions());
+  TableBench other(bench.disk().copy());
+  ASSERT_EQ(other.drive().remove(*other.drive().findByKernelNumber(1)), Error::none);
+  copySectors(other.disk(), bench.disk(), 0, 40);
+  EXPECT_EQ(create(bench.drive(), 20480, 30000), Error::tableChangedMeanwhile);
+  EXPECT_EQ(bench.drive().remove(*bench.drive().findByKernelNumber(kFarEntry)),
+            Error::tableChangedMeanwhile);
+}
+
+// Random changes in a row, judged after each.
+TEST(GptScheme, ManyChangesInARowStaySound) {
+  std::mt19937 random(11);
+  TableBench bench(sfdiskDisk(""));
+  for (int step = 0; step < 24; ++step) {
+    Drive& drive = bench.reopen();
+    const std::vector<GptRow> rows = gptRowsOf(drive);
+    if (rows.size() > 4 && random() % 2 == 0) {
+      ASSERT_EQ(drive.remove(*drive.findByKernelNumber(rows[random() % rows.size()].number)),
+                Error::none);
+    } else if (TableEntry* block = largestFree(drive)) {
+      const u64 room = block->sectorCount();
+      const u64 start = block->startSector + random() % (room / 2);
+      ASSERT_EQ(commitAt(drive, *block, start, 1 + random() % (room / 4), 0x83, "random"),
+                Error::none);
+    }
+    const std::vector<GptRow> now = gptRowsOf(bench.reopen());
+    ASSERT_EQ(now, gptRowsBySfdisk(bench.disk()));
+    if (step % 8 != 0) continue;
+    ASSERT_EQ(gptProblems(bench.disk()), "");
+  }
+}
+
+}  // namespace
+}  // namespace tallowin

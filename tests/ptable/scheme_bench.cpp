@@ -1,0 +1,241 @@
+#include "ptable/scheme_bench.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <sstream>
+
+#include "base/text.h"
+#include "disk/faulty_disk.h"
+#include "disk/recording_disk.h"
+#include "ptable/table_bench.h"
+#include "support/disk_file.h"
+#include "support/loop_device.h"
+#include "support/oracle.h"
+#include "support/temp_folder.h"
+
+namespace tallowin {
+namespace {
+
+std::string bareText(const Guid& guid) {
+  const std::string text = guidText(guid);
+  return text.substr(1, text.size() - 2);
+}
+
+// "RequiredPartition LegacyBIOSBootable GUID:60,63"
+u64 attributesOf(const std::string& text) {
+  u64 bits = 0;
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    if (word == "RequiredPartition") bits |= 1;
+    if (word == "NoBlockIOProtocol") bits |= 2;
+    if (word == "LegacyBIOSBootable") bits |= 4;
+    if (!word.starts_with("GUID:")) continue;
+    std::istringstream numbers(word.substr(5));
+    for (std::string number; std::getline(numbers, number, ',');)
+      bits |= u64{1} << std::stoul(number);
+  }
+  return bits;
+}
+
+// An image file, or for large sectors a loop device, with the content of a disk.
+class Medium {
+ public:
+  explicit Medium(u32 sectorSizeBytes) : sectorSize_(sectorSizeBytes) {}
+
+  std::string image() const { return folder_.file("disk.img"); }
+  std::string path() {
+    if (sectorSize_ == 512) return image();
+    if (!loop_) loop_ = std::make_unique<LoopDevice>(image(), sectorSize_);
+    return loop_->path();
+  }
+  void sparse(u64 bytes) const { static_cast<void>(folder_.sparse("disk.img", bytes)); }
+  MemoryDisk load() {
+    loop_.reset();
+    return loadDisk(image(), sectorSize_);
+  }
+
+ private:
+  u32 sectorSize_;
+  TempFolder folder_;
+  std::unique_ptr<LoopDevice> loop_;
+};
+
+void expectTableOf(Error error, const std::string& now, const std::string& before,
+                   const std::string& after, const std::string& what) {
+  switch (error) {
+    case Error::none:
+    case Error::writeFailedNewTable:
+      EXPECT_EQ(now, after) << what << ", error " << codeOf(error);
+      break;
+    case Error::writeFailedTableUnknown:
+      EXPECT_TRUE(now == before || now == after) << what << "\n" << now;
+      break;
+    default:
+      EXPECT_TRUE(error == Error::read || error == Error::write ||
+                  error == Error::tableChangedMeanwhile)
+          << what << ", error " << codeOf(error);
+      EXPECT_EQ(now, before) << what << ", error " << codeOf(error);
+  }
+}
+
+std::string pictureAfter(MemoryDisk& before, const TableChange& change) {
+  MemoryDisk disk = before.copy();
+  FakeHost host;
+  const auto drive = TableBench::openOn(std::make_shared<DiskWrapper>(disk), host, change.options);
+  EXPECT_EQ(change.run(*drive), Error::none) << change.what;
+  return change.picture(disk);
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& out, const GptRow& row) {
+  return out << row.number << ": " << row.start << "+" << row.size << " " << row.type << " "
+             << row.uuid << " \"" << row.name << "\" " << std::hex << row.attributes << std::dec;
+}
+
+std::vector<GptRow> gptRowsOf(const Drive& drive) {
+  std::vector<GptRow> rows;
+  for (const auto& entry : drive.table().entries) {
+    if (entry->isFree()) continue;
+    rows.push_back({static_cast<u32>(entry->tableIndex) + 1, entry->startSector,
+                    entry->sectorCount(), bareText(entry->typeGuid), bareText(entry->uniqueGuid),
+                    entry->tableName, entry->attributes});
+  }
+  std::ranges::sort(rows, {}, &GptRow::number);
+  return rows;
+}
+
+std::vector<GptRow> gptRowsBySfdisk(MemoryDisk& disk) {
+  Medium medium(disk.sectorSize());
+  storeDisk(disk, medium.image());
+  const std::string path = medium.path();
+  const ProgramResult result = runProgram({"sfdisk", "-J", path});
+  const auto object = result.output.find('{');
+  std::vector<GptRow> rows;
+  if (result.status != 0 || object == std::string::npos) {
+    ADD_FAILURE() << result.output;
+    return rows;
+  }
+  const auto json = nlohmann::json::parse(result.output.substr(object), nullptr, false);
+  const auto& table = json["partitiontable"];
+  EXPECT_EQ(table["label"], "gpt") << result.output;
+  if (!table.contains("partitions")) return rows;
+  for (const auto& part : table["partitions"]) {
+    const std::string node = part["node"];
+    const std::size_t digits = node.find_first_of("0123456789", path.size());
+    rows.push_back({static_cast<u32>(std::stoul(node.substr(digits))), part["start"], part["size"],
+                    part["type"], part["uuid"], part.value("name", ""),
+                    attributesOf(part.value("attrs", ""))});
+  }
+  return rows;
+}
+
+std::string gptProblems(MemoryDisk& disk) {
+  Medium medium(disk.sectorSize());
+  storeDisk(disk, medium.image());
+  const std::string path = medium.path();
+  std::string problems;
+  const ProgramResult sgdisk = runProgram({"sgdisk", "-v", path});
+  if (sgdisk.output.find("No problems found") == std::string::npos) problems += sgdisk.output;
+  const ProgramResult sfdisk = runProgram({"sfdisk", "--verify", path});
+  if (sfdisk.status != 0 || sfdisk.output.find("No errors detected") == std::string::npos)
+    problems += sfdisk.output;
+  return problems;
+}
+
+MemoryDisk diskFromCommands(u64 bytes, u32 sectorSizeBytes,
+                            const std::vector<std::vector<std::string>>& commands,
+                            const std::string& input) {
+  Medium medium(sectorSizeBytes);
+  medium.sparse(bytes);
+  for (std::vector<std::string> command : commands) {
+    std::ranges::replace(command, "IMAGE", medium.path());
+    const bool isFed = command.front() == "sfdisk";
+    const ProgramResult result = runProgram(command, isFed ? input : "");
+    EXPECT_EQ(result.status, 0) << command.front() << ": " << result.output;
+  }
+  return medium.load();
+}
+
+std::string schemeAndRows(const Drive& drive) {
+  std::string text = std::string(drive.schemeName()) + "\n";
+  const auto add = [&](const PartitionEntry& entry, const char* indent) {
+    if (entry.isFree()) return;
+    text +=
+        format("%s%llu..%llu %02Xh%s\n", indent, static_cast<unsigned long long>(entry.startSector),
+               static_cast<unsigned long long>(entry.endSector), entry.type,
+               entry.isInError() ? " !" : "");
+  };
+  for (const auto& entry : drive.table().entries) {
+    add(*entry, "");
+    if (!entry->volumes) continue;
+    for (const auto& volume : entry->volumes->entries) add(*volume, "  ");
+  }
+  return text;
+}
+
+void expectFaultsAreTold(MemoryDisk& before, const TableChange& change) {
+  enum class Kind { read, write, halfWrite, flush };
+  const std::string pictureBefore = change.picture(before);
+  const std::string pictureNow = pictureAfter(before, change);
+  for (const Kind kind : {Kind::read, Kind::write, Kind::halfWrite, Kind::flush}) {
+    for (const bool forever : {false, true}) {
+      if (kind == Kind::read && forever) continue;
+      Error error = Error::read;
+      for (u64 n = 0; error != Error::none; ++n) {
+        ASSERT_LT(n, 200U) << change.what;
+        MemoryDisk disk = before.copy();
+        FakeHost host;
+        auto flushes =
+            std::make_shared<FlushFault>(disk, kind == Kind::flush ? n : kAllOnes32, forever);
+        auto faulty = std::make_shared<FaultyDisk>(*flushes);
+        const auto drive = TableBench::openOn(faulty, host, change.options);
+        if (kind == Kind::read) faulty->failRead(n, forever);
+        if (kind == Kind::write || kind == Kind::halfWrite)
+          faulty->failWrite(n, forever,
+                            kind == Kind::write ? FaultyDisk::After::nothingWritten
+                                                : FaultyDisk::After::halfWritten);
+        error = change.run(*drive);
+        expectTableOf(error, change.picture(disk), pictureBefore, pictureNow,
+                      change.what + ", fault " + std::to_string(static_cast<int>(kind)) +
+                          (forever ? " for ever" : "") + " at " + std::to_string(n));
+      }
+    }
+  }
+}
+
+void expectCutsLeaveOldOrNew(MemoryDisk& before, const TableChange& change,
+                             const std::function<void(MemoryDisk& disk)>& judge) {
+  const std::string pictureBefore = change.picture(before);
+  MemoryDisk disk = before.copy();
+  FakeHost host;
+  auto recording = std::make_shared<RecordingDisk>(disk);
+  const auto drive = TableBench::openOn(recording, host, change.options);
+  ASSERT_EQ(change.run(*drive), Error::none) << change.what;
+  const std::string pictureNow = change.picture(disk);
+  const WriteLog& log = recording->log();
+  ASSERT_TRUE(log.steps().back().isFlush) << change.what;
+  for (std::size_t cut = 0; cut <= log.size(); ++cut) {
+    const std::size_t open = log.unflushedBefore(cut);
+    for (u64 subset = 0; subset < (u64{1} << open); ++subset) {
+      for (std::size_t torn = 0; torn <= open; ++torn) {
+        // One sector is written as a whole or not at all.
+        if (torn < open && log.steps()[cut - open + torn].bytes.size() <= disk.sectorSize())
+          continue;
+        MemoryDisk after =
+            log.replaySubset(before, cut, subset, torn == open ? WriteLog::kNoTornStep : torn);
+        const std::string now = change.picture(after);
+        EXPECT_TRUE(now == pictureBefore || now == pictureNow)
+            << change.what << ", cut after " << cut << ", subset " << subset << ", torn " << torn
+            << "\n"
+            << now;
+        if (judge) judge(after);
+      }
+    }
+  }
+}
+
+}  // namespace tallowin

@@ -1,0 +1,77 @@
+// GPTs by the tools that made and judge them, and the two loops in which writes fail.
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "disk/disk_wrapper.h"
+#include "disk/memory_disk.h"
+#include "ptable/drive.h"
+
+namespace tallowin {
+
+// One entry of a GPT. GUIDs as text without braces; units: sectors.
+struct GptRow {
+  u32 number = 0;
+  u64 start = 0;
+  u64 size = 0;
+  std::string type;
+  std::string uuid;
+  std::string name;
+  u64 attributes = 0;
+
+  friend bool operator==(const GptRow&, const GptRow&) = default;
+};
+std::ostream& operator<<(std::ostream& out, const GptRow& row);
+
+std::vector<GptRow> gptRowsOf(const Drive& drive);
+// As sfdisk reads them; fails the test when it cannot.
+std::vector<GptRow> gptRowsBySfdisk(MemoryDisk& disk);
+// What sgdisk and sfdisk complain about; empty for a sound GPT.
+std::string gptProblems(MemoryDisk& disk);
+
+// Runs commands on an image of `bytes`; "IMAGE" in them is its path, or that of a loop device
+// with the sector size. sfdisk is fed with `input`.
+MemoryDisk diskFromCommands(u64 bytes, u32 sectorSizeBytes,
+                            const std::vector<std::vector<std::string>>& commands,
+                            const std::string& input = {});
+
+// Scheme and used rows with types, without what a run makes up at random.
+std::string schemeAndRows(const Drive& drive);
+
+// A disk whose n-th flush fails, once or from then on.
+class FlushFault : public DiskWrapper {
+ public:
+  FlushFault(DiskDevice& inner, u64 n, bool forever)
+      : DiskWrapper(inner), n_(n), forever_(forever) {}
+  bool flush() override {
+    const u64 now = count_++;
+    return now != n_ && !(forever_ && now > n_) && DiskWrapper::flush();
+  }
+
+ private:
+  u64 n_;
+  bool forever_;
+  u64 count_ = 0;
+};
+
+struct TableChange {
+  std::string what;
+  std::function<Error(Drive& drive)> run;
+  // What two disks with the same table have in common.
+  std::function<std::string(MemoryDisk& disk)> picture;
+  DriveOpenOptions options;
+};
+
+// Every read fails in turn, and every write and flush, once and from then on, writes also half
+// done:
+// the disk has the table that the error names.
+void expectFaultsAreTold(MemoryDisk& before, const TableChange& change);
+// The power is cut after each step of the log, with any of the unflushed writes lost, or one of
+// them half done: the old table is on the disk, or the new one. `judge` sees every disk.
+void expectCutsLeaveOldOrNew(MemoryDisk& before, const TableChange& change,
+                             const std::function<void(MemoryDisk& disk)>& judge = {});
+
+}  // namespace tallowin
