@@ -18,8 +18,8 @@ need() {
     if command -v sudo >/dev/null && sudo -n true 2>/dev/null; then
       as_root=(sudo)
     else
-      echo "These packages are missing and installing them needs root:" >&2
-      echo "  apt-get install --no-install-recommends ${missing[*]}" >&2
+      echo "These packages are missing, and installing them needs root. Run as root, and then this again:" >&2
+      echo "  apt-get update && apt-get install --no-install-recommends ${missing[*]}" >&2
       return 1
     fi
   fi
