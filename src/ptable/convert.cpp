@@ -41,31 +41,39 @@ Error fillSlots(Drive& drive, MbrRecord& mbr) {
 }
 
 Error readTrackSectors(Drive& drive, std::vector<u8>& sectors) {
-  const std::size_t sectorSize = drive.sectorSize();
-  sectors.assign(kTrackSectors * sectorSize, 0);
-  if (drive.isGpt()) return Error::none;
-  return drive.disk().readSectors(1, sectors.data() + sectorSize, kTrackSectors - 1) ? Error::none
-                                                                                     : Error::read;
+  sectors.assign(kTrackSectors * drive.sectorSize(), 0);
+  return drive.disk().readSectors(0, sectors.data(), kTrackSectors) ? Error::none : Error::read;
 }
 
 // Sector 0 first: from then on a former GPT disk has the new table, and what follows only
 // clears what the old one left behind. On a former EMBR disk clearing the header is what decides.
-Error writeMbrTable(Drive& drive, std::span<u8> sectors) {
+Error writeMbrTable(Drive& drive, std::span<const u8> mbrSector, std::optional<u64> embrHeader) {
   DiskDevice& disk = drive.disk();
-  const std::size_t sectorSize = drive.sectorSize();
   TableSectorImage mbr(disk, 0);
   if (const Error error = mbr.load(); error != Error::none) return error;
   const std::vector<u8> old(mbr.bytes().begin(), mbr.bytes().end());
-  std::ranges::copy(sectors.first(sectorSize), mbr.bytes().begin());
-  if (const Error error = mbr.store(); error != Error::none) return error;
-  const bool wasGpt = drive.isGpt();
-  if (disk.writeSectors(1, sectors.data() + sectorSize, kTrackSectors - 1) && disk.flush()) {
-    if (!wasGpt || (invalidateGptBackup(disk) == Error::none && disk.flush())) return Error::none;
-    return Error::writeFailedNewTable;
+  std::ranges::copy(mbrSector, mbr.bytes().begin());
+  if (!embrHeader) {
+    if (const Error error = mbr.store(); error != Error::none || !drive.isGpt()) return error;
+    const std::vector<u8> zeros((kTrackSectors - 1) * drive.sectorSize());
+    const bool cleared = disk.writeSectors(1, zeros.data(), kTrackSectors - 1) &&
+                         invalidateGptBackup(disk) == Error::none && disk.flush();
+    return cleared ? Error::none : Error::writeFailedNewTable;
   }
-  if (wasGpt) return Error::writeFailedNewTable;
+  TableSectorImage header(disk, *embrHeader);
+  if (const Error error = header.load(); error != Error::none) return error;
+  header.bytes()[0] = 0;
+  if (const Error error = mbr.store(); error != Error::none)
+    return error == Error::writeFailedNewTable ? Error::writeFailedTableUnknown : error;
+  const Error error = header.store();
+  if (error != Error::write) return error;
   std::ranges::copy(old, mbr.bytes().begin());
   return mbr.store() == Error::none ? Error::write : Error::writeFailedTableUnknown;
+}
+
+// Where an EMBR begins, or would begin.
+u64 embrSectorIn(std::span<const u8> firstThreeSectors, u32 sectorSize) {
+  return textAt(firstThreeSectors, sectorSize + 2, "IBM ") ? 2 : 1;
 }
 
 }  // namespace
@@ -76,10 +84,16 @@ bool endsBeyondMbr(const Drive& drive) {
   });
 }
 
-std::optional<u64> findEmbrHeader(std::span<const u8> firstThreeSectors, u32 sectorSize) {
-  const u64 sector = textAt(firstThreeSectors, sectorSize + 2, "IBM ") ? 2 : 1;
-  if (!textAt(firstThreeSectors, sector * sectorSize, "EMBR")) return std::nullopt;
-  return sector;
+Error undoConversion(Drive& drive, std::span<const u8> oldFirstSectors) {
+  DiskDevice& disk = drive.disk();
+  const Scheme before = drive.scheme();
+  static_cast<void>(
+      disk.writeSectors(0, oldFirstSectors.data(), oldFirstSectors.size() / drive.sectorSize()));
+  disk.dropCaches();
+  if (!disk.flush() || drive.reread() != Error::none ||
+      (drive.table().status & kTableUnreadable) != 0)
+    return Error::writeFailedTableUnknown;
+  return drive.scheme() == before ? Error::write : Error::writeFailedNewTable;
 }
 
 Error checkConvertible(Drive& drive, Scheme target) {
@@ -101,10 +115,14 @@ std::optional<std::string> overwrittenByTable(Drive& drive, Scheme target) {
     return std::nullopt;
   }
   if (target == Scheme::mbr) return std::nullopt;
-  constexpr u64 kEmbrTrack = 63;
-  const u64 gptEnd = 2 + u64{kGptEntryCount} * kGptEntrySize / drive.sectorSize();
-  const u64 end = target == Scheme::gpt ? gptEnd : std::min<u64>(kEmbrTrack, 3);
-  const u64 from = drive.isEmbr() ? drive.firstUsableSector() : 1;
+  u64 from = drive.isEmbr() ? drive.firstUsableSector() : 1;
+  u64 end = 2 + u64{kGptEntryCount} * kGptEntrySize / drive.sectorSize();
+  if (target == Scheme::embr) {
+    std::vector<u8> sectors;
+    if (readTrackSectors(drive, sectors) != Error::none) return "sectors that cannot be read";
+    from = embrSectorIn(sectors, drive.sectorSize());
+    end = from + 1;
+  }
   return namedTrackContent(drive.disk(), from,
                            std::min({end, lowestStart(drive), drive.lastLba()}));
 }
@@ -119,17 +137,21 @@ Error convertToMbr(Drive& drive, bool allowWithoutTable) {
     if (endsBeyondMbr(drive)) return Error::partitionBeyondTable;
     if (drive.table().usedSlots > kMbrSlots) return Error::tooManyPartitions;
   }
-  std::vector<u8> sectors;
-  if (const Error error = readTrackSectors(drive, sectors); error != Error::none) return error;
-  auto& mbr = *recordAt<MbrRecord>(std::span(sectors));
+  std::optional<u64> embrHeader;
+  if (!drive.isGpt()) {
+    std::vector<u8> sectors;
+    if (const Error error = readTrackSectors(drive, sectors); error != Error::none) return error;
+    const u64 header = embrSectorIn(sectors, drive.sectorSize());
+    if (textAt(sectors, header * drive.sectorSize(), "EMBR")) embrHeader = header;
+  }
+  std::vector<u8> mbrSector(drive.sectorSize());
+  auto& mbr = *recordAt<MbrRecord>(std::span(mbrSector));
   installBootCode(BootCode::standard, mbr);
   mbr.diskSignature = drive.diskSignature();
-  if (const auto header = findEmbrHeader(sectors, drive.sectorSize()))
-    sectors[*header * drive.sectorSize()] = 0;
   if (hasTable) {
     if (const Error error = fillSlots(drive, mbr); error != Error::none) return error;
   }
-  const Error error = writeMbrTable(drive, sectors);
+  const Error error = writeMbrTable(drive, mbrSector, embrHeader);
   if (error != Error::write) drive.setFlags(kDriveChanged, kDriveChanged);
   return error;
 }

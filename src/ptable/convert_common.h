@@ -1,6 +1,8 @@
 // What the conversions share.
 #pragma once
 
+#include <span>
+
 #include "ptable/drive.h"
 
 namespace tallowin {
@@ -9,7 +11,8 @@ namespace tallowin {
 Error checkConvertible(Drive& drive, Scheme target);
 // Whether a partition ends where 32 bits do not reach.
 bool endsBeyondMbr(const Drive& drive);
-// Whether the two sectors behind sector 0 carry an EMBR header; which of them.
-std::optional<u64> findEmbrHeader(std::span<const u8> firstThreeSectors, u32 sectorSize);
+// A write failed: the first sectors come back as far as the disk allows, and the disk is asked
+// which table it has. write, writeFailedNewTable, writeFailedTableUnknown.
+Error undoConversion(Drive& drive, std::span<const u8> oldFirstSectors);
 
 }  // namespace tallowin

@@ -65,18 +65,6 @@ Error build(Drive& drive, bool limitPrimaries, EmbrImage& image) {
   return used && used->first < image.endSector() ? Error::outsideUsableArea : Error::none;
 }
 
-// A write failed: what was there comes back as far as the disk allows, and the disk is asked.
-Error undo(Drive& drive, std::span<const u8> old) {
-  DiskDevice& disk = drive.disk();
-  const Scheme before = drive.scheme();
-  static_cast<void>(disk.writeSectors(0, old.data(), old.size() / drive.sectorSize()) &&
-                    disk.flush());
-  disk.dropCaches();
-  if (drive.reread() != Error::none || (drive.table().status & kTableUnreadable) != 0)
-    return Error::writeFailedTableUnknown;
-  return drive.scheme() == before ? Error::write : Error::writeFailedNewTable;
-}
-
 }  // namespace
 
 Error convertToEmbr(Drive& drive, bool limitPrimaries) {
@@ -96,7 +84,7 @@ Error convertToEmbr(Drive& drive, bool limitPrimaries) {
   if (image.headerSector() > 1 && wasGpt) image.clearBehindHeader();
   drive.setFlags(kDriveChanged, kDriveChanged);
   if (image.writeAsNewTable(disk, extraSectors) != Error::none)
-    return undo(drive, old.firstSectors(image.endSector() + extraSectors));
+    return undoConversion(drive, old.firstSectors(image.endSector() + extraSectors));
   if (wasGpt && (invalidateGptBackup(disk) != Error::none || !disk.flush()))
     return Error::writeFailedNewTable;
   return Error::none;

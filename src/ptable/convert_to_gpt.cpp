@@ -84,15 +84,6 @@ Error build(Drive& drive, bool createReserved, GptBuilder& builder) {
   return createReserved && !builder.reservedStart() ? Error::noSpaceLeft : Error::none;
 }
 
-// What the disk has after a write that failed.
-Error outcome(Drive& drive, Scheme before) {
-  drive.disk().dropCaches();
-  if (!drive.disk().flush() || drive.reread() != Error::none ||
-      (drive.table().status & kTableUnreadable) != 0)
-    return Error::writeFailedTableUnknown;
-  return drive.scheme() == before ? Error::write : Error::writeFailedNewTable;
-}
-
 }  // namespace
 
 Error convertToGpt(Drive& drive, bool createReserved) {
@@ -110,10 +101,12 @@ Error convertToGpt(Drive& drive, bool createReserved) {
   if (const Error error = build(drive, createReserved, builder); error != Error::none) return error;
 
   DiskDevice& disk = drive.disk();
-  const Scheme before = drive.scheme();
+  const u64 tableEnd = 2 + u64{kGptEntryCount} * kGptEntrySize / drive.sectorSize();
+  std::vector<u8> old(tableEnd * drive.sectorSize());
+  if (!disk.readSectors(0, old.data(), tableEnd)) return Error::read;
   const Error written = drive.isEmbr() ? image.writeOverHeaderTable(disk) : image.write(disk);
   drive.setFlags(kDriveChanged, kDriveChanged);
-  if (written != Error::none) return outcome(drive, before);
+  if (written != Error::none) return undoConversion(drive, old);
   if (!builder.reservedStart()) return Error::none;
   const std::vector<u8> zeros(kReservedHeadSectors * drive.sectorSize());
   const bool cleared =

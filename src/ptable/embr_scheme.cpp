@@ -70,12 +70,17 @@ Error outcome(DiskDevice& disk, const EmbrImage& old, const EmbrImage& image) {
   return found.holdsSameTable(image) ? Error::writeFailedNewTable : Error::writeFailedTableUnknown;
 }
 
+// With the sectors that a new table grew over.
+bool putBack(DiskDevice& disk, const EmbrImage& old, const EmbrImage& image) {
+  const u32 end = std::max(old.endSector(), image.endSector());
+  const auto sectors = old.firstSectors(end).subspan(disk.sectorSize());
+  return disk.writeSectors(1, sectors.data(), sectors.size() / disk.sectorSize()) && disk.flush();
+}
+
 Error storeEmbr(DiskDevice& disk, const EmbrImage& old, EmbrImage& image) {
   if (!disk.flush()) return Error::write;
   if (image.writeBehindMbr(disk) == Error::none) return Error::none;
-  EmbrImage back = old;
-  if (back.writeBehindMbr(disk) == Error::none) return Error::write;
-  return outcome(disk, old, image);
+  return putBack(disk, old, image) ? Error::write : outcome(disk, old, image);
 }
 
 Error storeMbr(DiskDevice& disk, EmbrImage& image) {
@@ -87,9 +92,15 @@ Error storeMbr(DiskDevice& disk, EmbrImage& image) {
 }
 
 // The EMBR is the table, so it is written first: a partition that lacks its slot is still there.
+// With limited primaries it would be gone at the next start, so the old table comes back where the
+// slots cannot follow.
 Error storeEmbrFirst(DiskDevice& disk, const EmbrImage& old, EmbrImage& image) {
   if (const Error error = storeEmbr(disk, old, image); error != Error::none) return error;
-  return storeMbr(disk, image) == Error::none ? Error::none : Error::writeFailedNewTable;
+  const Error slots = storeMbr(disk, image);
+  if (slots == Error::none) return slots;
+  const bool oldSlotsStand = slots == Error::read || slots == Error::write;
+  if (!oldSlotsStand) return Error::writeFailedNewTable;
+  return putBack(disk, old, image) ? slots : outcome(disk, old, image);
 }
 
 // A slot that outlives its entry would bring the partition back at the next start.
@@ -130,9 +141,8 @@ Error checkGrowth(const TableContext& context, const EmbrImage& old, const EmbrI
   if (image.endSector() == old.endSector()) return Error::none;
   if (firstPartition < image.endSector()) return Error::noFreeEntry;
   if ((context.flags & kDriveOverwriteTrack) != 0) return Error::none;
-  for (u32 lba = old.endSector(); lba < image.endSector(); ++lba)
-    if (!isAllZero(old.sector(lba))) return Error::sectorsInUse;
-  return Error::none;
+  return namedTrackContent(context.disk, old.endSector(), image.endSector()) ? Error::sectorsInUse
+                                                                             : Error::none;
 }
 
 u64 lowestStart(const EmbrImage& image) {

@@ -65,8 +65,9 @@ void addTrackSectors(const PartitionTable& table, std::set<u64>& lbas) {
   for (u64 lba = 1; lba < end; ++lba) lbas.insert(lba);
 }
 
-void addGptBackupSectors(u64 diskSectors, u32 sectorSize, std::set<u64>& lbas) {
-  const u64 run = 1 + u64{kGptEntryCount} * kGptEntrySize / sectorSize;
+void addGptBackupSectors(u64 diskSectors, u32 sectorSize, u32 entries, std::set<u64>& lbas) {
+  const u64 entryBytes = u64{std::max(entries, kGptEntryCount)} * kGptEntrySize;
+  const u64 run = 1 + (entryBytes + sectorSize - 1) / sectorSize;
   for (u64 back = 1; back <= std::min(run, diskSectors); ++back) lbas.insert(diskSectors - back);
 }
 
@@ -83,11 +84,13 @@ Error findTableSectors(DiskDevice& disk, u64 diskSectors, Host& host, std::set<u
   const LabelReader noLabels;
   const TableContext context{disk, {}, diskSectors - 1, kDriveReadVolumes, 0, host, noLabels};
   TableReading reading;
-  const TableScheme* scheme = *std::ranges::find_if(
-      tableSchemes(), [&](const TableScheme* each) { return each->read(context, track, reading); });
-  if (scheme->kind() != Scheme::mbr || reading.table.usedSlots != 0)
-    addTrackSectors(reading.table, lbas);
-  if (hasProtectiveSlot(track)) addGptBackupSectors(diskSectors, disk.sectorSize(), lbas);
+  static_cast<void>(std::ranges::any_of(tableSchemes(), [&](const TableScheme* each) {
+    return each->read(context, track, reading);
+  }));
+  // Of an empty table too: a conversion would put another one there.
+  addTrackSectors(reading.table, lbas);
+  if (hasProtectiveSlot(track))
+    addGptBackupSectors(diskSectors, disk.sectorSize(), reading.table.slots, lbas);
   for (const auto& entry : reading.table.entries) {
     if (!mayHoldVolumes(*entry)) continue;
     readVolumes(context, *entry);

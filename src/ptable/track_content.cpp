@@ -5,13 +5,36 @@
 
 #include "base/bytes.h"
 #include "base/text.h"
+#include "ptable/embr_record.h"
+#include "ptable/gpt_record.h"
 #include "ptable/identify.h"
 
 namespace tallowin {
 namespace {
 
-bool isOwnTable(std::span<const u8> sector) {
-  return textAt(sector, 0, "EMBR") || textAt(sector, 0, "EFI PART");
+bool isAllZero(std::span<const u8> bytes) {
+  return std::ranges::all_of(bytes, [](u8 byte) { return byte == 0; });
+}
+
+// The sectors of an EMBR that begins here, also of one that a conversion made invalid by clearing
+// the start of its signature; 0 when none does.
+u64 embrSectors(std::span<const u8> sector) {
+  const auto* header = recordAt<EmbrHeaderRecord>(sector);
+  if (header == nullptr || !textAt(sector, 18, "MPT")) return 0;
+  if (!textAt(sector, 0, "EMBR") && sector[0] != 0) return 0;
+  return std::max<u64>(header->areaSectors, 1);
+}
+
+// Entries of a GPT that is no more: conversions leave all but the first of their sectors.
+bool holdsGptEntries(std::span<const u8> sector, u64 diskSectors) {
+  for (std::size_t at = 0; at + sizeof(GptEntryRecord) <= sector.size(); at += kGptEntrySize) {
+    const auto& entry = *recordAt<GptEntryRecord>(sector, at);
+    if (isAllZero(sector.subspan(at, kGptEntrySize))) continue;
+    const bool isEntry = entry.isUsed() && !entry.uniqueGuid.isZero() && entry.firstLba > 2 &&
+                         entry.firstLba <= entry.lastLba && entry.lastLba < diskSectors;
+    if (!isEntry) return false;
+  }
+  return true;
 }
 
 const char* whatBegins(std::span<const u8> mbr, std::span<const u8> sector) {
@@ -28,20 +51,21 @@ const char* whatBegins(std::span<const u8> mbr, std::span<const u8> sector) {
 
 }  // namespace
 
-bool isAllZero(std::span<const u8> bytes) {
-  return std::ranges::all_of(bytes, [](u8 byte) { return byte == 0; });
-}
-
 std::optional<std::string> namedTrackContent(DiskDevice& disk, u64 first, u64 end) {
   const std::size_t sectorSize = disk.sectorSize();
   std::vector<u8> mbr(sectorSize);
   if (!disk.readSectors(0, mbr.data(), 1)) return "sectors that cannot be read";
   std::vector<u8> sector(sectorSize);
+  const u64 diskSectors = disk.sectorCount().value_or(0);
   for (u64 lba = first; lba < end; ++lba) {
     const auto number = static_cast<unsigned long long>(lba);
     if (!disk.readSectors(lba, sector.data(), 1))
       return format("something that cannot be read, in sector %llu", number);
-    if (isOwnTable(sector) || isAllZero(sector)) continue;
+    if (const u64 sectors = embrSectors(sector); sectors != 0) {
+      lba += sectors - 1;
+      continue;
+    }
+    if (textAt(sector, 0, "EFI PART") || holdsGptEntries(sector, diskSectors)) continue;
     return format("%s, in sector %llu", whatBegins(mbr, sector), number);
   }
   return std::nullopt;

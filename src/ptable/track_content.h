@@ -2,7 +2,6 @@
 #pragma once
 
 #include <optional>
-#include <span>
 #include <string>
 
 #include "base/error.h"
@@ -10,11 +9,9 @@
 
 namespace tallowin {
 
-bool isAllZero(std::span<const u8> bytes);
-
-// Names what the sectors `first` .. `end` - 1 hold that is neither zero nor a table of ours, as
-// the rest of a sentence ("the core image of a boot loader, in sector 1"). Nothing when they can
-// be overwritten. A sector that cannot be read counts as one that holds something.
+// Names what the sectors `first` .. `end` - 1 hold that is neither zero nor (what is left of) a GPT
+// or EMBR, as the rest of a sentence ("the core image of a boot loader, in sector 1"). Nothing when
+// they can be overwritten. A sector that cannot be read counts as one that holds something.
 std::optional<std::string> namedTrackContent(DiskDevice& disk, u64 first, u64 end);
 
 }  // namespace tallowin
