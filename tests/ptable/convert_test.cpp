@@ -1,0 +1,318 @@
+// Conversions between the schemes: the partitions stay, each refusal has its code, and the old or
+// the new table is on the disk whatever fails.
+#include "ptable/convert.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+#include "disk/recording_disk.h"
+#include "ptable/gpt_types.h"
+#include "ptable/mbr_record.h"
+#include "ptable/scheme_bench.h"
+#include "ptable/table_backup.h"
+#include "ptable/table_bench.h"
+#include "ptable/type_catalogue.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kSectors = 64 * kMiB / 512;
+constexpr const char* kPrimaries =
+    "label: dos\nlabel-id: 0x12345678\n1:start=2048,size=4096,type=83,bootable\n"
+    "3:start=40960,size=8192,type=7\n";
+constexpr const char* kVolumes =
+    "label: dos\nlabel-id: 0x12345678\n1:start=2048,size=4096,type=83\n"
+    "2:start=8192,size=20480,type=f\n3:start=30720,size=2048,type=7\n"
+    "4:start=32768,size=2048,type=b\n5:start=10240,size=2048,type=83\n"
+    "6:start=16384,size=2048,type=82\n";
+constexpr const char* kGptOfThree =
+    "label: gpt\n1:start=2048,size=4096\n7:start=40960,size=8192,name=second\n"
+    "120:start=50000,size=1\n";
+constexpr const char* kGptOfSix =
+    "label: gpt\nstart=2048,size=64\nstart=4096,size=64\nstart=6144,size=64\nstart=8192,size=64\n"
+    "start=10240,size=64\nstart=12288,size=64\n";
+
+std::string picture(MemoryDisk& disk) {
+  TableBench bench(disk.copy());
+  return schemeAndRows(bench.drive());
+}
+
+Error toGpt(Drive& drive) { return convertToGpt(drive, false); }
+Error toGptWithReserved(Drive& drive) { return convertToGpt(drive, true); }
+Error toEmbr(Drive& drive) { return convertToEmbr(drive, false); }
+Error toLimitedEmbr(Drive& drive) { return convertToEmbr(drive, true); }
+Error toMbr(Drive& drive) { return convertToMbr(drive, false); }
+
+DriveOpenOptions alignedTo(i64 sectors) {
+  DriveOpenOptions options;
+  options.alignment = sectors;
+  return options;
+}
+
+using Conversion = Error (*)(Drive&);
+
+MemoryDisk converted(MemoryDisk disk, Conversion run) {
+  TableBench bench(std::move(disk));
+  EXPECT_EQ(run(bench.drive()), Error::none);
+  return bench.disk().copy();
+}
+
+// Start and end of all partitions without the containers of volumes.
+std::set<std::pair<u64, u64>> extentsOn(MemoryDisk& disk) {
+  TableBench bench(disk.copy());
+  std::set<std::pair<u64, u64>> extents;
+  const auto add = [&](const PartitionEntry& entry) {
+    if (!entry.isFree()) extents.insert({entry.startSector, entry.endSector});
+  };
+  for (const auto& entry : bench.drive().table().entries) {
+    if (!entry->volumes) {
+      add(*entry);
+      continue;
+    }
+    for (const auto& volume : entry->volumes->entries) add(*volume);
+  }
+  return extents;
+}
+
+struct Case {
+  const char* what;
+  MemoryDisk disk;
+  Conversion run;
+  Scheme scheme;
+  std::set<u64> writes;  // of the first sectors; behind them only the backup of a GPT
+};
+
+std::vector<Case> cases() {
+  // Opened once, so that all volumes have their numbers on the disk.
+  const auto dos = [](const char* script) {
+    TableBench bench(diskFromScript(kSectors, script));
+    return bench.disk().copy();
+  };
+  std::set<u64> gptSectors;
+  for (u64 lba = 0; lba < 34; ++lba) gptSectors.insert(lba);
+  std::vector<Case> all;
+  all.push_back({"MBR to GPT", dos(kPrimaries), toGpt, Scheme::gpt, gptSectors});
+  all.push_back({"MBR with volumes to GPT", dos(kVolumes), toGpt, Scheme::gpt, gptSectors});
+  all.push_back({"MBR to EMBR", dos(kPrimaries), toEmbr, Scheme::embr, {0, 1}});
+  all.push_back(
+      {"MBR with volumes to limited EMBR", dos(kVolumes), toLimitedEmbr, Scheme::embr, {0, 1}});
+  all.push_back({"empty MBR to EMBR", dos("label: dos\n"), toEmbr, Scheme::embr, {0, 1}});
+  all.push_back({"GPT to MBR", dos(kGptOfThree), toMbr, Scheme::mbr, {0, 1, 2}});
+  all.push_back({"GPT to EMBR", dos(kGptOfSix), toEmbr, Scheme::embr, {0, 1, 2}});
+  all.push_back({"EMBR to MBR", converted(dos(kVolumes), toEmbr), toMbr, Scheme::mbr, {0, 1}});
+  all.push_back({"EMBR with volumes to GPT", converted(dos(kVolumes), toEmbr), toGpt, Scheme::gpt,
+                 gptSectors});
+  all.push_back(
+      {"EMBR of six to GPT", converted(dos(kGptOfSix), toEmbr), toGpt, Scheme::gpt, gptSectors});
+  return all;
+}
+
+TEST(Convert, PartitionsStayAndOnlyTheTablesAreWritten) {
+  for (Case& c : cases()) {
+    MemoryDisk disk = c.disk.copy();
+    FakeHost host;
+    auto recording = std::make_shared<RecordingDisk>(disk);
+    const auto drive = TableBench::openOn(recording, host);
+    ASSERT_EQ(c.run(*drive), Error::none) << c.what;
+    ASSERT_EQ(drive->reread(), Error::none);
+    EXPECT_EQ(drive->scheme(), c.scheme) << c.what;
+    EXPECT_FALSE(drive->table().hasErrors()) << c.what;
+    EXPECT_EQ(extentsOn(disk), extentsOn(c.disk)) << c.what;
+    for (const WriteLog::Step& step : recording->log().steps()) {
+      for (u64 lba = step.lba; lba < step.lba + step.bytes.size() / 512; ++lba)
+        EXPECT_TRUE(c.writes.contains(lba) || lba >= kSectors - 33) << c.what << ": " << lba;
+    }
+    if (c.scheme == Scheme::gpt) {
+      EXPECT_EQ(gptProblems(disk), "") << c.what;
+      EXPECT_EQ(gptRowsOf(*drive), gptRowsBySfdisk(disk)) << c.what;
+    }
+    if (c.scheme == Scheme::mbr) {
+      const SfdiskTable seen = readTable(disk);
+      EXPECT_EQ(seen.problems, "") << c.what;
+      EXPECT_EQ(seen.rows, rowsOf(*drive)) << c.what;
+    }
+    EXPECT_EQ(c.run(*drive), Error::none) << c.what << ": nothing to do the second time";
+  }
+}
+
+TEST(Convert, TheCopyOfTheOldTableBringsItBackByteForByte) {
+  for (Case& c : cases()) {
+    TableBench bench(c.disk.copy());
+    TableBackup backup;
+    ASSERT_EQ(takeTableBackup(bench.drive(), 0, backup), Error::none) << c.what;
+    ASSERT_EQ(c.run(bench.drive()), Error::none) << c.what;
+    bench.reopen();
+    ASSERT_EQ(restoreTable(bench.drive(), backup), Error::none) << c.what;
+    EXPECT_EQ(picture(bench.disk()), picture(c.disk)) << c.what;
+    for (u64 lba = 0; lba < 63; ++lba)
+      EXPECT_EQ(bench.disk().sector(lba), c.disk.sector(lba)) << c.what << ": " << lba;
+  }
+}
+
+TEST(Convert, EachFailedTransferLeavesTheTableThatTheErrorNames) {
+  for (Case& c : cases()) expectFaultsAreTold(c.disk, {c.what, c.run, picture, {}});
+}
+
+TEST(Convert, APowerCutLeavesTheOldTableOrTheNewOne) {
+  for (Case& c : cases()) expectCutsLeaveOldOrNew(c.disk, {c.what, c.run, picture, {}});
+}
+
+// The slots of the boot sector belong to an EMBR too: others see the partitions by them.
+TEST(Convert, AFailedConversionOfAnEmbrKeepsItsSlots) {
+  MemoryDisk embr = converted(diskFromScript(kSectors, kPrimaries), toEmbr);
+  for (const Conversion run : {toGpt, toMbr}) {
+    for (u64 n = 0; n < 20; ++n) {
+      MemoryDisk disk = embr.copy();
+      FakeHost host;
+      const auto drive = TableBench::openOn(std::make_shared<FlushFault>(disk, n, false), host);
+      const Error error = run(*drive);
+      if (error == Error::none) break;
+      if (error != Error::write) continue;
+      EXPECT_EQ(disk.sector(0), embr.sector(0)) << n;
+    }
+  }
+}
+
+TEST(Convert, SectorsOf4096Bytes) {
+  const auto create = [](Drive& drive, u64 start, u64 sectors) {
+    TableEntry& block = *largestFree(drive);
+    return commitAt(drive, block, start, sectors, 0x83, "p");
+  };
+  TableBench bench(MemoryDisk(64 * kMiB / 4096, 4096), alignedTo(256));
+  ASSERT_EQ(create(bench.drive(), 256, 512), Error::none);
+  ASSERT_EQ(create(bench.drive(), 1024, 512), Error::none);
+  const auto extents = extentsOn(bench.disk());
+  for (const Conversion run : {toEmbr, toGpt, toEmbr, toMbr, toGpt, toMbr, toEmbr, toMbr}) {
+    ASSERT_EQ(run(bench.drive()), Error::none) << bench.drive().schemeName();
+    bench.reopen(alignedTo(256));
+    EXPECT_FALSE(bench.drive().table().hasErrors());
+    EXPECT_EQ(extentsOn(bench.disk()), extents) << bench.drive().schemeName();
+  }
+}
+
+// There and back as often as one likes: what an old table leaves behind is no hindrance.
+TEST(Convert, LeftoversOfOwnTablesDoNotBlockTheNextConversion) {
+  TableBench bench(diskFromScript(kSectors, kGptOfThree));
+  const auto extents = extentsOn(bench.disk());
+  for (const Conversion run : {toMbr, toEmbr, toMbr, toGpt, toEmbr, toGpt, toMbr, toGpt,
+                               toLimitedEmbr, toMbr, toLimitedEmbr, toGpt}) {
+    ASSERT_EQ(run(bench.drive()), Error::none) << bench.drive().schemeName();
+    bench.reopen();
+    EXPECT_EQ(extentsOn(bench.disk()), extents);
+  }
+  EXPECT_EQ(gptProblems(bench.disk()), "");
+}
+
+TEST(Convert, TheReservedPartitionTakesTheFirstLargeBlock) {
+  TableBench bench(diskFromScript(kSectors, kPrimaries), alignedTo(2048));
+  ASSERT_EQ(toGptWithReserved(bench.drive()), Error::none);
+  const std::vector<GptRow> rows = gptRowsOf(bench.reopen());
+  ASSERT_EQ(rows.size(), 3U);
+  EXPECT_EQ(rows[1].type, "E3C9E316-0B5C-4DB8-817D-F92DF00215AE");
+  EXPECT_EQ(rows[1].name, "Microsoft reserved partition");
+  EXPECT_EQ(rows[1].size, 32768U);
+  EXPECT_EQ(gptProblems(bench.disk()), "");
+  MemoryDisk before = diskFromScript(kSectors, kPrimaries);
+  const TableChange change = {"with reserved", toGptWithReserved, picture, alignedTo(2048)};
+  expectFaultsAreTold(before, change);
+  expectCutsLeaveOldOrNew(before, change);
+}
+
+void expectRefused(MemoryDisk disk, Conversion run, Error expected, const char* what) {
+  TableBench bench(disk.copy());
+  EXPECT_EQ(run(bench.drive()), expected) << what;
+  EXPECT_TRUE(bench.disk().sameContent(disk)) << what;
+}
+
+TEST(Convert, EachRefusalHasItsCodeAndWritesNothing) {
+  const auto dos = [](const std::string& script, u64 sectors = kSectors) {
+    return diskFromScript(sectors, script);
+  };
+  const std::string full =
+      "label: dos\n1:start=2048,size=" + std::to_string(kSectors - 2048) + ",type=83\n";
+  expectRefused(dos(full), toGpt, Error::partitionBeyondTable, "no room for the backup");
+  expectRefused(dos("label: dos\n1:start=33,size=2048,type=83\n"), toGpt,
+                Error::partitionBeyondTable, "no room for the entries");
+  expectRefused(dos("label: dos\n1:start=1,size=2048,type=83\n"), toEmbr, Error::outsideUsableArea,
+                "no room for the header");
+  expectRefused(dos("label: dos\n1:start=2048,size=110000,type=83\n"), toGptWithReserved,
+                Error::noSpaceLeft, "no block for the reserved partition");
+  expectRefused(dos("label: dos\n1:start=2048,size=4096,type=42\n"), toGpt, Error::dynamicDisk,
+                "dynamic disk");
+  expectRefused(dos("label: dos\n1:start=2048,size=4096,type=42\n"), toEmbr, Error::dynamicDisk,
+                "dynamic disk");
+  expectRefused(dos(kGptOfSix), toMbr, Error::tooManyPartitions, "six");
+  expectRefused(dos(kGptOfSix), toLimitedEmbr, Error::tooManyPartitions, "six");
+  const u64 huge = u64{3} << 31;
+  const std::string beyond = "label: gpt\nstart=2048,size=5000000000\n";
+  expectRefused(dos(beyond, huge), toMbr, Error::partitionBeyondTable, "beyond 2 TiB");
+  expectRefused(dos(beyond, huge), toEmbr, Error::partitionBeyondTable, "beyond 2 TiB");
+  MemoryDisk damaged = dos(kGptOfThree);
+  damaged.setSector(kSectors - 1, std::vector<u8>(512));
+  expectRefused(damaged.copy(), toMbr, Error::gptTableCheck, "no backup");
+  // Whole to its last sector is no hindrance for the others.
+  TableBench bench(dos(full));
+  EXPECT_EQ(toEmbr(bench.drive()), Error::none);
+  bench.reopen();
+  EXPECT_EQ(toMbr(bench.drive()), Error::none);
+  EXPECT_EQ(readTable(bench.disk()).rows, rowsOf(bench.reopen()));
+}
+
+TEST(Convert, BootLoadersInTheWayAreNamedAndKept) {
+  MemoryDisk disk = diskFromScript(kSectors, kPrimaries);
+  disk.setSector(1, std::vector<u8>(512, 0x5A));
+  TableBench bench(disk.copy());
+  for (const Scheme target : {Scheme::gpt, Scheme::embr}) {
+    const auto named = overwrittenByTable(bench.drive(), target);
+    ASSERT_TRUE(named.has_value());
+    EXPECT_NE(named->find("in sector 1"), std::string::npos) << *named;
+  }
+  expectRefused(disk.copy(), toGpt, Error::sectorsInUse, "core image");
+  expectRefused(disk.copy(), toEmbr, Error::sectorsInUse, "core image");
+  bench.drive().setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
+  EXPECT_EQ(toGpt(bench.drive()), Error::none);
+  // An EMBR takes one sector, and a boot manager in front of it stays.
+  MemoryDisk manager = diskFromScript(kSectors, kPrimaries);
+  std::vector<u8> sector(512, 0x11);
+  std::ranges::copy(std::string_view("IBM "), sector.begin() + 2);
+  manager.setSector(1, sector);
+  manager.setSector(3, std::vector<u8>(512, 0x5A));
+  TableBench managed(manager.copy());
+  EXPECT_EQ(toEmbr(managed.drive()), Error::none);
+  EXPECT_EQ(managed.disk().sector(1), manager.sector(1));
+  EXPECT_EQ(managed.disk().sector(3), manager.sector(3));
+  EXPECT_TRUE(managed.reopen().isEmbr());
+  EXPECT_EQ(toMbr(managed.drive()), Error::none);
+  EXPECT_EQ(managed.disk().sector(1), manager.sector(1));
+  EXPECT_FALSE(managed.reopen().isEmbr());
+
+  MemoryDisk biosBoot =
+      diskFromScript(kSectors,
+                     "label: gpt\nstart=2048,size=64\n"
+                     "start=4096,size=64,type=21686148-6449-6E6F-744E-656564454649\n");
+  TableBench gpt(biosBoot.copy());
+  const auto named = overwrittenByTable(gpt.drive(), Scheme::mbr);
+  ASSERT_TRUE(named.has_value());
+  EXPECT_NE(named->find("BIOS Boot partition 2"), std::string::npos) << *named;
+  expectRefused(biosBoot.copy(), toMbr, Error::sectorsInUse, "BIOS Boot");
+}
+
+TEST(Convert, ADiskWithoutATableGetsAnEmptyOneWhenThatIsAllowed) {
+  const std::vector<std::string> makers[] = {{"mkfs.fat", "IMAGE"},
+                                             {"mkfs.ext4", "-q", "-F", "IMAGE"}};
+  for (const std::vector<std::string>& maker : makers) {
+    TableBench bench(diskFromCommands(kSectors * 512, 512, {maker}));
+    ASSERT_EQ(bench.drive().scheme(), Scheme::wholeDisk) << maker.front();
+    for (const Conversion run : {toMbr, toGpt, toEmbr})
+      EXPECT_EQ(run(bench.drive()), Error::noTable) << maker.front();
+    ASSERT_EQ(convertToMbr(bench.drive(), true), Error::none) << maker.front();
+    EXPECT_EQ(bench.reopen().scheme(), Scheme::mbr) << maker.front();
+    EXPECT_EQ(bench.drive().table().usedSlots, 0U) << maker.front();
+    EXPECT_EQ(readTable(bench.disk()).problems, "") << maker.front();
+  }
+}
+
+}  // namespace
+}  // namespace tallowin
