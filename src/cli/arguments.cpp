@@ -39,6 +39,9 @@ CLI::Option* option(CLI::App& app, const char* name, const char* valueName, Valu
 constexpr const char* kAmountForm =
     "a size: a number with B, s (sectors), KiB, MiB, GiB or TiB; alone it is MiB";
 
+constexpr const char* kTypeForm =
+    "a type: a number, or fat12, fat16, fat32, ntfs, linux, swap, extended, efi";
+
 std::optional<u32> parseCount(std::string_view text) {
   u64 value = 0;
   if (!parseNumber(text, value) || value > kAllOnes32) return std::nullopt;
@@ -58,6 +61,13 @@ std::optional<u32> parseSlot(std::string_view text) {
 std::optional<BootCode> parseBootCode(std::string_view text) {
   if (text == "standard") return BootCode::standard;
   if (text == "new") return BootCode::measuring;
+  return std::nullopt;
+}
+
+std::optional<TableAction> parseTableAction(std::string_view text) {
+  if (text == "backup") return TableAction::backup;
+  if (text == "restore") return TableAction::restore;
+  if (text == "repair") return TableAction::repair;
   return std::nullopt;
 }
 
@@ -84,7 +94,7 @@ void addTarget(CLI::App& app, Arguments& arguments) {
 
 void addPart(CLI::App& app, Arguments& arguments) {
   option(app, "--part", "N", arguments.part, parseCount, "a partition's number",
-         "Partition, as the kernel numbers it (volumes from 5; 0: whole disk)")
+         "Partition: its number in the list (the kernel's, or the id on an EMBR disk)")
       ->required();
 }
 
@@ -104,8 +114,7 @@ void declareCreate(CLI::App& app, Arguments& arguments) {
   option(app, "--size", "SIZE", arguments.size, parseAmount, kAmountForm,
          "Size, rounded up to whole MiB")
       ->required();
-  option(app, "--type", "TYPE", arguments.type, parseType,
-         "a type: a number, or fat12, fat16, fat32, ntfs, linux, swap, extended, efi",
+  option(app, "--type", "TYPE", arguments.type, parseType, kTypeForm,
          "Number, or fat12 fat16 fat32 ntfs linux swap extended efi")
       ->required();
   app.add_option("--name", arguments.name, "Name")->type_name("NAME");
@@ -153,6 +162,43 @@ void declareFormat(CLI::App& app, Arguments& arguments) {
   addWriting(app, arguments);
 }
 
+void declareSet(CLI::App& app, Arguments& arguments) {
+  SetArguments& set = arguments.set;
+  addTarget(app, arguments);
+  addPart(app, arguments);
+  app.add_option("--name", arguments.name, "Name; entries of an MBR have none")->type_name("NAME");
+  option(app, "--type", "TYPE", set.type, parseType, kTypeForm,
+         "Number, or fat12 fat16 fat32 ntfs linux swap efi");
+  option(app, "--type-guid", "GUID", set.typeGuid, parseTypeGuid,
+         "a GUID or the name of a type, as \"Linux Data\"",
+         "GPT: type GUID, or the name of the type");
+  const auto flag = [&app](const char* name, std::optional<bool>& place, bool value,
+                           const char* help) {
+    return app.add_flag_callback(
+        name, [&place, value] { place = value; }, help);
+  };
+  CLI::Option* active = flag("--active", set.active, true, "Make it the only active one");
+  flag("--inactive", set.active, false, "Take its active mark")->excludes(active);
+  CLI::Option* hide = flag("--hide", set.hide, true, "Hide it: by its type, on a GPT by a flag");
+  flag("--unhide", set.hide, false, "Show it again")->excludes(hide);
+  app.add_option(
+         "--flag",
+         [&set](const CLI::results_t& texts) {
+           for (const std::string& text : texts) {
+             const std::optional<FlagChange> change = parseFlagChange(text);
+             if (!change) throw CLI::ValidationError("'" + text + "' is not FLAG=0 or FLAG=1");
+             set.flags.push_back(*change);
+           }
+           return true;
+         },
+         "GPT: 0 to 63, required no-block-io legacy-boot read-only shadow-copy hidden no-mount; "
+         "EMBR: boot manager bootable multi-os hd0-only; may be repeated")
+      ->type_name("FLAG=0/1")
+      ->expected(1, 64)
+      ->allow_extra_args(false);
+  addWriting(app, arguments);
+}
+
 void declareMbr(CLI::App& app, Arguments& arguments) {
   constexpr const char* kSlotForm = "a slot: 1 to 4";
   MbrArguments& mbr = arguments.mbr;
@@ -183,17 +229,23 @@ void declareTable(CLI::App& app, Arguments& arguments) {
   app.add_option(
          "ACTION",
          [&arguments](const CLI::results_t& texts) {
-           if (texts[0] != "backup" && texts[0] != "restore")
-             throw CLI::ValidationError("'" + texts[0] + "' is neither backup nor restore");
-           arguments.tableAction =
-               texts[0] == "backup" ? TableAction::backup : TableAction::restore;
+           const std::optional<TableAction> action = parseTableAction(texts[0]);
+           if (!action)
+             throw CLI::ValidationError("'" + texts[0] + "' is not backup, restore or repair");
+           arguments.tableAction = *action;
            return true;
          },
-         "backup: keep the partition table in FILE; restore: put it back")
+         "backup: keep the partition table in FILE; restore: put it back; repair: make both "
+         "copies of a GPT sound")
       ->required();
   addTarget(app, arguments);
-  app.add_option("FILE", arguments.file, "The file that holds the table")->required();
+  app.add_option("FILE", arguments.file, "The file that holds the table; none for repair");
   addWriting(app, arguments);
+  app.final_callback([&arguments] {
+    const bool takesFile = arguments.tableAction != TableAction::repair;
+    if (takesFile && arguments.file.empty()) throw CLI::RequiredError("FILE");
+    if (!takesFile && !arguments.file.empty()) throw CLI::ValidationError("repair takes no FILE");
+  });
 }
 
 void declareInfo(CLI::App& app, Arguments& arguments) {
@@ -230,8 +282,9 @@ constexpr CommandRow kCommands[] = {
     {"create", CommandName::create, "Create a partition or a volume", declareCreate},
     {"delete", CommandName::del, "Delete a partition or a volume", declareDelete},
     {"format", CommandName::format, "Make a new, empty file system", declareFormat},
+    {"set", CommandName::set, "Change name, type, marks and flags of a partition", declareSet},
     {"mbr", CommandName::mbr, "Show the four slots of the boot sector, or edit it", declareMbr},
-    {"table", CommandName::table, "Keep the partition table in a file, or put it back",
+    {"table", CommandName::table, "Keep the partition table in a file, put it back, or repair it",
      declareTable},
     {"settings", CommandName::settings, "Show or change the settings", declareSettings},
 };

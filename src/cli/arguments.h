@@ -8,14 +8,15 @@
 
 #include "cli/amount.h"
 #include "cli/exit_status.h"
+#include "cli/property_plan.h"
 #include "ops/format_flow.h"
 #include "ptable/boot_code.h"
 
 namespace tallowin {
 
-enum class CommandName { devices, list, info, create, del, format, mbr, table, settings };
+enum class CommandName { devices, list, info, create, del, format, set, mbr, table, settings };
 
-enum class TableAction { backup, restore };
+enum class TableAction { backup, restore, repair };
 
 // What `mbr` does, in this order; slots count from 1.
 struct MbrArguments {
@@ -47,7 +48,7 @@ struct Arguments {
   bool yes = false;
   bool rehearse = false;
 
-  std::optional<u32> part;       // as the kernel numbers it
+  std::optional<u32> part;       // Drive::listNumber
   std::optional<u32> freeBlock;  // from 1
 
   // create; without a size the whole block
@@ -69,6 +70,7 @@ struct Arguments {
   bool clearBootSector = false;
   bool wipe = false;
 
+  SetArguments set;  // and the name
   MbrArguments mbr;
 
   // table

@@ -47,6 +47,7 @@ CommandResult runInfo(CommandContext& context);
 CommandResult runCreate(CommandContext& context);
 CommandResult runDelete(CommandContext& context);
 CommandResult runFormat(CommandContext& context);
+CommandResult runSet(CommandContext& context);
 CommandResult runMbr(CommandContext& context);
 CommandResult runTable(CommandContext& context);
 CommandResult runSettings(CommandContext& context);

@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "cli/fat_facts.h"
 #include "cli/target.h"
+#include "ptable/gpt_types.h"
 #include "ptable/type_catalogue.h"
 
 namespace tallowin {
@@ -44,6 +45,14 @@ CommandResult gather(Drive& drive, const PartitionEntry& entry, PartitionFacts& 
   return failedBecause("The FAT of the partition cannot be counted.", error);
 }
 
+std::string gptFactsText(const PartitionEntry& entry) {
+  const char* kind = gptTypeName(entry.typeGuid);
+  return format(
+      "Stored name    %s\nType GUID      %s %s\nUnique GUID    %s\nAttributes     0x%016llX\n",
+      entry.tableName.c_str(), guidText(entry.typeGuid).c_str(), kind ? kind : "",
+      guidText(entry.uniqueGuid).c_str(), static_cast<unsigned long long>(entry.attributes));
+}
+
 std::string factsText(Drive& drive, const ListedRow& row, const PartitionFacts& facts) {
   const PartitionEntry& entry = *row.entry;
   std::string text = format(
@@ -55,6 +64,9 @@ std::string factsText(Drive& drive, const ListedRow& row, const PartitionFacts& 
       static_cast<unsigned long long>(entry.startSector),
       static_cast<unsigned long long>(entry.endSector), chsText(facts.start).c_str(),
       chsText(facts.end).c_str(), entry.bootIndicator);
+  if (!entry.typeGuid.isZero()) text += gptFactsText(entry);
+  if (drive.isEmbr())
+    text += format("Flags          0x%04llX\n", static_cast<unsigned long long>(entry.attributes));
   if (const auto fault = faultText(entry)) text += "Error          " + *fault + "\n";
   if (facts.fat) return text + fatFactsText(*facts.fat);
   return text + "File system    " + contentName(drive, entry).value_or("not known") + "\n";
@@ -72,10 +84,13 @@ CommandResult runInfo(CommandContext& context) {
     return result;
   if (!context.arguments.json) {
     std::fputs(factsText(*target.drive, row, facts).c_str(), stdout);
+    if (const std::string problem = tableProblemText(*target.drive); !problem.empty())
+      std::printf("Table          %s\n", problem.c_str());
     return {};
   }
   context.json.text("path", context.arguments.target);
   writeRow(context.json, *target.drive, row);
+  context.json.textOrNull("gpt_health", gptHealthFor(*target.drive));
   writeChs(context.json, "start_chs", facts.start);
   writeChs(context.json, "end_chs", facts.end);
   if (facts.fat)

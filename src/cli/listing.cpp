@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "cli/progress_line.h"
 #include "fat/fat_volume.h"
+#include "ptable/gpt_types.h"
 #include "ptable/identify.h"
 #include "ptable/type_catalogue.h"
 
@@ -40,6 +42,10 @@ std::optional<std::string> diskId(const Drive& drive) {
   return format("0x%08x", drive.diskSignature());
 }
 
+std::optional<std::string> guidOrNothing(const Guid& guid) {
+  return guid.isZero() ? std::nullopt : std::optional(guidText(guid));
+}
+
 std::optional<std::string> unlessEmpty(std::string text) {
   return text.empty() ? std::nullopt : std::optional(std::move(text));
 }
@@ -67,7 +73,21 @@ std::string rowLine(Drive& drive, const ListedRow& row) {
 }  // namespace
 
 bool isHiddenEntry(const PartitionEntry& entry) {
+  if (!entry.typeGuid.isZero()) return (entry.attributes >> kGptHidden & 1) != 0;
   return types::isHidden(entry.type) || entry.mbrType == types::kHidden;
+}
+
+std::optional<std::string> gptHealthFor(const Drive& drive) {
+  if (drive.gptHealth()) return gptHealthWord(*drive.gptHealth());
+  return drive.changesAllowed() == Error::tableUnreadable ? std::optional("unreadable")
+                                                          : std::nullopt;
+}
+
+std::string tableProblemText(const Drive& drive) {
+  if (!drive.changeRefusal().empty()) return onOneLine(drive.changeRefusal());
+  const auto& health = drive.gptHealth();
+  return !health || health->isSound() ? std::string()
+                                      : gptHealthText(*health) + " Run 'tallowinctl table repair'.";
 }
 
 std::vector<ListedRow> listedRows(Drive& drive) {
@@ -77,7 +97,7 @@ std::vector<ListedRow> listedRows(Drive& drive) {
     if (entry.isFree())
       rows.push_back({ListedRow::Kind::free, &entry, ++freeBlocks});
     else
-      rows.push_back({kind, &entry, drive.kernelNumber(entry)});
+      rows.push_back({kind, &entry, drive.listNumber(entry)});
   };
   for (const auto& entry : drive.table().entries) {
     add(*entry, ListedRow::Kind::partition);
@@ -154,6 +174,7 @@ std::string listingText(Drive& drive) {
       geometry.maxHead, geometry.sectorsPerTrack);
   text += format("%s Partitions", drive.schemeName());
   if (const auto id = diskId(drive)) text += ", disk id " + *id;
+  if (const std::string problem = tableProblemText(drive); !problem.empty()) text += "\n" + problem;
   text += "\n\n";
   text += format("%4s  %-10s %-24s %12s %12s %10s  %-20s %-8s %s\n", "No", "Kind", "Name", "Start",
                  "End", "Size", "Type", "Holds", "");
@@ -184,9 +205,10 @@ void writeRow(JsonWriter& json, Drive& drive, const ListedRow& row) {
   json.number("sectors", entry.sectorCount());
   json.number("type", entry.type);
   json.text("type_name", types::name(entry.type));
-  json.textOrNull("type_guid",
-                  entry.typeGuid.isZero() ? std::nullopt : std::optional(guidText(entry.typeGuid)));
-  json.text("name", entry.name);
+  json.textOrNull("type_guid", guidOrNothing(entry.typeGuid));
+  json.textOrNull("unique_guid", guidOrNothing(entry.uniqueGuid));
+  json.number("attributes", entry.attributes);
+  json.text("name", entry.tableName.empty() ? entry.name : entry.tableName);
   json.textOrNull("fs", contentName(drive, entry));
   json.boolean("active", entry.bootIndicator == 0x80);
   json.boolean("hidden", isHiddenEntry(entry));
@@ -215,6 +237,7 @@ void writeDrive(JsonWriter& json, Drive& drive, const std::string& path) {
   json.number("sectors_per_track", drive.geometry().sectorsPerTrack);
   json.endObject();
   json.textOrNull("disk_id", diskId(drive));
+  json.textOrNull("gpt_health", gptHealthFor(drive));
 }
 
 }  // namespace tallowin

@@ -14,7 +14,8 @@ struct ListedRow {
   enum class Kind { partition, volume, free };
   Kind kind = Kind::partition;
   PartitionEntry* entry = nullptr;  // of the drive's table
-  // As the kernel numbers it; of a free block its number among the free blocks, from 1.
+  // As scripts name it (Drive::listNumber); of a free block its number among the free blocks,
+  // from 1.
   std::optional<u32> number;
 };
 
@@ -32,6 +33,12 @@ std::optional<std::string> faultText(const PartitionEntry& entry);
 
 bool isHiddenEntry(const PartitionEntry& entry);
 
+// What is wrong with the copies of the table, and what to do about it; empty when nothing is.
+std::string tableProblemText(const Drive& drive);
+
+// gptHealthWord, or "unreadable"; nothing unless the disk has a GPT.
+std::optional<std::string> gptHealthFor(const Drive& drive);
+
 // A table for people.
 std::string listingText(Drive& drive);
 // "2: FAT-32 'NAME', sectors 63..16064, 8 MiB".
@@ -41,7 +48,7 @@ std::string rowText(const Drive& drive, const ListedRow& row);
 void writeRow(JsonWriter& json, Drive& drive, const ListedRow& row);
 // The member "rows".
 void writeRows(JsonWriter& json, Drive& drive);
-// "path" to "disk_id".
+// "path" to "gpt_health".
 void writeDrive(JsonWriter& json, Drive& drive, const std::string& path);
 
 }  // namespace tallowin

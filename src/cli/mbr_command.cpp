@@ -72,7 +72,7 @@ CommandResult notConfirmed(CommandContext& context) {
 CommandResult insertPart(CommandContext& context, Drive& drive, MbrEditor& editor) {
   const Arguments& arguments = context.arguments;
   const std::size_t slot = *arguments.mbr.slot - 1;
-  const PartitionEntry* entry = drive.findByKernelNumber(*arguments.mbr.insert);
+  const PartitionEntry* entry = drive.findByListNumber(*arguments.mbr.insert);
   if (!entry || entry->isFree())
     return refused(
         format("There is no partition %u; 'list' shows the numbers.", *arguments.mbr.insert));

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "cli/target.h"
+#include "ops/properties_flow.h"
 #include "ops/restore_table_flow.h"
 #include "ptable/table_backup.h"
 
@@ -52,10 +53,58 @@ CommandResult restore(CommandContext& context) {
   return endChange(context, target, true, std::move(result));
 }
 
+void reportRepair(CommandContext& context, const Drive& drive, const std::string& before) {
+  if (context.arguments.json) {
+    context.json.text("health_before", before);
+    context.json.textOrNull("gpt_health", gptHealthFor(drive));
+  } else if (before == gptHealthFor(drive)) {
+    std::printf("Both copies of the GPT are sound; there is nothing to repair.\n");
+  } else {
+    std::printf("Repaired the GPT (%s): both copies are sound.\n", before.c_str());
+  }
+}
+
+CommandResult repair(CommandContext& context) {
+  Target target;
+  if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
+    return result;
+  Drive& drive = *target.drive;
+  if (drive.changesAllowed() != Error::none)
+    return refused(onOneLine(drive.changeRefusal()), drive.changesAllowed());
+  if (!drive.gptHealth())
+    return refused("This disk has no GPT; only a GPT has two copies that can be repaired.",
+                   Error::unsupportedForm);
+  const std::string before = gptHealthWord(*drive.gptHealth());
+  const bool hadErrors = drive.table().hasErrors();
+  CommandResult result;
+  if (!drive.gptHealth()->isSound()) {
+    const FlowResult flow = repairGptFlow(context.session.context(context.ui), drive);
+    // Its number is shared with a code of file systems, which has other words.
+    if (flow.code == Error::backupOverlaps)
+      return refused("A partition lies where the backup of the table belongs. Nothing was changed.",
+                     flow.code);
+    result = resultOfFlow(flow, context.ui, "The table was not repaired.");
+    if (!result.succeeded()) return result;
+    if (!drive.gptHealth() || !drive.gptHealth()->isSound())
+      return refused("The GPT was written, but is not sound when it is read back; list it.",
+                     Error::gptTableCheck);
+  }
+  reportRepair(context, drive, before);
+  return endChange(context, target, hadErrors, std::move(result));
+}
+
 }  // namespace
 
 CommandResult runTable(CommandContext& context) {
-  return context.arguments.tableAction == TableAction::backup ? backup(context) : restore(context);
+  switch (context.arguments.tableAction) {
+    case TableAction::backup:
+      return backup(context);
+    case TableAction::restore:
+      return restore(context);
+    case TableAction::repair:
+      return repair(context);
+  }
+  return {};
 }
 
 }  // namespace tallowin

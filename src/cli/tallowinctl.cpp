@@ -27,6 +27,8 @@ CommandResult runCommand(CommandContext& context) {
       return runDelete(context);
     case CommandName::format:
       return runFormat(context);
+    case CommandName::set:
+      return runSet(context);
     case CommandName::mbr:
       return runMbr(context);
     case CommandName::table:

@@ -25,7 +25,7 @@ const char* kindWord(const PartitionEntry& entry) {
 
 std::string describeTarget(Drive& drive, const PartitionEntry& entry) {
   std::string which = kindWord(entry);
-  if (const auto number = drive.kernelNumber(entry))
+  if (const auto number = drive.listNumber(entry))
     which = *number == 0 ? "Whole disk" : which + format(" %u", *number);
   return format("Disk: %s\n%s '%s', %s", describeDisk(drive.disk()).c_str(), which.c_str(),
                 entry.name.c_str(),

@@ -147,9 +147,13 @@ class Drive {
   // Top level and volumes, free blocks included; null when there is none.
   PartitionEntry* findById(PartitionId id);
   // The number that the kernel gives the partition: slot + 1, volumes from 5 in chain order,
-  // 0 for a whole-disk volume; nothing for free blocks.
+  // 0 for a whole-disk volume; nothing for free blocks. The kernel knows no EMBR: of one it sees
+  // what the MBR has a slot for, and the volumes in that.
   std::optional<u32> kernelNumber(const PartitionEntry& entry) const;
   PartitionEntry* findByKernelNumber(u32 number);
+  // The number that lists show and scripts name: the id on an EMBR disk, else the kernel's.
+  std::optional<u32> listNumber(const PartitionEntry& entry) const;
+  PartitionEntry* findByListNumber(u32 number);
   // The extended partition that holds a volume or an inner free block; null on the top level.
   TableEntry* containerOf(const PartitionEntry& entry);
   u32 partitionCount() const;  // entries and volumes that are not free

@@ -22,13 +22,20 @@ PartitionEntry* findEntry(const PartitionTable& table, Visit visit) {
   return nullptr;
 }
 
+// The place in the table that the kernel reads, from 0.
+std::optional<u32> kernelSlot(const PartitionEntry& entry, bool isEmbr) {
+  if (isEmbr) return entry.mbrSlot == kNoMbrSlot ? std::nullopt : std::optional<u32>(entry.mbrSlot);
+  return entry.tableIndex < 0 ? std::nullopt : std::optional(static_cast<u32>(entry.tableIndex));
+}
+
 // The volumes in the order in which the kernel counts them: by the slot of their extended
 // partition, then along the chain. It passes over volumes without sectors.
-std::vector<const VolumeEntry*> volumesInKernelOrder(const PartitionTable& table) {
+std::vector<const VolumeEntry*> volumesInKernelOrder(const PartitionTable& table, bool isEmbr) {
   std::vector<const TableEntry*> containers;
   for (const auto& entry : table.entries)
-    if (entry->volumes) containers.push_back(entry.get());
-  std::ranges::sort(containers, {}, &TableEntry::tableIndex);
+    if (entry->volumes && kernelSlot(*entry, isEmbr)) containers.push_back(entry.get());
+  std::ranges::sort(containers, {},
+                    [isEmbr](const TableEntry* entry) { return kernelSlot(*entry, isEmbr); });
   std::vector<const VolumeEntry*> volumes;
   for (const TableEntry* container : containers) {
     const auto first = volumes.size();
@@ -58,8 +65,11 @@ PartitionEntry* Drive::findById(PartitionId id) {
 std::optional<u32> Drive::kernelNumber(const PartitionEntry& entry) const {
   if (entry.isFree() || entry.tableIndex < 0) return std::nullopt;
   if (table_->slots == 0) return 0;
-  if (!entry.isVolume()) return static_cast<u32>(entry.tableIndex) + 1;
-  const auto volumes = volumesInKernelOrder(*table_);
+  if (!entry.isVolume()) {
+    const auto slot = kernelSlot(entry, isEmbr());
+    return slot ? std::optional(*slot + 1) : std::nullopt;
+  }
+  const auto volumes = volumesInKernelOrder(*table_, isEmbr());
   const auto found = std::ranges::find(volumes, &entry);
   if (found == volumes.end()) return std::nullopt;
   return kFirstVolumeNumber + static_cast<u32>(found - volumes.begin());
@@ -67,6 +77,15 @@ std::optional<u32> Drive::kernelNumber(const PartitionEntry& entry) const {
 
 PartitionEntry* Drive::findByKernelNumber(u32 number) {
   return findEntry(*table_, [&](const PartitionEntry& e) { return kernelNumber(e) == number; });
+}
+
+std::optional<u32> Drive::listNumber(const PartitionEntry& entry) const {
+  if (!isEmbr() || entry.isFree()) return kernelNumber(entry);
+  return entry.id;
+}
+
+PartitionEntry* Drive::findByListNumber(u32 number) {
+  return findEntry(*table_, [&](const PartitionEntry& e) { return listNumber(e) == number; });
 }
 
 TableEntry* Drive::containerOf(const PartitionEntry& entry) {
@@ -159,14 +178,15 @@ std::vector<KernelPartition> Drive::kernelPartitions() const {
   std::vector<KernelPartition> partitions;
   if (table_->slots == 0) return partitions;
   for (const auto& entry : table_->entries) {
-    if (entry->isFree() || entry->sectorCount() == 0 || entry->tableIndex < 0) continue;
+    const auto slot = kernelSlot(*entry, isEmbr());
+    if (entry->isFree() || entry->sectorCount() == 0 || !slot) continue;
     u64 sectors = entry->sectorCount();
     if (types::isChainLink(entry->mbrType) || entry->mbrType == 0x85)
       sectors = std::min<u64>(sectors, std::max<u64>(1, kExtendedBytes / disk_->sectorSize()));
-    partitions.push_back({static_cast<u32>(entry->tableIndex) + 1, entry->startSector, sectors});
+    partitions.push_back({*slot + 1, entry->startSector, sectors});
   }
   u32 number = kFirstVolumeNumber;
-  for (const VolumeEntry* volume : volumesInKernelOrder(*table_))
+  for (const VolumeEntry* volume : volumesInKernelOrder(*table_, isEmbr()))
     partitions.push_back({number++, volume->startSector, volume->sectorCount()});
   return partitions;
 }

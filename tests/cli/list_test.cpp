@@ -201,15 +201,16 @@ TEST(List, HasTheKeysThatScriptsRelyOn) {
   ASSERT_EQ(runProgram({"sfdisk", "-q", path}, "label: dos\nsize=10M,type=5\n").status, 0);
   Ctl ctl;
   const Ctl::Answer answer = ctl.json({"list", path});
-  for (const char* key :
-       {"ok", "path", "model", "scheme", "sector_size", "sectors", "geometry", "disk_id", "rows"})
+  for (const char* key : {"ok", "path", "model", "scheme", "sector_size", "sectors", "geometry",
+                          "disk_id", "gpt_health", "rows"})
     EXPECT_TRUE(answer.json.HasMember(key)) << key;
   ASSERT_EQ(answer.json["rows"].Size(), 3u)
       << "the extended partition, free space in it and behind";
   for (const auto& row : answer.json["rows"].GetArray()) {
-    EXPECT_EQ(row.MemberCount(), 14u);
-    for (const char* key : {"number", "kind", "id", "start", "end", "sectors", "type", "type_name",
-                            "type_guid", "name", "fs", "active", "hidden", "error"})
+    EXPECT_EQ(row.MemberCount(), 16u);
+    for (const char* key :
+         {"number", "kind", "id", "start", "end", "sectors", "type", "type_name", "type_guid",
+          "unique_guid", "attributes", "name", "fs", "active", "hidden", "error"})
       EXPECT_TRUE(row.HasMember(key)) << key;
   }
 }

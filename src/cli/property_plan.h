@@ -1,0 +1,36 @@
+// What `set` changes in an entry: the options, checked against what the table has a place for.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ops/properties_flow.h"
+
+namespace tallowin {
+
+struct FlagChange {
+  std::string flag;  // a bit's number or a word
+  bool isSet = false;
+};
+
+struct SetArguments {
+  std::optional<u32> type;
+  std::optional<bool> active;
+  std::optional<bool> hide;
+  std::vector<FlagChange> flags;
+  std::optional<Guid> typeGuid;
+};
+
+// "F=0" or "F=1".
+std::optional<FlagChange> parseFlagChange(std::string_view text);
+// A GUID, or the name of a GPT type; nothing for anything else and for the unused type.
+std::optional<Guid> parseTypeGuid(std::string_view text);
+
+// Fills `change`. Else why the table of the drive cannot hold what is wanted, the option first.
+std::string planProperties(const Drive& drive, const PartitionEntry& entry,
+                           const std::optional<std::string>& name, const SetArguments& wanted,
+                           PropertyChange& change);
+
+}  // namespace tallowin

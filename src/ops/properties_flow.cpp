@@ -1,0 +1,71 @@
+#include "ops/properties_flow.h"
+
+#include "ops/error_text.h"
+#include "ops/table_change.h"
+#include "ops/target_check.h"
+#include "ops/target_text.h"
+
+namespace tallowin {
+namespace {
+
+bool isConfirmed(const OperationContext& context, const char* title, const std::string& text) {
+  return context.ui.questionBox(title, ButtonSet::yesNo, MessageKind::warning,
+                                text + "\n\nAre you sure you want to continue?",
+                                kFocusOnNo) == MessageResult::yes;
+}
+
+FlowResult failWith(const OperationContext& context, const std::string& what, Error error) {
+  context.ui.errorBox(what + tableErrorText(error));
+  return {FlowEnd::failed, error, 0};
+}
+
+// The same entry after the table was read again; null when it is not there any more.
+PartitionEntry* findAgain(Drive& drive, PartitionId id, u64 startSector) {
+  if (drive.reread() != Error::none) return nullptr;
+  PartitionEntry* entry = drive.findById(id);
+  return entry && entry->startSector == startSector ? entry : nullptr;
+}
+
+}  // namespace
+
+FlowResult changePropertiesFlow(const OperationContext& context, Drive& drive,
+                                PartitionEntry& entry, const PropertyChange& wanted) {
+  if (const auto refused = refuseWhenReadOnlyTable(context, drive)) return *refused;
+  if (!isConfirmed(context, "Properties",
+                   "The entry of this partition is changed.\n" + describeTarget(drive, entry)))
+    return {FlowEnd::cancelled, Error::cancelled, 0};
+
+  TableChange change(context, drive);
+  if (const auto stopped = change.begin()) return *stopped;
+  const PartitionId id = entry.id;
+  const u64 startSector = entry.startSector;
+  PartitionEntry* now = &entry;
+  Error error = Error::none;
+  if (wanted.changesProperties()) error = drive.changeProperties(*now, wanted.properties);
+  const bool isHalfDone = error == Error::none && wanted.changesProperties() && wanted.type;
+  if (isHalfDone) now = findAgain(drive, id, startSector);
+  if (error == Error::none && wanted.type)
+    error = now ? drive.changeType(*now, *wanted.type) : Error::tableChangedMeanwhile;
+  change.end();
+  if (error == Error::none) return {};
+  return failWith(context, isHalfDone ? "All was changed but the type.\n\n" : "Update Failed!\n\n",
+                  error);
+}
+
+FlowResult repairGptFlow(const OperationContext& context, Drive& drive) {
+  if (const auto refused = refuseWhenReadOnlyTable(context, drive)) return *refused;
+  const std::string problem = drive.gptHealth() ? gptHealthText(*drive.gptHealth()) : std::string();
+  if (!isConfirmed(context, "Repair Partition Table",
+                   problem +
+                       "\nBoth copies of the GPT are written anew from the one that was "
+                       "read.\n\nDisk: " +
+                       describeDisk(drive.disk())))
+    return {FlowEnd::cancelled, Error::cancelled, 0};
+  TableChange change(context, drive);
+  if (const auto stopped = change.begin()) return *stopped;
+  const Error error = drive.repairGpt();
+  change.end();
+  return error == Error::none ? FlowResult{} : failWith(context, "", error);
+}
+
+}  // namespace tallowin
