@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# How fast tallowinctl starts and lists a disk with 60 volumes, against a peer, and the memory that
-# it takes. Ratios below 1 mean that tallowinctl is faster.
+# How fast tallowinctl starts and lists a disk with 60 volumes and a GPT with 128 entries, against
+# a peer, and the memory that it takes. Ratios below 1 mean that tallowinctl is faster.
 #   bench/cli_bench.sh [PROGRAM]     default: build/release/tallowinctl
 set -euo pipefail
 program=$(readlink -f "${1:-$(dirname "$0")/../build/release/tallowinctl}")
@@ -16,6 +16,10 @@ for i in $(seq 60); do
   script+=(mkpart logical ext4 "$((16 * i))MiB" "$((16 * i + 12))MiB")
 done
 parted -s "$image" "${script[@]}" 2>/dev/null
+
+gpt=$folder/gpt.img
+truncate -s 1G "$gpt"
+{ echo 'label: gpt'; for _ in $(seq 128); do echo 'size=4M,type=L'; done; } | sfdisk -q "$gpt"
 
 # The mean time of a command in seconds.
 seconds() {
@@ -39,5 +43,7 @@ memory() { # what, command ...
 
 compare "version / sfdisk --version" "$program --version" "sfdisk --version"
 compare "list 60 volumes / sfdisk -J" "$program list $image --json" "sfdisk -J $image"
+compare "list GPT of 128 / sfdisk -J" "$program list $gpt --json" "sfdisk -J $gpt"
 memory "version" "$program" --version
 memory "list 60 volumes" "$program" list "$image" --json
+memory "list GPT of 128" "$program" list "$gpt" --json
