@@ -189,7 +189,11 @@ std::string MainWindowModel::whyWithoutTable() const {
 
 std::string MainWindowModel::whyWithoutDrive() const {
   if (!whyNoDrive_.empty()) return whyNoDrive_;
-  return drive_ ? std::string() : "Select a drive first.";
+  if (drive_) return {};
+  if (busIndex_ == static_cast<std::size_t>(DriveClass::image))
+    return "No image is open; start with -img:FILE to open one.";
+  return session_.options().noDevices ? "The disks of this machine are hidden by the switch -nd."
+                                      : "No disk of this machine can be opened; that needs root.";
 }
 
 std::string MainWindowModel::whyUnavailable(Action action) const {

@@ -77,7 +77,9 @@ class MainWindowModel {
   void setScrollPosition(int position) { scrollPosition_ = position; }
 
   std::string schemeLabel() const;  // "MBR Partitions"; empty without a drive
-  bool hasErrors() const;           // shows kErrorLabel
+  // Why there is no drive to show, and what would help; empty when there is one.
+  std::string whyWithoutDrive() const;
+  bool hasErrors() const;  // shows kErrorLabel
   static constexpr const char* kErrorLabel = "* Errors Exist *";
   std::string geometryLabel() const;  // "%u/%u/%u"; empty without a drive
 
@@ -115,7 +117,6 @@ class MainWindowModel {
   void closeWindow();
   std::string whyWithoutTable() const;
   std::string whyUnavailable(Action action) const;
-  std::string whyWithoutDrive() const;
   const PartitionEntry* selection() const;
 
   Session& session_;

@@ -65,7 +65,10 @@ CommandResult runDevices(CommandContext& context) {
     else
       std::printf("%s\n", std::string(trimRight(foundText(found))).c_str());
   }
-  if (context.arguments.json) context.json.endArray();
+  if (context.arguments.json)
+    context.json.endArray();
+  else if (count == 0 && !context.arguments.hideDevices)
+    std::fputs("No disk of this machine can be opened; that needs root.\n", stderr);
   return {};
 }
 

@@ -136,6 +136,7 @@ void MainWindow::makeList() {
   list_->column_widths(columns_);
   list_->textsize(kSmallFontSize);
   list_->callback(onList, this);
+  whyEmpty_ = addText(20, 104, 396, 120, {}, FL_ALIGN_LEFT | FL_ALIGN_TOP | FL_ALIGN_WRAP);
 }
 
 void MainWindow::makeActions() {
@@ -236,8 +237,10 @@ void MainWindow::refill() {
   shownRevision_ = model_.revision();
   buses_->value(static_cast<int>(model_.busIndex()));
   setChoices(*drives_, model_.drives(), model_.driveIndex());
+  if (!drives_->active()) drives_->copy_tooltip(model_.whyWithoutDrive().c_str());
   driveCount_->setText(model_.driveCountLabel());
   setLabel(*scheme_, model_.schemeLabel());
+  setLabel(*whyEmpty_, model_.whyWithoutDrive());
   setLabel(*geometry_, model_.geometryLabel());
   model_.hasErrors() ? errors_->show() : errors_->hide();
   refillRows();

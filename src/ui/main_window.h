@@ -50,6 +50,7 @@ class MainWindow : public DialogWindow {
   TextLabel* driveCount_ = nullptr;
   TextLabel* scheme_ = nullptr;
   TextLabel* errors_ = nullptr;
+  TextLabel* whyEmpty_ = nullptr;  // lies on the list while there is no drive to show
   TextLabel* geometry_ = nullptr;
   Fl_Hold_Browser* list_ = nullptr;
   int columns_[4] = {};

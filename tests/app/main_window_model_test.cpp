@@ -162,12 +162,15 @@ TEST_F(MainWindowTest, DigitsAndTheChooserSelectDrives) {
   EXPECT_TRUE(window().rows().empty());
   EXPECT_EQ(window().schemeLabel(), "");
   EXPECT_FALSE(isEnabled(Action::create));
+  EXPECT_NE(window().whyWithoutDrive(), "");
+  EXPECT_EQ(window().control(Action::create).whyDisabled, window().whyWithoutDrive());
 }
 
 TEST_F(MainWindowTest, ADriveThatCannotBeOpenedSaysSo) {
   options_.images.push_back(folder_.file("missing.img"));
   EXPECT_TRUE(window().rows().empty());
-  EXPECT_NE(window().control(Action::create).whyDisabled.find("missing.img"), std::string::npos);
+  EXPECT_NE(window().whyWithoutDrive().find("missing.img"), std::string::npos);
+  EXPECT_EQ(window().control(Action::create).whyDisabled, window().whyWithoutDrive());
 }
 
 TEST_F(MainWindowTest, CreateByKeyAndByDoubleClickThenDelete) {
