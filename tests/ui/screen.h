@@ -37,7 +37,7 @@ class Screen {
   Screen(const Screen&) = delete;
   Screen& operator=(const Screen&) = delete;
 
-  // Waits until a window with this title is in front. Its id, or nothing after ten seconds.
+  // Waits until a window with this title is in front. Its id, or nothing after half a minute.
   std::string waitFor(const std::string& title);
   // Waits until any window, one without a frame too, has this title.
   bool waitUntilSeen(const std::string& title);
