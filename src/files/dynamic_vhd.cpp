@@ -6,8 +6,9 @@
 namespace tallowin {
 namespace {
 
-// How far ahead the footer is put: one flush of the file for so many bytes of new blocks.
-constexpr u64 kRoomBytes = 64 * kMiB;
+// How far ahead the footer is put: one flush of the file, which waits for all that was written,
+// for so many bytes of new blocks.
+constexpr u64 kRoomBytes = 256 * kMiB;
 constexpr u64 kEntriesInSector = 512 / sizeof(VhdTableEntry);
 
 }  // namespace

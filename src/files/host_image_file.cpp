@@ -50,10 +50,11 @@ u64 directAlignment(int descriptor) {
 
 class HostImageFile : public ImageFile {
  public:
-  HostImageFile(Descriptor cached, Descriptor direct, u64 sizeBytes, bool readOnly)
+  HostImageFile(Descriptor cached, Descriptor direct, u64 sizeBytes, u64 blockBytes, bool readOnly)
       : cached_(std::move(cached)),
         direct_(std::move(direct)),
         directAlignment_(direct_.get() >= 0 ? directAlignment(direct_.get()) : 0),
+        blockBytes_(std::max(blockBytes, directAlignment_)),
         sizeBytes_(sizeBytes),
         readOnly_(readOnly) {}
 
@@ -79,9 +80,13 @@ class HostImageFile : public ImageFile {
     return Error::none;
   }
 
+  // Direct until the first large request beside the file system's blocks, as in a dynamic VHD: the
+  // file system serialises such requests, and direct ones next to cached ones wait for these.
   Error writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
+    if (bytes.size() + following.size() >= kDirectMinBytes && offset % blockBytes_ != 0)
+      writesDirectly_ = false;
     while (!bytes.empty() || !following.empty()) {
-      const bool direct = isDirect(offset, bytes, following);
+      const bool direct = writesDirectly_ && isDirect(offset, bytes, following);
       const std::array<iovec, 2> parts = {part(bytes), part(following)};
       const ssize_t put = ::pwritev((direct ? direct_ : cached_).get(), parts.data(),
                                     static_cast<int>(parts.size()), static_cast<off_t>(offset));
@@ -145,6 +150,8 @@ class HostImageFile : public ImageFile {
   Descriptor cached_;
   Descriptor direct_;
   u64 directAlignment_;
+  u64 blockBytes_;  // of the file system
+  bool writesDirectly_ = true;
   u64 sizeBytes_;
   bool readOnly_;
 };
@@ -169,7 +176,8 @@ std::unique_ptr<ImageFile> openHostImageFile(const std::string& path, ImageAcces
   }
   Descriptor direct(::open(path.c_str(), flags | O_DIRECT));
   return std::make_unique<HostImageFile>(std::move(cached), std::move(direct),
-                                         static_cast<u64>(status.st_size), readOnly);
+                                         static_cast<u64>(status.st_size),
+                                         static_cast<u64>(status.st_blksize), readOnly);
 }
 
 }  // namespace tallowin
