@@ -66,20 +66,19 @@ inline std::unique_ptr<ImageContainer> openPath(const std::string& path) {
   return image;
 }
 
-// A dynamic VHD of 64 blocks of 16 KiB, nothing allocated.
-inline FileBytes smallDynamicVhd() {
+// A dynamic VHD of 64 blocks, nothing allocated.
+inline FileBytes smallDynamicVhd(u32 blockBytes = 16 * kKiB) {
   constexpr u32 kBlocks = 64;
-  constexpr u32 kBlockBytes = 16 * kKiB;
   VhdFooter footer{};
   std::copy(kVhdFooterCookie.begin(), kVhdFooterCookie.end(), footer.cookie);
   footer.dataOffset = kVhdDynamicHeaderOffset;
-  footer.currentSizeBytes = u64{kBlocks} * kBlockBytes;
+  footer.currentSizeBytes = u64{kBlocks} * blockBytes;
   footer.diskType = static_cast<u32>(VhdDiskType::dynamic);
   VhdDynamicHeader header{};
   std::copy(kVhdHeaderCookie.begin(), kVhdHeaderCookie.end(), header.cookie);
   header.tableOffset = kVhdFirstFreeOffset;
   header.maxTableEntries = kBlocks;
-  header.blockSizeBytes = kBlockBytes;
+  header.blockSizeBytes = blockBytes;
   auto bytes = std::make_shared<std::vector<u8>>();
   const auto add = [&](std::span<const u8> part) {
     bytes->insert(bytes->end(), part.begin(), part.end());
