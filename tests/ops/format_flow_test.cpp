@@ -37,6 +37,42 @@ class FormatFlowTest : public FlowTest {
   static void expectSummary(ScriptedFrontEnd& ui) {
     ui.expect<FormatSummaryModel>([](FormatSummaryModel& model) { model.ok(); });
   }
+  // Partition 2, which is NTFS, becomes FAT-32.
+  FlowResult toFat32(Drive& drive, ScriptedFrontEnd& ui) {
+    FormatOptions options;
+    options.kind = FormatKind::fat32;
+    options.surfaceScan = false;
+    expectDialogs(ui);
+    ui.answerOthers(MessageResult::cancel);
+    ui.expect<FormatSummaryModel>([](FormatSummaryModel& model) { model.ok(); });
+    const FlowResult result = format(drive, ui, 2, options);
+    ui.forget();
+    return result;
+  }
+  // Something at both ends of each partition.
+  void fillPartitions() {
+    const auto drive = open(disk_);
+    const std::vector<u8> ones(std::size_t{64} * 512, 0xFF);
+    for (const u32 number : {1U, 2U, 3U}) {
+      const PartitionEntry& entry = *drive->findByKernelNumber(number);
+      EXPECT_TRUE(disk_.writeSectors(entry.startSector, ones.data(), 64));
+      EXPECT_TRUE(disk_.writeSectors(entry.endSector - 63, ones.data(), 64));
+    }
+  }
+  // Nothing but the table and partition 2 differs from the disk of the test.
+  bool neighboursAreWhole(MemoryDisk& disk) {
+    const auto drive = open(disk_);
+    const PartitionEntry& second = *drive->findByKernelNumber(2);
+    const auto rest = [&](MemoryDisk& whole) {
+      MemoryDisk copy = whole.copy();
+      EXPECT_TRUE(copy.writeZeros(0, 1));
+      EXPECT_TRUE(copy.writeZeros(second.startSector, second.sectorCount()));
+      return copy;
+    };
+    MemoryDisk before = rest(disk_);
+    MemoryDisk after = rest(disk);
+    return before.sameContent(after);
+  }
   static bool isFat(Drive& drive, u32 number) {
     return FatVolume::open(drive, *drive.findByKernelNumber(number))->isValid();
   }
@@ -168,6 +204,63 @@ TEST_F(FormatFlowTest, EveryFailedTransferIsToldOrTheFileSystemIsSound) {
     EXPECT_FALSE(run([n](FaultyDisk& d) { d.failWrite(n, true); }, ignored).succeeded());
   }
   EXPECT_FALSE(run([](FaultyDisk& d) { d.failFlush(true); }, writes).succeeded());
+}
+
+// With the type changed first, so that the table is written too.
+TEST_F(FormatFlowTest, EveryFailedTransferLeavesTheOldTableOrTheNewAndTheNeighboursAlone) {
+  fillPartitions();
+  struct Outcome {
+    FlowResult result;
+    u64 reads = 0;
+    u64 writes = 0;
+    std::string table;
+  };
+  const auto run = [&](const std::function<void(FaultyDisk&)>& fault) {
+    MemoryDisk disk = disk_.copy();
+    FaultyDisk faulty(disk);
+    const auto drive = open(borrowed(faulty));
+    Outcome outcome{{}, faulty.reads(), faulty.writes(), {}};
+    fault(faulty);
+    ScriptedFrontEnd ui;
+    outcome.result = toFat32(*drive, ui);
+    outcome.reads = faulty.reads() - outcome.reads;
+    outcome.writes = faulty.writes() - outcome.writes;
+    outcome.table = tableOf(*open(disk));
+    EXPECT_TRUE(outcome.result.succeeded() || ui.messages.size() > 1) << "nothing was told";
+    EXPECT_TRUE(neighboursAreWhole(disk));
+    if (outcome.result.succeeded()) {
+      EXPECT_TRUE(isFat(*open(disk), 2));
+    }
+    return outcome;
+  };
+  const std::string old = tableOf(*open(disk_));
+  const Outcome sound = run([](FaultyDisk&) {});
+  ASSERT_TRUE(sound.result.succeeded());
+  ASSERT_NE(old, sound.table);
+  for (u64 n = 0; n < sound.reads + sound.writes; ++n) {
+    SCOPED_TRACE(n);
+    const bool isRead = n < sound.reads;
+    const Outcome outcome = run([&](FaultyDisk& disk) {
+      isRead ? disk.failRead(n, true) : disk.failWrite(n - sound.reads, true);
+    });
+    EXPECT_TRUE(outcome.table == old || outcome.table == sound.table) << outcome.table;
+    EXPECT_TRUE(isRead || !outcome.result.succeeded());
+  }
+}
+
+TEST_F(FormatFlowTest, APowerCutLeavesTheOldTableOrTheNewAndTheNeighboursAlone) {
+  fillPartitions();
+  MemoryDisk changed = disk_.copy();
+  RecordingDisk recording(changed);
+  const auto drive = open(borrowed(recording));
+  const std::string old = tableOf(*drive);
+  ASSERT_EQ(FlowEnd::done, toFat32(*drive, ui_).end);
+  const std::string expected = tableOf(*drive);
+  forEachPowerCut(recording.log(), disk_, [&](MemoryDisk& disk) {
+    const std::string table = tableOf(*open(disk));
+    EXPECT_TRUE(table == old || table == expected) << table;
+    EXPECT_TRUE(neighboursAreWhole(disk));
+  });
 }
 
 TEST(ErrorText, EveryCodeHasWordsButSuccessAndCancelled) {
