@@ -7,6 +7,7 @@
 #include "app/mbr_view_model.h"
 #include "app/settings_flow.h"
 #include "base/text.h"
+#include "ops/convert_flow.h"
 #include "ops/create_flow.h"
 #include "ops/delete_flow.h"
 #include "ops/format_flow.h"
@@ -37,7 +38,7 @@ constexpr std::array<ActionRow, kActionCount> kActions = {{
     {Action::bcdEdit, "&BCD Edit", kBcdEditBit, "Editing the boot configuration"},
     {Action::trim, "Tri&m", kTrimBit, "Trimming"},
     {Action::driveSettings, "Dr&ive Settings"},
-    {Action::changeDiskType, "C&hange Disk Type", 0, "Changing the disk type"},
+    {Action::changeDiskType, "C&hange Disk Type"},
     {Action::wipeEntireDrive, "&Wipe Entire Drive", 0, "Wiping a drive"},
     {Action::viewMbr, "&View MBR"},
     {Action::close, "Close"},
@@ -177,6 +178,8 @@ Control MainWindowModel::control(Action action) const {
     why = whyWithoutDrive();
   else if (action == Action::viewMbr)
     why = whyWithoutTable();
+  else if (action == Action::changeDiskType)
+    why = whyTypeIsFixed();
   return why.empty() ? Control{} : disabled(std::move(why));
 }
 
@@ -185,6 +188,20 @@ std::string MainWindowModel::whyWithoutTable() const {
   return drive_->table().isWholeDisk()
              ? "This disk has no partition table; a file system fills all of it."
              : "";
+}
+
+std::string MainWindowModel::whyTypeIsFixed() const {
+  constexpr u8 kFirstBiosDisk = 0x80;
+  if (std::string why = whyWithoutDrive(); !why.empty()) return why;
+  return drive_->isEmbr() && drive_->biosNumber() == kFirstBiosDisk
+             ? "The first disk keeps its EMBR, because the boot manager starts from there."
+             : drive_->changeRefusal();
+}
+
+std::string MainWindowModel::errorLabel() const {
+  if (hasErrors()) return kErrorLabel;
+  const bool isSound = !drive_ || !drive_->gptHealth() || drive_->gptHealth()->isSound();
+  return isSound ? "" : "* Repair GPT *";
 }
 
 std::string MainWindowModel::whyWithoutDrive() const {
@@ -218,11 +235,14 @@ void MainWindowModel::press(Action action) {
   }
   if (action == Action::settings || action == Action::driveSettings) return runSettings(action);
   if (action == Action::viewMbr) return runViewMbr();
-  runFlow(action, *selectedEntry());
+  if (action == Action::changeDiskType) return runChangeDiskType();
+  runFlow(action);
 }
 
 void MainWindowModel::runSettings(Action action) {
-  const SettingsContext context{session_, frontEnd_, {}, showHelp_};
+  const SettingsContext context{
+      session_, frontEnd_, [](Drive& drive, bool limit) { return drive.setLimitPrimaries(limit); },
+      showHelp_};
   const bool changed = action == Action::settings
                            ? editSettings(context, drive_.get(), whyWithoutDrive())
                            : editDriveSettings(context, *drive_);
@@ -236,8 +256,21 @@ void MainWindowModel::runViewMbr() {
   refresh(Refresh::afterAction);
 }
 
-void MainWindowModel::runFlow(Action action, PartitionEntry& entry) {
+void MainWindowModel::runChangeDiskType() {
   const OperationContext context = session_.context(frontEnd_);
+  if (offerGptRepair(context, *drive_).succeeded()) refresh(Refresh::afterAction);
+  // The flow has told the user how it ended.
+  if (drive_) static_cast<void>(changeDiskTypeFlow(context, *drive_));
+  refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runFlow(Action action) {
+  const OperationContext context = session_.context(frontEnd_);
+  if (action != Action::format && offerGptRepair(context, *drive_).succeeded()) {
+    refresh(Refresh::afterAction);
+    if (!selectedEntry() || !control(action).enabled) return;
+  }
+  PartitionEntry& entry = *selectedEntry();
   // The flow has told the user how it ended.
   switch (action) {
     case Action::create:

@@ -79,7 +79,8 @@ class MainWindowModel {
   std::string schemeLabel() const;  // "MBR Partitions"; empty without a drive
   // Why there is no drive to show, and what would help; empty when there is one.
   std::string whyWithoutDrive() const;
-  bool hasErrors() const;  // shows kErrorLabel
+  bool hasErrors() const;          // of the rows
+  std::string errorLabel() const;  // what is wrong with the table; empty when nothing is
   static constexpr const char* kErrorLabel = "* Errors Exist *";
   std::string geometryLabel() const;  // "%u/%u/%u"; empty without a drive
 
@@ -112,7 +113,9 @@ class MainWindowModel {
   void openCurrentDrive();
   void selectAgain(std::optional<PartitionId> id, std::optional<std::size_t> row);
   void runViewMbr();
-  void runFlow(Action action, PartitionEntry& entry);
+  void runFlow(Action action);
+  void runChangeDiskType();
+  std::string whyTypeIsFixed() const;
   void runSettings(Action action);
   void closeWindow();
   std::string whyWithoutTable() const;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <ctime>
 
 namespace tallowin {
 
@@ -125,6 +126,14 @@ std::string sizeText(u64 startSector, u64 endSector, u32 sectorSizeBytes) {
   const u64 sizeMiB = sectorsToMiB(endSector - startSector + 1, sectorSizeBytes);
   if (sizeMiB == 0) return "< 1 MiB";
   return format("%u MiB", static_cast<unsigned>(sizeMiB));
+}
+
+std::string dateStamp(u64 secondsSinceEpoch) {
+  const auto seconds = static_cast<std::time_t>(secondsSinceEpoch);
+  std::tm date{};
+  ::gmtime_r(&seconds, &date);
+  return format("%04d%02d%02d-%02d%02d%02d", date.tm_year + 1900, date.tm_mon + 1, date.tm_mday,
+                date.tm_hour, date.tm_min, date.tm_sec);
 }
 
 }  // namespace tallowin

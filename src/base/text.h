@@ -35,6 +35,8 @@ bool matchesWildcard(std::string_view pattern, std::string_view text);
 std::string printable(std::string_view text);
 // The same with one "?" for each character beyond ASCII.
 std::string printableFromUtf8(std::string_view text);
+// "YYYYMMDD-HHMMSS" in UTC, for names of files that sort by date.
+std::string dateStamp(u64 secondsSinceEpoch);
 
 // Sectors as MiB, half a MiB rounding up; a sector size of 0 counts as 512.
 u64 sectorsToMiB(u64 sectors, u32 sectorSizeBytes);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "ops/convert_flow.h"
 #include "ops/create_model.h"
 #include "ops/error_text.h"
 #include "ops/format_flow.h"
@@ -40,12 +41,12 @@ bool clearFirstSectors(DiskDevice& disk, u16 type, const SectorExtent& extent) {
 class Creation {
  public:
   Creation(const OperationContext& context, Drive& drive, PartitionEntry& block)
-      : context_(context), drive_(drive), block_(block) {}
+      : context_(context), drive_(drive), block_(&block) {}
 
   CreateFacts facts() {
     const AlignmentRules rules = drive_.alignment();
-    return {block_.startSector,
-            block_.endSector,
+    return {block_->startSector,
+            block_->endSector,
             drive_.sectorSize(),
             alignmentUnit(rules),
             isInsideExtended(),
@@ -80,7 +81,7 @@ class Creation {
   const SectorExtent& extent() const { return extent_; }
 
  private:
-  bool isInsideExtended() { return drive_.containerOf(block_) != nullptr; }
+  bool isInsideExtended() { return drive_.containerOf(*block_) != nullptr; }
 
   bool refuse(const std::string& text, const std::string& title = {}, Error code = Error::none) {
     context_.ui.noticeBox(text, title);
@@ -90,14 +91,44 @@ class Creation {
 
   bool hasRoomForPrimary() {
     if (drive_.table().usedSlots < drive_.table().slots) return true;
-    return refuse("The partition limit has been reached.", "Limit Primaries", Error::noFreeEntry);
+    const u64 start = block_->startSector;
+    const u64 end = block_->endSector;
+    result_ = offerEmbr(context_, drive_);
+    return findBlockAgain(start, end) && result_.succeeded();
+  }
+
+  // A change of the table's kind made a new model, with the same free space in it.
+  bool findBlockAgain(u64 startSector, u64 endSector) {
+    for (const auto& entry : drive_.table().entries) {
+      if (!entry->isFree() || entry->endSector < startSector || entry->startSector > endSector)
+        continue;
+      block_ = entry.get();
+      return true;
+    }
+    return refuse("The free space is gone.\nLook at the new table and try again.");
+  }
+
+  // An EMBR may have to grow over something, which only the user can give up.
+  Error commitBlock() {
+    const Error error = drive_.commit(*block_);
+    if (error != Error::sectorsInUse) return error;
+    const auto answer = context_.ui.questionBox(
+        "EMBR", ButtonSet::yesNo, MessageKind::warning,
+        "The EMBR has to grow over a sector that holds something of another program,\n"
+        "which may be a boot loader.\n\nAre you sure you want to continue?",
+        kFocusOnNo);
+    if (answer != MessageResult::yes) return error;
+    drive_.setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
+    const Error insisted = drive_.commit(*block_);
+    drive_.setFlags(kDriveOverwriteTrack, 0);
+    return insisted;
   }
 
   PlacementTarget placementTarget() {
-    const SectorRegion region = drive_.freeRegionAround(block_);
-    return {{block_.startSector, block_.endSector},
+    const SectorRegion region = drive_.freeRegionAround(*block_);
+    return {{block_->startSector, block_->endSector},
             {region.first, region.last},
-            drive_.volumeGap(block_),
+            drive_.volumeGap(*block_),
             isInsideExtended(),
             drive_.alignment()};
   }
@@ -120,14 +151,14 @@ class Creation {
 
   void fillEntry(const CreateModel& model, const PlacementTarget& target,
                  const SectorExtent& found) {
-    block_.startSector = found.startSector;
-    block_.endSector = found.endSector;
-    block_.type = drive_.typeForEnd(type_, found.endSector);
-    block_.id = drive_.uniqueId(kFirstId);
-    block_.attributes = attributes(model);
-    block_.setName(model.name);
-    if (auto* volume = dynamic_cast<VolumeEntry*>(&block_)) {
-      volume->volumeStart = found.startSector - drive_.containerOf(block_)->startSector;
+    block_->startSector = found.startSector;
+    block_->endSector = found.endSector;
+    block_->type = drive_.typeForEnd(type_, found.endSector);
+    block_->id = drive_.uniqueId(kFirstId);
+    block_->attributes = attributes(model);
+    block_->setName(model.name);
+    if (auto* volume = dynamic_cast<VolumeEntry*>(block_)) {
+      volume->volumeStart = found.startSector - drive_.containerOf(*block_)->startSector;
       volume->ebr = volume->volumeStart - target.volumeGap;
     }
   }
@@ -140,8 +171,8 @@ class Creation {
     }
     fillEntry(model, target, found);
     extent_ = found;
-    const u16 type = block_.type;
-    const Error error = drive_.commit(block_);
+    const u16 type = block_->type;
+    const Error error = commitBlock();
     const bool isCleared = error != Error::none || clearFirstSectors(drive_.disk(), type, found);
     change.end();
     result_ = {};
@@ -159,7 +190,7 @@ class Creation {
 
   const OperationContext& context_;
   Drive& drive_;
-  PartitionEntry& block_;
+  PartitionEntry* block_;  // owned by the drive's table
   u16 type_ = 0;
   SectorExtent extent_;
   FlowResult result_{FlowEnd::cancelled, Error::cancelled, 0};

@@ -6,6 +6,7 @@
 #include "disk/geometry_modes.h"
 #include "ptable/ebr_reader.h"
 #include "ptable/ebr_writer.h"
+#include "ptable/embr_scheme.h"
 #include "ptable/free_space.h"
 #include "ptable/gpt_scheme.h"
 #include "ptable/identify.h"
@@ -323,6 +324,13 @@ Error Drive::repairGpt() {
   if (const Error error = scheme_->checkUnchanged(tableContext(), *table_); error != Error::none)
     return error;
   return finishChange(repairGptOn(tableContext()));
+}
+
+Error Drive::setLimitPrimaries(bool limit) {
+  if (!isEmbr()) return Error::noTable;
+  const Error error = setEmbrLimit(*disk_, limit);
+  if (error == Error::none) flags_ |= kDriveChanged;
+  return error;
 }
 
 Error Drive::ensureDiskSignature(u32 value) {

@@ -139,6 +139,9 @@ class Drive {
   // both are written from the copy that was read. unsupportedForm: no GPT; backupOverlaps: a
   // partition lies where the backup belongs; else as for commit.
   Error repairGpt();
+  // Of an EMBR disk: whether the table offers four slots only. noTable: no EMBR;
+  // tableWriteFailed, read, tableChangedMeanwhile.
+  Error setLimitPrimaries(bool limit);
   // Gives the disk a signature when it has none; `value` 0 makes a random one.
   Error ensureDiskSignature(u32 value = 0);
   // Flushes, drops what caches hold and tells the kernel about the table on disk.

@@ -1,7 +1,6 @@
 // Table backups as files: the format, and the dated copies in the backup folder.
 #include <algorithm>
 #include <bit>
-#include <ctime>
 #include <filesystem>
 
 #include "base/crc32.h"
@@ -37,14 +36,6 @@ std::string fileNamePart(const std::string& diskName) {
       },
       '_');
   return part.empty() ? "disk" : part;
-}
-
-std::string dateText(u64 secondsSinceEpoch) {
-  const auto seconds = static_cast<std::time_t>(secondsSinceEpoch);
-  std::tm date{};
-  ::gmtime_r(&seconds, &date);
-  return format("%04d%02d%02d-%02d%02d%02d", date.tm_year + 1900, date.tm_mon + 1, date.tm_mday,
-                date.tm_hour, date.tm_min, date.tm_sec);
 }
 
 // Makes a file that was not there, so that no older copy is ever replaced.
@@ -150,7 +141,7 @@ Error keepOldTable(Drive& drive, const std::string& folder, Host& clock, std::st
   const u64 now = clock.secondsSinceEpoch();
   if (const Error error = takeTableBackup(drive, now, backup); error != Error::none) return error;
   const std::string prefix = "table-" + fileNamePart(backup.diskName) + "-";
-  const std::string file = reserveFile(folder + "/" + prefix + dateText(now));
+  const std::string file = reserveFile(folder + "/" + prefix + dateStamp(now));
   if (file.empty()) return Error::cannotCreate;
   if (const Error error = writeTableBackup(backup, file); error != Error::none) {
     std::error_code ignored;

@@ -10,8 +10,9 @@ bool UnreadableGptScheme::read(const TableContext& context, std::span<const u8> 
 }
 
 const char* UnreadableGptScheme::changeRefusal() const {
-  return "Neither copy of the GPT on this disk can be read, so nothing on it is changed.\n"
-         "Restore the table from a copy, or delete its place holder in View MBR.";
+  return "No copy of the GPT on this disk can be read: both are damaged, or it has more entries\n"
+         "than fit here (about 128). Nothing on it is changed. If it is damaged, restore the\n"
+         "table from a copy.";
 }
 
 }  // namespace tallowin

@@ -242,7 +242,9 @@ void MainWindow::refill() {
   setLabel(*scheme_, model_.schemeLabel());
   setLabel(*whyEmpty_, model_.whyWithoutDrive());
   setLabel(*geometry_, model_.geometryLabel());
-  model_.hasErrors() ? errors_->show() : errors_->hide();
+  const std::string errorLabel = model_.errorLabel();
+  errors_->copy_label(errorLabel.c_str());
+  errorLabel.empty() ? errors_->hide() : errors_->show();
   refillRows();
   for (std::size_t index = 0; index < kActionCount; ++index) {
     const auto action = static_cast<Action>(index);

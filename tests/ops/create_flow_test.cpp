@@ -108,17 +108,24 @@ TEST_F(CreateFlowTest, WhatIsMissingIsToldAndTheDialogStaysOpen) {
   EXPECT_EQ(0U, keptTables());
 }
 
-TEST_F(CreateFlowTest, AFifthPrimaryIsRefusedButAVolumeIsNot) {
+TEST_F(CreateFlowTest, AFifthPrimaryNeedsAnEmbrButAVolumeDoesNot) {
   const auto drive = open(disk_);
   add(*drive, 0, 20480, 0x05, "EXT");
   for (int i = 0; i < 3; ++i) add(*drive, 0, 20480, 0x83, "L");
+  const std::string before = tableOf(*drive);
   ui_.expect<CreateModel>(enter("131", 10));
-  ui_.expectMessage("Limit Primaries: The partition limit has been reached.");
-  const FlowResult result = create(*drive);
-  EXPECT_EQ(FlowEnd::refused, result.end);
-  EXPECT_EQ(Error::noFreeEntry, result.code);
+  ui_.expectMessage("EMBR needed", MessageResult::no);
+  EXPECT_FALSE(create(*drive).succeeded());
+  EXPECT_STREQ(drive->schemeName(), "MBR");
+  EXPECT_EQ(tableOf(*drive), before);
+
   ui_.expect<CreateModel>(enter("131", 5));
   EXPECT_EQ(FlowEnd::done, create(*drive, 1).end);
+  ui_.expect<CreateModel>(enter("131", 10));
+  ui_.expectMessage("EMBR needed", MessageResult::yes);
+  EXPECT_EQ(FlowEnd::done, create(*drive).end);
+  EXPECT_STREQ(open(disk_)->schemeName(), "EMBR");
+  EXPECT_EQ(drive->table().usedSlots, 5U);
 }
 
 TEST_F(CreateFlowTest, ExtendedPartitionsAreRefusedWhereTheyCannotBe) {

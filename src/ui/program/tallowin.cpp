@@ -6,6 +6,7 @@
 #include "app/settings/options.h"
 #include "app/settings/program_folders.h"
 #include "app/start_up.h"
+#include "app/synchronize.h"
 #include "base/host.h"
 #include "ui/fltk_front_end.h"
 #include "ui/main_window.h"
@@ -16,6 +17,7 @@ int main(int argc, char** argv) {
   if (!start.session) return start.exitStatus;
   setLook();
   FltkFrontEnd frontEnd(start.session->options());
+  synchronizeDrives(*start.session, frontEnd);
   MainWindowModel model(*start.session, frontEnd);
   MainWindow(model, start.session->folders().helpFile()).run();
   return kExitDone;

@@ -1,0 +1,267 @@
+#include "ops/convert_flow.h"
+
+#include <algorithm>
+
+#include "app/settings/program_folders.h"
+#include "base/text.h"
+#include "disk/disk_handles.h"
+#include "disk/mount_check.h"
+#include "ops/error_text.h"
+#include "ops/table_change.h"
+#include "ops/target_check.h"
+#include "ops/target_text.h"
+#include "ptable/convert.h"
+#include "ptable/first_track.h"
+#include "ptable/gpt_types.h"
+
+namespace tallowin {
+namespace {
+
+constexpr const char* kTitle = "Change Disk Type";
+constexpr const char* kSure = "Are you sure you want to continue?";
+
+FlowResult refuse(const OperationContext& context, const std::string& text,
+                  Error code = Error::none) {
+  context.ui.errorBox(text);
+  return {FlowEnd::refused, code, 0};
+}
+
+FlowResult stoppedByUser() { return {FlowEnd::cancelled, Error::cancelled, 0}; }
+
+bool hasTable(const Drive& drive) {
+  return drive.table().slots != 0 && (drive.table().status & kTableNone) == 0;
+}
+
+// Images have their kept tables; a track that belongs to a number would be taken for another's.
+bool isPlainHardDisk(const Drive& drive) {
+  return drive.driveNumber() >> 16 == static_cast<u32>(DriveClass::device) &&
+         (drive.driveNumber() & kOpticalDriveBit) == 0;
+}
+
+std::string firstTrackPath(const OperationContext& context, const Drive& drive) {
+  return context.folders.state + "/" + firstTrackFileName(drive);
+}
+
+bool holdsEfiSystem(const Drive& drive) {
+  return drive.isGpt() && std::ranges::any_of(drive.table().entries, [](const auto& entry) {
+           return !entry->isFree() && entry->typeGuid == kGptEfiSystem;
+         });
+}
+
+const char* nameOf(Scheme scheme) {
+  switch (scheme) {
+    case Scheme::gpt:
+      return "GPT";
+    case Scheme::embr:
+      return "EMBR";
+    default:
+      return "MBR";
+  }
+}
+
+// Why a conversion was refused, and what would help.
+std::string refusalText(Error error) {
+  switch (error) {
+    case Error::partitionBeyondTable:
+      return "A partition lies where the new table cannot reach.";
+    case Error::tooManyPartitions:
+      return "There are more partitions than the new table can hold.";
+    case Error::dynamicDisk:
+      return "A partition belongs to a dynamic disk.";
+    case Error::slotNotFree:
+      return "A partition could not be given one of the four slots of the MBR.";
+    case Error::noSpaceLeft:
+      return "There is no free block of 16 MiB for the reserved partition of a GPT.\n"
+             "Make one by removing or shrinking a partition.";
+    case Error::tableNotBuilt:
+      return "The disk is too small for the new table.";
+    case Error::outsideUsableArea:
+      return "A partition starts where the new table would lie.";
+    case Error::noTable:
+      return "The disk has no partition table.";
+    default:
+      return tableErrorText(error);
+  }
+}
+
+// What would be lost is named, and only who insists goes on.
+bool acceptsLoss(const OperationContext& context, Drive& drive, Scheme target) {
+  const auto lost = overwrittenByTable(drive, target);
+  if (!lost) return true;
+  const auto answer =
+      context.ui.questionBox(kTitle, ButtonSet::yesNo, MessageKind::warning,
+                             format("This change would destroy %s.\n"
+                                    "A system that starts from it will not start any more.\n\n%s",
+                                    lost->c_str(), kSure),
+                             kFocusOnNo);
+  if (answer != MessageResult::yes) return false;
+  drive.setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
+  return true;
+}
+
+Error convert(const OperationContext& context, Drive& drive, Scheme target,
+              bool allowWithoutTable) {
+  switch (target) {
+    case Scheme::gpt:
+      return convertToGpt(drive, true);
+    case Scheme::embr:
+      return convertToEmbr(drive, context.options.limitPrimaries);
+    default:
+      return convertToMbr(drive, allowWithoutTable);
+  }
+}
+
+bool saveTrack(const OperationContext& context, Drive& drive) {
+  const std::string path = firstTrackPath(context, drive);
+  const Error error =
+      makeFolders(context.folders.state) ? saveFirstTrack(drive, path) : Error::cannotCreate;
+  if (error == Error::none) return true;
+  context.ui.errorBox(
+      format("The first track of the disk could not be saved to\n%s.\n\n"
+             "Nothing was changed. Please make room there and try again.",
+             path.c_str()));
+  return false;
+}
+
+// The table is changed and the disk left in order; the answer is about the table.
+Error convertAndRestore(const OperationContext& context, Drive& drive, Scheme target,
+                        bool allowWithoutTable) {
+  const bool hadTable = hasTable(drive);
+  const Error error = convert(context, drive, target, allowWithoutTable);
+  drive.setFlags(kDriveOverwriteTrack, 0);
+  if (error != Error::none || target != Scheme::mbr || !hadTable || !isPlainHardDisk(drive))
+    return error;
+  static_cast<void>(drive.reread());
+  const BootCode code = context.options.win7Mbr ? BootCode::measuring : BootCode::standard;
+  if (restoreFirstTrack(drive, firstTrackPath(context, drive), code) != Error::none)
+    context.ui.noticeBox(
+        "The disk has an MBR now, but what lay behind it before could not be put back.\n"
+        "It is still in " +
+            firstTrackPath(context, drive) + ".",
+        kTitle);
+  return error;
+}
+
+FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme target) {
+  if (drive.scheme() == target) return {};
+  if (!acceptsLoss(context, drive, target)) return stoppedByUser();
+  TableChange change(context, drive);
+  if (const auto stopped = change.begin()) return *stopped;
+  const bool keepsTrack = isPlainHardDisk(drive) && drive.scheme() == Scheme::mbr;
+  if (keepsTrack && !saveTrack(context, drive)) return {FlowEnd::refused, Error::cannotCreate, 0};
+  const Error error =
+      convertAndRestore(context, drive, target, drive.scheme() == Scheme::wholeDisk);
+  const bool isUnchanged = (drive.flags() & kDriveChanged) == 0;
+  change.end();
+  if (error == Error::none) return {};
+  context.ui.errorBox("The partition layout could not be changed to match your selection.\n\n" +
+                      refusalText(error));
+  return {isUnchanged ? FlowEnd::refused : FlowEnd::failed, error, 0};
+}
+
+std::optional<FlowResult> refuseWhenMounted(const OperationContext& context, Drive& drive) {
+  if (driveUse(context.host, drive.disk()).empty()) return std::nullopt;
+  return refuse(context,
+                "Error: This drive contains mounted partitions.  Please umount them and try "
+                "again.");
+}
+
+FlowResult makeFirstTable(const OperationContext& context, Drive& drive) {
+  const std::string text =
+      "This option will convert the unpartitioned disk to a partitioned disk.\n\n"
+      "WARNING: All existing data on the drive will be deleted!\n\n" +
+      describeDisk(drive.disk()) + "\n\n" + kSure;
+  if (context.ui.questionBox(kTitle, ButtonSet::yesNo, MessageKind::warning, text, kFocusOnNo) !=
+      MessageResult::yes)
+    return stoppedByUser();
+  return changeTo(context, drive, Scheme::mbr);
+}
+
+std::vector<Scheme> otherSchemes(Scheme present) {
+  switch (present) {
+    case Scheme::gpt:
+      return {Scheme::embr, Scheme::mbr};
+    case Scheme::embr:
+      return {Scheme::gpt, Scheme::mbr};
+    default:
+      return {Scheme::gpt, Scheme::embr};
+  }
+}
+
+}  // namespace
+
+FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme target) {
+  if (const auto mounted = refuseWhenMounted(context, drive)) return *mounted;
+  if (!hasTable(drive)) {
+    if (target == Scheme::mbr) return makeFirstTable(context, drive);
+    return refuse(context, refusalText(Error::noTable) + "\nMake an MBR first.", Error::noTable);
+  }
+  if (const auto unreadable = refuseWhenReadOnlyTable(context, drive)) return *unreadable;
+  if (drive.scheme() == target) return {};
+  if (holdsEfiSystem(drive))
+    return refuse(context, "Your request is being ignored because EFI Systems required a GPT.");
+  const std::string text = "Are you sure you want to change the partitioning type?\n\n" +
+                           describeDisk(drive.disk()) +
+                           format("\n%s to %s", drive.schemeName(), nameOf(target));
+  if (context.ui.questionBox(kTitle, ButtonSet::yesNo, MessageKind::warning, text, kFocusOnNo) !=
+      MessageResult::yes)
+    return stoppedByUser();
+  return changeTo(context, drive, target);
+}
+
+FlowResult changeDiskTypeFlow(const OperationContext& context, Drive& drive) {
+  if (const auto mounted = refuseWhenMounted(context, drive)) return *mounted;
+  if (!hasTable(drive)) return makeFirstTable(context, drive);
+  const std::vector<Scheme> offered = otherSchemes(drive.scheme());
+  ChoiceBox box;
+  box.title = kTitle;
+  box.text =
+      "This option allows you to change the partitioning scheme used on a given disk.\n\n"
+      "Special partition flags are not retained when converting from a GPT or EMBR disk to "
+      "another type.\n\n"
+      "WARNING: GPT disks are not appropriate for bootable disks on standard PCs.\n"
+      "A GPT disk allows partitioning above 2TiB and should only be created on a\n"
+      "hard drive dedicated to data storage.\n\n"
+      "Please select the partition style to use:";
+  for (const Scheme scheme : offered) box.labels.push_back(std::string("&") + nameOf(scheme));
+  box.labels.push_back(
+      "\x1B"
+      "Cancel");
+  const std::size_t pressed = context.ui.choiceBox(box);
+  if (pressed >= offered.size()) return stoppedByUser();
+  return convertFlow(context, drive, offered[pressed]);
+}
+
+FlowResult offerEmbr(const OperationContext& context, Drive& drive) {
+  const bool isPlainMbr = !drive.isGpt() && !drive.isEmbr();
+  if (!isPlainMbr || context.options.limitPrimaries) {
+    context.ui.noticeBox("The partition limit has been reached.", "Limit Primaries");
+    return {FlowEnd::refused, Error::noFreeEntry, 0};
+  }
+  const auto answer =
+      context.ui.questionBox("EMBR needed", ButtonSet::yesNo, MessageKind::question,
+                             "In order to create more primary partitions an EMBR must be created.\n"
+                             "Once created, you should be sure to NOT use another partitioning\n"
+                             "utility unless it is compatible with the EMBR.\n\n"
+                             "Would you like to create an EMBR?");
+  if (answer != MessageResult::yes) return stoppedByUser();
+  return changeTo(context, drive, Scheme::embr);
+}
+
+FlowResult offerGptRepair(const OperationContext& context, Drive& drive) {
+  if (!drive.gptHealth() || drive.gptHealth()->isSound()) return stoppedByUser();
+  const auto answer = context.ui.questionBox(
+      "GPT", ButtonSet::yesNo, MessageKind::warning,
+      gptHealthText(*drive.gptHealth()) + "\n\nDisk: " + describeDisk(drive.disk()) +
+          "\n\nDo you want to repair it now? Partitions and data stay as they are.");
+  if (answer != MessageResult::yes) return stoppedByUser();
+  TableChange change(context, drive);
+  if (const auto stopped = change.begin()) return *stopped;
+  const Error error = drive.repairGpt();
+  change.end();
+  if (error == Error::none) return {};
+  context.ui.errorBox(tableErrorText(error));
+  return {FlowEnd::failed, error, 0};
+}
+
+}  // namespace tallowin

@@ -1,0 +1,25 @@
+// Changing the kind of a disk's partition table.
+#pragma once
+
+#include "ops/operation_context.h"
+#include "ptable/drive.h"
+
+namespace tallowin {
+
+// Asks for the new kind, as far as there is a choice, and changes the disk to it.
+FlowResult changeDiskTypeFlow(const OperationContext& context, Drive& drive);
+
+// Changes the disk to `target` after a confirmation. A disk without a table becomes an empty MBR
+// disk; that is the only target for it. Done at once when the disk has the kind already.
+// refused: with the reason told, nothing was changed. failed: which table stands was told.
+FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme target);
+
+// When Create finds all slots in use: asks, and makes an EMBR. Anything but done was told.
+FlowResult offerEmbr(const OperationContext& context, Drive& drive);
+
+// Of a GPT of which one copy is not sound: asks whether to repair it now, and does that. Entries
+// on hand are stale afterwards. done: it was repaired; cancelled: the answer was no, or there
+// was nothing to ask.
+FlowResult offerGptRepair(const OperationContext& context, Drive& drive);
+
+}  // namespace tallowin

@@ -1,0 +1,28 @@
+#include "ops/synchronize_flow.h"
+
+#include "base/text.h"
+#include "ops/table_change.h"
+#include "ptable/embr_sync.h"
+
+namespace tallowin {
+
+void synchronizeFlow(const OperationContext& context, Drive& drive, int index) {
+  if (!drive.isEmbr()) return;
+  TableChange change(context, drive);
+  bool began = false;
+  EmbrSync done;
+  const Error error = synchronizeEmbr(
+      drive, [&] { return began = !change.begin().has_value(); }, done);
+  if (began) change.end();
+  if (error == Error::cancelled) return;
+  if (error != Error::none || done.tableFull)
+    context.ui.errorBox(format("Unable to synchronize MPT on HD%i", index));
+  if (error != Error::none || !done.mayOverlap) return;
+  context.ui.messageBox({u32(MessageKind::warning), "Warning",
+                         format("A new or altered primary partition was found on HD%x\n"
+                                "which may overlap an existing partition!  You should\n"
+                                "use Tallowin to check for errors.",
+                                static_cast<unsigned>(index))});
+}
+
+}  // namespace tallowin

@@ -1,0 +1,12 @@
+// At start: an EMBR learns what another program did to the MBR.
+#pragma once
+
+#include "ops/operation_context.h"
+#include "ptable/drive.h"
+
+namespace tallowin {
+
+// Of one drive; `index` names it as HD%i. The drive was read again when anything was written.
+void synchronizeFlow(const OperationContext& context, Drive& drive, int index);
+
+}  // namespace tallowin

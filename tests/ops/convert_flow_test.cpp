@@ -1,0 +1,84 @@
+// A disk changes its kind of table, and everything that would be lost is asked for first.
+#include "ops/convert_flow.h"
+
+#include <gtest/gtest.h>
+
+#include "ops/flow_bench.h"
+
+namespace tallowin {
+namespace {
+
+class ConvertFlowTest : public FlowTest {
+ protected:
+  void expectSure() {
+    ui_.expectMessage("Are you sure you want to change the partitioning type?", MessageResult::yes);
+  }
+  void expectFailure(const std::string& why) { ui_.expectMessage(why); }
+  FlowResult convert(Drive& drive, Scheme target) { return convertFlow(with(ui_), drive, target); }
+};
+
+TEST_F(ConvertFlowTest, TheChoiceLeadsThroughAllSchemesAndBack) {
+  const auto drive = open(disk_);
+  add(*drive, 0, 20480, 0x83, "ONE");
+  add(*drive, 0, 20480, 0x0B, "TWO");
+  const auto extents = [&] {
+    std::vector<std::pair<u64, u64>> found;
+    for (const auto& entry : drive->table().entries)
+      if (!entry->isFree() && found.size() < 2)  // behind them comes the reserved partition
+        found.emplace_back(entry->startSector, entry->endSector);
+    return found;
+  };
+  const auto before = extents();
+  for (const char* scheme : {"GPT", "EMBR", "MBR"}) {
+    ui_.expectChoice("Please select the partition style to use:",
+                     std::string_view(scheme) == "MBR" ? 1U : 0U);
+    expectSure();
+    EXPECT_EQ(changeDiskTypeFlow(with(ui_), *drive).end, FlowEnd::done) << scheme;
+    EXPECT_STREQ(drive->schemeName(), scheme);
+    EXPECT_EQ(extents(), before) << scheme;
+  }
+}
+
+TEST_F(ConvertFlowTest, AnEfiSystemKeepsItsGpt) {
+  const auto drive = open(disk_);
+  expectSure();
+  ASSERT_EQ(convert(*drive, Scheme::gpt).end, FlowEnd::done);
+  add(*drive, 0, 20480, 0xEF, "ESP");
+  MemoryDisk before = disk_.copy();
+  expectFailure("Your request is being ignored because EFI Systems required a GPT.");
+  EXPECT_EQ(convert(*drive, Scheme::mbr).end, FlowEnd::refused);
+  EXPECT_TRUE(before.sameContent(disk_));
+}
+
+TEST_F(ConvertFlowTest, ABootLoaderBehindTheMbrIsNamedAndKeptUnlessTheUserInsists) {
+  const auto drive = open(disk_);
+  add(*drive, 0, 20480, 0x83, "L");
+  disk_.setSector(1, std::vector<u8>(512, 0x52));
+  MemoryDisk before = disk_.copy();
+  expectSure();
+  ui_.expectMessage("in sector 1", MessageResult::no);
+  EXPECT_EQ(convert(*drive, Scheme::embr).end, FlowEnd::cancelled);
+  EXPECT_TRUE(before.sameContent(disk_));
+  expectSure();
+  ui_.expectMessage("in sector 1", MessageResult::yes);
+  EXPECT_EQ(convert(*drive, Scheme::embr).end, FlowEnd::done);
+  EXPECT_STREQ(drive->schemeName(), "EMBR");
+}
+
+TEST_F(ConvertFlowTest, RefusalsSayWhyAndWriteNothing) {
+  const auto drive = open(disk_);
+  add(*drive, 0, 20480, 0x83, "L");
+  add(*drive, 0, 20480, 0x42, "DYNAMIC");
+  MemoryDisk before = disk_.copy();
+  for (const Scheme target : {Scheme::gpt, Scheme::embr}) {
+    expectSure();
+    expectFailure("The partition layout could not be changed to match your selection.");
+    const FlowResult result = convert(*drive, target);
+    EXPECT_FALSE(result.succeeded());
+    EXPECT_EQ(result.code, Error::dynamicDisk);
+    EXPECT_TRUE(before.sameContent(disk_));
+  }
+}
+
+}  // namespace
+}  // namespace tallowin
