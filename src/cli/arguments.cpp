@@ -64,6 +64,13 @@ std::optional<BootCode> parseBootCode(std::string_view text) {
   return std::nullopt;
 }
 
+std::optional<Scheme> parseScheme(std::string_view text) {
+  if (text == "mbr") return Scheme::mbr;
+  if (text == "gpt") return Scheme::gpt;
+  if (text == "embr") return Scheme::embr;
+  return std::nullopt;
+}
+
 std::optional<TableAction> parseTableAction(std::string_view text) {
   if (text == "backup") return TableAction::backup;
   if (text == "restore") return TableAction::restore;
@@ -225,6 +232,16 @@ void declareMbr(CLI::App& app, Arguments& arguments) {
   addWriting(app, arguments);
 }
 
+void declareConvert(CLI::App& app, Arguments& arguments) {
+  addTarget(app, arguments);
+  option(app, "--to", "KIND", arguments.convertTo, parseScheme, "a kind of table: mbr, gpt, embr",
+         "The kind of partition table to change to: mbr, gpt or embr")
+      ->required();
+  app.add_flag("--overwrite", arguments.overwrite,
+               "Give up a boot loader that lies where the new table goes");
+  addWriting(app, arguments);
+}
+
 void declareTable(CLI::App& app, Arguments& arguments) {
   app.add_option(
          "ACTION",
@@ -284,6 +301,8 @@ constexpr CommandRow kCommands[] = {
     {"format", CommandName::format, "Make a new, empty file system", declareFormat},
     {"set", CommandName::set, "Change name, type, marks and flags of a partition", declareSet},
     {"mbr", CommandName::mbr, "Show the four slots of the boot sector, or edit it", declareMbr},
+    {"convert", CommandName::convert, "Change the kind of partition table; partitions stay",
+     declareConvert},
     {"table", CommandName::table, "Keep the partition table in a file, put it back, or repair it",
      declareTable},
     {"settings", CommandName::settings, "Show or change the settings", declareSettings},

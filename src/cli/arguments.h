@@ -14,7 +14,19 @@
 
 namespace tallowin {
 
-enum class CommandName { devices, list, info, create, del, format, set, mbr, table, settings };
+enum class CommandName {
+  devices,
+  list,
+  info,
+  create,
+  del,
+  format,
+  set,
+  mbr,
+  convert,
+  table,
+  settings
+};
 
 enum class TableAction { backup, restore, repair };
 
@@ -72,6 +84,10 @@ struct Arguments {
 
   SetArguments set;  // and the name
   MbrArguments mbr;
+
+  // convert
+  std::optional<Scheme> convertTo;
+  bool overwrite = false;
 
   // table
   TableAction tableAction = TableAction::backup;

@@ -49,6 +49,7 @@ CommandResult runDelete(CommandContext& context);
 CommandResult runFormat(CommandContext& context);
 CommandResult runSet(CommandContext& context);
 CommandResult runMbr(CommandContext& context);
+CommandResult runConvert(CommandContext& context);
 CommandResult runTable(CommandContext& context);
 CommandResult runSettings(CommandContext& context);
 

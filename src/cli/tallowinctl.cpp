@@ -31,6 +31,8 @@ CommandResult runCommand(CommandContext& context) {
       return runSet(context);
     case CommandName::mbr:
       return runMbr(context);
+    case CommandName::convert:
+      return runConvert(context);
     case CommandName::table:
       return runTable(context);
     case CommandName::settings:

@@ -1,0 +1,65 @@
+// A disk changes its kind of table on the command line, and a kept copy undoes it.
+#include <gtest/gtest.h>
+
+#include "cli/ctl.h"
+#include "support/oracle.h"
+#include "support/temp_folder.h"
+
+namespace tallowin {
+namespace {
+
+class ConvertTest : public ::testing::Test {
+ protected:
+  std::string disk(const std::string& script) {
+    const std::string path = folder_.sparse("disk.img", 300 * kMiB);
+    EXPECT_EQ(runProgram({"sfdisk", "-q", path}, script).status, 0);
+    return path;
+  }
+  std::string schemeOf(const std::string& path) {
+    const Ctl::Answer answer = ctl_.json({"list", path});
+    return answer.status == 0 ? answer.json["scheme"].GetString() : "";
+  }
+
+  TempFolder folder_;
+  Ctl ctl_;
+};
+
+TEST_F(ConvertTest, AllKindsAndBackByTheKeptTable) {
+  const std::string path = disk(
+      "label: dos\nlabel-id: 0x12345678\nstart=2048,size=40960,type=83\n"
+      "start=43008,size=40960,type=b\n");
+  const std::string kept = folder_.file("kept.tbk");
+  ASSERT_EQ(ctl_.run({"table", "backup", path, kept}).status, 0);
+  const std::string before = runProgram({"sfdisk", "-d", path}).output;
+
+  ASSERT_EQ(ctl_.run({"convert", path, "--to", "gpt", "--yes"}).status, 0);
+  EXPECT_EQ(runProgram({"sgdisk", "-v", path}).status, 0);
+  EXPECT_EQ(schemeOf(path), "GPT");
+  ASSERT_EQ(ctl_.run({"convert", path, "--to", "embr", "--yes"}).status, 0);
+  EXPECT_EQ(schemeOf(path), "EMBR");
+  ASSERT_EQ(ctl_.run({"table", "restore", path, kept, "--yes"}).status, 0);
+  EXPECT_EQ(schemeOf(path), "MBR");
+  EXPECT_EQ(runProgram({"sfdisk", "-d", path}).output, before);
+}
+
+TEST_F(ConvertTest, RefusalsAndRehearsalsChangeNothing) {
+  const std::string path = disk("label: dos\nstart=2048,size=40960,type=83\n");
+  ASSERT_EQ(runProgram({"dd", "if=/dev/urandom", "of=" + path, "bs=512", "seek=1", "count=4",
+                        "conv=notrunc"})
+                .status,
+            0);
+  const std::string before = fileHash(path);
+  EXPECT_EQ(ctl_.run({"convert", path, "--to", "gpt"}).status, 1);
+  const ProgramResult refused = ctl_.run({"convert", path, "--to", "gpt", "--yes"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.output.find("in sector 1"), std::string::npos) << refused.output;
+  EXPECT_EQ(ctl_.run({"convert", path, "--to", "xyz"}).status, 2);
+  EXPECT_EQ(ctl_.run({"convert", path, "--to", "gpt", "--yes", "--overwrite", "--rehearse"}).status,
+            0);
+  EXPECT_EQ(fileHash(path), before);
+  EXPECT_EQ(ctl_.run({"convert", path, "--to", "gpt", "--yes", "--overwrite"}).status, 0);
+  EXPECT_EQ(schemeOf(path), "GPT");
+}
+
+}  // namespace
+}  // namespace tallowin
