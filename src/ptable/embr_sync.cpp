@@ -13,7 +13,6 @@ namespace tallowin {
 namespace {
 
 constexpr u8 kRebuildMark = 0x44;  // in slot 0: the boot manager wants the slots rebuilt
-constexpr std::size_t kNoMatch = kMbrSlots;
 
 bool isUsed(const MbrSlotRecord& slot) { return types::unhide(slot.type) != types::kFree; }
 

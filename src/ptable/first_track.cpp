@@ -108,7 +108,8 @@ class TrackRestore {
     if (drive_.disk().readSectors(0, current.data(), most)) {
       const auto differs = [&](u64 lba) {
         const auto at = static_cast<std::ptrdiff_t>(lba * sectorSize_);
-        return !std::equal(current.begin() + at, current.begin() + at + sectorSize_,
+        return !std::equal(current.begin() + at,
+                           current.begin() + at + static_cast<std::ptrdiff_t>(sectorSize_),
                            track_.begin() + at);
       };
       while (count > 1 && !differs(count - 1)) --count;
