@@ -37,6 +37,10 @@ CommandResult resultOfFlow(const FlowResult& flow, const ConsoleFrontEnd& ui,
   if (wasInterrupted())
     return {ExitStatus::stopped, Error::cancelled, flow.phase,
             joined(ui.told(), "Stopped by the user; nothing more was changed.")};
+  if (ui.lackedInsistence())
+    return refused(joined(ui.told(), what) +
+                   " --yes does not answer that, and nothing was changed. Repeat it on a terminal "
+                   "and answer y, or change the table with 'convert' and its --overwrite.");
   if (ui.lackedConfirmation())
     return refused(what +
                    " It needs a confirmation and there is no terminal to ask on; nothing was "

@@ -77,7 +77,17 @@ bool ConsoleFrontEnd::confirm(const std::string& text) {
   return ask(text, "Continue?");
 }
 
+bool ConsoleFrontEnd::insists(const std::string& text) {
+  if (wasInterrupted()) return false;
+  if (answers_.overwrite || ask(text, "Continue?")) return true;
+  lackedInsistence_ = true;
+  told_.push_back(onOneLine(text));
+  return false;
+}
+
 MessageResult ConsoleFrontEnd::messageBox(const MessageBox& box) {
+  if ((box.flags & kInsist) == kInsist)
+    return insists(box.text) ? MessageResult::yes : MessageResult::no;
   switch (static_cast<ButtonSet>(box.flags & kButtonSetMask)) {
     case ButtonSet::okCancel:
       return confirm(box.text) ? MessageResult::ok : MessageResult::cancel;

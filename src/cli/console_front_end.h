@@ -14,9 +14,10 @@ namespace tallowin {
 class ConsoleFrontEnd : public FrontEnd {
  public:
   struct Answers {
-    bool yes = false;       // to confirmations; never to the disk-error prompt
-    bool quiet = false;     // no progress
-    bool skipScan = false;  // presses "&Skip" as soon as it is offered
+    bool yes = false;        // to confirmations; never to the disk-error prompt
+    bool quiet = false;      // no progress
+    bool overwrite = false;  // to what no general consent answers: see kInsist
+    bool skipScan = false;   // presses "&Skip" as soon as it is offered
   };
   // Fills a dialog from the command line and closes it; one left open is cancelled.
   using DialogHandler = std::function<void(DialogModel&)>;
@@ -32,6 +33,8 @@ class ConsoleFrontEnd : public FrontEnd {
   const std::vector<std::string>& told() const { return told_; }
   // A confirmation was wanted, and nobody was there to give it.
   bool lackedConfirmation() const { return lackedConfirmation_; }
+  // Nobody insisted on what a question with kInsist would have given up; its text was told.
+  bool lackedInsistence() const { return lackedInsistence_; }
 
   MessageResult messageBox(const MessageBox& box) override;
   bool textInput(TextInput& input) override;
@@ -44,6 +47,7 @@ class ConsoleFrontEnd : public FrontEnd {
   void run(DialogModel& model) override;
 
  private:
+  bool insists(const std::string& text);
   bool ask(const std::string& question, const std::string& hint);
   std::optional<std::string> readLine(const std::string& prompt);
 
@@ -53,6 +57,7 @@ class ConsoleFrontEnd : public FrontEnd {
   DialogHandler handler_;
   std::vector<std::string> told_;
   bool lackedConfirmation_ = false;
+  bool lackedInsistence_ = false;
 };
 
 }  // namespace tallowin

@@ -4,30 +4,13 @@
 #include "cli/command.h"
 #include "cli/target.h"
 #include "ops/convert_flow.h"
-#include "ptable/convert.h"
 
 namespace tallowin {
-namespace {
-
-// --yes answers the question whether to convert; what would be destroyed needs its own word.
-CommandResult checkLoss(CommandContext& context, Drive& drive) {
-  const Scheme target = *context.arguments.convertTo;
-  if (context.arguments.overwrite || drive.scheme() == target) return {};
-  const auto lost = overwrittenByTable(drive, target);
-  if (!lost) return {};
-  return refused("The disk was not converted: it would destroy " + *lost +
-                 ", and a system that starts from it would not start any more. Nothing was "
-                 "changed. Repeat it with --overwrite to give that up.");
-}
-
-}  // namespace
-
 CommandResult runConvert(CommandContext& context) {
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
     return result;
   Drive& drive = *target.drive;
-  if (CommandResult result = checkLoss(context, drive); !result.succeeded()) return result;
   const bool hadErrors = drive.table().hasErrors();
   FlowResult flow =
       convertFlow(context.session.context(context.ui), drive, *context.arguments.convertTo);

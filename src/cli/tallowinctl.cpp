@@ -119,6 +119,7 @@ ExitStatus run(const Arguments& arguments, const std::string& programFile,
   options.noDevices = options.noDevices || arguments.hideDevices;
   ConsoleFrontEnd ui({.yes = arguments.yes || arguments.rehearse,
                       .quiet = arguments.quiet,
+                      .overwrite = arguments.overwrite,
                       .skipScan = !arguments.scan});
   JsonWriter json;
   json.beginObject();

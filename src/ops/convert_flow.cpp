@@ -93,7 +93,7 @@ bool acceptsLoss(const OperationContext& context, Drive& drive, Scheme target) {
                              format("This change would destroy %s.\n"
                                     "A system that starts from it will not start any more.\n\n%s",
                                     lost->c_str(), kSure),
-                             kFocusOnNo);
+                             kInsist);
   if (answer != MessageResult::yes) return false;
   drive.setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
   return true;
@@ -243,7 +243,8 @@ FlowResult offerEmbr(const OperationContext& context, Drive& drive) {
                              "In order to create more primary partitions an EMBR must be created.\n"
                              "Once created, you should be sure to NOT use another partitioning\n"
                              "utility unless it is compatible with the EMBR.\n\n"
-                             "Would you like to create an EMBR?");
+                             "Would you like to create an EMBR?",
+                             kInsist);
   if (answer != MessageResult::yes) return stoppedByUser();
   return changeTo(context, drive, Scheme::embr);
 }

@@ -116,7 +116,7 @@ class Creation {
         "EMBR", ButtonSet::yesNo, MessageKind::warning,
         "The EMBR has to grow over a sector that holds something of another program,\n"
         "which may be a boot loader.\n\nAre you sure you want to continue?",
-        kFocusOnNo);
+        kInsist);
     if (answer != MessageResult::yes) return error;
     drive_.setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
     const Error insisted = drive_.commit(*block_);

@@ -26,6 +26,8 @@ enum class ButtonSet : u32 {
 inline constexpr u32 kMessageKindMask = 0xF;
 inline constexpr u32 kButtonSetMask = 0xF0;
 inline constexpr u32 kFocusOnNo = 0x8000;  // for destructive confirmations
+// A Yes gives up something that the user did not ask to change: no general consent answers it.
+inline constexpr u32 kInsist = 0x10000 | kFocusOnNo;
 
 enum class MessageResult : u32 { none = 0, ok = 1, cancel = 3, yes = 5, no = 6, goOn = 7 };
 

@@ -61,5 +61,23 @@ TEST_F(ConvertTest, RefusalsAndRehearsalsChangeNothing) {
   EXPECT_EQ(schemeOf(path), "GPT");
 }
 
+// What nobody asked for is not answered by --yes.
+TEST_F(ConvertTest, AFifthPrimaryDoesNotChangeTheKindOfTableUnseen) {
+  const std::string path =
+      disk("label: dos\nsize=20480,type=83\nsize=20480,type=83\nsize=20480,type=83\n"
+           "size=20480,type=83\n");
+  const std::string before = fileHash(path);
+  const ProgramResult refused =
+      ctl_.run({"create", path, "--size", "10", "--type", "linux", "--yes"});
+  EXPECT_EQ(refused.status, 1) << refused.output;
+  EXPECT_NE(refused.output.find("an EMBR must be created"), std::string::npos) << refused.output;
+  EXPECT_NE(refused.output.find("convert"), std::string::npos) << refused.output;
+  EXPECT_EQ(fileHash(path), before);
+
+  ASSERT_EQ(ctl_.run({"convert", path, "--to", "embr", "--yes"}).status, 0);
+  EXPECT_EQ(ctl_.run({"create", path, "--size", "10", "--type", "linux", "--yes"}).status, 0);
+  EXPECT_EQ(ctl_.json({"list", path}).json["scheme"], "EMBR");
+}
+
 }  // namespace
 }  // namespace tallowin
