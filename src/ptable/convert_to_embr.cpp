@@ -1,6 +1,5 @@
 #include <algorithm>
 
-#include "ptable/boot_code.h"
 #include "ptable/convert.h"
 #include "ptable/convert_common.h"
 #include "ptable/embr_image.h"
@@ -12,40 +11,22 @@
 namespace tallowin {
 namespace {
 
-constexpr u16 kDynamicDisk = 0x42;
-
 void prepareMbr(const Drive& drive, EmbrImage& image) {
   auto& mbr = *recordAt<MbrRecord>(image.mbr());
-  if (!mbr.signature.isValid()) {
-    for (MbrSlotRecord& slot : mbr.slots) slot.clear();
-    installBootCode(BootCode::standard, mbr);
-  }
+  makeSlotsUsable(mbr);
   if (!drive.isGpt()) return;
   for (MbrSlotRecord& slot : mbr.slots)
     if (slot.type == types::kGptReserved) slot.clear();
 }
 
-// The MPT holds ids of one byte, and each once.
-u8 mptId(const EmbrImage& image, PartitionId wanted) {
-  const auto isTaken = [&image](u32 id) {
-    if (id == 0) return true;
-    for (u32 i = 0; i < image.entryCount(); ++i)
-      if (image.entry(i).id == id) return true;
-    return false;
-  };
-  u32 id = wanted & 0xFF;
-  for (u32 tries = 0; tries < 256 && isTaken(id); ++tries) id = (id + 1) & 0xFF;
-  return static_cast<u8>(id);
-}
-
 Error addEntry(Drive& drive, PartitionEntry& entry, EmbrImage& image) {
-  if (entry.type == kDynamicDisk) return Error::dynamicDisk;
+  if (entry.type == types::kDynamicDisk) return Error::dynamicDisk;
   auto& mbr = *recordAt<MbrRecord>(image.mbr());
   if (entry.mbrSlot >= kMbrSlots && !mbrIsFull(mbr)) {
     if (!putIntoMbrSlot(drive, entry, mbr, kNoMbrSlot)) return Error::slotNotFree;
   }
   MptEntryRecord record = mptRecordOf(entry);
-  record.id = mptId(image, entry.id);
+  record.id = image.freeId(entry.id);
   record.flags = u16{0};
   return image.insert(image.entryCount(), record) == Error::none ? Error::none
                                                                  : Error::tooManyPartitions;

@@ -11,7 +11,6 @@
 namespace tallowin {
 namespace {
 
-constexpr u16 kDynamicDisk = 0x42;
 constexpr u64 kReservedBytes = 16 * kMiB;
 constexpr u64 kLargeReservedBytes = 128 * kMiB;
 
@@ -47,7 +46,7 @@ Error GptBuilder::put(PartitionEntry& entry) {
 }
 
 Error GptBuilder::take(PartitionEntry& entry) {
-  if (entry.type == kDynamicDisk) return Error::dynamicDisk;
+  if (entry.type == types::kDynamicDisk) return Error::dynamicDisk;
   entry.attributes = 0;
   return put(entry);
 }

@@ -326,11 +326,10 @@ Error Drive::repairGpt() {
   return finishChange(repairGptOn(tableContext()));
 }
 
-Error Drive::setLimitPrimaries(bool limit) {
+Error Drive::setLimitPrimaries(bool limit, bool makeFirstActive) {
   if (!isEmbr()) return Error::noTable;
-  const Error error = setEmbrLimit(*disk_, limit);
-  if (error == Error::none) flags_ |= kDriveChanged;
-  return error;
+  if (const Error error = checkChange(); error != Error::none) return error;
+  return finishChange(setEmbrLimit(tableContext(), limit, makeFirstActive));
 }
 
 Error Drive::ensureDiskSignature(u32 value) {

@@ -139,9 +139,11 @@ class Drive {
   // both are written from the copy that was read. unsupportedForm: no GPT; backupOverlaps: a
   // partition lies where the backup belongs; else as for commit.
   Error repairGpt();
-  // Of an EMBR disk: whether the table offers four slots only. noTable: no EMBR;
-  // tableWriteFailed, read, tableChangedMeanwhile.
-  Error setLimitPrimaries(bool limit);
+  // Of an EMBR disk: whether the table offers four slots only. With the limit every partition gets
+  // a slot in the MBR, for what has none there would be dropped at the next start; and where no
+  // slot is active, `makeFirstActive` marks the first. noTable: no EMBR; tooManyPartitions;
+  // partitionBeyondTable, a slot cannot hold its sectors; else as for commit.
+  Error setLimitPrimaries(bool limit, bool makeFirstActive);
   // Gives the disk a signature when it has none; `value` 0 makes a random one.
   Error ensureDiskSignature(u32 value = 0);
   // Flushes, drops what caches hold and tells the kernel about the table on disk.

@@ -141,6 +141,18 @@ void EmbrImage::clearUnused() {
             bytes_.begin() + static_cast<std::ptrdiff_t>(areaEnd()), u8{0});
 }
 
+u8 EmbrImage::freeId(u32 wanted) const {
+  constexpr u32 kHighestId = 255;
+  const auto isTaken = [this](u32 id) {
+    for (u32 i = 0; i < entryCount(); ++i)
+      if (entry(i).id == id) return true;
+    return id == 0;
+  };
+  u32 id = wanted & kHighestId;
+  for (u32 tries = 0; tries <= kHighestId && isTaken(id); ++tries) id = (id + 1) & kHighestId;
+  return static_cast<u8>(id);
+}
+
 Error EmbrImage::insert(u32 position, const MptEntryRecord& entry) {
   if (entryCount() >= kMaxMptEntries || position > entryCount()) return Error::noFreeEntry;
   if (areaEnd() - usedEnd_ < sizeof entry && !grow()) return Error::noFreeEntry;

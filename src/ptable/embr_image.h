@@ -34,6 +34,8 @@ class EmbrImage {
   const MptEntryRecord& entry(u32 position) const {
     return const_cast<EmbrImage*>(this)->entry(position);
   }
+  // `wanted`, raised until no entry has it; 255 is followed by 1.
+  u8 freeId(u32 wanted) const;
   // noFreeEntry: 255 entries, or the area would pass the first track; nothing changed then.
   Error insert(u32 position, const MptEntryRecord& entry);
   void remove(u32 position);

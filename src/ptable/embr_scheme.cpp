@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "ptable/boot_code.h"
+#include "ptable/mbr_edit.h"
 #include "ptable/mbr_scheme.h"
 #include "ptable/sector_swap.h"
 #include "ptable/slot.h"
@@ -11,8 +11,6 @@
 
 namespace tallowin {
 namespace {
-
-constexpr PartitionId kHighestId = 255;
 
 // A partition of the MPT, whose flags say more of it.
 class EmbrEntry : public TableEntry {
@@ -124,41 +122,10 @@ bool isRoomFree(const TableContext& context, const EmbrImage& image, const Table
   return true;
 }
 
-u8 freeId(const EmbrImage& image, PartitionId wanted) {
-  const auto isTaken = [&image](u32 id) {
-    for (u32 i = 0; i < image.entryCount(); ++i)
-      if (image.entry(i).id == id) return true;
-    return id == 0;
-  };
-  u32 id = wanted & kHighestId;
-  for (u32 tries = 0; tries <= kHighestId && isTaken(id); ++tries) id = (id + 1) & kHighestId;
-  return static_cast<u8>(id);
-}
-
-// Whether the sectors that an EMBR grew over may be overwritten.
-Error checkGrowth(const TableContext& context, const EmbrImage& old, const EmbrImage& image,
-                  u64 firstPartition) {
-  if (image.endSector() == old.endSector()) return Error::none;
-  if (firstPartition < image.endSector()) return Error::noFreeEntry;
-  if ((context.flags & kDriveOverwriteTrack) != 0) return Error::none;
-  return namedTrackContent(context.disk, old.endSector(), image.endSector()) ? Error::sectorsInUse
-                                                                             : Error::none;
-}
-
-u64 lowestStart(const EmbrImage& image) {
-  u64 lowest = kAllOnes64;
-  for (u32 i = 0; i < image.entryCount(); ++i)
-    lowest = std::min<u64>(lowest, image.entry(i).firstLba);
-  return lowest;
-}
-
 // The new partition's slot for other systems. False: there is none, and one is needed.
 bool takeSlot(const TableContext& context, EmbrImage& image, TableEntry& entry) {
   MbrRecord& mbr = mbrIn(image);
-  if (!mbr.signature.isValid()) {
-    for (MbrSlotRecord& slot : mbr.slots) slot.clear();
-    installBootCode(BootCode::standard, mbr);
-  }
+  makeSlotsUsable(mbr);
   const auto slot = std::ranges::find(mbr.slots, types::kFree, &MbrSlotRecord::type);
   if (slot == mbr.slots.end() || !fitsSlot(0, entry.startSector, entry.endSector))
     return !image.limitsPrimaries();
@@ -213,6 +180,15 @@ Error EmbrScheme::checkUnchanged(const TableContext& context, const PartitionTab
   return same ? Error::none : Error::tableChangedMeanwhile;
 }
 
+Error checkEmbrGrowth(const TableContext& context, const EmbrImage& old, const EmbrImage& image) {
+  if (image.endSector() == old.endSector()) return Error::none;
+  for (u32 i = 0; i < image.entryCount(); ++i)
+    if (image.entry(i).firstLba < image.endSector()) return Error::noFreeEntry;
+  if ((context.flags & kDriveOverwriteTrack) != 0) return Error::none;
+  return namedTrackContent(context.disk, old.endSector(), image.endSector()) ? Error::sectorsInUse
+                                                                             : Error::none;
+}
+
 MptEntryRecord mptRecordOf(const PartitionEntry& entry) {
   MptEntryRecord record{};
   record.flags = static_cast<u16>(entry.attributes);
@@ -230,13 +206,11 @@ Error EmbrScheme::add(const TableContext& context, TableEntry& entry) const {
   if (!isRoomFree(context, old, entry)) return Error::outsideUsableArea;
   EmbrImage image = old;
   if (!takeSlot(context, image, entry)) return Error::noFreeEntry;
-  entry.id = freeId(image, entry.id);
+  entry.id = image.freeId(entry.id);
   if (const Error error = image.insert(image.entryCount(), mptRecordOf(entry));
       error != Error::none)
     return error;
-  if (const Error error = checkGrowth(context, old, image, lowestStart(image));
-      error != Error::none)
-    return error;
+  if (const Error error = checkEmbrGrowth(context, old, image); error != Error::none) return error;
   return storeEmbrFirst(context.disk, old, image);
 }
 
@@ -283,12 +257,49 @@ Error EmbrScheme::changeProperties(const TableContext& context, const TableEntry
   return storeEmbrFirst(context.disk, old, image);
 }
 
-Error setEmbrLimit(DiskDevice& disk, bool limit) {
+namespace {
+
+// Every partition into a slot: into its own, the others into those that are left.
+Error rebuildSlots(const TableContext& context, EmbrImage& image, bool makeFirstActive) {
+  MbrRecord& mbr = mbrIn(image);
+  makeSlotsUsable(mbr);
+  const MbrRecord before = mbr;
+  for (MbrSlotRecord& slot : mbr.slots) slot.clear();
+  for (const bool hasSlot : {true, false}) {
+    for (u32 i = 0; i < image.entryCount(); ++i) {
+      const MptEntryRecord& record = image.entry(i);
+      if (record.type == types::kFree) continue;
+      const auto own = std::ranges::find_if(before.slots, [&](const MbrSlotRecord& slot) {
+        return holdsExtent(slot, record.firstLba, record.lastLba);
+      });
+      if ((own != before.slots.end()) != hasSlot) continue;
+      const auto slot = hasSlot ? mbr.slots.begin() + (own - before.slots.begin())
+                                : std::ranges::find(mbr.slots, types::kFree, &MbrSlotRecord::type);
+      if (slot == mbr.slots.end()) return Error::tooManyPartitions;
+      if (slot->type != types::kFree) return Error::tableInError;  // two partitions are one
+      if (!fitsSlot(0, record.firstLba, record.lastLba)) return Error::partitionBeyondTable;
+      writeSlot(context, 0, record.firstLba, record.lastLba, record.type, *slot);
+      if (hasSlot) slot->bootIndicator = own->bootIndicator;
+    }
+  }
+  const bool hasActive = std::ranges::any_of(
+      mbr.slots, [](const MbrSlotRecord& slot) { return slot.bootIndicator != 0; });
+  if (makeFirstActive && !hasActive && mbr.slots[0].type != types::kFree)
+    mbr.slots[0].bootIndicator = kBootActive;
+  return Error::none;
+}
+
+}  // namespace
+
+Error setEmbrLimit(const TableContext& context, bool limit, bool makeFirstActive) {
   EmbrImage old;
-  if (const Error error = load(disk, old); error != Error::none) return error;
+  if (const Error error = load(context.disk, old); error != Error::none) return error;
   EmbrImage image = old;
   image.setLimitsPrimaries(limit);
-  return storeEmbr(disk, old, image) == Error::none ? Error::none : Error::tableWriteFailed;
+  if (!limit) return storeEmbr(context.disk, old, image);
+  if (const Error error = rebuildSlots(context, image, makeFirstActive); error != Error::none)
+    return error;
+  return storeMbrFirst(context.disk, old, image);
 }
 
 }  // namespace tallowin

@@ -26,8 +26,11 @@ class EmbrScheme : public TableScheme {
 // The entry as the MPT holds it.
 MptEntryRecord mptRecordOf(const PartitionEntry& entry);
 
-// Whether four MBR slots are all that the table offers; writes the EMBR. read,
-// tableChangedMeanwhile: there is no EMBR now; tableWriteFailed.
-Error setEmbrLimit(DiskDevice& disk, bool limit);
+// Whether the sectors that an EMBR grew over may be overwritten: noFreeEntry, a partition starts
+// there; sectorsInUse, something else lies there, and the drive does not allow it.
+Error checkEmbrGrowth(const TableContext& context, const EmbrImage& old, const EmbrImage& image);
+
+// See Drive::setLimitPrimaries.
+Error setEmbrLimit(const TableContext& context, bool limit, bool makeFirstActive);
 
 }  // namespace tallowin

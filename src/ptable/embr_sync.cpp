@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
-#include "ptable/embr_image.h"
+#include "ptable/embr_scheme.h"
 #include "ptable/mbr_record.h"
 #include "ptable/scheme.h"
 #include "ptable/slot.h"
@@ -103,14 +103,7 @@ class Synchronization {
   u8 newId() const {
     std::array<u8, 1> random{};
     drive_.tableContext().host.randomBytes(random);
-    u32 id = random[0] % 254U + 1;
-    const auto isTaken = [this](u32 wanted) {
-      for (u32 i = 0; i < image_.entryCount(); ++i)
-        if (image_.entry(i).id == wanted) return true;
-      return false;
-    };
-    while (isTaken(id)) id = id == 255 ? 1 : id + 1;
-    return static_cast<u8>(id);
+    return image_.freeId(random[0] % 254U + 1);
   }
 
   void addNewEntries() {
@@ -167,16 +160,8 @@ Error synchronizeEmbr(Drive& drive, const std::function<bool()>& beforeWrite, Em
   const EmbrImage old = image;
   Synchronization synchronization(drive, image, done);
   if (!synchronization.run()) return Error::none;
-  // An EMBR that had to grow may not do so over something that is not its own.
-  if (image.endSector() > old.endSector()) {
-    const auto used = drive.usedRegion();
-    if (used && used->first < image.endSector()) return Error::noFreeEntry;
-    for (u32 lba = old.endSector(); lba < image.endSector(); ++lba) {
-      const auto sector = old.sector(lba);
-      if (std::ranges::any_of(sector, [](u8 byte) { return byte != 0; }))
-        return Error::sectorsInUse;
-    }
-  }
+  if (const Error error = checkEmbrGrowth(drive.tableContext(), old, image); error != Error::none)
+    return error;
   if (!beforeWrite()) return Error::cancelled;
   const Error error = synchronization.hasRebuiltSlots() ? image.write(drive.disk())
                                                         : image.writeBehindMbr(drive.disk());

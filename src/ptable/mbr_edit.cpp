@@ -2,11 +2,18 @@
 
 #include <algorithm>
 
+#include "ptable/boot_code.h"
 #include "ptable/scheme.h"
 #include "ptable/slot.h"
 #include "ptable/type_catalogue.h"
 
 namespace tallowin {
+
+void makeSlotsUsable(MbrRecord& mbr) {
+  if (mbr.signature.isValid()) return;
+  for (MbrSlotRecord& slot : mbr.slots) slot.clear();
+  installBootCode(BootCode::standard, mbr);
+}
 
 bool mbrIsFull(const MbrRecord& mbr) {
   return std::ranges::find(mbr.slots, types::kFree, &MbrSlotRecord::type) == mbr.slots.end();

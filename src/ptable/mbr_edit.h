@@ -15,6 +15,8 @@ namespace tallowin {
 [[nodiscard]] bool putIntoMbrSlot(const Drive& drive, PartitionEntry& entry, MbrRecord& mbr,
                                   u8 slot);
 
+// Without a signature the slots hold nothing: they are cleared, and boot code makes them valid.
+void makeSlotsUsable(MbrRecord& mbr);
 // Whether no slot is free.
 bool mbrIsFull(const MbrRecord& mbr);
 

@@ -13,6 +13,7 @@ namespace PartitionTypeCatalogue {
 inline constexpr u16 kFree = 0x00;
 inline constexpr u16 kExtended = 0x05;
 inline constexpr u16 kExtendedLba = 0x0F;
+inline constexpr u16 kDynamicDisk = 0x42;  // all of the disk belongs to a volume manager
 inline constexpr u16 kLinuxSwap = 0x82;
 inline constexpr u16 kLinux = 0x83;
 inline constexpr u16 kHidden = 0xED;       // the real type is stored elsewhere

@@ -165,7 +165,7 @@ TEST(EmbrScheme, TheBootManagersItemsComeThroughEveryChangeByteForByte) {
     for (u64 i = 0; i < 30; ++i) {
       const u32 used = bench.drive().table().usedSlots;
       if (used == 4 && bench.drive().table().slots == 4) {
-        ASSERT_EQ(setEmbrLimit(bench.disk(), false), Error::none);
+        ASSERT_EQ(setEmbrLimit(bench.drive().tableContext(), false, false), Error::none);
       } else if (used > 3 && random() % 3 == 0) {
         ASSERT_EQ(bench.drive().remove(*bench.drive().findById(
                       imageOf(bench.disk()).entry(static_cast<u32>(random() % used)).id)),
@@ -199,10 +199,30 @@ TEST(EmbrScheme, LimitedTablesHaveASlotForEachOfTheirPartitions) {
   EXPECT_EQ(readTable(bench.disk()).rows.size(), 3U);
   EXPECT_EQ(create(bench.drive(), 90'000), Error::none);
   EXPECT_EQ(readTable(bench.disk()).rows.size(), 4U);
-  ASSERT_EQ(setEmbrLimit(bench.disk(), false), Error::none);
+  ASSERT_EQ(setEmbrLimit(bench.drive().tableContext(), false, false), Error::none);
   EXPECT_EQ(bench.reopen().table().slots, kMaxMptEntries);
   EXPECT_EQ(create(bench.drive(), 95'000), Error::none);
   EXPECT_EQ(readTable(bench.disk()).rows.size(), 4U);
+}
+
+// A partition without a slot would be dropped at the next start of a limited table.
+TEST(EmbrScheme, ALimitGivesEveryPartitionItsSlot) {
+  TableBench bench(embrDisk(false));
+  createMany(bench.drive(), 5);
+  EXPECT_EQ(bench.drive().setLimitPrimaries(true, false), Error::tooManyPartitions);
+  EXPECT_EQ(bench.reopen().table().slots, kMaxMptEntries);
+  ASSERT_EQ(bench.drive().remove(*bench.drive().table().entries.at(1)), Error::none);
+  bench.reopen();
+  EXPECT_EQ(readTable(bench.disk()).rows.size(), 3U);
+  const TableChange limit{
+      "limit", [](Drive& d) { return d.setLimitPrimaries(true, true); }, picture, {}};
+  expectFaultsAreTold(bench.disk(), limit);
+  expectCutsLeaveOldOrNew(bench.disk(), limit);
+  ASSERT_EQ(bench.drive().setLimitPrimaries(true, true), Error::none);
+  EXPECT_EQ(bench.reopen().table().slots, kMbrSlots);
+  EXPECT_EQ(rowsOf(bench.drive()), readTable(bench.disk()).rows);
+  EXPECT_EQ(readTable(bench.disk()).rows.size(), 4U);
+  EXPECT_EQ(recordAt<MbrRecord>(imageOf(bench.disk()).mbr())->slots[0].bootIndicator, kBootActive);
 }
 
 PartitionEntry& used(Drive& drive, std::size_t index) {
