@@ -11,6 +11,7 @@
 #include "ops/create_flow.h"
 #include "ops/delete_flow.h"
 #include "ops/format_flow.h"
+#include "ops/properties_flow.h"
 #include "ptable/type_catalogue.h"
 
 namespace tallowin {
@@ -240,9 +241,11 @@ void MainWindowModel::press(Action action) {
 }
 
 void MainWindowModel::runSettings(Action action) {
-  const SettingsContext context{
-      session_, frontEnd_, [](Drive& drive, bool limit) { return drive.setLimitPrimaries(limit); },
-      showHelp_};
+  const SettingsContext context{session_, frontEnd_,
+                                [this](Drive& drive, bool limit) {
+                                  return limitPrimaries(session_.context(frontEnd_), drive, limit);
+                                },
+                                showHelp_};
   const bool changed = action == Action::settings
                            ? editSettings(context, drive_.get(), whyWithoutDrive())
                            : editDriveSettings(context, *drive_);
@@ -256,20 +259,26 @@ void MainWindowModel::runViewMbr() {
   refresh(Refresh::afterAction);
 }
 
+// Before a change of the table: offers to repair a GPT of which one copy is not sound. False when
+// the action makes no sense any more.
+bool MainWindowModel::offerRepair(Action action) {
+  if (!drive_->gptHealth() || drive_->gptHealth()->isSound()) return true;
+  // Whatever the answer, the flow that follows is the one that says what it cannot do.
+  static_cast<void>(repairGptFlow(session_.context(frontEnd_), *drive_));
+  refresh(Refresh::afterAction);
+  return control(action).enabled;
+}
+
 void MainWindowModel::runChangeDiskType() {
-  const OperationContext context = session_.context(frontEnd_);
-  if (offerGptRepair(context, *drive_).succeeded()) refresh(Refresh::afterAction);
+  if (!offerRepair(Action::changeDiskType)) return;
   // The flow has told the user how it ended.
-  if (drive_) static_cast<void>(changeDiskTypeFlow(context, *drive_));
+  static_cast<void>(changeDiskTypeFlow(session_.context(frontEnd_), *drive_));
   refresh(Refresh::afterAction);
 }
 
 void MainWindowModel::runFlow(Action action) {
   const OperationContext context = session_.context(frontEnd_);
-  if (action != Action::format && offerGptRepair(context, *drive_).succeeded()) {
-    refresh(Refresh::afterAction);
-    if (!selectedEntry() || !control(action).enabled) return;
-  }
+  if (action != Action::format && !offerRepair(action)) return;
   PartitionEntry& entry = *selectedEntry();
   // The flow has told the user how it ended.
   switch (action) {

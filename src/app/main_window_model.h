@@ -115,6 +115,7 @@ class MainWindowModel {
   void runViewMbr();
   void runFlow(Action action);
   void runChangeDiskType();
+  bool offerRepair(Action action);
   std::string whyTypeIsFixed() const;
   void runSettings(Action action);
   void closeWindow();

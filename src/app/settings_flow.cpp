@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* kNotWritten = "The data could not be written to disk.";
 
-std::optional<EmbrPrimaries> embrPrimaries(const SettingsContext& context, Drive& drive) {
+std::optional<EmbrPrimaries> embrPrimaries(Drive& drive) {
   if (!drive.isEmbr()) return std::nullopt;
   EmbrPrimaries primaries;
   EmbrImage image;
@@ -22,8 +22,6 @@ std::optional<EmbrPrimaries> embrPrimaries(const SettingsContext& context, Drive
   primaries.limited = image.limitsPrimaries();
   primaries.usedEntries = image.entryCount();
   primaries.whyFixed = drive.changeRefusal();
-  if (primaries.whyFixed.empty() && !context.limitPrimaries)
-    primaries.whyFixed = "Changing the EMBR comes with a later release.";
   return primaries;
 }
 
@@ -36,7 +34,7 @@ DriveSettingsRecord& recordOf(const SettingsContext& context, const Drive& drive
 std::unique_ptr<DriveSettingsModel> drivePage(const SettingsContext& context, Drive* drive) {
   if (!drive) return nullptr;
   return std::make_unique<DriveSettingsModel>(recordOf(context, *drive), context.session.options(),
-                                              driveFacts(*drive), embrPrimaries(context, *drive));
+                                              driveFacts(*drive), embrPrimaries(*drive));
 }
 
 bool takesSettings(const Drive& drive) {
@@ -57,7 +55,7 @@ bool storeDrive(const SettingsContext& context, Drive& drive, const DriveSetting
   }
   recordOf(context, drive) = record;
   const std::optional<bool> limit = model.wantedLimit();
-  if (limit && context.limitPrimaries && context.limitPrimaries(drive, *limit) != Error::none)
+  if (limit && context.limitPrimaries(drive, *limit) != Error::none)
     context.ui.errorBox(limitFailure(*limit));
   return true;
 }
@@ -69,7 +67,7 @@ bool isWriteFailure(Error error) {
 
 // An EMBR drive follows the option at once.
 void followLimit(const SettingsContext& context, Drive* drive, bool on) {
-  if (!drive || !drive->isEmbr() || !context.limitPrimaries) return;
+  if (!drive || !drive->isEmbr()) return;
   const Error error = context.limitPrimaries(*drive, on);
   if (error == Error::none) return;
   context.ui.errorBox(isWriteFailure(error) ? kNotWritten : limitFailure(on));
@@ -94,7 +92,7 @@ bool storeOptions(const SettingsContext& context, const Options& wanted) {
 bool editDriveSettings(const SettingsContext& context, Drive& drive) {
   if (!takesSettings(drive)) return false;
   DriveSettingsModel model(recordOf(context, drive), context.session.options(), driveFacts(drive),
-                           embrPrimaries(context, drive));
+                           embrPrimaries(drive));
   model.store = [&] { return storeDrive(context, drive, model); };
   context.ui.run(model);
   return model.confirmed;

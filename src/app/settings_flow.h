@@ -15,7 +15,6 @@ struct SettingsContext {
   Session& session;
   FrontEnd& ui;
   // Limits the primaries of an EMBR drive to the four slots of the MBR, or lifts the limit.
-  // Empty while EMBR disks cannot be changed.
   std::function<Error(Drive& drive, bool on)> limitPrimaries;
   std::function<void(int topic)> showHelp;
 };

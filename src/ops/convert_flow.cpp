@@ -84,6 +84,12 @@ std::string refusalText(Error error) {
   }
 }
 
+// Of the errors that come after the first write.
+bool saysWhichTable(Error error) {
+  return error == Error::write || error == Error::writeFailedNewTable ||
+         error == Error::writeFailedTableUnknown;
+}
+
 // What would be lost is named, and only who insists goes on.
 bool acceptsLoss(const OperationContext& context, Drive& drive, Scheme target) {
   const auto lost = overwrittenByTable(drive, target);
@@ -151,12 +157,11 @@ FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme target
   if (keepsTrack && !saveTrack(context, drive)) return {FlowEnd::refused, Error::cannotCreate, 0};
   const Error error =
       convertAndRestore(context, drive, target, drive.scheme() == Scheme::wholeDisk);
-  const bool isUnchanged = (drive.flags() & kDriveChanged) == 0;
   change.end();
   if (error == Error::none) return {};
   context.ui.errorBox("The partition layout could not be changed to match your selection.\n\n" +
                       refusalText(error));
-  return {isUnchanged ? FlowEnd::refused : FlowEnd::failed, error, 0};
+  return {saysWhichTable(error) ? FlowEnd::failed : FlowEnd::refused, error, 0};
 }
 
 std::optional<FlowResult> refuseWhenMounted(const OperationContext& context, Drive& drive) {
@@ -249,20 +254,14 @@ FlowResult offerEmbr(const OperationContext& context, Drive& drive) {
   return changeTo(context, drive, Scheme::embr);
 }
 
-FlowResult offerGptRepair(const OperationContext& context, Drive& drive) {
-  if (!drive.gptHealth() || drive.gptHealth()->isSound()) return stoppedByUser();
-  const auto answer = context.ui.questionBox(
-      "GPT", ButtonSet::yesNo, MessageKind::warning,
-      gptHealthText(*drive.gptHealth()) + "\n\nDisk: " + describeDisk(drive.disk()) +
-          "\n\nDo you want to repair it now? Partitions and data stay as they are.");
-  if (answer != MessageResult::yes) return stoppedByUser();
+Error limitPrimaries(const OperationContext& context, Drive& drive, bool limit) {
+  constexpr u8 kFirstBiosDisk = 0x80;
   TableChange change(context, drive);
-  if (const auto stopped = change.begin()) return *stopped;
-  const Error error = drive.repairGpt();
+  if (const auto stopped = change.begin()) return stopped->code;
+  const bool makesActive = context.options.makeHd0Active && drive.biosNumber() == kFirstBiosDisk;
+  const Error error = drive.setLimitPrimaries(limit, makesActive);
   change.end();
-  if (error == Error::none) return {};
-  context.ui.errorBox(tableErrorText(error));
-  return {FlowEnd::failed, error, 0};
+  return error;
 }
 
 }  // namespace tallowin

@@ -17,9 +17,9 @@ FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme tar
 // When Create finds all slots in use: asks, and makes an EMBR. Anything but done was told.
 FlowResult offerEmbr(const OperationContext& context, Drive& drive);
 
-// Of a GPT of which one copy is not sound: asks whether to repair it now, and does that. Entries
-// on hand are stale afterwards. done: it was repaired; cancelled: the answer was no, or there
-// was nothing to ask.
-FlowResult offerGptRepair(const OperationContext& context, Drive& drive);
+// Limits the primaries of an EMBR drive to the four slots of the MBR, or lifts the limit; the
+// caller tells the user. Errors as for Drive::setLimitPrimaries, and why the change could not
+// begin.
+Error limitPrimaries(const OperationContext& context, Drive& drive, bool limit);
 
 }  // namespace tallowin

@@ -54,11 +54,11 @@ FlowResult changePropertiesFlow(const OperationContext& context, Drive& drive,
 
 FlowResult repairGptFlow(const OperationContext& context, Drive& drive) {
   if (const auto refused = refuseWhenReadOnlyTable(context, drive)) return *refused;
-  const std::string problem = drive.gptHealth() ? gptHealthText(*drive.gptHealth()) : std::string();
+  if (!drive.gptHealth() || drive.gptHealth()->isSound()) return {};
   if (!isConfirmed(context, "Repair Partition Table",
-                   problem +
-                       "\nBoth copies of the GPT are written anew from the one that was "
-                       "read.\n\nDisk: " +
+                   gptHealthText(*drive.gptHealth()) +
+                       "\nBoth copies of the GPT are written anew from the one that was read;\n"
+                       "partitions and data stay as they are.\n\nDisk: " +
                        describeDisk(drive.disk())))
     return {FlowEnd::cancelled, Error::cancelled, 0};
   TableChange change(context, drive);

@@ -23,7 +23,8 @@ struct PropertyChange {
 FlowResult changePropertiesFlow(const OperationContext& context, Drive& drive,
                                 PartitionEntry& entry, const PropertyChange& wanted);
 
-// Asks, and makes both copies of the disk's GPT sound again; see Drive::repairGpt.
+// Asks, and makes both copies of the disk's GPT sound again; see Drive::repairGpt. Done at once
+// when they are. Entries on hand are stale afterwards.
 FlowResult repairGptFlow(const OperationContext& context, Drive& drive);
 
 }  // namespace tallowin

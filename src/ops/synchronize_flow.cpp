@@ -7,7 +7,6 @@
 namespace tallowin {
 
 void synchronizeFlow(const OperationContext& context, Drive& drive, int index) {
-  if (!drive.isEmbr()) return;
   TableChange change(context, drive);
   bool began = false;
   EmbrSync done;
