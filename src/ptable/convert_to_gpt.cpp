@@ -48,6 +48,8 @@ Error GptBuilder::put(PartitionEntry& entry) {
 Error GptBuilder::take(PartitionEntry& entry) {
   if (entry.type == types::kDynamicDisk) return Error::dynamicDisk;
   entry.attributes = 0;
+  // Firmware finds an EFI System partition by nothing else.
+  if (entry.type == types::kEfiSystem) entry.typeGuid = kGptEfiSystem;
   return put(entry);
 }
 
