@@ -202,7 +202,7 @@ std::string MainWindowModel::whyTypeIsFixed() const {
 std::string MainWindowModel::errorLabel() const {
   if (hasErrors()) return kErrorLabel;
   const bool isSound = !drive_ || !drive_->gptHealth() || drive_->gptHealth()->isSound();
-  return isSound ? "" : "* Repair GPT *";
+  return isSound ? "" : "* GPT Needs Repair *";
 }
 
 std::string MainWindowModel::whyWithoutDrive() const {

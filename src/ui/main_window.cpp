@@ -243,7 +243,7 @@ void MainWindow::refill() {
   setLabel(*whyEmpty_, model_.whyWithoutDrive());
   setLabel(*geometry_, model_.geometryLabel());
   const std::string errorLabel = model_.errorLabel();
-  errors_->copy_label(errorLabel.c_str());
+  errors_->setText(errorLabel);
   errorLabel.empty() ? errors_->hide() : errors_->show();
   refillRows();
   for (std::size_t index = 0; index < kActionCount; ++index) {

@@ -149,6 +149,21 @@ TEST_F(MainWindowTest, AGptDamagedInBothCopiesIsShownAndNotChanged) {
             window().drive()->changeRefusal());
 }
 
+TEST_F(MainWindowTest, AGptWithOneBadCopyIsMarkedAndRepairedBeforeAChange) {
+  addImage("label: gpt\nsize=20M\n");
+  std::FILE* image = std::fopen(options_.images[0].c_str(), "r+b");
+  ASSERT_NE(image, nullptr);
+  std::fseek(image, -512L, SEEK_END);
+  std::fputc('X', image);
+  std::fclose(image);
+  EXPECT_EQ(window().errorLabel(), "* GPT Needs Repair *");
+  ui_.expectMessage("The backup of the GPT is missing or damaged.", MessageResult::yes);
+  ui_.expectChoice("Please select the partition style to use:", 2);
+  window().press(Action::changeDiskType);
+  EXPECT_EQ(window().errorLabel(), "");
+  EXPECT_TRUE(window().drive()->gptHealth()->isSound());
+}
+
 TEST_F(MainWindowTest, DigitsAndTheChooserSelectDrives) {
   for (int i = 0; i < 4; ++i) addImage("label: dos\nsize=10M,type=83\n");
   window().digit(3);
