@@ -15,8 +15,8 @@ namespace tallowin {
 // write.
 class ReadOnceDisk : public DiskWrapper {
  public:
-  static constexpr std::size_t kMaxKeptBytes = 16 * kMiB;  // 128 partitions and their table
-  static constexpr std::size_t kMaxReadBytes = 128 * kKiB;
+  static constexpr std::size_t kMaxKeptBytes = kMiB;  // 128 partitions and their table
+  static constexpr std::size_t kMaxReadBytes = 32 * kKiB;
 
   explicit ReadOnceDisk(DiskDevice& inner) : DiskWrapper(inner) { traits_.readOnly = true; }
 

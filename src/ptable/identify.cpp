@@ -73,11 +73,10 @@ class Probe {
   std::vector<u8> other_;
 };
 
-// A table may have many partitions, so each costs one read wherever it can.
+// A table may have many partitions, so each costs one read, of what nearly every content shows
+// itself in; only content that shows itself nowhere there costs another.
 bool Probe::readFirst() {
-  constexpr u64 kHeadSectors = 129;  // the farthest superblock of 512-byte sectors is in 128
-  constexpr u64 kHeadBytes = 128 * kKiB;
-  const u64 sectors = std::min(kHeadSectors, kHeadBytes / disk_.sectorSize());
+  const u64 sectors = std::max<u64>(1, kPageBytes / disk_.sectorSize());
   const u64 end = deviceSectors();
   if (startLba_ < end && sectors <= end - startLba_) {
     head_.resize(sectors * disk_.sectorSize());
