@@ -28,6 +28,16 @@ TEST_F(ConvertTest, AllKindsAndBackByTheKeptTable) {
   const std::string path = disk(
       "label: dos\nlabel-id: 0x12345678\nstart=2048,size=40960,type=83\n"
       "start=43008,size=40960,type=b\n");
+  ASSERT_EQ(ctl_.run({"format", path, "--part", "2", "--yes"}).status, 0);
+  const std::string drive = path + "@@" + std::to_string(43008 * 512);
+  const std::string file = folder_.file("in");
+  ASSERT_EQ(runProgram({"dd", "if=/dev/urandom", "of=" + file, "bs=1000", "count=900"}).status, 0);
+  ASSERT_EQ(runProgram({"mcopy", "-i", drive, file, "::FILE"}).status, 0);
+  const auto expectSameFile = [&] {
+    const std::string out = folder_.file("out");
+    EXPECT_EQ(runProgram({"mcopy", "-n", "-o", "-i", drive, "::FILE", out}).status, 0);
+    EXPECT_EQ(runProgram({"cmp", file, out}).status, 0);
+  };
   const std::string kept = folder_.file("kept.tbk");
   ASSERT_EQ(ctl_.run({"table", "backup", path, kept}).status, 0);
   const std::string before = runProgram({"sfdisk", "-d", path}).output;
@@ -35,11 +45,14 @@ TEST_F(ConvertTest, AllKindsAndBackByTheKeptTable) {
   ASSERT_EQ(ctl_.run({"convert", path, "--to", "gpt", "--yes"}).status, 0);
   EXPECT_EQ(runProgram({"sgdisk", "-v", path}).status, 0);
   EXPECT_EQ(schemeOf(path), "GPT");
+  expectSameFile();
   ASSERT_EQ(ctl_.run({"convert", path, "--to", "embr", "--yes"}).status, 0);
   EXPECT_EQ(schemeOf(path), "EMBR");
+  expectSameFile();
   ASSERT_EQ(ctl_.run({"table", "restore", path, kept, "--yes"}).status, 0);
   EXPECT_EQ(schemeOf(path), "MBR");
   EXPECT_EQ(runProgram({"sfdisk", "-d", path}).output, before);
+  expectSameFile();
 }
 
 TEST_F(ConvertTest, RefusalsAndRehearsalsChangeNothing) {
@@ -63,9 +76,9 @@ TEST_F(ConvertTest, RefusalsAndRehearsalsChangeNothing) {
 
 // What nobody asked for is not answered by --yes.
 TEST_F(ConvertTest, AFifthPrimaryDoesNotChangeTheKindOfTableUnseen) {
-  const std::string path =
-      disk("label: dos\nsize=20480,type=83\nsize=20480,type=83\nsize=20480,type=83\n"
-           "size=20480,type=83\n");
+  const std::string path = disk(
+      "label: dos\nsize=20480,type=83\nsize=20480,type=83\nsize=20480,type=83\n"
+      "size=20480,type=83\n");
   const std::string before = fileHash(path);
   const ProgramResult refused =
       ctl_.run({"create", path, "--size", "10", "--type", "linux", "--yes"});
