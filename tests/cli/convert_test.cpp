@@ -27,7 +27,7 @@ class ConvertTest : public ::testing::Test {
 TEST_F(ConvertTest, AllKindsAndBackByTheKeptTable) {
   const std::string path = disk(
       "label: dos\nlabel-id: 0x12345678\nstart=2048,size=40960,type=83\n"
-      "start=43008,size=40960,type=b\n");
+      "start=43008,size=40960,type=6\n");
   ASSERT_EQ(ctl_.run({"format", path, "--part", "2", "--yes"}).status, 0);
   const std::string drive = path + "@@" + std::to_string(43008 * 512);
   const std::string file = folder_.file("in");
