@@ -1,6 +1,5 @@
 #include "cli/console_front_end.h"
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -55,8 +54,7 @@ std::optional<std::string> ConsoleFrontEnd::readLine(const std::string& prompt) 
   std::fputs(prompt.c_str(), stderr);
   std::fflush(stderr);
   // Unlike a read, this wait ends when Ctrl-C is pressed.
-  pollfd input = {STDIN_FILENO, POLLIN, 0};
-  if (::poll(&input, 1, -1) != 1) {
+  if (!waitForInput(STDIN_FILENO)) {
     std::fputc('\n', stderr);
     return std::nullopt;
   }

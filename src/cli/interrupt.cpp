@@ -1,5 +1,7 @@
 #include "cli/interrupt.h"
 
+#include <poll.h>
+
 #include <csignal>
 
 namespace tallowin {
@@ -20,5 +22,19 @@ void catchInterrupts() {
 }
 
 bool wasInterrupted() { return interrupted != 0; }
+
+bool waitForInput(int descriptor) {
+  // A signal between the look at the mark and the wait would be waited out.
+  sigset_t signals;
+  sigset_t before;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  sigprocmask(SIG_BLOCK, &signals, &before);
+  pollfd input = {descriptor, POLLIN, 0};
+  const bool came = !wasInterrupted() && ::ppoll(&input, 1, nullptr, &before) == 1;
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  return came;
+}
 
 }  // namespace tallowin

@@ -25,13 +25,15 @@ class TerminalTest : public testing::Test {
   std::vector<std::string> scan(const std::string& path) const {
     return ctl_.command({"format", path, "--part", "1", "--cluster", "64KiB", "--scan", "--yes"});
   }
-  // Every call that clears sectors takes a while.
-  std::vector<std::string> slowed(std::vector<std::string> words) const {
+  // Every call of one kind takes a while; by default those that clear sectors.
+  std::vector<std::string> slowed(std::vector<std::string> words,
+                                  const std::string& call = "fallocate",
+                                  const std::string& when = "delay_enter=200000") const {
     std::vector<std::string> command = {"strace", "-f",
                                         "-o",     "/dev/null",
                                         "-E",     "ASAN_OPTIONS=detect_leaks=0",
-                                        "-e",     "trace=fallocate",
-                                        "-e",     "inject=fallocate:delay_enter=200000"};
+                                        "-e",     "trace=" + call,
+                                        "-e",     "inject=" + call + ":" + when};
     for (const std::string& word : ctl_.command(std::move(words))) command.push_back(word);
     return command;
   }
@@ -140,6 +142,18 @@ TEST_F(TerminalTest, QuestionsAreAskedAndOnlyYesChangesAnything) {
     EXPECT_TRUE(contains(result, answer.said)) << result.output;
   }
   expectSoundTable(path, 0);
+}
+
+// The signal comes when the question is out and nobody waits for the answer yet.
+TEST_F(TerminalTest, CtrlCJustBeforeTheAnswerIsWaitedForIsNotLost) {
+  if (!hasProgram("strace")) GTEST_SKIP() << "strace is not installed";
+  const std::string path = folder_.sparse("disk.img", 100 * kMiB);
+  ASSERT_EQ(makeTable(path, "label: dos\nsize=10M,type=83\n"), "");
+  Terminal terminal(slowed({"delete", path, "--part", "1"}, "write", "delay_exit=100000"));
+  ASSERT_TRUE(terminal.waitFor("[y/N] "));
+  terminal.type(kCtrlC);
+  EXPECT_EQ(terminal.finish().status, 130);
+  expectSoundTable(path, 1);
 }
 
 }  // namespace
