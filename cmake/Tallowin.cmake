@@ -49,13 +49,18 @@ function(tallowin_library name)
 endfunction()
 
 # tallowin_test(NAME [libraries ...]): all *_test.cpp of the folder in one GoogleTest program.
-# Each test becomes a CTest test, so a failure is named in the closing lines.
+# Each test becomes a CTest test, so a failure is named in the closing lines. Tests of folders that set
+# the same TALLOWIN_TEST_LOCK run one at a time.
 function(tallowin_test name)
   file(GLOB sources CONFIGURE_DEPENDS *_test.cpp)
   list(TRANSFORM ARGN PREPEND tallowin_ OUTPUT_VARIABLE libraries)
   add_executable(${name}_tests ${sources})
   target_include_directories(${name}_tests PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name}_tests PRIVATE ${libraries} tallowin_test_support GTest::gtest_main)
-  gtest_discover_tests(${name}_tests DISCOVERY_MODE PRE_TEST TEST_PREFIX "${name}." PROPERTIES
+  set(lock)
+  if(TALLOWIN_TEST_LOCK)
+    set(lock RESOURCE_LOCK ${TALLOWIN_TEST_LOCK})
+  endif()
+  gtest_discover_tests(${name}_tests DISCOVERY_MODE PRE_TEST TEST_PREFIX "${name}." PROPERTIES ${lock}
                        TIMEOUT 600 SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
 endfunction()
