@@ -24,7 +24,10 @@ std::string faultsIn(const std::string& output) {
         line.find("unallocated") != std::string::npos ||
         line.find("does not start on physical sector boundary") != std::string::npos ||
         line.starts_with("omitting empty partition") ||
-        line.starts_with("Total allocated sectors") || line.ends_with(':') || line.empty();
+        line.starts_with("Total allocated sectors") || line.starts_with("Header version") ||
+        (line.starts_with("Using ") && line.ends_with("partitions.")) ||
+        (line.starts_with("A total of ") && line.find("free sectors") != std::string::npos) ||
+        line.ends_with(':') || line.empty();
     if (!isRemark) faults += line + "\n";
   }
   return faults;
