@@ -19,9 +19,9 @@ constexpr int kListY = 30;
 constexpr int kListWidth = 545;
 constexpr int kListHeight = 80;
 constexpr int kListInset = 3;  // of the first column in the list
-constexpr int kTextInset = 3;  // of right-aligned text in its column
-// Name, Active, C, H, S, FS, C, H, S, LBA, Sectors.
-constexpr int kColumnWidths[] = {125, 42, 34, 30, 26, 38, 38, 34, 26, 74, 70, 0};
+constexpr int kTextInset = 3;  // of a text in its column
+// Name, Active, C, H, S, FS, C, H, S, LBA, Sectors. The last two hold ten digits.
+constexpr int kColumnWidths[] = {121, 42, 34, 30, 26, 34, 36, 32, 26, 78, 78, 0};
 constexpr const char* kColumnCaptions[] = {"",  "",  "C", "H",   "S",      "FS",
                                            "C", "H", "S", "LBA", "Sectors"};
 constexpr int kStartColumn = 2;
@@ -112,7 +112,7 @@ void MbrView::addCaptions() {
   const auto add = [](int x, int y, int width, const char* text, Fl_Align align) {
     addText(x, y, width, kCaptionHeight, text, align)->labelsize(kSmallFontSize);
   };
-  add(columnX(0), kLowerCaptionY, kColumnWidths[0], "Name", FL_ALIGN_LEFT);
+  add(columnX(0) + kTextInset, kLowerCaptionY, kColumnWidths[0], "Name", FL_ALIGN_LEFT);
   for (const auto& [column, text] :
        {std::pair(kStartColumn, "Starting"), std::pair(kEndColumn, "Ending")})
     add(columnX(column), kUpperCaptionY, columnX(column + kChsColumns) - columnX(column), text,
@@ -172,7 +172,7 @@ void MbrView::write() {
 PartitionChoiceView::PartitionChoiceView(PartitionChoiceModel& model)
     : DialogView(model, 430, 235, PartitionChoiceModel::kTitle), model_(model) {
   addText(10, 2, 200, kLineHeight, PartitionChoiceModel::kListLabel);
-  list_ = new Fl_Hold_Browser(10, 20, 410, 180);
+  list_ = new Fl_Hold_Browser(10, 20, 410, 172);
   list_->format_char(kRowFormatEscape);
   list_->column_char('\t');
   static constexpr int kWidths[] = {kRowColumnWidths[0], kRowColumnWidths[1], kRowColumnWidths[2],
