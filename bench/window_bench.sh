@@ -4,7 +4,7 @@
 set -euo pipefail
 program=$(realpath "$1") empty=$(realpath "$2") image=$(realpath "$3")
 folder=$(mktemp -d)
-Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$folder/number" 2>/dev/null &
+Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp -noreset 3>"$folder/number" 2>/dev/null &
 server=$!
 trap 'kill $server; rm -rf "$folder"' EXIT
 until [ -s "$folder/number" ]; do sleep 0.05; done

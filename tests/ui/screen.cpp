@@ -106,8 +106,9 @@ Screen::Screen() {
   constexpr int kNumberFd = 9;
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return;
+  // Without -noreset it starts anew, and turns clients away, whenever its last client leaves.
   server_ = start({"Xvfb", "-displayfd", std::to_string(kNumberFd), "-screen", "0", "1024x768x24",
-                   "-nolisten", "tcp", "-nocursor"},
+                   "-nolisten", "tcp", "-nocursor", "-noreset"},
                   ends[1], kNumberFd);
   close(ends[1]);
   std::string number;
