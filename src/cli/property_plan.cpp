@@ -43,11 +43,11 @@ std::size_t gptNameLength(std::string_view utf8) {
 
 class Plan {
  public:
-  Plan(const Drive& drive, const PartitionEntry& entry, PropertyChange& change)
+  Plan(const Drive& drive, const PartitionEntry& entry, EntryProperties& change)
       : drive_(drive), entry_(entry), change_(change) {}
 
   std::string name(const std::string& name) {
-    change_.properties.name = name;
+    change_.name = name;
     if (drive_.isGpt())
       return gptNameLength(name) <= kGptNameUnits ? "" : "--name: a GPT holds 36 characters.";
     if (!drive_.isEmbr() && !entry_.isVolume())
@@ -78,7 +78,7 @@ class Plan {
     if (drive_.scheme() != Scheme::mbr && entry_.mbrSlot == kNoMbrSlot)
       return "--active, --inactive: the partition has no slot in the MBR; give it one with 'mbr "
              "--insert'.";
-    change_.properties.active = active;
+    change_.active = active;
     return {};
   }
 
@@ -113,20 +113,20 @@ class Plan {
   }
 
   std::string typeGuid(const Guid& guid) {
-    change_.properties.typeGuid = guid;
+    change_.typeGuid = guid;
     return drive_.isGpt() ? "" : "--type-guid: only a GPT has type GUIDs; use --type.";
   }
 
  private:
   std::string setBits(u64 mask, bool isSet) {
-    const u64 now = change_.properties.attributes.value_or(entry_.attributes);
-    change_.properties.attributes = isSet ? now | mask : now & ~mask;
+    const u64 now = change_.attributes.value_or(entry_.attributes);
+    change_.attributes = isSet ? now | mask : now & ~mask;
     return {};
   }
 
   const Drive& drive_;
   const PartitionEntry& entry_;
-  PropertyChange& change_;
+  EntryProperties& change_;
 };
 
 }  // namespace
@@ -152,7 +152,7 @@ std::optional<Guid> parseTypeGuid(std::string_view text) {
 
 std::string planProperties(const Drive& drive, const PartitionEntry& entry,
                            const std::optional<std::string>& name, const SetArguments& wanted,
-                           PropertyChange& change) {
+                           EntryProperties& change) {
   if (drive.scheme() == Scheme::wholeDisk)
     return "A file system fills this disk; it has no partition table that could hold properties.";
   Plan plan(drive, entry, change);

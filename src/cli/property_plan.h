@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "ops/properties_flow.h"
+#include "ptable/drive.h"
 
 namespace tallowin {
 
@@ -31,6 +31,6 @@ std::optional<Guid> parseTypeGuid(std::string_view text);
 // Fills `change`. Else why the table of the drive cannot hold what is wanted, the option first.
 std::string planProperties(const Drive& drive, const PartitionEntry& entry,
                            const std::optional<std::string>& name, const SetArguments& wanted,
-                           PropertyChange& change);
+                           EntryProperties& change);
 
 }  // namespace tallowin

@@ -3,6 +3,7 @@
 
 #include "cli/property_plan.h"
 #include "cli/target.h"
+#include "ops/properties_flow.h"
 
 namespace tallowin {
 namespace {
@@ -29,12 +30,12 @@ CommandResult runSet(CommandContext& context) {
     return result;
   Drive& drive = *target.drive;
   const bool hadErrors = drive.table().hasErrors();
-  PropertyChange change;
+  EntryProperties change;
   const std::string refusal =
       planProperties(drive, *row.entry, arguments.name, arguments.set, change);
   if (!refusal.empty()) return refused(refusal + " Nothing was changed.", Error::unsupportedForm);
   CommandResult result;
-  if (change.changesAnything()) {
+  if (change != EntryProperties{}) {
     const FlowResult flow =
         changePropertiesFlow(context.session.context(context.ui), drive, *row.entry, change);
     result = resultOfFlow(flow, context.ui, "The partition was not changed.");

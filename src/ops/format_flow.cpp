@@ -95,10 +95,14 @@ class Formatting {
 
   std::optional<FlowResult> changeType() {
     if (type_ == entry_->type) return std::nullopt;
+    if (drive_.scheme() == Scheme::wholeDisk) {
+      entry_->type = type_;  // nothing on the disk says it
+      return std::nullopt;
+    }
     const u64 start = entry_->startSector;
     TableChange change(context_, drive_);
     if (auto stopped = change.begin()) return stopped;
-    const Error error = drive_.changeType(*entry_, type_);
+    const Error error = drive_.changeProperties(*entry_, {.type = type_});
     change.end();
     entry_ = findByStart(drive_, start);
     if (error == Error::none && entry_) return std::nullopt;
@@ -115,12 +119,16 @@ class Formatting {
       request.sectorsPerCluster = std::max<u32>(1, clusterBytes_ / drive_.sectorSize());
     request.typeId = type_;
     request.driveNumber = context_.options.useHd0InBpb ? kFirstBiosDisk : drive_.biosNumber();
-    request.label = options_.label.value_or(entry_->name);
+    request.label = options_.label.value_or(ownName());
     if (options_.surfaceScan) request.options |= kFatScanSurface;
     if (alignForNtfs_) request.options |= kFatAlignForNtfs;
     request.geometry = drive_.geometry();
     if (entry_->isVolume()) request.hiddenSectors = static_cast<u32>(drive_.volumeGap(*entry_));
     request.secondsSinceEpoch = context_.host.secondsSinceEpoch();
+  }
+
+  std::string ownName() const {
+    return entry_->name == kUnlabelledWholeDisk ? std::string() : entry_->name;
   }
 
   Error format() {
@@ -177,7 +185,7 @@ class Formatting {
     if (!volume || !volume->isValid()) return;
     FormatSummary summary;
     summary.name = entry_->name;
-    summary.typeName = types::name(entry_->type);
+    summary.typeName = types::name(type_);
     summary.sizeText = sizeText(entry_->startSector, entry_->endSector, drive_.sectorSize());
     summary.fileSystemText = volume->typeText();
     summary.clusterBytes = volume->bytesPerSector() * volume->sectorsPerCluster();

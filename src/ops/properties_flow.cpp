@@ -19,17 +19,10 @@ FlowResult failWith(const OperationContext& context, const std::string& what, Er
   return {FlowEnd::failed, error, 0};
 }
 
-// The same entry after the table was read again; null when it is not there any more.
-PartitionEntry* findAgain(Drive& drive, PartitionId id, u64 startSector) {
-  if (drive.reread() != Error::none) return nullptr;
-  PartitionEntry* entry = drive.findById(id);
-  return entry && entry->startSector == startSector ? entry : nullptr;
-}
-
 }  // namespace
 
 FlowResult changePropertiesFlow(const OperationContext& context, Drive& drive,
-                                PartitionEntry& entry, const PropertyChange& wanted) {
+                                const PartitionEntry& entry, const EntryProperties& wanted) {
   if (const auto refused = refuseWhenReadOnlyTable(context, drive)) return *refused;
   if (!isConfirmed(context, "Properties",
                    "The entry of this partition is changed.\n" + describeTarget(drive, entry)))
@@ -37,19 +30,9 @@ FlowResult changePropertiesFlow(const OperationContext& context, Drive& drive,
 
   TableChange change(context, drive);
   if (const auto stopped = change.begin()) return *stopped;
-  const PartitionId id = entry.id;
-  const u64 startSector = entry.startSector;
-  PartitionEntry* now = &entry;
-  Error error = Error::none;
-  if (wanted.changesProperties()) error = drive.changeProperties(*now, wanted.properties);
-  const bool isHalfDone = error == Error::none && wanted.changesProperties() && wanted.type;
-  if (isHalfDone) now = findAgain(drive, id, startSector);
-  if (error == Error::none && wanted.type)
-    error = now ? drive.changeType(*now, *wanted.type) : Error::tableChangedMeanwhile;
+  const Error error = drive.changeProperties(entry, wanted);
   change.end();
-  if (error == Error::none) return {};
-  return failWith(context, isHalfDone ? "All was changed but the type.\n\n" : "Update Failed!\n\n",
-                  error);
+  return error == Error::none ? FlowResult{} : failWith(context, "Update Failed!\n\n", error);
 }
 
 FlowResult repairGptFlow(const OperationContext& context, Drive& drive) {

@@ -19,7 +19,6 @@ namespace tallowin {
 namespace {
 
 constexpr u64 kHighestMbrSector = kAllOnes32;
-constexpr const char* kUnlabelledWholeDisk = "----->";
 
 // The first sectors of a disk, as far as any scheme looks at them.
 std::vector<u8> readTrack(DiskDevice& disk, u64 sectors) {
@@ -284,39 +283,15 @@ Error Drive::remove(const PartitionEntry& entry) {
   return finishChange(scheme_->remove(tableContext(), dynamic_cast<const TableEntry&>(entry)));
 }
 
-Error Drive::changeType(PartitionEntry& entry, u16 type) {
-  if (scheme() == Scheme::wholeDisk) {
-    entry.type = type;  // nothing on the disk says it
-    return Error::none;
-  }
-  if (const Error error = checkChange(); error != Error::none) return error;
-  Error error = Error::none;
-  if (const auto* volume = dynamic_cast<const VolumeEntry*>(&entry)) {
-    const TableEntry* container = containerOf(entry);
-    if (container == nullptr) return Error::tableChangedMeanwhile;
-    error = changeVolumeType(tableContext(), *container, *volume, type);
-  } else {
-    error = scheme_->changeType(tableContext(), dynamic_cast<TableEntry&>(entry), type);
-  }
-  if (error == Error::none) {
-    const bool keepsRealType = entry.isVolume() && type == types::kHidden;
-    if (!keepsRealType) entry.type = type;
-    entry.mbrType = type;
-  }
-  return finishChange(error);
-}
-
 Error Drive::changeProperties(const PartitionEntry& entry, const EntryProperties& wanted) {
   if (const Error error = checkChange(); error != Error::none) return error;
   const auto* volume = dynamic_cast<const VolumeEntry*>(&entry);
   if (volume == nullptr)
     return finishChange(
         scheme_->changeProperties(tableContext(), dynamic_cast<const TableEntry&>(entry), wanted));
-  if (!wanted.name || wanted.typeGuid || wanted.attributes || wanted.active)
-    return Error::unsupportedForm;
   const TableEntry* container = containerOf(entry);
   if (container == nullptr) return Error::tableChangedMeanwhile;
-  return finishChange(renameVolume(tableContext(), *container, *volume, *wanted.name));
+  return finishChange(changeVolume(tableContext(), *container, *volume, wanted));
 }
 
 Error Drive::repairGpt() {

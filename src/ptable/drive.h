@@ -34,6 +34,9 @@ enum DriveFlags : u32 {
 };
 inline constexpr u32 kDriveGeometryModeShift = 20;
 
+// The name of a whole-disk volume whose file system has no label.
+inline constexpr const char* kUnlabelledWholeDisk = "----->";
+
 class TableScheme;
 struct TableContext;
 struct TableReading;
@@ -54,10 +57,13 @@ struct DriveOpenOptions {
 
 // What can be changed in an entry without moving it. Only what is set is changed.
 struct EntryProperties {
-  std::optional<std::string> name;  // UTF-8; cut to what the table holds
-  std::optional<Guid> typeGuid;     // GPT
-  std::optional<u64> attributes;    // GPT attribute bits, or the flags of an EMBR entry
-  std::optional<bool> active;       // of entries with an MBR slot; the others' marks are taken
+  std::optional<u16> type = {};          // the type byte; of a GPT that of an MBR slot, and 0xEF
+  std::optional<std::string> name = {};  // UTF-8; cut to what the table holds
+  std::optional<Guid> typeGuid = {};     // GPT
+  std::optional<u64> attributes = {};    // GPT attribute bits, or the flags of an EMBR entry
+  std::optional<bool> active = {};       // of entries with an MBR slot; takes the others' marks
+
+  bool operator==(const EntryProperties&) const = default;
 };
 
 struct SectorRegion {
@@ -107,7 +113,7 @@ class Drive {
   AlignmentRules alignment() const;
 
   // Whether the table may be changed: tableUnreadable for disks whose table cannot be read.
-  // commit, remove, changeType and ensureDiskSignature answer the same.
+  // commit, remove, changeProperties and ensureDiskSignature answer the same.
   Error changesAllowed() const;
   // One sentence for the user, empty when changes are allowed.
   std::string changeRefusal() const;
@@ -130,10 +136,8 @@ class Drive {
   // Removes an entry from the tables on disk; an extended partition goes with its volumes.
   // Errors as for commit.
   Error remove(const PartitionEntry& entry);
-  // Writes the type byte of an entry (Format with another kind, hide and unhide).
-  Error changeType(PartitionEntry& entry, u16 type);
-  // Writes other properties of an entry. unsupportedForm: the table has no place for one of them.
-  // Otherwise as for commit.
+  // Writes all that is wanted in one step. unsupportedForm: the table has no place for one of
+  // them, and nothing was written; otherwise as for commit.
   Error changeProperties(const PartitionEntry& entry, const EntryProperties& wanted);
   // Makes both copies of a GPT sound again: the backup moves to the last sector of the disk, and
   // both are written from the copy that was read. unsupportedForm: no GPT; backupOverlaps: a

@@ -60,8 +60,7 @@ class ChainChange {
 
   Error add(VolumeEntry& volume, const Room& room);
   Error remove(const VolumeEntry& volume);
-  Error rename(const VolumeEntry& volume, const std::string& name);
-  Error changeType(const VolumeEntry& volume, u16 type);
+  Error change(const VolumeEntry& volume, const EntryProperties& wanted);
 
  private:
   TableSectorImage imageAt(u64 position) const {
@@ -165,20 +164,13 @@ Error ChainChange::remove(const VolumeEntry& volume) {
   return before.store();
 }
 
-Error ChainChange::rename(const VolumeEntry& volume, const std::string& name) {
-  TableSectorImage image = imageAt(volume.ebr);
-  if (const Error error = image.load(); error != Error::none) return error;
-  fillName(name, image.as<EbrRecord>());
-  return image.store();
-}
-
-Error ChainChange::changeType(const VolumeEntry& volume, u16 type) {
+Error ChainChange::change(const VolumeEntry& volume, const EntryProperties& wanted) {
   TableSectorImage image = imageAt(volume.ebr);
   if (const Error error = image.load(); error != Error::none) return error;
   auto& ebr = image.as<EbrRecord>();
-  MbrSlotRecord& slot = ebr.slots[volume.mbrSlot];
-  if (type == types::kHidden) ebr.hiddenType = static_cast<u8>(volume.type);
-  slot.type = static_cast<u8>(type);
+  if (wanted.name) fillName(*wanted.name, ebr);
+  if (wanted.type == types::kHidden) ebr.hiddenType = static_cast<u8>(volume.type);
+  if (wanted.type) ebr.slots[volume.mbrSlot].type = static_cast<u8>(*wanted.type);
   return image.store();
 }
 
@@ -228,18 +220,12 @@ Error removeVolume(const TableContext& context, const TableEntry& container,
   return ChainChange(context, container).remove(volume);
 }
 
-Error renameVolume(const TableContext& context, const TableEntry& container,
-                   const VolumeEntry& volume, const std::string& name) {
+Error changeVolume(const TableContext& context, const TableEntry& container,
+                   const VolumeEntry& volume, const EntryProperties& wanted) {
+  if (wanted.typeGuid || wanted.attributes || wanted.active) return Error::unsupportedForm;
   if (const Error error = checkChainUnchanged(context, container); error != Error::none)
     return error;
-  return ChainChange(context, container).rename(volume, name);
-}
-
-Error changeVolumeType(const TableContext& context, const TableEntry& container,
-                       const VolumeEntry& volume, u16 type) {
-  if (const Error error = checkChainUnchanged(context, container); error != Error::none)
-    return error;
-  return ChainChange(context, container).changeType(volume, type);
+  return ChainChange(context, container).change(volume, wanted);
 }
 
 }  // namespace tallowin

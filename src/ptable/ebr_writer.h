@@ -16,9 +16,8 @@ Error addVolume(const TableContext& context, const TableEntry& container, Volume
 // The EBR at the start of the container stays, with a link only; others are unlinked.
 Error removeVolume(const TableContext& context, const TableEntry& container,
                    const VolumeEntry& volume);
-Error renameVolume(const TableContext& context, const TableEntry& container,
-                   const VolumeEntry& volume, const std::string& name);
-Error changeVolumeType(const TableContext& context, const TableEntry& container,
-                       const VolumeEntry& volume, u16 type);
+// Its name and type; see Drive::changeProperties.
+Error changeVolume(const TableContext& context, const TableEntry& container,
+                   const VolumeEntry& volume, const EntryProperties& wanted);
 
 }  // namespace tallowin

@@ -225,17 +225,6 @@ Error EmbrScheme::remove(const TableContext& context, const TableEntry& entry) c
   return storeMbrFirst(context.disk, old, image);
 }
 
-Error EmbrScheme::changeType(const TableContext& context, TableEntry& entry, u16 type) const {
-  EmbrImage old;
-  if (const Error error = load(context.disk, old); error != Error::none) return error;
-  EmbrImage image = old;
-  MptEntryRecord* record = recordOf(image, entry);
-  if (record == nullptr) return Error::tableChangedMeanwhile;
-  if (MbrSlotRecord* slot = slotOf(mbrIn(image), *record)) slot->type = static_cast<u8>(type);
-  record->type = static_cast<u8>(type);
-  return storeEmbrFirst(context.disk, old, image);
-}
-
 Error EmbrScheme::changeProperties(const TableContext& context, const TableEntry& entry,
                                    const EntryProperties& wanted) const {
   if (wanted.typeGuid || (wanted.attributes && *wanted.attributes > 0xFFFF))
@@ -248,6 +237,10 @@ Error EmbrScheme::changeProperties(const TableContext& context, const TableEntry
   MbrRecord& mbr = mbrIn(image);
   MbrSlotRecord* slot = slotOf(mbr, *record);
   if (wanted.active && slot == nullptr) return Error::unsupportedForm;
+  if (wanted.type) {
+    record->type = static_cast<u8>(*wanted.type);
+    if (slot != nullptr) slot->type = record->type;
+  }
   if (wanted.name) {
     std::ranges::fill(record->name, '\0');
     wanted.name->copy(record->name, sizeof record->name - 1);

@@ -18,7 +18,6 @@ class EmbrScheme : public TableScheme {
   // does not allow that.
   Error add(const TableContext& context, TableEntry& entry) const override;
   Error remove(const TableContext& context, const TableEntry& entry) const override;
-  Error changeType(const TableContext& context, TableEntry& entry, u16 type) const override;
   Error changeProperties(const TableContext& context, const TableEntry& entry,
                          const EntryProperties& wanted) const override;
 };

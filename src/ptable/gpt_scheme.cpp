@@ -183,26 +183,17 @@ Error GptScheme::remove(const TableContext& context, const TableEntry& entry) co
   return storeGpt(context.disk, old, image);
 }
 
+namespace {
+
 // The type GUID says what a partition is for, and is left alone but for what only it can say.
 // What lies in it is seen from its content; the slot of a hybrid MBR has a type of its own.
-Error GptScheme::changeType(const TableContext& context, TableEntry& entry, u16 type) const {
-  GptImage old;
-  if (GptImage::read(context.disk, old) != Error::none) return Error::read;
-  GptImage image = old;
-  GptEntryRecord* record = recordOf(image, entry);
-  if (record == nullptr) return Error::tableChangedMeanwhile;
-  if (type == types::kEfiSystem) record->typeGuid = kGptEfiSystem;
-  auto& mbr = *recordAt<MbrRecord>(image.mbr());
-  bool slotChanges = false;
-  for (MbrSlotRecord& slot : mbr.slots) {
-    if (!holdsExtent(slot, entry) || type > 0xFF || slot.type == type) continue;
-    slot.type = static_cast<u8>(type);
-    slotChanges = true;
-  }
-  if (!slotChanges && record->typeGuid == entry.typeGuid) return Error::none;
-  entry.typeGuid = record->typeGuid;
-  return storeGpt(context.disk, old, image);
+void setType(const TableEntry& entry, u16 type, GptEntryRecord& record, MbrRecord& mbr) {
+  if (type == types::kEfiSystem) record.typeGuid = kGptEfiSystem;
+  for (MbrSlotRecord& slot : mbr.slots)
+    if (holdsExtent(slot, entry) && type <= 0xFF) slot.type = static_cast<u8>(type);
 }
+
+}  // namespace
 
 Error GptScheme::changeProperties(const TableContext& context, const TableEntry& entry,
                                   const EntryProperties& wanted) const {
@@ -211,17 +202,17 @@ Error GptScheme::changeProperties(const TableContext& context, const TableEntry&
   GptImage image = old;
   GptEntryRecord* record = recordOf(image, entry);
   if (record == nullptr) return Error::tableChangedMeanwhile;
+  auto& mbr = *recordAt<MbrRecord>(image.mbr());
+  const auto own = std::ranges::find_if(
+      mbr.slots, [&](const MbrSlotRecord& slot) { return holdsExtent(slot, entry); });
+  if (wanted.active && own == mbr.slots.end()) return Error::unsupportedForm;
+  if (wanted.type) setType(entry, *wanted.type, *record, mbr);
   if (wanted.name) setGptName(*record, *wanted.name);
   if (wanted.typeGuid) record->typeGuid = *wanted.typeGuid;
   if (wanted.attributes) record->attributes = *wanted.attributes;
-  auto& mbr = *recordAt<MbrRecord>(image.mbr());
-  if (wanted.active) {
-    const auto own = std::ranges::find_if(
-        mbr.slots, [&](const MbrSlotRecord& slot) { return holdsExtent(slot, entry); });
-    if (own == mbr.slots.end()) return Error::unsupportedForm;
-    markActive(mbr, *own, *wanted.active);
-  }
-  return storeGpt(context.disk, old, image);
+  if (wanted.active) markActive(mbr, *own, *wanted.active);
+  const bool staysSame = image.holdsSameTable(old) && std::ranges::equal(image.mbr(), old.mbr());
+  return staysSame ? Error::none : storeGpt(context.disk, old, image);
 }
 
 Guid randomGuid(Host& host) {

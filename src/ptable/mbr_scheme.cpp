@@ -120,25 +120,16 @@ Error MbrScheme::remove(const TableContext& context, const TableEntry& entry) co
   return image.store();
 }
 
-Error MbrScheme::changeType(const TableContext& context, TableEntry& entry, u16 type) const {
-  TableSectorImage image(context.disk, kMbrLba);
-  if (const Error error = image.load(); error != Error::none) return error;
-  MbrSlotRecord* slot = slotOf(image.as<MbrRecord>(), entry);
-  if (slot == nullptr) return Error::tableChangedMeanwhile;
-  slot->type = static_cast<u8>(type);
-  return image.store();
-}
-
 Error MbrScheme::changeProperties(const TableContext& context, const TableEntry& entry,
                                   const EntryProperties& wanted) const {
   if (wanted.name || wanted.typeGuid || wanted.attributes) return Error::unsupportedForm;
-  if (!wanted.active) return Error::none;
   TableSectorImage image(context.disk, kMbrLba);
   if (const Error error = image.load(); error != Error::none) return error;
   auto& mbr = image.as<MbrRecord>();
   MbrSlotRecord* slot = slotOf(mbr, entry);
   if (slot == nullptr) return Error::tableChangedMeanwhile;
-  markActive(mbr, *slot, *wanted.active);
+  if (wanted.type) slot->type = static_cast<u8>(*wanted.type);
+  if (wanted.active) markActive(mbr, *slot, *wanted.active);
   return image.store();
 }
 

@@ -15,7 +15,6 @@ class MbrScheme : public TableScheme {
   Error checkUnchanged(const TableContext& context, const PartitionTable& table) const override;
   Error add(const TableContext& context, TableEntry& entry) const override;
   Error remove(const TableContext& context, const TableEntry& entry) const override;
-  Error changeType(const TableContext& context, TableEntry& entry, u16 type) const override;
   Error changeProperties(const TableContext& context, const TableEntry& entry,
                          const EntryProperties& wanted) const override;
 };

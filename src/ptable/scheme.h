@@ -54,10 +54,9 @@ class TableScheme {
   // Whether the disk still holds the top level that was read: read, tableChangedMeanwhile.
   virtual Error checkUnchanged(const TableContext& context, const PartitionTable& table) const = 0;
 
-  // Writers of one entry of the top level: see Drive::commit, remove, changeType.
+  // Writers of one entry of the top level: see Drive::commit, remove, changeProperties.
   virtual Error add(const TableContext& context, TableEntry& entry) const = 0;
   virtual Error remove(const TableContext& context, const TableEntry& entry) const = 0;
-  virtual Error changeType(const TableContext& context, TableEntry& entry, u16 type) const = 0;
   virtual Error changeProperties(const TableContext& context, const TableEntry& entry,
                                  const EntryProperties& wanted) const = 0;
 };

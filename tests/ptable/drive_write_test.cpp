@@ -95,11 +95,15 @@ const Change kChanges[] = {
      "1: 2048..6143 83h\n2: 20480..122879 0Fh\n  5: 22528..30719 83h\n  6: 81920..90111 82h\n"},
     {"last volume removed", kVolumes, [](Drive& d) { return d.remove(*d.findByKernelNumber(7)); },
      "1: 2048..6143 83h\n2: 20480..122879 0Fh\n  5: 22528..30719 83h\n  6: 61440..69631 0Bh\n"},
-    {"type of a primary", kPrimaries,
-     [](Drive& d) { return d.changeType(*d.findByKernelNumber(3), 0x17); },
-     "1: 2048..6143 83h\n3: 40960..49151 17h\n"},
-    {"type of a volume", kVolumes,
-     [](Drive& d) { return d.changeType(*d.findByKernelNumber(6), 0x0C); },
+    {"type and mark of a primary", kPrimaries,
+     [](Drive& d) {
+       return d.changeProperties(*d.findByKernelNumber(3), {.type = 0x17, .active = true});
+     },
+     "1: 2048..6143 83h\n3: 40960..49151 17h *\n"},
+    {"type and name of a volume", kVolumes,
+     [](Drive& d) {
+       return d.changeProperties(*d.findByKernelNumber(6), {.type = 0x0C, .name = "NEW"});
+     },
      "1: 2048..6143 83h\n2: 20480..122879 0Fh\n  5: 22528..30719 83h\n  6: 61440..69631 0Ch\n"
      "  7: 81920..90111 82h\n"},
 };
@@ -337,12 +341,11 @@ TEST(DriveWrite, HiddenVolumesKeepTheirTypeInTheEbr) {
   TableBench bench(diskFromScript(kDiskSectors, kVolumes), alignedTo1MiB());
   Drive& drive = bench.drive();
   PartitionEntry& volume = *drive.findByKernelNumber(7);
-  ASSERT_EQ(drive.changeType(volume, types::hide(volume.type)), Error::none);
-  EXPECT_EQ(volume.mbrType, 0xED);
+  ASSERT_EQ(drive.changeProperties(volume, {.type = types::hide(volume.type)}), Error::none);
   ASSERT_EQ(drive.reread(), Error::none);
   EXPECT_EQ(drive.findByKernelNumber(7)->mbrType, 0xED);
   EXPECT_EQ(drive.findByKernelNumber(7)->type, 0x82);
-  ASSERT_EQ(drive.changeType(*drive.findByKernelNumber(7), 0x82), Error::none);
+  ASSERT_EQ(drive.changeProperties(*drive.findByKernelNumber(7), {.type = 0x82}), Error::none);
   EXPECT_EQ(readTable(bench.disk()).rows.back().type, 0x82U);
 }
 

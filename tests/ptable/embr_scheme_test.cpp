@@ -173,9 +173,7 @@ TEST(EmbrScheme, TheBootManagersItemsComeThroughEveryChangeByteForByte) {
       } else {
         ASSERT_EQ(create(bench.drive(), 2048 + i * 64), Error::none) << seed;
       }
-      EntryProperties wanted;
-      wanted.name = "item " + std::to_string(i);
-      wanted.attributes = kMptMultiOs;
+      const EntryProperties wanted{.name = "item " + std::to_string(i), .attributes = kMptMultiOs};
       bench.reopen();
       ASSERT_EQ(bench.drive().changeProperties(
                     *bench.drive().findById(imageOf(bench.disk()).entry(0).id), wanted),
@@ -236,14 +234,11 @@ std::vector<TableChange> changes() {
   return {
       {"add", [](Drive& d) { return create(d, 50'000); }, picture, {}},
       {"remove", [](Drive& d) { return d.remove(used(d, 1)); }, picture, {}},
-      {"type", [](Drive& d) { return d.changeType(used(d, 1), 0x07); }, picture, {}},
       {"properties",
        [](Drive& d) {
-         EntryProperties wanted;
-         wanted.name = "another name";
-         wanted.attributes = u64{kMptMultiOs};
-         wanted.active = true;
-         return d.changeProperties(used(d, 1), wanted);
+         return d.changeProperties(
+             used(d, 1),
+             {.type = 0x07, .name = "another name", .attributes = kMptMultiOs, .active = true});
        },
        picture,
        {}},

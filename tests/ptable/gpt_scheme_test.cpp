@@ -170,12 +170,12 @@ TEST(GptScheme, EntriesOfAHybridMbrAreLinkedToTheirSlots) {
   };
   EXPECT_EQ(slotOf(bench.disk()).startLba, 8192U);
   // The slot follows what happens to the entry; the kernel of another system reads nothing else.
-  EntryProperties active;
-  active.active = true;
+  const EntryProperties active{.active = true};
   ASSERT_EQ(bench.drive().changeProperties(*linked, active), Error::none);
   EXPECT_EQ(slotOf(bench.disk()).bootIndicator, kBootActive);
   EXPECT_EQ(bench.drive().changeProperties(*alone, active), Error::unsupportedForm);
-  ASSERT_EQ(bench.drive().changeType(*bench.drive().findByKernelNumber(2), 0x07), Error::none);
+  ASSERT_EQ(bench.drive().changeProperties(*bench.drive().findByKernelNumber(2), {.type = 0x07}),
+            Error::none);
   EXPECT_EQ(slotOf(bench.disk()).type, 0x07);
   ASSERT_EQ(bench.drive().remove(*linked), Error::none);
   EXPECT_EQ(slotOf(bench.disk()).type, types::kFree);
@@ -291,14 +291,15 @@ std::vector<TableChange> changes() {
        picture,
        {}},
       {"remove", [=](Drive& d) { return d.remove(far(d)); }, picture, {}},
-      {"type", [=](Drive& d) { return d.changeType(far(d), types::kEfiSystem); }, picture, {}},
+      {"type",
+       [=](Drive& d) { return d.changeProperties(far(d), {.type = types::kEfiSystem}); },
+       picture,
+       {}},
       {"properties",
        [=](Drive& d) {
-         EntryProperties wanted;
-         wanted.name = "名前 \U0001F4BE";
-         wanted.typeGuid = kGptMsReserved;
-         wanted.attributes = u64{1} << 63 | 5;
-         return d.changeProperties(far(d), wanted);
+         return d.changeProperties(far(d), {.name = "名前 \U0001F4BE",
+                                            .typeGuid = kGptMsReserved,
+                                            .attributes = u64{1} << 63 | 5});
        },
        picture,
        {}},
