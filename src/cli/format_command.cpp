@@ -47,6 +47,8 @@ CommandResult checkOptions(const Arguments& arguments, u16 type) {
 }
 
 CommandResult report(CommandContext& context, Target& target, const FormatAnswers& answers) {
+  // What the list says of a partition depends on what lies in it.
+  static_cast<void>(target.drive->reread());
   ListedRow row;
   if (CommandResult result = findPart(context, *target.drive, row); !result.succeeded())
     return result;

@@ -97,6 +97,18 @@ TEST_F(ChangeTest, FormatChangesTheTypeAndKeepsTheRest) {
   EXPECT_EQ(fat["clusters"].GetUint(), fat["free_clusters"].GetUint() + 1) << "the root directory";
 }
 
+TEST_F(ChangeTest, AWholeDiskVolumeBecomesAnotherKindWithoutALabel) {
+  const std::string path = folder_.sparse("disk.img", 64 * kMiB);
+  ASSERT_EQ(runProgram({"mkfs.fat", "-F", "12", path}).status, 0);
+  for (const std::string kind : {"fat32", "fat16"}) {
+    const Ctl::Answer answer = ctl_.json({"format", path, "--part", "0", "--fs", kind, "--yes"});
+    ASSERT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.json["partition"]["fs"].GetString(), kind);
+    EXPECT_STREQ(answer.json["file_system"]["label"].GetString(), "");
+    EXPECT_EQ(runProgram({"fsck.fat", "-n", path}).status, 0);
+  }
+}
+
 TEST_F(ChangeTest, APartitionThatCouldNotBeFormattedIsNamed) {
   const std::string path = newDisk("disk.img", 100 * kMiB);
   const ProgramResult result =
