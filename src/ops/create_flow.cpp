@@ -1,6 +1,7 @@
 #include "ops/create_flow.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "base/text.h"
 #include "ops/convert_flow.h"
@@ -69,11 +70,11 @@ class Creation {
     type_ = static_cast<u16>(value);
     const PlacementTarget target = placementTarget();
     auto found = createPlacement(target, type_, model.sizeMiB.value, model.placement());
+    if (types::isExtended(type_) && !admitExtended(target, found)) return false;
     if (!found)
       return refuse(
           "Unable to align the partition in the target area.\n"
           "This is probably due to unaligned partitions.");
-    if (types::isExtended(type_) && !admitExtended(target, *found)) return false;
     return write(model, target, *found);
   }
 
@@ -134,13 +135,13 @@ class Creation {
   }
 
   // An extended partition leaves the first alignment unit to the boot code.
-  bool admitExtended(const PlacementTarget& target, SectorExtent& found) {
+  bool admitExtended(const PlacementTarget& target, std::optional<SectorExtent>& found) {
     if (target.insideExtended)
       return refuse("You cannot use that file system in an extended partition.");
     const u64 unit = alignmentUnit(target.rules);
-    if (found.startSector >= unit) return true;
-    if (unit >= found.endSector) return refuse("An extended partition cannot be created here.");
-    found.startSector = unit;
+    const u64 lastSector = found ? found->endSector : target.entry.endSector;
+    if (lastSector <= unit) return refuse("An extended partition cannot be created here.");
+    if (found) found->startSector = std::max(found->startSector, unit);
     return true;
   }
 

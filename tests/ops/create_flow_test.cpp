@@ -134,6 +134,31 @@ TEST_F(CreateFlowTest, ExtendedPartitionsAreRefusedWhereTheyCannotBe) {
   ui_.expect<CreateModel>(enter("5", 10));
   ui_.expectMessage("You cannot use that file system in an extended partition.");
   EXPECT_EQ(FlowEnd::refused, create(*drive, 1).end);
+
+  // A block that ends with the first alignment unit.
+  MemoryDisk before(kSectors);
+  before.setName("/dev/sda");
+  const auto tight = open(before);
+  ASSERT_TRUE(tight->setAlignment(AlignmentRules::kCylinderUnit));
+  ASSERT_EQ(tight->reread(), Error::none);
+  const u64 cylinder = alignmentUnit(tight->alignment());
+  PartitionEntry& block = *freeBlocks(*tight).at(0);
+  block.startSector = cylinder;
+  block.endSector = cylinder + 4095;
+  block.type = 0x83;
+  ASSERT_EQ(tight->commit(block), Error::none);
+  ASSERT_EQ(tight->reread(), Error::none);
+  MemoryDisk left = before.copy();
+  ui_.expect<CreateModel>([](CreateModel& model) {
+    model.name = "EXT";
+    model.fileSystem = "5";
+    model.pass();
+    model.ok();
+    model.cancel();
+  });
+  ui_.expectMessage("An extended partition cannot be created here.");
+  EXPECT_EQ(FlowEnd::refused, create(*tight).end);
+  EXPECT_TRUE(left.sameContent(before));
 }
 
 TEST_F(CreateFlowTest, NothingIsCreatedOverAPartitionThatLinuxUses) {

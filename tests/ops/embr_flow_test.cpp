@@ -3,9 +3,13 @@
 #include <gtest/gtest.h>
 
 #include "ops/convert_flow.h"
+#include "ops/delete_flow.h"
+#include "ops/delete_model.h"
 #include "ops/flow_bench.h"
+#include "ops/format_flow.h"
 #include "ops/synchronize_flow.h"
 #include "ptable/convert.h"
+#include "ptable/embr_record.h"
 #include "ptable/mbr_record.h"
 
 namespace tallowin {
@@ -88,6 +92,29 @@ TEST_F(EmbrFlowTest, ALimitIsSetAndLiftedAndTheOldTableKept) {
   MemoryDisk before = disk_.copy();
   EXPECT_EQ(limitPrimaries(with(ui_), *drive, true), Error::tooManyPartitions);
   EXPECT_TRUE(disk_.sameContent(before));
+}
+
+TEST_F(EmbrFlowTest, ThePartitionOfTheBootManagerIsAskedForOnceMore) {
+  const auto drive = embrDrive(borrowed(disk_));
+  ASSERT_EQ(drive->changeProperties(*drive->findByKernelNumber(1), {.attributes = kMptManager}),
+            Error::none);
+  ASSERT_EQ(drive->reread(), Error::none);
+  MemoryDisk before = disk_.copy();
+  PartitionEntry& first = *drive->findByKernelNumber(1);
+  for (const bool formats : {false, true}) {
+    ui_.expectMessage("*Warning* This partition contains Strandel!", MessageResult::no);
+    FormatOptions fat;
+    fat.kind = FatKind::fat16;
+    const FlowResult result =
+        formats ? formatFlow(with(ui_), *drive, first, fat) : deleteFlow(with(ui_), *drive, first);
+    EXPECT_EQ(result.end, FlowEnd::cancelled);
+  }
+  EXPECT_TRUE(disk_.sameContent(before));
+  ui_.expectMessage("*Warning* This partition contains Strandel!", MessageResult::yes);
+  ui_.expect<DeleteModel>([](DeleteModel& model) { model.ok(); });
+  EXPECT_EQ(deleteFlow(with(ui_), *drive, *drive->findByKernelNumber(1)).end, FlowEnd::done);
+  ui_.expect<DeleteModel>([](DeleteModel& model) { model.ok(); });
+  EXPECT_EQ(deleteFlow(with(ui_), *drive, *drive->findByKernelNumber(5)).end, FlowEnd::done);
 }
 
 TEST_F(EmbrFlowTest, TheKernelIsToldOfWhatItFindsThroughTheMbr) {
