@@ -54,8 +54,8 @@ constexpr TickPlace kTickPlaces[] = {
      kFull},
     {"Align MBR HS When &Truncated", &DriveSettingsModel::alignHsOnTruncate, kInset,
      kAlignmentY + 3 + 3 * kRow, kFull},
-    {"&Use Global Settings", &DriveSettingsModel::useGlobalSettings, kInset, kBelowY, 132},
-    {"Save as &Default", &DriveSettingsModel::saveAsDefault, 146, kBelowY, 120},
+    {"&Use Global Settings", &DriveSettingsModel::useGlobalSettings, kInset, kBelowY, 138},
+    {"Save as &Default", &DriveSettingsModel::saveAsDefault, 152, kBelowY, 120},
     {"&Limit Primaries", &DriveSettingsModel::limitPrimaries, kInset, kBelowY + kRow, kFull},
 };
 
