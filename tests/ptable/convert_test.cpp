@@ -45,12 +45,6 @@ Error toEmbr(Drive& drive) { return convertToEmbr(drive, false); }
 Error toLimitedEmbr(Drive& drive) { return convertToEmbr(drive, true); }
 Error toMbr(Drive& drive) { return convertToMbr(drive, false); }
 
-DriveOpenOptions alignedTo(i64 sectors) {
-  DriveOpenOptions options;
-  options.alignment = sectors;
-  return options;
-}
-
 using Conversion = Error (*)(Drive&);
 
 MemoryDisk converted(MemoryDisk disk, Conversion run) {
@@ -218,12 +212,6 @@ TEST(Convert, TheReservedPartitionTakesTheFirstLargeBlock) {
   const TableChange change = {"with reserved", toGptWithReserved, picture, alignedTo(2048)};
   expectFaultsAreTold(before, change);
   expectCutsLeaveOldOrNew(before, change);
-}
-
-void expectRefused(MemoryDisk disk, Conversion run, Error expected, const char* what) {
-  TableBench bench(disk.copy());
-  EXPECT_EQ(run(bench.drive()), expected) << what;
-  EXPECT_TRUE(bench.disk().sameContent(disk)) << what;
 }
 
 TEST(Convert, EachRefusalHasItsCodeAndWritesNothing) {

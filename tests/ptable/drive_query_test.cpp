@@ -14,12 +14,6 @@ constexpr const char* kScript =
     "label: dos\n1:start=2048,size=4096,type=83\n2:start=20480,size=102400,type=f\n"
     "5:start=22528,size=8192,type=83\n6:start=61440,size=8192,type=b\n";
 
-DriveOpenOptions alignedTo1MiB() {
-  DriveOpenOptions options;
-  options.alignment = 2048;
-  return options;
-}
-
 TEST(DriveQuery, AlignmentIsAPowerOfTwoBelowTheDisk) {
   TableBench bench{MemoryDisk(204800)};
   Drive& drive = bench.drive();
@@ -42,7 +36,7 @@ TEST(DriveQuery, AlignmentIsAPowerOfTwoBelowTheDisk) {
 }
 
 TEST(DriveQuery, RegionsIdsAndContainers) {
-  TableBench bench(diskFromScript(204800, kScript), alignedTo1MiB());
+  TableBench bench(diskFromScript(204800, kScript), alignedTo(2048));
   Drive& drive = bench.drive();
   EXPECT_NE(drive.flags() & kDriveAligned1MiB, 0U);
   const SectorRegion used = *drive.usedRegion();
@@ -95,9 +89,9 @@ TEST(DriveQuery, TypesFollowTheEndOfTheChsArea) {
 }
 
 TEST(DriveQuery, EntriesArePutIntoSlotsOfAnMbrImage) {
-  TableBench bench(diskFromScript(204800, kScript), alignedTo1MiB());
+  TableBench bench(diskFromScript(204800, kScript), alignedTo(2048));
   Drive& drive = bench.drive();
-  MbrRecord mbr = *recordAt<MbrRecord>(std::span<const u8>(bench.disk().sector(0)));
+  MbrRecord mbr = mbrOf(bench.disk());
   PartitionEntry& entry = *drive.findByKernelNumber(1);
   mbr.slots[0].bootIndicator = kBootActive;
   EXPECT_TRUE(putIntoMbrSlot(drive, entry, mbr, 3));

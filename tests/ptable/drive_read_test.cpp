@@ -12,12 +12,6 @@ namespace {
 
 constexpr u64 kMiBSectors = 2048;
 
-DriveOpenOptions alignedTo1MiB() {
-  DriveOpenOptions options;
-  options.alignment = kMiBSectors;
-  return options;
-}
-
 // Tables that sfdisk made are read as sfdisk reads them.
 TEST(DriveRead, AgreesWithSfdiskOnEveryKindOfTable) {
   std::string many = "label: dos\n2048,20480,83\n,,5\n";
@@ -86,7 +80,7 @@ TEST(DriveRead, FreeBlocksFollowTheUnitOfTheDrive) {
   MemoryDisk disk(100 * 16065 + 5);
   TableBench bench(std::move(disk));
   EXPECT_EQ(pictureOf(bench.drive()), "free 63..1606499\n");
-  bench.reopen(alignedTo1MiB());
+  bench.reopen(alignedTo(kMiBSectors));
   EXPECT_EQ(pictureOf(bench.drive()), "free 2048..1605631\n");
   putMbr(bench.disk(), {{0x83, 63, 16065 - 63}, {0x83, 20000, 1000}, {0x83, 21000, 100}});
   bench.reopen();
@@ -120,7 +114,7 @@ TEST(DriveRead, DamagedTablesAreShownWithTheirErrors) {
   for (const Case& c : cases) {
     MemoryDisk disk(204800);
     putMbr(disk, c.slots);
-    TableBench bench(std::move(disk), alignedTo1MiB());
+    TableBench bench(std::move(disk), alignedTo(kMiBSectors));
     EXPECT_EQ(pictureOf(bench.drive()), c.picture) << c.what;
     EXPECT_TRUE(bench.drive().table().hasErrors()) << c.what;
   }
@@ -132,7 +126,7 @@ TEST(DriveRead, ChainsThatDoNotEndAreCutWhereTheyTurn) {
     MemoryDisk disk(204800);
     putMbr(disk, {{0x05, kStart, 102400}});
     fill(disk);
-    return TableBench(std::move(disk), alignedTo1MiB());
+    return TableBench(std::move(disk), alignedTo(kMiBSectors));
   };
   const auto statusOf = [](TableBench& bench) {
     return dynamic_cast<TableEntry*>(bench.drive().findByKernelNumber(1))->volumes->status;
@@ -183,7 +177,7 @@ TEST(DriveRead, VolumesKeepTheirNumbersNamesAndHiddenTypes) {
   };
   MemoryDisk disk(204800);
   fill(disk);
-  TableBench bench(std::move(disk), alignedTo1MiB());
+  TableBench bench(std::move(disk), alignedTo(kMiBSectors));
   Drive& drive = bench.drive();
   EXPECT_EQ(drive.findById(0x180)->name, "first");
   EXPECT_EQ(drive.findById(0x181)->name, "second");
@@ -197,7 +191,7 @@ TEST(DriveRead, VolumesKeepTheirNumbersNamesAndHiddenTypes) {
 
   MemoryDisk counted(204800);
   fill(counted);
-  DriveOpenOptions options = alignedTo1MiB();
+  DriveOpenOptions options = alignedTo(kMiBSectors);
   options.flags |= kDriveSequentialIds | kDrivePreferLabels;
   options.labelReader = [](DiskDevice&, const PartitionEntry& e) {
     return e.type == 0x0B ? std::string("LABEL") : std::string();
@@ -260,7 +254,7 @@ TEST(DriveRead, WholeDisksForeignSchemesAndHugeDisks) {
   tablesOnly.flags = kDriveReadVolumes;
   EXPECT_EQ(whole.reopen(tablesOnly).table().status, u32{kTableNone});
 
-  TableBench huge(MemoryDisk(u64{6} * 1024 * kMiBSectors * 1024), alignedTo1MiB());
+  TableBench huge(MemoryDisk(u64{6} * 1024 * kMiBSectors * 1024), alignedTo(kMiBSectors));
   EXPECT_EQ(huge.drive().lastUsableSector(), u64{0xFFFFFFFF});
   EXPECT_EQ(pictureOf(huge.drive()), "free 2048..4294967295\n");
 }

@@ -3,8 +3,6 @@
 
 #include <algorithm>
 
-#include "disk/faulty_disk.h"
-#include "disk/recording_disk.h"
 #include "ptable/boot_code.h"
 #include "ptable/scheme_bench.h"
 #include "ptable/table_bench.h"
@@ -25,24 +23,7 @@ constexpr const char* kVolumes =
     "2:start=20480,size=102400,type=f\n5:start=22528,size=8192,type=83\n"
     "6:start=61440,size=8192,type=b\n7:start=81920,size=8192,type=82\n";
 
-DriveOpenOptions alignedTo1MiB() {
-  DriveOpenOptions options;
-  options.alignment = 2048;
-  return options;
-}
-
-PartitionEntry& freeAt(Drive& drive, u64 sector) {
-  for (const auto& entry : drive.table().entries) {
-    if (entry->isFree() && entry->startSector <= sector && sector <= entry->endSector)
-      return *entry;
-    if (!entry->volumes) continue;
-    for (const auto& volume : entry->volumes->entries)
-      if (volume->isFree() && volume->startSector <= sector && sector <= volume->endSector)
-        return *volume;
-  }
-  ADD_FAILURE() << "no free block at " << sector << "\n" << pictureOf(drive);
-  return *drive.table().entries.front();
-}
+const DriveOpenOptions kAligned = alignedTo(2048);
 
 Error create(Drive& drive, u64 start, u64 sectors, u16 type) {
   PartitionEntry& block = freeAt(drive, start);
@@ -112,7 +93,7 @@ MemoryDisk diskOf(const Change& change) {
   MemoryDisk disk = *change.before == '\0' ? MemoryDisk(kDiskSectors)
                                            : diskFromScript(kDiskSectors, change.before);
   // Opened once, so that all volumes have their numbers on the disk.
-  TableBench bench(std::move(disk), alignedTo1MiB());
+  TableBench bench(std::move(disk), kAligned);
   return bench.disk().copy();
 }
 
@@ -129,13 +110,13 @@ std::string usedRows(const Drive& drive) {
 }
 
 std::string rowsOn(MemoryDisk& disk) {
-  TableBench bench(disk.copy(), alignedTo1MiB());
+  TableBench bench(disk.copy(), kAligned);
   return usedRows(bench.drive());
 }
 
 TEST(DriveWrite, EachChangeIsWhatSfdiskReads) {
   for (const Change& change : kChanges) {
-    TableBench bench(diskOf(change), alignedTo1MiB());
+    TableBench bench(diskOf(change), kAligned);
     EXPECT_EQ(change.run(bench.drive()), Error::none) << change.what;
     EXPECT_NE(bench.drive().flags() & kDriveChanged, 0U);
     EXPECT_EQ(bench.drive().reread(), Error::none);
@@ -147,46 +128,14 @@ TEST(DriveWrite, EachChangeIsWhatSfdiskReads) {
   }
 }
 
-// The error says which table is on the disk.
-void expectTableOf(Error error, const std::string& before, const Change& change, MemoryDisk& disk) {
-  const std::string now = rowsOn(disk);
-  switch (error) {
-    case Error::none:
-    case Error::writeFailedNewTable:
-      EXPECT_EQ(now, change.after) << change.what;
-      break;
-    case Error::writeFailedTableUnknown:
-      EXPECT_TRUE(now == before || now == change.after) << change.what << "\n" << now;
-      break;
-    default:
-      EXPECT_TRUE(error == Error::read || error == Error::write) << codeOf(error);
-      EXPECT_EQ(now, before) << change.what << ", error " << codeOf(error);
-  }
+TableChange tableChange(const Change& change) {
+  return {change.what, change.run, rowsOn, kAligned};
 }
 
 TEST(DriveWrite, EachFailedTransferLeavesTheTableThatTheErrorNames) {
-  enum class Kind { read, write, writeForever, flush, flushForever };
   for (const Change& change : kChanges) {
     MemoryDisk before = diskOf(change);
-    const std::string rowsBefore = rowsOn(before);
-    for (const Kind kind :
-         {Kind::read, Kind::write, Kind::writeForever, Kind::flush, Kind::flushForever}) {
-      Error error = Error::read;
-      for (u64 n = 0; error != Error::none; ++n) {
-        ASSERT_LT(n, 100U) << change.what;
-        MemoryDisk disk = before.copy();
-        FakeHost host;
-        FlushFault flushes(disk, kind == Kind::flush || kind == Kind::flushForever ? n : 1000,
-                           kind == Kind::flushForever);
-        auto faulty = std::make_shared<FaultyDisk>(flushes);
-        auto drive = TableBench::openOn(faulty, host, alignedTo1MiB());
-        if (kind == Kind::read) faulty->failRead(n);
-        if (kind == Kind::write || kind == Kind::writeForever)
-          faulty->failWrite(n, kind == Kind::writeForever);
-        error = change.run(*drive);
-        expectTableOf(error, rowsBefore, change, disk);
-      }
-    }
+    expectFaultsAreTold(before, tableChange(change));
   }
 }
 
@@ -207,7 +156,7 @@ TEST(DriveWrite, AFailedWriteThatArrivedIsToldAsTheNewTable) {
   const Change& change = kChanges[7];
   MemoryDisk disk = diskOf(change);
   FakeHost host;
-  auto drive = TableBench::openOn(std::make_shared<LyingDisk>(disk), host, alignedTo1MiB());
+  auto drive = TableBench::openOn(std::make_shared<LyingDisk>(disk), host, kAligned);
   EXPECT_EQ(change.run(*drive), Error::writeFailedNewTable);
   EXPECT_EQ(rowsOn(disk), change.after);
   EXPECT_NE(drive->flags() & kDriveChanged, 0U);
@@ -216,41 +165,18 @@ TEST(DriveWrite, AFailedWriteThatArrivedIsToldAsTheNewTable) {
 TEST(DriveWrite, APowerCutLeavesTheOldTableOrTheNewOne) {
   for (const Change& change : kChanges) {
     MemoryDisk before = diskOf(change);
-    const std::string rowsBefore = rowsOn(before);
-    MemoryDisk disk = before.copy();
-    FakeHost host;
-    auto recording = std::make_shared<RecordingDisk>(disk);
-    auto drive = TableBench::openOn(recording, host, alignedTo1MiB());
-    ASSERT_EQ(change.run(*drive), Error::none) << change.what;
-    const WriteLog& log = recording->log();
-    ASSERT_TRUE(log.steps().back().isFlush) << change.what;
-    for (std::size_t cut = 0; cut <= log.size(); ++cut) {
-      const std::size_t open = log.unflushedBefore(cut);
-      for (u64 subset = 0; subset < (u64{1} << open); ++subset) {
-        for (std::size_t torn = 0; torn <= open; ++torn) {
-          MemoryDisk after =
-              log.replaySubset(before, cut, subset, torn == open ? WriteLog::kNoTornStep : torn);
-          const std::string rows = rowsOn(after);
-          EXPECT_TRUE(rows == rowsBefore || rows == change.after)
-              << change.what << ", cut after " << cut << "\n"
-              << rows;
-        }
-      }
-    }
+    expectCutsLeaveOldOrNew(before, tableChange(change));
   }
 }
 
 TEST(DriveWrite, BootCodeAndActiveSlotFollowTheFirstDiskRule) {
-  const auto mbrOf = [](TableBench& bench) {
-    return *recordAt<MbrRecord>(std::span<const u8>(bench.disk().sector(0)));
-  };
-  TableBench first{MemoryDisk(kDiskSectors), alignedTo1MiB()};
+  TableBench first{MemoryDisk(kDiskSectors), kAligned};
   ASSERT_EQ(create(first.drive(), 2048, 2048, 0x83), Error::none);
-  EXPECT_TRUE(std::ranges::equal(mbrOf(first).bootCode, bootCodeBytes(BootCode::standard)));
-  EXPECT_EQ(mbrOf(first).slots[0].bootIndicator, kBootActive);
+  EXPECT_TRUE(std::ranges::equal(mbrOf(first.disk()).bootCode, bootCodeBytes(BootCode::standard)));
+  EXPECT_EQ(mbrOf(first.disk()).slots[0].bootIndicator, kBootActive);
   ASSERT_EQ(first.drive().reread(), Error::none);
   ASSERT_EQ(create(first.drive(), 8192, 2048, 0x83), Error::none);
-  EXPECT_EQ(mbrOf(first).slots[1].bootIndicator, 0);
+  EXPECT_EQ(mbrOf(first.disk()).slots[1].bootIndicator, 0);
 
   MemoryDisk other(kDiskSectors);
   other.setBiosNumber(0x81);
@@ -258,19 +184,19 @@ TEST(DriveWrite, BootCodeAndActiveSlotFollowTheFirstDiskRule) {
   foreign.bootCode[0] = 0xFA;
   foreign.signature.set();
   other.setSector(0, bytesOf(foreign));
-  TableBench second(std::move(other), alignedTo1MiB());
+  TableBench second(std::move(other), kAligned);
   ASSERT_EQ(create(second.drive(), 2048, 2048, 0x83), Error::none);
-  EXPECT_EQ(mbrOf(second).bootCode, foreign.bootCode);
-  EXPECT_EQ(mbrOf(second).slots[0].bootIndicator, 0);
+  EXPECT_EQ(mbrOf(second.disk()).bootCode, foreign.bootCode);
+  EXPECT_EQ(mbrOf(second.disk()).slots[0].bootIndicator, 0);
 }
 
 TEST(DriveWrite, ChsFieldsFollowTheModeOfTheDrive) {
   const auto endChsWith = [](u32 flags, u64 start, u64 sectors) {
-    DriveOpenOptions options = alignedTo1MiB();
+    DriveOpenOptions options = kAligned;
     options.flags |= flags;
     TableBench bench{MemoryDisk(u64{40} * 1024 * 2048), options};
     EXPECT_EQ(create(bench.drive(), start, sectors, 0x83), Error::none);
-    return recordAt<MbrRecord>(std::span<const u8>(bench.disk().sector(0)))->slots[0].endChs;
+    return mbrOf(bench.disk()).slots[0].endChs;
   };
   using Chs = std::array<u8, 3>;
   EXPECT_EQ(endChsWith(0, 2048, 2048), (Chs{65, 1, 0}));
@@ -282,7 +208,7 @@ TEST(DriveWrite, ChsFieldsFollowTheModeOfTheDrive) {
 
 // 3 TiB: what lies below the limit of 32-bit sector numbers can be used, to its last sector.
 TEST(DriveWrite, HugeDisksAreUsedUpToTheLimitOfTheTable) {
-  TableBench bench{MemoryDisk(u64{3} << 31), alignedTo1MiB()};
+  TableBench bench{MemoryDisk(u64{3} << 31), kAligned};
   ASSERT_EQ(create(bench.drive(), 2048, 0xFFFFFFFF - 2048, 0x05), Error::none);
   ASSERT_EQ(bench.drive().reread(), Error::none);
   ASSERT_EQ(create(bench.drive(), 0xFFF00000, 0xFEFFE, 0x83), Error::none);
@@ -293,41 +219,34 @@ TEST(DriveWrite, HugeDisksAreUsedUpToTheLimitOfTheTable) {
   EXPECT_EQ(judged.rows.size(), 2U);
 }
 
-// What does not fit is refused before anything is written.
 TEST(DriveWrite, RefusalsChangeNothing) {
-  const auto refused = [](MemoryDisk disk, auto run, Error expected, const char* what) {
-    TableBench bench(std::move(disk), alignedTo1MiB());
-    MemoryDisk before = bench.disk().copy();
-    EXPECT_EQ(run(bench.drive()), expected) << what;
-    EXPECT_TRUE(bench.disk().sameContent(before)) << what;
+  struct Refusal {
+    const char* what;
+    const char* script;
+    u64 start;
+    u64 sectors;
+    Error error;
   };
-  refused(
-      diskFromScript(kDiskSectors,
-                     "label: dos\n2048,2048,83\n4096,2048,83\n6144,2048,83\n8192,2048,83\n"),
-      [](Drive& d) { return create(d, 20480, 2048, 0x83); }, Error::noFreeEntry, "four primaries");
-  refused(
-      diskFromScript(kDiskSectors, kPrimaries),
-      [](Drive& d) { return create(d, 20480, 30000, 0x83); }, Error::outsideUsableArea, "overlap");
-  refused(
-      diskFromScript(kDiskSectors, kPrimaries),
-      [](Drive& d) { return create(d, 100000, kDiskSectors, 0x83); }, Error::outsideUsableArea,
-      "beyond the disk");
-  refused(
-      diskFromScript(kDiskSectors, kVolumes),
-      [](Drive& d) { return create(d, 40960, 30000, 0x83); }, Error::outsideUsableArea,
-      "over the next volume");
-  refused(
-      diskFromScript(kDiskSectors, kVolumes),
-      [](Drive& d) { return create(d, 100000, 40000, 0x83); }, Error::outsideUsableArea,
-      "beyond its container");
+  const Refusal refusals[] = {
+      {"four primaries", "label: dos\n2048,2048,83\n4096,2048,83\n6144,2048,83\n8192,2048,83\n",
+       20480, 2048, Error::noFreeEntry},
+      {"overlap", kPrimaries, 20480, 30000, Error::outsideUsableArea},
+      {"beyond the disk", kPrimaries, 100000, kDiskSectors, Error::outsideUsableArea},
+      {"over the next volume", kVolumes, 40960, 30000, Error::outsideUsableArea},
+      {"beyond its container", kVolumes, 100000, 40000, Error::outsideUsableArea},
+  };
+  for (const Refusal& r : refusals) {
+    expectRefused(
+        diskFromScript(kDiskSectors, r.script),
+        [&](Drive& d) { return create(d, r.start, r.sectors, 0x83); }, r.error, r.what, kAligned);
+  }
 }
 
 // Somebody else changes the table between reading and writing.
 TEST(DriveWrite, ATableThatChangedMeanwhileIsNotOverwritten) {
-  TableBench bench(diskFromScript(kDiskSectors, kVolumes), alignedTo1MiB());
+  TableBench bench(diskFromScript(kDiskSectors, kVolumes), kAligned);
   FakeHost host;
-  auto other =
-      TableBench::openOn(std::make_shared<DiskWrapper>(bench.disk()), host, alignedTo1MiB());
+  auto other = TableBench::openOn(std::make_shared<DiskWrapper>(bench.disk()), host, kAligned);
   ASSERT_EQ(other->remove(*other->findByKernelNumber(6)), Error::none);
   EXPECT_EQ(create(bench.drive(), 40960, 2048, 0x83), Error::tableChangedMeanwhile);
   EXPECT_EQ(bench.drive().remove(*bench.drive().findByKernelNumber(7)),
@@ -338,7 +257,7 @@ TEST(DriveWrite, ATableThatChangedMeanwhileIsNotOverwritten) {
 }
 
 TEST(DriveWrite, HiddenVolumesKeepTheirTypeInTheEbr) {
-  TableBench bench(diskFromScript(kDiskSectors, kVolumes), alignedTo1MiB());
+  TableBench bench(diskFromScript(kDiskSectors, kVolumes), kAligned);
   Drive& drive = bench.drive();
   PartitionEntry& volume = *drive.findByKernelNumber(7);
   ASSERT_EQ(drive.changeProperties(volume, {.type = types::hide(volume.type)}), Error::none);
@@ -362,7 +281,7 @@ TEST(DriveWrite, SignatureAndKernelNumbersAreSettled) {
   MemoryDisk disk(kDiskSectors);
   FakeHost host;
   auto spy = std::make_shared<KernelSpy>(disk);
-  auto drive = TableBench::openOn(spy, host, alignedTo1MiB());
+  auto drive = TableBench::openOn(spy, host, kAligned);
   ASSERT_EQ(drive->ensureDiskSignature(), Error::none);
   EXPECT_NE(drive->diskSignature() & 0xFF, 0U);
   const u32 signature = drive->diskSignature();

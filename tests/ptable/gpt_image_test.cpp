@@ -5,10 +5,6 @@
 #include "base/crc32.h"
 #include "disk/faulty_disk.h"
 #include "disk/recording_disk.h"
-#include "ptable/gpt_types.h"
-#include "support/disk_file.h"
-#include "support/oracle.h"
-#include "support/temp_folder.h"
 
 namespace tallowin {
 namespace {
@@ -31,11 +27,11 @@ void addEntry(GptImage& image, u32 index, u64 first, u64 last, const std::string
 }
 
 // A disk with a table of one entry, written by us.
-MemoryDisk gptDisk(u64 lastOfEntry = 4095) {
+MemoryDisk gptDisk() {
   MemoryDisk disk(kSectors);
   GptImage image;
   EXPECT_EQ(GptImage::create(kSectors - 1, 512, someGuid(7), image), Error::none);
-  addEntry(image, 0, 2048, lastOfEntry, "first");
+  addEntry(image, 0, 2048, 4095, "first");
   EXPECT_EQ(image.write(disk), Error::none);
   return disk;
 }
@@ -49,47 +45,6 @@ void flipByte(MemoryDisk& disk, u64 lba, std::size_t at) {
 u64 entryEnd(MemoryDisk& disk) {
   GptImage image;
   return GptImage::read(disk, image) == Error::none ? u64{image.entry(0).lastLba} : 0;
-}
-
-TEST(Gpt, OtherProgramsAcceptWhatWeWrite) {
-  for (const u32 sectorSize : {512U, 4096U}) {
-    MemoryDisk disk(100 * kMiB / sectorSize, sectorSize);
-    GptImage image;
-    ASSERT_EQ(GptImage::create(*disk.sectorCount() - 1, sectorSize, someGuid(3), image),
-              Error::none);
-    EXPECT_EQ(u64{image.header().firstUsableLba}, sectorSize == 512 ? 34U : 6U);
-    addEntry(image, 0, 2048, 4095, "Grüße \U0001F4BE");
-    addEntry(image, 127, 8192, 9000, "last slot");
-    ASSERT_EQ(image.write(disk), Error::none);
-    const TempFolder folder;
-    storeDisk(disk, folder.file("disk.img"));
-    if (sectorSize != 512) continue;  // the judges take 4096 from a device only
-    const ProgramResult verdict = runProgram({"sgdisk", "-v", folder.file("disk.img")});
-    EXPECT_NE(verdict.output.find("No problems found"), std::string::npos) << verdict.output;
-    const ProgramResult dump = runProgram({"sfdisk", "-d", folder.file("disk.img")});
-    EXPECT_NE(dump.output.find(R"(name="Gr\xc3\xbc\xc3\x9fe \xf0\x9f\x92\xbe")"), std::string::npos)
-        << dump.output;
-    EXPECT_EQ(runProgram({"sfdisk", "--verify", folder.file("disk.img")}).status, 0);
-  }
-}
-
-TEST(Gpt, ReadsWhatOtherProgramsWrite) {
-  const TempFolder folder;
-  const std::string path = folder.sparse("disk.img", 64 * kMiB);
-  ASSERT_EQ(runProgram({"sgdisk", "-n", "1:2048:4095", "-c", "1:Łódź", "-t", "1:EF00", "-A",
-                        "1:set:2", "-n", "5:6144:8191", path})
-                .status,
-            0);
-  MemoryDisk disk = loadDisk(path);
-  GptImage image;
-  ASSERT_EQ(GptImage::read(disk, image), Error::none);
-  EXPECT_EQ(image.source(), GptCopy::primary);
-  EXPECT_EQ(image.backupState(disk), GptBackupState::sound);
-  EXPECT_EQ(gptName(image.entry(0)), "Łódź");
-  EXPECT_EQ(guidText(image.entry(0).typeGuid), "{C12A7328-F81F-11D2-BA4B-00A0C93EC93B}");
-  EXPECT_EQ(u64{image.entry(0).attributes}, 4U);
-  EXPECT_EQ(u64{image.entry(4).lastLba}, 8191U);
-  EXPECT_FALSE(image.entry(1).isUsed());
 }
 
 TEST(Gpt, EachDamageHasItsAnswer) {
@@ -122,45 +77,6 @@ TEST(Gpt, EachDamageHasItsAnswer) {
     GptImage image;
     EXPECT_EQ(GptImage::read(disk, image), damage.expected) << damage.what;
   }
-}
-
-TEST(Gpt, ADamagedPrimaryIsReadFromTheBackupAndRepairedByTheNextWrite) {
-  for (const auto& [lba, at] : {std::pair<u64, std::size_t>{1, 0}, {1, 56}, {2, 40}}) {
-    MemoryDisk disk = gptDisk();
-    flipByte(disk, lba, at);
-    GptImage image;
-    ASSERT_EQ(GptImage::read(disk, image), Error::none);
-    EXPECT_EQ(image.source(), GptCopy::backup);
-    ASSERT_EQ(image.write(disk), Error::none);
-    ASSERT_EQ(GptImage::read(disk, image), Error::none);
-    EXPECT_EQ(image.source(), GptCopy::primary);
-    EXPECT_EQ(image.backupState(disk), GptBackupState::sound);
-  }
-}
-
-TEST(Gpt, TheBackupsStateIsNamed) {
-  MemoryDisk missing = gptDisk();
-  flipByte(missing, kSectors - 1, 0);
-  GptImage image;
-  ASSERT_EQ(GptImage::read(missing, image), Error::none);
-  EXPECT_EQ(image.backupState(missing), GptBackupState::missing);
-
-  MemoryDisk differs = gptDisk(4095);
-  MemoryDisk other = gptDisk(5000);
-  for (u64 lba = kSectors - 33; lba < kSectors; ++lba) differs.setSector(lba, other.sector(lba));
-  ASSERT_EQ(GptImage::read(differs, image), Error::none);
-  EXPECT_EQ(image.backupState(differs), GptBackupState::differs);
-
-  MemoryDisk grown(2 * kSectors);
-  MemoryDisk small = gptDisk();
-  for (u64 lba = 0; lba < 40; ++lba) grown.setSector(lba, small.sector(lba));
-  for (u64 lba = kSectors - 33; lba < kSectors; ++lba) grown.setSector(lba, small.sector(lba));
-  ASSERT_EQ(GptImage::read(grown, image), Error::none);
-  EXPECT_EQ(image.backupState(grown), GptBackupState::misplaced);
-  ASSERT_EQ(image.moveBackupTo(2 * kSectors - 1), Error::none);
-  ASSERT_EQ(image.write(grown), Error::none);
-  EXPECT_EQ(image.backupState(grown), GptBackupState::sound);
-  EXPECT_EQ(image.moveBackupTo(4000), Error::backupOverlaps);
 }
 
 // Changes the entry's end from 4095 to 6000 on any disk below.
@@ -235,21 +151,6 @@ TEST(Gpt, NamesKeepWhatUtf16CanSay) {
   entry.name[1] = u16{0x0041};
   entry.name[2] = u16{0};
   EXPECT_EQ(gptName(entry), "\uFFFDA");
-}
-
-TEST(Gpt, TypesHaveNamesAndTheirConstantsAreInTheTable) {
-  EXPECT_EQ(gptTypes().size(), 49U);
-  EXPECT_STREQ(gptTypeName(kGptEfiSystem), "EFI System");
-  EXPECT_STREQ(gptTypeName(kGptBiosBoot), "BIOS Boot");
-  EXPECT_STREQ(gptTypeName(kGptMsReserved), "Microsoft Reserved");
-  EXPECT_STREQ(gptTypeName(kGptBasicData), "Normal Data");
-  EXPECT_STREQ(gptTypeName(kGptIntelRst), "Intel RST Store");
-  EXPECT_EQ(gptTypeName(someGuid(1)), nullptr);
-}
-
-TEST(Gpt, TheChecksumIsThatOfTheStandard) {
-  const std::string text = "123456789";
-  EXPECT_EQ(crc32({reinterpret_cast<const u8*>(text.data()), text.size()}), 0xCBF43926U);
 }
 
 }  // namespace

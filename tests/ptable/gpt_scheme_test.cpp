@@ -13,6 +13,7 @@
 #include "ptable/table_bench.h"
 #include "ptable/type_catalogue.h"
 #include "support/loop_device.h"
+#include "support/oracle.h"
 
 namespace tallowin {
 namespace {
@@ -91,6 +92,13 @@ TEST(GptScheme, TheModelAgreesWithSfdiskOnTablesOfEveryMaker) {
   for (int i = 0; i < 128; ++i)
     many += "start=" + std::to_string(2048 + i * 64) + ", size=" + std::to_string(1 + i % 64) +
             ", name=\"part " + std::to_string(i) + "\"\n";
+  const auto byParted = words(
+      "parted -s IMAGE mklabel gpt mkpart one ext4 256s 1023s mkpart two fat32 1024s 4095s "
+      "set 2 boot on set 1 legacy_boot on");
+  auto bySgdisk = words(
+      "sgdisk -a 8 -n 128:1024:2047 -A 128:set:0 -A 128:set:1 -A 128:set:2 -A 128:set:48 "
+      "-A 128:set:62 -n 3:4096:4096 -t 3:EF02 IMAGE -c");
+  bySgdisk.emplace_back("128:Łódź \U0001F4BE \"quoted\"");
   struct Maker {
     const char* what;
     Commands commands;
@@ -99,37 +107,8 @@ TEST(GptScheme, TheModelAgreesWithSfdiskOnTablesOfEveryMaker) {
   };
   const Maker makers[] = {
       {"empty", {{"sgdisk", "-o", "IMAGE"}}, "", 128},
-      {"parted",
-       {{"parted", "-s",    "IMAGE",  "mklabel", "gpt",   "mkpart",      "one",   "ext4",
-         "256s",   "1023s", "mkpart", "two",     "fat32", "1024s",       "4095s", "set",
-         "2",      "boot",  "on",     "set",     "1",     "legacy_boot", "on"}},
-       "",
-       128},
-      {"sgdisk",
-       {{"sgdisk",
-         "-a",
-         "8",
-         "-n",
-         "128:1024:2047",
-         "-c",
-         "128:Łódź \U0001F4BE \"quoted\"",
-         "-A",
-         "128:set:0",
-         "-A",
-         "128:set:1",
-         "-A",
-         "128:set:2",
-         "-A",
-         "128:set:48",
-         "-A",
-         "128:set:62",
-         "-n",
-         "3:4096:4096",
-         "-t",
-         "3:EF02",
-         "IMAGE"}},
-       "",
-       128},
+      {"parted", {byParted}, "", 128},
+      {"sgdisk", {bySgdisk}, "", 128},
       {"sfdisk, all entries", {{"sfdisk", "-q", "IMAGE"}}, many, 128},
       {"sfdisk, one entry",
        {{"sfdisk", "-q", "IMAGE"}},
@@ -165,9 +144,7 @@ TEST(GptScheme, EntriesOfAHybridMbrAreLinkedToTheirSlots) {
   EXPECT_EQ(alone->mbrSlot, kNoMbrSlot);
   EXPECT_EQ(linked->mbrType, 0x83);
   ASSERT_LT(linked->mbrSlot, kMbrSlots);
-  const auto slotOf = [&](MemoryDisk& disk) {
-    return recordAt<MbrRecord>(std::span<const u8>(disk.sector(0)))->slots[linked->mbrSlot];
-  };
+  const auto slotOf = [&](MemoryDisk& disk) { return mbrOf(disk).slots[linked->mbrSlot]; };
   EXPECT_EQ(slotOf(bench.disk()).startLba, 8192U);
   // The slot follows what happens to the entry; the kernel of another system reads nothing else.
   const EntryProperties active{.active = true};
@@ -185,23 +162,19 @@ TEST(GptScheme, EntriesOfAHybridMbrAreLinkedToTheirSlots) {
 TEST(GptScheme, EachDamageIsNamedAndRepaired) {
   struct Damage {
     const char* word;
-    std::function<MemoryDisk(MemoryDisk disk)> make;
+    std::function<MemoryDisk(MemoryDisk disk, u64 last)> make;
   };
   const Damage damages[] = {
-      {"damaged-primary", [](MemoryDisk d) { return flipped(std::move(d), 1, 60); }},
-      {"damaged-primary", [](MemoryDisk d) { return flipped(std::move(d), 2, 5); }},
+      {"damaged-primary", [](MemoryDisk d, u64) { return flipped(std::move(d), 1, 60); }},
+      {"damaged-primary", [](MemoryDisk d, u64) { return flipped(std::move(d), 2, 5); }},
+      {"missing-backup", [](MemoryDisk d, u64 last) { return flipped(std::move(d), last, 0); }},
       {"missing-backup",
-       [](MemoryDisk d) {
-         const u64 last = *d.sectorCount() - 1;
-         return flipped(std::move(d), last, 0);
+       [](MemoryDisk d, u64 last) {
+         const u64 array = last - 16384 / d.sectorSize();
+         return flipped(std::move(d), array, 7);
        }},
-      {"missing-backup",
-       [](MemoryDisk d) {
-         const u64 last = *d.sectorCount() - 1;
-         return flipped(std::move(d), last - 16384 / d.sectorSize(), 7);
-       }},
-      {"misplaced-backup", [](MemoryDisk d) { return grown(d, 5000); }},
-      {"different-backup", [](MemoryDisk d) { return withStaleBackup(std::move(d)); }},
+      {"misplaced-backup", [](MemoryDisk d, u64) { return grown(d, 5000); }},
+      {"different-backup", [](MemoryDisk d, u64) { return withStaleBackup(std::move(d)); }},
   };
   for (const u32 sectorSize : {512U, 4096U}) {
     if (sectorSize != 512 && !hasLoopDevices()) GTEST_SKIP() << "needs root";
@@ -209,7 +182,7 @@ TEST(GptScheme, EachDamageIsNamedAndRepaired) {
     for (const Damage& damage : damages) {
       MemoryDisk undamaged = whole.copy();
       const std::string before = picture(undamaged);
-      MemoryDisk disk = damage.make(std::move(undamaged));
+      MemoryDisk disk = damage.make(std::move(undamaged), kBytes / sectorSize - 1);
       const std::string what = std::string(damage.word) + ", " + std::to_string(sectorSize);
       EXPECT_EQ(healthOf(disk), damage.word) << what;
       EXPECT_EQ(picture(disk), before) << what;
@@ -263,23 +236,18 @@ TEST(GptScheme, TheBackupMovesByOneSectorToo) {
   }
 }
 
-TableEntry& freeAt(Drive& drive, u64 sector) {
-  for (const auto& entry : drive.table().entries)
-    if (entry->isFree() && entry->startSector <= sector && sector <= entry->endSector)
-      return *entry;
-  ADD_FAILURE() << "no free block at " << sector << "\n" << pictureOf(drive);
-  return *drive.table().entries.front();
-}
-
-Error create(Drive& drive, u64 start, u64 end, u16 type = 0x83, const std::string& name = "new") {
-  TableEntry& block = freeAt(drive, start);
+Error createIn(PartitionEntry& block, Drive& drive, u64 start, u64 end) {
   block.startSector = start;
   block.endSector = end;
-  block.type = type;
-  block.setName(name);
+  block.type = 0x83;
+  block.setName("new");
   // Fixed, so that two runs make the same table.
   block.uniqueGuid.bytes = {1, 2, 3, 4, 5, 6, 7, 8, 9};
   return drive.commit(block);
+}
+
+Error create(Drive& drive, u64 start, u64 end) {
+  return createIn(freeAt(drive, start), drive, start, end);
 }
 
 std::vector<TableChange> changes() {
@@ -370,38 +338,23 @@ TEST(GptScheme, ABackupThatDiffersNeverBecomesTheTable) {
 }
 
 TEST(GptScheme, WhatDoesNotFitIsRefusedAndChangesNothing) {
-  const auto refused = [](MemoryDisk disk, const std::function<Error(Drive&)>& run, Error expected,
-                          const char* what) {
-    TableBench bench(disk.copy());
-    EXPECT_EQ(run(bench.drive()), expected) << what;
-    EXPECT_TRUE(bench.disk().sameContent(disk)) << what;
+  struct Refusal {
+    const char* what;
+    u64 start;
+    u64 end;
+    Error error;
   };
-  refused(
-      threePartitions(), [](Drive& d) { return create(d, 20480, kSectors - 33); },
-      Error::outsideUsableArea, "into the backup");
-  refused(
-      threePartitions(),
-      [](Drive& d) {
-        TableEntry& block = freeAt(d, 20480);
-        block.startSector = 33;
-        block.endSector = 40;
-        block.type = 0x83;
-        return d.commit(block);
-      },
-      Error::outsideUsableArea, "into the entry array");
-  refused(
-      threePartitions(),
-      [](Drive& d) {
-        TableEntry& block = freeAt(d, 20480);
-        block.startSector = 8900;
-        block.type = 0x83;
-        return d.commit(block);
-      },
-      Error::outsideUsableArea, "over the last partition");
-  MemoryDisk oneEntry = sfdiskDisk("table-length: 1\nstart=2048, size=100\n");
-  refused(
-      oneEntry.copy(), [](Drive& d) { return create(d, 20480, 30000); }, Error::noFreeEntry,
-      "a table of one entry");
+  const MemoryDisk whole = threePartitions();
+  for (const Refusal& r :
+       {Refusal{"into the backup", 20480, kSectors - 33, Error::outsideUsableArea},
+        Refusal{"into the entry array", 33, 40, Error::outsideUsableArea},
+        Refusal{"over the last partition", 8900, 30000, Error::outsideUsableArea}})
+    expectRefused(
+        whole.copy(), [&](Drive& d) { return createIn(freeAt(d, 20480), d, r.start, r.end); },
+        r.error, r.what);
+  expectRefused(
+      sfdiskDisk("table-length: 1\nstart=2048, size=100\n"),
+      [](Drive& d) { return create(d, 20480, 30000); }, Error::noFreeEntry, "a table of one entry");
   TableBench bench(threePartitions());
   TableBench other(bench.disk().copy());
   ASSERT_EQ(other.drive().remove(*other.drive().findByKernelNumber(1)), Error::none);

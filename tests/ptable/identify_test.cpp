@@ -43,89 +43,55 @@ struct Case {
   u64 sectorCount = 0;
 };
 
+Case refused(const char* what, std::vector<Put> parts) {
+  return {what, std::move(parts), 0, Error::notAFileSystem};
+}
+Case onDisk(const char* what, std::vector<Put> parts, ContentCode code, u64 sectorCount = 0) {
+  return {what, std::move(parts), 0, Error::none, code, sectorCount};
+}
+Case inPartition(const char* what, std::vector<Put> parts, ContentCode code, u64 sectorCount) {
+  return {what, std::move(parts), 64, Error::none, code, sectorCount};
+}
+
 TEST(Identify, EachKindByItsMarksAlone) {
   using namespace std::string_view_literals;
   const Case cases[] = {
-      {"nothing on a disk", {}, 0, Error::notAFileSystem},
-      {"nothing in a partition", {}, 64, Error::none, ContentCode::unknownVolume, kSectors},
-      {"a table", {kSignature, {450, "\x83"}}, 0, Error::notAFileSystem},
-      {"text in the place of a slot",
-       {kSignature, {494, "no system"}},
-       0,
-       Error::none,
-       ContentCode::unknownVolume,
-       kSectors},
-      {"an MBR with a parameter block for old systems",
-       {kJump, kSignature, {54, "FAT16"}, {310, "MBR-help"}},
-       0,
-       Error::notAFileSystem},
-      {"the same with sectors before it",
-       {kJump, kSignature, {54, "FAT16"}, {310, "MBR-help"}, {28, "\x3F"}, {19, "\x10\x20"}},
-       0,
-       Error::none,
-       ContentCode::fat,
-       0x2010},
-      {"two FATs without a name",
-       {kJump, kSignature, {16, "\x02"}, {21, "\xF8"}, {32, "\1\2\3"}},
-       64,
-       Error::none,
-       ContentCode::fat,
-       0x030201},
-      {"encrypted",
-       {kJump, kSignature, {82, "FAT32"}, {3, "-FVE-FS-"}},
-       0,
-       Error::none,
-       ContentCode::bitLocker},
-      {"NTFS in small letters",
-       {kJump, kSignature, {3, "ntfs"}, {40, "\xFF"}},
-       64,
-       Error::none,
-       ContentCode::ntfs,
-       256},
-      {"NTFS without a jump", {kSignature, {3, "NTFS"}}, 0, Error::notAFileSystem},
-      {"exFAT",
-       {kJump, kSignature, {3, "EXFAT   "}, {72, "\0\1"sv}, {108, "\x09"}},
-       64,
-       Error::none,
-       ContentCode::exFat,
-       256},
-      {"ReFS", {{3, "ReFS\0\0\0\0"sv}, {24, "\x40"}}, 64, Error::none, ContentCode::reFs, 64},
-      {"ext behind a boot loader",
-       {kSignature, {6, "LILO"}, {1024 + 56, "\x53\xEF"}, {1024 + 4, "\x08"}},
-       0,
-       Error::none,
-       ContentCode::ext,
-       16},
-      {"ext behind a foreign boot sector",
-       {kSignature, {1024 + 56, "\x53\xEF"}},
-       0,
-       Error::notAFileSystem},
-      {"HFS+",
-       {{1024, "H+"}, {1024 + 40, "\0\0\x10\0\0\0\0\2"sv}},
-       64,
-       Error::none,
-       ContentCode::hfsPlus,
-       16},
-      {"XFS of more blocks than sectors can be counted",
-       {{0, "XFSB\0\0\x10\0\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"sv}},
-       64,
-       Error::none,
-       ContentCode::xfs,
-       kAllOnes64},
-      {"ReiserFS",
-       {{65536 + 52, "ReIsEr2Fs"}, {65536, "\x04"}, {65536 + 45, "\x10"}},
-       64,
-       Error::none,
-       ContentCode::reiserFs,
-       32},
-      {"swap", {{4086, "SWAPSPACE2"}}, 64, Error::none, ContentCode::linuxSwap, kSectors},
-      {"a disc", {{16 * 512 + 1, "CD001"}}, 0, Error::none, ContentCode::iso9660},
-      {"a disc's image in a partition",
-       {{16 * 512 + 1, "CD001"}},
-       64,
-       Error::none,
-       ContentCode::unknownVolume,
-       kSectors},
+      refused("nothing on a disk", {}),
+      inPartition("nothing in a partition", {}, ContentCode::unknownVolume, kSectors),
+      refused("a table", {kSignature, {450, "\x83"}}),
+      onDisk("text in the place of a slot", {kSignature, {494, "no system"}},
+             ContentCode::unknownVolume, kSectors),
+      refused("an MBR with a parameter block for old systems",
+              {kJump, kSignature, {54, "FAT16"}, {310, "MBR-help"}}),
+      onDisk("the same with sectors before it",
+             {kJump, kSignature, {54, "FAT16"}, {310, "MBR-help"}, {28, "\x3F"}, {19, "\x10\x20"}},
+             ContentCode::fat, 0x2010),
+      inPartition("two FATs without a name",
+                  {kJump, kSignature, {16, "\x02"}, {21, "\xF8"}, {32, "\1\2\3"}}, ContentCode::fat,
+                  0x030201),
+      onDisk("encrypted", {kJump, kSignature, {82, "FAT32"}, {3, "-FVE-FS-"}},
+             ContentCode::bitLocker),
+      inPartition("NTFS in small letters", {kJump, kSignature, {3, "ntfs"}, {40, "\xFF"}},
+                  ContentCode::ntfs, 256),
+      refused("NTFS without a jump", {kSignature, {3, "NTFS"}}),
+      inPartition("exFAT", {kJump, kSignature, {3, "EXFAT   "}, {72, "\0\1"sv}, {108, "\x09"}},
+                  ContentCode::exFat, 256),
+      inPartition("ReFS", {{3, "ReFS\0\0\0\0"sv}, {24, "\x40"}}, ContentCode::reFs, 64),
+      onDisk("ext behind a boot loader",
+             {kSignature, {6, "LILO"}, {1024 + 56, "\x53\xEF"}, {1024 + 4, "\x08"}},
+             ContentCode::ext, 16),
+      refused("ext behind a foreign boot sector", {kSignature, {1024 + 56, "\x53\xEF"}}),
+      inPartition("HFS+", {{1024, "H+"}, {1024 + 40, "\0\0\x10\0\0\0\0\2"sv}}, ContentCode::hfsPlus,
+                  16),
+      inPartition("XFS of more blocks than sectors can be counted",
+                  {{0, "XFSB\0\0\x10\0\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"sv}}, ContentCode::xfs,
+                  kAllOnes64),
+      inPartition("ReiserFS", {{65536 + 52, "ReIsEr2Fs"}, {65536, "\x04"}, {65536 + 45, "\x10"}},
+                  ContentCode::reiserFs, 32),
+      inPartition("swap", {{4086, "SWAPSPACE2"}}, ContentCode::linuxSwap, kSectors),
+      onDisk("a disc", {{16 * 512 + 1, "CD001"}}, ContentCode::iso9660),
+      inPartition("a disc's image in a partition", {{16 * 512 + 1, "CD001"}},
+                  ContentCode::unknownVolume, kSectors),
   };
   for (const Case& c : cases) {
     MemoryDisk disk(kSectors);
@@ -142,34 +108,35 @@ TEST(Identify, EachKindByItsMarksAlone) {
 // The makers of file systems and the identification agree, also on large sectors.
 TEST(Identify, WhatTheMakersOfFileSystemsWrite) {
   struct Made {
-    std::vector<std::string> command;
+    std::string command;
     ContentCode code;
     u16 type;
     std::optional<u32> statedSectorSize;
   };
   const Made kinds[] = {
-      {{"mkfs.fat", "-F", "16"}, ContentCode::fat, 0x06, 512},
-      {{"mkfs.fat", "-F", "32"}, ContentCode::fat32, 0x0B, 512},
-      {{"mkfs.fat", "-F", "32", "-S", "4096"}, ContentCode::fat32, 0x0B, 4096},
-      {{"mkfs.ntfs", "-F", "-Q", "-q"}, ContentCode::ntfs, 0x07, 512},
-      {{"mkfs.ext4", "-q", "-F"}, ContentCode::ext, 0x83, 0},
-      {{"mkfs.xfs", "-q", "-f"}, ContentCode::xfs, 0x83, 0},
-      {{"mkswap", "-q"}, ContentCode::linuxSwap, 0x82, 0},
+      {"mkfs.fat -F 16", ContentCode::fat, 0x06, 512},
+      {"mkfs.fat -F 32", ContentCode::fat32, 0x0B, 512},
+      {"mkfs.fat -F 32 -S 4096", ContentCode::fat32, 0x0B, 4096},
+      {"mkfs.ntfs -F -Q -q", ContentCode::ntfs, 0x07, 512},
+      {"mkfs.ext4 -q -F", ContentCode::ext, 0x83, 0},
+      {"mkfs.xfs -q -f", ContentCode::xfs, 0x83, 0},
+      {"mkswap -q", ContentCode::linuxSwap, 0x82, 0},
   };
-  for (Made kind : kinds) {
-    if (!hasProgram(kind.command[0])) continue;
+  for (const Made& kind : kinds) {
+    std::vector<std::string> command = words(kind.command);
+    if (!hasProgram(command[0])) continue;
     const TempFolder folder;
-    kind.command.push_back(folder.sparse("volume", 400 * kMiB));
-    const ProgramResult made = runProgram(kind.command);
-    ASSERT_EQ(made.status, 0) << kind.command[0] << made.output;
-    MemoryDisk disk = loadDisk(kind.command.back());
+    command.push_back(folder.sparse("volume", 400 * kMiB));
+    const ProgramResult made = runProgram(command);
+    ASSERT_EQ(made.status, 0) << kind.command << made.output;
+    MemoryDisk disk = loadDisk(command.back());
     Content content;
-    ASSERT_EQ(identify(disk, 0, content), Error::none) << kind.command[0];
-    EXPECT_EQ(content.code, kind.code) << kind.command[0];
+    ASSERT_EQ(identify(disk, 0, content), Error::none) << kind.command;
+    EXPECT_EQ(content.code, kind.code) << kind.command;
     EXPECT_EQ(typeOfContent(disk, 0), kind.type);
-    EXPECT_EQ(detectSectorSize(disk), kind.statedSectorSize) << kind.command[0];
-    MemoryDisk large = loadDisk(kind.command.back(), 4096);
-    EXPECT_EQ(typeOfContent(large, 0), kind.type) << kind.command[0];
+    EXPECT_EQ(detectSectorSize(disk), kind.statedSectorSize) << kind.command;
+    MemoryDisk large = loadDisk(command.back(), 4096);
+    EXPECT_EQ(typeOfContent(large, 0), kind.type) << kind.command;
   }
 }
 

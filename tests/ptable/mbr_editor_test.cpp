@@ -28,12 +28,6 @@ MemoryDisk sampleDisk() {
   return bench.disk().copy();
 }
 
-MbrRecord mbrOf(DiskDevice& disk) {
-  std::vector<u8> sector(disk.sectorSize());
-  EXPECT_TRUE(disk.readSectors(0, sector.data(), 1));
-  return *recordAt<MbrRecord>(std::span<u8>(sector));
-}
-
 class MbrEditorTest : public testing::Test {
  protected:
   MbrEditorTest() { EXPECT_EQ(Error::none, editor_.load()); }

@@ -77,6 +77,32 @@ std::vector<SfdiskRow> rowsOf(const Drive& drive) {
   return rows;
 }
 
+MbrRecord mbrOf(DiskDevice& disk) {
+  std::vector<u8> sector(disk.sectorSize());
+  EXPECT_TRUE(disk.readSectors(0, sector.data(), 1));
+  return *recordAt<MbrRecord>(std::span<const u8>(sector));
+}
+
+DriveOpenOptions alignedTo(i64 sectors) {
+  DriveOpenOptions options;
+  options.alignment = sectors;
+  return options;
+}
+
+PartitionEntry& freeAt(Drive& drive, u64 sector) {
+  const auto holds = [&](const PartitionEntry& entry) {
+    return entry.isFree() && entry.startSector <= sector && sector <= entry.endSector;
+  };
+  for (const auto& entry : drive.table().entries) {
+    if (holds(*entry)) return *entry;
+    if (!entry->volumes) continue;
+    for (const auto& volume : entry->volumes->entries)
+      if (holds(*volume)) return *volume;
+  }
+  ADD_FAILURE() << "no free block at " << sector << "\n" << pictureOf(drive);
+  return *drive.table().entries.front();
+}
+
 TableEntry* largestFree(Drive& drive) { return largest(drive.table().entries); }
 
 VolumeEntry* largestInnerFree(Drive& drive) {
@@ -94,6 +120,14 @@ Error commitAt(Drive& drive, PartitionEntry& block, u64 startSector, u64 sectors
   const Error error = drive.commit(block);
   static_cast<void>(drive.reread());
   return error;
+}
+
+void expectRefused(MemoryDisk disk, const std::function<Error(Drive& drive)>& run, Error expected,
+                   const char* what, const DriveOpenOptions& options) {
+  TableBench bench(std::move(disk), options);
+  MemoryDisk before = bench.disk().copy();
+  EXPECT_EQ(run(bench.drive()), expected) << what;
+  EXPECT_TRUE(bench.disk().sameContent(before)) << what;
 }
 
 }  // namespace tallowin

@@ -1,12 +1,14 @@
 // A drive on a disk in memory, and its table as readable text.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "disk/memory_disk.h"
 #include "ptable/drive.h"
+#include "ptable/mbr_record.h"
 #include "support/fake_host.h"
 #include "support/sfdisk.h"
 
@@ -34,11 +36,18 @@ class TableBench {
 std::string pictureOf(const Drive& drive);
 // The used rows as sfdisk lists them, in the order of their numbers.
 std::vector<SfdiskRow> rowsOf(const Drive& drive);
+MbrRecord mbrOf(DiskDevice& disk);
+DriveOpenOptions alignedTo(i64 sectors);
+// The free block, of the top level or within a container, that the sector lies in.
+PartitionEntry& freeAt(Drive& drive, u64 sector);
 // The largest free block of the top level, or of the first extended partition.
 TableEntry* largestFree(Drive& drive);
 VolumeEntry* largestInnerFree(Drive& drive);
 // Sets the extent of a free block to its first `sectors` and commits it. Type 0 keeps nothing.
 Error commitAt(Drive& drive, PartitionEntry& block, u64 startSector, u64 sectors, u16 type,
                const std::string& name = "");
+// The change is refused with this code, and no sector is written.
+void expectRefused(MemoryDisk disk, const std::function<Error(Drive& drive)>& run, Error expected,
+                   const char* what, const DriveOpenOptions& options = {});
 
 }  // namespace tallowin

@@ -7,6 +7,8 @@
 
 #include <array>
 #include <csignal>
+#include <iterator>
+#include <sstream>
 
 namespace tallowin {
 namespace {
@@ -67,6 +69,11 @@ std::string exchange(int toProgram, int fromProgram, const std::string& input) {
 }
 
 }  // namespace
+
+std::vector<std::string> words(const std::string& line) {
+  std::istringstream stream(line);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
 
 bool hasProgram(const std::string& name) { return !findProgram(name).empty(); }
 

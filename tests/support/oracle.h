@@ -14,6 +14,8 @@ struct ProgramResult {
 // Runs a program without a shell, found along PATH and in the sbin folders. `input` goes to its
 // standard input.
 ProgramResult runProgram(const std::vector<std::string>& command, const std::string& input = {});
+// A command line at its spaces.
+std::vector<std::string> words(const std::string& line);
 bool hasProgram(const std::string& name);
 bool isRoot();
 
