@@ -180,67 +180,19 @@ TEST_F(CreateFlowTest, WithoutACopyOfTheOldTableTheUserDecides) {
   EXPECT_EQ(FlowEnd::done, create(*drive).end);
 }
 
-constexpr const char* kOld = "1 83h 2048..22527\n";
-constexpr const char* kNew = "1 83h 2048..22527\n2 83h 22528..43007\n";
-
-TEST_F(CreateFlowTest, EveryFailedTransferLeavesTheOldTableOrTheNewAndIsTold) {
+TEST_F(CreateFlowTest, FailedTransfersAndPowerCutsLeaveTheOldTableOrTheNew) {
   add(*open(disk_), 0, 20480, 0x83, "OLD");
-  const auto run = [&](const std::function<void(FaultyDisk&)>& fault, u64& transfers,
-                       bool isWrite) {
-    MemoryDisk disk = disk_.copy();
-    FaultyDisk faulty(disk);
-    const auto drive = open(borrowed(faulty));
-    const u64 before = isWrite ? faulty.writes() : faulty.reads();
-    fault(faulty);
-    ScriptedFrontEnd ui;
+  const Flow flow = [this](Drive& drive, ScriptedFrontEnd& ui) {
     ui.answerOthers(MessageResult::cancel);
     ui.expect<CreateModel>(enter("131", 10));
-    const FlowResult result = create(*drive, ui);
-    transfers = (isWrite ? faulty.writes() : faulty.reads()) - before;
-    const std::string table = tableOf(*open(disk));
-    EXPECT_TRUE(table == kOld || table == kNew) << table;
-    if (result.succeeded()) {
-      EXPECT_EQ(kNew, table);
-    } else {
-      EXPECT_FALSE(ui.messages.empty());
-    }
-    const bool oldTable = result.code == Error::read || result.code == Error::write;
-    if (oldTable) {
-      EXPECT_EQ(kOld, table);
-    }
-    return result;
+    return create(drive, ui);
   };
-  for (const bool isWrite : {false, true}) {
-    u64 transfers = 0;
-    EXPECT_TRUE(run([](FaultyDisk&) {}, transfers, isWrite).succeeded());
-    EXPECT_GT(transfers, 1U);
-    for (const bool forever : {false, true}) {
-      for (u64 n = 0; n < transfers; ++n) {
-        SCOPED_TRACE((isWrite ? "write " : "read ") + std::to_string(n));
-        u64 ignored = 0;
-        const FlowResult result =
-            run([&](FaultyDisk& d) { isWrite ? d.failWrite(n, forever) : d.failRead(n, forever); },
-                ignored, isWrite);
-        if (isWrite && forever) {
-          EXPECT_FALSE(result.succeeded());
-        }
-      }
-    }
-  }
-}
-
-TEST_F(CreateFlowTest, APowerCutLeavesTheOldTableOrTheNew) {
-  add(*open(disk_), 0, 20480, 0x83, "OLD");
-  const MemoryDisk before = disk_.copy();
-  RecordingDisk recording(disk_);
-  const auto drive = open(borrowed(recording));
-  ui_.expect<CreateModel>(enter("131", 10));
-  ASSERT_EQ(FlowEnd::done, create(*drive).end);
-  ASSERT_GE(recording.log().size(), 3U);
-  forEachPowerCut(recording.log(), before, [this](MemoryDisk& disk) {
-    const std::string table = tableOf(*open(disk));
-    EXPECT_TRUE(table == kOld || table == kNew) << table;
-  });
+  const std::string old = tableOf(*open(disk_));
+  for (const bool forever : {false, true})
+    forEachFailedTransfer(forever, flow, [&](const FaultRun& run) {
+      EXPECT_TRUE(!run.failedTransfer() || run.table == old) << run.table;
+    });
+  expectCutsLeaveOldOrNew(flow);
 }
 
 }  // namespace

@@ -31,6 +31,28 @@ class FlowTest : public OpsTest {
 
   // The context with another user.
   OperationContext with(ScriptedFrontEnd& ui) { return {ui, host_, options_, folders_}; }
+  using Flow = std::function<FlowResult(Drive&, ScriptedFrontEnd&)>;
+  // What a flow with a failed transfer left behind.
+  struct FaultRun {
+    FlowResult result;
+    MemoryDisk& disk;
+    ScriptedFrontEnd& ui;
+    bool isWrite;
+    std::string table;
+
+    bool failedTransfer() const {
+      return result.code == Error::read || result.code == Error::write;
+    }
+  };
+  // Runs the flow on copies of the disk: once on a sound one, then with each of its reads and
+  // writes failing, and with `forever` all later ones too. The old table or the new one is left,
+  // and each failure is told.
+  void forEachFailedTransfer(bool forever, const Flow& flow,
+                             const std::function<void(const FaultRun&)>& check = {});
+  // Cuts the power in every way (see forEachPowerCut): the old table or the new one is left.
+  void expectCutsLeaveOldOrNew(const Flow& flow,
+                               const std::function<void(MemoryDisk&)>& check = {});
+
   // The tables kept in the backup folder.
   std::size_t keptTables();
 

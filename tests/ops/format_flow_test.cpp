@@ -173,94 +173,40 @@ TEST_F(FormatFlowTest, EveryLookAtTheButtonMayStopIt) {
 }
 
 TEST_F(FormatFlowTest, EveryFailedTransferIsToldOrTheFileSystemIsSound) {
-  const auto run = [&](const std::function<void(FaultyDisk&)>& fault, u64& writes) {
-    MemoryDisk disk = disk_.copy();
-    FaultyDisk faulty(disk);
-    const auto drive = open(borrowed(faulty));
-    const u64 before = faulty.writes();
-    fault(faulty);
-    ScriptedFrontEnd ui;
+  const Flow flow = [this](Drive& drive, ScriptedFrontEnd& ui) {
     FormatOptions options;
     options.mode = FormatMode::afterCreate;
     options.surfaceScan = false;
     ui.expect<FormatModel>([](FormatModel& model) { model.ok(); });
     ui.answerOthers(MessageResult::ok);
     expectSummary(ui);
-    const FlowResult result = format(*drive, ui, 1, options);
+    const FlowResult result = format(drive, ui, 1, options);
     ui.forget();
-    writes = faulty.writes() - before;
-    if (result.succeeded()) {
-      EXPECT_TRUE(isFat(*open(disk), 1));
-    } else {
-      EXPECT_TRUE(ui.wasTold("Due to surface defects"));
-    }
     return result;
   };
-  u64 writes = 0;
-  ASSERT_TRUE(run([](FaultyDisk&) {}, writes).succeeded());
-  for (u64 n = 0; n < writes; ++n) {
-    SCOPED_TRACE(n);
-    u64 ignored = 0;
-    EXPECT_FALSE(run([n](FaultyDisk& d) { d.failWrite(n, true); }, ignored).succeeded());
-  }
-  EXPECT_FALSE(run([](FaultyDisk& d) { d.failFlush(true); }, writes).succeeded());
+  forEachFailedTransfer(true, flow, [this](const FaultRun& run) {
+    if (run.result.succeeded()) {
+      EXPECT_TRUE(isFat(*open(run.disk), 1));
+    } else if (run.isWrite) {
+      EXPECT_TRUE(run.ui.wasTold("Due to surface defects"));
+    }
+  });
+  FaultyDisk unflushed(disk_);
+  unflushed.failFlush(true);
+  EXPECT_FALSE(flow(*open(borrowed(unflushed)), ui_).succeeded());
+  EXPECT_TRUE(ui_.wasTold("Due to surface defects"));
 }
 
 // With the type changed first, so that the table is written too.
-TEST_F(FormatFlowTest, EveryFailedTransferLeavesTheOldTableOrTheNewAndTheNeighboursAlone) {
+TEST_F(FormatFlowTest, FailedTransfersAndPowerCutsLeaveTheOldTableOrTheNewAndTheNeighboursAlone) {
   fillPartitions();
-  struct Outcome {
-    FlowResult result;
-    u64 reads = 0;
-    u64 writes = 0;
-    std::string table;
-  };
-  const auto run = [&](const std::function<void(FaultyDisk&)>& fault) {
-    MemoryDisk disk = disk_.copy();
-    FaultyDisk faulty(disk);
-    const auto drive = open(borrowed(faulty));
-    Outcome outcome{{}, faulty.reads(), faulty.writes(), {}};
-    fault(faulty);
-    ScriptedFrontEnd ui;
-    outcome.result = toFat32(*drive, ui);
-    outcome.reads = faulty.reads() - outcome.reads;
-    outcome.writes = faulty.writes() - outcome.writes;
-    outcome.table = tableOf(*open(disk));
-    EXPECT_TRUE(outcome.result.succeeded() || ui.messages.size() > 1) << "nothing was told";
-    EXPECT_TRUE(neighboursAreWhole(disk));
-    if (outcome.result.succeeded()) {
-      EXPECT_TRUE(isFat(*open(disk), 2));
-    }
-    return outcome;
-  };
-  const std::string old = tableOf(*open(disk_));
-  const Outcome sound = run([](FaultyDisk&) {});
-  ASSERT_TRUE(sound.result.succeeded());
-  ASSERT_NE(old, sound.table);
-  for (u64 n = 0; n < sound.reads + sound.writes; ++n) {
-    SCOPED_TRACE(n);
-    const bool isRead = n < sound.reads;
-    const Outcome outcome = run([&](FaultyDisk& disk) {
-      isRead ? disk.failRead(n, true) : disk.failWrite(n - sound.reads, true);
-    });
-    EXPECT_TRUE(outcome.table == old || outcome.table == sound.table) << outcome.table;
-    EXPECT_TRUE(isRead || !outcome.result.succeeded());
-  }
-}
-
-TEST_F(FormatFlowTest, APowerCutLeavesTheOldTableOrTheNewAndTheNeighboursAlone) {
-  fillPartitions();
-  MemoryDisk changed = disk_.copy();
-  RecordingDisk recording(changed);
-  const auto drive = open(borrowed(recording));
-  const std::string old = tableOf(*drive);
-  ASSERT_EQ(FlowEnd::done, toFat32(*drive, ui_).end);
-  const std::string expected = tableOf(*drive);
-  forEachPowerCut(recording.log(), disk_, [&](MemoryDisk& disk) {
-    const std::string table = tableOf(*open(disk));
-    EXPECT_TRUE(table == old || table == expected) << table;
-    EXPECT_TRUE(neighboursAreWhole(disk));
+  const Flow flow = [this](Drive& drive, ScriptedFrontEnd& ui) { return toFat32(drive, ui); };
+  forEachFailedTransfer(true, flow, [this](const FaultRun& run) {
+    EXPECT_TRUE(neighboursAreWhole(run.disk));
+    EXPECT_TRUE(!run.result.succeeded() || isFat(*open(run.disk), 2));
   });
+  expectCutsLeaveOldOrNew(flow,
+                          [this](MemoryDisk& disk) { EXPECT_TRUE(neighboursAreWhole(disk)); });
 }
 
 TEST(ErrorText, EveryCodeHasWordsButSuccessAndCancelled) {
