@@ -5,6 +5,7 @@
 
 #include <cstdio>
 
+#include "disk/disk_wrapper.h"
 #include "disk/image_disk.h"
 #include "disk/linux_disk.h"
 #include "disk/transfer_buffer.h"
@@ -156,7 +157,10 @@ int run() {
   for (const u64 gibibytes : {u64{8}, u64{256}}) {
     const u64 bytes = gibibytes * kGiB;
     if (!onLoopDevice(bytes, [&](LinuxDisk& disk, const std::string& path) {
-          return compareFormats(std::to_string(gibibytes) + " GiB, loop device", disk, path, bytes);
+          const std::string title = std::to_string(gibibytes) + " GiB, loop device";
+          DiskWrapper withoutFastZeros(disk);
+          return compareFormats(title, disk, path, bytes) &&
+                 compareFormats(title + " without fast zeros", withoutFastZeros, path, bytes);
         }))
       return 1;
   }

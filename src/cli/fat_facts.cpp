@@ -40,7 +40,7 @@ Error readFatFacts(Drive& drive, const PartitionEntry& entry, FatFacts& facts) {
   facts = {};
   facts.kind = kindName(volume->kind());
   if (volume->hasExtendedBootSignature()) {
-    facts.label = printable(trimRight(volume->label()));
+    if (volume->label() != kFatNoName) facts.label = printable(trimRight(volume->label()));
     facts.serial = volume->identity().serial;
   }
   facts.clusterBytes = volume->bytesPerSector() * volume->sectorsPerCluster();

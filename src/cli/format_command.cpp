@@ -38,6 +38,8 @@ void fill(const Arguments& arguments, DialogModel& model, FormatAnswers& answers
 
 // What the type's dialog does not offer.
 CommandResult checkOptions(const Arguments& arguments, u16 type) {
+  if (type == types::kGptEntry)
+    return refused("Nothing says which file system this partition is to hold; name it with --fs.");
   if (!takesAutomaticClusters(type)) return {};
   if (arguments.clusterBytes)
     return refused("--cluster: this type always takes the automatic cluster size; leave it out.");
@@ -84,7 +86,7 @@ CommandResult runFormat(CommandContext& context) {
   FormatAnswers answers;
   context.ui.setDialogHandler([&](DialogModel& model) { fill(arguments, model, answers); });
   const FormatOptions options{
-      .surfaceScan = arguments.scan, .label = arguments.label, .kind = arguments.fileSystem};
+      .surfaceScan = arguments.scan, .label = arguments.label, .type = type};
   const FlowResult flow =
       formatFlow(context.session.context(context.ui), drive, *row.entry, options);
   if (!answers.refusal.empty()) return refused(answers.refusal);

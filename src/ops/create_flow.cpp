@@ -80,6 +80,8 @@ class Creation {
 
   const FlowResult& result() const { return result_; }
   const SectorExtent& extent() const { return extent_; }
+  // As written; what is read back of a GPT depends on what lies in the partition.
+  u16 type() const { return type_; }
 
  private:
   bool isInsideExtended() { return drive_.containerOf(*block_) != nullptr; }
@@ -154,7 +156,8 @@ class Creation {
                  const SectorExtent& found) {
     block_->startSector = found.startSector;
     block_->endSector = found.endSector;
-    block_->type = drive_.typeForEnd(type_, found.endSector);
+    type_ = drive_.typeForEnd(type_, found.endSector);
+    block_->type = type_;
     block_->id = drive_.uniqueId(kFirstId);
     block_->attributes = attributes(model);
     block_->setName(model.name);
@@ -172,9 +175,8 @@ class Creation {
     }
     fillEntry(model, target, found);
     extent_ = found;
-    const u16 type = block_->type;
     const Error error = commitBlock();
-    const bool isCleared = error != Error::none || clearFirstSectors(drive_.disk(), type, found);
+    const bool isCleared = error != Error::none || clearFirstSectors(drive_.disk(), type_, found);
     change.end();
     result_ = {};
     if (error != Error::none) {
@@ -217,10 +219,9 @@ FlowResult createFlow(const OperationContext& context, Drive& drive, PartitionEn
 
   PartitionEntry* created = findByStart(drive, creation.extent().startSector);
   if (!created) return creation.result();
-  FormatOptions options;
-  options.mode = FormatMode::afterCreate;
-  options.label = model.name;
-  return formatFlow(context, drive, *created, options);
+  return formatFlow(
+      context, drive, *created,
+      {.mode = FormatMode::afterCreate, .label = model.name, .type = creation.type()});
 }
 
 }  // namespace tallowin

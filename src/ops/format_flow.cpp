@@ -36,7 +36,7 @@ class Formatting {
         drive_(drive),
         entry_(&entry),
         options_(options),
-        type_(options.kind ? typeForKind(drive, entry, *options.kind) : entry.type) {}
+        type_(options.type.value_or(entry.type)) {}
 
   FlowResult run() {
     if (const auto stopped = checkTarget()) return *stopped;
@@ -95,8 +95,10 @@ class Formatting {
 
   std::optional<FlowResult> changeType() {
     if (type_ == entry_->type) return std::nullopt;
-    if (drive_.scheme() == Scheme::wholeDisk) {
-      entry_->type = type_;  // nothing on the disk says it
+    const bool isStored =
+        drive_.scheme() != Scheme::wholeDisk && (!drive_.isGpt() || entry_->mbrSlot != kNoMbrSlot);
+    if (!isStored) {
+      entry_->type = type_;  // only what lies in the partition says it
       return std::nullopt;
     }
     const u64 start = entry_->startSector;

@@ -21,10 +21,10 @@ struct FormatOptions {
   FormatMode mode = FormatMode::fromList;
   bool surfaceScan = true;
   // The label; without one the partition's name.
-  std::optional<std::string> label;
-  // The kind of file system to make; when the partition's type calls for another one, its type is
-  // changed first. Without it the type decides.
-  std::optional<FormatKind> kind;
+  std::optional<std::string> label = {};
+  // What the partition is to be; when the table says another type, it is changed first. Without it
+  // the partition's type decides.
+  std::optional<u16> type = {};
 };
 
 // Why a partition of this type cannot be formatted; empty when it can.

@@ -256,6 +256,32 @@ TEST_F(SchemeTest, GptIsCreatedDeletedAndSet) {
   expectRefused({"--part", "1", "--name", std::string(37, 'x')}, "--name: ");
 }
 
+// What a partition of a GPT is for stands nowhere but in its content.
+TEST_F(SchemeTest, PartitionsOfAGptAreFormatted) {
+  const std::string path = folder_.sparse("format.img", 300 * kMiB);
+  ASSERT_EQ(makeTable(path, "label: gpt\n1:size=64M\n"), "");
+  const auto format = [&](std::vector<std::string> words) {
+    words.insert(words.begin(), {"format", path, "--yes", "--json"});
+    return ctl_.json(words);
+  };
+  const auto kindOf = [](const Ctl::Answer& answer) {
+    return answer.status == 0 ? std::string(answer.json["file_system"]["kind"].GetString())
+                              : std::string(answer.json["error"]["message"].GetString());
+  };
+  EXPECT_NE(kindOf(format({"--part", "1"})).find("--fs"), std::string::npos);
+  EXPECT_EQ(kindOf(format({"--part", "1", "--fs", "fat16"})), "FAT16");
+  EXPECT_EQ(kindOf(format({"--part", "1"})), "FAT16");
+  EXPECT_EQ(kindOf(format({"--part", "1", "--fs", "fat32"})), "FAT32");
+  EXPECT_EQ(ctl_.run({"create", path, "--type", "fat32", "--size", "100", "--name", "DATA",
+                      "--format", "--yes"})
+                .status,
+            0);
+  for (const u64 start : {rowsBySfdisk(path)[1].start, rowsBySfdisk(path)[2].start})
+    EXPECT_EQ(runProgram({"mdir", "-i", path + "@@" + std::to_string(start * 512)}).status, 0);
+  EXPECT_EQ(kindOf(ctl_.json({"info", path, "--part", "2"})), "FAT32");
+  EXPECT_NE(runProgram({"sgdisk", "-v", path}).output.find("No problems found"), std::string::npos);
+}
+
 TEST_F(SchemeTest, MbrAndItsVolumesAreSet) {
   ASSERT_EQ(makeTable(path_,
                       "label: dos\n1:start=2048,size=20480,type=7,bootable\n"

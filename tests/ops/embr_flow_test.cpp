@@ -103,10 +103,8 @@ TEST_F(EmbrFlowTest, ThePartitionOfTheBootManagerIsAskedForOnceMore) {
   PartitionEntry& first = *drive->findByKernelNumber(1);
   for (const bool formats : {false, true}) {
     ui_.expectMessage("*Warning* This partition contains Strandel!", MessageResult::no);
-    FormatOptions fat;
-    fat.kind = FatKind::fat16;
-    const FlowResult result =
-        formats ? formatFlow(with(ui_), *drive, first, fat) : deleteFlow(with(ui_), *drive, first);
+    const FlowResult result = formats ? formatFlow(with(ui_), *drive, first, {.type = 0x06})
+                                      : deleteFlow(with(ui_), *drive, first);
     EXPECT_EQ(result.end, FlowEnd::cancelled);
   }
   EXPECT_TRUE(disk_.sameContent(before));

@@ -40,7 +40,7 @@ class FormatFlowTest : public FlowTest {
   // Partition 2, which is NTFS, becomes FAT-32.
   FlowResult toFat32(Drive& drive, ScriptedFrontEnd& ui) {
     FormatOptions options;
-    options.kind = FormatKind::fat32;
+    options.type = 0x0B;
     options.surfaceScan = false;
     expectDialogs(ui);
     ui.answerOthers(MessageResult::cancel);
@@ -123,7 +123,7 @@ TEST_F(FormatFlowTest, WhatCannotBeFormattedIsRefusedBeforeAnythingIsAsked) {
   ui_.expectMessage("NTFS cannot be formatted by this version.");
   EXPECT_EQ(Error::unsupportedFileSystem, format(*drive, ui_, 2).code);
   FormatOptions options;
-  options.kind = FormatKind::fat12;
+  options.type = 0x01;
   ui_.expectMessage("Format aborted because the partition size is\ninvalid");
   EXPECT_EQ(Error::invalidSizeForType, format(*drive, ui_, 1, options).code);
   const PartitionEntry& first = *drive->findByKernelNumber(1);
@@ -136,7 +136,7 @@ TEST_F(FormatFlowTest, WhatCannotBeFormattedIsRefusedBeforeAnythingIsAsked) {
 TEST_F(FormatFlowTest, AnotherKindChangesTheTypeFirst) {
   const auto drive = open(disk_);
   FormatOptions options;
-  options.kind = FormatKind::fat32;
+  options.type = 0x0B;
   options.surfaceScan = false;
   expectDialogs(ui_);
   expectSummary(ui_);
