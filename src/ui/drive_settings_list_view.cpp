@@ -16,24 +16,16 @@ constexpr int kFieldWidth = kWidth - kMargin - kFieldX;
 constexpr int kListY = kMargin + kFieldHeight + kGap;
 constexpr int kListHeight = kHeight - kListY - kGap - kButtonHeight - kMargin;
 
-// The toolkit's own underlines no letter of its label, and its first Down skips the first line.
-class DriveList : public Fl_Hold_Browser {
+// With an underlined letter in its label.
+class DriveList : public ListBox {
  public:
   DriveList(int x, int y, int width, int height, const char* label)
-      : Fl_Hold_Browser(x, y, width, height, label) {
+      : ListBox(x, y, width, height, label) {
     set_flag(SHORTCUT_LABEL);
     align(FL_ALIGN_LEFT_TOP);
     labelsize(kFontSize);
     textsize(kFontSize);
     format_char(0);  // names may hold any character
-  }
-
-  int handle(int event) override {
-    if (event == FL_KEYBOARD && Fl::event_key() == FL_Down && value() == 0 && size() > 0) {
-      value(1);
-      return 1;
-    }
-    return Fl_Hold_Browser::handle(event);
   }
 };
 

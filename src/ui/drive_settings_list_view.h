@@ -1,11 +1,10 @@
 // The window that lists drives to edit their settings.
 #pragma once
 
-#include <FL/Fl_Hold_Browser.H>
-
 #include "app/drive_settings_list_model.h"
 #include "ui/dialog_view.h"
 #include "ui/fields.h"
+#include "ui/list_box.h"
 
 namespace tallowin {
 
@@ -20,7 +19,7 @@ class DriveSettingsListView : public DialogView {
 
   DriveSettingsListModel& model_;
   ChoiceField* bus_;
-  Fl_Hold_Browser* drives_;
+  ListBox* drives_;
   std::vector<std::string> shown_;  // drives
 };
 

@@ -1,7 +1,6 @@
 #include "ui/file_dialog.h"
 
 #include <FL/Fl.H>
-#include <FL/Fl_Hold_Browser.H>
 #include <FL/Fl_Input.H>
 #include <FL/fl_draw.H>
 
@@ -13,6 +12,7 @@
 #include "ui/event_pump.h"
 #include "ui/file_chooser.h"
 #include "ui/layout.h"
+#include "ui/list_box.h"
 #include "ui/panel.h"
 #include "ui/question_window.h"
 
@@ -69,7 +69,7 @@ class FileDialog : public DialogWindow {
 
   FileChooser& chooser_;
   NameInput* name_;
-  Fl_Hold_Browser* list_;
+  ListBox* list_;
   TextLabel* location_;
   TextLabel* freeSpace_;
   Fl_Button* ok_;
@@ -91,7 +91,7 @@ FileDialog::FileDialog(FileChooser& chooser)
   const int buttonY = kHeight - kButtonsFromBottom;
   const int statusY = buttonY - kLineHeight - kLabelGap;
   const int listY = kMargin + kNameHeight + kGap;
-  list_ = new Fl_Hold_Browser(kMargin, listY, width, statusY - kLabelGap - listY);
+  list_ = new ListBox(kMargin, listY, width, statusY - kLabelGap - listY);
   list_->textsize(kFontSize);
   list_->format_char(kFormatEscape);
   list_->callback(onList, this);

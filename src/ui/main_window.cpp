@@ -81,13 +81,13 @@ void setLabel(TextLabel& label, const std::string& text) {
 
 // A column cuts what does not fit into it, and the flag of an entry in error never does; the next
 // column, whose sizes are on the right, leaves it room.
-class PartitionList : public Fl_Hold_Browser {
+class PartitionList : public ListBox {
  public:
-  using Fl_Hold_Browser::Fl_Hold_Browser;
+  using ListBox::ListBox;
 
  private:
   void item_draw(void* item, int x, int y, int width, int height) const override {
-    Fl_Hold_Browser::item_draw(item, x, y, width, height);
+    ListBox::item_draw(item, x, y, width, height);
     const std::string row = item_text(item);
     const std::size_t kind = row.find(column_char()) + 1;
     const std::string field = row.substr(kind, row.find(column_char(), kind) - kind);

@@ -1,8 +1,6 @@
 // The main window: a view of MainWindowModel.
 #pragma once
 
-#include <FL/Fl_Hold_Browser.H>
-
 #include <array>
 #include <deque>
 #include <memory>
@@ -13,6 +11,7 @@
 #include "ui/fields.h"
 #include "ui/help_window.h"
 #include "ui/labels.h"
+#include "ui/list_box.h"
 
 namespace tallowin {
 
@@ -52,7 +51,7 @@ class MainWindow : public DialogWindow {
   TextLabel* errors_ = nullptr;
   TextLabel* whyEmpty_ = nullptr;  // lies on the list while there is no drive to show
   TextLabel* geometry_ = nullptr;
-  Fl_Hold_Browser* list_ = nullptr;
+  ListBox* list_ = nullptr;
   int columns_[4] = {};
   std::array<Fl_Button*, kActionCount> buttons_{};
   u32 shownRevision_ = 0;

@@ -72,7 +72,7 @@ int SlotList::handle(int event) {
       return 1;
     }
   }
-  const int used = Fl_Hold_Browser::handle(event);
+  const int used = ListBox::handle(event);
   if (event == FL_RELEASE && Fl::event_clicks() > 0) {
     Fl::event_clicks(0);
     onAction(MbrAction::insert);
@@ -172,7 +172,7 @@ void MbrView::write() {
 PartitionChoiceView::PartitionChoiceView(PartitionChoiceModel& model)
     : DialogView(model, 430, 235, PartitionChoiceModel::kTitle), model_(model) {
   addText(10, 2, 200, kLineHeight, PartitionChoiceModel::kListLabel);
-  list_ = new Fl_Hold_Browser(10, 20, 410, 172);
+  list_ = new ListBox(10, 20, 410, 172);
   list_->format_char(kRowFormatEscape);
   list_->column_char('\t');
   static constexpr int kWidths[] = {kRowColumnWidths[0], kRowColumnWidths[1], kRowColumnWidths[2],

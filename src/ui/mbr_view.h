@@ -1,8 +1,6 @@
 // The windows of the MBR editor and of its "Select" dialog.
 #pragma once
 
-#include <FL/Fl_Hold_Browser.H>
-
 #include <array>
 #include <functional>
 #include <optional>
@@ -10,13 +8,14 @@
 #include "app/mbr_view_model.h"
 #include "ui/dialog_view.h"
 #include "ui/labels.h"
+#include "ui/list_box.h"
 
 namespace tallowin {
 
 // The list of slots. Its keys count wherever the focus is, unless another widget wants them.
-class SlotList : public Fl_Hold_Browser {
+class SlotList : public ListBox {
  public:
-  SlotList(int x, int y, int width, int height) : Fl_Hold_Browser(x, y, width, height) {}
+  SlotList(int x, int y, int width, int height) : ListBox(x, y, width, height) {}
   // Called within the toolkit's event processing.
   std::function<void(MbrAction)> onAction;
   std::function<void()> onHelp;
@@ -57,7 +56,7 @@ class PartitionChoiceView : public DialogView {
   void write() override;
 
   PartitionChoiceModel& model_;
-  Fl_Hold_Browser* list_;
+  ListBox* list_;
 };
 
 }  // namespace tallowin

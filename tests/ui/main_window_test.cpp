@@ -81,7 +81,7 @@ class MainWindowTest : public testing::Test {
 
 TEST_F(MainWindowTest, KeysAloneCreateFormatAndDelete) {
   // The free space behind the first partition, then the type FAT32 with Format ticked.
-  press("End Down Insert", "Create - 239 MiB Block");
+  press("End Insert", "Create - 239 MiB Block");
   press("w o r k alt+s 1 1 Return", "Format");
   press("Return", "Format Summary");
   press("Return", kTitle);
@@ -125,7 +125,7 @@ TEST_F(MainWindowTest, KeysSelectDrivesReadAgainAndWalk) {
   // The second drive is another one; there is no ninth, so nothing changes.
   press("1 8 Insert", "Create - 94 MiB Block");
   press("Escape", kTitle);
-  press("0 End Down Insert", "Create - 239 MiB Block");
+  press("0 Page_Down Home End Insert", "Create - 239 MiB Block");
   press("Escape", kTitle);
 
   // Another program changes the table; F5 shows it. Tab goes from the list to the first button.
