@@ -211,8 +211,7 @@ std::string MainWindowModel::whyWithoutDrive() const {
   if (drive_) return {};
   if (busIndex_ == static_cast<std::size_t>(DriveClass::image))
     return "No image is open; start with -img:FILE to open one.";
-  return session_.options().noDevices ? "The disks of this machine are hidden by the switch -nd."
-                                      : "No disk of this machine can be opened; that needs root.";
+  return session_.whyNoDevices();
 }
 
 std::string MainWindowModel::whyUnavailable(Action action) const {

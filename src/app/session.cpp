@@ -1,5 +1,7 @@
 #include "app/session.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "base/text.h"
@@ -52,6 +54,12 @@ Error Session::openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive) {
 std::string Session::openFailure(Error error) const {
   if (error == Error::deviceNotOpened) return handles_.lastFailure();
   return format("The disk could not be opened (error %u).", codeOf(error));
+}
+
+std::string Session::whyNoDevices() const {
+  if (options_.noDevices) return "The disks of this machine are hidden by the switch -nd.";
+  return ::geteuid() != 0 ? "No disk of this machine can be opened; that needs root."
+                          : "No disk of this machine can be opened; a container may hide them.";
 }
 
 Error Session::openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,

@@ -53,6 +53,8 @@ class Session {
   Error openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive);
   // Why the last openDrive failed with this error, for the user.
   std::string openFailure(Error error) const;
+  // Why no device is offered, when none is.
+  std::string whyNoDevices() const;
   // Reads the table of an open disk with the options' flags and the drive's own settings
   // (geometry, alignment) in force; `moreFlags` are drive flags beside those. geometryNotAvailable,
   // outOfMemory: `drive` stays as it was.

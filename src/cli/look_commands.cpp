@@ -68,7 +68,7 @@ CommandResult runDevices(CommandContext& context) {
   if (context.arguments.json)
     context.json.endArray();
   else if (count == 0 && !context.arguments.hideDevices)
-    std::fputs("No disk of this machine can be opened; that needs root.\n", stderr);
+    std::fprintf(stderr, "%s\n", context.session.whyNoDevices().c_str());
   return {};
 }
 
