@@ -6,14 +6,30 @@
 #include "ops/convert_flow.h"
 
 namespace tallowin {
+namespace {
+
+void reportTable(CommandContext& context, Drive& drive, const std::string& keptTable) {
+  if (context.arguments.json) {
+    context.json.text("scheme", drive.schemeName());
+    if (!keptTable.empty()) context.json.text("kept_table", keptTable);
+    return;
+  }
+  std::printf("The partition table is now: %s\n", drive.schemeName());
+  if (!keptTable.empty())
+    std::printf("%s\n", undoText(context.arguments.target, keptTable).c_str());
+}
+
+}  // namespace
+
 CommandResult runConvert(CommandContext& context) {
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
     return result;
   Drive& drive = *target.drive;
   const bool hadErrors = drive.table().hasErrors();
-  FlowResult flow =
-      convertFlow(context.session.context(context.ui), drive, *context.arguments.convertTo);
+  std::string keptTable;
+  FlowResult flow = convertFlow(context.session.context(context.ui), drive,
+                                *context.arguments.convertTo, keptTable);
   // The flow has said what the code means here; other families use the same numbers.
   const Error code = flow.code;
   if (flow.end == FlowEnd::refused || flow.end == FlowEnd::failed) flow.code = Error::none;
@@ -22,10 +38,7 @@ CommandResult runConvert(CommandContext& context) {
     result.code = code;
     return result;
   }
-  if (context.arguments.json)
-    context.json.text("scheme", drive.schemeName());
-  else
-    std::printf("The partition table is now: %s\n", drive.schemeName());
+  reportTable(context, drive, context.arguments.rehearse ? std::string() : keptTable);
   return endChange(context, target, hadErrors, std::move(result));
 }
 

@@ -148,7 +148,8 @@ Error convertAndRestore(const OperationContext& context, Drive& drive, Scheme ta
   return error;
 }
 
-FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme target) {
+FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme target,
+                    std::string& keptTable) {
   if (drive.scheme() == target) return {};
   if (!acceptsLoss(context, drive, target)) return stoppedByUser();
   TableChange change(context, drive);
@@ -158,6 +159,7 @@ FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme target
   const Error error =
       convertAndRestore(context, drive, target, drive.scheme() == Scheme::wholeDisk);
   change.end();
+  keptTable = change.keptTable();
   if (error == Error::none) return {};
   context.ui.errorBox("The partition layout could not be changed to match your selection.\n\n" +
                       refusalText(error));
@@ -171,7 +173,7 @@ std::optional<FlowResult> refuseWhenMounted(const OperationContext& context, Dri
                 "again.");
 }
 
-FlowResult makeFirstTable(const OperationContext& context, Drive& drive) {
+FlowResult makeFirstTable(const OperationContext& context, Drive& drive, std::string& keptTable) {
   const std::string text =
       "This option will convert the unpartitioned disk to a partitioned disk.\n\n"
       "WARNING: All existing data on the drive will be deleted!\n\n" +
@@ -179,7 +181,7 @@ FlowResult makeFirstTable(const OperationContext& context, Drive& drive) {
   if (context.ui.questionBox(kTitle, ButtonSet::yesNo, MessageKind::warning, text, kFocusOnNo) !=
       MessageResult::yes)
     return stoppedByUser();
-  return changeTo(context, drive, Scheme::mbr);
+  return changeTo(context, drive, Scheme::mbr, keptTable);
 }
 
 std::vector<Scheme> otherSchemes(Scheme present) {
@@ -195,10 +197,17 @@ std::vector<Scheme> otherSchemes(Scheme present) {
 
 }  // namespace
 
-FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme target) {
+std::string undoText(const std::string& disk, const std::string& keptTable) {
+  return format(
+      "The old partition table is kept. To undo the change:\ntallowinctl table restore %s %s",
+      disk.c_str(), keptTable.c_str());
+}
+
+FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme target,
+                       std::string& keptTable) {
   if (const auto mounted = refuseWhenMounted(context, drive)) return *mounted;
   if (!hasTable(drive)) {
-    if (target == Scheme::mbr) return makeFirstTable(context, drive);
+    if (target == Scheme::mbr) return makeFirstTable(context, drive, keptTable);
     return refuse(context, refusalText(Error::noTable) + "\nMake an MBR first.", Error::noTable);
   }
   if (const auto unreadable = refuseWhenReadOnlyTable(context, drive)) return *unreadable;
@@ -211,12 +220,13 @@ FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme tar
   if (context.ui.questionBox(kTitle, ButtonSet::yesNo, MessageKind::warning, text, kFocusOnNo) !=
       MessageResult::yes)
     return stoppedByUser();
-  return changeTo(context, drive, target);
+  return changeTo(context, drive, target, keptTable);
 }
 
 FlowResult changeDiskTypeFlow(const OperationContext& context, Drive& drive) {
   if (const auto mounted = refuseWhenMounted(context, drive)) return *mounted;
-  if (!hasTable(drive)) return makeFirstTable(context, drive);
+  std::string keptTable;
+  if (!hasTable(drive)) return makeFirstTable(context, drive, keptTable);
   const std::vector<Scheme> offered = otherSchemes(drive.scheme());
   ChoiceBox box;
   box.title = kTitle;
@@ -234,7 +244,12 @@ FlowResult changeDiskTypeFlow(const OperationContext& context, Drive& drive) {
       "Cancel");
   const std::size_t pressed = context.ui.choiceBox(box);
   if (pressed >= offered.size()) return stoppedByUser();
-  return convertFlow(context, drive, offered[pressed]);
+  const FlowResult result = convertFlow(context, drive, offered[pressed], keptTable);
+  if (result.succeeded() && !keptTable.empty())
+    context.ui.noticeBox(
+        "The disk has the new type now.\n\n" + undoText(drive.disk().displayName(), keptTable),
+        kTitle);
+  return result;
 }
 
 FlowResult offerEmbr(const OperationContext& context, Drive& drive) {
@@ -251,7 +266,8 @@ FlowResult offerEmbr(const OperationContext& context, Drive& drive) {
                              "Would you like to create an EMBR?",
                              kInsist);
   if (answer != MessageResult::yes) return stoppedByUser();
-  return changeTo(context, drive, Scheme::embr);
+  std::string keptTable;
+  return changeTo(context, drive, Scheme::embr, keptTable);
 }
 
 Error limitPrimaries(const OperationContext& context, Drive& drive, bool limit) {

@@ -22,8 +22,8 @@ std::optional<FlowResult> lockForChange(const OperationContext& context, Drive& 
 std::optional<FlowResult> TableChange::begin() {
   if (auto stopped = lockForChange(context_, drive_, lock_)) return stopped;
   const std::string folder = context_.folders.backupFolder();
-  const Error error =
-      makeFolders(folder) ? keepOldTable(drive_, folder, context_.host) : Error::cannotCreate;
+  const Error error = makeFolders(folder) ? keepOldTable(drive_, folder, context_.host, &keptTable_)
+                                          : Error::cannotCreate;
   if (error == Error::none) return std::nullopt;
   if (error == Error::read) {
     context_.ui.errorBox(tableErrorText(error));

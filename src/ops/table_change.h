@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
 #include "ops/operation_context.h"
 #include "ptable/drive.h"
@@ -25,10 +26,14 @@ class TableChange {
   // Entries on hand are stale afterwards. Says when a restart is needed.
   void end();
 
+  // The file with the old table; empty when the user went on without one.
+  const std::string& keptTable() const { return keptTable_; }
+
  private:
   const OperationContext& context_;
   Drive& drive_;
   std::optional<DiskChangeLock> lock_;
+  std::string keptTable_;
 };
 
 // Locks a disk whose sectors are changed but not its table. Nothing: `lock` is held.

@@ -14,7 +14,11 @@ class ConvertFlowTest : public FlowTest {
     ui_.expectMessage("Are you sure you want to change the partitioning type?", MessageResult::yes);
   }
   void expectFailure(const std::string& why) { ui_.expectMessage(why); }
-  FlowResult convert(Drive& drive, Scheme target) { return convertFlow(with(ui_), drive, target); }
+  FlowResult convert(Drive& drive, Scheme target) {
+    return convertFlow(with(ui_), drive, target, keptTable_);
+  }
+
+  std::string keptTable_;
 };
 
 TEST_F(ConvertFlowTest, TheChoiceLeadsThroughAllSchemesAndBack) {
@@ -33,6 +37,7 @@ TEST_F(ConvertFlowTest, TheChoiceLeadsThroughAllSchemesAndBack) {
     ui_.expectChoice("Please select the partition style to use:",
                      std::string_view(scheme) == "MBR" ? 1U : 0U);
     expectSure();
+    ui_.expectMessage("tallowinctl table restore /dev/sda " + folders_.backupFolder() + "/table-");
     EXPECT_EQ(changeDiskTypeFlow(with(ui_), *drive).end, FlowEnd::done) << scheme;
     EXPECT_STREQ(drive->schemeName(), scheme);
     EXPECT_EQ(extents(), before) << scheme;
