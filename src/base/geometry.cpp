@@ -2,6 +2,12 @@
 
 namespace tallowin {
 
+ChsAddress unpackedChs(const std::array<u8, 3>& bytes) {
+  constexpr u8 kSectorMask = 0x3F;
+  return {static_cast<u16>(bytes[2] | (bytes[1] & 0xC0) << 2), bytes[0],
+          static_cast<u8>(bytes[1] & kSectorMask)};
+}
+
 ChsAddress lbaToChs(u64 lba, const Geometry& geometry, u32 chsFlags) {
   constexpr u64 kHighestChsCylinder = 1023;
   const u64 cylinderSize = geometry.cylinderSectors();

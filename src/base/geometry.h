@@ -1,6 +1,8 @@
 // Cylinder/head/sector geometry, and the conversion of a sector number to a CHS address.
 #pragma once
 
+#include <array>
+
 #include "base/types.h"
 
 namespace tallowin {
@@ -19,7 +21,7 @@ struct Geometry {
 struct ChsAddress {
   u16 cylinder = 0;
   u8 head = 0;
-  u8 sector = 0;  // from 1
+  u8 sector = 0;  // from 1; 0 in an empty slot
 
   friend bool operator==(const ChsAddress&, const ChsAddress&) = default;
 };
@@ -30,6 +32,9 @@ enum ChsFlags : u32 {
   kChsForceEnd = 2,        // head and sector are always the geometry's last ones
   kChsEndIfTruncated = 4,  // the same, only when the cylinder had to be cut
 };
+
+// The packed form of a partition table: head, sector with cylinder bits 8..9, cylinder.
+ChsAddress unpackedChs(const std::array<u8, 3>& bytes);
 
 // `lba` as a CHS address of `geometry`, whose sectors per track must not be 0.
 ChsAddress lbaToChs(u64 lba, const Geometry& geometry, u32 chsFlags);

@@ -90,9 +90,7 @@ std::optional<ListedRow> newRow(Drive& drive, const std::set<u64>& before) {
 void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& before) {
   if (const auto row = newRow(drive, before)) {
     if (context.arguments.json) {
-      context.json.beginObject("partition");
-      writeRow(context.json, drive, *row);
-      context.json.endObject();
+      writePartition(context.json, drive, *row);
     } else {
       std::printf("Created %s\n", rowText(drive, *row).c_str());
     }

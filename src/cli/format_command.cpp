@@ -62,9 +62,7 @@ CommandResult report(CommandContext& context, Target& target, const FormatAnswer
   FatFacts facts;
   const Error error = readFatFacts(*target.drive, *row.entry, facts);
   if (error != Error::none) return failedBecause("The new file system cannot be read back.", error);
-  context.json.beginObject("partition");
-  writeRow(context.json, *target.drive, row);
-  context.json.endObject();
+  writePartition(context.json, *target.drive, row);
   writeFatFacts(context.json, facts);
   return {};
 }

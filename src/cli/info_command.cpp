@@ -10,24 +10,6 @@
 namespace tallowin {
 namespace {
 
-// The packed form of a partition table: head, sector with cylinder bits 8..9, cylinder.
-ChsAddress unpackChs(const std::array<u8, 3>& bytes) {
-  return {static_cast<u16>(bytes[2] | (bytes[1] & 0xC0) << 2), bytes[0],
-          static_cast<u8>(bytes[1] & 0x3F)};
-}
-
-std::string chsText(const ChsAddress& address) {
-  return format("%u/%u/%u", address.cylinder, address.head, address.sector);
-}
-
-void writeChs(JsonWriter& json, const char* key, const ChsAddress& address) {
-  json.beginObject(key);
-  json.number("cylinder", address.cylinder);
-  json.number("head", address.head);
-  json.number("sector", address.sector);
-  json.endObject();
-}
-
 struct PartitionFacts {
   ChsAddress start;  // by the drive's geometry
   ChsAddress end;    // as it stands in the table
@@ -36,7 +18,7 @@ struct PartitionFacts {
 
 CommandResult gather(Drive& drive, const PartitionEntry& entry, PartitionFacts& facts) {
   facts.start = lbaToChs(entry.startSector, drive.geometry(), kChsBeyondGeometry);
-  facts.end = unpackChs(entry.endChs);
+  facts.end = unpackedChs(entry.endChs);
   FatFacts fat;
   const bool mayBeFat = types::isFat(entry.type) && !entry.isInError();
   const Error error = mayBeFat ? readFatFacts(drive, entry, fat) : Error::invalidVolume;

@@ -215,6 +215,24 @@ void writeRow(JsonWriter& json, Drive& drive, const ListedRow& row) {
   json.textOrNull("error", faultText(entry));
 }
 
+std::string chsText(const ChsAddress& address) {
+  return format("%u/%u/%u", address.cylinder, address.head, address.sector);
+}
+
+void writeChs(JsonWriter& json, const char* key, const ChsAddress& address) {
+  json.beginObject(key);
+  json.number("cylinder", address.cylinder);
+  json.number("head", address.head);
+  json.number("sector", address.sector);
+  json.endObject();
+}
+
+void writePartition(JsonWriter& json, Drive& drive, const ListedRow& row) {
+  json.beginObject("partition");
+  writeRow(json, drive, row);
+  json.endObject();
+}
+
 void writeRows(JsonWriter& json, Drive& drive) {
   json.beginArray("rows");
   for (const ListedRow& row : listedRows(drive)) {

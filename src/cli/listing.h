@@ -44,8 +44,14 @@ std::string listingText(Drive& drive);
 // "2: FAT-32 'NAME', sectors 63..16064, 8 MiB".
 std::string rowText(const Drive& drive, const ListedRow& row);
 
+// "cylinder/head/sector".
+std::string chsText(const ChsAddress& address);
+void writeChs(JsonWriter& json, const char* key, const ChsAddress& address);
+
 // The row's members; the object is begun and ended by the caller.
 void writeRow(JsonWriter& json, Drive& drive, const ListedRow& row);
+// The member "partition".
+void writePartition(JsonWriter& json, Drive& drive, const ListedRow& row);
 // The member "rows".
 void writeRows(JsonWriter& json, Drive& drive);
 // "path" to "gpt_health".

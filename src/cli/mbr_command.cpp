@@ -11,10 +11,6 @@
 namespace tallowin {
 namespace {
 
-std::string chsText(const SlotChs& chs) {
-  return format("%u/%u/%u", chs.cylinder, chs.head, chs.sector);
-}
-
 std::string signatureText(const MbrEditor& editor) {
   return format("0x%08X", editor.diskSignature());
 }
@@ -31,14 +27,6 @@ void printSlots(const MbrEditor& editor) {
                row.sectorCount, row.name.c_str());
     std::printf("%s\n", std::string(trimRight(line)).c_str());
   }
-}
-
-void writeChs(JsonWriter& json, const char* key, const SlotChs& chs) {
-  json.beginObject(key);
-  json.number("cylinder", chs.cylinder);
-  json.number("head", chs.head);
-  json.number("sector", chs.sector);
-  json.endObject();
 }
 
 void writeSlots(JsonWriter& json, const MbrEditor& editor) {

@@ -12,9 +12,7 @@ void reportPart(CommandContext& context, Drive& drive) {
   ListedRow row;
   if (!findPart(context, drive, row).succeeded()) return;
   if (context.arguments.json) {
-    context.json.beginObject("partition");
-    writeRow(context.json, drive, row);
-    context.json.endObject();
+    writePartition(context.json, drive, row);
   } else {
     std::printf("%s\n", rowText(drive, row).c_str());
   }

@@ -21,11 +21,11 @@ u32 DiskDevice::sectorsPerChunk() const {
   return std::max(u32{1}, traits_.maxTransferBytes / traits_.sectorSizeBytes);
 }
 
-bool DiskDevice::readSectors(u64 lba, void* buffer, u64 count) {
-  auto* bytes = static_cast<u8*>(buffer);
+template <typename Byte, typename Transfer>
+bool DiskDevice::inChunks(u64 lba, Byte* bytes, u64 count, Transfer transfer) {
   while (count != 0) {
     const u32 chunk = static_cast<u32>(std::min<u64>(count, sectorsPerChunk()));
-    if (!transferIn(lba, bytes, chunk)) return false;
+    if (!transfer(lba, bytes, chunk)) return false;
     lba += chunk;
     bytes += u64{chunk} * sectorSize();
     count -= chunk;
@@ -33,16 +33,15 @@ bool DiskDevice::readSectors(u64 lba, void* buffer, u64 count) {
   return true;
 }
 
+bool DiskDevice::readSectors(u64 lba, void* buffer, u64 count) {
+  return inChunks(lba, static_cast<u8*>(buffer), count,
+                  [this](u64 at, u8* bytes, u32 chunk) { return transferIn(at, bytes, chunk); });
+}
+
 bool DiskDevice::writeSectors(u64 lba, const void* buffer, u64 count) {
-  const auto* bytes = static_cast<const u8*>(buffer);
-  while (count != 0) {
-    const u32 chunk = static_cast<u32>(std::min<u64>(count, sectorsPerChunk()));
-    if (!transferOut(lba, bytes, chunk)) return false;
-    lba += chunk;
-    bytes += u64{chunk} * sectorSize();
-    count -= chunk;
-  }
-  return true;
+  return inChunks(
+      lba, static_cast<const u8*>(buffer), count,
+      [this](u64 at, const u8* bytes, u32 chunk) { return transferOut(at, bytes, chunk); });
 }
 
 bool DiskDevice::writeZeros(u64 lba, u64 count) {

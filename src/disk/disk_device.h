@@ -159,6 +159,8 @@ class DiskDevice {
 
  private:
   u32 sectorsPerChunk() const;
+  template <typename Byte, typename Transfer>
+  bool inChunks(u64 lba, Byte* bytes, u64 count, Transfer transfer);
 };
 
 // Holds the advisory lock of a disk for one operation.

@@ -113,28 +113,42 @@ struct Gap {
   u64 end;  // one past
 };
 
-}  // namespace
-
-void checkTable(const DiskBounds& bounds, const AlignmentRules& rules, PartitionTable& table) {
+// Marks entries that begin before the one before them ends, and finds the gaps from `first` to
+// `end`; behind an entry in error nothing is known to be free. `runOf` tells where an entry begins,
+// and where the next one may.
+template <typename Entry, typename RunOf>
+std::vector<Gap> markOverlaps(const std::vector<std::unique_ptr<Entry>>& entries, u64 first,
+                              u64 end, RunOf runOf) {
   std::vector<Gap> gaps;
-  u64 nextFree = bounds.firstUsableSector;
-  TableEntry* previous = nullptr;
-  for (const auto& entry : table.entries) markAlone(bounds, *entry);
-  for (const auto& entry : table.entries) {
-    if (entry->startSector < nextFree) {
+  u64 nextFree = first;
+  Entry* previous = nullptr;
+  for (const auto& entry : entries) {
+    const Gap run = runOf(*entry);
+    if (run.start < nextFree) {
       entry->status |= kEntryOverlaps;
       if (previous != nullptr) previous->status |= kEntryOverlaps;
     } else {
-      gaps.push_back({nextFree, entry->startSector});
+      gaps.push_back({nextFree, run.start});
     }
     previous = entry.get();
-    nextFree = entry->endSector + 1;
+    nextFree = run.end;
     if (entry->isInError()) break;
   }
-  if (previous == nullptr || !previous->isInError())
-    gaps.push_back({nextFree, bounds.lastUsableSector + 1});
+  if (previous == nullptr || !previous->isInError()) gaps.push_back({nextFree, end});
+  std::erase_if(gaps, [](const Gap& gap) { return gap.start >= gap.end; });
+  return gaps;
+}
+
+}  // namespace
+
+void checkTable(const DiskBounds& bounds, const AlignmentRules& rules, PartitionTable& table) {
+  for (const auto& entry : table.entries) markAlone(bounds, *entry);
+  const std::vector<Gap> gaps =
+      markOverlaps(table.entries, bounds.firstUsableSector, bounds.lastUsableSector + 1,
+                   [](const TableEntry& entry) {
+                     return Gap{entry.startSector, entry.endSector + 1};
+                   });
   for (const Gap& gap : gaps) {
-    if (gap.start >= gap.end) continue;
     auto block = freeBlock(bounds, rules, gap.start, gap.end);
     if (!block) continue;
     block->id = unusedId(table, kFirstFreeBlockId);
@@ -144,27 +158,15 @@ void checkTable(const DiskBounds& bounds, const AlignmentRules& rules, Partition
 
 void checkVolumes(const DiskBounds& bounds, const AlignmentRules& rules,
                   const PartitionTable& table, TableEntry& container) {
-  std::vector<Gap> gaps;
-  u64 nextFree = 0;
-  VolumeEntry* previous = nullptr;
-  VolumeList& list = *container.volumes;
+  const VolumeList& list = *container.volumes;
   for (const auto& volume : list.entries) markVolumeAlone(container, *volume);
-  for (const auto& volume : list.entries) {
-    if (volume->ebr < nextFree) {
-      volume->status |= kEntryOverlaps;
-      if (previous != nullptr) previous->status |= kEntryOverlaps;
-    } else {
-      gaps.push_back({nextFree, std::min(volume->ebr, container.sectorCount())});
-    }
-    previous = volume.get();
-    nextFree = volume->endSector + 1 - container.startSector;
-    if (volume->isInError()) break;
-  }
-  if (previous == nullptr || !previous->isInError())
-    gaps.push_back({nextFree, container.sectorCount()});
+  const std::vector<Gap> gaps =
+      markOverlaps(list.entries, 0, container.sectorCount(), [&](const VolumeEntry& volume) {
+        return Gap{std::min(volume.ebr, container.sectorCount()),
+                   volume.endSector + 1 - container.startSector};
+      });
   VolumeGaps blocks(bounds, rules, table, container);
-  for (const Gap& gap : gaps)
-    if (gap.start < gap.end) blocks.add(gap.start, gap.end);
+  for (const Gap& gap : gaps) blocks.add(gap.start, gap.end);
 }
 
 bool isAlignedTo1MiB(const PartitionTable& table, const Geometry& geometry, u32 sectorSizeBytes) {

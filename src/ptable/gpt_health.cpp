@@ -1,36 +1,32 @@
 #include "ptable/gpt_health.h"
 
 namespace tallowin {
+namespace {
 
-const char* gptHealthWord(const GptHealth& health) {
-  if (health.source == GptCopy::backup) return "damaged-primary";
-  switch (health.backup) {
-    case GptBackupState::missing:
-      return "missing-backup";
-    case GptBackupState::misplaced:
-      return "misplaced-backup";
-    case GptBackupState::differs:
-      return "different-backup";
-    case GptBackupState::sound:
-      break;
-  }
-  return "sound";
-}
+struct HealthText {
+  const char* word;
+  const char* sentence;
+};
 
-std::string gptHealthText(const GptHealth& health) {
+HealthText textsOf(const GptHealth& health) {
   if (health.source == GptCopy::backup)
-    return "The primary GPT is damaged; its backup was read instead.";
+    return {"damaged-primary", "The primary GPT is damaged; its backup was read instead."};
   switch (health.backup) {
     case GptBackupState::missing:
-      return "The backup of the GPT is missing or damaged.";
+      return {"missing-backup", "The backup of the GPT is missing or damaged."};
     case GptBackupState::misplaced:
-      return "The backup of the GPT does not lie at the end of the disk.";
+      return {"misplaced-backup", "The backup of the GPT does not lie at the end of the disk."};
     case GptBackupState::differs:
-      return "The backup of the GPT differs from the primary table.";
+      return {"different-backup", "The backup of the GPT differs from the primary table."};
     case GptBackupState::sound:
       break;
   }
-  return {};
+  return {"sound", ""};
 }
+
+}  // namespace
+
+const char* gptHealthWord(const GptHealth& health) { return textsOf(health).word; }
+std::string gptHealthText(const GptHealth& health) { return textsOf(health).sentence; }
 
 }  // namespace tallowin

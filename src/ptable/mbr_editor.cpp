@@ -21,11 +21,6 @@ bool isSame(const MbrRecord& a, const MbrRecord& b) {
 
 }  // namespace
 
-SlotChs unpackedChs(const std::array<u8, 3>& bytes) {
-  constexpr u32 kSectorMask = 63;
-  return {bytes[2] | (u32{bytes[1]} >> 6) << 8, bytes[0], bytes[1] & kSectorMask};
-}
-
 Error MbrEditor::load() {
   TableSectorImage image(drive_.disk(), kMbrLba);
   if (const Error error = image.load(); error != Error::none) return error;

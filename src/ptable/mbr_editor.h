@@ -11,21 +11,13 @@
 
 namespace tallowin {
 
-// An address of cylinder, head and sector as a slot holds it.
-struct SlotChs {
-  u32 cylinder = 0;  // 0..1023
-  u32 head = 0;
-  u32 sector = 0;  // 0..63
-};
-SlotChs unpackedChs(const std::array<u8, 3>& bytes);
-
 // One slot, as it is shown.
 struct MbrSlotRow {
   std::string name;  // of the partition that starts where the slot says; may be empty
   bool isActive = false;
   u8 type = 0;
-  SlotChs start;
-  SlotChs end;
+  ChsAddress start;
+  ChsAddress end;
   u32 startLba = 0;
   u32 sectorCount = 0;
 };

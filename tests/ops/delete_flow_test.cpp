@@ -10,7 +10,7 @@ namespace {
 
 class DeleteFlowTest : public FlowTest {
  protected:
-  // 1 FAT-32, 2 extended with volumes 5 and 6, 3 Linux; all sectors of all of them are ones.
+  // 1 FAT-32, 2 extended with volumes 5 and 6, 3 Linux; the ends of all, and all of 3, are ones.
   DeleteFlowTest() {
     const auto drive = open(disk_);
     add(*drive, 0, 140000, 0x0B, "FAT");
@@ -20,8 +20,10 @@ class DeleteFlowTest : public FlowTest {
     add(*drive, 0, 20480, 0x83, "LINUX");
     for (const u32 number : {1U, 5U, 6U, 3U}) {
       const PartitionEntry& entry = *drive->findByKernelNumber(number);
-      const std::vector<u8> ones(entry.sectorCount() * 512, 0xFF);
-      EXPECT_TRUE(disk_.writeSectors(entry.startSector, ones.data(), entry.sectorCount()));
+      const u64 count = number == 3 ? entry.sectorCount() : 256;
+      const std::vector<u8> ones(count * 512, 0xFF);
+      EXPECT_TRUE(disk_.writeSectors(entry.startSector, ones.data(), count));
+      EXPECT_TRUE(disk_.writeSectors(entry.endSector + 1 - count, ones.data(), count));
     }
     table_ = tableOf(*drive);
   }

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,21 +33,14 @@ std::string shownByMachine(MemoryDisk& disk, const std::string& wanted) {
   storeDisk(disk, folder.file("disk.img"));
   std::array<int, 2> serial{};
   if (::pipe2(serial.data(), O_CLOEXEC) != 0) return "no pipe";
-  posix_spawn_file_actions_t actions;
-  ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawn_file_actions_adddup2(&actions, serial[1], STDOUT_FILENO);
-  const std::string drive = "file=" + folder.file("disk.img") + ",format=raw,if=ide";
-  const char* const arguments[] = {
-      "qemu-system-i386", "-machine", "pc,graphics=off", "-nodefaults", "-display", "none",
-      "-serial",          "stdio",    "-no-reboot",      "-boot",       "c",        "-drive",
-      drive.c_str(),      nullptr};
-  pid_t machine = 0;
-  const int failed = ::posix_spawnp(&machine, arguments[0], &actions, nullptr,
-                                    const_cast<char* const*>(arguments), environ);
-  ::posix_spawn_file_actions_destroy(&actions);
+  const pid_t machine =
+      startProgram({"qemu-system-i386", "-machine", "pc,graphics=off", "-nodefaults", "-display",
+                    "none", "-serial", "stdio", "-no-reboot", "-boot", "c", "-drive",
+                    "file=" + folder.file("disk.img") + ",format=raw,if=ide"},
+                   {{serial[1], STDOUT_FILENO}});
   ::close(serial[1]);
   std::string shown;
-  while (failed == 0 && shown.find(wanted) == std::string::npos) {
+  while (machine > 0 && shown.find(wanted) == std::string::npos) {
     constexpr int kMilliseconds = 60'000;
     pollfd wait{serial[0], POLLIN, 0};
     std::array<char, 4096> piece{};
@@ -58,7 +50,7 @@ std::string shownByMachine(MemoryDisk& disk, const std::string& wanted) {
     shown.append(piece.data(), static_cast<std::size_t>(got));
   }
   ::close(serial[0]);
-  if (failed == 0) {
+  if (machine > 0) {
     ::kill(machine, SIGKILL);
     ::waitpid(machine, nullptr, 0);
   }

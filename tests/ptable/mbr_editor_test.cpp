@@ -65,7 +65,7 @@ TEST_F(MbrEditorTest, RowsShowTheSlots) {
   EXPECT_EQ("", rows[3].name);
   EXPECT_EQ((Flags{false, false, true, false}), active());
   EXPECT_EQ(0x12345678U, editor_.diskSignature());
-  const SlotChs chs = unpackedChs({0xFE, 0xFF, 0xFE});
+  const ChsAddress chs = unpackedChs({0xFE, 0xFF, 0xFE});
   EXPECT_EQ(1022U, chs.cylinder);
   EXPECT_EQ(254U, chs.head);
   EXPECT_EQ(63U, chs.sector);

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,21 +23,6 @@ constexpr std::size_t kRows = 25;
 constexpr int kLookAgainMilliseconds = 100;
 constexpr std::chrono::seconds kLongestWait{60};
 
-pid_t start(const std::vector<std::string>& command, int input, int output) {
-  std::vector<char*> arguments;
-  for (const std::string& part : command) arguments.push_back(const_cast<char*>(part.c_str()));
-  arguments.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
-  ::posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-  pid_t process = -1;
-  if (::posix_spawnp(&process, arguments[0], &actions, nullptr, arguments.data(), environ) != 0)
-    process = -1;
-  ::posix_spawn_file_actions_destroy(&actions);
-  return process;
-}
-
 }  // namespace
 
 bool BootMachine::isInstalled() { return hasProgram(kEmulator) && hasProgram("timeout"); }
@@ -47,10 +31,10 @@ BootMachine::BootMachine(const std::string& imagePath) {
   std::array<int, 2> in{};
   std::array<int, 2> out{};
   if (::pipe2(in.data(), O_CLOEXEC) != 0 || ::pipe2(out.data(), O_CLOEXEC) != 0) return;
-  process_ = start({"timeout", "120", kEmulator, "-no-user-config", "-nodefaults", "-accel", "tcg",
-                    "-m", "16", "-display", "none", "-vga", "std", "-drive",
-                    "file=" + imagePath + ",format=raw", "-qmp", "stdio"},
-                   in[0], out[1]);
+  process_ = startProgram({"timeout", "120", kEmulator, "-no-user-config", "-nodefaults", "-accel",
+                           "tcg", "-m", "16", "-display", "none", "-vga", "std", "-drive",
+                           "file=" + imagePath + ",format=raw", "-qmp", "stdio"},
+                          {{in[0], STDIN_FILENO}, {out[1], STDOUT_FILENO}});
   ::close(in[0]);
   ::close(out[1]);
   toMachine_ = in[1];

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,17 +25,14 @@ std::string findProgram(const std::string& name) {
   return {};
 }
 
-[[noreturn]] void becomeProgram(const std::string& path, const std::vector<std::string>& command,
-                                int input, int output) {
-  ::dup2(input, STDIN_FILENO);
-  ::dup2(output, STDOUT_FILENO);
-  ::dup2(output, STDERR_FILENO);
-  std::vector<char*> arguments;
-  for (const std::string& part : command) arguments.push_back(const_cast<char*>(part.c_str()));
-  arguments.push_back(nullptr);
-  ::setenv("LC_ALL", "C", 1);
-  ::execv(path.c_str(), arguments.data());
-  ::_exit(127);
+// Ours, but in the language that the judges are read in.
+std::vector<char*> environment() {
+  static char language[] = "LC_ALL=C";
+  std::vector<char*> variables = {language};
+  for (char** variable = environ; *variable != nullptr; ++variable)
+    if (!std::string_view(*variable).starts_with("LC_ALL=")) variables.push_back(*variable);
+  variables.push_back(nullptr);
+  return variables;
 }
 
 // Feeds `input` and collects the output until both ends are closed.
@@ -79,15 +77,31 @@ bool hasProgram(const std::string& name) { return !findProgram(name).empty(); }
 
 bool isRoot() { return ::geteuid() == 0; }
 
+pid_t startProgram(const std::vector<std::string>& command,
+                   const std::vector<Redirection>& redirections) {
+  std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
+  for (const std::string& part : command) arguments.push_back(const_cast<char*>(part.c_str()));
+  arguments.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  ::posix_spawn_file_actions_init(&actions);
+  for (const auto& [ours, theirs] : redirections)
+    ::posix_spawn_file_actions_adddup2(&actions, ours, theirs);
+  pid_t program = -1;
+  const int failed = ::posix_spawn(&program, findProgram(command.front()).c_str(), &actions,
+                                   nullptr, arguments.data(), environment().data());
+  ::posix_spawn_file_actions_destroy(&actions);
+  return failed == 0 ? program : -1;
+}
+
 ProgramResult runProgram(const std::vector<std::string>& command, const std::string& input) {
-  const std::string path = findProgram(command.front());
-  if (path.empty()) return {-1, command.front() + " is not installed"};
+  if (!hasProgram(command.front())) return {-1, command.front() + " is not installed"};
   std::array<int, 2> in{};
   std::array<int, 2> out{};
   if (::pipe2(in.data(), O_CLOEXEC) != 0 || ::pipe2(out.data(), O_CLOEXEC) != 0) return {};
   const auto previous = std::signal(SIGPIPE, SIG_IGN);
-  const pid_t child = ::fork();
-  if (child == 0) becomeProgram(path, command, in[0], out[1]);
+  const pid_t child = startProgram(
+      command, {{in[0], STDIN_FILENO}, {out[1], STDOUT_FILENO}, {out[1], STDERR_FILENO}});
   ::close(in[0]);
   ::close(out[1]);
   ProgramResult result;

@@ -1,6 +1,8 @@
 // Independent programs as judges of what the engines write.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -14,6 +16,14 @@ struct ProgramResult {
 // Runs a program without a shell, found along PATH and in the sbin folders. `input` goes to its
 // standard input.
 ProgramResult runProgram(const std::vector<std::string>& command, const std::string& input = {});
+// Starts a program and returns at once; each of our descriptors becomes the program's `theirs`.
+// -1 when it could not be started.
+struct Redirection {
+  int ours;
+  int theirs;
+};
+pid_t startProgram(const std::vector<std::string>& command,
+                   const std::vector<Redirection>& redirections);
 // A command line at its spaces.
 std::vector<std::string> words(const std::string& line);
 bool hasProgram(const std::string& name);

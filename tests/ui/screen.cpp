@@ -30,20 +30,6 @@ bool waitUntil(const std::function<bool()>& condition) {
   return true;
 }
 
-// `outputFd`, when not -1, becomes the child's descriptor `as`.
-int start(const std::vector<std::string>& command, int outputFd, int as) {
-  const int id = fork();
-  if (id != 0) return id;
-  if (outputFd >= 0) dup2(outputFd, as);
-  std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
-  for (const std::string& argument : command)
-    arguments.push_back(const_cast<char*>(argument.c_str()));
-  arguments.push_back(nullptr);
-  execvp(arguments[0], arguments.data());
-  _exit(127);
-}
-
 void end(int id) {
   if (id <= 0) return;
   kill(id, SIGTERM);
@@ -62,7 +48,7 @@ std::string firstLine(const std::string& text) { return text.substr(0, text.find
 ChildProcess::ChildProcess(const std::vector<std::string>& command) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return;
-  id_ = start(command, ends[1], STDOUT_FILENO);
+  id_ = startProgram(command, {{ends[1], STDOUT_FILENO}});
   close(ends[1]);
   pipe_ = ends[0];
 }
@@ -107,9 +93,9 @@ Screen::Screen() {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return;
   // Without -noreset it starts anew, and turns clients away, whenever its last client leaves.
-  server_ = start({"Xvfb", "-displayfd", std::to_string(kNumberFd), "-screen", "0", "1024x768x24",
-                   "-nolisten", "tcp", "-nocursor", "-noreset"},
-                  ends[1], kNumberFd);
+  server_ = startProgram({"Xvfb", "-displayfd", std::to_string(kNumberFd), "-screen", "0",
+                          "1024x768x24", "-nolisten", "tcp", "-nocursor", "-noreset"},
+                         {{ends[1], kNumberFd}});
   close(ends[1]);
   std::string number;
   char digit = 0;
@@ -118,7 +104,7 @@ Screen::Screen() {
   setenv("DISPLAY", (":" + number).c_str(), 1);
   // The font library keeps what it loaded until the end of the process.
   setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-  manager_ = start({"openbox", "--sm-disable"}, -1, -1);
+  manager_ = startProgram({"openbox", "--sm-disable"}, {});
   waitUntil([] { return runProgram({"xdotool", "get_desktop"}).status == 0; });
 }
 
