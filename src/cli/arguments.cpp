@@ -142,16 +142,20 @@ void declareDelete(CLI::App& app, Arguments& arguments) {
   addTarget(app, arguments);
   addPart(app, arguments);
   app.add_flag("--clear-boot", arguments.clearBootSector, "Clear its boot sectors");
-  app.add_option(
-         "--wipe",
-         [&arguments](const CLI::results_t& patterns) {
-           if (!patterns.empty() && !patterns[0].empty() && patterns[0] != "zero")
-             throw CLI::ValidationError("'" + patterns[0] + "' is not a pattern: zero");
-           return arguments.wipe = true;
-         },
-         "Overwrite all of it; PATTERN: zero")
-      ->type_name("[PATTERN]")
-      ->expected(0, 1);
+  CLI::Option* wipe =
+      app.add_option(
+             "--wipe",
+             [&arguments](const CLI::results_t& patterns) {
+               if (!patterns.empty() && !patterns[0].empty() && patterns[0] != "zero")
+                 throw CLI::ValidationError("'" + patterns[0] + "' is not a pattern: zero");
+               return arguments.wipe = true;
+             },
+             "Overwrite all of it; PATTERN: zero")
+          ->type_name("[PATTERN]")
+          ->expected(0, 1);
+  app.add_flag("--ignore-errors", arguments.ignoreErrors,
+               "Pass over sectors that cannot be overwritten; --yes does not answer that")
+      ->needs(wipe);
   addWriting(app, arguments);
 }
 

@@ -81,6 +81,7 @@ struct Arguments {
   // delete
   bool clearBootSector = false;
   bool wipe = false;
+  bool ignoreErrors = false;
 
   SetArguments set;  // and the name
   MbrArguments mbr;

@@ -83,17 +83,23 @@ bool ConsoleFrontEnd::insists(const std::string& text) {
   return false;
 }
 
+bool ConsoleFrontEnd::consents(const MessageBox& box) {
+  if ((box.flags & kInsist) == kInsist) return insists(box.text);
+  if ((box.flags & kDiskError) != 0)
+    return answers_.ignoreErrors || ask(box.text, "Ignore all errors?");
+  const bool isAlwaysAsked = (box.flags & kButtonSetMask) == u32(ButtonSet::continueCancel);
+  return isAlwaysAsked ? ask(box.text, "Continue?") : confirm(box.text);
+}
+
 MessageResult ConsoleFrontEnd::messageBox(const MessageBox& box) {
-  if ((box.flags & kInsist) == kInsist)
-    return insists(box.text) ? MessageResult::yes : MessageResult::no;
   switch (static_cast<ButtonSet>(box.flags & kButtonSetMask)) {
     case ButtonSet::okCancel:
-      return confirm(box.text) ? MessageResult::ok : MessageResult::cancel;
+      return consents(box) ? MessageResult::ok : MessageResult::cancel;
     case ButtonSet::yesNo:
     case ButtonSet::yesNoCancel:
-      return confirm(box.text) ? MessageResult::yes : MessageResult::no;
+      return consents(box) ? MessageResult::yes : MessageResult::no;
     case ButtonSet::continueCancel:
-      return ask(box.text, "Ignore all errors?") ? MessageResult::goOn : MessageResult::cancel;
+      return consents(box) ? MessageResult::goOn : MessageResult::cancel;
     case ButtonSet::ok:
       break;
   }

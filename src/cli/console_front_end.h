@@ -14,10 +14,11 @@ namespace tallowin {
 class ConsoleFrontEnd : public FrontEnd {
  public:
   struct Answers {
-    bool yes = false;        // to confirmations; never to the disk-error prompt
-    bool quiet = false;      // no progress
-    bool overwrite = false;  // to what no general consent answers: see kInsist
-    bool skipScan = false;   // presses "&Skip" as soon as it is offered
+    bool yes = false;           // to confirmations
+    bool quiet = false;         // no progress
+    bool overwrite = false;     // to what no general consent answers: see kInsist
+    bool ignoreErrors = false;  // to disk errors: see kDiskError
+    bool skipScan = false;      // presses "&Skip" as soon as it is offered
   };
   // Fills a dialog from the command line and closes it; one left open is cancelled.
   using DialogHandler = std::function<void(DialogModel&)>;
@@ -48,6 +49,7 @@ class ConsoleFrontEnd : public FrontEnd {
 
  private:
   bool insists(const std::string& text);
+  bool consents(const MessageBox& box);
   bool ask(const std::string& question, const std::string& hint);
   std::optional<std::string> readLine(const std::string& prompt);
 

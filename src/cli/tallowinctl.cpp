@@ -120,6 +120,7 @@ ExitStatus run(const Arguments& arguments, const std::string& programFile,
   ConsoleFrontEnd ui({.yes = arguments.yes || arguments.rehearse,
                       .quiet = arguments.quiet,
                       .overwrite = arguments.overwrite,
+                      .ignoreErrors = arguments.ignoreErrors,
                       .skipScan = !arguments.scan});
   JsonWriter json;
   json.beginObject();

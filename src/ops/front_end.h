@@ -28,6 +28,8 @@ inline constexpr u32 kButtonSetMask = 0xF0;
 inline constexpr u32 kFocusOnNo = 0x8000;  // for destructive confirmations
 // A Yes gives up something that the user did not ask to change: no general consent answers it.
 inline constexpr u32 kInsist = 0x10000 | kFocusOnNo;
+// Going on passes over sectors that cannot be read or written: no general consent answers it.
+inline constexpr u32 kDiskError = 0x20000;
 
 enum class MessageResult : u32 { none = 0, ok = 1, cancel = 3, yes = 5, no = 6, goOn = 7 };
 

@@ -13,8 +13,8 @@ constexpr u64 kPieceBytes = 4 * kMiB;
 bool askToIgnore(FrontEnd& ui) {
   return ui.questionBox("Warning", ButtonSet::yesNo, MessageKind::warning,
                         "An error has occurred during a write to the drive.\n\n"
-                        "Do you want to continue and ignore further problems?") ==
-         MessageResult::yes;
+                        "Do you want to continue and ignore further problems?",
+                        kDiskError) == MessageResult::yes;
 }
 
 class ZeroWiper {
