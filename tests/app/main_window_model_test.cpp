@@ -23,6 +23,14 @@ class MainWindowTest : public testing::Test {
     options_.images.push_back(folder_.sparse(name, bytes));
     EXPECT_EQ(makeTable(options_.images.back(), script), "");
   }
+  // Puts bytes into the first image, counted from its end where the offset is negative.
+  void damage(long offset, const std::vector<u8>& bytes) {
+    std::FILE* image = std::fopen(options_.images[0].c_str(), "r+b");
+    ASSERT_NE(image, nullptr);
+    std::fseek(image, offset, offset < 0 ? SEEK_END : SEEK_SET);
+    std::fwrite(bytes.data(), 1, bytes.size(), image);
+    std::fclose(image);
+  }
   MainWindowModel& window() {
     if (model_) return *model_;
     options_.noDevices = true;
@@ -121,12 +129,7 @@ TEST_F(MainWindowTest, EveryDisabledButtonSaysWhy) {
 
 TEST_F(MainWindowTest, OverlapsAreMarkedAndCanOnlyBeDeleted) {
   addImage("label: dos\nstart=2048,size=4096,type=6\nstart=8192,size=4096,type=83\n");
-  std::FILE* image = std::fopen(options_.images[0].c_str(), "r+b");
-  ASSERT_NE(image, nullptr);
-  std::fseek(image, 446 + 16 + 8, SEEK_SET);
-  const u8 intoTheFirst[] = {0x00, 0x10, 0, 0};
-  std::fwrite(intoTheFirst, 1, 4, image);
-  std::fclose(image);
+  damage(446 + 16 + 8, {0x00, 0x10, 0, 0});  // starts in the first one
   EXPECT_TRUE(window().hasErrors());
   select("\tPartition E\t");
   EXPECT_TRUE(isEnabled(Action::deleteOrUndelete));
@@ -135,14 +138,7 @@ TEST_F(MainWindowTest, OverlapsAreMarkedAndCanOnlyBeDeleted) {
 
 TEST_F(MainWindowTest, AGptDamagedInBothCopiesIsShownAndNotChanged) {
   addImage("label: gpt\nsize=20M\n");
-  const std::string& path = options_.images[0];
-  std::FILE* image = std::fopen(path.c_str(), "r+b");
-  ASSERT_NE(image, nullptr);
-  for (const auto& [offset, from] : {std::pair{512L, SEEK_SET}, std::pair{-512L, SEEK_END}}) {
-    std::fseek(image, offset, from);
-    std::fputc('X', image);
-  }
-  std::fclose(image);
+  for (const long header : {512L, -512L}) damage(header, {'X'});
   ASSERT_FALSE(window().rows().empty());
   EXPECT_FALSE(isEnabled(Action::deleteOrUndelete));
   EXPECT_EQ(window().control(Action::deleteOrUndelete).whyDisabled,
@@ -151,11 +147,7 @@ TEST_F(MainWindowTest, AGptDamagedInBothCopiesIsShownAndNotChanged) {
 
 TEST_F(MainWindowTest, AGptWithOneBadCopyIsMarkedAndRepairedBeforeAChange) {
   addImage("label: gpt\nsize=20M\n");
-  std::FILE* image = std::fopen(options_.images[0].c_str(), "r+b");
-  ASSERT_NE(image, nullptr);
-  std::fseek(image, -512L, SEEK_END);
-  std::fputc('X', image);
-  std::fclose(image);
+  damage(-512, {'X'});
   EXPECT_EQ(window().errorLabel(), "* GPT Needs Repair *");
   ui_.expectMessage("The backup of the GPT is missing or damaged.", MessageResult::yes);
   ui_.expectChoice("Please select the partition style to use:", 2);

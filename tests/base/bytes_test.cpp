@@ -56,6 +56,11 @@ TEST(Text, SizesRoundHalfUp) {
   EXPECT_EQ(sectorsToMiB(256, 4096), 1U);
 }
 
+TEST(Geometry, PackedAddressesHaveTenBitsForTheCylinder) {
+  EXPECT_EQ(unpackedChs({0xFE, 0xFF, 0xFE}), (ChsAddress{1022, 254, 63}));
+  EXPECT_EQ(unpackedChs({0x12, 0x81, 0x03}), (ChsAddress{0x203, 0x12, 1}));
+}
+
 TEST(Geometry, CutAddressesFollowTheFlags) {
   const Geometry geometry{1023, 254, 63};
   EXPECT_EQ(lbaToChs(63, geometry, 1), (ChsAddress{0, 1, 1}));

@@ -93,24 +93,6 @@ TEST_F(RefusalTest, FailuresAreJsonToo) {
   }
 }
 
-TEST_F(RefusalTest, AGptDamagedInBothCopiesIsNotChanged) {
-  const std::string path = folder_.sparse("gpt.img", 100 * kMiB);
-  ASSERT_EQ(runProgram({"sfdisk", "-q", path}, "label: gpt\nsize=10M\n").status, 0);
-  for (const char* place : {"seek=512", "seek=104857088"})
-    ASSERT_EQ(
-        runProgram({"dd", "if=/dev/zero", "of=" + path, "bs=1", "count=8", place, "conv=notrunc"})
-            .status,
-        0);
-  const std::string before = fileHash(path);
-  for (std::vector<std::string> words :
-       {std::vector<std::string>{"create", path, "--type", "linux", "--size", "5"},
-        {"delete", path, "--part", "1", "--yes"}}) {
-    const ProgramResult result = ctl_.run(words);
-    EXPECT_EQ(result.status, 1) << result.output;
-    EXPECT_EQ(fileHash(path), before);
-  }
-}
-
 TEST_F(RefusalTest, HiddenDevicesAreNotOpened) {
   const Ctl::Answer none = ctl_.json({"devices"});
   EXPECT_EQ(none.status, 0);

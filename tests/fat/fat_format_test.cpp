@@ -39,23 +39,6 @@ TEST(FatLabelTest, IsStoredInElevenAllowedCharacters) {
   EXPECT_EQ("           ", fatLabelText("  "));
 }
 
-TEST(FatSizeTest, EachTypeHasItsSizes) {
-  struct Case {
-    u16 type;
-    u64 accepted, refused;
-  };
-  for (const Case& c : std::initializer_list<Case>{{0x0C, 1199, 1200},
-                                                   {0x0C, 66727, 66726},
-                                                   {0xEF, 0xFFFFFF80, 0xFFFFFF81},
-                                                   {0x01, 32717, 32718},
-                                                   {0x04, 65535, 65536},
-                                                   {0x06, 8387840, 8387841}}) {
-    EXPECT_TRUE(isSizeValidForType(c.type, c.accepted)) << c.type << " " << c.accepted;
-    EXPECT_FALSE(isSizeValidForType(c.type, c.refused)) << c.type << " " << c.refused;
-  }
-  EXPECT_TRUE(isSizeValidForType(0x83, kAllOnes64));
-}
-
 struct LayoutCase {
   const char* what;
   u16 type;

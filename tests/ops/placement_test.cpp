@@ -4,8 +4,6 @@
 
 #include <random>
 
-#include "ptable/type_catalogue.h"
-
 namespace tallowin {
 
 void PrintTo(const SectorExtent& extent, std::ostream* out) {
@@ -192,21 +190,6 @@ TEST(PlacementProperties, NewPartitionsStayInTheirRegionOnBoundariesAndNearTheir
     }
   }
   EXPECT_GT(placed, 5000U);
-}
-
-TEST(SizeLimits, DependOnTheTypeAndTheAlignment) {
-  struct Case {
-    u16 type;
-    u64 unitBytes;
-    u32 limit;
-  };
-  constexpr u64 kCylinderBytes = 16065 * 512;
-  const Case cases[] = {
-      {0x01, kMiB, 15},       {0x01, kCylinderBytes, 16},       {0x06, kMiB, 4095},
-      {0x16, kMiB, 4095},     {0x06, kCylinderBytes, 4096},     {0xDE, kCylinderBytes, 0x1FFFFF},
-      {0x0C, 4096, 0x1FFFFE}, {0x83, kMiB, types::kNoSizeLimit}};
-  for (const Case& c : cases)
-    EXPECT_EQ(c.limit, maxSizeMiBForType(c.type, c.unitBytes)) << c.type << " " << c.unitBytes;
 }
 
 TEST(SizeInMiB, RoundsHalfUpAndIsNothingForARangeBackwards) {

@@ -46,6 +46,12 @@ void createMany(Drive& drive, u32 count) {
   for (u32 i = 0; i < count; ++i) ASSERT_EQ(create(drive, 2048 + u64{i} * 64), Error::none) << i;
 }
 
+void expectRefusal(TableBench& bench, Error expected) {
+  MemoryDisk before = bench.disk().copy();
+  EXPECT_EQ(create(bench.drive(), 90'000), expected);
+  EXPECT_TRUE(bench.disk().sameContent(before));
+}
+
 EmbrImage imageOf(MemoryDisk& disk) {
   EmbrImage image;
   EXPECT_EQ(EmbrImage::read(disk, image), Error::none);
@@ -95,9 +101,7 @@ TEST(EmbrScheme, HoldsAsManyPrimariesAsIdsReach) {
   EXPECT_EQ(bench.drive().table().usedSlots, kMaxMptEntries);
   EXPECT_FALSE(bench.drive().table().hasErrors());
   EXPECT_EQ(bench.drive().firstUsableSector(), 16U);
-  MemoryDisk before = bench.disk().copy();
-  EXPECT_EQ(create(bench.drive(), 90'000), Error::noFreeEntry);
-  EXPECT_TRUE(bench.disk().sameContent(before));
+  expectRefusal(bench, Error::noFreeEntry);
   // Four of them are seen by others.
   const SfdiskTable seen = readTable(bench.disk());
   EXPECT_EQ(seen.problems, "");
@@ -124,27 +128,21 @@ TEST(EmbrScheme, TheAreaGrowsUpToTheFirstTrackAndNotBeyond) {
     last = bench.drive().firstUsableSector();
   }
   EXPECT_EQ(last, 4U);
-  MemoryDisk before = bench.disk().copy();
-  EXPECT_EQ(create(bench.drive(), 90'000), Error::noFreeEntry);
-  EXPECT_TRUE(bench.disk().sameContent(before));
+  expectRefusal(bench, Error::noFreeEntry);
 }
 
 TEST(EmbrScheme, TheAreaDoesNotGrowIntoAPartition) {
   TableBench bench(embrDisk(false));
   createMany(bench.drive(), kEntriesOfOneSector - 1);
   ASSERT_EQ(create(bench.drive(), 2, 1), Error::none);
-  MemoryDisk before = bench.disk().copy();
-  EXPECT_EQ(create(bench.drive(), 90'000), Error::noFreeEntry);
-  EXPECT_TRUE(bench.disk().sameContent(before));
+  expectRefusal(bench, Error::noFreeEntry);
 }
 
 TEST(EmbrScheme, TheAreaDoesNotGrowOverWhatIsNotItsOwnUnlessTheUserInsists) {
   TableBench bench(embrDisk(false));
   createMany(bench.drive(), kEntriesOfOneSector);
   bench.disk().setSector(2, std::vector<u8>(512, 0x5A));
-  MemoryDisk before = bench.disk().copy();
-  EXPECT_EQ(create(bench.drive(), 90'000), Error::sectorsInUse);
-  EXPECT_TRUE(bench.disk().sameContent(before));
+  expectRefusal(bench, Error::sectorsInUse);
   bench.drive().setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
   EXPECT_EQ(create(bench.drive(), 90'000), Error::none);
   EXPECT_EQ(bench.drive().table().usedSlots, kEntriesOfOneSector + 1);

@@ -55,23 +55,6 @@ class MbrEditorTest : public testing::Test {
 using Starts = std::vector<u64>;
 using Flags = std::vector<bool>;
 
-TEST_F(MbrEditorTest, RowsShowTheSlots) {
-  const auto rows = editor_.rows();
-  ASSERT_EQ(4U, rows.size());
-  EXPECT_EQ("MBR 2", rows[2].name);
-  EXPECT_EQ(8192U, rows[2].startLba);
-  EXPECT_EQ(4096U, rows[2].sectorCount);
-  EXPECT_EQ(7, rows[2].type);
-  EXPECT_EQ("", rows[3].name);
-  EXPECT_EQ((Flags{false, false, true, false}), active());
-  EXPECT_EQ(0x12345678U, editor_.diskSignature());
-  const ChsAddress chs = unpackedChs({0xFE, 0xFF, 0xFE});
-  EXPECT_EQ(1022U, chs.cylinder);
-  EXPECT_EQ(254U, chs.head);
-  EXPECT_EQ(63U, chs.sector);
-  EXPECT_FALSE(editor_.isChanged());
-}
-
 TEST_F(MbrEditorTest, ActiveIsOneOrAsManyAsWanted) {
   editor_.setActive(0);
   EXPECT_EQ((Flags{true, false, false, false}), active());

@@ -3,9 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
-#include <ostream>
-#include <sstream>
 
 #include "base/text.h"
 #include "disk/faulty_disk.h"
@@ -22,22 +19,6 @@ namespace {
 std::string bareText(const Guid& guid) {
   const std::string text = guidText(guid);
   return text.substr(1, text.size() - 2);
-}
-
-// "RequiredPartition LegacyBIOSBootable GUID:60,63"
-u64 attributesOf(const std::string& text) {
-  u64 bits = 0;
-  std::istringstream words(text);
-  for (std::string word; words >> word;) {
-    if (word == "RequiredPartition") bits |= 1;
-    if (word == "NoBlockIOProtocol") bits |= 2;
-    if (word == "LegacyBIOSBootable") bits |= 4;
-    if (!word.starts_with("GUID:")) continue;
-    std::istringstream numbers(word.substr(5));
-    for (std::string number; std::getline(numbers, number, ',');)
-      bits |= u64{1} << std::stoul(number);
-  }
-  return bits;
 }
 
 // An image file, or for large sectors a loop device, with the content of a disk.
@@ -92,11 +73,6 @@ std::string pictureAfter(MemoryDisk& before, const TableChange& change) {
 
 }  // namespace
 
-std::ostream& operator<<(std::ostream& out, const GptRow& row) {
-  return out << row.number << ": " << row.start << "+" << row.size << " " << row.type << " "
-             << row.uuid << " \"" << row.name << "\" " << std::hex << row.attributes << std::dec;
-}
-
 std::vector<GptRow> gptRowsOf(const Drive& drive) {
   std::vector<GptRow> rows;
   for (const auto& entry : drive.table().entries) {
@@ -112,26 +88,7 @@ std::vector<GptRow> gptRowsOf(const Drive& drive) {
 std::vector<GptRow> gptRowsBySfdisk(MemoryDisk& disk) {
   Medium medium(disk.sectorSize());
   storeDisk(disk, medium.image());
-  const std::string path = medium.path();
-  const ProgramResult result = runProgram({"sfdisk", "-J", path});
-  const auto object = result.output.find('{');
-  std::vector<GptRow> rows;
-  if (result.status != 0 || object == std::string::npos) {
-    ADD_FAILURE() << result.output;
-    return rows;
-  }
-  const auto json = nlohmann::json::parse(result.output.substr(object), nullptr, false);
-  const auto& table = json["partitiontable"];
-  EXPECT_EQ(table["label"], "gpt") << result.output;
-  if (!table.contains("partitions")) return rows;
-  for (const auto& part : table["partitions"]) {
-    const std::string node = part["node"];
-    const std::size_t digits = node.find_first_of("0123456789", path.size());
-    rows.push_back({static_cast<u32>(std::stoul(node.substr(digits))), part["start"], part["size"],
-                    part["type"], part["uuid"], part.value("name", ""),
-                    attributesOf(part.value("attrs", ""))});
-  }
-  return rows;
+  return readGpt(medium.path());
 }
 
 std::string gptProblems(MemoryDisk& disk) {

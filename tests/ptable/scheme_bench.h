@@ -2,29 +2,15 @@
 #pragma once
 
 #include <functional>
-#include <iosfwd>
 #include <string>
 #include <vector>
 
 #include "disk/disk_wrapper.h"
 #include "disk/memory_disk.h"
 #include "ptable/drive.h"
+#include "support/sfdisk.h"
 
 namespace tallowin {
-
-// One entry of a GPT. GUIDs as text without braces; units: sectors.
-struct GptRow {
-  u32 number = 0;
-  u64 start = 0;
-  u64 size = 0;
-  std::string type;
-  std::string uuid;
-  std::string name;
-  u64 attributes = 0;
-
-  friend bool operator==(const GptRow&, const GptRow&) = default;
-};
-std::ostream& operator<<(std::ostream& out, const GptRow& row);
 
 std::vector<GptRow> gptRowsOf(const Drive& drive);
 // As sfdisk reads them; fails the test when it cannot.

@@ -33,11 +33,40 @@ std::string faultsIn(const std::string& output) {
   return faults;
 }
 
+u32 numberOf(const nlohmann::json& part, const std::string& imagePath) {
+  const std::string node = part["node"];
+  return static_cast<u32>(
+      std::stoul(node.substr(node.find_first_of("0123456789", imagePath.size()))));
+}
+
+// The table as an object; null when there is none.
+nlohmann::json tableOf(const ProgramResult& result) {
+  // Warnings come before the object.
+  const auto object = result.output.find('{');
+  if (result.status != 0 || object == std::string::npos) return {};
+  const auto json = nlohmann::json::parse(result.output.substr(object), nullptr, false);
+  return json.is_object() ? json["partitiontable"] : nlohmann::json();
+}
+
+// "RequiredPartition LegacyBIOSBootable GUID:60,63"
+u64 attributesOf(const std::string& text) {
+  u64 bits = 0;
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    if (word == "RequiredPartition") bits |= 1;
+    if (word == "NoBlockIOProtocol") bits |= 2;
+    if (word == "LegacyBIOSBootable") bits |= 4;
+    if (!word.starts_with("GUID:")) continue;
+    std::istringstream numbers(word.substr(5));
+    for (std::string number; std::getline(numbers, number, ',');)
+      bits |= u64{1} << std::stoul(number);
+  }
+  return bits;
+}
+
 SfdiskRow rowOf(const nlohmann::json& json, const std::string& imagePath) {
   SfdiskRow row;
-  const std::string node = json["node"];
-  row.number =
-      static_cast<u32>(std::stoul(node.substr(node.find_first_of("0123456789", imagePath.size()))));
+  row.number = numberOf(json, imagePath);
   row.start = json["start"];
   row.size = json["size"];
   row.type = static_cast<u32>(std::stoul(json["type"].get<std::string>(), nullptr, 16));
@@ -50,6 +79,11 @@ SfdiskRow rowOf(const nlohmann::json& json, const std::string& imagePath) {
 std::ostream& operator<<(std::ostream& out, const SfdiskRow& row) {
   return out << row.number << ": " << row.start << "+" << row.size << " type " << std::hex
              << row.type << std::dec << (row.bootable ? " *" : "");
+}
+
+std::ostream& operator<<(std::ostream& out, const GptRow& row) {
+  return out << row.number << ": " << row.start << "+" << row.size << " " << row.type << " "
+             << row.uuid << " \"" << row.name << "\" " << std::hex << row.attributes << std::dec;
 }
 
 std::string makeTable(const std::string& imagePath, const std::string& script) {
@@ -71,16 +105,11 @@ SfdiskTable readTable(const std::string& imagePath) {
   const ProgramResult verify = runProgram({"sfdisk", "--verify", imagePath});
   table.problems = faultsIn(verify.output);
   const ProgramResult result = runProgram({"sfdisk", "-J", imagePath});
-  // Warnings come before the object.
-  const auto object = result.output.find('{');
-  const auto json = object == std::string::npos
-                        ? nlohmann::json()
-                        : nlohmann::json::parse(result.output.substr(object), nullptr, false);
-  if (result.status != 0 || !json.is_object()) {
+  const nlohmann::json body = tableOf(result);
+  if (!body.is_object()) {
     table.problems += result.output;
     return table;
   }
-  const auto& body = json["partitiontable"];
   table.diskSignature =
       static_cast<u32>(std::stoul(body.value("id", std::string("0")), nullptr, 16));
   if (body.contains("partitions"))
@@ -101,6 +130,18 @@ SfdiskTable readTable(MemoryDisk& disk) {
   SfdiskTable table = readTable(device);
   static_cast<void>(runProgram({"losetup", "--detach", device}));
   return table;
+}
+
+std::vector<GptRow> readGpt(const std::string& imagePath) {
+  const ProgramResult result = runProgram({"sfdisk", "-J", imagePath});
+  const nlohmann::json table = tableOf(result);
+  std::vector<GptRow> rows;
+  EXPECT_TRUE(table.is_object() && table["label"] == "gpt") << result.output;
+  if (!table.contains("partitions")) return rows;
+  for (const auto& part : table["partitions"])
+    rows.push_back({numberOf(part, imagePath), part["start"], part["size"], part["type"],
+                    part["uuid"], part.value("name", ""), attributesOf(part.value("attrs", ""))});
+  return rows;
 }
 
 }  // namespace tallowin

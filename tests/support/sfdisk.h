@@ -37,4 +37,21 @@ SfdiskTable readTable(const std::string& imagePath);
 // Sectors of other sizes than 512 bytes need a loop device, and so root.
 SfdiskTable readTable(MemoryDisk& disk);
 
+// One entry of a GPT. GUIDs as text without braces; units: sectors.
+struct GptRow {
+  u32 number = 0;
+  u64 start = 0;
+  u64 size = 0;
+  std::string type;
+  std::string uuid;
+  std::string name;
+  u64 attributes = 0;
+
+  friend bool operator==(const GptRow&, const GptRow&) = default;
+};
+std::ostream& operator<<(std::ostream& out, const GptRow& row);
+
+// The entries by number; fails the test when there is no GPT that can be read.
+std::vector<GptRow> readGpt(const std::string& imagePath);
+
 }  // namespace tallowin
