@@ -12,7 +12,9 @@ struct Explanation {
 constexpr Explanation kExplanations[] = {
     {Error::outOfMemory, "There is not enough memory; end other programs and try again."},
     {Error::read, "The disk could not be read; look for its errors in the kernel's log."},
-    {Error::write, "The disk could not be written; look for its errors in the kernel's log."},
+    {Error::write,
+     "The disk could not be written; look for its errors in the kernel's log, and at an image for "
+     "room where it lies."},
     {Error::fileSystemUnreadable,
      "The file system could not be read; check it with the program that made it."},
     {Error::cannotOpenForReading, "The file could not be opened for reading; check its rights."},

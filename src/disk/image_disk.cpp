@@ -203,6 +203,9 @@ OpenedImage openImageFile(const std::string& path, DiskAccess access, u8 kind, u
       kind == kOpticalKind ? openRaw(file, failure) : openImage(file, failure);
   if (!image) return failed(path, failure);
 
+  if (image->sectorCount() == 0)
+    return failed(path, {Error::unsupportedForm,
+                         "The file is smaller than one sector, so it cannot be a disk."});
   const bool isRaw = image->form() == ImageForm::raw;
   auto disk = std::make_unique<ImageDisk>(std::move(image), path, kind, kContainerSectorBytes);
   if (kind == kOpticalKind) {

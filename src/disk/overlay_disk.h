@@ -20,7 +20,9 @@ class OverlayDisk : public DiskWrapper {
   };
 
   explicit OverlayDisk(DiskDevice& inner, u64 maxBytes = kGiB)
-      : DiskWrapper(inner), maxBytes_(maxBytes) {}
+      : DiskWrapper(inner), maxBytes_(maxBytes) {
+    traits_.readOnly = false;
+  }
 
   // What would be written: ascending, adjoining ranges merged.
   std::vector<SectorRange> writtenRanges() const;

@@ -165,13 +165,13 @@ std::unique_ptr<ImageFile> openHostImageFile(const std::string& path, ImageAcces
   Descriptor cached(::open(path.c_str(), flags));
   if (cached.get() < 0) {
     failure = {Error::cannotOpenForReading,
-               format("%s cannot be opened: %s.", path.c_str(), std::strerror(errno))};
+               format("The file cannot be opened: %s.", std::strerror(errno))};
     return nullptr;
   }
   struct stat status {};
   if (::fstat(cached.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     failure = {Error::cannotOpenForReading,
-               format("%s is not a file; only files can be opened as images.", path.c_str())};
+               "It is no ordinary file; only those can be opened as images."};
     return nullptr;
   }
   Descriptor direct(::open(path.c_str(), flags | O_DIRECT));

@@ -167,6 +167,7 @@ FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme target
 }
 
 std::optional<FlowResult> refuseWhenMounted(const OperationContext& context, Drive& drive) {
+  if (auto stopped = refuseWhenReadOnlyDisk(context, drive)) return stopped;
   if (driveUse(context.host, drive.disk()).empty()) return std::nullopt;
   return refuse(context,
                 "Error: This drive contains mounted partitions.  Please umount them and try "

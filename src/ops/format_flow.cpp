@@ -60,6 +60,7 @@ class Formatting {
       context_.ui.noticeBox(why);
       return FlowResult{FlowEnd::refused, Error::unsupportedFileSystem, 0};
     }
+    if (auto stopped = refuseWhenReadOnlyDisk(context_, drive_)) return stopped;
     if (entry_->isInError())
       return refuse(tableErrorText(Error::tableInError), Error::tableInError);
     if (type_ != entry_->type) {

@@ -3,6 +3,7 @@
 #include "base/text.h"
 #include "ops/error_text.h"
 #include "ops/table_change.h"
+#include "ops/target_check.h"
 
 namespace tallowin {
 
@@ -22,6 +23,7 @@ std::optional<u32> parseSignature(std::string_view text) {
 }
 
 FlowResult applyMbrEdit(const OperationContext& context, Drive& drive, MbrEditor& editor) {
+  if (const auto stopped = refuseWhenReadOnlyDisk(context, drive)) return *stopped;
   TableChange change(context, drive);
   if (const auto stopped = change.begin()) return *stopped;
   const Error error = editor.apply();

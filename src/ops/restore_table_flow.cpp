@@ -6,6 +6,7 @@
 #include "disk/mount_check.h"
 #include "ops/error_text.h"
 #include "ops/table_change.h"
+#include "ops/target_check.h"
 #include "ops/target_text.h"
 
 namespace tallowin {
@@ -42,6 +43,7 @@ RestoreOptions acceptedDifferences(const Drive& drive, const TableBackup& backup
 
 FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
                             const TableBackup& backup) {
+  if (const auto stopped = refuseWhenReadOnlyDisk(context, drive)) return *stopped;
   if (!driveUse(context.host, drive.disk()).empty())
     return refuse(context,
                   "Error: This drive contains mounted partitions.  Please umount them and try "

@@ -7,6 +7,7 @@
 namespace tallowin {
 
 void synchronizeFlow(const OperationContext& context, Drive& drive, int index) {
+  if (drive.disk().traits().readOnly) return;
   TableChange change(context, drive);
   bool began = false;
   EmbrSync done;

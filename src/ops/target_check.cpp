@@ -38,7 +38,18 @@ std::optional<FlowResult> refuseWhenInUse(const OperationContext& context, Drive
   return refused();
 }
 
+std::optional<FlowResult> refuseWhenReadOnlyDisk(const OperationContext& context, Drive& drive) {
+  if (!drive.disk().traits().readOnly) return std::nullopt;
+  context.ui.errorBox(
+      format("This disk can only be read (%s).\n"
+             "Nothing was changed. Please get the right to write to it, or remove its write\n"
+             "protection, and open it again.",
+             describeDisk(drive.disk()).c_str()));
+  return refused(Error::deviceNotOpened);
+}
+
 std::optional<FlowResult> refuseWhenReadOnlyTable(const OperationContext& context, Drive& drive) {
+  if (auto stopped = refuseWhenReadOnlyDisk(context, drive)) return stopped;
   const Error error = drive.changesAllowed();
   if (error == Error::none) return std::nullopt;
   context.ui.noticeBox(drive.changeRefusal());

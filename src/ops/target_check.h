@@ -18,7 +18,10 @@ std::string useText(const DiskUse& use);
 std::optional<FlowResult> refuseWhenInUse(const OperationContext& context, Drive& drive,
                                           const SectorExtent& extent);
 
-// Nothing when the drive's table may be changed; else refused, and told.
+// Nothing when the disk can be written to; else refused, and told.
+std::optional<FlowResult> refuseWhenReadOnlyDisk(const OperationContext& context, Drive& drive);
+
+// Nothing when the disk and its table may be changed; else refused, and told.
 std::optional<FlowResult> refuseWhenReadOnlyTable(const OperationContext& context, Drive& drive);
 
 // Asks before a primary that holds the boot manager is changed. Nothing: go on.
