@@ -6,6 +6,7 @@
 
 #include "base/text.h"
 #include "ops/apply_drive_settings.h"
+#include "ptable/identify.h"
 
 namespace tallowin {
 namespace {
@@ -22,6 +23,7 @@ Session::Session(std::unique_ptr<Host> host, ProgramFolders folders, Options opt
       settingsFile_(folders_.settingsFile()),
       driveList_(*host_, options_.noDevices ? DriveList::Scan::none : DriveList::Scan::machine),
       handles_(*host_, driveList_, options_.images) {
+  handles_.setSectorSizeProbe(detectSectorSize);
   if (!options_.noDevices) scsiGenericList_ = scsiGenericDevices(*host_, kScsiGenericTypes);
   driveSettings_.load(settingsFile_);
 }

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "support/fake_host.h"
+#include "support/oracle.h"
 
 namespace tallowin {
 namespace {
@@ -101,6 +102,17 @@ TEST_F(StartUpTest, ImagesAreTakenFromWhereTheProgramWasStarted) {
   std::unique_ptr<Drive> drive;
   EXPECT_EQ(started.session->openDrive(driveNumberOf(DriveClass::image, 0), drive), Error::none);
   EXPECT_EQ(drive->lastLba(), kMiB / 512 - 1);
+}
+
+TEST_F(StartUpTest, AFileSystemOnAWholeImageTellsItsSectorSize) {
+  if (!hasProgram("mkfs.fat")) GTEST_SKIP() << "needs mkfs.fat";
+  const std::string image = elsewhere_.sparse("fat.img", 64 * kMiB);
+  ASSERT_EQ(runProgram({"mkfs.fat", "-F", "16", "-S", "4096", image}).status, 0);
+  const StartUp started = start({"-nd", "-img:" + image});
+  std::unique_ptr<Drive> drive;
+  ASSERT_EQ(started.session->openDrive(driveNumberOf(DriveClass::image, 0), drive), Error::none);
+  EXPECT_EQ(drive->sectorSize(), 4096U);
+  EXPECT_STREQ(drive->schemeName(), "VOL");
 }
 
 TEST_F(StartUpTest, TheTimeZoneIsApplied) {
