@@ -116,7 +116,7 @@ TEST_F(RefusalTest, DamagedTablesAreListedWithAMark) {
   const auto entry = [](u8 type, u32 start, u32 sectors) {
     std::string bytes(16, '\0');
     bytes[4] = static_cast<char>(type);
-    for (int i = 0; i < 4; ++i) {
+    for (std::size_t i = 0; i < 4; ++i) {
       bytes[8 + i] = static_cast<char>(start >> 8 * i);
       bytes[12 + i] = static_cast<char>(sectors >> 8 * i);
     }
