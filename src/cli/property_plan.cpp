@@ -59,7 +59,7 @@ class Plan {
   }
 
   std::string type(u32 type) {
-    if (type > 0xFF || type == types::kGptReserved || type == types::kHidden)
+    if (type > 0xFF || !types::isForPartitions(static_cast<u16>(type)))
       return format("--type: %u is no type of a partition; give 1 to 255, without 237 and 238.",
                     type);
     if (drive_.isGpt() && entry_.mbrSlot == kNoMbrSlot && type != types::kEfiSystem)

@@ -65,9 +65,13 @@ class Creation {
       return refuse("You must enter a Name, File System, and Size to continue.");
     if (value > kMaxTypeByte && !drive_.isGpt())
       return refuse("The file system value cannot be larger than 255.");
+    type_ = static_cast<u16>(value);
+    if (!drive_.isGpt() && !types::isForPartitions(type_))
+      return refuse(
+          "This value marks a partition table and is no file system.\n"
+          "Please choose another one.");
     if (!isInsideExtended() && !hasRoomForPrimary()) return false;
 
-    type_ = static_cast<u16>(value);
     const PlacementTarget target = placementTarget();
     auto found = createPlacement(target, type_, model.sizeMiB.value, model.placement());
     if (types::isExtended(type_) && !admitExtended(target, found)) return false;

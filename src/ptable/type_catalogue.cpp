@@ -151,6 +151,10 @@ std::string name(u16 type) {
   return named != nullptr ? named->name : format("Type %Xh/%i", type, type);
 }
 
+bool isForPartitions(u16 type) {
+  return type != kFree && type <= 0xFF && type != kGptReserved && type != kHidden;
+}
+
 bool hasName(u16 type) { return find(type) != nullptr; }
 
 u16 unhide(u16 type) { return hasHiddenByte(type) ? static_cast<u16>(type - kHiddenOffset) : type; }

@@ -25,6 +25,8 @@ inline constexpr u32 kNoSizeLimit = kAllOnes32;
 
 enum class FatLimit { usual, large };
 
+// Whether an entry of an MBR may be given this byte: not those that mark the entry or the table.
+bool isForPartitions(u16 type);
 // Never empty: an id without a name of its own is "Type 12Ch/300".
 std::string name(u16 type);
 bool hasName(u16 type);

@@ -101,6 +101,7 @@ TEST_F(CreateFlowTest, WhatIsMissingIsToldAndTheDialogStaysOpen) {
     tryIt("DATA", "ext", 10, missing);
     tryIt("DATA", "131", 0, missing);
     tryIt("DATA", "300", 10, "The file system value cannot be larger than 255.");
+    for (const char* mark : {"0xED", "0xEE"}) tryIt("DATA", mark, 10, "is no file system.");
     model.cancel();
   });
   EXPECT_EQ(FlowEnd::refused, create(*drive).end);
