@@ -200,7 +200,10 @@ Error restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions
   if (const Error error = mbr.store(); error != Error::none)
     return error == Error::write ? putBack(disk, old) : error;
   drive.setFlags(kDriveChanged, kDriveChanged);
-  return Error::none;
+  // What is left of a GPT at the end of the disk would be taken for the table by others.
+  const bool endsGpt = drive.isGpt() && !lbas.contains(drive.lastLba());
+  const bool isEnded = !endsGpt || (invalidateGptBackup(disk) == Error::none && disk.flush());
+  return isEnded ? Error::none : Error::writeFailedNewTable;
 }
 
 }  // namespace tallowin

@@ -142,6 +142,8 @@ TEST(Convert, TheCopyOfTheOldTableBringsItBackByteForByte) {
     EXPECT_EQ(picture(bench.disk()), picture(c.disk)) << c.what;
     for (u64 lba = 0; lba < 63; ++lba)
       EXPECT_EQ(bench.disk().sector(lba), c.disk.sector(lba)) << c.what << ": " << lba;
+    const auto hasBackup = [](MemoryDisk& disk) { return disk.sector(kSectors - 1)[0] == 'E'; };
+    EXPECT_EQ(hasBackup(bench.disk()), hasBackup(c.disk)) << c.what;
   }
 }
 
