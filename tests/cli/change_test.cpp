@@ -15,10 +15,6 @@ class ChangeTest : public testing::Test {
     EXPECT_EQ(runProgram({"sfdisk", "-q", path}, script).status, 0);
     return path;
   }
-  void expectDone(std::vector<std::string> words) {
-    const ProgramResult result = ctl_.run(words);
-    EXPECT_EQ(result.status, 0) << words[0] << ": " << result.output;
-  }
   // Sound for the other program, and the same to both.
   void expectSound(const std::string& path) {
     const SfdiskTable table = readTable(path);
@@ -42,13 +38,14 @@ class ChangeTest : public testing::Test {
 
 TEST_F(ChangeTest, PrimariesExtendedAndVolumes) {
   const std::string path = newDisk("disk.img", 600 * kMiB);
-  expectDone({"create", path, "--type", "fat16", "--size", "50", "--format"});
-  expectDone({"create", path, "--type", "0x83", "--size", "20MiB", "--after", "0"});
-  expectDone({"create", path, "--type", "extended", "--size", "450", "--before", "10"});
-  expectDone({"create", path, "--type", "fat32", "--size", "100", "--name", "LETTERS", "--format",
-              "--cluster", "2KiB"});
-  expectDone({"create", path, "--type", "swap", "--size", "30", "--name", "SWAP"});
-  expectDone({"create", path, "--type", "ntfs", "--size", "40", "--name", "WIN", "--before", "20"});
+  ctl_.expectDone({"create", path, "--type", "fat16", "--size", "50", "--format"});
+  ctl_.expectDone({"create", path, "--type", "0x83", "--size", "20MiB", "--after", "0"});
+  ctl_.expectDone({"create", path, "--type", "extended", "--size", "450", "--before", "10"});
+  ctl_.expectDone({"create", path, "--type", "fat32", "--size", "100", "--name", "LETTERS",
+                   "--format", "--cluster", "2KiB"});
+  ctl_.expectDone({"create", path, "--type", "swap", "--size", "30", "--name", "SWAP"});
+  ctl_.expectDone(
+      {"create", path, "--type", "ntfs", "--size", "40", "--name", "WIN", "--before", "20"});
   expectSound(path);
   ASSERT_EQ(readTable(path).rows.size(), 6u);
   EXPECT_EQ(sfdiskRow(path, 1).type, 0x06u);
@@ -56,23 +53,23 @@ TEST_F(ChangeTest, PrimariesExtendedAndVolumes) {
   expectFat(path, 1);
   expectFat(path, 5);
 
-  expectDone({"delete", path, "--part", "6", "--yes"});
+  ctl_.expectDone({"delete", path, "--part", "6", "--yes"});
   expectSound(path);
   EXPECT_EQ(readTable(path).rows.size(), 5u);
-  expectDone({"delete", path, "--part", "3", "--yes"});
+  ctl_.expectDone({"delete", path, "--part", "3", "--yes"});
   expectSound(path);
   EXPECT_EQ(readTable(path).rows.size(), 2u) << "the volumes go with the extended partition";
 }
 
 TEST_F(ChangeTest, AFullTableIsRefusedAndADeletedSlotIsUsedAgain) {
   const std::string path = newDisk("disk.img", 100 * kMiB);
-  for (int i = 0; i < 4; ++i) expectDone({"create", path, "--type", "linux", "--size", "10"});
+  for (int i = 0; i < 4; ++i) ctl_.expectDone({"create", path, "--type", "linux", "--size", "10"});
   const std::string full = fileHash(path);
   const ProgramResult fifth = ctl_.run({"create", path, "--type", "linux", "--size", "10"});
   EXPECT_EQ(fifth.status, 1) << fifth.output;
   EXPECT_EQ(fileHash(path), full);
-  expectDone({"delete", path, "--part", "2", "--yes"});
-  expectDone({"create", path, "--type", "swap", "--size", "8", "--free", "1"});
+  ctl_.expectDone({"delete", path, "--part", "2", "--yes"});
+  ctl_.expectDone({"create", path, "--type", "swap", "--size", "8", "--free", "1"});
   expectSound(path);
   EXPECT_EQ(sfdiskRow(path, 2).type, 0x82u);
 }
@@ -82,7 +79,7 @@ TEST_F(ChangeTest, FormatChangesTheTypeAndKeepsTheRest) {
                                    std::string(kStart) + "size=100M,type=83\nsize=100M,type=6\n");
   const SfdiskRow first = sfdiskRow(path, 1);
   const SfdiskRow second = sfdiskRow(path, 2);
-  expectDone(
+  ctl_.expectDone(
       {"format", path, "--part", "1", "--fs", "fat32", "--label", "DATA", "--scan", "--yes"});
   EXPECT_EQ(sfdiskRow(path, 2), second);
   EXPECT_EQ(sfdiskRow(path, 1).start, first.start);
@@ -123,7 +120,7 @@ TEST_F(ChangeTest, APartitionThatCouldNotBeFormattedIsNamed) {
 // One disk in every container: what is done to it is done to the same bytes.
 TEST_F(ChangeTest, ImagesChangeLikeTheirRawTwin) {
   const std::string raw = newDisk("twin.img", 128 * kMiB);
-  expectDone({"settings", "GlobalGeoAlign2K=1"});
+  ctl_.expectDone({"settings", "GlobalGeoAlign2K=1"});
   struct Container {
     const char* format;
     std::vector<std::string> options;
@@ -143,11 +140,11 @@ TEST_F(ChangeTest, ImagesChangeLikeTheirRawTwin) {
   images.insert(images.begin(), raw);
   for (const std::string& image : images) {
     SCOPED_TRACE(image);
-    expectDone({"create", image, "--type", "fat16", "--size", "40"});
-    expectDone({"create", image, "--type", "extended", "--size", "60"});
-    expectDone({"create", image, "--type", "linux", "--size", "20", "--name", "WORK"});
-    expectDone({"create", image, "--type", "linux", "--size", "10", "--name", "MORE"});
-    expectDone({"delete", image, "--part", "6", "--wipe", "--yes"});
+    ctl_.expectDone({"create", image, "--type", "fat16", "--size", "40"});
+    ctl_.expectDone({"create", image, "--type", "extended", "--size", "60"});
+    ctl_.expectDone({"create", image, "--type", "linux", "--size", "20", "--name", "WORK"});
+    ctl_.expectDone({"create", image, "--type", "linux", "--size", "10", "--name", "MORE"});
+    ctl_.expectDone({"delete", image, "--part", "6", "--wipe", "--yes"});
   }
   expectSound(raw);
   for (std::size_t i = 1; i < images.size(); ++i) {
@@ -163,7 +160,7 @@ TEST_F(ChangeTest, ImagesChangeLikeTheirRawTwin) {
     }
 
     // A file system carries the time of its making, so its twin is judged apart.
-    expectDone({"format", images[i], "--part", "1", "--yes"});
+    ctl_.expectDone({"format", images[i], "--part", "1", "--yes"});
     const std::string back = folder_.file("back.img");
     ASSERT_EQ(
         runProgram({"qemu-img", "convert", "-f", format, "-O", "raw", images[i], back}).status, 0);
@@ -176,11 +173,11 @@ TEST_F(ChangeTest, AKeptTableIsPutBackToTheByte) {
       newDisk("disk.img", 100 * kMiB,
               std::string(kStart) + "size=10M,type=83\ntype=5\nv5: size=10M\nv6: size=10M\n");
   const std::string kept = folder_.file("kept.tbk");
-  expectDone({"table", "backup", path, kept});
+  ctl_.expectDone({"table", "backup", path, kept});
   const std::string before = fileHash(path);
-  expectDone({"delete", path, "--part", "2", "--yes"});
+  ctl_.expectDone({"delete", path, "--part", "2", "--yes"});
   ASSERT_NE(fileHash(path), before);
-  expectDone({"table", "restore", path, kept, "--yes"});
+  ctl_.expectDone({"table", "restore", path, kept, "--yes"});
   EXPECT_EQ(fileHash(path), before);
 
   const ProgramResult again = ctl_.run({"table", "backup", path, kept});
@@ -208,11 +205,11 @@ TEST_F(ChangeTest, DeleteClearsWhatItIsAskedToClear) {
                        "sh", path, std::to_string(sector)})
                .output == "0\n";
   };
-  expectDone({"delete", path, "--part", "1", "--wipe", "zero", "--yes"});
-  expectDone({"delete", path, "--part", "2", "--clear-boot", "--yes"});
-  for (const u64 sector : {2048, 6143, 8192, 8192 + 128})
+  ctl_.expectDone({"delete", path, "--part", "1", "--wipe", "zero", "--yes"});
+  ctl_.expectDone({"delete", path, "--part", "2", "--clear-boot", "--yes"});
+  for (const u64 sector : {2048U, 6143U, 8192U, 8192U + 128})
     EXPECT_TRUE(sectorIsZero(sector)) << sector;
-  for (const u64 sector : {6144, 8191, 8192 + 129}) EXPECT_FALSE(sectorIsZero(sector)) << sector;
+  for (const u64 sector : {6144U, 8191U, 8192U + 129}) EXPECT_FALSE(sectorIsZero(sector)) << sector;
 }
 
 }  // namespace

@@ -16,6 +16,11 @@ ProgramResult Ctl::run(std::vector<std::string> words) {
   return runProgram(command(std::move(words)));
 }
 
+void Ctl::expectDone(const std::vector<std::string>& words) {
+  const ProgramResult result = run(words);
+  EXPECT_EQ(result.status, 0) << testing::PrintToString(words) << result.output;
+}
+
 Ctl::Answer Ctl::json(std::vector<std::string> words) {
   words.push_back("--json");
   std::vector<std::string> shell = command(std::move(words));

@@ -16,15 +16,16 @@ class MbrTest : public testing::Test {
   MbrTest() : path_(folder_.sparse("disk.img", 50 * kMiB)) {
     EXPECT_EQ(makeTable(path_, kScript), "");
   }
+  std::vector<std::string> onDisk(std::vector<std::string> options) const {
+    options.insert(options.begin(), {"mbr", path_});
+    return options;
+  }
   ProgramResult mbr(std::vector<std::string> options) {
-    std::vector<std::string> words = {"mbr", path_};
-    words.insert(words.end(), options.begin(), options.end());
-    return ctl_.run(words);
+    return ctl_.run(onDisk(std::move(options)));
   }
   void expectDone(std::vector<std::string> options) {
     options.push_back("--yes");
-    const ProgramResult result = mbr(options);
-    EXPECT_EQ(result.status, 0) << result.output;
+    ctl_.expectDone(onDisk(std::move(options)));
     EXPECT_EQ(readTable(path_).problems, "");
   }
 

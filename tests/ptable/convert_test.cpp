@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <regex>
 #include <set>
 
 #include "disk/recording_disk.h"
@@ -34,9 +35,12 @@ constexpr const char* kGptOfSix =
     "label: gpt\nstart=2048,size=64\nstart=4096,size=64\nstart=6144,size=64\nstart=8192,size=64\n"
     "start=10240,size=64\nstart=12288,size=64\n";
 
+// Without numbers and active marks, which belong to the slots of the boot sector.
 std::string picture(MemoryDisk& disk) {
+  static const std::regex ofSlots("[0-9?]+: | \\*");
   TableBench bench(disk.copy());
-  return schemeAndRows(bench.drive());
+  return bench.drive().schemeName() +
+         ("\n" + std::regex_replace(usedRows(bench.drive()), ofSlots, ""));
 }
 
 Error toGpt(Drive& drive) { return convertToGpt(drive, false); }

@@ -97,18 +97,6 @@ MemoryDisk diskOf(const Change& change) {
   return bench.disk().copy();
 }
 
-std::string usedRows(const Drive& drive) {
-  std::string rows;
-  const std::string picture = pictureOf(drive);
-  for (std::size_t at = 0; at < picture.size();) {
-    const std::size_t end = picture.find('\n', at) + 1;
-    const std::string line = picture.substr(at, end - at);
-    if (line.find("free") == std::string::npos) rows += line;
-    at = end;
-  }
-  return rows;
-}
-
 std::string rowsOn(MemoryDisk& disk) {
   TableBench bench(disk.copy(), kAligned);
   return usedRows(bench.drive());

@@ -94,14 +94,7 @@ std::vector<GptRow> gptRowsBySfdisk(MemoryDisk& disk) {
 std::string gptProblems(MemoryDisk& disk) {
   Medium medium(disk.sectorSize());
   storeDisk(disk, medium.image());
-  const std::string path = medium.path();
-  std::string problems;
-  const ProgramResult sgdisk = runProgram({"sgdisk", "-v", path});
-  if (sgdisk.output.find("No problems found") == std::string::npos) problems += sgdisk.output;
-  const ProgramResult sfdisk = runProgram({"sfdisk", "--verify", path});
-  if (sfdisk.status != 0 || sfdisk.output.find("No errors detected") == std::string::npos)
-    problems += sfdisk.output;
-  return problems;
+  return gptProblems(medium.path());
 }
 
 MemoryDisk diskFromCommands(u64 bytes, u32 sectorSizeBytes,
@@ -116,23 +109,6 @@ MemoryDisk diskFromCommands(u64 bytes, u32 sectorSizeBytes,
     EXPECT_EQ(result.status, 0) << command.front() << ": " << result.output;
   }
   return medium.load();
-}
-
-std::string schemeAndRows(const Drive& drive) {
-  std::string text = std::string(drive.schemeName()) + "\n";
-  const auto add = [&](const PartitionEntry& entry, const char* indent) {
-    if (entry.isFree()) return;
-    text +=
-        format("%s%llu..%llu %02Xh%s\n", indent, static_cast<unsigned long long>(entry.startSector),
-               static_cast<unsigned long long>(entry.endSector), entry.type,
-               entry.isInError() ? " !" : "");
-  };
-  for (const auto& entry : drive.table().entries) {
-    add(*entry, "");
-    if (!entry->volumes) continue;
-    for (const auto& volume : entry->volumes->entries) add(*volume, "  ");
-  }
-  return text;
 }
 
 void expectFaultsAreTold(MemoryDisk& before, const TableChange& change) {

@@ -24,9 +24,6 @@ MemoryDisk diskFromCommands(u64 bytes, u32 sectorSizeBytes,
                             const std::vector<std::vector<std::string>>& commands,
                             const std::string& input = {});
 
-// Scheme and used rows with types, without what a run makes up at random.
-std::string schemeAndRows(const Drive& drive);
-
 // A disk whose n-th flush fails, once or from then on.
 class FlushFault : public DiskWrapper {
  public:

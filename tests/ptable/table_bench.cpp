@@ -22,6 +22,19 @@ std::string lineOf(const Drive& drive, const PartitionEntry& entry) {
   return line + "\n";
 }
 
+std::string linesOf(const Drive& drive, bool withFree) {
+  std::string lines;
+  const auto add = [&](const PartitionEntry& entry) {
+    if (withFree || !entry.isFree()) lines += lineOf(drive, entry);
+  };
+  for (const auto& entry : drive.table().entries) {
+    add(*entry);
+    if (!entry->volumes) continue;
+    for (const auto& volume : entry->volumes->entries) add(*volume);
+  }
+  return lines;
+}
+
 template <typename Entry>
 Entry* largest(const std::vector<std::unique_ptr<Entry>>& entries) {
   Entry* best = nullptr;
@@ -51,15 +64,8 @@ Drive& TableBench::reopen(const DriveOpenOptions& options) {
   return *drive_;
 }
 
-std::string pictureOf(const Drive& drive) {
-  std::string picture;
-  for (const auto& entry : drive.table().entries) {
-    picture += lineOf(drive, *entry);
-    if (!entry->volumes) continue;
-    for (const auto& volume : entry->volumes->entries) picture += lineOf(drive, *volume);
-  }
-  return picture;
-}
+std::string pictureOf(const Drive& drive) { return linesOf(drive, true); }
+std::string usedRows(const Drive& drive) { return linesOf(drive, false); }
 
 std::vector<SfdiskRow> rowsOf(const Drive& drive) {
   std::vector<SfdiskRow> rows;

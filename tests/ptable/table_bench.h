@@ -34,6 +34,8 @@ class TableBench {
 
 // One line a row: "1: 2048..4095 0Ch *", "free 63..100", inner rows indented, "!" for an error.
 std::string pictureOf(const Drive& drive);
+// The same without free blocks.
+std::string usedRows(const Drive& drive);
 // The used rows as sfdisk lists them, in the order of their numbers.
 std::vector<SfdiskRow> rowsOf(const Drive& drive);
 MbrRecord mbrOf(DiskDevice& disk);

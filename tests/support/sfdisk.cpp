@@ -144,4 +144,14 @@ std::vector<GptRow> readGpt(const std::string& imagePath) {
   return rows;
 }
 
+std::string gptProblems(const std::string& imagePath) {
+  std::string problems;
+  const ProgramResult sgdisk = runProgram({"sgdisk", "-v", imagePath});
+  if (sgdisk.output.find("No problems found") == std::string::npos) problems += sgdisk.output;
+  const ProgramResult sfdisk = runProgram({"sfdisk", "--verify", imagePath});
+  if (sfdisk.status != 0 || sfdisk.output.find("No errors detected") == std::string::npos)
+    problems += sfdisk.output;
+  return problems;
+}
+
 }  // namespace tallowin

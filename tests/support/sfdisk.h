@@ -53,5 +53,7 @@ std::ostream& operator<<(std::ostream& out, const GptRow& row);
 
 // The entries by number; fails the test when there is no GPT that can be read.
 std::vector<GptRow> readGpt(const std::string& imagePath);
+// What sgdisk and sfdisk complain about; empty for a sound GPT.
+std::string gptProblems(const std::string& imagePath);
 
 }  // namespace tallowin
