@@ -12,6 +12,7 @@
 #include "ops/delete_flow.h"
 #include "ops/format_flow.h"
 #include "ops/properties_flow.h"
+#include "ops/target_text.h"
 #include "ptable/type_catalogue.h"
 
 namespace tallowin {
@@ -214,10 +215,17 @@ std::string MainWindowModel::whyWithoutDrive() const {
   return session_.whyNoDevices();
 }
 
+std::string MainWindowModel::whyEmpty() const {
+  return drive_ && whyNoDrive_.empty() ? emptyTableText(*drive_) : whyWithoutDrive();
+}
+
 std::string MainWindowModel::whyUnavailable(Action action) const {
   if (std::string why = whyWithoutDrive(); !why.empty()) return why;
   const PartitionEntry* entry = selection();
-  if (!entry) return "Select a row of the list first.";
+  if (!entry) {
+    const std::string why = whyEmpty();
+    return !why.empty() ? why : "Select a row of the list first.";
+  }
   if (action == Action::deleteOrUndelete && entry->isFree())
     return "Recovering deleted partitions comes with a later release.";
   if (entry->isInError() && action != Action::deleteOrUndelete)

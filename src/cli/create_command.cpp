@@ -10,6 +10,7 @@
 #include "ops/create_model.h"
 #include "ops/format_flow.h"
 #include "ops/format_model.h"
+#include "ops/target_text.h"
 #include "ptable/type_catalogue.h"
 
 namespace tallowin {
@@ -97,7 +98,8 @@ void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& b
   }
 }
 
-CommandResult noFreeBlock(const Arguments& arguments) {
+CommandResult noFreeBlock(const Arguments& arguments, const Drive& drive) {
+  if (const std::string why = emptyTableText(drive); !why.empty()) return refused(why);
   if (!arguments.freeBlock)
     return refused("'" + arguments.target + "' has no free block; delete a partition first.");
   return refused(format("'%s' has no free block %u; see the free rows of the list.",
@@ -115,7 +117,7 @@ CommandResult runCreate(CommandContext& context) {
     return result;
   Drive& drive = *target.drive;
   PartitionEntry* block = findFreeBlock(drive, arguments.freeBlock);
-  if (!block) return noFreeBlock(arguments);
+  if (!block) return noFreeBlock(arguments, drive);
 
   const std::set<u64> before = usedStarts(drive);
   const bool hadErrors = drive.table().hasErrors();

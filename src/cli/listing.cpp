@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "cli/progress_line.h"
 #include "fat/fat_volume.h"
+#include "ops/target_text.h"
 #include "ptable/gpt_types.h"
 #include "ptable/identify.h"
 #include "ptable/type_catalogue.h"
@@ -181,6 +182,7 @@ std::string listingText(Drive& drive) {
   for (const ListedRow& row : listedRows(drive))
     text += std::string(trimRight(rowLine(drive, row))) + "\n";
   if (drive.table().hasErrors()) text += "\n* Errors Exist *\n";
+  if (const std::string why = emptyTableText(drive); !why.empty()) text += "\n" + why + "\n";
   return text;
 }
 

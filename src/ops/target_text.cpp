@@ -19,6 +19,15 @@ std::string describeDisk(DiskDevice& disk) {
   return text;
 }
 
+std::string emptyTableText(const Drive& drive) {
+  const bool isSound = drive.table().status == 0 && drive.changesAllowed() == Error::none;
+  if (!drive.table().entries.empty() || !isSound) return {};
+  return format(
+      "There is no partition, and all free space is smaller than the alignment of this drive "
+      "(%llu sectors). A finer one, as Align on 1MiB Boundaries in the settings, leaves room.",
+      static_cast<unsigned long long>(alignmentUnit(drive.alignment())));
+}
+
 const char* kindWord(const PartitionEntry& entry) {
   return entry.isVolume() ? "Volume" : "Partition";
 }

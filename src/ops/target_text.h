@@ -17,6 +17,10 @@ std::string describeTarget(Drive& drive, const PartitionEntry& entry);
 // "Partition" or "Volume".
 const char* kindWord(const PartitionEntry& entry);
 
+// Why a sound table shows neither a partition nor free space, and what would help; empty when it
+// shows something.
+std::string emptyTableText(const Drive& drive);
+
 // "%s: %s".
 std::string summaryLine(const std::string& what, const std::string& value);
 

@@ -240,7 +240,7 @@ void MainWindow::refill() {
   if (!drives_->active()) drives_->copy_tooltip(model_.whyWithoutDrive().c_str());
   driveCount_->setText(model_.driveCountLabel());
   setLabel(*scheme_, model_.schemeLabel());
-  setLabel(*whyEmpty_, model_.whyWithoutDrive());
+  setLabel(*whyEmpty_, model_.whyEmpty());
   setLabel(*geometry_, model_.geometryLabel());
   const std::string errorLabel = model_.errorLabel();
   errors_->setText(errorLabel);

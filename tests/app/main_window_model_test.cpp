@@ -136,6 +136,17 @@ TEST_F(MainWindowTest, OverlapsAreMarkedAndCanOnlyBeDeleted) {
   EXPECT_FALSE(isEnabled(Action::format));
 }
 
+TEST_F(MainWindowTest, AnEmptyListSaysWhatWouldFillIt) {
+  addImage("label: dos\n", 4 * kMiB);
+  EXPECT_TRUE(window().rows().empty());
+  EXPECT_NE(window().whyEmpty().find("16065 sectors"), std::string::npos) << window().whyEmpty();
+  EXPECT_EQ(window().control(Action::create).whyDisabled, window().whyEmpty());
+  model_.reset();
+  options_.globalGeoAlign2K = true;
+  EXPECT_EQ(window().rows().size(), 1U);
+  EXPECT_EQ(window().whyEmpty(), "");
+}
+
 TEST_F(MainWindowTest, AGptDamagedInBothCopiesIsShownAndNotChanged) {
   addImage("label: gpt\nsize=20M\n");
   for (const long header : {512L, -512L}) damage(header, {'X'});
