@@ -35,6 +35,7 @@ SparseVmdk::SparseVmdk(std::unique_ptr<ImageFile> file, Layout layout)
     : ImageContainer(std::move(file)),
       layout_(std::move(layout)),
       tables_(layout_.directory.size()),
+      checkedTables_(layout_.directory.size()),
       sectorsAtOpen_(file_->sizeBytes() / kSectorBytes),
       // The last grain of a file that was cut may reach beyond its end.
       nextOffset_(
@@ -46,8 +47,8 @@ SparseVmdk::~SparseVmdk() { static_cast<void>(flush()); }
 
 std::optional<Geometry> SparseVmdk::geometry() const { return vmdkGeometry(layout_.descriptor); }
 
-bool SparseVmdk::mayHoldGrain(u64 fileSector) const {
-  if (fileSector >= firstNewSector_) return fileSector < nextOffset_ / kSectorBytes;
+bool SparseVmdk::mayHoldGrain(u64 fileSector, bool mayBeNew) const {
+  if (fileSector >= firstNewSector_) return mayBeNew && fileSector < nextOffset_ / kSectorBytes;
   if (fileSector >= sectorsAtOpen_) return false;
   const auto next =
       std::lower_bound(layout_.metadata.begin(), layout_.metadata.end(), fileSector,
@@ -71,8 +72,11 @@ Error SparseVmdk::table(u64 index, Table*& found) {
     return error;
   for (VmdkEntry& entry : *fresh) {
     if (entry == kVmdkZeroGrain && layout_.hasZeroedGrains) entry = kVmdkNotAllocated;
-    if (entry != kVmdkNotAllocated && !mayHoldGrain(entry)) return Error::corrupt;
+    // A table that was damaged before must not name what the file has grown by since.
+    if (entry != kVmdkNotAllocated && !mayHoldGrain(entry, checkedTables_[index]))
+      return Error::corrupt;
   }
+  checkedTables_[index] = true;
   found = fresh.get();
   tables_[index] = std::move(fresh);
   ++tablesInMemory_;
@@ -181,6 +185,7 @@ Error SparseVmdk::writeNewGrains(u64 sector, const Run& run, std::span<const u8>
     if (error = table(index, entries); error != Error::none) break;
     if (entries == nullptr) {
       tables_[index] = std::make_unique<Table>(layout_.entriesPerTable);
+      checkedTables_[index] = true;
       entries = tables_[index].get();
       ++tablesInMemory_;
     }
@@ -243,15 +248,19 @@ Error SparseVmdk::flush() {
 }
 
 // A new content id, once before the first change, tells children and copies that this is no
-// longer the disk they knew. Only the bytes that differ are written.
+// longer the disk they knew. Only the bytes that differ are written, with the zero that ends a text
+// that grew: what lies behind the old end is not known.
 Error SparseVmdk::renewContentId() {
   if (contentIdIsNew_) return Error::none;
   std::string renewed = layout_.descriptor;
-  const std::string id = format("%x", static_cast<u32>(std::time(nullptr)));
+  const std::string id = format("%08x", static_cast<u32>(std::time(nullptr)));
   if (!setValue(renewed, layout_.descriptorBytes, id, std::nullopt, "CID")) return Error::corrupt;
   std::string old = layout_.descriptor;
-  old.resize(std::max(old.size(), renewed.size()));
   std::string now = renewed;
+  if (now.size() > old.size()) {
+    now += '\0';
+    old.resize(now.size(), '?');
+  }
   now.resize(old.size());
   const auto first = std::mismatch(old.begin(), old.end(), now.begin()).first - old.begin();
   const auto behind = std::mismatch(old.rbegin(), old.rend(), now.rbegin()).first - old.rbegin();

@@ -63,7 +63,7 @@ class SparseVmdk final : public ImageContainer {
   Error table(u64 index, Table*& found);
   Error entry(u64 grain, u32& fileSector);
   u64 missingGrains(u64 grain) const;
-  bool mayHoldGrain(u64 fileSector) const;
+  bool mayHoldGrain(u64 fileSector, bool mayBeNew) const;
 
   Error writeNewGrains(u64 sector, const Run& run, std::span<const u8> bytes);
   Error appendTable(u64 index);
@@ -73,6 +73,7 @@ class SparseVmdk final : public ImageContainer {
 
   Layout layout_;
   std::vector<std::unique_ptr<Table>> tables_;  // by directory index; null: not in memory
+  std::vector<bool> checkedTables_;  // by directory index; what they name is sound, or new
   u64 tablesInMemory_ = 0;
   u64 sectorsAtOpen_;
   u64 nextOffset_;      // where the file grows

@@ -153,5 +153,18 @@ TEST(Images, AVmdkStatesItsGeometryAndGetsANewContentIdWithTheFirstWrite) {
   EXPECT_NE(contentId(), before);
 }
 
+TEST(Images, ADescriptorThatGrowsStillEndsWhereItsTextEnds) {
+  const FileBytes bytes = createInMemory(kVmdkSample, "1M");
+  constexpr std::string_view kKey = "\nCID=";
+  const auto id = std::search(bytes->begin(), bytes->end(), kKey.begin(), kKey.end()) + 5;
+  bytes->erase(id, id + 7);
+  const auto textEnd = std::find(bytes->begin() + 512, bytes->end(), 0);
+  bytes->insert(textEnd + 1, 7, 'x');
+  ASSERT_EQ(openBytes(bytes)->write(0, std::vector<u8>(kSector)), Error::none);
+  const std::string text(reinterpret_cast<const char*>(bytes->data()) + 512);
+  EXPECT_EQ(text.find('x', text.rfind('\n')), std::string::npos) << text;
+  EXPECT_NE(openBytes(bytes), nullptr);
+}
+
 }  // namespace
 }  // namespace tallowin

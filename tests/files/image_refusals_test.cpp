@@ -190,6 +190,23 @@ TEST(ImageRefusals, AGrainOverTheTablesIsNeverTouched) {
   }
 }
 
+TEST(ImageRefusals, AGrainBehindTheEndIsRefusedAlsoWhenTheFileHasGrownOverIt) {
+  const FileBytes bytes = createInMemory(kVmdkSample, "100M");
+  const u64 firstNewSector = (bytes->size() + 4095) / 4096 * 8;
+  *recordAt<VmdkEntry>(std::span(*bytes), directoryEntry(*bytes, 0) * u64{512}) =
+      static_cast<u32>(firstNewSector);
+  const auto image = openBytes(bytes);
+  ASSERT_TRUE(image);
+  const std::vector<u8> data(kMiB, 0xAA);
+  ASSERT_EQ(image->write(40 * kMiB / 512, data), Error::none);
+  ASSERT_GT(bytes->size(), (firstNewSector + 128) * 512);
+  std::vector<u8> sector(512);
+  EXPECT_EQ(image->read(0, sector), Error::corrupt);
+  EXPECT_EQ(image->write(0, sector), Error::corrupt);
+  ASSERT_EQ(image->read(40 * kMiB / 512, sector), Error::none);
+  EXPECT_EQ(sector, std::vector<u8>(512, 0xAA));
+}
+
 TEST(ImageRefusals, AFileWithoutWritePermissionAndADeviceNode) {
   const TempFolder folder;
   ImageFailure failure;
