@@ -6,6 +6,10 @@ set -euo pipefail
 program=$(readlink -f "${1:-$(dirname "$0")/../build/release/tallowinctl}")
 [ -x "$program" ] || { echo "build it first: cmake --build --preset release" >&2; exit 1; }
 PATH=/usr/sbin:/sbin:$PATH
+for needed in hyperfine parted sfdisk; do
+  command -v "$needed" >/dev/null || { echo "needs $needed" >&2; exit 1; }
+done
+[ -x /usr/bin/time ] || { echo "needs the package time" >&2; exit 1; }
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 image=$folder/disk.img
