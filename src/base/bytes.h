@@ -73,6 +73,12 @@ inline bool textAt(std::span<const u8> buffer, std::size_t offset, std::string_v
          std::memcmp(buffer.data() + offset, text.data(), text.size()) == 0;
 }
 
+inline bool isAllZero(std::span<const u8> bytes) {
+  // Compares the bytes with themselves one further on.
+  return bytes.empty() ||
+         (bytes[0] == 0 && std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
+}
+
 template <DiskRecord Record>
 std::span<const u8> bytesOf(const Record& record) {
   return {reinterpret_cast<const u8*>(&record), sizeof(Record)};

@@ -9,10 +9,10 @@
 
 namespace tallowin {
 
-// Keeps what small reads gave, for a command that neither writes nor waits: reading the table, the
-// drive's settings and the contents of partitions ask for the same sectors again and again. Takes
-// at most kMaxKeptBytes; reads beyond that, and failed ones, go to the disk every time. Refuses to
-// write.
+// Keeps what small reads gave (zeros take no room), for a command that neither writes nor waits:
+// reading the table, the drive's settings and the contents of partitions ask for the same sectors
+// again and again. Takes at most kMaxKeptBytes; reads beyond that, and failed ones, go to the disk
+// every time. Refuses to write.
 class ReadOnceDisk : public DiskWrapper {
  public:
   static constexpr std::size_t kMaxKeptBytes = kMiB;  // 128 partitions and their table
@@ -25,7 +25,8 @@ class ReadOnceDisk : public DiskWrapper {
   bool transferOut(u64, const void*, u32) override { return false; }
 
  private:
-  std::map<std::pair<u64, u32>, std::vector<u8>> kept_;  // by first sector and count
+  // By first sector and count; empty for zeros.
+  std::map<std::pair<u64, u32>, std::vector<u8>> kept_;
   std::size_t keptBytes_ = 0;
 };
 

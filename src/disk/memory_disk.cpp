@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/bytes.h"
+
 namespace tallowin {
 namespace {
-
-bool allZero(std::span<const u8> bytes) {
-  return std::all_of(bytes.begin(), bytes.end(), [](u8 byte) { return byte == 0; });
-}
 
 // Calls piece(page number, offset in the page, offset in the run, length) over a byte run.
 template <typename Piece>
@@ -57,7 +55,7 @@ bool MemoryDisk::transferOut(u64 lba, const void* buffer, u32 count) {
               [&](u64 page, u64 inPage, u64 done, u64 take) {
                 auto found = pages_.find(page);
                 if (found == pages_.end()) {
-                  if (allZero({in + done, take})) return;
+                  if (isAllZero({in + done, take})) return;
                   found = pages_.emplace(page, std::vector<u8>(kPageBytes)).first;
                 }
                 std::memcpy(found->second.data() + inPage, in + done, take);
@@ -96,7 +94,7 @@ bool MemoryDisk::sameContent(MemoryDisk& other) {
   const auto coveredBy = [](const MemoryDisk& a, const MemoryDisk& b) {
     return std::all_of(a.pages_.begin(), a.pages_.end(), [&](const auto& page) {
       const auto found = b.pages_.find(page.first);
-      return found == b.pages_.end() ? allZero(page.second) : page.second == found->second;
+      return found == b.pages_.end() ? isAllZero(page.second) : page.second == found->second;
     });
   };
   return coveredBy(*this, other) && coveredBy(other, *this);

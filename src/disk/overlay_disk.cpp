@@ -3,16 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/bytes.h"
+
 namespace tallowin {
-namespace {
-
-bool allZero(const u8* bytes, std::size_t count) {
-  // Compares the bytes with themselves one further on.
-  return count == 0 || (bytes[0] == 0 && std::memcmp(bytes, bytes + 1, count - 1) == 0);
-}
-
-}  // namespace
-
 bool OverlayDisk::isInside(u64 lba, u64 count) {
   const u64 sectors = inner_.sectorCount().value_or(0);
   return lba <= sectors && count <= sectors - lba;
@@ -49,7 +42,7 @@ bool OverlayDisk::transferOut(u64 lba, const void* buffer, u32 count) {
   const auto* bytes = static_cast<const u8*>(buffer);
   const std::size_t size = std::size_t{count} * sectorSize();
   if (overwriteInPlace(lba, bytes, count)) return true;
-  if (allZero(bytes, size)) {
+  if (isAllZero({bytes, size})) {
     addZeros(lba, count);
     return true;
   }

@@ -12,10 +12,6 @@
 namespace tallowin {
 namespace {
 
-bool isAllZero(std::span<const u8> bytes) {
-  return std::ranges::all_of(bytes, [](u8 byte) { return byte == 0; });
-}
-
 // The sectors of an EMBR that begins here, also of one that a conversion made invalid by clearing
 // the start of its signature; 0 when none does.
 u64 embrSectors(std::span<const u8> sector) {
