@@ -28,6 +28,8 @@ std::optional<u32> kernelSlot(const PartitionEntry& entry, bool isEmbr) {
   return entry.tableIndex < 0 ? std::nullopt : std::optional(static_cast<u32>(entry.tableIndex));
 }
 
+bool isCounted(const VolumeEntry& volume) { return !volume.isFree() && volume.sectorCount() != 0; }
+
 // The volumes in the order in which the kernel counts them: by the slot of their extended
 // partition, then along the chain. It passes over volumes without sectors.
 std::vector<const VolumeEntry*> volumesInKernelOrder(const PartitionTable& table, bool isEmbr) {
@@ -40,11 +42,31 @@ std::vector<const VolumeEntry*> volumesInKernelOrder(const PartitionTable& table
   for (const TableEntry* container : containers) {
     const auto first = volumes.size();
     for (const auto& volume : container->volumes->entries)
-      if (!volume->isFree() && volume->sectorCount() != 0) volumes.push_back(volume.get());
+      if (isCounted(*volume)) volumes.push_back(volume.get());
     std::sort(volumes.begin() + static_cast<std::ptrdiff_t>(first), volumes.end(),
               [](const auto* a, const auto* b) { return a->tableIndex < b->tableIndex; });
   }
   return volumes;
+}
+
+// By that order, without a list for each question.
+std::optional<u32> volumeNumber(const PartitionTable& table, bool isEmbr,
+                                const PartitionEntry& asked) {
+  using Place = std::pair<u32, i32>;  // slot of the container, place in its chain
+  std::vector<Place> places;
+  std::optional<Place> own;
+  for (const auto& container : table.entries) {
+    const auto slot = container->volumes ? kernelSlot(*container, isEmbr) : std::nullopt;
+    if (!slot) continue;
+    for (const auto& volume : container->volumes->entries) {
+      if (!isCounted(*volume)) continue;
+      places.emplace_back(*slot, volume->tableIndex);
+      if (volume.get() == &asked) own = places.back();
+    }
+  }
+  if (!own) return std::nullopt;
+  const auto before = std::ranges::count_if(places, [&](const Place& p) { return p < *own; });
+  return kFirstVolumeNumber + static_cast<u32>(before);
 }
 
 // Narrows `region` by what lies at `first`..`last` on one side of the entry.
@@ -69,10 +91,7 @@ std::optional<u32> Drive::kernelNumber(const PartitionEntry& entry) const {
     const auto slot = kernelSlot(entry, isEmbr());
     return slot ? std::optional(*slot + 1) : std::nullopt;
   }
-  const auto volumes = volumesInKernelOrder(*table_, isEmbr());
-  const auto found = std::ranges::find(volumes, &entry);
-  if (found == volumes.end()) return std::nullopt;
-  return kFirstVolumeNumber + static_cast<u32>(found - volumes.begin());
+  return volumeNumber(*table_, isEmbr(), entry);
 }
 
 PartitionEntry* Drive::findByKernelNumber(u32 number) {

@@ -75,7 +75,7 @@ class VolumeGaps {
     block->endSector = end - 1;
     block->name = kFreeBlockName;
     block->previousEbr = previousOf(block->ebr);
-    block->id = unusedId(table_, kFirstFreeBlockId);
+    block->id = lastId_ = unusedId(table_, lastId_);
     auto& entries = container_.volumes->entries;
     const auto at =
         std::upper_bound(entries.begin(), entries.end(), block->ebr,
@@ -97,6 +97,7 @@ class VolumeGaps {
   const AlignmentRules& rules_;
   const PartitionTable& table_;
   TableEntry& container_;
+  PartitionId lastId_ = kFirstFreeBlockId;  // what comes before it is taken
 };
 
 void markVolumeAlone(const TableEntry& container, VolumeEntry& volume) {

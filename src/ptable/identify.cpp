@@ -1,6 +1,8 @@
 #include "ptable/identify.h"
 
 #include <algorithm>
+#include <memory>
+#include <optional>
 #include <vector>
 
 #include "base/text.h"
@@ -39,7 +41,7 @@ class Probe {
 
   bool isPartition() const { return startLba_ != 0; }
   bool readFirst();
-  Bytes first() const { return first_; }
+  Bytes first() const { return {head_.get(), disk_.sectorSize()}; }
   template <DiskRecord Record>
   const Record* firstAs() const {
     return recordAt<Record>(first());
@@ -57,7 +59,8 @@ class Probe {
   static constexpr u64 kSuperblockOffset = 1024;
   static constexpr u64 kPageBytes = 4096;
 
-  bool read(u64 relativeLba, std::vector<u8>& sector);
+  // Until the next call. Nothing: it could not be read.
+  std::optional<Bytes> sector(u64 relativeLba);
   bool fatCondition(const VolumeBootRecord& boot) const;
   bool ext(Bytes sector, Content& content) const;
   bool hfsPlus(Bytes sector, Content& content) const;
@@ -68,8 +71,8 @@ class Probe {
 
   DiskDevice& disk_;
   u64 startLba_;
-  std::vector<u8> head_;  // the first sectors, read at once
-  std::vector<u8> first_;
+  std::unique_ptr<u8[]> head_;  // the first sectors, read at once
+  u64 headSectors_ = 0;
   std::vector<u8> other_;
 };
 
@@ -78,23 +81,24 @@ class Probe {
 bool Probe::readFirst() {
   const u64 sectors = std::max<u64>(1, kPageBytes / disk_.sectorSize());
   const u64 end = deviceSectors();
-  if (startLba_ < end && sectors <= end - startLba_) {
-    head_.resize(sectors * disk_.sectorSize());
-    if (!disk_.readSectors(startLba_, head_.data(), sectors)) head_.clear();
-  }
-  return read(0, first_);
+  head_ = std::make_unique_for_overwrite<u8[]>(sectors * disk_.sectorSize());
+  const bool isInside = startLba_ < end && sectors <= end - startLba_;
+  if (isInside && disk_.readSectors(startLba_, head_.get(), sectors))
+    headSectors_ = sectors;
+  else if (disk_.readSectors(startLba_, head_.get(), 1))
+    headSectors_ = 1;
+  return headSectors_ != 0;
 }
 
-bool Probe::read(u64 relativeLba, std::vector<u8>& sector) {
+std::optional<Bytes> Probe::sector(u64 relativeLba) {
   const std::size_t sectorBytes = disk_.sectorSize();
-  sector.resize(sectorBytes);
-  if (relativeLba < head_.size() / sectorBytes) {
-    std::copy_n(head_.begin() + static_cast<std::ptrdiff_t>(relativeLba * sectorBytes), sectorBytes,
-                sector.begin());
-    return true;
-  }
-  return relativeLba <= kAllOnes64 - startLba_ &&
-         disk_.readSectors(startLba_ + relativeLba, sector.data(), 1);
+  if (relativeLba < headSectors_)
+    return Bytes{head_.get() + relativeLba * sectorBytes, sectorBytes};
+  other_.resize(sectorBytes);
+  if (relativeLba > kAllOnes64 - startLba_ ||
+      !disk_.readSectors(startLba_ + relativeLba, other_.data(), 1))
+    return std::nullopt;
+  return other_;
 }
 
 // blocks x block size / sector size, as far as 64 bits go.
@@ -171,8 +175,9 @@ bool Probe::xfs(Content& content) const {
 
 bool Probe::reiserFs(Content& content) {
   constexpr u64 kReiserSector = 128;
-  if (!read(kReiserSector, other_)) return false;
-  const auto& super = *recordAt<ReiserSuperRecord>(Bytes(other_));
+  const auto found = sector(kReiserSector);
+  if (!found) return false;
+  const auto& super = *recordAt<ReiserSuperRecord>(*found);
   const std::string_view magic(super.magic.data(), super.magic.size());
   if (!magic.starts_with("ReIsErFs") && !magic.starts_with("ReIsEr2Fs") &&
       !magic.starts_with("ReIsEr3Fs"))
@@ -184,17 +189,16 @@ bool Probe::reiserFs(Content& content) {
 
 bool Probe::swap(Content& content) {
   const u64 relative = (kPageBytes - 1) / disk_.sectorSize();
-  if (!read(relative, other_)) return false;
-  if (!hasSwapSignature(other_, kPageBytes - relative * disk_.sectorSize())) return false;
+  const auto found = sector(relative);
+  if (!found || !hasSwapSignature(*found, kPageBytes - relative * disk_.sectorSize())) return false;
   content.code = ContentCode::linuxSwap;
   content.sectorCount = deviceSectors();
   return true;
 }
 
 bool Probe::superblock(Content& content) {
-  std::vector<u8> sector;
-  const bool readable = read(kSuperblockOffset / disk_.sectorSize(), sector);
-  return (readable && (ext(sector, content) || hfsPlus(sector, content))) || xfs(content) ||
+  const auto found = sector(kSuperblockOffset / disk_.sectorSize());
+  return (found && (ext(*found, content) || hfsPlus(*found, content))) || xfs(content) ||
          reiserFs(content) || swap(content);
 }
 
@@ -216,8 +220,9 @@ bool Probe::namedVolume(Content& content) {
 
 bool Probe::optical(Content& content) {
   constexpr u64 kVolumeDescriptorSector = 16;
-  if (isPartition() || !read(kVolumeDescriptorSector, other_) || !textAt(other_, 1, "CD001"))
-    return false;
+  if (isPartition()) return false;
+  const auto found = sector(kVolumeDescriptorSector);
+  if (!found || !textAt(*found, 1, "CD001")) return false;
   content.code = ContentCode::iso9660;
   content.sectorSizeBytes = 2048;
   return true;
