@@ -11,6 +11,8 @@ namespace {
 constexpr u64 kRoomBytes = 256 * kMiB;
 constexpr u64 kEntriesInSector = 512 / sizeof(VhdTableEntry);
 
+constexpr u64 roundUp(u64 value, u64 unit) { return (value + unit - 1) / unit * unit; }
+
 }  // namespace
 
 // The part of a request that lies in one block.
@@ -92,41 +94,62 @@ Error DynamicVhd::writeZeros(u64 sector, u64 count) {
   });
 }
 
+u64 DynamicVhd::newDataOffset(u64 offset) const {
+  const u64 behindBitmap = offset + bitmaps_.bitmapBytes();
+  // Small blocks would be more gaps than data, and are never written directly.
+  return blockBytes() % kDataAlignment == 0 ? roundUp(behindBitmap, kDataAlignment) : behindBitmap;
+}
+
+u64 DynamicVhd::endOfBlocks(u64 offset, u64 count) const {
+  const u64 firstEnd = newDataOffset(offset) + blockBytes();
+  const u64 stride = newDataOffset(firstEnd) + blockBytes() - firstEnd;
+  return firstEnd + (count - 1) * stride;
+}
+
 Error DynamicVhd::writeNewBlock(const Run& run, std::span<const u8> bytes) {
   if (const Error error = makeRoom(); error != Error::none) return error;
-  const VhdBitmaps::Bitmap bitmap = bitmaps_.withRun(run.firstSector, run.count);
-  const std::span<const u8> bitmapBytes = VhdBitmaps::bytesOf(bitmap);
-  Error error = Error::none;
-  if (run.firstSector == 0) {
-    error = file_->writeAt(nextBlockOffset_, bitmapBytes, bytes);
-  } else {
-    error = file_->writeAt(nextBlockOffset_, bitmapBytes);
-    if (error == Error::none)
-      error = file_->writeAt(
-          nextBlockOffset_ + bitmapBytes.size() + u64{run.firstSector} * kSectorBytes, bytes);
-  }
-  if (error != Error::none) {
+  const u64 dataOffset = newDataOffset(nextBlockOffset_);
+  if (const Error error = writeBlockAt(dataOffset, run, bytes); error != Error::none) {
     growthFailed_ = giveRoomBack() != Error::none;
     return error;
   }
-  layout_.table[run.block] = static_cast<u32>(nextBlockOffset_ / kSectorBytes);
+  layout_.table[run.block] = static_cast<u32>((dataOffset - bitmaps_.bitmapBytes()) / kSectorBytes);
   changedTableSectors_.insert(run.block / kEntriesInSector);
-  nextBlockOffset_ += storedBytes();
+  nextBlockOffset_ = dataOffset + blockBytes();
   --unallocatedBlocks_;
   return Error::none;
 }
 
-// Room for one block at least, zeros but for an old footer where the next bitmap goes.
+// What lies before the data is written with it where that makes one direct request.
+Error DynamicVhd::writeBlockAt(u64 dataOffset, const Run& run, std::span<const u8> bytes) {
+  struct alignas(kDataAlignment) Page {
+    u8 bytes[kDataAlignment] = {};
+  };
+  const u64 headBytes = dataOffset - nextBlockOffset_;
+  std::vector<Page> pages(roundUp(headBytes, kDataAlignment) / kDataAlignment);
+  const std::span<u8> head(pages.data()->bytes, headBytes);
+  const VhdBitmaps::Bitmap bitmap = bitmaps_.withRun(run.firstSector, run.count);
+  std::ranges::copy(VhdBitmaps::bytesOf(bitmap),
+                    head.end() - std::ssize(VhdBitmaps::bytesOf(bitmap)));
+  if (run.firstSector == 0 && nextBlockOffset_ % kDataAlignment == 0)
+    return file_->writeAt(nextBlockOffset_, head, bytes);
+  const Error error = file_->writeAt(nextBlockOffset_, head);
+  return error != Error::none
+             ? error
+             : file_->writeAt(dataOffset + u64{run.firstSector} * kSectorBytes, bytes);
+}
+
+// Room for one block at least, zeros but for an old footer before the next block's data.
 Error DynamicVhd::makeRoom() {
   if (growthFailed_) return Error::write;
-  if (footerOffset_ - nextBlockOffset_ >= storedBytes()) return Error::none;
-  if (nextBlockOffset_ / kSectorBytes >= kVhdNotAllocated) return Error::fileTooLarge;
+  if (footerOffset_ >= endOfBlocks(nextBlockOffset_, 1)) return Error::none;
+  if (newDataOffset(nextBlockOffset_) / kSectorBytes > kVhdNotAllocated) return Error::fileTooLarge;
   const u64 oldSize = file_->sizeBytes();
-  const u64 generous = std::min(std::max<u64>(kRoomBytes / storedBytes(), 1), unallocatedBlocks_);
+  const u64 generous = std::min(std::max<u64>(kRoomBytes / blockBytes(), 1), unallocatedBlocks_);
   Error error = Error::none;
   // Where the file may not become that large, one block may still fit.
   for (const u64 blocks : {generous, u64{1}}) {
-    const u64 newFooterOffset = nextBlockOffset_ + blocks * storedBytes();
+    const u64 newFooterOffset = endOfBlocks(nextBlockOffset_, blocks);
     error = file_->writeAt(newFooterOffset, bytesOf(layout_.footer));
     if (error == Error::none) error = file_->flush();
     if (error == Error::none) {

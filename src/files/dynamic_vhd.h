@@ -16,6 +16,9 @@ u64 vhdSectorCount(const VhdFooter& footer);
 
 //   footer's copy | header | table | bitmap, block | bitmap, block | ... | room | footer
 //
+// New blocks begin at multiples of kDataAlignment, which keeps them fit for direct I/O, and their
+// bitmaps directly before them; what that leaves over is zeros.
+//
 // The footer must stay the last thing in the file, and a block must lie whole before the table
 // names it. So the footer is first put some way behind the end and flushed, which makes room (a
 // hole, zeros for nothing); blocks are written into the room, each once; and the table's entries
@@ -51,8 +54,13 @@ class DynamicVhd final : public ImageContainer {
   template <typename Step>
   Error forEachRun(u64 sector, u64 count, Step step);
 
+  static constexpr u64 kDataAlignment = 4096;
+
   u64 blockBytes() const { return u64{layout_.blockSectors} * kSectorBytes; }
-  u64 storedBytes() const { return bitmaps_.bitmapBytes() + blockBytes(); }
+  // Of a new block that takes the file from `offset` on: where its data begins, and where the
+  // block ends that is the `count`-th from there.
+  u64 newDataOffset(u64 offset) const;
+  u64 endOfBlocks(u64 offset, u64 count) const;
   bool isAllocated(u64 block) const {
     return block < layout_.table.size() && layout_.table[block] != kVhdNotAllocated;
   }
@@ -60,6 +68,7 @@ class DynamicVhd final : public ImageContainer {
   u64 dataOffset(const Run& run) const;
 
   Error writeNewBlock(const Run& run, std::span<const u8> bytes);
+  Error writeBlockAt(u64 dataOffset, const Run& run, std::span<const u8> bytes);
   Error makeRoom();
   Error giveRoomBack();
   Error writeTable();
