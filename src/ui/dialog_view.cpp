@@ -16,12 +16,12 @@ DialogView::DialogView(DialogModel& model, int width, int height, const std::str
   window_.set_modal();
 }
 
-void DialogView::addButtons(const char* ok, const char* cancel, const char* help) {
+void DialogView::addButtons(const char* ok, const char* cancel, const char* help, int lowerMargin) {
   const int count = 1 + (cancel ? 1 : 0) + (help ? 1 : 0);
   int x = (window_.w() - count * kButtonWidth - (count - 1) * kGap) / 2;
   const auto add = [&](const char* label) {
-    auto* button =
-        new Fl_Button(x, window_.h() - kMargin - kButtonHeight, kButtonWidth, kButtonHeight, label);
+    auto* button = new Fl_Button(x, window_.h() - lowerMargin - kButtonHeight, kButtonWidth,
+                                 kButtonHeight, label);
     button->labelsize(kFontSize);
     window_.watch(button);
     x += kButtonWidth + kGap;

@@ -3,6 +3,7 @@
 
 #include "ops/dialog_model.h"
 #include "ui/dialog_window.h"
+#include "ui/layout.h"
 
 namespace tallowin {
 
@@ -30,7 +31,8 @@ class DialogView {
   virtual void pressedOther(const Fl_Button&) {}
   // Makes a row of buttons at the lower edge: one (`cancel` null), two, or three with `help`.
   // Enter and F10 press OK; Escape presses Cancel, or OK where there is none; F1 presses Help.
-  void addButtons(const char* ok, const char* cancel, const char* help = nullptr);
+  void addButtons(const char* ok, const char* cancel, const char* help = nullptr,
+                  int lowerMargin = layout::kMargin);
   Fl_Button& okButton() { return *ok_; }
   // For destructive dialogs: the focus starts on the last button, and the first one is pressed
   // only on purpose.

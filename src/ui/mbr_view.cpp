@@ -172,7 +172,7 @@ void MbrView::write() {
 PartitionChoiceView::PartitionChoiceView(PartitionChoiceModel& model)
     : DialogView(model, 430, 235, PartitionChoiceModel::kTitle), model_(model) {
   addText(10, 2, 200, kLineHeight, PartitionChoiceModel::kListLabel);
-  list_ = new ListBox(10, 20, 410, 172);
+  list_ = new ListBox(10, 20, 410, 180);
   list_->format_char(kRowFormatEscape);
   list_->column_char('\t');
   static constexpr int kWidths[] = {kRowColumnWidths[0], kRowColumnWidths[1], kRowColumnWidths[2],
@@ -180,7 +180,7 @@ PartitionChoiceView::PartitionChoiceView(PartitionChoiceModel& model)
   list_->column_widths(kWidths);
   list_->textsize(kSmallFontSize);
   for (const PartitionRow& row : model.rows) list_->add(row.text.c_str());
-  addButtons("&OK", "Cancel");
+  addButtons("&OK", "Cancel", nullptr, kMargin / 2);  // the list ends where they would begin
 }
 
 void PartitionChoiceView::read() {
