@@ -21,4 +21,7 @@ inline constexpr u64 kKiB = 1024;
 inline constexpr u64 kMiB = 1024 * kKiB;
 inline constexpr u64 kGiB = 1024 * kMiB;
 
+// To the next multiple; below 2^64 - `unit`.
+constexpr u64 roundUp(u64 value, u64 unit) { return (value + unit - 1) / unit * unit; }
+
 }  // namespace tallowin

@@ -11,8 +11,6 @@ namespace {
 constexpr u64 kRoomBytes = 256 * kMiB;
 constexpr u64 kEntriesInSector = 512 / sizeof(VhdTableEntry);
 
-constexpr u64 roundUp(u64 value, u64 unit) { return (value + unit - 1) / unit * unit; }
-
 }  // namespace
 
 // The part of a request that lies in one block.
@@ -129,8 +127,8 @@ Error DynamicVhd::writeBlockAt(u64 dataOffset, const Run& run, std::span<const u
   std::vector<Page> pages(roundUp(headBytes, kDataAlignment) / kDataAlignment);
   const std::span<u8> head(pages.data()->bytes, headBytes);
   const VhdBitmaps::Bitmap bitmap = bitmaps_.withRun(run.firstSector, run.count);
-  std::ranges::copy(VhdBitmaps::bytesOf(bitmap),
-                    head.end() - std::ssize(VhdBitmaps::bytesOf(bitmap)));
+  const std::span<const u8> bits = VhdBitmaps::bytesOf(bitmap);
+  std::ranges::copy(bits, head.last(bits.size()).begin());
   if (run.firstSector == 0 && nextBlockOffset_ % kDataAlignment == 0)
     return file_->writeAt(nextBlockOffset_, head, bytes);
   const Error error = file_->writeAt(nextBlockOffset_, head);

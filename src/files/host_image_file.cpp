@@ -80,8 +80,9 @@ class HostImageFile : public ImageFile {
     return Error::none;
   }
 
-  // Direct until the first large request beside the file system's blocks, as in a dynamic VHD: the
-  // file system serialises such requests, and direct ones next to cached ones wait for these.
+  // Direct until the first large request beside the file system's blocks, as in a dynamic VHD of
+  // another program: the file system serialises such requests, and direct ones next to cached ones
+  // wait for these.
   Error writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
     if (bytes.size() + following.size() >= kDirectMinBytes && offset % blockBytes_ != 0)
       writesDirectly_ = false;

@@ -14,8 +14,6 @@ constexpr u64 kMaxTableBytesInMemory = 64 * kMiB;
 // New grains start at multiples of this, which keeps them fit for direct I/O.
 constexpr u64 kGrowthAlignment = 4096;
 
-constexpr u64 roundUp(u64 value, u64 unit) { return (value + unit - 1) / unit * unit; }
-
 std::span<const u8> bytesOfEntries(const std::vector<VmdkEntry>& entries) {
   return {reinterpret_cast<const u8*>(entries.data()), entries.size() * sizeof(VmdkEntry)};
 }

@@ -19,7 +19,7 @@ u64 unitOr(const AlignmentRules& rules, u64 geometryUnit) {
   return isGptDefault(rules) ? sectorsPerMiB(rules) : std::max<u64>(1, geometryUnit);
 }
 
-u64 roundUp(u64 lba, u64 unit) {
+u64 roundedUp(u64 lba, u64 unit) {
   const u64 rest = lba % unit;
   if (rest == 0) return lba;
   const u64 down = lba - rest;
@@ -37,11 +37,11 @@ u64 trackUnit(const AlignmentRules& rules) { return unitOr(rules, rules.geometry
 u64 firstAlignedSector(const AlignmentRules& rules) {
   if (!rules.hasTable) return 0;
   if (rules.explicitUnit > 0 || isGptDefault(rules))
-    return roundUp(rules.firstUsableSector, alignmentUnit(rules));
+    return roundedUp(rules.firstUsableSector, alignmentUnit(rules));
   return rules.geometry.trackSectors();
 }
 
-u64 alignUp(const AlignmentRules& rules, u64 lba) { return roundUp(lba, alignmentUnit(rules)); }
+u64 alignUp(const AlignmentRules& rules, u64 lba) { return roundedUp(lba, alignmentUnit(rules)); }
 
 u64 alignDown(const AlignmentRules& rules, u64 lba) { return lba - lba % alignmentUnit(rules); }
 
