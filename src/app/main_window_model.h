@@ -79,7 +79,7 @@ class MainWindowModel {
   std::string schemeLabel() const;  // "MBR Partitions"; empty without a drive
   // Why there is no drive to show, and what would help; empty when there is one.
   std::string whyWithoutDrive() const;
-  // Why there are no rows; empty when there are.
+  // Why there are no rows; empty when there are, and of a table that cannot be read.
   std::string whyEmpty() const;
   bool hasErrors() const;          // of the rows
   std::string errorLabel() const;  // what is wrong with the table; empty when nothing is

@@ -166,7 +166,8 @@ FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme target
   return {saysWhichTable(error) ? FlowEnd::failed : FlowEnd::refused, error, 0};
 }
 
-std::optional<FlowResult> refuseWhenMounted(const OperationContext& context, Drive& drive) {
+std::optional<FlowResult> refuseWhenReadOnlyOrMounted(const OperationContext& context,
+                                                      Drive& drive) {
   if (auto stopped = refuseWhenReadOnlyDisk(context, drive)) return stopped;
   if (driveUse(context.host, drive.disk()).empty()) return std::nullopt;
   return refuse(context,
@@ -206,7 +207,7 @@ std::string undoText(const std::string& disk, const std::string& keptTable) {
 
 FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme target,
                        std::string& keptTable) {
-  if (const auto mounted = refuseWhenMounted(context, drive)) return *mounted;
+  if (const auto stopped = refuseWhenReadOnlyOrMounted(context, drive)) return *stopped;
   if (!hasTable(drive)) {
     if (target == Scheme::mbr) return makeFirstTable(context, drive, keptTable);
     return refuse(context, refusalText(Error::noTable) + "\nMake an MBR first.", Error::noTable);
@@ -225,7 +226,7 @@ FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme tar
 }
 
 FlowResult changeDiskTypeFlow(const OperationContext& context, Drive& drive) {
-  if (const auto mounted = refuseWhenMounted(context, drive)) return *mounted;
+  if (const auto stopped = refuseWhenReadOnlyOrMounted(context, drive)) return *stopped;
   std::string keptTable;
   if (!hasTable(drive)) return makeFirstTable(context, drive, keptTable);
   const std::vector<Scheme> offered = otherSchemes(drive.scheme());

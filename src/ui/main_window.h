@@ -49,7 +49,7 @@ class MainWindow : public DialogWindow {
   TextLabel* driveCount_ = nullptr;
   TextLabel* scheme_ = nullptr;
   TextLabel* errors_ = nullptr;
-  TextLabel* whyEmpty_ = nullptr;  // lies on the list while there is no drive to show
+  TextLabel* whyEmpty_ = nullptr;  // lies on the list while there is nothing to show
   TextLabel* geometry_ = nullptr;
   ListBox* list_ = nullptr;
   int columns_[4] = {};
