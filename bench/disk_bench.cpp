@@ -51,16 +51,16 @@ class PlainFile {
 
 bool readAll(DiskDevice& disk, u8* buffer, u32 sectors) {
   for (u64 lba = 0; lba < kBytes / 512; lba += sectors) {
-    if (!disk.readSectors(lba, buffer, sectors)) return false;
+    if (disk.readSectors(lba, buffer, sectors) != Error::none) return false;
   }
   return true;
 }
 
 bool writeAll(DiskDevice& disk, const u8* buffer, u64 firstLba, u32 sectors) {
   for (u64 lba = 0; lba < kBytes / 512; lba += sectors) {
-    if (!disk.writeSectors(firstLba + lba, buffer, sectors)) return false;
+    if (disk.writeSectors(firstLba + lba, buffer, sectors) != Error::none) return false;
   }
-  return disk.flush();
+  return disk.flush() == Error::none;
 }
 
 // From the first half to the second, the next read under way while the last piece is written.
@@ -74,25 +74,25 @@ bool copyOverlapped(DiskDevice& disk, std::array<TransferBuffer, 2>& buffers) {
   };
   startRead(0);
   for (u64 i = 0; i < kPieces; ++i) {
-    if (!disk.finish(reads[i % 2])) return false;
+    if (disk.finish(reads[i % 2]) != Error::none) return false;
     if (i + 1 < kPieces) startRead(i + 1);
     DiskTransfer write{.direction = DiskTransfer::Direction::write,
                        .lba = kBytes / 512 + i * kPieceSectors,
                        .buffer = buffers[i % 2].data(),
                        .count = kPieceSectors};
     disk.begin(write);
-    if (!disk.finish(write)) return false;
+    if (disk.finish(write) != Error::none) return false;
   }
-  return disk.flush();
+  return disk.flush() == Error::none;
 }
 
 bool copyInTurn(DiskDevice& disk, u8* buffer, u32 sectors) {
   for (u64 lba = 0; lba < kBytes / 512; lba += sectors) {
-    if (!disk.readSectors(lba, buffer, sectors) ||
-        !disk.writeSectors(kBytes / 512 + lba, buffer, sectors))
+    if (disk.readSectors(lba, buffer, sectors) != Error::none ||
+        disk.writeSectors(kBytes / 512 + lba, buffer, sectors) != Error::none)
       return false;
   }
-  return disk.flush();
+  return disk.flush() == Error::none;
 }
 
 int run() {

@@ -68,7 +68,7 @@ bool format(DiskDevice& disk, u64 bytes) {
   request.typeId = kFat32Type;
   request.label = "BENCH";
   request.geometry = {1023, 254, 63};
-  return formatFat(request) == Error::none && disk.flush();
+  return formatFat(request) == Error::none && disk.flush() == Error::none;
 }
 
 std::unique_ptr<FatVolume> openVolume(DiskDevice& disk, u64 bytes) {

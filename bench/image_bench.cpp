@@ -54,13 +54,13 @@ class Image {
   }
   bool write(const u8* buffer) {
     for (u64 lba = 0; lba < kBytes / 512; lba += kPieceSectors) {
-      if (!disk_->writeSectors(lba, buffer, kPieceSectors)) return false;
+      if (disk_->writeSectors(lba, buffer, kPieceSectors) != Error::none) return false;
     }
-    return disk_->flush();
+    return disk_->flush() == Error::none;
   }
   bool read(u8* buffer) {
     for (u64 lba = 0; lba < kBytes / 512; lba += kPieceSectors) {
-      if (!disk_->readSectors(lba, buffer, kPieceSectors)) return false;
+      if (disk_->readSectors(lba, buffer, kPieceSectors) != Error::none) return false;
     }
     return true;
   }

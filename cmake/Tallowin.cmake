@@ -33,19 +33,21 @@ if(TALLOWIN_CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${TALLOWIN_CCACHE})
 endif()
 
-# tallowin_library(NAME [lower folders ...]): the folder's static library, target tallowin_NAME.
-# Public headers are included by their path below src/, as in "disk/disk_device.h".
+# tallowin_library(NAME): the folder's static library, target tallowin_NAME, of all sources in it and
+# its rooms. Public headers are included by their path below src/, as in "disk/disk_device.h".
 function(tallowin_library name)
-  file(GLOB sources CONFIGURE_DEPENDS *.cpp)
-  list(TRANSFORM ARGN PREPEND tallowin_ OUTPUT_VARIABLE dependencies)
-  if(NOT sources)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS *.cpp)
+  list(FILTER sources EXCLUDE REGEX "/program/")
+  list(TRANSFORM TALLOWIN_USES_${name} PREPEND tallowin_ OUTPUT_VARIABLE dependencies)
+  if(sources)
+    add_library(tallowin_${name} STATIC ${sources})
+    target_include_directories(tallowin_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(tallowin_${name} PUBLIC ${dependencies})
+  else()
     add_library(tallowin_${name} INTERFACE)
+    target_include_directories(tallowin_${name} INTERFACE ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(tallowin_${name} INTERFACE ${dependencies})
-    return()
   endif()
-  add_library(tallowin_${name} STATIC ${sources})
-  target_include_directories(tallowin_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
-  target_link_libraries(tallowin_${name} PUBLIC ${dependencies})
 endfunction()
 
 # tallowin_test(NAME [libraries ...]): all *_test.cpp of the folder in one GoogleTest program.

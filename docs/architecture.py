@@ -8,10 +8,11 @@ ROWS = [  # from top to bottom: (name, what it is for), side by side
     [("app", "start-up, session, main window model")],
     [("ops", "flows and dialog models: create, delete, format")],
     [("fat", "FAT volumes, format")],
-    [("ptable", "partition model, MBR and EBR, identification, boot code")],
-    [("move", "callback of long operations"), ("disk", "DiskDevice, discovery, mount check")],
-    [("app/settings", "options, drive settings, alignment"), ("files", "host files, INI, images")],
-    [("base", "bytes, errors, text, geometry, Host")],
+    [("ptable", "partition model and alignment; rooms for MBR, GPT and EMBR")],
+    [("probe", "what content and types are"), ("move", "moving data")],
+    [("disk", "DiskDevice, discovery, mount check")],
+    [("settings", "options, drive settings"), ("files", "host files, INI, images")],
+    [("base", "bytes, failures, jobs, text, geometry, Host")],
 ]
 WIDTH, HEIGHT, GAP, MARGIN = 760, 54, 18, 16
 

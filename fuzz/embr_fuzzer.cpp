@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "disk/memory_disk.h"
-#include "ptable/embr_image.h"
+#include "ptable/embr/embr_image.h"
 
 using namespace tallowin;
 
@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, std::size_t size) {
   for (std::size_t i = size - kSteps; i < size; ++i) {
     const u32 count = image.entryCount();
     if ((data[i] & 1) != 0) {
-      const Error result = image.insert(data[i] % (count + 1), MptEntryRecord{});
+      const Failure result = image.insert(data[i] % (count + 1), MptEntryRecord{});
       require(image.entryCount() == count + (result == Error::none ? 1 : 0));
     } else {
       image.remove(data[i]);

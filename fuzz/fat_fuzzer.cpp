@@ -38,7 +38,7 @@ class Input {
 
 std::vector<u8> sectors(DiskDevice& disk, u64 lba, u64 count) {
   std::vector<u8> bytes(count * disk.sectorSize());
-  require(disk.readSectors(lba, bytes.data(), count));
+  require(disk.readSectors(lba, bytes.data(), count) == Error::none);
   return bytes;
 }
 
@@ -144,7 +144,8 @@ void changeEntries(Input& input) {
   volume.reset();
   requireEntries(disk, placement, expected);
   // Nothing beside the FATs was touched.
-  for (MemoryDisk* both : {&disk, &before}) require(both->writeZeros(fatStart, fatEnd - fatStart));
+  for (MemoryDisk* both : {&disk, &before})
+    require(both->writeZeros(fatStart, fatEnd - fatStart) == Error::none);
   require(disk.sameContent(before));
 }
 
@@ -166,8 +167,8 @@ void format(Input& input) {
   const std::vector<u8> neighbour(std::size_t{kNeighbour} * sectorSize, 0x5A);
   const u64 behind = kNeighbour + request.lengthSectors;
   MemoryDisk disk(behind + kNeighbour, sectorSize);
-  require(disk.writeSectors(0, neighbour.data(), kNeighbour));
-  require(disk.writeSectors(behind, neighbour.data(), kNeighbour));
+  require(disk.writeSectors(0, neighbour.data(), kNeighbour) == Error::none);
+  require(disk.writeSectors(behind, neighbour.data(), kNeighbour) == Error::none);
   request.device = &disk;
   request.typeId = static_cast<u16>(input.number(1));
   request.sectorsPerCluster = (options & 8) != 0 ? input.number(4) : input.number(1);
@@ -179,7 +180,7 @@ void format(Input& input) {
   request.label.assign(label.begin(), label.end());
   MemoryDisk before = disk.copy();
 
-  const Error error = formatFat(request);
+  const Failure error = formatFat(request);
   require(sectors(disk, 0, kNeighbour) == neighbour);
   require(sectors(disk, behind, kNeighbour) == neighbour);
   require(request.badClusters == 0);

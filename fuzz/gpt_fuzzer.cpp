@@ -6,7 +6,7 @@
 
 #include "base/crc32.h"
 #include "disk/memory_disk.h"
-#include "ptable/gpt_image.h"
+#include "ptable/gpt/gpt_image.h"
 
 using namespace tallowin;
 
@@ -26,7 +26,7 @@ void sealHeader(MemoryDisk& disk) {
   const u64 bytes = std::min<u64>(u64{header.entryCount} * header.entrySize, 32 * kKiB);
   std::vector<u8> entries((bytes + 511) / 512 * 512);
   if (header.entryLba < kSectors && entries.size() / 512 <= kSectors - header.entryLba &&
-      disk.readSectors(header.entryLba, entries.data(), entries.size() / 512))
+      disk.readSectors(header.entryLba, entries.data(), entries.size() / 512) == Error::none)
     header.entryCrc = crc32(std::span(entries).first(bytes));
   header.headerCrc = 0;
   header.headerCrc = crc32(std::span(sector).first(header.headerSize));

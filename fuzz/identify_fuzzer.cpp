@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "disk/memory_disk.h"
-#include "ptable/identify.h"
+#include "probe/identify.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const tallowin::u8* data, std::size_t size) {
   using namespace tallowin;
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const tallowin::u8* data, std::size_t size
   if (half != 0) disk.setSector(start + kDiscSector, bytes.subspan(half, half));
 
   Content content;
-  const Error error = identify(disk, start, content);
+  const Failure error = identify(disk, start, content);
   const bool isKnown = content.code != ContentCode::none;
   if ((error == Error::none) != isKnown) std::abort();
   if (error == Error::notAFileSystem && start != 0) std::abort();

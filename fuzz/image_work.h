@@ -22,12 +22,12 @@ class SmallHostFile : public MemoryImageFile {
 
   using MemoryImageFile::MemoryImageFile;
 
-  Error writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
+  Failure writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
     const u64 size = bytes.size() + following.size();
     if (offset > kMaxBytes || size > kMaxBytes - offset) return Error::noSpaceLeft;
     return MemoryImageFile::writeAt(offset, bytes, following);
   }
-  Error resize(u64 newSizeBytes) override {
+  Failure resize(u64 newSizeBytes) override {
     return newSizeBytes > kMaxBytes ? Error::noSpaceLeft : MemoryImageFile::resize(newSizeBytes);
   }
 };
@@ -79,7 +79,7 @@ class ImageWork {
     switch (bytes[0] % 8) {
       case 0: {
         std::vector<u8> got(count * kSector);
-        const Error error = image_->read(first, got);
+        const Failure error = image_->read(first, got);
         require(isInside || error == Error::read);
         break;
       }
@@ -102,7 +102,7 @@ class ImageWork {
   }
 
   // After a change that answered `error`.
-  void expect(Error error, u64 first, u64 count, bool isInside, u8 fill) {
+  void expect(Failure error, u64 first, u64 count, bool isInside, u8 fill) {
     if (!isInside || image_->isReadOnly()) {
       require(error != Error::none);
       return;

@@ -92,7 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, std::size_t size) {
   const auto& entries = drive->table().entries;
   if (entries.empty()) return 0;
   TableEntry& entry = *entries[pick % entries.size()];
-  Error error = Error::none;
+  Failure error = Error::none;
   if (entry.volumes && !entry.volumes->entries.empty() && (data[0] & 4) != 0) {
     VolumeEntry& volume = *entry.volumes->entries[pick % entry.volumes->entries.size()];
     const bool wasFree = volume.isFree();

@@ -3,10 +3,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "app/settings/drive_settings.h"
-#include "app/settings/options.h"
-#include "app/settings/settings_file.h"
-#include "app/settings/settings_text.h"
+#include "settings/drive_settings.h"
+#include "settings/options.h"
+#include "settings/settings_file.h"
+#include "settings/settings_text.h"
 
 using namespace tallowin;
 

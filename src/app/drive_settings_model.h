@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
-#include "app/settings/drive_settings.h"
-#include "app/settings/options.h"
 #include "ops/dialog_model.h"
+#include "settings/drive_settings.h"
+#include "settings/options.h"
 
 namespace tallowin {
 

@@ -1,6 +1,6 @@
 #include "app/enabled_actions.h"
 
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {

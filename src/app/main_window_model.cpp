@@ -13,7 +13,7 @@
 #include "ops/format_flow.h"
 #include "ops/properties_flow.h"
 #include "ops/target_text.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -122,7 +122,7 @@ void MainWindowModel::openCurrentDrive() {
   if (!driveIndex_) return;
   const u32 number =
       driveNumberOf(static_cast<DriveClass>(busIndex_), static_cast<u32>(*driveIndex_));
-  const Error error = session_.openDrive(number, drive_);
+  const Failure error = session_.openDrive(number, drive_);
   if (error == Error::none) return;
   drive_.reset();
   whyNoDrive_ = session_.openFailure(error);

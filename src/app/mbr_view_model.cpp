@@ -155,7 +155,7 @@ void MbrViewModel::write() {
 FlowResult viewMbr(const OperationContext& context, Drive& drive,
                    const std::function<void(int topic)>& showHelp) {
   MbrEditor editor(drive);
-  if (const Error error = editor.load(); error != Error::none) {
+  if (const Failure error = editor.load(); error != Error::none) {
     context.ui.errorBox(tableErrorText(error));
     return {FlowEnd::failed, error, 0};
   }

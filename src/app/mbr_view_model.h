@@ -9,7 +9,7 @@
 #include "app/partition_rows.h"
 #include "ops/dialog_model.h"
 #include "ops/operation_context.h"
-#include "ptable/mbr_editor.h"
+#include "ptable/mbr/mbr_editor.h"
 
 namespace tallowin {
 

@@ -1,7 +1,7 @@
 #include "app/partition_rows.h"
 
 #include "base/text.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "base/text.h"
 #include "ops/apply_drive_settings.h"
-#include "ptable/identify.h"
+#include "probe/identify.h"
 
 namespace tallowin {
 namespace {
@@ -47,13 +47,13 @@ std::vector<std::string> Session::driveNames(DriveClass bus) {
   return names;
 }
 
-Error Session::openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive) {
+Failure Session::openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive) {
   std::shared_ptr<DiskDevice> disk;
-  if (const Error error = handles_.open(driveNumber, disk); error != Error::none) return error;
+  if (const Failure error = handles_.open(driveNumber, disk); error != Error::none) return error;
   return openDrive(std::move(disk), driveNumber, drive);
 }
 
-std::string Session::openFailure(Error error) const {
+std::string Session::openFailure(Failure error) const {
   if (error == Error::deviceNotOpened) return handles_.lastFailure();
   return format("The disk could not be opened (error %u).", codeOf(error));
 }
@@ -64,8 +64,8 @@ std::string Session::whyNoDevices() const {
                           : "No disk of this machine can be opened; a container may hide them.";
 }
 
-Error Session::openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,
-                         std::unique_ptr<Drive>& drive, u32 moreFlags) {
+Failure Session::openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,
+                           std::unique_ptr<Drive>& drive, u32 moreFlags) {
   const bool takesSettings = (driveNumber & kDriveTakesNoSettings) == 0;
   DriveSettingsRecord* record =
       takesSettings ? &driveSettings_.record(settingsFile_, driveNumber) : nullptr;

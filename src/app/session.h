@@ -5,10 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "app/settings/drive_settings.h"
-#include "app/settings/options.h"
-#include "app/settings/program_folders.h"
-#include "app/settings/settings_file.h"
 #include "base/error.h"
 #include "base/host.h"
 #include "disk/disk_handles.h"
@@ -16,6 +12,10 @@
 #include "disk/scsi_generic.h"
 #include "ops/operation_context.h"
 #include "ptable/drive.h"
+#include "settings/drive_settings.h"
+#include "settings/options.h"
+#include "settings/program_folders.h"
+#include "settings/settings_file.h"
 
 namespace tallowin {
 
@@ -50,16 +50,16 @@ class Session {
 
   // Opens the disk of a drive number for reading and writing, and its drive with openDrive below.
   // Besides its errors those of DiskHandles::open.
-  Error openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive);
+  Failure openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive);
   // Why the last openDrive failed with this error, for the user.
-  std::string openFailure(Error error) const;
+  std::string openFailure(Failure error) const;
   // Why no device is offered, when none is.
   std::string whyNoDevices() const;
   // Reads the table of an open disk with the options' flags and the drive's own settings
   // (geometry, alignment) in force; `moreFlags` are drive flags beside those. geometryNotAvailable,
   // outOfMemory: `drive` stays as it was.
-  Error openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber, std::unique_ptr<Drive>& drive,
-                  u32 moreFlags = 0);
+  Failure openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,
+                    std::unique_ptr<Drive>& drive, u32 moreFlags = 0);
 
  private:
   std::unique_ptr<Host> host_;

@@ -4,7 +4,7 @@
 #include "app/settings_model.h"
 #include "base/text.h"
 #include "ops/apply_drive_settings.h"
-#include "ptable/embr_image.h"
+#include "ptable/embr/embr_image.h"
 
 namespace tallowin {
 namespace {
@@ -60,7 +60,7 @@ bool storeDrive(const SettingsContext& context, Drive& drive, const DriveSetting
   return true;
 }
 
-bool isWriteFailure(Error error) {
+bool isWriteFailure(Failure error) {
   return error == Error::write || error == Error::tableWriteFailed ||
          error == Error::writeFailedNewTable || error == Error::writeFailedTableUnknown;
 }
@@ -68,7 +68,7 @@ bool isWriteFailure(Error error) {
 // An EMBR drive follows the option at once.
 void followLimit(const SettingsContext& context, Drive* drive, bool on) {
   if (!drive || !drive->isEmbr()) return;
-  const Error error = context.limitPrimaries(*drive, on);
+  const Failure error = context.limitPrimaries(*drive, on);
   if (error == Error::none) return;
   context.ui.errorBox(isWriteFailure(error) ? kNotWritten : limitFailure(on));
 }
@@ -107,7 +107,7 @@ bool editSettingsOfDrives(const SettingsContext& context, std::size_t firstBus) 
     // Its settings are applied by opening it, and again when it is opened next.
     std::unique_ptr<Drive> drive;
     const u32 number = driveNumberOf(static_cast<DriveClass>(bus), static_cast<u32>(index));
-    if (const Error error = context.session.openDrive(number, drive); error != Error::none) {
+    if (const Failure error = context.session.openDrive(number, drive); error != Error::none) {
       context.ui.errorBox(context.session.openFailure(error));
       return;
     }

@@ -15,7 +15,7 @@ struct SettingsContext {
   Session& session;
   FrontEnd& ui;
   // Limits the primaries of an EMBR drive to the four slots of the MBR, or lifts the limit.
-  std::function<Error(Drive& drive, bool on)> limitPrimaries;
+  std::function<Failure(Drive& drive, bool on)> limitPrimaries;
   std::function<void(int topic)> showHelp;
 };
 

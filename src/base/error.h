@@ -1,84 +1,236 @@
-// The system's error codes: small integers, 0 meaning success, shared by all engines.
+// What went wrong, as one small value from the device to the words.
 #pragma once
 
 #include "base/types.h"
 
 namespace tallowin {
 
-// Two names with one number are two meanings of the same code in different families; which
-// one a function answers is stated where it is declared. `cancelled` is never shown.
-// The layout by hand: the tool takes the attribute for the end of the declaration.
+// One meaning each. The number that is published for it stands in codeOf; numbers are shared by
+// families that grew apart, so only the name tells one from the other.
+enum class Error : u8 {
+  none,
+  cancelled,  // by the user; never shown
+  outOfMemory,
+  // Devices and files. `Failure::systemError` has the reason.
+  read,
+  write,
+  flush,        // what was written may not be on the medium
+  noSpaceLeft,  // on the medium that holds the image
+  cannotOpenForReading,
+  cannotCreate,
+  noSuchFile,
+  deviceNotOpened,
+  deviceChanged,  // the path names another device by now
+  diskSizeUnknown,
+  geometryNotAvailable,
+  unknownDriveClass,
+  tooManyOpenDrives,
+  imageTableFull,
+  lockNotMade,  // another program holds the disk
+  readOnlyDisk,
+  seekFailed,  // a file ends too early
+  bufferTooSmall,
+  fileTooLarge,
+  notThisFormat,
+  unsupportedForm,
+  corrupt,
+  // Partition tables. Where nothing else is said, the old table stands.
+  gptSignature,  // or the checksum of the header
+  gptRevision,
+  gptTableCheck,
+  backupOverlaps,  // the backup table would lie in the usable area
+  backupWriteFailed,
+  sectorSizeDiffers,
+  tableNotUpdated,
+  tableNotBuilt,
+  tableReadFailed,
+  tableWriteFailed,
+  noTable,
+  noFreeEntry,
+  tooManyPartitions,
+  entriesDoNotFit,
+  partitionBeyondTable,  // a table of the wanted kind cannot hold its sectors
+  slotNotFree,
+  outsideUsableArea,
+  dynamicDisk,
+  tableUnreadable,          // a table is there, but no copy of it can be read
+  tableInError,             // the entry, its container or its chain is marked as in error
+  tableChangedMeanwhile,    // the table on disk is not the one that was read
+  targetInUse,              // mounted, swapped on or held since it was looked at
+  writeFailedNewTable,      // a write or flush failed, yet the new table is on the disk
+  writeFailedTableUnknown,  // and which table is on the disk could not be found out
+  backupOfOtherDisk,
+  sectorsInUse,  // sectors that would be overwritten hold something of another program
+  // File systems.
+  fileSystemUnreadable,
+  unsupportedFileSystem,
+  invalidSizeForType,
+  invalidVolume,
+  sizeNotPossible,
+  notAFileSystem,
+  scanStopped,
+  clearingFailed,
+};
+
+// The published number. Numbers are never given anew.
+constexpr u32 codeOf(Error error) {
+  switch (error) {
+    case Error::none:
+      return 0;
+    case Error::cancelled:
+      return 1;
+    case Error::outOfMemory:
+      return 2;
+    case Error::read:
+      return 3;
+    case Error::write:
+      return 4;
+    case Error::flush:
+      return 4;
+    case Error::fileSystemUnreadable:
+      return 5;
+    case Error::cannotOpenForReading:
+      return 6;
+    case Error::noSuchFile:
+      return 8;
+    case Error::gptSignature:
+      return 8;
+    case Error::tableNotUpdated:
+      return 9;
+    case Error::unsupportedFileSystem:
+      return 10;
+    case Error::outsideUsableArea:
+      return 11;
+    case Error::invalidSizeForType:
+      return 13;
+    case Error::backupOverlaps:
+      return 13;
+    case Error::invalidVolume:
+      return 15;
+    case Error::sizeNotPossible:
+      return 16;
+    case Error::deviceNotOpened:
+      return 17;
+    case Error::deviceChanged:
+      return 17;
+    case Error::diskSizeUnknown:
+      return 17;
+    case Error::geometryNotAvailable:
+      return 18;
+    case Error::noSpaceLeft:
+      return 32;
+    case Error::bufferTooSmall:
+      return 61;
+    case Error::fileTooLarge:
+      return 63;
+    case Error::entriesDoNotFit:
+      return 63;
+    case Error::unknownDriveClass:
+      return 63;
+    case Error::imageTableFull:
+      return 63;
+    case Error::partitionBeyondTable:
+      return 63;
+    case Error::notThisFormat:
+      return 64;
+    case Error::tooManyOpenDrives:
+      return 65;
+    case Error::noFreeEntry:
+      return 65;
+    case Error::tooManyPartitions:
+      return 65;
+    case Error::lockNotMade:
+      return 68;
+    case Error::readOnlyDisk:
+      return 68;
+    case Error::backupWriteFailed:
+      return 71;
+    case Error::slotNotFree:
+      return 71;
+    case Error::sectorSizeDiffers:
+      return 73;
+    case Error::unsupportedForm:
+      return 76;
+    case Error::gptRevision:
+      return 76;
+    case Error::dynamicDisk:
+      return 76;
+    case Error::cannotCreate:
+      return 77;
+    case Error::tableNotBuilt:
+      return 77;
+    case Error::seekFailed:
+      return 78;
+    case Error::scanStopped:
+      return 86;
+    case Error::notAFileSystem:
+      return 89;
+    case Error::noTable:
+      return 89;
+    case Error::corrupt:
+      return 94;
+    case Error::gptTableCheck:
+      return 94;
+    case Error::tableReadFailed:
+      return 98;
+    case Error::clearingFailed:
+      return 99;
+    case Error::tableWriteFailed:
+      return 99;
+    case Error::tableUnreadable:
+      return 200;
+    case Error::tableInError:
+      return 201;
+    case Error::tableChangedMeanwhile:
+      return 202;
+    case Error::writeFailedNewTable:
+      return 203;
+    case Error::writeFailedTableUnknown:
+      return 204;
+    case Error::backupOfOtherDisk:
+      return 205;
+    case Error::sectorsInUse:
+      return 206;
+    case Error::targetInUse:
+      return 207;
+  }
+  return kAllOnes32;  // no enumerator
+}
+
+inline constexpr u64 kNoSector = kAllOnes64;
+
+// Empty: all is well. True: failed, as in `if (const Failure failed = disk.flush()) return
+// failed;`. The layout by hand: the tool takes the attribute for the end of the declaration.
 // clang-format off
-enum class [[nodiscard]] Error : u32 {
-  none = 0,
-  cancelled = 1,
-  outOfMemory = 2,
-  read = 3,
-  write = 4,
-  fileSystemUnreadable = 5,
-  cannotOpenForReading = 6,
-  noSuchFile = 8,
-  gptSignature = 8,  // or the checksum of the header
-  tableNotUpdated = 9,
-  unsupportedFileSystem = 10,
-  outsideUsableArea = 11,
-  invalidSizeForType = 13,
-  backupOverlaps = 13,  // the backup table would lie in the usable area
-  invalidVolume = 15,
-  sizeNotPossible = 16,
-  deviceNotOpened = 17,
-  diskSizeUnknown = 17,
-  writeFailed = 18,
-  sectorReadFailed = 18,     // identification
-  geometryNotAvailable = 18,  // opening a drive
-  noSpaceLeft = 32,
-  bufferTooSmall = 61,
-  fileTooLarge = 63,
-  entriesDoNotFit = 63,
-  unknownDriveClass = 63,
-  imageTableFull = 63,
-  partitionBeyondTable = 63,  // a table of the wanted kind cannot hold its sectors
-  notThisFormat = 64,
-  tooManyOpenDrives = 65,
-  noFreeEntry = 65,
-  tooManyPartitions = 65,
-  lockNotMade = 68,
-  backupWriteFailed = 71,
-  slotNotFree = 71,
-  sectorSizeDiffers = 73,
-  unsupportedForm = 76,
-  gptRevision = 76,
-  dynamicDisk = 76,
-  cannotCreate = 77,
-  tableNotBuilt = 77,
-  seekFailed = 78,
-  scanStopped = 86,
-  notAFileSystem = 89,
-  noTable = 89,
-  corrupt = 94,
-  gptTableCheck = 94,
-  tableReadFailed = 98,
-  clearingFailed = 99,
-  tableWriteFailed = 99,
-  // Partition tables. `read` and `write` mean that the old table stands.
-  tableUnreadable = 200,          // a table is there, but no copy of it can be read
-  tableInError = 201,             // the entry, its container or its chain is marked as in error
-  tableChangedMeanwhile = 202,    // the table on disk is not the one that was read
-  writeFailedNewTable = 203,      // a write or flush failed, yet the new table is on the disk
-  writeFailedTableUnknown = 204,  // and which table is on the disk could not be found out
-  backupOfOtherDisk = 205,
-  sectorsInUse = 206,  // sectors that would be overwritten hold something of another program
+struct [[nodiscard]] Failure {
+  Error code = Error::none;
+  int systemError = 0;   // errno of the call that failed, else 0
+  u64 lba = kNoSector;   // the first sector that is concerned
+  u32 phase = 0;         // of a long operation
+
+  constexpr Failure() = default;
+  constexpr Failure(Error error, int errorNumber = 0, u64 sector = kNoSector)  // NOLINT(google-explicit-constructor)
+      : code(error), systemError(errorNumber), lba(sector) {}
+
+  constexpr explicit operator bool() const { return code != Error::none; }
+  // The same event under the name that the caller's contract gives it; stays empty when empty.
+  constexpr Failure as(Error name) const {
+    Failure renamed = *this;
+    if (code != Error::none) renamed.code = name;
+    return renamed;
+  }
+  constexpr Failure inPhase(u32 number) const {
+    Failure placed = *this;
+    placed.phase = number;
+    return placed;
+  }
+  friend constexpr bool operator==(const Failure& failure, Error error) {
+    return failure.code == error;
+  }
+  friend constexpr bool operator==(const Failure&, const Failure&) = default;
 };
 // clang-format on
 
-constexpr u32 codeOf(Error error) { return static_cast<u32>(error); }
-
-// An error with the phase in which a long operation stopped.
-struct [[nodiscard]] Outcome {
-  Error code = Error::none;
-  u32 phase = 0;
-
-  bool ok() const { return code == Error::none; }
-};
+constexpr u32 codeOf(const Failure& failure) { return codeOf(failure.code); }
 
 }  // namespace tallowin

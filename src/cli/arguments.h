@@ -10,7 +10,7 @@
 #include "cli/exit_status.h"
 #include "cli/property_plan.h"
 #include "ops/format_flow.h"
-#include "ptable/boot_code.h"
+#include "ptable/mbr/boot_code.h"
 
 namespace tallowin {
 

@@ -12,14 +12,14 @@ std::string joined(const std::vector<std::string>& lines, const std::string& oth
   return text.empty() ? otherwise : text;
 }
 
-std::string withExplanation(const std::string& what, Error code) {
+std::string withExplanation(const std::string& what, Failure code) {
   const std::string why = explain(code);
   return why.empty() ? what : what + " " + why;
 }
 
 }  // namespace
 
-CommandResult failedBecause(const std::string& what, Error code) {
+CommandResult failedBecause(const std::string& what, Failure code) {
   return {ExitStatus::failed, code, 0, withExplanation(what, code)};
 }
 

@@ -21,7 +21,7 @@ struct CommandContext {
 
 struct [[nodiscard]] CommandResult {
   ExitStatus status = ExitStatus::done;
-  Error code = Error::none;  // of the engine, when it gave one
+  Failure code = Error::none;  // of the engine, when it gave one
   u32 phase = 0;
   std::string message;  // one line: what, why, and what to do next
 
@@ -30,12 +30,12 @@ struct [[nodiscard]] CommandResult {
   }
 };
 
-inline CommandResult refused(std::string message, Error code = Error::none) {
+inline CommandResult refused(std::string message, Failure code = Error::none) {
   return {ExitStatus::failed, code, 0, std::move(message)};
 }
 
 // "what" and what the code means, as one line.
-CommandResult failedBecause(const std::string& what, Error code);
+CommandResult failedBecause(const std::string& what, Failure code);
 
 // The end of a flow. What the flow told the user becomes the message; `what` stands in for it.
 CommandResult resultOfFlow(const FlowResult& flow, const ConsoleFrontEnd& ui,

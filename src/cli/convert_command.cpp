@@ -31,7 +31,7 @@ CommandResult runConvert(CommandContext& context) {
   FlowResult flow = convertFlow(context.session.context(context.ui), drive,
                                 *context.arguments.convertTo, keptTable);
   // The flow has said what the code means here; other families use the same numbers.
-  const Error code = flow.code;
+  const Failure code = flow.code;
   if (flow.end == FlowEnd::refused || flow.end == FlowEnd::failed) flow.code = Error::none;
   CommandResult result = resultOfFlow(flow, context.ui, "The disk was not converted.");
   if (!result.succeeded()) {

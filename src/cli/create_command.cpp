@@ -11,7 +11,7 @@
 #include "ops/format_flow.h"
 #include "ops/format_model.h"
 #include "ops/target_text.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {

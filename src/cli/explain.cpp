@@ -6,7 +6,7 @@ namespace tallowin {
 namespace {
 
 struct Explanation {
-  Error code;
+  Failure code;
   const char* text;
 };
 constexpr Explanation kExplanations[] = {
@@ -30,7 +30,7 @@ constexpr Explanation kExplanations[] = {
     {Error::sizeNotPossible, "This size is not possible; choose another one."},
     {Error::deviceNotOpened,
      "The disk could not be opened; check its path and that you may read and write it."},
-    {Error::writeFailed,
+    {Error::geometryNotAvailable,
      "The disk could not be read or written, or has no usable size; look for its errors in the "
      "kernel's log."},
     {Error::noSpaceLeft, "There is no space left for the file; make room or choose another place."},
@@ -73,7 +73,7 @@ constexpr Explanation kExplanations[] = {
 
 }  // namespace
 
-std::string explain(Error code) {
+std::string explain(Failure code) {
   if (code == Error::none || code == Error::cancelled) return {};
   for (const Explanation& row : kExplanations)
     if (row.code == code) return row.text;

@@ -9,6 +9,6 @@ namespace tallowin {
 
 // Why it failed and what to do next, in one or two sentences; never empty but for `none` and
 // `cancelled`. Where a number has two meanings the text covers both.
-std::string explain(Error code);
+std::string explain(Failure code);
 
 }  // namespace tallowin

@@ -9,7 +9,7 @@ namespace {
 // 256 KiB of the FAT in a read.
 constexpr u32 kWindowSectors = 512;
 
-Error countClusters(FatVolume& volume, FatFacts& facts) {
+Failure countClusters(FatVolume& volume, FatFacts& facts) {
   if (!volume.setupFatCache(kWindowSectors, 1)) return Error::outOfMemory;
   for (u32 cluster = 2; cluster <= volume.highestCluster(); ++cluster) {
     const u32 value = volume.getFat(cluster);
@@ -34,7 +34,7 @@ const char* kindName(FatKind kind) {
 
 }  // namespace
 
-Error readFatFacts(Drive& drive, const PartitionEntry& entry, FatFacts& facts) {
+Failure readFatFacts(Drive& drive, const PartitionEntry& entry, FatFacts& facts) {
   const std::unique_ptr<FatVolume> volume = FatVolume::open(drive, entry);
   if (!volume->isValid()) return Error::invalidVolume;
   facts = {};

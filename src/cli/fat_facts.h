@@ -29,7 +29,7 @@ struct FatFacts {
 };
 
 // Counts the clusters in the FAT. invalidVolume: it is no FAT, or damaged; read, outOfMemory.
-Error readFatFacts(Drive& drive, const PartitionEntry& entry, FatFacts& facts);
+Failure readFatFacts(Drive& drive, const PartitionEntry& entry, FatFacts& facts);
 
 std::string fatFactsText(const FatFacts& facts);
 // The member "file_system".

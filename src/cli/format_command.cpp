@@ -7,7 +7,7 @@
 #include "cli/target.h"
 #include "ops/format_model.h"
 #include "ops/format_summary_model.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -60,7 +60,7 @@ CommandResult report(CommandContext& context, Target& target, const FormatAnswer
     return {};
   }
   FatFacts facts;
-  const Error error = readFatFacts(*target.drive, *row.entry, facts);
+  const Failure error = readFatFacts(*target.drive, *row.entry, facts);
   if (error != Error::none) return failedBecause("The new file system cannot be read back.", error);
   writePartition(context.json, *target.drive, row);
   writeFatFacts(context.json, facts);

@@ -4,8 +4,8 @@
 #include "base/text.h"
 #include "cli/fat_facts.h"
 #include "cli/target.h"
-#include "ptable/gpt_types.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
+#include "ptable/gpt/gpt_types.h"
 
 namespace tallowin {
 namespace {
@@ -21,7 +21,7 @@ CommandResult gather(Drive& drive, const PartitionEntry& entry, PartitionFacts& 
   facts.end = unpackedChs(entry.endChs);
   FatFacts fat;
   const bool mayBeFat = types::isFat(entry.type) && !entry.isInError();
-  const Error error = mayBeFat ? readFatFacts(drive, entry, fat) : Error::invalidVolume;
+  const Failure error = mayBeFat ? readFatFacts(drive, entry, fat) : Error::invalidVolume;
   if (error == Error::none) facts.fat = fat;
   if (error == Error::none || error == Error::invalidVolume) return {};
   return failedBecause("The FAT of the partition cannot be counted.", error);

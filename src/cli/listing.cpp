@@ -6,9 +6,9 @@
 #include "cli/progress_line.h"
 #include "fat/fat_volume.h"
 #include "ops/target_text.h"
-#include "ptable/gpt_types.h"
-#include "ptable/identify.h"
-#include "ptable/type_catalogue.h"
+#include "probe/identify.h"
+#include "probe/type_catalogue.h"
+#include "ptable/gpt/gpt_types.h"
 
 namespace tallowin {
 namespace {

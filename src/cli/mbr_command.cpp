@@ -132,7 +132,7 @@ CommandResult runMbr(CommandContext& context) {
   if (target.drive->table().isWholeDisk())
     return refused("This disk has no partition table; a file system fills all of it.");
   MbrEditor editor(*target.drive);
-  if (const Error error = editor.load(); error != Error::none)
+  if (const Failure error = editor.load(); error != Error::none)
     return failedBecause("The boot sector cannot be read.", error);
   if (changes) return change(context, target, editor);
   show(context, editor);

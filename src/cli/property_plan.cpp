@@ -4,10 +4,10 @@
 #include <span>
 
 #include "base/text.h"
-#include "ptable/embr_record.h"
-#include "ptable/gpt_types.h"
-#include "ptable/mbr_record.h"
-#include "ptable/type_catalogue.h"
+#include "disk/mbr_record.h"
+#include "probe/type_catalogue.h"
+#include "ptable/embr/embr_record.h"
+#include "ptable/gpt/gpt_types.h"
 
 namespace tallowin {
 namespace {

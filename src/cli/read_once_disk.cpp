@@ -7,7 +7,7 @@
 
 namespace tallowin {
 
-bool ReadOnceDisk::transferIn(u64 lba, void* buffer, u32 count) {
+Failure ReadOnceDisk::transferIn(u64 lba, void* buffer, u32 count) {
   const auto known = kept_.find({lba, count});
   if (known != kept_.end()) {
     const std::size_t bytes = std::size_t{count} * sectorSize();
@@ -15,17 +15,18 @@ bool ReadOnceDisk::transferIn(u64 lba, void* buffer, u32 count) {
       std::memset(buffer, 0, bytes);
     else
       std::memcpy(buffer, known->second.data(), bytes);
-    return true;
+    return {};
   }
-  if (!DiskWrapper::transferIn(lba, buffer, count)) return false;
+  const Failure failed = DiskWrapper::transferIn(lba, buffer, count);
+  if (failed.code != Error::none) return failed;
   const std::size_t bytes = std::size_t{count} * sectorSize();
-  if (bytes > kMaxReadBytes || bytes > kMaxKeptBytes - keptBytes_) return true;
+  if (bytes > kMaxReadBytes || bytes > kMaxKeptBytes - keptBytes_) return {};
   const std::span<const u8> read(static_cast<const u8*>(buffer), bytes);
   std::vector<u8>& kept = kept_[{lba, count}];
-  if (isAllZero(read)) return true;
+  if (isAllZero(read)) return {};
   kept.assign(read.begin(), read.end());
   keptBytes_ += bytes;
-  return true;
+  return {};
 }
 
 }  // namespace tallowin

@@ -21,8 +21,8 @@ class ReadOnceDisk : public DiskWrapper {
   explicit ReadOnceDisk(DiskDevice& inner) : DiskWrapper(inner) { traits_.readOnly = true; }
 
  protected:
-  bool transferIn(u64 lba, void* buffer, u32 count) override;
-  bool transferOut(u64, const void*, u32) override { return false; }
+  Failure transferIn(u64 lba, void* buffer, u32 count) override;
+  Failure transferOut(u64, const void*, u32) override { return Error::readOnlyDisk; }
 
  private:
   // By first sector and count; empty for zeros.

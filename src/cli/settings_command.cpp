@@ -1,9 +1,9 @@
 // settings: the options of the settings file.
 #include <cstdio>
 
-#include "app/settings/settings_file.h"
 #include "base/text.h"
 #include "cli/command.h"
+#include "settings/settings_file.h"
 
 namespace tallowin {
 namespace {
@@ -68,7 +68,7 @@ CommandResult run(CommandContext& context, std::span<const OptionRow<Owner>> row
       if (!setChecked(row, owner, *arguments.value))
         return wrongUsage(format("'%s' is no value for %s.", arguments.value->c_str(),
                                  std::string(row.key).c_str()));
-      if (const Error error = write(owner); error != Error::none)
+      if (const Failure error = write(owner); error != Error::none)
         return failedBecause(
             "'" + context.session.settingsFile().path() + "' could not be written.", error);
     }

@@ -20,7 +20,7 @@ CommandResult backup(CommandContext& context) {
     return refused("'" + file +
                    "' is there already; choose another name, or replace it with --yes.");
   TableBackup table;
-  Error error = takeTableBackup(*target.drive, context.session.host().secondsSinceEpoch(), table);
+  Failure error = takeTableBackup(*target.drive, context.session.host().secondsSinceEpoch(), table);
   if (error != Error::none) return failedBecause("The table could not be kept.", error);
   error = writeTableBackup(table, file);
   if (error != Error::none) return failedBecause("'" + file + "' could not be written.", error);
@@ -36,7 +36,7 @@ CommandResult backup(CommandContext& context) {
 
 CommandResult restore(CommandContext& context) {
   TableBackup table;
-  if (const Error error = readTableBackup(context.arguments.file, table); error != Error::none)
+  if (const Failure error = readTableBackup(context.arguments.file, table); error != Error::none)
     return failedBecause("'" + context.arguments.file + "' cannot be put back.", error);
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())

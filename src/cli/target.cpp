@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::size_t kShownRanges = 20;
 
-CommandResult cannotOpen(CommandContext& context, Error error) {
+CommandResult cannotOpen(CommandContext& context, Failure error) {
   const std::string& told = context.session.handles().lastFailure();
   if (error == Error::deviceNotOpened && !told.empty()) return refused(onOneLine(told), error);
   return failedBecause("'" + context.arguments.target + "' cannot be opened.", error);
@@ -46,7 +46,7 @@ CommandResult openTarget(CommandContext& context, TargetUse use, Target& target)
   const bool rehearse = context.arguments.rehearse;
   const bool readOnly = use == TargetUse::look || rehearse;
   u32 driveNumber = kUnlistedDrive;
-  Error error = context.session.handles().openPath(
+  Failure error = context.session.handles().openPath(
       context.arguments.target, readOnly ? DiskAccess::readOnly : DiskAccess::readWrite,
       target.disk, driveNumber);
   if (error != Error::none) return cannotOpen(context, error);
@@ -86,7 +86,7 @@ CommandResult endChange(CommandContext& context, Target& target, bool hadErrors,
   if (target.overlay->isFull())
     return refused("The rehearsal needs more memory than it may take; rehearse a smaller change.",
                    Error::outOfMemory);
-  if (const Error error = target.drive->reread(); error != Error::none)
+  if (const Failure error = target.drive->reread(); error != Error::none)
     return failedBecause("The rehearsed table cannot be read back.", error);
   if (!hadErrors && target.drive->table().hasErrors())
     return refused("The rehearsed table has errors; do not run this on the disk.",

@@ -22,49 +22,56 @@ u32 DiskDevice::sectorsPerChunk() const {
 }
 
 template <typename Byte, typename Transfer>
-bool DiskDevice::inChunks(u64 lba, Byte* bytes, u64 count, Transfer transfer) {
+Failure DiskDevice::inChunks(u64 lba, Byte* bytes, u64 count, Transfer transfer) {
   while (count != 0) {
     const u32 chunk = static_cast<u32>(std::min<u64>(count, sectorsPerChunk()));
-    if (!transfer(lba, bytes, chunk)) return false;
+    if (Failure failed = transfer(lba, bytes, chunk); failed.code != Error::none) {
+      if (failed.lba == kNoSector) failed.lba = lba;
+      return failed;
+    }
     lba += chunk;
     bytes += u64{chunk} * sectorSize();
     count -= chunk;
   }
-  return true;
+  return {};
 }
 
-bool DiskDevice::readSectors(u64 lba, void* buffer, u64 count) {
+Failure DiskDevice::readSectors(u64 lba, void* buffer, u64 count) {
   return inChunks(lba, static_cast<u8*>(buffer), count,
                   [this](u64 at, u8* bytes, u32 chunk) { return transferIn(at, bytes, chunk); });
 }
 
-bool DiskDevice::writeSectors(u64 lba, const void* buffer, u64 count) {
+Failure DiskDevice::writeSectors(u64 lba, const void* buffer, u64 count) {
   return inChunks(
       lba, static_cast<const u8*>(buffer), count,
       [this](u64 at, const u8* bytes, u32 chunk) { return transferOut(at, bytes, chunk); });
 }
 
-bool DiskDevice::writeZeros(u64 lba, u64 count) {
-  if (count == 0 || zeroFast(lba, count)) return true;
-  const u32 chunk = static_cast<u32>(
-      std::min<u64>({count, sectorsPerChunk(), std::max<u64>(1, 4 * kMiB / sectorSize())}));
-  const TransferBuffer zeros(std::size_t{chunk} * sectorSize());
-  if (!zeros) return false;
-  while (count != 0) {
-    const u32 piece = static_cast<u32>(std::min<u64>(count, chunk));
-    if (!transferOut(lba, zeros.data(), piece)) return false;
-    lba += piece;
-    count -= piece;
+Failure DiskDevice::writeZeros(u64 lba, u64 count) {
+  if (count == 0) return {};
+  const u64 chunk =
+      std::min<u64>({count, sectorsPerChunk(), std::max<u64>(1, 4 * kMiB / sectorSize())});
+  const TransferBuffer zeros(chunk * sectorSize());
+  if (!zeros) return Error::outOfMemory;
+  for (; count != 0; count -= std::min(count, chunk), lba += chunk) {
+    const Failure failed = writeSectors(lba, zeros.data(), std::min(count, chunk));
+    if (failed.code != Error::none) return failed;
   }
-  return true;
+  return {};
+}
+
+Failure DiskDevice::clearSectors(u64 lba, u64 count) {
+  if (count == 0) return {};
+  const std::optional<Failure> cleared = zeroFast(lba, count);
+  return cleared ? *cleared : writeZeros(lba, count);
 }
 
 void DiskDevice::begin(DiskTransfer& transfer) {
-  transfer.ok = transfer.direction == DiskTransfer::Direction::read
-                    ? readSectors(transfer.lba, transfer.buffer, transfer.count)
-                    : writeSectors(transfer.lba, transfer.buffer, transfer.count);
+  transfer.failure = transfer.direction == DiskTransfer::Direction::read
+                         ? readSectors(transfer.lba, transfer.buffer, transfer.count)
+                         : writeSectors(transfer.lba, transfer.buffer, transfer.count);
 }
 
-bool DiskDevice::finish(DiskTransfer& transfer) { return transfer.ok; }
+Failure DiskDevice::finish(DiskTransfer& transfer) { return transfer.failure; }
 
 }  // namespace tallowin

@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 
+#include "base/error.h"
 #include "base/geometry.h"
 #include "base/types.h"
 
@@ -50,9 +51,9 @@ struct DiskTransfer {
   Direction direction = Direction::read;
   u64 lba = 0;
   void* buffer = nullptr;
-  u32 count = 0;    // sectors; count x sector size is at most the maximum transfer
-  bool ok = false;  // valid after finish
-  u64 ticket = 0;   // owned by the device between begin and finish
+  u32 count = 0;         // sectors; count x sector size is at most the maximum transfer
+  Failure failure = {};  // valid after finish
+  u64 ticket = 0;        // owned by the device between begin and finish
 };
 
 // A partition as the kernel is to see it, for DiskDevice::tellKernel. Units: device sectors.
@@ -70,10 +71,10 @@ enum class KernelTable {
 
 // One open disk. Sector numbers are LBAs in units of sectorSize() bytes.
 //
-// Transfers are all or nothing: false means that the request as a whole failed, and any part of
-// it may have been done. Nothing is retried here. Writes are on the medium only after flush().
-// Requests of kBulkBytes and more from buffers aligned to kBulkAlignment go past the page cache
-// where the medium allows it, so bulk work should use such pieces (see TransferBuffer).
+// A failed transfer failed as a whole, and any part of it may have been done; the failure names the
+// first sector of the chunk that failed. Nothing is retried here. Writes are on the medium only
+// after flush(). Requests of kBulkBytes and more from buffers aligned to kBulkAlignment go past the
+// page cache where the medium allows it, so bulk work should use such pieces (see TransferBuffer).
 class DiskDevice {
  public:
   static constexpr u32 kBulkBytes = 256 * 1024;
@@ -88,19 +89,23 @@ class DiskDevice {
 
   // The chunking front end of all engines: a request above the maximum transfer is cut into
   // chunks of that size, and the first failing chunk ends it. Zero sectors succeed at once.
-  [[nodiscard]] bool readSectors(u64 lba, void* buffer, u64 count);
-  [[nodiscard]] bool writeSectors(u64 lba, const void* buffer, u64 count);
-  // Writes zeros, by the medium's own fast way where it has one.
-  [[nodiscard]] bool writeZeros(u64 lba, u64 count);
+  // read, write, noSpaceLeft, readOnlyDisk.
+  Failure readSectors(u64 lba, void* buffer, u64 count);
+  Failure writeSectors(u64 lba, const void* buffer, u64 count);
+  // Writes zeros over what is there, as a wipe has to.
+  Failure writeZeros(u64 lba, u64 count);
+  // Makes the sectors read as zeros, by the medium's own fast way where it has one: what was there
+  // may stay on the medium.
+  Failure clearSectors(u64 lba, u64 count);
 
   // A transfer that may overlap with others: begin, do something else, finish. A device without
   // overlapping requests does the work in begin. The transfer object and its buffer must stay
   // where they are until finish has returned; every begun transfer must be finished.
   virtual void begin(DiskTransfer& transfer);
-  virtual bool finish(DiskTransfer& transfer);
+  virtual Failure finish(DiskTransfer& transfer);
 
   // Everything written so far is on the medium.
-  [[nodiscard]] virtual bool flush() = 0;
+  virtual Failure flush() = 0;
   // Forgets what caches hold of this disk, so that the next read comes from the medium.
   // Called after flush; a failure loses nothing.
   virtual void dropCaches() {}
@@ -137,13 +142,13 @@ class DiskDevice {
   DiskDevice() = default;
 
   // At most the maximum transfer, at least one sector.
-  virtual bool transferIn(u64 lba, void* buffer, u32 count) = 0;
-  virtual bool transferOut(u64 lba, const void* buffer, u32 count) = 0;
-  // False with nothing done when the medium has no fast way; then zeros are written.
-  virtual bool zeroFast(u64 lba, u64 count) {
+  virtual Failure transferIn(u64 lba, void* buffer, u32 count) = 0;
+  virtual Failure transferOut(u64 lba, const void* buffer, u32 count) = 0;
+  // Nothing, and nothing was done: the medium has no fast way, so zeros have to be written.
+  virtual std::optional<Failure> zeroFast(u64 lba, u64 count) {
     static_cast<void>(lba);
     static_cast<void>(count);
-    return false;
+    return std::nullopt;
   }
 
   // Around every blocking call of an implementation.
@@ -160,7 +165,7 @@ class DiskDevice {
  private:
   u32 sectorsPerChunk() const;
   template <typename Byte, typename Transfer>
-  bool inChunks(u64 lba, Byte* bytes, u64 count, Transfer transfer);
+  Failure inChunks(u64 lba, Byte* bytes, u64 count, Transfer transfer);
 };
 
 // Holds the advisory lock of a disk for one operation.

@@ -59,7 +59,7 @@ DiskHandles::DiskHandles(Host& host, const DriveList& list, std::vector<std::str
   imagePaths_.resize(std::min(imagePaths_.size(), kMaxImages));
 }
 
-Error DiskHandles::open(u32 driveNumber, std::shared_ptr<DiskDevice>& disk) {
+Failure DiskHandles::open(u32 driveNumber, std::shared_ptr<DiskDevice>& disk) {
   Target target{.driveNumber = driveNumber, .isImage = false, .entry = {}};
   const u32 index = indexOf(driveNumber);
   if (classOf(driveNumber) == static_cast<u32>(DriveClass::device)) {
@@ -78,10 +78,10 @@ Error DiskHandles::open(u32 driveNumber, std::shared_ptr<DiskDevice>& disk) {
   return openTarget(target, DiskAccess::readWrite, disk);
 }
 
-Error DiskHandles::openPath(const std::string& path, DiskAccess access,
-                            std::shared_ptr<DiskDevice>& disk, u32& driveNumber) {
+Failure DiskHandles::openPath(const std::string& path, DiskAccess access,
+                              std::shared_ptr<DiskDevice>& disk, u32& driveNumber) {
   const Target target = targetOf(path);
-  if (const Error error = openTarget(target, access, disk); error != Error::none) return error;
+  if (const Failure error = openTarget(target, access, disk); error != Error::none) return error;
   driveNumber = target.driveNumber;
   return Error::none;
 }
@@ -109,8 +109,8 @@ DiskHandles::Target DiskHandles::targetOf(const std::string& path) const {
   return target;
 }
 
-Error DiskHandles::openTarget(const Target& target, DiskAccess access,
-                              std::shared_ptr<DiskDevice>& disk) {
+Failure DiskHandles::openTarget(const Target& target, DiskAccess access,
+                                std::shared_ptr<DiskDevice>& disk) {
   std::erase_if(slots_, [](const Slot& slot) { return slot.disk.expired(); });
   for (const Slot& slot : slots_) {
     if (slot.key != target.key()) continue;
@@ -137,7 +137,7 @@ Error DiskHandles::openTarget(const Target& target, DiskAccess access,
   return Error::none;
 }
 
-Error DiskHandles::fail(const std::string& what, int errorNumber) {
+Failure DiskHandles::fail(const std::string& what, int errorNumber) {
   lastFailure_ = format("%s could not be opened: %s. %s", what.c_str(), std::strerror(errorNumber),
                         nextStep(errorNumber).c_str());
   return Error::deviceNotOpened;

@@ -41,11 +41,11 @@ class DiskHandles {
   // Read-write. An open drive is shared, not opened again.
   // unknownDriveClass; tooManyOpenDrives: the 33rd distinct drive; deviceNotOpened: see
   // lastFailure(). `disk` is then left as it was.
-  Error open(u32 driveNumber, std::shared_ptr<DiskDevice>& disk);
+  Failure open(u32 driveNumber, std::shared_ptr<DiskDevice>& disk);
   // A block device or an image file by path, listed or not. `driveNumber` receives its number,
   // or kUnlistedDrive. A disk that is open already keeps the access it was opened with.
-  Error openPath(const std::string& path, DiskAccess access, std::shared_ptr<DiskDevice>& disk,
-                 u32& driveNumber);
+  Failure openPath(const std::string& path, DiskAccess access, std::shared_ptr<DiskDevice>& disk,
+                   u32& driveNumber);
 
   // The firmware's number when it is known, else 0x80 + the index of the drive.
   static u8 biosNumberOf(u32 driveNumber, DiskDevice& disk);
@@ -62,8 +62,8 @@ class DiskHandles {
   struct Target;
 
   Target targetOf(const std::string& path) const;
-  Error openTarget(const Target& target, DiskAccess access, std::shared_ptr<DiskDevice>& disk);
-  Error fail(const std::string& what, int errorNumber);
+  Failure openTarget(const Target& target, DiskAccess access, std::shared_ptr<DiskDevice>& disk);
+  Failure fail(const std::string& what, int errorNumber);
 
   Host& host_;
   const DriveList& list_;

@@ -10,7 +10,7 @@ class DiskWrapper : public DiskDevice {
  public:
   explicit DiskWrapper(DiskDevice& inner) : DiskDevice(inner.traits()), inner_(inner) {}
 
-  bool flush() override { return inner_.flush(); }
+  Failure flush() override { return inner_.flush(); }
   void dropCaches() override { inner_.dropCaches(); }
   std::optional<u64> sectorCount() override { return inner_.sectorCount(); }
   std::string displayName() override { return inner_.displayName(); }
@@ -25,10 +25,10 @@ class DiskWrapper : public DiskDevice {
   }
 
  protected:
-  bool transferIn(u64 lba, void* buffer, u32 count) override {
+  Failure transferIn(u64 lba, void* buffer, u32 count) override {
     return inner_.readSectors(lba, buffer, count);
   }
-  bool transferOut(u64 lba, const void* buffer, u32 count) override {
+  Failure transferOut(u64 lba, const void* buffer, u32 count) override {
     return inner_.writeSectors(lba, buffer, count);
   }
 

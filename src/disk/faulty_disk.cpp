@@ -1,6 +1,7 @@
 #include "disk/faulty_disk.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace tallowin {
 
@@ -10,22 +11,22 @@ bool FaultyDisk::touches(const std::vector<SectorRange>& ranges, u64 lba, u32 co
   });
 }
 
-bool FaultyDisk::flush() {
+Failure FaultyDisk::flush() {
   ++flushes_;
-  return !failFlush_ && inner_.flush();
+  return failFlush_ ? Failure(Error::flush, EIO) : inner_.flush();
 }
 
-bool FaultyDisk::transferIn(u64 lba, void* buffer, u32 count) {
-  if (readFault_.hits(reads_++) || touches(badReads_, lba, count)) return false;
+Failure FaultyDisk::transferIn(u64 lba, void* buffer, u32 count) {
+  if (readFault_.hits(reads_++) || touches(badReads_, lba, count)) return {Error::read, EIO, lba};
   return inner_.readSectors(lba, buffer, count);
 }
 
-bool FaultyDisk::transferOut(u64 lba, const void* buffer, u32 count) {
+Failure FaultyDisk::transferOut(u64 lba, const void* buffer, u32 count) {
   const bool fails = writeFault_.hits(writes_++) || touches(badWrites_, lba, count);
   if (!fails) return inner_.writeSectors(lba, buffer, count);
   if (afterWriteFault_ == After::halfWritten)
     static_cast<void>(inner_.writeSectors(lba, buffer, count / 2));
-  return false;
+  return {Error::write, EIO, lba};
 }
 
 }  // namespace tallowin

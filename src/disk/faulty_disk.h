@@ -35,11 +35,11 @@ class FaultyDisk : public DiskWrapper {
   u64 writes() const { return writes_; }
   u64 flushes() const { return flushes_; }
 
-  bool flush() override;
+  Failure flush() override;
 
  protected:
-  bool transferIn(u64 lba, void* buffer, u32 count) override;
-  bool transferOut(u64 lba, const void* buffer, u32 count) override;
+  Failure transferIn(u64 lba, void* buffer, u32 count) override;
+  Failure transferOut(u64 lba, const void* buffer, u32 count) override;
 
  private:
   struct Fault {

@@ -92,7 +92,7 @@ std::optional<FirstSector> readFirstSector(DiskDevice& disk) {
   first.bytes.resize(disk.sectorSize());
   if (disk.traits().deviceKind != kHardDiskKind || first.bytes.size() < sizeof(MbrEndsRecord))
     return std::nullopt;
-  if (!disk.readSectors(0, first.bytes.data(), 1)) return std::nullopt;
+  if (disk.readSectors(0, first.bytes.data(), 1) != Error::none) return std::nullopt;
   first.totalSectors = disk.sectorCount().value_or(0);
   return first;
 }

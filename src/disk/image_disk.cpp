@@ -39,11 +39,11 @@ class ImageDisk : public DiskDevice {
 
     u64 sizeBytes() const override { return inner_->sizeBytes(); }
     bool isReadOnly() const override { return inner_->isReadOnly(); }
-    Error readAt(u64 offset, std::span<u8> bytes) override {
+    Failure readAt(u64 offset, std::span<u8> bytes) override {
       const SystemCallScope scope;
       return inner_->readAt(offset, bytes);
     }
-    Error writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
+    Failure writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
       const SystemCallScope scope;
       return inner_->writeAt(offset, bytes, following);
     }
@@ -51,11 +51,11 @@ class ImageDisk : public DiskDevice {
       const SystemCallScope scope;
       return inner_->zeroFast(offset, bytes);
     }
-    Error resize(u64 newSizeBytes) override {
+    Failure resize(u64 newSizeBytes) override {
       const SystemCallScope scope;
       return inner_->resize(newSizeBytes);
     }
-    Error flush() override {
+    Failure flush() override {
       const SystemCallScope scope;
       return inner_->flush();
     }
@@ -82,9 +82,9 @@ class ImageDisk : public DiskDevice {
 
   void setSectorSize(u32 sectorSizeBytes) { traits_.sectorSizeBytes = sectorSizeBytes; }
 
-  bool flush() override {
+  Failure flush() override {
     const std::lock_guard lock(mutex_);
-    return image_->flush() == Error::none;
+    return image_->flush();
   }
   std::optional<u64> sectorCount() override { return image_->sectorCount() / scale(); }
 
@@ -101,20 +101,20 @@ class ImageDisk : public DiskDevice {
   void unlockAfterChange() override { image_->file().unlock(); }
 
  protected:
-  bool transferIn(u64 lba, void* buffer, u32 count) override {
+  Failure transferIn(u64 lba, void* buffer, u32 count) override {
     const std::lock_guard lock(mutex_);
-    return isInside(lba, count) &&
-           image_->read(lba * scale(), {static_cast<u8*>(buffer), bytesOf(count)}) == Error::none;
+    if (!isInside(lba, count)) return {Error::read, 0, lba};
+    return image_->read(lba * scale(), {static_cast<u8*>(buffer), bytesOf(count)});
   }
-  bool transferOut(u64 lba, const void* buffer, u32 count) override {
+  Failure transferOut(u64 lba, const void* buffer, u32 count) override {
     const std::lock_guard lock(mutex_);
-    return isInside(lba, count) && image_->write(lba * scale(), {static_cast<const u8*>(buffer),
-                                                                 bytesOf(count)}) == Error::none;
+    if (!isInside(lba, count)) return {Error::write, 0, lba};
+    return image_->write(lba * scale(), {static_cast<const u8*>(buffer), bytesOf(count)});
   }
-  bool zeroFast(u64 lba, u64 count) override {
+  std::optional<Failure> zeroFast(u64 lba, u64 count) override {
     const std::lock_guard lock(mutex_);
-    return isInside(lba, count) &&
-           image_->writeZeros(lba * scale(), count * scale()) == Error::none;
+    if (!isInside(lba, count)) return Failure(Error::write, 0, lba);
+    return image_->writeZeros(lba * scale(), count * scale());
   }
 
  private:
@@ -140,7 +140,8 @@ bool startsWithSignature(u8 type) {
 
 bool hasSignature(DiskDevice& sectorsOf512, u64 sector) {
   MbrEndsRecord record;
-  return sectorsOf512.readSectors(sector, &record, 1) && record.bootSignature == 0xAA55;
+  return sectorsOf512.readSectors(sector, &record, 1) == Error::none &&
+         record.bootSignature == 0xAA55;
 }
 
 // Whether every partition of the table ends inside the image when sectors are that large.
@@ -155,7 +156,7 @@ bool fitsImage(const MbrEndsRecord& mbr, u64 sectors) {
 // the whole table has to fit such a size.
 u32 sizeByPartitionTable(DiskDevice& sectorsOf512) {
   MbrEndsRecord mbr;
-  if (!sectorsOf512.readSectors(0, &mbr, 1) || mbr.bootSignature != 0xAA55) return 0;
+  if (sectorsOf512.readSectors(0, &mbr, 1) != Error::none || mbr.bootSignature != 0xAA55) return 0;
   const auto* entry = std::find_if(
       std::begin(mbr.entries), std::end(mbr.entries), [](const MbrEndsRecord::Entry& candidate) {
         return startsWithSignature(candidate.type) && candidate.firstLba != 0;

@@ -18,7 +18,7 @@ using SectorSizeProbe = std::function<std::optional<u32>(DiskDevice&)>;
 
 struct OpenedImage {
   std::unique_ptr<DiskDevice> disk;  // null when it failed
-  Error error = Error::none;
+  Failure error = Error::none;
   std::string reason;  // why it failed and what to do about it, one line for the user
 };
 

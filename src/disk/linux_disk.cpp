@@ -30,6 +30,19 @@ constexpr u64 kMaxZeroPiece = 64 * kMiB;
 
 using Direction = DiskTransfer::Direction;
 
+Failure failureOf(Direction direction, int errorNumber, u64 lba) {
+  if (direction == Direction::read) return {Error::read, errorNumber, lba};
+  if (errorNumber == ENOSPC) return {Error::noSpaceLeft, errorNumber, lba};
+  return {errorNumber == EROFS || errorNumber == EPERM ? Error::readOnlyDisk : Error::write,
+          errorNumber, lba};
+}
+
+// Of a call that was to move `bytes`; errno is the call's when `moved` is negative.
+Failure outcomeOf(Direction direction, i64 moved, std::size_t bytes, u64 lba) {
+  if (moved == static_cast<i64>(bytes)) return {};
+  return failureOf(direction, moved < 0 ? errno : 0, lba);
+}
+
 }  // namespace
 
 std::unique_ptr<LinuxDisk> LinuxDisk::open(Host& host, const DriveListEntry& entry, int openFlags) {
@@ -108,39 +121,40 @@ i64 LinuxDisk::moveOnce(Direction direction, int descriptor, u8* buffer, std::si
                                       : host_.writeAt(descriptor, buffer, bytes, offset);
 }
 
-bool LinuxDisk::move(Direction direction, u64 lba, u8* buffer, u32 count) {
+Failure LinuxDisk::move(Direction direction, u64 lba, u8* buffer, u32 count) {
   const auto offset = offsetOf(lba, count);
-  if (!offset) return false;
+  if (!offset) return failureOf(direction, EOVERFLOW, lba);
   const std::size_t bytes = std::size_t{count} * sectorSize();
   const std::lock_guard lock(mutex_);
   if (isBulk(buffer, bytes)) {
     const i64 moved = moveOnce(direction, direct_, buffer, bytes, *offset);
     // A device may want more alignment than its sector size; all else is the medium's answer.
-    if (moved >= 0 || errno != EINVAL) return moved == static_cast<i64>(bytes);
+    if (moved >= 0 || errno != EINVAL) return outcomeOf(direction, moved, bytes, lba);
   }
   const i64 moved = moveOnce(direction, descriptor_, buffer, bytes, *offset);
-  if (moved == static_cast<i64>(bytes)) return true;
-  return moved < 0 && errno == EIO && moveBySectors(direction, buffer, bytes, *offset);
+  if (moved < 0 && errno == EIO) return moveBySectors(direction, buffer, bytes, lba);
+  return outcomeOf(direction, moved, bytes, lba);
 }
 
 // The page cache works in pages: one bad sector fails its neighbours, and a write to a page that
 // cannot be read first. Asked past the cache, the device answers for just these sectors.
-bool LinuxDisk::moveBySectors(Direction direction, u8* buffer, std::size_t bytes, u64 offset) {
-  if (direct_ < 0) return false;
+Failure LinuxDisk::moveBySectors(Direction direction, u8* buffer, std::size_t bytes, u64 lba) {
+  if (direct_ < 0) return failureOf(direction, EIO, lba);
   const TransferBuffer aligned(bytes);
-  if (!aligned) return false;
+  if (!aligned) return Error::outOfMemory;
   if (direction == Direction::write) std::memcpy(aligned.data(), buffer, bytes);
-  if (moveOnce(direction, direct_, aligned.data(), bytes, offset) != static_cast<i64>(bytes))
-    return false;
-  if (direction == Direction::read) std::memcpy(buffer, aligned.data(), bytes);
-  return true;
+  const i64 moved = moveOnce(direction, direct_, aligned.data(), bytes, lba * sectorSize());
+  const Failure failed = outcomeOf(direction, moved, bytes, lba);
+  if (failed.code == Error::none && direction == Direction::read)
+    std::memcpy(buffer, aligned.data(), bytes);
+  return failed;
 }
 
-bool LinuxDisk::transferIn(u64 lba, void* buffer, u32 count) {
+Failure LinuxDisk::transferIn(u64 lba, void* buffer, u32 count) {
   return move(Direction::read, lba, static_cast<u8*>(buffer), count);
 }
 
-bool LinuxDisk::transferOut(u64 lba, const void* buffer, u32 count) {
+Failure LinuxDisk::transferOut(u64 lba, const void* buffer, u32 count) {
   return move(Direction::write, lba, static_cast<u8*>(const_cast<void*>(buffer)), count);
 }
 
@@ -167,8 +181,8 @@ void LinuxDisk::begin(DiskTransfer& transfer) {
   DiskDevice::begin(transfer);
 }
 
-bool LinuxDisk::finish(DiskTransfer& transfer) {
-  if (transfer.ticket == 0) return transfer.ok;
+Failure LinuxDisk::finish(DiskTransfer& transfer) {
+  if (transfer.ticket == 0) return transfer.failure;
   i32 moved = 0;
   {
     const std::lock_guard lock(mutex_);
@@ -179,31 +193,37 @@ bool LinuxDisk::finish(DiskTransfer& transfer) {
   if (moved == -EINVAL || moved == -EAGAIN || moved == -EOPNOTSUPP) {
     DiskDevice::begin(transfer);
   } else {
-    transfer.ok = moved >= 0 && static_cast<u64>(moved) == u64{transfer.count} * sectorSize();
+    const std::size_t bytes = std::size_t{transfer.count} * sectorSize();
+    transfer.failure = moved == static_cast<i64>(bytes)
+                           ? Failure()
+                           : failureOf(transfer.direction, moved < 0 ? -moved : 0, transfer.lba);
   }
-  return transfer.ok;
+  return transfer.failure;
 }
 
-bool LinuxDisk::zeroFast(u64 lba, u64 count) {
+std::optional<Failure> LinuxDisk::zeroFast(u64 lba, u64 count) {
   const auto offset = offsetOf(lba, count);
-  if (!offset) return false;
-  u64 first = *offset;
-  u64 left = count * sectorSize();
+  if (!offset) return failureOf(Direction::write, EOVERFLOW, lba);
+  u64 done = 0;
+  const u64 bytes = count * sectorSize();
   const std::lock_guard lock(mutex_);
-  while (left != 0) {
-    const u64 piece = std::min(left, kMaxZeroPiece);
-    std::array<u64, 2> range = {first, piece};
+  while (done != bytes) {
+    const u64 piece = std::min(bytes - done, kMaxZeroPiece);
+    std::array<u64, 2> range = {*offset + done, piece};
     const SystemCallScope scope;
-    if (host_.control(descriptor_, BLKZEROOUT, range.data()) != 0) return false;
-    first += piece;
-    left -= piece;
+    if (host_.control(descriptor_, BLKZEROOUT, range.data()) != 0) {
+      const bool isUnknown = errno == EOPNOTSUPP || errno == ENOTTY || errno == EINVAL;
+      if (done == 0 && isUnknown) return std::nullopt;
+      return failureOf(Direction::write, errno, lba + done / sectorSize());
+    }
+    done += piece;
   }
-  return true;
+  return Failure();
 }
 
-bool LinuxDisk::flush() {
+Failure LinuxDisk::flush() {
   const SystemCallScope scope;
-  return ::fsync(descriptor_) == 0;
+  return ::fsync(descriptor_) == 0 ? Failure() : Failure(Error::flush, errno);
 }
 
 void LinuxDisk::dropCaches() {

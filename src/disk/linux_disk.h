@@ -23,8 +23,8 @@ class LinuxDisk : public DiskDevice {
   ~LinuxDisk() override;
 
   void begin(DiskTransfer& transfer) override;
-  bool finish(DiskTransfer& transfer) override;
-  bool flush() override;
+  Failure finish(DiskTransfer& transfer) override;
+  Failure flush() override;
   void dropCaches() override;
   std::optional<u64> sectorCount() override;
   std::string displayName() override;
@@ -41,9 +41,9 @@ class LinuxDisk : public DiskDevice {
   bool hasBulkPath() const { return direct_ >= 0; }
 
  protected:
-  bool transferIn(u64 lba, void* buffer, u32 count) override;
-  bool transferOut(u64 lba, const void* buffer, u32 count) override;
-  bool zeroFast(u64 lba, u64 count) override;
+  Failure transferIn(u64 lba, void* buffer, u32 count) override;
+  Failure transferOut(u64 lba, const void* buffer, u32 count) override;
+  std::optional<Failure> zeroFast(u64 lba, u64 count) override;
 
  private:
   LinuxDisk(Host& host, const DriveListEntry& entry, int descriptor);
@@ -53,10 +53,10 @@ class LinuxDisk : public DiskDevice {
   // Where a transfer lies in bytes; nothing when that is beyond all offsets.
   std::optional<u64> offsetOf(u64 lba, u64 count) const;
   bool isBulk(const void* buffer, u64 bytes) const;
-  bool move(DiskTransfer::Direction direction, u64 lba, u8* buffer, u32 count);
+  Failure move(DiskTransfer::Direction direction, u64 lba, u8* buffer, u32 count);
   i64 moveOnce(DiskTransfer::Direction direction, int descriptor, u8* buffer, std::size_t bytes,
                u64 offset);
-  bool moveBySectors(DiskTransfer::Direction direction, u8* buffer, std::size_t bytes, u64 offset);
+  Failure moveBySectors(DiskTransfer::Direction direction, u8* buffer, std::size_t bytes, u64 lba);
   const FirmwareDisk& firmwareDisk();
   std::unique_ptr<DiskDevice> openUnderlyingDisk() const;
 

@@ -33,8 +33,8 @@ MemoryDisk::MemoryDisk(MemoryDisk&& other) noexcept
       biosNumber_(other.biosNumber_),
       pages_(std::move(other.pages_)) {}
 
-bool MemoryDisk::transferIn(u64 lba, void* buffer, u32 count) {
-  if (!inside(lba, count)) return false;
+Failure MemoryDisk::transferIn(u64 lba, void* buffer, u32 count) {
+  if (!inside(lba, count)) return {Error::read, 0, lba};
   auto* out = static_cast<u8*>(buffer);
   forEachPage(kPageBytes, lba * sectorSize(), u64{count} * sectorSize(),
               [&](u64 page, u64 inPage, u64 done, u64 take) {
@@ -45,11 +45,11 @@ bool MemoryDisk::transferIn(u64 lba, void* buffer, u32 count) {
                   std::memcpy(out + done, found->second.data() + inPage, take);
                 }
               });
-  return true;
+  return {};
 }
 
-bool MemoryDisk::transferOut(u64 lba, const void* buffer, u32 count) {
-  if (!inside(lba, count)) return false;
+Failure MemoryDisk::transferOut(u64 lba, const void* buffer, u32 count) {
+  if (!inside(lba, count)) return {Error::write, 0, lba};
   const auto* in = static_cast<const u8*>(buffer);
   forEachPage(kPageBytes, lba * sectorSize(), u64{count} * sectorSize(),
               [&](u64 page, u64 inPage, u64 done, u64 take) {
@@ -60,11 +60,11 @@ bool MemoryDisk::transferOut(u64 lba, const void* buffer, u32 count) {
                 }
                 std::memcpy(found->second.data() + inPage, in + done, take);
               });
-  return true;
+  return {};
 }
 
-bool MemoryDisk::zeroFast(u64 lba, u64 count) {
-  if (!inside(lba, count)) return false;
+std::optional<Failure> MemoryDisk::zeroFast(u64 lba, u64 count) {
+  if (!inside(lba, count)) return Failure(Error::write, 0, lba);
   const u64 first = lba * sectorSize();
   const u64 end = first + count * sectorSize();
   for (auto page = pages_.lower_bound(first / kPageBytes);
@@ -74,7 +74,7 @@ bool MemoryDisk::zeroFast(u64 lba, u64 count) {
     const u64 to = std::min(end, pageStart + kPageBytes) - pageStart;
     std::memset(page->second.data() + from, 0, to - from);
   }
-  return true;
+  return Failure();
 }
 
 std::vector<u8> MemoryDisk::sector(u64 lba) {

@@ -12,7 +12,7 @@ class MemoryDisk : public DiskDevice {
  public:
   MemoryDisk(u64 sectors, u32 sectorSizeBytes = 512);
 
-  bool flush() override { return true; }
+  Failure flush() override { return {}; }
   std::optional<u64> sectorCount() override { return sectors_; }
   bool firmwareGeometry(Geometry& geometry) override {
     geometry = geometry_;
@@ -37,9 +37,9 @@ class MemoryDisk : public DiskDevice {
   MemoryDisk(MemoryDisk&& other) noexcept;
 
  protected:
-  bool transferIn(u64 lba, void* buffer, u32 count) override;
-  bool transferOut(u64 lba, const void* buffer, u32 count) override;
-  bool zeroFast(u64 lba, u64 count) override;
+  Failure transferIn(u64 lba, void* buffer, u32 count) override;
+  Failure transferOut(u64 lba, const void* buffer, u32 count) override;
+  std::optional<Failure> zeroFast(u64 lba, u64 count) override;
 
  private:
   static constexpr u64 kPageBytes = 64 * kKiB;

@@ -1,6 +1,7 @@
 #include "disk/overlay_disk.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "base/bytes.h"
@@ -11,7 +12,7 @@ bool OverlayDisk::isInside(u64 lba, u64 count) {
   return lba <= sectors && count <= sectors - lba;
 }
 
-bool OverlayDisk::transferIn(u64 lba, void* buffer, u32 count) {
+Failure OverlayDisk::transferIn(u64 lba, void* buffer, u32 count) {
   const std::size_t sector = sectorSize();
   auto* out = static_cast<u8*>(buffer);
   const u64 end = lba + count;
@@ -25,7 +26,8 @@ bool OverlayDisk::transferIn(u64 lba, void* buffer, u32 count) {
     const u64 take = std::min(end, next) - at;
     u8* const target = out + (at - lba) * sector;
     if (!isWritten) {
-      if (!inner_.readSectors(at, target, take)) return false;
+      if (const Failure failed = inner_.readSectors(at, target, take); failed.code != Error::none)
+        return failed;
     } else if (run->second.bytes.empty()) {
       std::memset(target, 0, take * sector);
     } else {
@@ -34,37 +36,37 @@ bool OverlayDisk::transferIn(u64 lba, void* buffer, u32 count) {
     at += take;
     if (isWritten) ++run;
   }
-  return true;
+  return {};
 }
 
-bool OverlayDisk::transferOut(u64 lba, const void* buffer, u32 count) {
-  if (!isInside(lba, count)) return false;
+Failure OverlayDisk::transferOut(u64 lba, const void* buffer, u32 count) {
+  if (!isInside(lba, count)) return {Error::write, 0, lba};
   const auto* bytes = static_cast<const u8*>(buffer);
   const std::size_t size = std::size_t{count} * sectorSize();
-  if (overwriteInPlace(lba, bytes, count)) return true;
+  if (overwriteInPlace(lba, bytes, count)) return {};
   if (isAllZero({bytes, size})) {
     addZeros(lba, count);
-    return true;
+    return {};
   }
   if (storedBytes_ + size > maxBytes_) {
     full_ = true;
-    return false;
+    return {Error::noSpaceLeft, ENOMEM, lba};
   }
   makeRoom(lba, count);
   runs_.emplace(lba, Run{count, {bytes, bytes + size}});
   storedBytes_ += size;
-  return true;
+  return {};
 }
 
-bool OverlayDisk::zeroFast(u64 lba, u64 count) {
-  if (!isInside(lba, count)) return false;
+std::optional<Failure> OverlayDisk::zeroFast(u64 lba, u64 count) {
+  if (!isInside(lba, count)) return Failure(Error::write, 0, lba);
   addZeros(lba, count);
-  return true;
+  return Failure();
 }
 
-bool OverlayDisk::flush() {
+Failure OverlayDisk::flush() {
   ++flushes_;
-  return true;
+  return {};
 }
 
 KernelTable OverlayDisk::tellKernel(std::span<const KernelPartition> wanted) {

@@ -32,16 +32,16 @@ class OverlayDisk : public DiskWrapper {
   // Memory held for contents.
   u64 storedBytes() const { return storedBytes_; }
 
-  bool flush() override;
+  Failure flush() override;
   void dropCaches() override {}
   bool lockForChange() override { return true; }
   void unlockAfterChange() override {}
   KernelTable tellKernel(std::span<const KernelPartition> wanted) override;
 
  protected:
-  bool transferIn(u64 lba, void* buffer, u32 count) override;
-  bool transferOut(u64 lba, const void* buffer, u32 count) override;
-  bool zeroFast(u64 lba, u64 count) override;
+  Failure transferIn(u64 lba, void* buffer, u32 count) override;
+  Failure transferOut(u64 lba, const void* buffer, u32 count) override;
+  std::optional<Failure> zeroFast(u64 lba, u64 count) override;
 
  private:
   struct Run {

@@ -48,12 +48,12 @@ MemoryDisk WriteLog::replaySubset(const MemoryDisk& before, std::size_t count, u
   return disk;
 }
 
-bool RecordingDisk::flush() {
+Failure RecordingDisk::flush() {
   log_.add({.isFlush = true, .lba = 0, .bytes = {}});
   return inner_.flush();
 }
 
-bool RecordingDisk::transferOut(u64 lba, const void* buffer, u32 count) {
+Failure RecordingDisk::transferOut(u64 lba, const void* buffer, u32 count) {
   const auto* bytes = static_cast<const u8*>(buffer);
   log_.add(
       {.isFlush = false, .lba = lba, .bytes = {bytes, bytes + std::size_t{count} * sectorSize()}});

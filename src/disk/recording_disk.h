@@ -43,11 +43,11 @@ class RecordingDisk : public DiskWrapper {
  public:
   using DiskWrapper::DiskWrapper;
 
-  bool flush() override;
+  Failure flush() override;
   const WriteLog& log() const { return log_; }
 
  protected:
-  bool transferOut(u64 lba, const void* buffer, u32 count) override;
+  Failure transferOut(u64 lba, const void* buffer, u32 count) override;
 
  private:
   WriteLog log_;

@@ -7,7 +7,7 @@
 #include "fat/fat_layout.h"
 #include "fat/fat_surface_scan.h"
 #include "move/move_callback.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -75,16 +75,16 @@ class FatFormatter {
   explicit FatFormatter(FatFormatRequest& request)
       : request_(request), disk_(*request.device), label_(fatLabelText(request.label)) {}
 
-  Error run();
+  Failure run();
 
  private:
   bool report(u32 id, u32 value) {
     return !request_.callback || request_.callback(request_, id, value);
   }
   bool buildVolume();
-  Error clear();
-  Error writeFileSystem();
-  Error scanSurface(FatSurfaceScan& scan);
+  Failure clear();
+  Failure writeFileSystem();
+  Failure scanSurface(FatSurfaceScan& scan);
   bool flushFat() { return volume_->flushFat() && !volume_->hasError(); }
   u64 rootDirLba() const;
   bool writeLabel();
@@ -97,7 +97,7 @@ class FatFormatter {
   std::unique_ptr<FatVolume> volume_;
 };
 
-Error FatFormatter::run() {
+Failure FatFormatter::run() {
   request_.badClusters = 0;
   if (!report(CALLBACKidStatus, kFatFormatBegins)) return Error::cancelled;
   if (!buildVolume()) return Error::invalidSizeForType;
@@ -106,11 +106,11 @@ Error FatFormatter::run() {
   const bool scans = (request_.options & kFatScanSurface) != 0;
   if (scans && !scan.prepare()) return Error::outOfMemory;
 
-  Error result = clear();
+  Failure result = clear();
   if (result == Error::none) result = writeFileSystem();
   if (result == Error::none && scans) result = scanSurface(scan);
   if (result != Error::none && result != Error::scanStopped) return result;
-  return disk_.flush() ? result : Error::write;
+  return disk_.flush() == Error::none ? result : Error::write;
 }
 
 bool FatFormatter::buildVolume() {
@@ -134,19 +134,20 @@ bool FatFormatter::buildVolume() {
 }
 
 // Boot area, FATs, root directory and the first cluster.
-Error FatFormatter::clear() {
+Failure FatFormatter::clear() {
   const u64 total = volume_->firstDataSector() + volume_->sectorsPerCluster();
   const u64 piece = kClearBytes / disk_.sectorSize();
   for (u64 done = 0; done < total;) {
     const u64 count = std::min(piece, total - done);
-    if (!disk_.writeZeros(request_.startSector + done, count)) return Error::clearingFailed;
+    if (disk_.clearSectors(request_.startSector + done, count) != Error::none)
+      return Error::clearingFailed;
     done += count;
     if (!report(CALLBACKidProgress, static_cast<u32>(done * 100 / total))) return Error::cancelled;
   }
   return Error::none;
 }
 
-Error FatFormatter::writeFileSystem() {
+Failure FatFormatter::writeFileSystem() {
   if (!volume_->writeBootArea()) return Error::write;
   if (!volume_->setupFatCache(FatVolume::kUsualWindowSectors, FatVolume::kUsualSavedWindows))
     return Error::outOfMemory;
@@ -167,10 +168,10 @@ bool FatFormatter::writeLabel() {
   auto& entry = *recordAt<FatDirectoryEntryRecord>(std::span(sector));
   label_.copy(entry.name, sizeof(entry.name));
   entry.attributes = kFatVolumeLabel;
-  return disk_.writeSectors(rootDirLba(), sector.data(), 1);
+  return disk_.writeSectors(rootDirLba(), sector.data(), 1) == Error::none;
 }
 
-Error FatFormatter::scanSurface(FatSurfaceScan& scan) {
+Failure FatFormatter::scanSurface(FatSurfaceScan& scan) {
   if (!report(CALLBACKidStatus, kFatScanBegins)) return Error::scanStopped;
   const bool finished = scan.run();
   request_.badClusters = scan.badClusters();
@@ -197,8 +198,8 @@ bool FatFormatter::makeRootAt(u32 cluster) {
   const u64 lba = volume_->clusterToLba(cluster);
   std::vector<u8> readBack(std::size_t{sectors} * disk_.sectorSize());
   volume_->bpb32().rootCluster = cluster;
-  if (!disk_.writeZeros(lba, sectors) || !writeLabel() ||
-      !disk_.readSectors(lba, readBack.data(), sectors))
+  if (disk_.clearSectors(lba, sectors) != Error::none || !writeLabel() ||
+      disk_.readSectors(lba, readBack.data(), sectors) != Error::none)
     return false;
   volume_->markEnd(cluster);
   return volume_->writeBootArea();
@@ -218,6 +219,6 @@ std::string fatLabelText(std::string_view label) {
   return text;
 }
 
-Error formatFat(FatFormatRequest& request) { return FatFormatter(request).run(); }
+Failure formatFat(FatFormatRequest& request) { return FatFormatter(request).run(); }
 
 }  // namespace tallowin

@@ -48,7 +48,7 @@ struct FatFormatRequest {
 // outOfMemory; write: boot sector, FAT or root directory could not be written;
 // invalidSizeForType: nothing was written; clearingFailed: a write failed while clearing.
 // After cancelled, write and clearingFailed the old file system is partly overwritten.
-Error formatFat(FatFormatRequest& request);
+Failure formatFat(FatFormatRequest& request);
 
 enum class BootSectorOrigin { fresh, existing };
 

@@ -5,7 +5,7 @@
 
 #include "fat/fat_format.h"
 #include "fat/new_boot_sector.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {

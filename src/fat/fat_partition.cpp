@@ -1,6 +1,6 @@
 #include "fat/fat_volume.h"
+#include "probe/type_catalogue.h"
 #include "ptable/drive.h"
-#include "ptable/type_catalogue.h"
 
 namespace tallowin {
 

@@ -34,7 +34,7 @@ bool FatSurfaceScan::run() {
   for (std::size_t now = 0; underWay; now = 1 - now) {
     const bool nextUnderWay = going && begin(pieces_[1 - now]);
     const Piece& piece = pieces_[now];
-    const bool ok = disk_.finish(pieces_[now].transfer);
+    const bool ok = disk_.finish(pieces_[now].transfer) == Error::none;
     // A piece that was still under way when the scan was stopped does not count.
     if (going) going = ok ? report(piece.transfer.lba + piece.transfer.count) : narrow(piece);
     underWay = nextUnderWay;
@@ -57,7 +57,7 @@ bool FatSurfaceScan::narrow(const Piece& piece) {
   const u64 end = piece.transfer.lba + piece.transfer.count;
   for (u64 lba = piece.transfer.lba; lba < end;) {
     const u64 count = std::min<u64>(chunkSectors_, end - lba);
-    if (!disk_.readSectors(lba, piece.buffer.data(), count))
+    if (disk_.readSectors(lba, piece.buffer.data(), count) != Error::none)
       testClusters(lba, count, piece.buffer.data());
     lba += count;
     if (!report(lba)) return false;
@@ -71,7 +71,8 @@ void FatSurfaceScan::testClusters(u64 firstLba, u64 count, u8* buffer) {
   for (u32 cluster = std::max(nextCluster_, volume_.lbaToCluster(firstLba)); cluster <= last;
        ++cluster) {
     nextCluster_ = cluster + 1;
-    if (disk_.readSectors(volume_.clusterToLba(cluster), buffer, volume_.sectorsPerCluster()))
+    if (disk_.readSectors(volume_.clusterToLba(cluster), buffer, volume_.sectorsPerCluster()) ==
+        Error::none)
       continue;
     volume_.markBad(cluster);
     ++badClusters_;

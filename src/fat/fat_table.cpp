@@ -122,7 +122,7 @@ bool FatVolume::readWindow(FatWindowCache::Window& window) {
   if (follows && fillReadAhead(first, sectors) && copyReadAhead(first, sectors, window.bytes))
     return true;
   const u64 lba = fatStartLba() + first;
-  return disk_.readSectors(lba, window.bytes, sectors) ||
+  return disk_.readSectors(lba, window.bytes, sectors) == Error::none ||
          (ignoreErrors_ && rescueWindow(lba, window.bytes, sectors));
 }
 
@@ -139,7 +139,8 @@ bool FatVolume::fillReadAhead(u32 first, u32 windowSectors) {
   if (sectors <= windowSectors) return false;
   readAhead_.firstSector = first;
   readAhead_.bytes.resize(std::size_t{sectors} * bytesPerSector());
-  if (disk_.readSectors(fatStartLba() + first, readAhead_.bytes.data(), sectors)) return true;
+  if (disk_.readSectors(fatStartLba() + first, readAhead_.bytes.data(), sectors) == Error::none)
+    return true;
   readAhead_ = {};
   return false;
 }
@@ -152,7 +153,7 @@ bool FatVolume::rescueWindow(u64 lba, u8* buffer, u32 sectors) {
     u8* sector = buffer + std::size_t{i} * bytesPerSector();
     bool found = false;
     for (u32 copy = 0; copy < fatCopies() && !found; ++copy)
-      found = disk_.readSectors(lba + i + u64{copy} * sectorsPerFat(), sector, 1);
+      found = disk_.readSectors(lba + i + u64{copy} * sectorsPerFat(), sector, 1) == Error::none;
     if (!found) std::memset(sector, 0, bytesPerSector());
   }
   return true;
@@ -204,7 +205,7 @@ bool FatVolume::writeRuns(std::span<const DirtyRun> runs) {
 }
 
 bool FatVolume::writeCopy(u64 lba, const u8* bytes, u32 sectors) {
-  if (disk_.writeSectors(lba, bytes, sectors)) return true;
+  if (disk_.writeSectors(lba, bytes, sectors) == Error::none) return true;
   for (u32 i = 0; ignoreErrors_ && i < sectors; ++i)
     static_cast<void>(disk_.writeSectors(lba + i, bytes + std::size_t{i} * bytesPerSector(), 1));
   return false;

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "fat/boot_code.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -120,29 +120,31 @@ u32 FatVolume::lbaToCluster(u64 lba) const {
 bool FatVolume::readBootArea() {
   valid_ = false;
   const u64 sectors = std::min<u64>(kBootAreaSectors, lengthSectors());
-  if (sectors == 0 || !disk_.readSectors(startSector(), bootArea_.data(), sectors)) return false;
+  if (sectors == 0 || disk_.readSectors(startSector(), bootArea_.data(), sectors) != Error::none)
+    return false;
   if (hasNtStyleCode(bootSector()) && reservedSectors() > kNtThirdSector &&
       lengthSectors() > kNtThirdSector &&
-      !disk_.readSectors(startSector() + kNtThirdSector, bootAreaSector(2).data(), 1))
+      disk_.readSectors(startSector() + kNtThirdSector, bootAreaSector(2).data(), 1) != Error::none)
     return false;
   classify();
   return true;
 }
 
 bool FatVolume::writeBootArea() {
-  if (!isFat32()) return disk_.writeSectors(startSector(), bootArea_.data(), 1);
+  if (!isFat32()) return disk_.writeSectors(startSector(), bootArea_.data(), 1) == Error::none;
 
   const bool ntStyle = hasNtStyleCode(bootSector());
   const u32 reserved = reservedSectors();
   const u32 count = std::min(ntStyle ? u32{2} : kBootAreaSectors, reserved);
   const u32 backup = bpb32().backupBootSector;
-  if (!disk_.writeSectors(startSector(), bootArea_.data(), count)) return false;
+  if (disk_.writeSectors(startSector(), bootArea_.data(), count) != Error::none) return false;
   // A backup that would lie over the original is none.
   if (backup >= count && backup + count < reserved &&
-      !disk_.writeSectors(startSector() + backup, bootArea_.data(), count))
+      disk_.writeSectors(startSector() + backup, bootArea_.data(), count) != Error::none)
     return false;
   if (ntStyle && reserved > kNtThirdSector &&
-      !disk_.writeSectors(startSector() + kNtThirdSector, bootAreaSector(2).data(), 1))
+      disk_.writeSectors(startSector() + kNtThirdSector, bootAreaSector(2).data(), 1) !=
+          Error::none)
     return false;
   return reserved <= 2 || stampSectorTwo();
 }
@@ -150,10 +152,10 @@ bool FatVolume::writeBootArea() {
 // Sector 2 alone, not its backup, ends with a signature whatever else it holds.
 bool FatVolume::stampSectorTwo() {
   std::vector<u8> sector(disk_.sectorSize());
-  if (!disk_.readSectors(startSector() + 2, sector.data(), 1)) return false;
+  if (disk_.readSectors(startSector() + 2, sector.data(), 1) != Error::none) return false;
   std::copy(std::begin(kFatSectorTrail), std::end(kFatSectorTrail),
             sector.end() - sizeof(kFatSectorTrail));
-  return disk_.writeSectors(startSector() + 2, sector.data(), 1);
+  return disk_.writeSectors(startSector() + 2, sector.data(), 1) == Error::none;
 }
 
 std::span<u8> FatVolume::bootAreaSector(u32 slot) {

@@ -38,7 +38,7 @@ DynamicVhd::~DynamicVhd() {
 }
 
 template <typename Step>
-Error DynamicVhd::forEachRun(u64 sector, u64 count, Step step) {
+Failure DynamicVhd::forEachRun(u64 sector, u64 count, Step step) {
   for (u64 done = 0; done < count;) {
     Run run;
     run.block = (sector + done) / layout_.blockSectors;
@@ -46,7 +46,7 @@ Error DynamicVhd::forEachRun(u64 sector, u64 count, Step step) {
     run.count =
         static_cast<u32>(std::min<u64>(count - done, layout_.blockSectors - run.firstSector));
     run.offset = done * kSectorBytes;
-    if (const Error error = step(run); error != Error::none) return error;
+    if (const Failure error = step(run); error != Error::none) return error;
     done += run.count;
   }
   return Error::none;
@@ -56,10 +56,10 @@ u64 DynamicVhd::dataOffset(const Run& run) const {
   return bitmapOffset(run.block) + bitmaps_.bitmapBytes() + u64{run.firstSector} * kSectorBytes;
 }
 
-Error DynamicVhd::read(u64 sector, std::span<u8> bytes) {
+Failure DynamicVhd::read(u64 sector, std::span<u8> bytes) {
   const u64 count = bytes.size() / kSectorBytes;
   if (!isInside(sector, count)) return Error::read;
-  return forEachRun(sector, count, [&](const Run& run) {
+  return forEachRun(sector, count, [&](const Run& run) -> Failure {
     const std::span<u8> part = bytes.subspan(run.offset, run.bytes());
     if (isAllocated(run.block)) return file_->readAt(dataOffset(run), part);
     std::memset(part.data(), 0, part.size());
@@ -67,22 +67,22 @@ Error DynamicVhd::read(u64 sector, std::span<u8> bytes) {
   });
 }
 
-Error DynamicVhd::write(u64 sector, std::span<const u8> bytes) {
+Failure DynamicVhd::write(u64 sector, std::span<const u8> bytes) {
   const u64 count = bytes.size() / kSectorBytes;
   if (isReadOnly() || !isInside(sector, count)) return Error::write;
-  return forEachRun(sector, count, [&](const Run& run) {
+  return forEachRun(sector, count, [&](const Run& run) -> Failure {
     const std::span<const u8> part = bytes.subspan(run.offset, run.bytes());
     if (run.block >= layout_.table.size()) return Error::fileTooLarge;
     if (!isAllocated(run.block)) return writeNewBlock(run, part);
-    if (const Error error = bitmaps_.mark(*file_, static_cast<u32>(run.block),
-                                          bitmapOffset(run.block), run.firstSector, run.count);
+    if (const Failure error = bitmaps_.mark(*file_, static_cast<u32>(run.block),
+                                            bitmapOffset(run.block), run.firstSector, run.count);
         error != Error::none)
       return error;
     return file_->writeAt(dataOffset(run), part);
   });
 }
 
-Error DynamicVhd::writeZeros(u64 sector, u64 count) {
+Failure DynamicVhd::writeZeros(u64 sector, u64 count) {
   if (isReadOnly() || !isInside(sector, count)) return Error::write;
   const u64 tableEnd = layout_.table.size() * u64{layout_.blockSectors};
   const u64 known = sector < tableEnd ? std::min(count, tableEnd - sector) : 0;
@@ -104,10 +104,10 @@ u64 DynamicVhd::endOfBlocks(u64 offset, u64 count) const {
   return firstEnd + (count - 1) * stride;
 }
 
-Error DynamicVhd::writeNewBlock(const Run& run, std::span<const u8> bytes) {
-  if (const Error error = makeRoom(); error != Error::none) return error;
+Failure DynamicVhd::writeNewBlock(const Run& run, std::span<const u8> bytes) {
+  if (const Failure error = makeRoom(); error != Error::none) return error;
   const u64 dataOffset = newDataOffset(nextBlockOffset_);
-  if (const Error error = writeBlockAt(dataOffset, run, bytes); error != Error::none) {
+  if (const Failure error = writeBlockAt(dataOffset, run, bytes); error != Error::none) {
     growthFailed_ = giveRoomBack() != Error::none;
     return error;
   }
@@ -119,7 +119,7 @@ Error DynamicVhd::writeNewBlock(const Run& run, std::span<const u8> bytes) {
 }
 
 // What lies before the data is written with it where that makes one direct request.
-Error DynamicVhd::writeBlockAt(u64 dataOffset, const Run& run, std::span<const u8> bytes) {
+Failure DynamicVhd::writeBlockAt(u64 dataOffset, const Run& run, std::span<const u8> bytes) {
   struct alignas(kDataAlignment) Page {
     u8 bytes[kDataAlignment] = {};
   };
@@ -131,20 +131,20 @@ Error DynamicVhd::writeBlockAt(u64 dataOffset, const Run& run, std::span<const u
   std::ranges::copy(bits, head.last(bits.size()).begin());
   if (run.firstSector == 0 && nextBlockOffset_ % kDataAlignment == 0)
     return file_->writeAt(nextBlockOffset_, head, bytes);
-  const Error error = file_->writeAt(nextBlockOffset_, head);
+  const Failure error = file_->writeAt(nextBlockOffset_, head);
   return error != Error::none
              ? error
              : file_->writeAt(dataOffset + u64{run.firstSector} * kSectorBytes, bytes);
 }
 
 // Room for one block at least, zeros but for an old footer before the next block's data.
-Error DynamicVhd::makeRoom() {
+Failure DynamicVhd::makeRoom() {
   if (growthFailed_) return Error::write;
   if (footerOffset_ >= endOfBlocks(nextBlockOffset_, 1)) return Error::none;
   if (newDataOffset(nextBlockOffset_) / kSectorBytes > kVhdNotAllocated) return Error::fileTooLarge;
   const u64 oldSize = file_->sizeBytes();
   const u64 generous = std::min(std::max<u64>(kRoomBytes / blockBytes(), 1), unallocatedBlocks_);
-  Error error = Error::none;
+  Failure error = Error::none;
   // Where the file may not become that large, one block may still fit.
   for (const u64 blocks : {generous, u64{1}}) {
     const u64 newFooterOffset = endOfBlocks(nextBlockOffset_, blocks);
@@ -163,15 +163,15 @@ Error DynamicVhd::makeRoom() {
 }
 
 // Puts the footer directly behind the last block, which makes a hole of what follows it.
-Error DynamicVhd::giveRoomBack() {
-  Error error = file_->writeAt(nextBlockOffset_, bytesOf(layout_.footer));
+Failure DynamicVhd::giveRoomBack() {
+  Failure error = file_->writeAt(nextBlockOffset_, bytesOf(layout_.footer));
   if (error == Error::none) error = file_->flush();
   if (error == Error::none) error = file_->resize(nextBlockOffset_ + sizeof(VhdFooter));
   if (error == Error::none) footerOffset_ = nextBlockOffset_;
   return error;
 }
 
-Error DynamicVhd::writeTable() {
+Failure DynamicVhd::writeTable() {
   while (!changedTableSectors_.empty()) {
     // Neighbouring sectors in one request.
     const u64 first = *changedTableSectors_.begin();
@@ -182,7 +182,7 @@ Error DynamicVhd::writeTable() {
     const u64 entries = std::min(sectors * kEntriesInSector, layout_.table.size() - entry);
     const std::span<const u8> bytes(reinterpret_cast<const u8*>(&layout_.table[entry]),
                                     entries * sizeof(VhdTableEntry));
-    if (const Error error =
+    if (const Failure error =
             file_->writeAt(layout_.tableOffset + entry * sizeof(VhdTableEntry), bytes);
         error != Error::none)
       return error;
@@ -191,9 +191,9 @@ Error DynamicVhd::writeTable() {
   return Error::none;
 }
 
-Error DynamicVhd::flush() {
+Failure DynamicVhd::flush() {
   if (isReadOnly()) return Error::none;
-  Error error = bitmaps_.flush(*file_);
+  Failure error = bitmaps_.flush(*file_);
   if (error == Error::none) error = file_->flush();
   if (error != Error::none || changedTableSectors_.empty()) return error;
   error = writeTable();

@@ -44,15 +44,15 @@ class DynamicVhd final : public ImageContainer {
   bool isReadOnly() const override { return layout_.isTruncated || file_->isReadOnly(); }
   std::optional<Geometry> geometry() const override { return vhdGeometry(layout_.footer); }
 
-  Error read(u64 sector, std::span<u8> bytes) override;
-  Error write(u64 sector, std::span<const u8> bytes) override;
-  Error writeZeros(u64 sector, u64 count) override;
-  Error flush() override;
+  Failure read(u64 sector, std::span<u8> bytes) override;
+  Failure write(u64 sector, std::span<const u8> bytes) override;
+  Failure writeZeros(u64 sector, u64 count) override;
+  Failure flush() override;
 
  private:
   struct Run;
   template <typename Step>
-  Error forEachRun(u64 sector, u64 count, Step step);
+  Failure forEachRun(u64 sector, u64 count, Step step);
 
   static constexpr u64 kDataAlignment = 4096;
 
@@ -67,11 +67,11 @@ class DynamicVhd final : public ImageContainer {
   u64 bitmapOffset(u64 block) const { return u64{layout_.table[block]} * kSectorBytes; }
   u64 dataOffset(const Run& run) const;
 
-  Error writeNewBlock(const Run& run, std::span<const u8> bytes);
-  Error writeBlockAt(u64 dataOffset, const Run& run, std::span<const u8> bytes);
-  Error makeRoom();
-  Error giveRoomBack();
-  Error writeTable();
+  Failure writeNewBlock(const Run& run, std::span<const u8> bytes);
+  Failure writeBlockAt(u64 dataOffset, const Run& run, std::span<const u8> bytes);
+  Failure makeRoom();
+  Failure giveRoomBack();
+  Failure writeTable();
 
   Layout layout_;
   VhdBitmaps bitmaps_;

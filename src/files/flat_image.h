@@ -18,19 +18,19 @@ class FlatImage : public ImageContainer {
   u64 sectorCount() const override { return sectorCount_; }
   std::optional<Geometry> geometry() const override { return geometry_; }
 
-  Error read(u64 sector, std::span<u8> bytes) override {
+  Failure read(u64 sector, std::span<u8> bytes) override {
     if (!isInside(sector, bytes.size() / kSectorBytes)) return Error::read;
     return file_->readAt(sector * kSectorBytes, bytes);
   }
-  Error write(u64 sector, std::span<const u8> bytes) override {
+  Failure write(u64 sector, std::span<const u8> bytes) override {
     if (isReadOnly() || !isInside(sector, bytes.size() / kSectorBytes)) return Error::write;
     return file_->writeAt(sector * kSectorBytes, bytes);
   }
-  Error writeZeros(u64 sector, u64 count) override {
+  Failure writeZeros(u64 sector, u64 count) override {
     if (isReadOnly() || !isInside(sector, count)) return Error::write;
     return writeZerosAt(*file_, sector * kSectorBytes, count * kSectorBytes);
   }
-  Error flush() override { return isReadOnly() ? Error::none : file_->flush(); }
+  Failure flush() override { return isReadOnly() ? Error::none : file_->flush(); }
 
  private:
   ImageForm form_;

@@ -31,11 +31,11 @@ class OpenFile {
   FileHandle file_;
 };
 
-Error writeAll(FileHandle file, std::string_view text) {
+Failure writeAll(FileHandle file, std::string_view text) {
   while (!text.empty()) {
     u32 done = 0;
     const u32 piece = static_cast<u32>(std::min<std::size_t>(text.size(), kGiB));
-    if (const Error error = fileWrite(file, text.data(), piece, done); error != Error::none)
+    if (const Failure error = fileWrite(file, text.data(), piece, done); error != Error::none)
       return error;
     text.remove_prefix(done);
   }
@@ -50,7 +50,7 @@ std::string withoutLinks(const std::string& path) {
   return result;
 }
 
-Error flushFolderOf(const std::string& path) {
+Failure flushFolderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   const OpenFile opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -73,7 +73,7 @@ FileHandle fileOpen(const std::string& path, u32 openFlags, u32 mode) {
 
 bool fileClose(FileHandle file) { return file == kNoFile || ::close(file) == 0; }
 
-Error fileRead(FileHandle file, void* buffer, u32 length, u32& done, u32* systemError) {
+Failure fileRead(FileHandle file, void* buffer, u32 length, u32& done, u32* systemError) {
   for (done = 0; done < length;) {
     const ssize_t got = ::read(file, static_cast<u8*>(buffer) + done, length - done);
     if (got == 0) break;
@@ -87,7 +87,7 @@ Error fileRead(FileHandle file, void* buffer, u32 length, u32& done, u32* system
   return Error::none;
 }
 
-Error fileWrite(FileHandle file, const void* buffer, u32 length, u32& done, u32* systemError) {
+Failure fileWrite(FileHandle file, const void* buffer, u32 length, u32& done, u32* systemError) {
   for (done = 0; done < length;) {
     const ssize_t put = ::write(file, static_cast<const u8*>(buffer) + done, length - done);
     if (put < 0 && errno == EINTR) continue;
@@ -100,7 +100,7 @@ Error fileWrite(FileHandle file, const void* buffer, u32 length, u32& done, u32*
   return Error::none;
 }
 
-Error fileSeek(FileHandle file, u64 offset, SeekOrigin origin) {
+Failure fileSeek(FileHandle file, u64 offset, SeekOrigin origin) {
   return ::lseek(file, static_cast<off_t>(offset), static_cast<int>(origin)) < 0 ? Error::seekFailed
                                                                                  : Error::none;
 }
@@ -113,30 +113,30 @@ bool fileSize(FileHandle file, u64& sizeBytes) {
   return true;
 }
 
-Error readFileRange(const std::string& path, void* buffer, u64 offset, u32 count, u32& done) {
+Failure readFileRange(const std::string& path, void* buffer, u64 offset, u32 count, u32& done) {
   done = 0;
   const OpenFile file(fileOpen(path, kOpenRead));
   if (file.get() == kNoFile) return Error::cannotOpenForReading;
   u64 size = 0;
   if (!fileSize(file.get(), size)) return Error::read;
   if (offset > size) return Error::seekFailed;
-  if (const Error error = fileSeek(file.get(), offset, SeekOrigin::start); error != Error::none)
+  if (const Failure error = fileSeek(file.get(), offset, SeekOrigin::start); error != Error::none)
     return error;
   const u32 cut = static_cast<u32>(std::min<u64>(count, size - offset));
-  const Error error = fileRead(file.get(), buffer, cut, done);
+  const Failure error = fileRead(file.get(), buffer, cut, done);
   return error == Error::none && done != cut ? Error::read : error;
 }
 
-Error writeWholeFile(const std::string& path, const void* data, u32 length, u32& written) {
+Failure writeWholeFile(const std::string& path, const void* data, u32 length, u32& written) {
   written = 0;
   OpenFile file(fileOpen(path, kOpenWrite | kOpenCreate | kOpenTruncate));
   if (file.get() == kNoFile) return Error::cannotCreate;
-  if (const Error error = fileWrite(file.get(), data, length, written); error != Error::none)
+  if (const Failure error = fileWrite(file.get(), data, length, written); error != Error::none)
     return error;
   return file.close() ? Error::none : Error::write;
 }
 
-Error loadTextFile(const std::string& path, std::string& text) {
+Failure loadTextFile(const std::string& path, std::string& text) {
   text.clear();
   const OpenFile file(fileOpen(path, kOpenRead));
   if (file.get() == kNoFile) return Error::cannotOpenForReading;
@@ -149,31 +149,31 @@ Error loadTextFile(const std::string& path, std::string& text) {
     return Error::outOfMemory;
   }
   u32 done = 0;
-  const Error error = fileRead(file.get(), text.data(), static_cast<u32>(size), done);
+  const Failure error = fileRead(file.get(), text.data(), static_cast<u32>(size), done);
   text.resize(done);
   return error == Error::none && done != size ? Error::read : error;
 }
 
-Error saveTextFile(const std::string& path, std::string_view text) {
+Failure saveTextFile(const std::string& path, std::string_view text) {
   if (text.size() > kAllOnes32) return Error::fileTooLarge;
   u32 written = 0;
   return writeWholeFile(path, text.data(), static_cast<u32>(text.size()), written);
 }
 
-Error hostFileSize(const std::string& path, u64& sizeBytes) {
+Failure hostFileSize(const std::string& path, u64& sizeBytes) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) return Error::noSuchFile;
   sizeBytes = static_cast<u64>(status.st_size);
   return Error::none;
 }
 
-Error replaceFileDurably(const std::string& path, std::string_view text) {
+Failure replaceFileDurably(const std::string& path, std::string_view text) {
   const std::string target = withoutLinks(path);
   std::string temporary = target + ".XXXXXX";
   OpenFile file(::mkostemp(temporary.data(), O_CLOEXEC));
   if (file.get() == kNoFile) return Error::cannotCreate;
   takeOverModeAndOwner(target, file.get());
-  Error error = writeAll(file.get(), text);
+  Failure error = writeAll(file.get(), text);
   if (error == Error::none && ::fsync(file.get()) != 0) error = Error::write;
   if (!file.close() && error == Error::none) error = Error::write;
   if (error == Error::none && ::rename(temporary.c_str(), target.c_str()) != 0)

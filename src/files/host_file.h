@@ -30,33 +30,33 @@ enum class SeekOrigin : u32 { start = 0, current = 1, end = 2 };
 bool fileClose(FileHandle file);
 // none or read. `done` is what came; fewer bytes than asked for is no error here. `systemError`
 // receives errno when it failed.
-Error fileRead(FileHandle file, void* buffer, u32 length, u32& done, u32* systemError = nullptr);
+Failure fileRead(FileHandle file, void* buffer, u32 length, u32& done, u32* systemError = nullptr);
 // none, write, or noSpaceLeft. As above.
-Error fileWrite(FileHandle file, const void* buffer, u32 length, u32& done,
-                u32* systemError = nullptr);
+Failure fileWrite(FileHandle file, const void* buffer, u32 length, u32& done,
+                  u32* systemError = nullptr);
 // none or seekFailed.
-Error fileSeek(FileHandle file, u64 offset, SeekOrigin origin);
+Failure fileSeek(FileHandle file, u64 offset, SeekOrigin origin);
 // Leaves the position as it was.
 [[nodiscard]] bool fileSize(FileHandle file, u64& sizeBytes);
 
 // `count` bytes from `offset`, fewer when the file ends before; `done` is what came.
 // cannotOpenForReading, seekFailed (the offset lies beyond the end), read.
-Error readFileRange(const std::string& path, void* buffer, u64 offset, u32 count, u32& done);
+Failure readFileRange(const std::string& path, void* buffer, u64 offset, u32 count, u32& done);
 // Creates or truncates the file (mode 0600). cannotCreate, write, noSpaceLeft; after the last two
 // the file holds the first `written` bytes.
-Error writeWholeFile(const std::string& path, const void* data, u32 length, u32& written);
+Failure writeWholeFile(const std::string& path, const void* data, u32 length, u32& written);
 // The whole file, whatever bytes it holds. cannotOpenForReading, read, fileTooLarge (a size above
 // 32 bits; `text` is empty then), outOfMemory.
-Error loadTextFile(const std::string& path, std::string& text);
+Failure loadTextFile(const std::string& path, std::string& text);
 // As writeWholeFile.
-Error saveTextFile(const std::string& path, std::string_view text);
+Failure saveTextFile(const std::string& path, std::string_view text);
 // none or noSuchFile.
-Error hostFileSize(const std::string& path, u64& sizeBytes);
+Failure hostFileSize(const std::string& path, u64& sizeBytes);
 
 // Puts `text` in the place of the file, so that after a power cut there is either the old or the
 // new content, whole. A symbolic link stays one; mode and owner of an existing file are kept, a
 // new file has mode 0600. cannotCreate, write, noSpaceLeft: the old file is untouched, except
 // that after a failed flush of the folder the new text is in place but may not survive a cut.
-Error replaceFileDurably(const std::string& path, std::string_view text);
+Failure replaceFileDurably(const std::string& path, std::string_view text);
 
 }  // namespace tallowin

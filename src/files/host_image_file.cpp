@@ -61,7 +61,7 @@ class HostImageFile : public ImageFile {
   u64 sizeBytes() const override { return sizeBytes_; }
   bool isReadOnly() const override { return readOnly_; }
 
-  Error readAt(u64 offset, std::span<u8> bytes) override {
+  Failure readAt(u64 offset, std::span<u8> bytes) override {
     while (!bytes.empty()) {
       const bool direct = isDirect(offset, bytes);
       const ssize_t got = ::pread((direct ? direct_ : cached_).get(), bytes.data(), bytes.size(),
@@ -83,7 +83,7 @@ class HostImageFile : public ImageFile {
   // Direct until the first large request beside the file system's blocks, as in a dynamic VHD of
   // another program: the file system serialises such requests, and direct ones next to cached ones
   // wait for these.
-  Error writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
+  Failure writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
     if (bytes.size() + following.size() >= kDirectMinBytes && offset % blockBytes_ != 0)
       writesDirectly_ = false;
     while (!bytes.empty() || !following.empty()) {
@@ -115,14 +115,14 @@ class HostImageFile : public ImageFile {
     return false;
   }
 
-  Error resize(u64 newSizeBytes) override {
+  Failure resize(u64 newSizeBytes) override {
     if (::ftruncate(cached_.get(), static_cast<off_t>(newSizeBytes)) != 0)
       return errno == ENOSPC ? Error::noSpaceLeft : Error::write;
     sizeBytes_ = newSizeBytes;
     return Error::none;
   }
 
-  Error flush() override { return ::fsync(cached_.get()) == 0 ? Error::none : Error::write; }
+  Failure flush() override { return ::fsync(cached_.get()) == 0 ? Error::none : Error::write; }
 
   bool lock() override { return ::flock(cached_.get(), LOCK_EX | LOCK_NB) == 0; }
   void unlock() override { ::flock(cached_.get(), LOCK_UN); }

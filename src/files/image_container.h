@@ -36,13 +36,13 @@ class ImageContainer {
   virtual std::optional<Geometry> geometry() const { return std::nullopt; }
 
   // `bytes` are whole sectors. none, read.
-  virtual Error read(u64 sector, std::span<u8> bytes) = 0;
+  virtual Failure read(u64 sector, std::span<u8> bytes) = 0;
   // none, write, noSpaceLeft, read (a map could not be read), fileTooLarge (the image's tables
   // have no room for the sector), corrupt (a map names what it must not).
-  virtual Error write(u64 sector, std::span<const u8> bytes) = 0;
+  virtual Failure write(u64 sector, std::span<const u8> bytes) = 0;
   // As write, and the image does not grow.
-  virtual Error writeZeros(u64 sector, u64 count) = 0;
-  virtual Error flush() = 0;
+  virtual Failure writeZeros(u64 sector, u64 count) = 0;
+  virtual Failure flush() = 0;
 
   ImageFile& file() { return *file_; }
 

@@ -12,7 +12,7 @@ namespace tallowin {
 
 // Why something could not be opened; the reason is one line for the user.
 struct ImageFailure {
-  Error error = Error::none;
+  Failure error = Error::none;
   std::string reason;
 };
 
@@ -27,19 +27,19 @@ class ImageFile {
   virtual bool isReadOnly() const = 0;
 
   // none or read. What lies beyond the end of the file reads as zeros.
-  virtual Error readAt(u64 offset, std::span<u8> bytes) = 0;
+  virtual Failure readAt(u64 offset, std::span<u8> bytes) = 0;
   // Writes `bytes` and directly behind them `following`, as one request where it can be; the file
   // grows as needed, and a gap between its end and `offset` reads as zeros. none, write,
   // noSpaceLeft; any part may have been written after a failure.
-  virtual Error writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) = 0;
-  Error writeAt(u64 offset, std::span<const u8> bytes) { return writeAt(offset, bytes, {}); }
+  virtual Failure writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) = 0;
+  Failure writeAt(u64 offset, std::span<const u8> bytes) { return writeAt(offset, bytes, {}); }
   // Makes a range inside the file read as zeros without writing them. False with nothing done
   // when that is not to be had.
   [[nodiscard]] virtual bool zeroFast(u64 offset, u64 bytes) = 0;
   // Cuts or extends (with zeros).
-  virtual Error resize(u64 newSizeBytes) = 0;
+  virtual Failure resize(u64 newSizeBytes) = 0;
   // Everything written so far is on the medium, and so is the size.
-  virtual Error flush() = 0;
+  virtual Failure flush() = 0;
 
   // Advisory lock against other programs; false when somebody else holds it.
   [[nodiscard]] virtual bool lock() { return true; }
@@ -50,7 +50,7 @@ class ImageFile {
 };
 
 // Zeros by zeroFast, else by writing them.
-Error writeZerosAt(ImageFile& file, u64 offset, u64 bytes);
+Failure writeZerosAt(ImageFile& file, u64 offset, u64 bytes);
 
 enum class ImageAccess { readWrite, readOnly };
 

@@ -55,7 +55,7 @@ bool SparseVmdk::mayHoldGrain(u64 fileSector, bool mayBeNew) const {
 }
 
 // The table from memory or from the file; null when the directory has none.
-Error SparseVmdk::table(u64 index, Table*& found) {
+Failure SparseVmdk::table(u64 index, Table*& found) {
   found = tables_[index].get();
   if (found != nullptr || layout_.directory[index] == kVmdkNotAllocated) return Error::none;
   if ((tablesInMemory_ + 1) * tableBytes() > kMaxTableBytesInMemory) {
@@ -65,7 +65,7 @@ Error SparseVmdk::table(u64 index, Table*& found) {
   }
   auto fresh = std::make_unique<Table>(layout_.entriesPerTable);
   const std::span<u8> bytes(reinterpret_cast<u8*>(fresh->data()), tableBytes());
-  if (const Error error = file_->readAt(u64{layout_.directory[index]} * kSectorBytes, bytes);
+  if (const Failure error = file_->readAt(u64{layout_.directory[index]} * kSectorBytes, bytes);
       error != Error::none)
     return error;
   for (VmdkEntry& entry : *fresh) {
@@ -81,20 +81,20 @@ Error SparseVmdk::table(u64 index, Table*& found) {
   return Error::none;
 }
 
-Error SparseVmdk::entry(u64 grain, u32& fileSector) {
+Failure SparseVmdk::entry(u64 grain, u32& fileSector) {
   Table* found = nullptr;
-  const Error error = table(grain / layout_.entriesPerTable, found);
+  const Failure error = table(grain / layout_.entriesPerTable, found);
   fileSector =
       found != nullptr ? u32{(*found)[grain % layout_.entriesPerTable]} : kVmdkNotAllocated;
   return error;
 }
 
 // The longest run from `sector` on whose grains follow each other in the file, or are all missing.
-Error SparseVmdk::findRun(u64 sector, u64 count, Run& run) {
+Failure SparseVmdk::findRun(u64 sector, u64 count, Run& run) {
   u64 grain = sector / layout_.grainSectors;
   const u64 inGrain = sector % layout_.grainSectors;
   u32 fileSector = kVmdkNotAllocated;
-  if (const Error error = entry(grain, fileSector); error != Error::none) return error;
+  if (const Failure error = entry(grain, fileSector); error != Error::none) return error;
   run.isAllocated = fileSector != kVmdkNotAllocated;
   run.fileOffset = (fileSector + inGrain) * kSectorBytes;
   u64 expected = fileSector;
@@ -105,7 +105,7 @@ Error SparseVmdk::findRun(u64 sector, u64 count, Run& run) {
     grain += grains;
     if (covered - inGrain >= count) break;
     expected += run.isAllocated ? layout_.grainSectors : 0;
-    if (const Error error = entry(grain, fileSector); error != Error::none) return error;
+    if (const Failure error = entry(grain, fileSector); error != Error::none) return error;
   } while (fileSector == expected);
   run.count = std::min(count, covered - inGrain);
   return Error::none;
@@ -119,22 +119,22 @@ u64 SparseVmdk::missingGrains(u64 grain) const {
 }
 
 template <typename Step>
-Error SparseVmdk::forEachRun(u64 sector, u64 count, Step step) {
+Failure SparseVmdk::forEachRun(u64 sector, u64 count, Step step) {
   for (u64 done = 0; done < count;) {
     Run run;
     run.offset = done * kSectorBytes;
-    if (const Error error = findRun(sector + done, count - done, run); error != Error::none)
+    if (const Failure error = findRun(sector + done, count - done, run); error != Error::none)
       return error;
-    if (const Error error = step(sector + done, run); error != Error::none) return error;
+    if (const Failure error = step(sector + done, run); error != Error::none) return error;
     done += run.count;
   }
   return Error::none;
 }
 
-Error SparseVmdk::read(u64 sector, std::span<u8> bytes) {
+Failure SparseVmdk::read(u64 sector, std::span<u8> bytes) {
   const u64 count = bytes.size() / kSectorBytes;
   if (!isInside(sector, count)) return Error::read;
-  return forEachRun(sector, count, [&](u64, const Run& run) {
+  return forEachRun(sector, count, [&](u64, const Run& run) -> Failure {
     const std::span<u8> part = bytes.subspan(run.offset, run.bytes());
     if (run.isAllocated) return file_->readAt(run.fileOffset, part);
     std::memset(part.data(), 0, part.size());
@@ -142,28 +142,28 @@ Error SparseVmdk::read(u64 sector, std::span<u8> bytes) {
   });
 }
 
-Error SparseVmdk::write(u64 sector, std::span<const u8> bytes) {
+Failure SparseVmdk::write(u64 sector, std::span<const u8> bytes) {
   const u64 count = bytes.size() / kSectorBytes;
   if (isReadOnly() || !isInside(sector, count)) return Error::write;
-  if (const Error error = renewContentId(); error != Error::none) return error;
-  return forEachRun(sector, count, [&](u64 first, const Run& run) {
+  if (const Failure error = renewContentId(); error != Error::none) return error;
+  return forEachRun(sector, count, [&](u64 first, const Run& run) -> Failure {
     const std::span<const u8> part = bytes.subspan(run.offset, run.bytes());
     return run.isAllocated ? file_->writeAt(run.fileOffset, part)
                            : writeNewGrains(first, run, part);
   });
 }
 
-Error SparseVmdk::writeZeros(u64 sector, u64 count) {
+Failure SparseVmdk::writeZeros(u64 sector, u64 count) {
   if (isReadOnly() || !isInside(sector, count)) return Error::write;
-  if (const Error error = renewContentId(); error != Error::none) return error;
-  return forEachRun(sector, count, [&](u64, const Run& run) {
+  if (const Failure error = renewContentId(); error != Error::none) return error;
+  return forEachRun(sector, count, [&](u64, const Run& run) -> Failure {
     return run.isAllocated ? writeZerosAt(*file_, run.fileOffset, run.bytes()) : Error::none;
   });
 }
 
 // All grains of the run in one piece at the end of the file. What the data does not cover of the
 // first and the last is a hole.
-Error SparseVmdk::writeNewGrains(u64 sector, const Run& run, std::span<const u8> bytes) {
+Failure SparseVmdk::writeNewGrains(u64 sector, const Run& run, std::span<const u8> bytes) {
   const u64 firstGrain = sector / layout_.grainSectors;
   const u64 grains = (sector + run.count - 1) / layout_.grainSectors - firstGrain + 1;
   const u64 end = nextOffset_ + grains * grainBytes();
@@ -171,7 +171,7 @@ Error SparseVmdk::writeNewGrains(u64 sector, const Run& run, std::span<const u8>
   if (end / kSectorBytes > kAllOnes32) return Error::fileTooLarge;
 
   const u64 oldSize = file_->sizeBytes();
-  Error error = file_->writeAt(nextOffset_ + sector % layout_.grainSectors * kSectorBytes, bytes);
+  Failure error = file_->writeAt(nextOffset_ + sector % layout_.grainSectors * kSectorBytes, bytes);
   if (error == Error::none && file_->sizeBytes() < end) error = file_->resize(end);
   if (error != Error::none) {
     growthFailed_ = file_->resize(oldSize) != Error::none;
@@ -196,12 +196,12 @@ Error SparseVmdk::writeNewGrains(u64 sector, const Run& run, std::span<const u8>
 }
 
 // Gives a table that the directory lacks its place, in each directory.
-Error SparseVmdk::appendTable(u64 index) {
+Failure SparseVmdk::appendTable(u64 index) {
   for (std::vector<VmdkEntry>* directory : {&layout_.directory, &layout_.redundant}) {
     if (directory->empty() || (*directory)[index] != kVmdkNotAllocated) continue;
     const u64 end = nextOffset_ + roundUp(tableBytes(), kSectorBytes);
     if (end / kSectorBytes > kAllOnes32) return Error::fileTooLarge;
-    if (const Error error = file_->resize(end); error != Error::none) return error;
+    if (const Failure error = file_->resize(end); error != Error::none) return error;
     (*directory)[index] = static_cast<u32>(nextOffset_ / kSectorBytes);
     nextOffset_ = roundUp(end, kGrowthAlignment);
     directoryChanged_ = true;
@@ -209,14 +209,14 @@ Error SparseVmdk::appendTable(u64 index) {
   return Error::none;
 }
 
-Error SparseVmdk::writeTables() {
+Failure SparseVmdk::writeTables() {
   for (const u64 index : changedTables_) {
     if (layout_.directory[index] == kVmdkNotAllocated)
-      if (const Error error = appendTable(index); error != Error::none) return error;
+      if (const Failure error = appendTable(index); error != Error::none) return error;
     for (const std::vector<VmdkEntry>* directory : {&layout_.redundant, &layout_.directory}) {
       if (directory->empty() || (*directory)[index] == kVmdkNotAllocated) continue;
-      if (const Error error = file_->writeAt(u64{(*directory)[index]} * kSectorBytes,
-                                             bytesOfEntries(*tables_[index]));
+      if (const Failure error = file_->writeAt(u64{(*directory)[index]} * kSectorBytes,
+                                               bytesOfEntries(*tables_[index]));
           error != Error::none)
         return error;
     }
@@ -224,15 +224,15 @@ Error SparseVmdk::writeTables() {
   return Error::none;
 }
 
-Error SparseVmdk::writeDirectory(u64 offset, const std::vector<VmdkEntry>& directory) {
+Failure SparseVmdk::writeDirectory(u64 offset, const std::vector<VmdkEntry>& directory) {
   return directory.empty() ? Error::none : file_->writeAt(offset, bytesOfEntries(directory));
 }
 
-Error SparseVmdk::flush() {
+Failure SparseVmdk::flush() {
   if (isReadOnly()) return Error::none;
-  if (const Error error = file_->flush(); error != Error::none) return error;
+  if (const Failure error = file_->flush(); error != Error::none) return error;
   if (changedTables_.empty()) return Error::none;
-  Error error = writeTables();
+  Failure error = writeTables();
   if (error == Error::none) error = file_->flush();
   if (error == Error::none && directoryChanged_) {
     error = writeDirectory(layout_.redundantOffset, layout_.redundant);
@@ -248,7 +248,7 @@ Error SparseVmdk::flush() {
 // A new content id, once before the first change, tells children and copies that this is no
 // longer the disk they knew. Only the bytes that differ are written, with the zero that ends a text
 // that grew: what lies behind the old end is not known.
-Error SparseVmdk::renewContentId() {
+Failure SparseVmdk::renewContentId() {
   if (contentIdIsNew_) return Error::none;
   std::string renewed = layout_.descriptor;
   const std::string id = format("%08x", static_cast<u32>(std::time(nullptr)));
@@ -266,7 +266,7 @@ Error SparseVmdk::renewContentId() {
   const std::span<const u8> changed(reinterpret_cast<const u8*>(now.data()) + first,
                                     static_cast<std::size_t>(length));
   if (!changed.empty())
-    if (const Error error =
+    if (const Failure error =
             file_->writeAt(layout_.descriptorOffset + static_cast<u64>(first), changed);
         error != Error::none)
       return error;

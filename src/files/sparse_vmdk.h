@@ -45,10 +45,10 @@ class SparseVmdk final : public ImageContainer {
   u64 sectorCount() const override { return layout_.capacitySectors; }
   std::optional<Geometry> geometry() const override;
 
-  Error read(u64 sector, std::span<u8> bytes) override;
-  Error write(u64 sector, std::span<const u8> bytes) override;
-  Error writeZeros(u64 sector, u64 count) override;
-  Error flush() override;
+  Failure read(u64 sector, std::span<u8> bytes) override;
+  Failure write(u64 sector, std::span<const u8> bytes) override;
+  Failure writeZeros(u64 sector, u64 count) override;
+  Failure flush() override;
 
  private:
   using Table = std::vector<VmdkEntry>;
@@ -58,18 +58,18 @@ class SparseVmdk final : public ImageContainer {
   u64 tableBytes() const { return layout_.entriesPerTable * sizeof(VmdkEntry); }
 
   template <typename Step>
-  Error forEachRun(u64 sector, u64 count, Step step);
-  Error findRun(u64 sector, u64 count, Run& run);
-  Error table(u64 index, Table*& found);
-  Error entry(u64 grain, u32& fileSector);
+  Failure forEachRun(u64 sector, u64 count, Step step);
+  Failure findRun(u64 sector, u64 count, Run& run);
+  Failure table(u64 index, Table*& found);
+  Failure entry(u64 grain, u32& fileSector);
   u64 missingGrains(u64 grain) const;
   bool mayHoldGrain(u64 fileSector, bool mayBeNew) const;
 
-  Error writeNewGrains(u64 sector, const Run& run, std::span<const u8> bytes);
-  Error appendTable(u64 index);
-  Error writeTables();
-  Error writeDirectory(u64 offset, const std::vector<VmdkEntry>& directory);
-  Error renewContentId();
+  Failure writeNewGrains(u64 sector, const Run& run, std::span<const u8> bytes);
+  Failure appendTable(u64 index);
+  Failure writeTables();
+  Failure writeDirectory(u64 offset, const std::vector<VmdkEntry>& directory);
+  Failure renewContentId();
 
   Layout layout_;
   std::vector<std::unique_ptr<Table>> tables_;  // by directory index; null: not in memory

@@ -44,26 +44,27 @@ VhdBitmaps::Bitmap VhdBitmaps::withRun(u32 firstSector, u32 count) const {
   return bitmap;
 }
 
-Error VhdBitmaps::load(ImageFile& file, u32 block, u64 fileOffset, Cached*& cached) {
+Failure VhdBitmaps::load(ImageFile& file, u32 block, u64 fileOffset, Cached*& cached) {
   if (const auto found = cached_.find(block); found != cached_.end()) {
     cached = &found->second;
     return Error::none;
   }
   if ((cached_.size() + 1) * bitmapBytes() > kMaxCachedBytes) {
-    if (const Error error = flush(file); error != Error::none) return error;
+    if (const Failure error = flush(file); error != Error::none) return error;
     cached_.clear();
   }
   Cached fresh{fileOffset, false, Bitmap(bitmapSectors_)};
-  if (const Error error = file.readAt(fileOffset, writable(fresh.bits)); error != Error::none)
+  if (const Failure error = file.readAt(fileOffset, writable(fresh.bits)); error != Error::none)
     return error;
   cached = &cached_.emplace(block, std::move(fresh)).first->second;
   return Error::none;
 }
 
-Error VhdBitmaps::mark(ImageFile& file, u32 block, u64 fileOffset, u32 firstSector, u32 count) {
+Failure VhdBitmaps::mark(ImageFile& file, u32 block, u64 fileOffset, u32 firstSector, u32 count) {
   if (full_[block]) return Error::none;
   Cached* cached = nullptr;
-  if (const Error error = load(file, block, fileOffset, cached); error != Error::none) return error;
+  if (const Failure error = load(file, block, fileOffset, cached); error != Error::none)
+    return error;
   const Bitmap before = cached->bits;
   setRun(cached->bits, firstSector, count);
   const std::span<const u8> now = bytesOf(cached->bits);
@@ -74,10 +75,10 @@ Error VhdBitmaps::mark(ImageFile& file, u32 block, u64 fileOffset, u32 firstSect
   return Error::none;
 }
 
-Error VhdBitmaps::flush(ImageFile& file) {
+Failure VhdBitmaps::flush(ImageFile& file) {
   for (auto& [block, cached] : cached_) {
     if (!cached.changed) continue;
-    if (const Error error = file.writeAt(cached.fileOffset, bytesOf(cached.bits));
+    if (const Failure error = file.writeAt(cached.fileOffset, bytesOf(cached.bits));
         error != Error::none)
       return error;
     cached.changed = false;

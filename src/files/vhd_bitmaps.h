@@ -28,9 +28,9 @@ class VhdBitmaps {
   // A bitmap with a run of bits set, for a block that is being made.
   Bitmap withRun(u32 firstSector, u32 count) const;
   // Marks a run of a block whose bitmap lies at `fileOffset`. none, read, write.
-  Error mark(ImageFile& file, u32 block, u64 fileOffset, u32 firstSector, u32 count);
+  Failure mark(ImageFile& file, u32 block, u64 fileOffset, u32 firstSector, u32 count);
   // Writes what changed.
-  Error flush(ImageFile& file);
+  Failure flush(ImageFile& file);
 
  private:
   struct Cached {
@@ -40,7 +40,7 @@ class VhdBitmaps {
   };
   static constexpr u64 kMaxCachedBytes = 4 * kMiB;
 
-  Error load(ImageFile& file, u32 block, u64 fileOffset, Cached*& cached);
+  Failure load(ImageFile& file, u32 block, u64 fileOffset, Cached*& cached);
   void setRun(Bitmap& bitmap, u32 firstSector, u32 count) const;
 
   u32 blockSectors_;

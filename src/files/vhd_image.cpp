@@ -16,7 +16,7 @@ constexpr u32 kSectorBytes = ImageContainer::kSectorBytes;
 constexpr u64 kMaxTableEntries = 16 * kMiB;
 constexpr u32 kMaxBlockBytes = 256 * kMiB;
 
-std::nullptr_t fail(ImageFailure& failure, Error error, const char* reason) {
+std::nullptr_t fail(ImageFailure& failure, Failure error, const char* reason) {
   failure = {error, reason};
   return nullptr;
 }
@@ -26,7 +26,7 @@ std::nullptr_t unreadable(ImageFailure& failure) {
 }
 
 template <DiskRecord Record>
-Error readRecord(ImageFile& file, u64 offset, Record& record) {
+Failure readRecord(ImageFile& file, u64 offset, Record& record) {
   return file.readAt(offset, {reinterpret_cast<u8*>(&record), sizeof record});
 }
 

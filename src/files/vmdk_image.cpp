@@ -19,7 +19,7 @@ constexpr u32 kMaxEntriesPerTable = 64 * 1024;
 constexpr u64 kMaxDirectoryEntries = 16 * kMiB;
 constexpr u32 kMaxVersion = 3;
 
-bool fail(ImageFailure& failure, Error error, std::string reason) {
+bool fail(ImageFailure& failure, Failure error, std::string reason) {
   failure = {error, std::move(reason)};
   return false;
 }

@@ -71,12 +71,12 @@ bool applyDriveSettings(Drive& drive, DriveSettingsRecord& record, const Options
   return changed;
 }
 
-Error openDriveWithSettings(std::shared_ptr<DiskDevice> disk, Host& host, const Options& options,
-                            DriveSettingsRecord* record, u32 driveNumber, LabelReader labelReader,
-                            std::unique_ptr<Drive>& drive, u32 moreFlags) {
+Failure openDriveWithSettings(std::shared_ptr<DiskDevice> disk, Host& host, const Options& options,
+                              DriveSettingsRecord* record, u32 driveNumber, LabelReader labelReader,
+                              std::unique_ptr<Drive>& drive, u32 moreFlags) {
   DriveOpenOptions open = driveOpenOptions(options, record, driveNumber, std::move(labelReader));
   open.flags |= moreFlags;
-  if (const Error error = Drive::open(std::move(disk), host, open, drive); error != Error::none)
+  if (const Failure error = Drive::open(std::move(disk), host, open, drive); error != Error::none)
     return error;
   if (record && (driveNumber & kDriveTakesNoSettings) == 0 &&
       applyDriveSettings(*drive, *record, options))

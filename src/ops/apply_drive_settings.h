@@ -3,9 +3,9 @@
 
 #include <memory>
 
-#include "app/settings/drive_settings.h"
-#include "app/settings/options.h"
 #include "ptable/drive.h"
+#include "settings/drive_settings.h"
+#include "settings/options.h"
 
 namespace tallowin {
 
@@ -27,8 +27,8 @@ enum class BiosGeometry { keep, storeCurrent };
 
 // Opens a disk with its settings applied; `record` is null for drives that take none. `moreFlags`
 // are drive flags beside those of the options. Errors as Drive::open.
-Error openDriveWithSettings(std::shared_ptr<DiskDevice> disk, Host& host, const Options& options,
-                            DriveSettingsRecord* record, u32 driveNumber, LabelReader labelReader,
-                            std::unique_ptr<Drive>& drive, u32 moreFlags = 0);
+Failure openDriveWithSettings(std::shared_ptr<DiskDevice> disk, Host& host, const Options& options,
+                              DriveSettingsRecord* record, u32 driveNumber, LabelReader labelReader,
+                              std::unique_ptr<Drive>& drive, u32 moreFlags = 0);
 
 }  // namespace tallowin

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "app/settings/program_folders.h"
 #include "base/text.h"
 #include "disk/disk_handles.h"
 #include "disk/mount_check.h"
@@ -12,7 +11,8 @@
 #include "ops/target_text.h"
 #include "ptable/convert.h"
 #include "ptable/first_track.h"
-#include "ptable/gpt_types.h"
+#include "ptable/gpt/gpt_types.h"
+#include "settings/program_folders.h"
 
 namespace tallowin {
 namespace {
@@ -21,7 +21,7 @@ constexpr const char* kTitle = "Change Disk Type";
 constexpr const char* kSure = "Are you sure you want to continue?";
 
 FlowResult refuse(const OperationContext& context, const std::string& text,
-                  Error code = Error::none) {
+                  Failure code = Error::none) {
   context.ui.errorBox(text);
   return {FlowEnd::refused, code, 0};
 }
@@ -60,8 +60,8 @@ const char* nameOf(Scheme scheme) {
 }
 
 // Why a conversion was refused, and what would help.
-std::string refusalText(Error error) {
-  switch (error) {
+std::string refusalText(Failure error) {
+  switch (error.code) {
     case Error::partitionBeyondTable:
       return "A partition lies where the new table cannot reach.";
     case Error::tooManyPartitions:
@@ -85,7 +85,7 @@ std::string refusalText(Error error) {
 }
 
 // Of the errors that come after the first write.
-bool saysWhichTable(Error error) {
+bool saysWhichTable(Failure error) {
   return error == Error::write || error == Error::writeFailedNewTable ||
          error == Error::writeFailedTableUnknown;
 }
@@ -105,8 +105,8 @@ bool acceptsLoss(const OperationContext& context, Drive& drive, Scheme target) {
   return true;
 }
 
-Error convert(const OperationContext& context, Drive& drive, Scheme target,
-              bool allowWithoutTable) {
+Failure convert(const OperationContext& context, Drive& drive, Scheme target,
+                bool allowWithoutTable) {
   switch (target) {
     case Scheme::gpt:
       return convertToGpt(drive, true);
@@ -119,7 +119,7 @@ Error convert(const OperationContext& context, Drive& drive, Scheme target,
 
 bool saveTrack(const OperationContext& context, Drive& drive) {
   const std::string path = firstTrackPath(context, drive);
-  const Error error =
+  const Failure error =
       makeFolders(context.folders.state) ? saveFirstTrack(drive, path) : Error::cannotCreate;
   if (error == Error::none) return true;
   context.ui.errorBox(
@@ -130,10 +130,10 @@ bool saveTrack(const OperationContext& context, Drive& drive) {
 }
 
 // The table is changed and the disk left in order; the answer is about the table.
-Error convertAndRestore(const OperationContext& context, Drive& drive, Scheme target,
-                        bool allowWithoutTable) {
+Failure convertAndRestore(const OperationContext& context, Drive& drive, Scheme target,
+                          bool allowWithoutTable) {
   const bool hadTable = hasTable(drive);
-  const Error error = convert(context, drive, target, allowWithoutTable);
+  const Failure error = convert(context, drive, target, allowWithoutTable);
   drive.setFlags(kDriveOverwriteTrack, 0);
   if (error != Error::none || target != Scheme::mbr || !hadTable || !isPlainHardDisk(drive))
     return error;
@@ -156,7 +156,7 @@ FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme target
   if (const auto stopped = change.begin()) return *stopped;
   const bool keepsTrack = isPlainHardDisk(drive) && drive.scheme() == Scheme::mbr;
   if (keepsTrack && !saveTrack(context, drive)) return {FlowEnd::refused, Error::cannotCreate, 0};
-  const Error error =
+  const Failure error =
       convertAndRestore(context, drive, target, drive.scheme() == Scheme::wholeDisk);
   change.end();
   keptTable = change.keptTable();
@@ -272,12 +272,12 @@ FlowResult offerEmbr(const OperationContext& context, Drive& drive) {
   return changeTo(context, drive, Scheme::embr, keptTable);
 }
 
-Error limitPrimaries(const OperationContext& context, Drive& drive, bool limit) {
+Failure limitPrimaries(const OperationContext& context, Drive& drive, bool limit) {
   constexpr u8 kFirstBiosDisk = 0x80;
   TableChange change(context, drive);
   if (const auto stopped = change.begin()) return stopped->code;
   const bool makesActive = context.options.makeHd0Active && drive.biosNumber() == kFirstBiosDisk;
-  const Error error = drive.setLimitPrimaries(limit, makesActive);
+  const Failure error = drive.setLimitPrimaries(limit, makesActive);
   change.end();
   return error;
 }

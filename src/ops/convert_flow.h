@@ -26,6 +26,6 @@ FlowResult offerEmbr(const OperationContext& context, Drive& drive);
 // Limits the primaries of an EMBR drive to the four slots of the MBR, or lifts the limit; the
 // caller tells the user. Errors as for Drive::setLimitPrimaries, and why the change could not
 // begin.
-Error limitPrimaries(const OperationContext& context, Drive& drive, bool limit);
+Failure limitPrimaries(const OperationContext& context, Drive& drive, bool limit);
 
 }  // namespace tallowin

@@ -11,7 +11,7 @@
 #include "ops/placement.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -33,9 +33,9 @@ u64 sectorsToClear(u16 type) {
 bool clearFirstSectors(DiskDevice& disk, u16 type, const SectorExtent& extent) {
   const u64 length = extent.endSector - extent.startSector + 1;
   const u64 count = std::min(sectorsToClear(type), length);
-  if (!disk.writeZeros(extent.startSector, count)) return false;
+  if (disk.writeZeros(extent.startSector, count) != Error::none) return false;
   if (count <= 7 || length <= kFarSuperblockSector) return true;
-  return disk.writeZeros(extent.startSector + kFarSuperblockSector, 1);
+  return disk.writeZeros(extent.startSector + kFarSuperblockSector, 1) == Error::none;
 }
 
 // One run of the dialog: its OK button may be pressed several times until all is well.
@@ -90,7 +90,7 @@ class Creation {
  private:
   bool isInsideExtended() { return drive_.containerOf(*block_) != nullptr; }
 
-  bool refuse(const std::string& text, const std::string& title = {}, Error code = Error::none) {
+  bool refuse(const std::string& text, const std::string& title = {}, Failure code = Error::none) {
     context_.ui.noticeBox(text, title);
     result_ = {FlowEnd::refused, code, 0};
     return false;
@@ -116,8 +116,8 @@ class Creation {
   }
 
   // An EMBR may have to grow over something, which only the user can give up.
-  Error commitBlock() {
-    const Error error = drive_.commit(*block_);
+  Failure commitBlock() {
+    const Failure error = drive_.commit(*block_);
     if (error != Error::sectorsInUse) return error;
     const auto answer = context_.ui.questionBox(
         "EMBR", ButtonSet::yesNo, MessageKind::warning,
@@ -126,7 +126,7 @@ class Creation {
         kInsist);
     if (answer != MessageResult::yes) return error;
     drive_.setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
-    const Error insisted = drive_.commit(*block_);
+    const Failure insisted = drive_.commit(*block_);
     drive_.setFlags(kDriveOverwriteTrack, 0);
     return insisted;
   }
@@ -179,7 +179,7 @@ class Creation {
     }
     fillEntry(model, target, found);
     extent_ = found;
-    const Error error = commitBlock();
+    const Failure error = commitBlock();
     const bool isCleared = error != Error::none || clearFirstSectors(drive_.disk(), type_, found);
     change.end();
     result_ = {};

@@ -5,7 +5,7 @@
 
 #include "base/text.h"
 #include "ops/placement.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {

@@ -10,7 +10,7 @@
 #include "ops/target_check.h"
 #include "ops/target_text.h"
 #include "ops/zero_wipe.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -88,7 +88,7 @@ FlowResult removeEntry(const OperationContext& context, Drive& drive, const Part
   const auto extent = extentToWipe(model, entry);
   TableChange change(context, drive);
   if (const auto stopped = change.begin()) return *stopped;
-  const Error error = drive.remove(entry);
+  const Failure error = drive.remove(entry);
   change.end();
   if (error != Error::none) {
     context.ui.errorBox(deleteErrorText(error));

@@ -5,15 +5,15 @@
 namespace tallowin {
 namespace {
 
-std::string withReason(const char* what, Error error) {
+std::string withReason(const char* what, Failure error) {
   const std::string reason = tableErrorText(error);
   return reason.empty() ? reason : what + ("\n\n" + reason);
 }
 
 }  // namespace
 
-std::string tableErrorText(Error error) {
-  switch (error) {
+std::string tableErrorText(Failure error) {
+  switch (error.code) {
     case Error::none:
     case Error::cancelled:
       return {};
@@ -52,17 +52,17 @@ std::string tableErrorText(Error error) {
   }
 }
 
-std::string createErrorText(Error error) { return withReason("Create Failed.", error); }
+std::string createErrorText(Failure error) { return withReason("Create Failed.", error); }
 
-std::string deleteErrorText(Error error) { return withReason("Delete failed!", error); }
+std::string deleteErrorText(Failure error) { return withReason("Delete failed!", error); }
 
-std::string mbrErrorText(Error error) {
+std::string mbrErrorText(Failure error) {
   const std::string what = format("The %s operation on mass storage device failed!", "Write");
   return withReason(what.c_str(), error);
 }
 
-std::string formatErrorText(Error error) {
-  switch (error) {
+std::string formatErrorText(Failure error) {
+  switch (error.code) {
     case Error::none:
     case Error::cancelled:
     case Error::scanStopped:

@@ -9,14 +9,14 @@
 namespace tallowin {
 
 // What happened to the partition table, in one or two sentences.
-std::string tableErrorText(Error error);
+std::string tableErrorText(Failure error);
 // "Create Failed." and "Delete failed!" with the reason below.
-std::string createErrorText(Error error);
-std::string deleteErrorText(Error error);
+std::string createErrorText(Failure error);
+std::string deleteErrorText(Failure error);
 // For the boot sector as a whole: what failed, with the reason below.
-std::string mbrErrorText(Error error);
+std::string mbrErrorText(Failure error);
 
 // For the codes of formatting; a stopped surface scan is a success.
-std::string formatErrorText(Error error);
+std::string formatErrorText(Failure error);
 
 }  // namespace tallowin

@@ -13,7 +13,7 @@
 #include "ops/target_check.h"
 #include "ops/target_text.h"
 #include "ops/trace_log.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -44,13 +44,13 @@ class Formatting {
     if (const auto stopped = changeType()) return *stopped;
     std::optional<DiskChangeLock> lock;
     if (const auto stopped = lockForChange(context_, drive_, lock)) return *stopped;
-    const Error error = format();
+    const Failure error = format();
     lock.reset();
     return tell(error);
   }
 
  private:
-  std::optional<FlowResult> refuse(const std::string& text, Error code) {
+  std::optional<FlowResult> refuse(const std::string& text, Failure code) {
     context_.ui.errorBox(text);
     return FlowResult{FlowEnd::refused, code, 0};
   }
@@ -105,11 +105,11 @@ class Formatting {
     const u64 start = entry_->startSector;
     TableChange change(context_, drive_);
     if (auto stopped = change.begin()) return stopped;
-    const Error error = drive_.changeProperties(*entry_, {.type = type_});
+    const Failure error = drive_.changeProperties(*entry_, {.type = type_});
     change.end();
     entry_ = findByStart(drive_, start);
     if (error == Error::none && entry_) return std::nullopt;
-    const Error code = error != Error::none ? error : Error::tableChangedMeanwhile;
+    const Failure code = error != Error::none ? error : Error::tableChangedMeanwhile;
     context_.ui.errorBox(tableErrorText(code));
     return FlowResult{FlowEnd::failed, code, 0};
   }
@@ -134,7 +134,7 @@ class Formatting {
     return entry_->name == kUnlabelledWholeDisk ? std::string() : entry_->name;
   }
 
-  Error format() {
+  Failure format() {
     traceLine(context_.folders, "Format: %s, start %llu, %llu sectors, type %Xh",
               describeDisk(drive_.disk()).c_str(),
               static_cast<unsigned long long>(entry_->startSector),
@@ -145,9 +145,10 @@ class Formatting {
     request.callback = [&](FatFormatRequest&, u32 id, u32 value) {
       return step(progress, id, value);
     };
-    Error error = formatFat(request);
+    Failure error = formatFat(request);
     badClusters_ = request.badClusters;
-    if (!drive_.disk().flush() && formatErrorText(error).empty()) error = Error::write;
+    if (drive_.disk().flush() != Error::none && formatErrorText(error).empty())
+      error = Error::write;
     drive_.disk().dropCaches();
     traceLine(context_.folders, "Format: ended with %u, %u bad clusters", codeOf(error),
               badClusters_);
@@ -168,7 +169,7 @@ class Formatting {
     return !progress.isCancelled();
   }
 
-  FlowResult tell(Error error) {
+  FlowResult tell(Failure error) {
     if (error == Error::cancelled) {
       context_.ui.noticeBox(
           "Formatting was stopped.\n"

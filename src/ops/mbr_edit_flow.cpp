@@ -26,7 +26,7 @@ FlowResult applyMbrEdit(const OperationContext& context, Drive& drive, MbrEditor
   if (const auto stopped = refuseWhenReadOnlyDisk(context, drive)) return *stopped;
   TableChange change(context, drive);
   if (const auto stopped = change.begin()) return *stopped;
-  const Error error = editor.apply();
+  const Failure error = editor.apply();
   change.end();
   if (error == Error::none) return {};
   context.ui.errorBox(mbrErrorText(error));

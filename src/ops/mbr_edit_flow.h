@@ -2,7 +2,7 @@
 #pragma once
 
 #include "ops/operation_context.h"
-#include "ptable/mbr_editor.h"
+#include "ptable/mbr/mbr_editor.h"
 
 namespace tallowin {
 

@@ -1,11 +1,11 @@
 // What every flow is given, and what every flow answers.
 #pragma once
 
-#include "app/settings/options.h"
-#include "app/settings/program_folders.h"
 #include "base/error.h"
 #include "base/host.h"
 #include "ops/front_end.h"
+#include "settings/options.h"
+#include "settings/program_folders.h"
 
 namespace tallowin {
 
@@ -28,7 +28,7 @@ enum class FlowEnd {
 // changed a table has read the drive again before it returns, so entries on hand are stale.
 struct [[nodiscard]] FlowResult {
   FlowEnd end = FlowEnd::done;
-  Error code = Error::none;
+  Failure code = Error::none;
   u32 phase = 0;
 
   bool succeeded() const { return end == FlowEnd::done || end == FlowEnd::doneWithLosses; }

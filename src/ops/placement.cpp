@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {

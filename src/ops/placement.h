@@ -3,8 +3,8 @@
 
 #include <optional>
 
-#include "app/settings/alignment.h"
 #include "base/types.h"
+#include "ptable/alignment.h"
 
 namespace tallowin {
 

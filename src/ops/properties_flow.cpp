@@ -14,7 +14,7 @@ bool isConfirmed(const OperationContext& context, const char* title, const std::
                                 kFocusOnNo) == MessageResult::yes;
 }
 
-FlowResult failWith(const OperationContext& context, const std::string& what, Error error) {
+FlowResult failWith(const OperationContext& context, const std::string& what, Failure error) {
   context.ui.errorBox(what + tableErrorText(error));
   return {FlowEnd::failed, error, 0};
 }
@@ -30,7 +30,7 @@ FlowResult changePropertiesFlow(const OperationContext& context, Drive& drive,
 
   TableChange change(context, drive);
   if (const auto stopped = change.begin()) return *stopped;
-  const Error error = drive.changeProperties(entry, wanted);
+  const Failure error = drive.changeProperties(entry, wanted);
   change.end();
   return error == Error::none ? FlowResult{} : failWith(context, "Update Failed!\n\n", error);
 }
@@ -46,7 +46,7 @@ FlowResult repairGptFlow(const OperationContext& context, Drive& drive) {
     return {FlowEnd::cancelled, Error::cancelled, 0};
   TableChange change(context, drive);
   if (const auto stopped = change.begin()) return *stopped;
-  const Error error = drive.repairGpt();
+  const Failure error = drive.repairGpt();
   change.end();
   return error == Error::none ? FlowResult{} : failWith(context, "", error);
 }

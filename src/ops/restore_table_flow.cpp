@@ -12,7 +12,7 @@
 namespace tallowin {
 namespace {
 
-FlowResult refuse(const OperationContext& context, const std::string& text, Error code) {
+FlowResult refuse(const OperationContext& context, const std::string& text, Failure code) {
   context.ui.errorBox(text);
   return {FlowEnd::refused, code, 0};
 }
@@ -55,7 +55,7 @@ FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
 
   TableChange change(context, drive);
   if (const auto stopped = change.begin()) return *stopped;
-  const Error error = restoreTable(drive, backup, acceptedDifferences(drive, backup));
+  const Failure error = restoreTable(drive, backup, acceptedDifferences(drive, backup));
   change.end();
   if (error == Error::none) return {};
   if (error == Error::backupOfOtherDisk)

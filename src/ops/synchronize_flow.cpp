@@ -2,7 +2,7 @@
 
 #include "base/text.h"
 #include "ops/table_change.h"
-#include "ptable/embr_sync.h"
+#include "ptable/embr/embr_sync.h"
 
 namespace tallowin {
 
@@ -11,7 +11,7 @@ void synchronizeFlow(const OperationContext& context, Drive& drive, int index) {
   TableChange change(context, drive);
   bool began = false;
   EmbrSync done;
-  const Error error = synchronizeEmbr(
+  const Failure error = synchronizeEmbr(
       drive, [&] { return began = !change.begin().has_value(); }, done);
   if (began) change.end();
   if (error == Error::cancelled) return;

@@ -1,10 +1,10 @@
 #include "ops/table_change.h"
 
-#include "app/settings/program_folders.h"
 #include "base/text.h"
 #include "ops/error_text.h"
 #include "ops/target_text.h"
 #include "ptable/table_backup.h"
+#include "settings/program_folders.h"
 
 namespace tallowin {
 
@@ -22,8 +22,9 @@ std::optional<FlowResult> lockForChange(const OperationContext& context, Drive& 
 std::optional<FlowResult> TableChange::begin() {
   if (auto stopped = lockForChange(context_, drive_, lock_)) return stopped;
   const std::string folder = context_.folders.backupFolder();
-  const Error error = makeFolders(folder) ? keepOldTable(drive_, folder, context_.host, &keptTable_)
-                                          : Error::cannotCreate;
+  const Failure error = makeFolders(folder)
+                            ? keepOldTable(drive_, folder, context_.host, &keptTable_)
+                            : Error::cannotCreate;
   if (error == Error::none) return std::nullopt;
   if (error == Error::read) {
     context_.ui.errorBox(tableErrorText(error));

@@ -15,7 +15,7 @@ namespace tallowin {
 //
 //   TableChange change(context, drive);
 //   if (auto stopped = change.begin()) return *stopped;
-//   const Error error = drive.remove(entry);
+//   const Failure error = drive.remove(entry);
 //   change.end();
 class TableChange {
  public:

@@ -6,7 +6,7 @@
 namespace tallowin {
 namespace {
 
-FlowResult refused(Error code = Error::none) { return {FlowEnd::refused, code, 0}; }
+FlowResult refused(Failure code = Error::none) { return {FlowEnd::refused, code, 0}; }
 
 }  // namespace
 
@@ -50,7 +50,7 @@ std::optional<FlowResult> refuseWhenReadOnlyDisk(const OperationContext& context
 
 std::optional<FlowResult> refuseWhenReadOnlyTable(const OperationContext& context, Drive& drive) {
   if (auto stopped = refuseWhenReadOnlyDisk(context, drive)) return stopped;
-  const Error error = drive.changesAllowed();
+  const Failure error = drive.changesAllowed();
   if (error == Error::none) return std::nullopt;
   context.ui.noticeBox(drive.changeRefusal());
   return refused(error);

@@ -1,7 +1,7 @@
 #include "ops/target_text.h"
 
 #include "base/text.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 

@@ -1,7 +1,7 @@
 // Debug.txt: what long operations did, line by line.
 #pragma once
 
-#include "app/settings/program_folders.h"
+#include "settings/program_folders.h"
 
 namespace tallowin {
 

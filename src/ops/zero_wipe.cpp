@@ -37,7 +37,7 @@ class ZeroWiper {
       wipePiece(std::min(piece, total - result_.sectorsDone));
       progress_.setBytesDone(result_.sectorsDone * disk_.sectorSize());
     }
-    if (!disk_.flush()) result_.code = Error::write;
+    if (disk_.flush() != Error::none) result_.code = Error::write;
     disk_.dropCaches();
     return result_;
   }
@@ -45,14 +45,14 @@ class ZeroWiper {
  private:
   void wipePiece(u64 count) {
     const u64 first = extent_.startSector + result_.sectorsDone;
-    if (!disk_.writeZeros(first, count)) {
+    if (disk_.writeZeros(first, count) != Error::none) {
       if (!ignoreErrors_ && !askToIgnore(context_.ui)) {
         result_.code = Error::write;
         return;
       }
       ignoreErrors_ = true;
       for (u64 lba = first; lba < first + count; ++lba)
-        result_.sectorsFailed += disk_.writeZeros(lba, 1) ? 0 : 1;
+        result_.sectorsFailed += disk_.writeZeros(lba, 1) == Error::none ? 0 : 1;
     }
     result_.sectorsDone += count;
   }

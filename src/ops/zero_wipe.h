@@ -8,9 +8,9 @@
 namespace tallowin {
 
 struct WipeResult {
-  Error code = Error::none;  // cancelled, write (not ignored, or the flush failed)
-  u64 sectorsDone = 0;       // from the start of the extent; ignored failures count as done
-  u64 sectorsFailed = 0;     // of these, that could not be written
+  Failure code = Error::none;  // cancelled, write (not ignored, or the flush failed)
+  u64 sectorsDone = 0;         // from the start of the extent; ignored failures count as done
+  u64 sectorsFailed = 0;       // of these, that could not be written
 };
 
 // Shows its progress; the user may stop it, and may ignore write errors. What was done is on the

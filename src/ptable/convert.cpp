@@ -3,14 +3,14 @@
 #include <algorithm>
 
 #include "base/text.h"
-#include "ptable/boot_code.h"
+#include "probe/type_catalogue.h"
 #include "ptable/convert_common.h"
-#include "ptable/gpt_scheme.h"
-#include "ptable/gpt_types.h"
-#include "ptable/mbr_edit.h"
+#include "ptable/gpt/gpt_scheme.h"
+#include "ptable/gpt/gpt_types.h"
+#include "ptable/mbr/boot_code.h"
+#include "ptable/mbr/mbr_edit.h"
 #include "ptable/sector_swap.h"
 #include "ptable/track_content.h"
-#include "ptable/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -23,7 +23,7 @@ u64 lowestStart(const Drive& drive) {
 }
 
 // Every partition into the slot that it has, then the others into free ones.
-Error fillSlots(Drive& drive, MbrRecord& mbr) {
+Failure fillSlots(Drive& drive, MbrRecord& mbr) {
   const auto put = [&](PartitionEntry& entry, u8 slot) {
     const u8 indicator = entry.bootIndicator;
     if (!putIntoMbrSlot(drive, entry, mbr, slot) || entry.mbrSlot >= kMbrSlots) return false;
@@ -40,32 +40,33 @@ Error fillSlots(Drive& drive, MbrRecord& mbr) {
   return Error::none;
 }
 
-Error readTrackSectors(Drive& drive, std::vector<u8>& sectors) {
+Failure readTrackSectors(Drive& drive, std::vector<u8>& sectors) {
   sectors.assign(kTrackSectors * drive.sectorSize(), 0);
-  return drive.disk().readSectors(0, sectors.data(), kTrackSectors) ? Error::none : Error::read;
+  return drive.disk().readSectors(0, sectors.data(), kTrackSectors) == Error::none ? Error::none
+                                                                                   : Error::read;
 }
 
 // Sector 0 first: from then on a former GPT disk has the new table, and what follows only
 // clears what the old one left behind. On a former EMBR disk clearing the header is what decides.
-Error writeMbrTable(Drive& drive, std::span<const u8> mbrSector, std::optional<u64> embrHeader) {
+Failure writeMbrTable(Drive& drive, std::span<const u8> mbrSector, std::optional<u64> embrHeader) {
   DiskDevice& disk = drive.disk();
   TableSectorImage mbr(disk, 0);
-  if (const Error error = mbr.load(); error != Error::none) return error;
+  if (const Failure error = mbr.load(); error != Error::none) return error;
   const std::vector<u8> old(mbr.bytes().begin(), mbr.bytes().end());
   std::ranges::copy(mbrSector, mbr.bytes().begin());
   if (!embrHeader) {
-    if (const Error error = mbr.store(); error != Error::none || !drive.isGpt()) return error;
+    if (const Failure error = mbr.store(); error != Error::none || !drive.isGpt()) return error;
     const std::vector<u8> zeros((kTrackSectors - 1) * drive.sectorSize());
-    const bool cleared = disk.writeSectors(1, zeros.data(), kTrackSectors - 1) &&
-                         invalidateGptBackup(disk) == Error::none && disk.flush();
+    const bool cleared = disk.writeSectors(1, zeros.data(), kTrackSectors - 1) == Error::none &&
+                         invalidateGptBackup(disk) == Error::none && disk.flush() == Error::none;
     return cleared ? Error::none : Error::writeFailedNewTable;
   }
   TableSectorImage header(disk, *embrHeader);
-  if (const Error error = header.load(); error != Error::none) return error;
+  if (const Failure error = header.load(); error != Error::none) return error;
   header.bytes()[0] = 0;
-  if (const Error error = mbr.store(); error != Error::none)
+  if (const Failure error = mbr.store(); error != Error::none)
     return error == Error::writeFailedNewTable ? Error::writeFailedTableUnknown : error;
-  const Error error = header.store();
+  const Failure error = header.store();
   if (error != Error::write) return error;
   std::ranges::copy(old, mbr.bytes().begin());
   return mbr.store() == Error::none ? Error::write : Error::writeFailedTableUnknown;
@@ -84,21 +85,21 @@ bool endsBeyondMbr(const Drive& drive) {
   });
 }
 
-Error undoConversion(Drive& drive, std::span<const u8> oldFirstSectors) {
+Failure undoConversion(Drive& drive, std::span<const u8> oldFirstSectors) {
   DiskDevice& disk = drive.disk();
   const Scheme before = drive.scheme();
   static_cast<void>(
       disk.writeSectors(0, oldFirstSectors.data(), oldFirstSectors.size() / drive.sectorSize()));
   disk.dropCaches();
-  if (!disk.flush() || drive.reread() != Error::none ||
+  if (disk.flush() != Error::none || drive.reread() != Error::none ||
       (drive.table().status & kTableUnreadable) != 0)
     return Error::writeFailedTableUnknown;
   return drive.scheme() == before ? Error::write : Error::writeFailedNewTable;
 }
 
-Error checkConvertible(Drive& drive, Scheme target) {
+Failure checkConvertible(Drive& drive, Scheme target) {
   if (drive.table().slots == 0 || (drive.table().status & kTableNone) != 0) return Error::noTable;
-  if (const Error error = drive.checkChange(); error != Error::none) return error;
+  if (const Failure error = drive.checkChange(); error != Error::none) return error;
   if (drive.table().hasErrors()) return Error::tableInError;
   if (drive.gptHealth() && !drive.gptHealth()->isSound()) return Error::gptTableCheck;
   const bool insists = (drive.flags() & kDriveOverwriteTrack) != 0;
@@ -127,12 +128,12 @@ std::optional<std::string> overwrittenByTable(Drive& drive, Scheme target) {
                            std::min({end, lowestStart(drive), drive.lastLba()}));
 }
 
-Error convertToMbr(Drive& drive, bool allowWithoutTable) {
+Failure convertToMbr(Drive& drive, bool allowWithoutTable) {
   const bool hasTable = drive.table().slots != 0 && (drive.table().status & kTableNone) == 0;
   if (!hasTable && !allowWithoutTable) return Error::noTable;
   if (hasTable) {
     if (drive.scheme() == Scheme::mbr) return Error::none;
-    if (const Error error = checkConvertible(drive, Scheme::mbr); error != Error::none)
+    if (const Failure error = checkConvertible(drive, Scheme::mbr); error != Error::none)
       return error;
     if (endsBeyondMbr(drive)) return Error::partitionBeyondTable;
     if (drive.table().usedSlots > kMbrSlots) return Error::tooManyPartitions;
@@ -140,7 +141,7 @@ Error convertToMbr(Drive& drive, bool allowWithoutTable) {
   std::optional<u64> embrHeader;
   if (!drive.isGpt()) {
     std::vector<u8> sectors;
-    if (const Error error = readTrackSectors(drive, sectors); error != Error::none) return error;
+    if (const Failure error = readTrackSectors(drive, sectors); error != Error::none) return error;
     const u64 header = embrSectorIn(sectors, drive.sectorSize());
     if (textAt(sectors, header * drive.sectorSize(), "EMBR")) embrHeader = header;
   }
@@ -149,9 +150,9 @@ Error convertToMbr(Drive& drive, bool allowWithoutTable) {
   installBootCode(BootCode::standard, mbr);
   mbr.diskSignature = drive.diskSignature();
   if (hasTable) {
-    if (const Error error = fillSlots(drive, mbr); error != Error::none) return error;
+    if (const Failure error = fillSlots(drive, mbr); error != Error::none) return error;
   }
-  const Error error = writeMbrTable(drive, mbrSector, embrHeader);
+  const Failure error = writeMbrTable(drive, mbrSector, embrHeader);
   if (error != Error::write) drive.setFlags(kDriveChanged, kDriveChanged);
   return error;
 }

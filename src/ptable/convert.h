@@ -23,11 +23,11 @@ namespace tallowin {
 // Nothing to do for a disk that has the scheme already. The entries on hand are stale afterwards.
 
 // A disk without a table gets an empty one, when `allowWithoutTable`.
-Error convertToMbr(Drive& drive, bool allowWithoutTable);
+Failure convertToMbr(Drive& drive, bool allowWithoutTable);
 // With `createReserved` the first free block of 16 MiB or more becomes a reserved partition.
-Error convertToGpt(Drive& drive, bool createReserved);
+Failure convertToGpt(Drive& drive, bool createReserved);
 // `limitPrimaries`: the new table offers four slots, all of them in the MBR as well.
-Error convertToEmbr(Drive& drive, bool limitPrimaries);
+Failure convertToEmbr(Drive& drive, bool limitPrimaries);
 
 // Names what lies where a table of `target` would be written and would be lost: a boot loader
 // behind the MBR, or a partition that only a boot loader on a GPT uses. Nothing when there is

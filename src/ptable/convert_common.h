@@ -8,11 +8,11 @@
 namespace tallowin {
 
 // The checks that all conversions of a disk with a table begin with.
-Error checkConvertible(Drive& drive, Scheme target);
+Failure checkConvertible(Drive& drive, Scheme target);
 // Whether a partition ends where 32 bits do not reach.
 bool endsBeyondMbr(const Drive& drive);
 // A write failed: the first sectors come back as far as the disk allows, and the disk is asked
 // which table it has. write, writeFailedNewTable, writeFailedTableUnknown.
-Error undoConversion(Drive& drive, std::span<const u8> oldFirstSectors);
+Failure undoConversion(Drive& drive, std::span<const u8> oldFirstSectors);
 
 }  // namespace tallowin

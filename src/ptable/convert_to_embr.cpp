@@ -1,12 +1,12 @@
 #include <algorithm>
 
+#include "probe/type_catalogue.h"
 #include "ptable/convert.h"
 #include "ptable/convert_common.h"
-#include "ptable/embr_image.h"
-#include "ptable/embr_scheme.h"
-#include "ptable/gpt_image.h"
-#include "ptable/mbr_edit.h"
-#include "ptable/type_catalogue.h"
+#include "ptable/embr/embr_image.h"
+#include "ptable/embr/embr_scheme.h"
+#include "ptable/gpt/gpt_image.h"
+#include "ptable/mbr/mbr_edit.h"
 
 namespace tallowin {
 namespace {
@@ -19,7 +19,7 @@ void prepareMbr(const Drive& drive, EmbrImage& image) {
     if (slot.type == types::kGptReserved) slot.clear();
 }
 
-Error addEntry(Drive& drive, PartitionEntry& entry, EmbrImage& image) {
+Failure addEntry(Drive& drive, PartitionEntry& entry, EmbrImage& image) {
   if (entry.type == types::kDynamicDisk) return Error::dynamicDisk;
   auto& mbr = *recordAt<MbrRecord>(image.mbr());
   if (entry.mbrSlot >= kMbrSlots && !mbrIsFull(mbr)) {
@@ -32,7 +32,7 @@ Error addEntry(Drive& drive, PartitionEntry& entry, EmbrImage& image) {
                                                                  : Error::tooManyPartitions;
 }
 
-Error build(Drive& drive, bool limitPrimaries, EmbrImage& image) {
+Failure build(Drive& drive, bool limitPrimaries, EmbrImage& image) {
   image.create(drive.geometry(), false);
   image.setLimitsPrimaries(limitPrimaries);
   prepareMbr(drive, image);
@@ -40,7 +40,7 @@ Error build(Drive& drive, bool limitPrimaries, EmbrImage& image) {
   if (drive.table().usedSlots > most) return Error::tooManyPartitions;
   for (const auto& entry : drive.table().entries) {
     if (entry->isFree()) continue;
-    if (const Error error = addEntry(drive, *entry, image); error != Error::none) return error;
+    if (const Failure error = addEntry(drive, *entry, image); error != Error::none) return error;
   }
   const auto used = drive.usedRegion();
   return used && used->first < image.endSector() ? Error::outsideUsableArea : Error::none;
@@ -48,17 +48,18 @@ Error build(Drive& drive, bool limitPrimaries, EmbrImage& image) {
 
 }  // namespace
 
-Error convertToEmbr(Drive& drive, bool limitPrimaries) {
+Failure convertToEmbr(Drive& drive, bool limitPrimaries) {
   if (drive.isEmbr()) return Error::none;
-  if (const Error error = checkConvertible(drive, Scheme::embr); error != Error::none) return error;
+  if (const Failure error = checkConvertible(drive, Scheme::embr); error != Error::none)
+    return error;
   if (endsBeyondMbr(drive)) return Error::partitionBeyondTable;
   DiskDevice& disk = drive.disk();
   EmbrImage image;
-  const Error found = EmbrImage::read(disk, image);
+  const Failure found = EmbrImage::read(disk, image);
   if (found != Error::notThisFormat && found != Error::none) return Error::read;
   if (!image.hasRoom()) return Error::outsideUsableArea;
   const EmbrImage old = image;
-  if (const Error error = build(drive, limitPrimaries, image); error != Error::none) return error;
+  if (const Failure error = build(drive, limitPrimaries, image); error != Error::none) return error;
 
   const bool wasGpt = drive.isGpt();
   const u32 extraSectors = wasGpt ? 1 : 0;
@@ -66,7 +67,7 @@ Error convertToEmbr(Drive& drive, bool limitPrimaries) {
   drive.setFlags(kDriveChanged, kDriveChanged);
   if (image.writeAsNewTable(disk, extraSectors) != Error::none)
     return undoConversion(drive, old.firstSectors(image.endSector() + extraSectors));
-  if (wasGpt && (invalidateGptBackup(disk) != Error::none || !disk.flush()))
+  if (wasGpt && (invalidateGptBackup(disk) != Error::none || disk.flush() != Error::none))
     return Error::writeFailedNewTable;
   return Error::none;
 }

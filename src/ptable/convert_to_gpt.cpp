@@ -1,12 +1,12 @@
 #include <algorithm>
 
-#include "ptable/boot_code.h"
+#include "disk/mbr_record.h"
+#include "probe/type_catalogue.h"
 #include "ptable/convert.h"
 #include "ptable/convert_common.h"
-#include "ptable/gpt_scheme.h"
-#include "ptable/gpt_types.h"
-#include "ptable/mbr_record.h"
-#include "ptable/type_catalogue.h"
+#include "ptable/gpt/gpt_scheme.h"
+#include "ptable/gpt/gpt_types.h"
+#include "ptable/mbr/boot_code.h"
 
 namespace tallowin {
 namespace {
@@ -19,13 +19,13 @@ class GptBuilder {
  public:
   GptBuilder(Drive& drive, GptImage& image) : drive_(drive), image_(image) {}
 
-  Error take(PartitionEntry& entry);
+  Failure take(PartitionEntry& entry);
   // Only the first free block that is large enough is used; the others are passed over.
-  Error offerBlock(const TableEntry& block);
+  Failure offerBlock(const TableEntry& block);
   std::optional<u64> reservedStart() const { return reservedStart_; }
 
  private:
-  Error put(PartitionEntry& entry);
+  Failure put(PartitionEntry& entry);
 
   Drive& drive_;
   GptImage& image_;
@@ -33,7 +33,7 @@ class GptBuilder {
   std::optional<u64> reservedStart_;
 };
 
-Error GptBuilder::put(PartitionEntry& entry) {
+Failure GptBuilder::put(PartitionEntry& entry) {
   if (count_ >= image_.entryCount()) return Error::tooManyPartitions;
   if (entry.startSector < image_.header().firstUsableLba ||
       entry.endSector > image_.header().lastUsableLba)
@@ -45,7 +45,7 @@ Error GptBuilder::put(PartitionEntry& entry) {
   return Error::none;
 }
 
-Error GptBuilder::take(PartitionEntry& entry) {
+Failure GptBuilder::take(PartitionEntry& entry) {
   if (entry.type == types::kDynamicDisk) return Error::dynamicDisk;
   entry.attributes = 0;
   // Firmware finds an EFI System partition by nothing else.
@@ -53,7 +53,7 @@ Error GptBuilder::take(PartitionEntry& entry) {
   return put(entry);
 }
 
-Error GptBuilder::offerBlock(const TableEntry& block) {
+Failure GptBuilder::offerBlock(const TableEntry& block) {
   if (reservedStart_) return Error::none;
   const u64 start = std::max<u64>(block.startSector, image_.header().firstUsableLba);
   const u64 end = std::min<u64>(block.endSector, image_.header().lastUsableLba);
@@ -69,9 +69,9 @@ Error GptBuilder::offerBlock(const TableEntry& block) {
   return put(reserved);
 }
 
-Error build(Drive& drive, bool createReserved, GptBuilder& builder) {
+Failure build(Drive& drive, bool createReserved, GptBuilder& builder) {
   for (const auto& entry : drive.table().entries) {
-    Error error = Error::none;
+    Failure error = Error::none;
     if (entry->isFree()) {
       if (createReserved) error = builder.offerBlock(*entry);
     } else if (entry->volumes) {
@@ -87,10 +87,11 @@ Error build(Drive& drive, bool createReserved, GptBuilder& builder) {
 
 }  // namespace
 
-Error convertToGpt(Drive& drive, bool createReserved) {
+Failure convertToGpt(Drive& drive, bool createReserved) {
   constexpr u64 kReservedHeadSectors = 8;
   if (drive.isGpt()) return Error::none;
-  if (const Error error = checkConvertible(drive, Scheme::gpt); error != Error::none) return error;
+  if (const Failure error = checkConvertible(drive, Scheme::gpt); error != Error::none)
+    return error;
   GptImage image;
   const Guid diskGuid = randomGuid(drive.tableContext().host);
   if (GptImage::create(drive.lastLba(), drive.sectorSize(), diskGuid, image) != Error::none)
@@ -99,20 +100,21 @@ Error convertToGpt(Drive& drive, bool createReserved) {
   installBootCode(BootCode::standard, mbr);
   if (drive.diskSignature() != 0) mbr.diskSignature = drive.diskSignature();
   GptBuilder builder(drive, image);
-  if (const Error error = build(drive, createReserved, builder); error != Error::none) return error;
+  if (const Failure error = build(drive, createReserved, builder); error != Error::none)
+    return error;
 
   DiskDevice& disk = drive.disk();
   const u64 tableEnd = 2 + u64{kGptEntryCount} * kGptEntrySize / drive.sectorSize();
   std::vector<u8> old(tableEnd * drive.sectorSize());
-  if (!disk.readSectors(0, old.data(), tableEnd)) return Error::read;
-  const Error written = drive.isEmbr() ? image.writeOverHeaderTable(disk) : image.write(disk);
+  if (disk.readSectors(0, old.data(), tableEnd) != Error::none) return Error::read;
+  const Failure written = drive.isEmbr() ? image.writeOverHeaderTable(disk) : image.write(disk);
   drive.setFlags(kDriveChanged, kDriveChanged);
   if (written != Error::none) return undoConversion(drive, old);
   if (!builder.reservedStart()) return Error::none;
   const std::vector<u8> zeros(kReservedHeadSectors * drive.sectorSize());
-  const bool cleared =
-      disk.writeSectors(*builder.reservedStart(), zeros.data(), kReservedHeadSectors) &&
-      disk.flush();
+  const bool cleared = disk.writeSectors(*builder.reservedStart(), zeros.data(),
+                                         kReservedHeadSectors) == Error::none &&
+                       disk.flush() == Error::none;
   return cleared ? Error::none : Error::writeFailedNewTable;
 }
 

@@ -4,16 +4,16 @@
 
 #include "disk/disk_handles.h"
 #include "disk/geometry_modes.h"
-#include "ptable/ebr_reader.h"
-#include "ptable/ebr_writer.h"
-#include "ptable/embr_scheme.h"
+#include "disk/mbr_record.h"
+#include "probe/identify.h"
+#include "probe/type_catalogue.h"
+#include "ptable/embr/embr_scheme.h"
 #include "ptable/free_space.h"
-#include "ptable/gpt_scheme.h"
-#include "ptable/identify.h"
-#include "ptable/mbr_record.h"
+#include "ptable/gpt/gpt_scheme.h"
+#include "ptable/mbr/ebr_reader.h"
+#include "ptable/mbr/ebr_writer.h"
 #include "ptable/scheme.h"
 #include "ptable/sector_swap.h"
-#include "ptable/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -28,12 +28,12 @@ std::vector<u8> readTrack(DiskDevice& disk, u64 sectors) {
   const u32 sectorSize = disk.sectorSize();
   const u64 wanted = std::min<u64>(sectors, std::max<u64>(1, kTrackBytes / sectorSize));
   std::vector<u8> track(wanted * sectorSize);
-  if (disk.readSectors(0, track.data(), wanted)) return track;
+  if (disk.readSectors(0, track.data(), wanted) == Error::none) return track;
   track.assign(std::min(wanted, kNeededSectors) * sectorSize, 0);
-  if (!disk.readSectors(0, track.data(), 1)) return {};
+  if (disk.readSectors(0, track.data(), 1) != Error::none) return {};
   for (u64 lba = 1; lba < track.size() / sectorSize; ++lba) {
     u8* sector = track.data() + lba * sectorSize;
-    if (!disk.readSectors(lba, sector, 1)) std::fill_n(sector, sectorSize, u8{0});
+    if (disk.readSectors(lba, sector, 1) != Error::none) std::fill_n(sector, sectorSize, u8{0});
   }
   return track;
 }
@@ -49,11 +49,11 @@ Drive::Drive(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpenOption
       driveNumber_(options.driveNumber),
       labelReader_(options.labelReader) {}
 
-Error Drive::open(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpenOptions& options,
-                  std::unique_ptr<Drive>& drive) {
+Failure Drive::open(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpenOptions& options,
+                    std::unique_ptr<Drive>& drive) {
   std::unique_ptr<Drive> opened(new Drive(std::move(disk), host, options));
   if (!opened->prepare(options)) return Error::geometryNotAvailable;
-  if (const Error error = opened->reread(); error != Error::none) return error;
+  if (const Failure error = opened->reread(); error != Error::none) return error;
   drive = std::move(opened);
   return Error::none;
 }
@@ -119,7 +119,7 @@ TableContext Drive::tableContext() const {
   return {*disk_, geometry_, lastLba_, flags_, biosNumber_, host_, labelReader_};
 }
 
-Error Drive::reread() {
+Failure Drive::reread() {
   TableReading reading;
   reading.lastUsableSector = std::min(lastLba_, kHighestMbrSector);
   readTable(reading);
@@ -227,27 +227,27 @@ const char* Drive::schemeName() const {
 
 std::string Drive::changeRefusal() const { return scheme_->changeRefusal(); }
 
-Error Drive::changesAllowed() const {
+Failure Drive::changesAllowed() const {
   return changeRefusal().empty() ? Error::none : Error::tableUnreadable;
 }
 
-Error Drive::checkChange() const {
-  if (const Error error = changesAllowed(); error != Error::none) return error;
+Failure Drive::checkChange() const {
+  if (const Failure error = changesAllowed(); error != Error::none) return error;
   if (table_->slots == 0 || table_->status != 0) return Error::unsupportedForm;
   return scheme_->checkUnchanged(tableContext(), *table_);
 }
 
 // Whenever the new table may be on the disk, the model is out of date.
-Error Drive::finishChange(Error error) {
+Failure Drive::finishChange(Failure error) {
   const bool mayBeNew = error == Error::none || error == Error::writeFailedNewTable ||
                         error == Error::writeFailedTableUnknown;
   if (mayBeNew) flags_ |= kDriveChanged;
   return error;
 }
 
-Error Drive::commit(PartitionEntry& entry) {
-  if (const Error error = checkChange(); error != Error::none) return error;
-  Error error = Error::none;
+Failure Drive::commit(PartitionEntry& entry) {
+  if (const Failure error = checkChange(); error != Error::none) return error;
+  Failure error = Error::none;
   if (auto* volume = dynamic_cast<VolumeEntry*>(&entry)) {
     const TableEntry* container = containerOf(entry);
     if (container == nullptr) return Error::outsideUsableArea;
@@ -273,8 +273,8 @@ void Drive::giveSequence(const TableEntry& container, VolumeEntry& volume) const
   volume.id = static_cast<PartitionId>(parent | sequence);
 }
 
-Error Drive::remove(const PartitionEntry& entry) {
-  if (const Error error = checkChange(); error != Error::none) return error;
+Failure Drive::remove(const PartitionEntry& entry) {
+  if (const Failure error = checkChange(); error != Error::none) return error;
   if (const auto* volume = dynamic_cast<const VolumeEntry*>(&entry)) {
     const TableEntry* container = containerOf(entry);
     if (container == nullptr) return Error::tableChangedMeanwhile;
@@ -283,8 +283,8 @@ Error Drive::remove(const PartitionEntry& entry) {
   return finishChange(scheme_->remove(tableContext(), dynamic_cast<const TableEntry&>(entry)));
 }
 
-Error Drive::changeProperties(const PartitionEntry& entry, const EntryProperties& wanted) {
-  if (const Error error = checkChange(); error != Error::none) return error;
+Failure Drive::changeProperties(const PartitionEntry& entry, const EntryProperties& wanted) {
+  if (const Failure error = checkChange(); error != Error::none) return error;
   const auto* volume = dynamic_cast<const VolumeEntry*>(&entry);
   if (volume == nullptr)
     return finishChange(
@@ -294,22 +294,22 @@ Error Drive::changeProperties(const PartitionEntry& entry, const EntryProperties
   return finishChange(changeVolume(tableContext(), *container, *volume, wanted));
 }
 
-Error Drive::repairGpt() {
+Failure Drive::repairGpt() {
   if (!isGpt()) return Error::unsupportedForm;
-  if (const Error error = scheme_->checkUnchanged(tableContext(), *table_); error != Error::none)
+  if (const Failure error = scheme_->checkUnchanged(tableContext(), *table_); error != Error::none)
     return error;
   return finishChange(repairGptOn(tableContext()));
 }
 
-Error Drive::setLimitPrimaries(bool limit, bool makeFirstActive) {
+Failure Drive::setLimitPrimaries(bool limit, bool makeFirstActive) {
   if (!isEmbr()) return Error::noTable;
-  if (const Error error = checkChange(); error != Error::none) return error;
+  if (const Failure error = checkChange(); error != Error::none) return error;
   return finishChange(setEmbrLimit(tableContext(), limit, makeFirstActive));
 }
 
-Error Drive::ensureDiskSignature(u32 value) {
+Failure Drive::ensureDiskSignature(u32 value) {
   if (diskSignature_ != 0) return Error::none;
-  if (const Error error = checkChange(); error != Error::none) return error;
+  if (const Failure error = checkChange(); error != Error::none) return error;
   if (value == 0) {
     std::array<u8, 4> bytes{};
     host_.randomBytes(bytes);
@@ -317,9 +317,9 @@ Error Drive::ensureDiskSignature(u32 value) {
     value = *recordAt<Le32>(std::span<const u8>(bytes));
   }
   TableSectorImage image(*disk_, 0);
-  if (const Error error = image.load(); error != Error::none) return error;
+  if (const Failure error = image.load(); error != Error::none) return error;
   image.as<MbrRecord>().diskSignature = value;
-  const Error error = image.store();
+  const Failure error = image.store();
   if (error == Error::none || error == Error::writeFailedNewTable) diskSignature_ = value;
   return error;
 }

@@ -5,12 +5,12 @@
 #include <memory>
 #include <optional>
 
-#include "app/settings/alignment.h"
 #include "base/error.h"
 #include "base/geometry.h"
 #include "base/host.h"
 #include "disk/disk_device.h"
-#include "ptable/gpt_health.h"
+#include "ptable/alignment.h"
+#include "ptable/gpt/gpt_health.h"
 #include "ptable/partition_entry.h"
 
 namespace tallowin {
@@ -77,8 +77,8 @@ class Drive {
  public:
   // Never fails because of what is on the disk; outOfMemory, geometryNotAvailable (also: the
   // size cannot be found out).
-  static Error open(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpenOptions& options,
-                    std::unique_ptr<Drive>& drive);
+  static Failure open(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpenOptions& options,
+                      std::unique_ptr<Drive>& drive);
 
   DiskDevice& disk() { return *disk_; }
   const PartitionTable& table() const { return *table_; }
@@ -114,16 +114,16 @@ class Drive {
 
   // Whether the table may be changed: tableUnreadable for disks whose table cannot be read.
   // commit, remove, changeProperties and ensureDiskSignature answer the same.
-  Error changesAllowed() const;
+  Failure changesAllowed() const;
   // One sentence for the user, empty when changes are allowed.
   std::string changeRefusal() const;
 
   // What every change of the table asks first: changesAllowed; unsupportedForm, there is no table,
   // or it could not be read; tableChangedMeanwhile, the disk holds another one by now; read.
-  Error checkChange() const;
+  Failure checkChange() const;
 
   // Reads the table again; flag kDriveChanged is cleared and kDriveReread set.
-  Error reread();
+  Failure reread();
 
   // Writes one new entry to the disk. `entry` is a free block of this drive's table whose
   // extent, type, name and id were set for what it is to become.
@@ -132,24 +132,24 @@ class Drive {
   // outsideUsableArea, the extent leaves its free region or the limits of the table;
   // tableInError, tableChangedMeanwhile, tableUnreadable.
   // read, write: the old table stands. writeFailedNewTable, writeFailedTableUnknown: see there.
-  Error commit(PartitionEntry& entry);
+  Failure commit(PartitionEntry& entry);
   // Removes an entry from the tables on disk; an extended partition goes with its volumes.
   // Errors as for commit.
-  Error remove(const PartitionEntry& entry);
+  Failure remove(const PartitionEntry& entry);
   // Writes all that is wanted in one step. unsupportedForm: the table has no place for one of
   // them, and nothing was written; otherwise as for commit.
-  Error changeProperties(const PartitionEntry& entry, const EntryProperties& wanted);
+  Failure changeProperties(const PartitionEntry& entry, const EntryProperties& wanted);
   // Makes both copies of a GPT sound again: the backup moves to the last sector of the disk, and
   // both are written from the copy that was read. unsupportedForm: no GPT; backupOverlaps: a
   // partition lies where the backup belongs; else as for commit.
-  Error repairGpt();
+  Failure repairGpt();
   // Of an EMBR disk: whether the table offers four slots only. With the limit every partition gets
   // a slot in the MBR, for what has none there would be dropped at the next start; and where no
   // slot is active, `makeFirstActive` marks the first. noTable: no EMBR; tooManyPartitions;
   // partitionBeyondTable, a slot cannot hold its sectors; else as for commit.
-  Error setLimitPrimaries(bool limit, bool makeFirstActive);
+  Failure setLimitPrimaries(bool limit, bool makeFirstActive);
   // Gives the disk a signature when it has none; `value` 0 makes a random one.
-  Error ensureDiskSignature(u32 value = 0);
+  Failure ensureDiskSignature(u32 value = 0);
   // Flushes, drops what caches hold and tells the kernel about the table on disk.
   KernelTable settle();
 
@@ -192,7 +192,7 @@ class Drive {
   void giveSequence(const TableEntry& container, VolumeEntry& volume) const;
   std::vector<KernelPartition> kernelPartitions() const;
   bool isWhollyRead() const;
-  Error finishChange(Error error);
+  Failure finishChange(Failure error);
 
   std::shared_ptr<DiskDevice> disk_;
   Host& host_;

@@ -1,9 +1,9 @@
 // What flows ask of an opened drive.
 #include <algorithm>
 
+#include "probe/type_catalogue.h"
 #include "ptable/drive.h"
 #include "ptable/scheme.h"
-#include "ptable/type_catalogue.h"
 
 namespace tallowin {
 namespace {

@@ -4,9 +4,9 @@
 #include <filesystem>
 
 #include "base/text.h"
+#include "disk/mbr_record.h"
 #include "files/host_file.h"
-#include "ptable/embr_record.h"
-#include "ptable/mbr_record.h"
+#include "ptable/embr/embr_record.h"
 
 namespace tallowin {
 namespace {
@@ -51,19 +51,19 @@ class TrackRestore {
     lowestStart_ = used ? used->first : kAllOnes64;
   }
 
-  Error run(const std::string& path) {
-    Error restored = Error::none;
+  Failure run(const std::string& path) {
+    Failure restored = Error::none;
     if (!load(path) || !mergeSectorZero()) {
       const u64 sectors = std::min<u64>(trackSectors(), drive_.lastLba() + 1);
-      if (!drive_.disk().readSectors(0, track_.data(), sectors)) return Error::read;
+      if (drive_.disk().readSectors(0, track_.data(), sectors) != Error::none) return Error::read;
     } else {
       restored = writeDifference();
     }
-    const Error cleared = clearEmbr();
-    const Error replaced = replaceEmbrBootCode();
-    for (const Error error : {restored, cleared, replaced})
+    const Failure cleared = clearEmbr();
+    const Failure replaced = replaceEmbrBootCode();
+    for (const Failure& error : {restored, cleared, replaced})
       if (error != Error::none) return error;
-    return drive_.disk().flush() ? Error::none : Error::write;
+    return drive_.disk().flush();
   }
 
  private:
@@ -80,7 +80,7 @@ class TrackRestore {
     constexpr std::size_t kSignatureAt = offsetof(MbrRecord, diskSignature);
     constexpr std::size_t kSlotsAt = offsetof(MbrRecord, slots);
     std::vector<u8> current(sectorSize_);
-    if (!drive_.disk().readSectors(0, current.data(), 1)) return false;
+    if (drive_.disk().readSectors(0, current.data(), 1) != Error::none) return false;
     const u32 savedSignature = mbr().diskSignature;
     if (savedSignature != 0 &&
         savedSignature != recordAt<MbrRecord>(std::span(current))->diskSignature) {
@@ -97,15 +97,15 @@ class TrackRestore {
 
   bool write(u64 lba, u64 count) {
     drive_.setFlags(kDriveChanged, kDriveChanged);
-    return drive_.disk().writeSectors(lba, track_.data() + lba * sectorSize_, count);
+    return drive_.disk().writeSectors(lba, track_.data() + lba * sectorSize_, count) == Error::none;
   }
 
-  Error writeDifference() {
+  Failure writeDifference() {
     const u64 most = std::max<u64>(
         1, std::min({trackSectors(), lowestStart_, u64{drive_.geometry().sectorsPerTrack}}));
     std::vector<u8> current(most * sectorSize_);
     u64 count = most;
-    if (drive_.disk().readSectors(0, current.data(), most)) {
+    if (drive_.disk().readSectors(0, current.data(), most) == Error::none) {
       const auto differs = [&](u64 lba) {
         const auto at = static_cast<std::ptrdiff_t>(lba * sectorSize_);
         return !std::equal(current.begin() + at,
@@ -117,7 +117,7 @@ class TrackRestore {
     return write(0, count) ? Error::none : Error::write;
   }
 
-  Error clearEmbr() {
+  Failure clearEmbr() {
     const auto header = embrHeaderIn(track_, sectorSize_);
     if (!header) return Error::none;
     const u64 at = *header;
@@ -138,7 +138,7 @@ class TrackRestore {
     return write(at, count) ? Error::none : Error::write;
   }
 
-  Error replaceEmbrBootCode() {
+  Failure replaceEmbrBootCode() {
     constexpr std::size_t kNameAt = 11;
     if (!textAt(track_, kNameAt, "EMBRI")) return Error::none;
     installBootCode(bootCode_, mbr());
@@ -158,17 +158,17 @@ std::string firstTrackFileName(const Drive& drive) {
   return format("SAVEMBR%X.UND", static_cast<unsigned>(drive.biosNumber() - kFirstBiosDisk));
 }
 
-Error saveFirstTrack(Drive& drive, const std::string& path) {
+Failure saveFirstTrack(Drive& drive, const std::string& path) {
   const u64 sectors = std::min<u64>(
       {drive.geometry().sectorsPerTrack, kTrackBytes / drive.sectorSize(), drive.lastLba() + 1});
   std::vector<u8> track(sectors * drive.sectorSize());
-  if (!drive.disk().readSectors(0, track.data(), sectors)) return Error::read;
+  if (drive.disk().readSectors(0, track.data(), sectors) != Error::none) return Error::read;
   if (!keepOlder(path)) return Error::cannotCreate;
   const std::string_view text(reinterpret_cast<const char*>(track.data()), track.size());
   return replaceFileDurably(path, text) == Error::none ? Error::none : Error::cannotCreate;
 }
 
-Error restoreFirstTrack(Drive& drive, const std::string& path, BootCode bootCode) {
+Failure restoreFirstTrack(Drive& drive, const std::string& path, BootCode bootCode) {
   return TrackRestore(drive, bootCode).run(path);
 }
 

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "ptable/boot_code.h"
 #include "ptable/drive.h"
+#include "ptable/mbr/boot_code.h"
 
 namespace tallowin {
 
@@ -13,13 +13,13 @@ std::string firstTrackFileName(const Drive& drive);
 
 // Keeps the track, at most 32 KiB of it, on the medium before it returns. A file that is there
 // already is kept under a name with its date. read, cannotCreate: the older file is still there.
-Error saveFirstTrack(Drive& drive, const std::string& path);
+Failure saveFirstTrack(Drive& drive, const std::string& path);
 
 // After a change back to an MBR: what lay behind the MBR comes back, and its boot code; disk
 // signature and slots stay as they are. A file of another disk (another disk signature) restores
 // nothing, and neither does a missing one. In any case an EMBR header that is left is made
 // invalid, and boot code of an EMBR is replaced by `bootCode`.
 // read, write: told only when something was to be written.
-Error restoreFirstTrack(Drive& drive, const std::string& path, BootCode bootCode);
+Failure restoreFirstTrack(Drive& drive, const std::string& path, BootCode bootCode);
 
 }  // namespace tallowin

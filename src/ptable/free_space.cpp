@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {

@@ -1,7 +1,7 @@
 // Checks of what was read, and the free blocks between the entries.
 #pragma once
 
-#include "app/settings/alignment.h"
+#include "ptable/alignment.h"
 #include "ptable/scheme.h"
 
 namespace tallowin {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 
-#include "ptable/embr_scheme.h"
-#include "ptable/gpt_scheme.h"
-#include "ptable/mbr_scheme.h"
-#include "ptable/unreadable_gpt_scheme.h"
+#include "ptable/embr/embr_scheme.h"
+#include "ptable/gpt/gpt_scheme.h"
+#include "ptable/gpt/unreadable_gpt_scheme.h"
+#include "ptable/mbr/mbr_scheme.h"
 
 namespace tallowin {
 namespace {

@@ -52,13 +52,14 @@ class TableScheme {
   virtual const char* changeRefusal() const { return ""; }
 
   // Whether the disk still holds the top level that was read: read, tableChangedMeanwhile.
-  virtual Error checkUnchanged(const TableContext& context, const PartitionTable& table) const = 0;
+  virtual Failure checkUnchanged(const TableContext& context,
+                                 const PartitionTable& table) const = 0;
 
   // Writers of one entry of the top level: see Drive::commit, remove, changeProperties.
-  virtual Error add(const TableContext& context, TableEntry& entry) const = 0;
-  virtual Error remove(const TableContext& context, const TableEntry& entry) const = 0;
-  virtual Error changeProperties(const TableContext& context, const TableEntry& entry,
-                                 const EntryProperties& wanted) const = 0;
+  virtual Failure add(const TableContext& context, TableEntry& entry) const = 0;
+  virtual Failure remove(const TableContext& context, const TableEntry& entry) const = 0;
+  virtual Failure changeProperties(const TableContext& context, const TableEntry& entry,
+                                   const EntryProperties& wanted) const = 0;
 };
 
 // All schemes, the more special ones first; the last one is on every disk.

@@ -15,7 +15,7 @@ class TableSectorImage {
  public:
   TableSectorImage(DiskDevice& disk, u64 lba) : disk_(disk), lba_(lba) {}
 
-  Error load();
+  Failure load();
   u64 lba() const { return lba_; }
   std::span<u8> bytes() { return now_; }
   template <typename Record>
@@ -28,7 +28,7 @@ class TableSectorImage {
   // lie in one half.
   // write: the old sector is on the medium again. writeFailedNewTable: the new one is, though
   // an error was reported. writeFailedTableUnknown: neither could be made sure of.
-  Error store();
+  Failure store();
 
  private:
   bool put(std::span<const u8> bytes);

@@ -4,11 +4,11 @@
 #include <map>
 #include <set>
 
-#include "ptable/ebr_reader.h"
-#include "ptable/gpt_scheme.h"
-#include "ptable/mbr_scheme.h"
+#include "probe/type_catalogue.h"
+#include "ptable/gpt/gpt_scheme.h"
+#include "ptable/mbr/ebr_reader.h"
+#include "ptable/mbr/mbr_scheme.h"
 #include "ptable/sector_swap.h"
-#include "ptable/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -23,13 +23,13 @@ class BackupDisk : public DiskDevice {
     for (const TableSector& sector : backup.sectors) sectors_[sector.lba] = &sector;
   }
 
-  bool flush() override { return true; }
+  Failure flush() override { return {}; }
   std::optional<u64> sectorCount() override { return diskSectors_; }
   bool firmwareGeometry(Geometry&) override { return false; }
 
  protected:
-  bool transferIn(u64 lba, void* buffer, u32 count) override {
-    if (!sectors_.contains(lba)) return false;
+  Failure transferIn(u64 lba, void* buffer, u32 count) override {
+    if (!sectors_.contains(lba)) return {Error::read, 0, lba};
     auto* out = static_cast<u8*>(buffer);
     std::fill_n(out, std::size_t{count} * sectorSize(), u8{0});
     for (u32 i = 0; i < count; ++i) {
@@ -37,9 +37,9 @@ class BackupDisk : public DiskDevice {
       if (found == sectors_.end()) continue;
       std::ranges::copy(found->second->bytes, out + std::size_t{i} * sectorSize());
     }
-    return true;
+    return {};
   }
-  bool transferOut(u64, const void*, u32) override { return false; }
+  Failure transferOut(u64, const void*, u32) override { return Error::readOnlyDisk; }
 
  private:
   u64 diskSectors_;
@@ -72,13 +72,13 @@ void addGptBackupSectors(u64 diskSectors, u32 sectorSize, u32 entries, std::set<
 }
 
 // The sectors that make up the table on a disk, as far as it can be read.
-Error findTableSectors(DiskDevice& disk, u64 diskSectors, Host& host, std::set<u64>& lbas) {
+Failure findTableSectors(DiskDevice& disk, u64 diskSectors, Host& host, std::set<u64>& lbas) {
   constexpr u64 kTrackBytes = 32 * kKiB;
   const u64 trackSectors = std::min(kTrackBytes / disk.sectorSize(), diskSectors);
   std::vector<u8> track(trackSectors * disk.sectorSize());
-  if (!disk.readSectors(0, track.data(), trackSectors)) {
+  if (disk.readSectors(0, track.data(), trackSectors) != Error::none) {
     track.resize(disk.sectorSize());
-    if (!disk.readSectors(0, track.data(), 1)) return Error::read;
+    if (disk.readSectors(0, track.data(), 1) != Error::none) return Error::read;
   }
   lbas.insert(0);
   const LabelReader noLabels;
@@ -100,11 +100,11 @@ Error findTableSectors(DiskDevice& disk, u64 diskSectors, Host& host, std::set<u
   return Error::none;
 }
 
-Error readTableSectors(DiskDevice& disk, const std::set<u64>& lbas,
-                       std::vector<TableSector>& sectors) {
+Failure readTableSectors(DiskDevice& disk, const std::set<u64>& lbas,
+                         std::vector<TableSector>& sectors) {
   for (const u64 lba : lbas) {
     TableSector sector{lba, std::vector<u8>(disk.sectorSize())};
-    if (!disk.readSectors(lba, sector.bytes.data(), 1)) return Error::read;
+    if (disk.readSectors(lba, sector.bytes.data(), 1) != Error::none) return Error::read;
     sectors.push_back(std::move(sector));
   }
   return Error::none;
@@ -122,7 +122,7 @@ bool endsBehind(const MbrRecord& mbr, u64 diskSectors) {
 }
 
 // Everything that can be checked before the first write.
-Error checkFits(Drive& drive, const TableBackup& backup, const RestoreOptions& options) {
+Failure checkFits(Drive& drive, const TableBackup& backup, const RestoreOptions& options) {
   const u64 diskSectors = drive.lastLba() + 1;
   const bool otherSize = backup.diskSectors != diskSectors;
   if (backup.sectorSizeBytes != drive.sectorSize()) return Error::backupOfOtherDisk;
@@ -140,7 +140,7 @@ Error checkFits(Drive& drive, const TableBackup& backup, const RestoreOptions& o
   BackupDisk disk(backup);
   std::set<u64> lbas;
   Host& host = drive.tableContext().host;
-  if (const Error error = findTableSectors(disk, diskSectors, host, lbas); error != Error::none)
+  if (const Failure error = findTableSectors(disk, diskSectors, host, lbas); error != Error::none)
     return Error::corrupt;
   const bool leadsToAll = std::ranges::all_of(
       backup.sectors, [&](const TableSector& sector) { return lbas.contains(sector.lba); });
@@ -149,19 +149,19 @@ Error checkFits(Drive& drive, const TableBackup& backup, const RestoreOptions& o
 
 bool writeAll(DiskDevice& disk, std::span<const TableSector> sectors) {
   return std::ranges::all_of(sectors, [&](const TableSector& sector) {
-    return disk.writeSectors(sector.lba, sector.bytes.data(), 1);
+    return disk.writeSectors(sector.lba, sector.bytes.data(), 1) == Error::none;
   });
 }
 
 // The old MBR stands, and so must what it leads to.
-Error putBack(DiskDevice& disk, std::span<const TableSector> old) {
+Failure putBack(DiskDevice& disk, std::span<const TableSector> old) {
   const bool isBack = writeAll(disk, old);
-  return disk.flush() && isBack ? Error::write : Error::writeFailedTableUnknown;
+  return disk.flush() == Error::none && isBack ? Error::write : Error::writeFailedTableUnknown;
 }
 
 }  // namespace
 
-Error takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup) {
+Failure takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup) {
   DiskDevice& disk = drive.disk();
   TableBackup taken;
   taken.sectorSizeBytes = drive.sectorSize();
@@ -173,36 +173,37 @@ Error takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup) 
   std::set<u64> lbas = {0};
   if (drive.scheme() != Scheme::wholeDisk) {
     Host& host = drive.tableContext().host;
-    if (const Error error = findTableSectors(disk, taken.diskSectors, host, lbas);
+    if (const Failure error = findTableSectors(disk, taken.diskSectors, host, lbas);
         error != Error::none)
       return error;
   }
-  if (const Error error = readTableSectors(disk, lbas, taken.sectors); error != Error::none)
+  if (const Failure error = readTableSectors(disk, lbas, taken.sectors); error != Error::none)
     return error;
   taken.diskSignature = mbrOf(taken).diskSignature;
   backup = std::move(taken);
   return Error::none;
 }
 
-Error restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions& options) {
-  if (const Error error = checkFits(drive, backup, options); error != Error::none) return error;
+Failure restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions& options) {
+  if (const Failure error = checkFits(drive, backup, options); error != Error::none) return error;
   DiskDevice& disk = drive.disk();
   const auto wanted = std::span(backup.sectors).subspan(1);
   std::set<u64> lbas;
   for (const TableSector& sector : wanted) lbas.insert(sector.lba);
   std::vector<TableSector> old;
-  if (const Error error = readTableSectors(disk, lbas, old); error != Error::none) return error;
+  if (const Failure error = readTableSectors(disk, lbas, old); error != Error::none) return error;
   TableSectorImage mbr(disk, 0);
-  if (const Error error = mbr.load(); error != Error::none) return error;
+  if (const Failure error = mbr.load(); error != Error::none) return error;
   std::ranges::copy(backup.sectors.front().bytes, mbr.bytes().begin());
 
   if (!writeAll(disk, wanted)) return putBack(disk, old);
-  if (const Error error = mbr.store(); error != Error::none)
+  if (const Failure error = mbr.store(); error != Error::none)
     return error == Error::write ? putBack(disk, old) : error;
   drive.setFlags(kDriveChanged, kDriveChanged);
   // What is left of a GPT at the end of the disk would be taken for the table by others.
   const bool endsGpt = drive.isGpt() && !lbas.contains(drive.lastLba());
-  const bool isEnded = !endsGpt || (invalidateGptBackup(disk) == Error::none && disk.flush());
+  const bool isEnded =
+      !endsGpt || (invalidateGptBackup(disk) == Error::none && disk.flush() == Error::none);
   return isEnded ? Error::none : Error::writeFailedNewTable;
 }
 

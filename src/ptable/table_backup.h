@@ -34,31 +34,31 @@ struct RestoreOptions {
 };
 
 // Collects the table of `drive` as it lies on the disk. read.
-Error takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup);
+Failure takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup);
 
 // The file format is described in table_backup_record.h.
 std::vector<u8> encodeTableBackup(const TableBackup& backup);
 // notThisFormat; corrupt: checksum, lengths or sector list are wrong.
-Error decodeTableBackup(std::span<const u8> file, TableBackup& backup);
+Failure decodeTableBackup(std::span<const u8> file, TableBackup& backup);
 
 // The file is complete and on the medium, or not there: cannotCreate. An existing file is
 // replaced.
-Error writeTableBackup(const TableBackup& backup, const std::string& path);
+Failure writeTableBackup(const TableBackup& backup, const std::string& path);
 // noSuchFile, or as decodeTableBackup.
-Error readTableBackup(const std::string& path, TableBackup& backup);
+Failure readTableBackup(const std::string& path, TableBackup& backup);
 
 // Writes the table back, whatever scheme the disk has by now, the MBR last, after everything was
 // checked.
 // backupOfOtherDisk: size or signature differ and the options do not accept it, or the sector
 // size differs; corrupt: the sectors are no consistent table, or lie outside the disk.
 // read, write: as for Drive::commit. The entries on hand are stale afterwards.
-Error restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions& options = {});
+Failure restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions& options = {});
 
 // A dated copy in `folder` before a change of the table: table-NAME-YYYYMMDD-HHMMSS.tbk, NAME
 // from the disk's model and serial number or its file name. Never overwrites an older copy;
 // of one disk the newest kKeptTables stay. `path` receives the file's path.
 inline constexpr std::size_t kKeptTables = 50;
-Error keepOldTable(Drive& drive, const std::string& folder, Host& clock,
-                   std::string* path = nullptr);
+Failure keepOldTable(Drive& drive, const std::string& folder, Host& clock,
+                     std::string* path = nullptr);
 
 }  // namespace tallowin

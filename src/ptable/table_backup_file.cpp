@@ -89,7 +89,7 @@ std::vector<u8> encodeTableBackup(const TableBackup& backup) {
   return file;
 }
 
-Error decodeTableBackup(std::span<const u8> file, TableBackup& backup) {
+Failure decodeTableBackup(std::span<const u8> file, TableBackup& backup) {
   const auto* header = recordAt<TableBackupHeaderRecord>(file);
   if (header == nullptr || !textAt(file, 0, kTableBackupMagic) ||
       header->version != kTableBackupVersion)
@@ -120,13 +120,13 @@ Error decodeTableBackup(std::span<const u8> file, TableBackup& backup) {
   return Error::none;
 }
 
-Error writeTableBackup(const TableBackup& backup, const std::string& path) {
+Failure writeTableBackup(const TableBackup& backup, const std::string& path) {
   const std::vector<u8> file = encodeTableBackup(backup);
   const std::string_view text(reinterpret_cast<const char*>(file.data()), file.size());
   return replaceFileDurably(path, text) == Error::none ? Error::none : Error::cannotCreate;
 }
 
-Error readTableBackup(const std::string& path, TableBackup& backup) {
+Failure readTableBackup(const std::string& path, TableBackup& backup) {
   constexpr u64 kLargestFile = 64 * kMiB;
   u64 sizeBytes = 0;
   if (hostFileSize(path, sizeBytes) != Error::none) return Error::noSuchFile;
@@ -136,14 +136,14 @@ Error readTableBackup(const std::string& path, TableBackup& backup) {
   return decodeTableBackup({reinterpret_cast<const u8*>(text.data()), text.size()}, backup);
 }
 
-Error keepOldTable(Drive& drive, const std::string& folder, Host& clock, std::string* path) {
+Failure keepOldTable(Drive& drive, const std::string& folder, Host& clock, std::string* path) {
   TableBackup backup;
   const u64 now = clock.secondsSinceEpoch();
-  if (const Error error = takeTableBackup(drive, now, backup); error != Error::none) return error;
+  if (const Failure error = takeTableBackup(drive, now, backup); error != Error::none) return error;
   const std::string prefix = "table-" + fileNamePart(backup.diskName) + "-";
   const std::string file = reserveFile(folder + "/" + prefix + dateStamp(now));
   if (file.empty()) return Error::cannotCreate;
-  if (const Error error = writeTableBackup(backup, file); error != Error::none) {
+  if (const Failure error = writeTableBackup(backup, file); error != Error::none) {
     std::error_code ignored;
     std::filesystem::remove(file, ignored);
     return error;

@@ -5,9 +5,9 @@
 
 #include "base/bytes.h"
 #include "base/text.h"
-#include "ptable/embr_record.h"
-#include "ptable/gpt_record.h"
-#include "ptable/identify.h"
+#include "probe/identify.h"
+#include "ptable/embr/embr_record.h"
+#include "ptable/gpt/gpt_record.h"
 
 namespace tallowin {
 namespace {
@@ -50,12 +50,12 @@ const char* whatBegins(std::span<const u8> mbr, std::span<const u8> sector) {
 std::optional<std::string> namedTrackContent(DiskDevice& disk, u64 first, u64 end) {
   const std::size_t sectorSize = disk.sectorSize();
   std::vector<u8> mbr(sectorSize);
-  if (!disk.readSectors(0, mbr.data(), 1)) return "sectors that cannot be read";
+  if (disk.readSectors(0, mbr.data(), 1) != Error::none) return "sectors that cannot be read";
   std::vector<u8> sector(sectorSize);
   const u64 diskSectors = disk.sectorCount().value_or(0);
   for (u64 lba = first; lba < end; ++lba) {
     const auto number = static_cast<unsigned long long>(lba);
-    if (!disk.readSectors(lba, sector.data(), 1))
+    if (disk.readSectors(lba, sector.data(), 1) != Error::none)
       return format("something that cannot be read, in sector %llu", number);
     if (const u64 sectors = embrSectors(sector); sectors != 0) {
       lba += sectors - 1;

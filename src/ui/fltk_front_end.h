@@ -7,9 +7,9 @@
 #include <typeindex>
 #include <unordered_map>
 
-#include "app/settings/options.h"
 #include "ops/front_end.h"
-#include "ui/dialog_view.h"
+#include "settings/options.h"
+#include "ui/views/dialog_view.h"
 
 namespace tallowin {
 

@@ -8,7 +8,7 @@
 
 #include "disk/faulty_disk.h"
 #include "disk/memory_disk.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 #include "support/ops_bench.h"
 #include "support/sfdisk.h"
 
@@ -44,7 +44,7 @@ class MbrViewTest : public OpsTest {
   void putMbr(const std::function<void(MbrRecord&)>& change) {
     std::vector<u8> sector = mbr();
     change(*recordAt<MbrRecord>(std::span<u8>(sector)));
-    ASSERT_TRUE(disk_.writeSectors(0, sector.data(), 1));
+    ASSERT_EQ(disk_.writeSectors(0, sector.data(), 1), Error::none);
   }
   void expectDone() { ui_.expectMessage(kDone); }
   void expectChoice(const std::string& row) {

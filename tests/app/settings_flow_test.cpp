@@ -8,7 +8,7 @@
 #include "app/drive_settings_list_model.h"
 #include "app/main_window_model.h"
 #include "app/settings_model.h"
-#include "ptable/embr_image.h"
+#include "ptable/embr/embr_image.h"
 #include "support/fake_host.h"
 #include "support/scripted_front_end.h"
 #include "support/sfdisk.h"
@@ -259,7 +259,7 @@ TEST_F(SettingsFlowTest, HelpShowsItsTopic) {
 
 TEST_F(SettingsFlowTest, TheLimitOfPrimariesIsAskedOfAnEmbrDriveOnly) {
   std::vector<bool> asked;
-  Error answer = Error::none;
+  Failure answer = Error::none;
   SettingsContext context{*session_, ui_, {}, {}};
   context.limitPrimaries = [&](Drive&, bool on) {
     asked.push_back(on);

@@ -110,7 +110,8 @@ TEST_F(TerminalTest, CtrlCWhileSectorsAreClearedSaysWhatIsLeft) {
 
   const std::string path = folder_.sparse("disk.img", 200 * kMiB);
   ASSERT_EQ(makeTable(path, "label: dos\nsize=50M,type=6\nsize=100M,type=83\n"), "");
-  Terminal wipe(slowed({"delete", path, "--part", "2", "--wipe", "--yes"}));
+  Terminal wipe(
+      slowed({"delete", path, "--part", "2", "--wipe", "--yes"}, "pwritev", "delay_exit=100000"));
   ASSERT_TRUE(wipe.waitFor(" left"));
   wipe.type(kCtrlC);
   const ProgramResult unwiped = wipe.finish();

@@ -86,7 +86,7 @@ void writeMbr(DiskDevice& disk, u32 signature, std::vector<MbrEndsRecord::Entry>
   MbrEndsRecord mbr;
   mbr.diskSignature = signature;
   std::copy(entries.begin(), entries.end(), mbr.entries);
-  ASSERT_TRUE(disk.writeSectors(0, &mbr, 1));
+  ASSERT_EQ(disk.writeSectors(0, &mbr, 1), Error::none);
 }
 
 TEST(FirmwareGeometry, TheFirstSoundEntryTellsTheGeometry) {

@@ -161,7 +161,7 @@ TEST_F(ImageDiskTest, AFileSystemOnTheWholeDiskTellsTheSectorSize) {
     const SectorSizeProbe probe = [&](DiskDevice& disk) {
       EXPECT_EQ(disk.sectorSize(), 512U);
       u8 sector[512];
-      EXPECT_TRUE(disk.readSectors(0, sector, 1));
+      EXPECT_EQ(disk.readSectors(0, sector, 1), Error::none);
       return identified;
     };
     return open("raw", kHardDiskKind, 0, probe)->sectorSize();
@@ -178,13 +178,13 @@ TEST_F(ImageDiskTest, LargeSectorsLieWhereTheyBelongAndEndWithTheImage) {
   const auto disk = open("raw", kHardDiskKind, 4096);
   std::vector<u8> sector(4096, 0xA7);
   EXPECT_EQ(disk->sectorCount(), 256U);
-  ASSERT_TRUE(disk->writeSectors(255, sector.data(), 1));
-  ASSERT_TRUE(disk->writeSectors(3, sector.data(), 1));
-  ASSERT_TRUE(disk->writeZeros(3, 1));
-  EXPECT_FALSE(disk->writeSectors(256, sector.data(), 1)) << "half a sector is none";
-  EXPECT_FALSE(disk->readSectors(255, std::vector<u8>(8192).data(), 2));
-  EXPECT_FALSE(disk->readSectors(kAllOnes64, sector.data(), 1));
-  ASSERT_TRUE(disk->flush());
+  ASSERT_EQ(disk->writeSectors(255, sector.data(), 1), Error::none);
+  ASSERT_EQ(disk->writeSectors(3, sector.data(), 1), Error::none);
+  ASSERT_EQ(disk->writeZeros(3, 1), Error::none);
+  EXPECT_NE(disk->writeSectors(256, sector.data(), 1), Error::none) << "half a sector is none";
+  EXPECT_NE(disk->readSectors(255, std::vector<u8>(8192).data(), 2), Error::none);
+  EXPECT_NE(disk->readSectors(kAllOnes64, sector.data(), 1), Error::none);
+  ASSERT_EQ(disk->flush(), Error::none);
   std::string expected(kImageBytes + 2048, '\0');
   expected.replace(kImageBytes - 4096, 4096, 4096, '\xA7');
   EXPECT_TRUE(folder.read("raw") == expected);
@@ -209,17 +209,17 @@ TEST_F(ImageDiskTest, AReadOnlyImageIsReadAndNeverChanged) {
     ASSERT_TRUE(image.disk) << image.reason;
     EXPECT_TRUE(image.disk->traits().readOnly);
     u8 sector[512] = {1};
-    EXPECT_TRUE(image.disk->readSectors(0, sector, 1));
+    EXPECT_EQ(image.disk->readSectors(0, sector, 1), Error::none);
     EXPECT_EQ(sector[0], static_cast<u8>(content[0]));
-    EXPECT_FALSE(image.disk->writeSectors(0, sector, 1));
-    EXPECT_FALSE(image.disk->writeZeros(0, 1));
-    EXPECT_TRUE(image.disk->flush());
+    EXPECT_NE(image.disk->writeSectors(0, sector, 1), Error::none);
+    EXPECT_NE(image.disk->writeZeros(0, 1), Error::none);
+    EXPECT_EQ(image.disk->flush(), Error::none);
     EXPECT_TRUE(folder.read("image") == content);
   }
 }
 
 TEST_F(ImageDiskTest, ARefusalNamesTheFileAndTheReason) {
-  const auto refusal = [&](const std::string& name, Error error, u32 sectorSizeBytes = 0) {
+  const auto refusal = [&](const std::string& name, Failure error, u32 sectorSizeBytes = 0) {
     const OpenedImage image =
         openImageFile(folder.file(name), DiskAccess::readWrite, kHardDiskKind, sectorSizeBytes);
     EXPECT_EQ(image.disk, nullptr) << name;

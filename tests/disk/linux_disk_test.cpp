@@ -89,17 +89,17 @@ TEST_F(LinuxDiskTest, LargeRequestsAreCutAndTheFirstFailingPieceEndsThem) {
     pieces.push_back(count);
     return pieces.size() - 1 == failing ? static_cast<i64>(count - 512) : static_cast<i64>(count);
   };
-  EXPECT_TRUE(disk->writeSectors(0, bytes.data(), bytes.size() / 512));
+  EXPECT_EQ(disk->writeSectors(0, bytes.data(), bytes.size() / 512), Error::none);
   EXPECT_EQ(pieces, std::vector<std::size_t>(5, 4 * kMiB));
   pieces.clear();
   failing = 2;
   std::vector<u8> got(bytes.size());
-  EXPECT_FALSE(disk->readSectors(0, got.data(), got.size() / 512));
+  EXPECT_NE(disk->readSectors(0, got.data(), got.size() / 512), Error::none);
   EXPECT_EQ(pieces.size(), 3U);
   EXPECT_TRUE(std::equal(got.begin(), got.begin() + 8 * kMiB, bytes.begin()));
   EXPECT_EQ(got.back(), 0);
-  EXPECT_TRUE(disk->readSectors(0, nullptr, 0));
-  EXPECT_FALSE(disk->readSectors(kAllOnes64 / 512, got.data(), 1)) << "no offset wraps";
+  EXPECT_EQ(disk->readSectors(0, nullptr, 0), Error::none);
+  EXPECT_NE(disk->readSectors(kAllOnes64 / 512, got.data(), 1), Error::none) << "no offset wraps";
 }
 
 TEST_F(LinuxDiskTest, OneBadSectorDoesNotFailItsNeighbours) {
@@ -116,9 +116,9 @@ TEST_F(LinuxDiskTest, OneBadSectorDoesNotFailItsNeighbours) {
   std::array<u8, 512> sector{};
   for (u64 lba : {7, 8, 9, 15}) {
     calls = 0;
-    EXPECT_EQ(disk->readSectors(lba, sector.data(), 1), lba != 8) << lba;
+    EXPECT_EQ(disk->readSectors(lba, sector.data(), 1) == Error::none, lba != 8) << lba;
     calls = 0;
-    EXPECT_EQ(disk->writeSectors(lba, sector.data(), 1), lba != 8) << lba;
+    EXPECT_EQ(disk->writeSectors(lba, sector.data(), 1) == Error::none, lba != 8) << lba;
   }
 }
 
@@ -283,17 +283,17 @@ TEST_P(LoopDiskTest, BothPathsSeeEachOthersWrites) {
   for (u64 round = 0; round < 8; ++round) {
     const u64 first = round * count;
     // Cached pages of the range, clean and dirty, then a direct write over them.
-    ASSERT_TRUE(disk_->readSectors(first, small.data(), smallCount));
+    ASSERT_EQ(disk_->readSectors(first, small.data(), smallCount), Error::none);
     fill(small, first, 100 + round, size);
-    ASSERT_TRUE(disk_->writeSectors(first + smallCount, small.data(), smallCount));
+    ASSERT_EQ(disk_->writeSectors(first + smallCount, small.data(), smallCount), Error::none);
     fill(bulk.span(), first, round, size);
-    ASSERT_TRUE(disk_->writeSectors(first, bulk.data(), count));
-    ASSERT_TRUE(disk_->readSectors(first, small.data(), smallCount));
+    ASSERT_EQ(disk_->writeSectors(first, bulk.data(), count), Error::none);
+    ASSERT_EQ(disk_->readSectors(first, small.data(), smallCount), Error::none);
     EXPECT_EQ(std::memcmp(small.data(), bulk.data(), small.size()), 0) << "cache after direct";
     // A cached write, not flushed, then a direct read.
     fill(small, first, 200 + round, size);
-    ASSERT_TRUE(disk_->writeSectors(first + 3, small.data(), smallCount));
-    ASSERT_TRUE(disk_->readSectors(first, bulk.data(), count));
+    ASSERT_EQ(disk_->writeSectors(first + 3, small.data(), smallCount), Error::none);
+    ASSERT_EQ(disk_->readSectors(first, bulk.data(), count), Error::none);
     EXPECT_EQ(std::memcmp(small.data(), bulk.data() + 3 * size, small.size()), 0)
         << "direct after cache";
   }
@@ -313,8 +313,8 @@ TEST_P(LoopDiskTest, OverlappedTransfersArriveWhole) {
                  .count = count};
     disk_->begin(writes[i]);
   }
-  for (std::size_t i = kTransfers; i-- > 0;) EXPECT_TRUE(disk_->finish(writes[i])) << i;
-  ASSERT_TRUE(disk_->flush());
+  for (std::size_t i = kTransfers; i-- > 0;) EXPECT_EQ(disk_->finish(writes[i]), Error::none) << i;
+  ASSERT_EQ(disk_->flush(), Error::none);
   const std::string content = folder_.read("disk.img");
   for (std::size_t i = 0; i < kTransfers; ++i)
     EXPECT_EQ(std::memcmp(content.data() + i * kMiB, buffers[i].data(), kMiB), 0) << i;
@@ -325,37 +325,37 @@ TEST_P(LoopDiskTest, OverlappedTransfersArriveWhole) {
                     .buffer = target.data(),
                     .count = count};
   disk_->begin(read);
-  EXPECT_TRUE(disk_->finish(read));
+  EXPECT_EQ(disk_->finish(read), Error::none);
   EXPECT_EQ(std::memcmp(target.data(), buffers[5].data(), kMiB), 0);
   read.lba = *disk_->sectorCount() - 1;  // passes the end
   disk_->begin(read);
-  EXPECT_FALSE(disk_->finish(read));
+  EXPECT_NE(disk_->finish(read), Error::none);
 }
 
 TEST_P(LoopDiskTest, ZerosReplaceWhatTheCacheHolds) {
   std::vector<u8> bytes(256 * kKiB, 0xEE);
   const u64 count = bytes.size() / GetParam();
-  ASSERT_TRUE(disk_->writeSectors(0, bytes.data(), count));
-  ASSERT_TRUE(disk_->writeZeros(1, count - 2));
-  ASSERT_TRUE(disk_->readSectors(0, bytes.data(), count));
+  ASSERT_EQ(disk_->writeSectors(0, bytes.data(), count), Error::none);
+  ASSERT_EQ(disk_->writeZeros(1, count - 2), Error::none);
+  ASSERT_EQ(disk_->readSectors(0, bytes.data(), count), Error::none);
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     const u64 sector = i / GetParam();
     ASSERT_EQ(bytes[i], sector == 0 || sector == count - 1 ? 0xEE : 0) << i;
   }
-  EXPECT_FALSE(disk_->writeZeros(*disk_->sectorCount() - 1, 2)) << "passes the end";
+  EXPECT_NE(disk_->writeZeros(*disk_->sectorCount() - 1, 2), Error::none) << "passes the end";
 }
 
 TEST_P(LoopDiskTest, DroppedCachesReadFromTheMedium) {
   std::vector<u8> sector(GetParam(), 0x11);
-  ASSERT_TRUE(disk_->writeSectors(10, sector.data(), 1));
-  ASSERT_TRUE(disk_->flush());
+  ASSERT_EQ(disk_->writeSectors(10, sector.data(), 1), Error::none);
+  ASSERT_EQ(disk_->flush(), Error::none);
   const int behind = ::open(image_.c_str(), O_WRONLY | O_CLOEXEC);
   const std::vector<u8> other(GetParam(), 0x22);
   ASSERT_EQ(::pwrite(behind, other.data(), other.size(), 10L * GetParam()),
             static_cast<ssize_t>(other.size()));
   ::close(behind);
   disk_->dropCaches();
-  ASSERT_TRUE(disk_->readSectors(10, sector.data(), 1));
+  ASSERT_EQ(disk_->readSectors(10, sector.data(), 1), Error::none);
   EXPECT_EQ(sector, other);
 }
 

@@ -16,17 +16,17 @@ std::vector<u8> sectors(u64 count, u8 value) { return std::vector<u8>(count * 51
 TEST(MemoryDisk, HoldsWhatWasWrittenAndNothingBeyondItsEnd) {
   MemoryDisk disk(1000);
   const auto bytes = sectors(300, 0x77);
-  ASSERT_TRUE(disk.writeSectors(650, bytes.data(), 300));
-  EXPECT_FALSE(disk.writeSectors(701, bytes.data(), 300));
-  EXPECT_FALSE(disk.writeZeros(999, 2));
+  ASSERT_EQ(disk.writeSectors(650, bytes.data(), 300), Error::none);
+  EXPECT_NE(disk.writeSectors(701, bytes.data(), 300), Error::none);
+  EXPECT_NE(disk.writeZeros(999, 2), Error::none);
   EXPECT_EQ(disk.sector(649), sectors(1, 0));
   EXPECT_EQ(disk.sector(949), sectors(1, 0x77));
   MemoryDisk copy = disk.copy();
-  ASSERT_TRUE(disk.writeZeros(651, 298));
+  ASSERT_EQ(disk.writeZeros(651, 298), Error::none);
   EXPECT_EQ(disk.sector(650), sectors(1, 0x77));
   EXPECT_EQ(disk.sector(651), sectors(1, 0));
   EXPECT_FALSE(disk.sameContent(copy));
-  ASSERT_TRUE(copy.writeZeros(651, 298));
+  ASSERT_EQ(copy.writeZeros(651, 298), Error::none);
   EXPECT_TRUE(disk.sameContent(copy));
 }
 
@@ -35,20 +35,20 @@ TEST(FaultyDisk, FailsWhereItIsTold) {
   FaultyDisk disk(memory);
   auto bytes = sectors(2, 0x11);
   disk.failWrite(1, false, FaultyDisk::After::halfWritten);
-  EXPECT_TRUE(disk.writeSectors(0, bytes.data(), 2));
-  EXPECT_FALSE(disk.writeSectors(10, bytes.data(), 2));
+  EXPECT_EQ(disk.writeSectors(0, bytes.data(), 2), Error::none);
+  EXPECT_NE(disk.writeSectors(10, bytes.data(), 2), Error::none);
   EXPECT_EQ(memory.sector(10), sectors(1, 0x11));
   EXPECT_EQ(memory.sector(11), sectors(1, 0));
-  EXPECT_TRUE(disk.writeSectors(10, bytes.data(), 2));
+  EXPECT_EQ(disk.writeSectors(10, bytes.data(), 2), Error::none);
   disk.failRead(0, true);
-  for (int i = 0; i < 3; ++i) EXPECT_FALSE(disk.readSectors(0, bytes.data(), 1));
+  for (int i = 0; i < 3; ++i) EXPECT_NE(disk.readSectors(0, bytes.data(), 1), Error::none);
   FaultyDisk spots(memory);
   spots.failReadsOf({5, 6});
   spots.failAccessTo({20, 20});
-  EXPECT_FALSE(spots.readSectors(4, bytes.data(), 2));
-  EXPECT_TRUE(spots.readSectors(7, bytes.data(), 2));
-  EXPECT_TRUE(spots.writeSectors(5, bytes.data(), 2));
-  EXPECT_FALSE(spots.writeSectors(19, bytes.data(), 2));
+  EXPECT_NE(spots.readSectors(4, bytes.data(), 2), Error::none);
+  EXPECT_EQ(spots.readSectors(7, bytes.data(), 2), Error::none);
+  EXPECT_EQ(spots.writeSectors(5, bytes.data(), 2), Error::none);
+  EXPECT_NE(spots.writeSectors(19, bytes.data(), 2), Error::none);
   EXPECT_EQ(spots.reads() + spots.writes(), 4U);
 }
 
@@ -59,10 +59,10 @@ TEST(RecordingDisk, APowerCutKeepsWhatWasFlushedAndAnySubsetOfTheRest) {
   const auto a = sectors(1, 0xA);
   const auto b = sectors(2, 0xB);
   const auto c = sectors(1, 0xC);
-  ASSERT_TRUE(disk.writeSectors(1, a.data(), 1));
-  ASSERT_TRUE(disk.flush());
-  ASSERT_TRUE(disk.writeSectors(2, b.data(), 2));
-  ASSERT_TRUE(disk.writeSectors(4, c.data(), 1));
+  ASSERT_EQ(disk.writeSectors(1, a.data(), 1), Error::none);
+  ASSERT_EQ(disk.flush(), Error::none);
+  ASSERT_EQ(disk.writeSectors(2, b.data(), 2), Error::none);
+  ASSERT_EQ(disk.writeSectors(4, c.data(), 1), Error::none);
   const WriteLog& log = disk.log();
   ASSERT_EQ(log.size(), 4U);
   EXPECT_EQ(log.unflushedBefore(4), 2U);
@@ -90,10 +90,10 @@ TEST_F(OverlayTest, NothingReachesTheDiskBelow) {
   RecordingDisk recording(memory_);
   OverlayDisk overlay(recording);
   const auto bytes = sectors(3, 0xEE);
-  ASSERT_TRUE(overlay.writeSectors(10, bytes.data(), 3));
-  ASSERT_TRUE(overlay.writeSectors(13, bytes.data(), 1));
-  ASSERT_TRUE(overlay.writeZeros(500, 100));
-  ASSERT_TRUE(overlay.flush());
+  ASSERT_EQ(overlay.writeSectors(10, bytes.data(), 3), Error::none);
+  ASSERT_EQ(overlay.writeSectors(13, bytes.data(), 1), Error::none);
+  ASSERT_EQ(overlay.writeZeros(500, 100), Error::none);
+  ASSERT_EQ(overlay.flush(), Error::none);
   EXPECT_EQ(overlay.tellKernel({}), KernelTable::upToDate);
   EXPECT_TRUE(DiskChangeLock(overlay).held());
   EXPECT_EQ(recording.log().size(), 0U);
@@ -101,7 +101,7 @@ TEST_F(OverlayTest, NothingReachesTheDiskBelow) {
   EXPECT_EQ(overlay.flushes(), 1U);
   EXPECT_EQ(overlay.writtenRanges(), (std::vector<OverlayDisk::SectorRange>{{10, 4}, {500, 100}}));
   EXPECT_EQ(overlay.writtenBytes(), 104U * 512);
-  EXPECT_FALSE(overlay.writeSectors(998, bytes.data(), 3));
+  EXPECT_NE(overlay.writeSectors(998, bytes.data(), 3), Error::none);
 }
 
 // Against a plain disk that takes the same writes: every overlap of runs, zeros and old sectors.
@@ -115,17 +115,18 @@ TEST_F(OverlayTest, ReadsAreThoseOfADiskThatTookTheWrites) {
     const u64 count = std::min<u64>(1 + random() % 40, 1000 - first);
     auto bytes = sectors(count, static_cast<u8>(random() % 3));
     if (random() % 4 == 0) {
-      ASSERT_TRUE(overlay.writeZeros(first, count) && expected.writeZeros(first, count));
+      ASSERT_EQ(overlay.clearSectors(first, count), Error::none);
+      ASSERT_EQ(expected.clearSectors(first, count), Error::none);
     } else {
-      ASSERT_TRUE(overlay.writeSectors(first, bytes.data(), count));
-      ASSERT_TRUE(expected.writeSectors(first, bytes.data(), count));
+      ASSERT_EQ(overlay.writeSectors(first, bytes.data(), count), Error::none);
+      ASSERT_EQ(expected.writeSectors(first, bytes.data(), count), Error::none);
     }
     std::fill_n(written.begin() + static_cast<std::ptrdiff_t>(first), count, true);
     const u64 from = random() % 900;
     auto got = sectors(100, 0x55);
     auto wanted = sectors(100, 0x66);
-    ASSERT_TRUE(overlay.readSectors(from, got.data(), 100));
-    ASSERT_TRUE(expected.readSectors(from, wanted.data(), 100));
+    ASSERT_EQ(overlay.readSectors(from, got.data(), 100), Error::none);
+    ASSERT_EQ(expected.readSectors(from, wanted.data(), 100), Error::none);
     ASSERT_EQ(got, wanted) << "step " << step;
     const auto count64 = static_cast<u64>(std::count(written.begin(), written.end(), true));
     ASSERT_EQ(overlay.writtenBytes(), count64 * 512);
@@ -138,16 +139,18 @@ TEST(OverlayDisk, ZerosOfAHugeDiskTakeNoRoomAndAFullOneRefuses) {
   OverlayDisk overlay(memory, 1 * kMiB);
   std::vector<u8> zeros(4 * kMiB);
   for (u64 piece = 0; piece < 1000; ++piece)
-    ASSERT_TRUE(overlay.writeSectors(piece * 8192, zeros.data(), 8192));
-  ASSERT_TRUE(overlay.writeZeros(8192 * 1000, 4'000'000'000));
+    ASSERT_EQ(overlay.writeSectors(piece * 8192, zeros.data(), 8192), Error::none);
+  ASSERT_EQ(overlay.writeZeros(8192 * 1000, 4'000'000'000), Error::none);
   EXPECT_EQ(overlay.storedBytes(), 0U);
   EXPECT_EQ(overlay.writtenRanges().size(), 1U);
   const auto bytes = sectors(1024, 1);
-  for (u64 i = 0; i < 2; ++i) ASSERT_TRUE(overlay.writeSectors(i * 5000, bytes.data(), 1024));
+  for (u64 i = 0; i < 2; ++i)
+    ASSERT_EQ(overlay.writeSectors(i * 5000, bytes.data(), 1024), Error::none);
   EXPECT_FALSE(overlay.isFull());
-  EXPECT_FALSE(overlay.writeSectors(100'000, bytes.data(), 1024));
+  EXPECT_NE(overlay.writeSectors(100'000, bytes.data(), 1024), Error::none);
   EXPECT_TRUE(overlay.isFull());
-  EXPECT_TRUE(overlay.writeSectors(0, bytes.data(), 1024)) << "what is there can be changed";
+  EXPECT_EQ(overlay.writeSectors(0, bytes.data(), 1024), Error::none)
+      << "what is there can be changed";
 }
 
 }  // namespace

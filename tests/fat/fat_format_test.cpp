@@ -24,7 +24,7 @@ std::vector<u8> pattern(DiskDevice& disk, u64 first, u64 count) {
 }
 
 void fillWithPattern(DiskDevice& disk, u64 first, u64 count) {
-  ASSERT_TRUE(disk.writeSectors(first, pattern(disk, first, count).data(), count));
+  ASSERT_EQ(disk.writeSectors(first, pattern(disk, first, count).data(), count), Error::none);
 }
 
 bool holdsPattern(DiskDevice& disk, u64 first, u64 count) {
@@ -221,7 +221,7 @@ TEST_P(FatFormatFaultTest, EveryCancelEndsWithItsCode) {
       }
       return calls++ != stopAt;
     };
-    const Error result = formatFat(format);
+    const Failure result = formatFat(format);
     ASSERT_TRUE(neighboursAreUntouched(disk)) << "stopped at call " << stopAt;
     if (calls <= stopAt) {
       EXPECT_EQ(Error::none, result);
@@ -246,7 +246,7 @@ TEST_P(FatFormatFaultTest, EveryFailingAccessEndsWithItsCode) {
     FaultyDisk disk(memory);
     disk.failWrite(write, /*forever=*/write % 2 == 1);
     FatFormatRequest format = request(disk);
-    const Error result = formatFat(format);
+    const Failure result = formatFat(format);
     ASSERT_TRUE(neighboursAreUntouched(memory)) << "write " << write;
     if (result == Error::none) break;
     EXPECT_TRUE(result == Error::clearingFailed || result == Error::write) << codeOf(result);
@@ -261,7 +261,7 @@ TEST_P(FatFormatFaultTest, EveryFailingAccessEndsWithItsCode) {
     FaultyDisk disk(memory);
     disk.failRead(read);
     FatFormatRequest format = request(disk);
-    const Error result = formatFat(format);
+    const Failure result = formatFat(format);
     ASSERT_TRUE(neighboursAreUntouched(memory)) << "read " << read;
     if (disk.reads() <= read) break;
     // Before the scan, whose reads succeed when they are tried again: the FAT, and on FAT32 the

@@ -51,7 +51,7 @@ inline u32 rawEntry(const std::vector<u8>& fat, FatKind kind, u32 index) {
 
 inline std::vector<u8> readAll(DiskDevice& disk, u64 lba, u64 count) {
   std::vector<u8> bytes(count * disk.sectorSize());
-  EXPECT_TRUE(disk.readSectors(lba, bytes.data(), count));
+  EXPECT_EQ(disk.readSectors(lba, bytes.data(), count), Error::none);
   return bytes;
 }
 

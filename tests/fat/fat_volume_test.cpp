@@ -18,9 +18,9 @@ class FatVolumeTest : public testing::Test {
   std::unique_ptr<FatVolume> reopen(u8 type, const std::function<void(FatVolume&)>& change) {
     auto volume = openVolume(disk_, kStart, length_, type);
     change(*volume);
-    EXPECT_TRUE(disk_.writeSectors(kStart, volume->bootArea().data(), 1));
+    EXPECT_EQ(disk_.writeSectors(kStart, volume->bootArea().data(), 1), Error::none);
     volume = openVolume(disk_, kStart, length_, type);
-    EXPECT_TRUE(disk_.writeSectors(kStart, original_.data(), 1));
+    EXPECT_EQ(disk_.writeSectors(kStart, original_.data(), 1), Error::none);
     return volume;
   }
   void format(u16 type, u32 length) {
@@ -133,7 +133,7 @@ TEST_F(FatVolumeTest, TheBootAreaGoesWhereItBelongsAndNowhereElse) {
   const std::string_view name = "BOOTMGR";
   std::copy(name.begin(), name.end(), volume->bootArea().begin() + 400);
   *recordAt<Le16>(volume->bootArea(), 256) = 0xB868;
-  ASSERT_TRUE(disk_.writeSectors(kStart, volume->bootArea().data(), 1));
+  ASSERT_EQ(disk_.writeSectors(kStart, volume->bootArea().data(), 1), Error::none);
   volume = openVolume(disk_, kStart, length_);
   EXPECT_EQ(0xCC, volume->bootAreaSector(2)[0]);
   volume->bootAreaSector(2)[0] = 0xCD;

@@ -40,7 +40,7 @@ TEST(HostFile, RangesEndWithTheFile) {
   struct Case {
     u64 offset;
     u32 count;
-    Error error;
+    Failure error;
     std::string_view expected;
   };
   const Case cases[] = {{2, 3, Error::none, "234"},

@@ -38,7 +38,7 @@ TEST(ImageRefusals, OtherFormsAreRefusedByTheirName) {
 struct Damage {
   const char* what;
   std::function<void(std::vector<u8>&)> apply;
-  Error expected;
+  Failure expected;
 };
 
 void expectAnswers(const FileBytes& sound, std::span<const Damage> damages) {

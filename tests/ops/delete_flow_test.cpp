@@ -22,8 +22,8 @@ class DeleteFlowTest : public FlowTest {
       const PartitionEntry& entry = *drive->findByKernelNumber(number);
       const u64 count = number == 3 ? entry.sectorCount() : 256;
       const std::vector<u8> ones(count * 512, 0xFF);
-      EXPECT_TRUE(disk_.writeSectors(entry.startSector, ones.data(), count));
-      EXPECT_TRUE(disk_.writeSectors(entry.endSector + 1 - count, ones.data(), count));
+      EXPECT_EQ(disk_.writeSectors(entry.startSector, ones.data(), count), Error::none);
+      EXPECT_EQ(disk_.writeSectors(entry.endSector + 1 - count, ones.data(), count), Error::none);
     }
     table_ = tableOf(*drive);
   }

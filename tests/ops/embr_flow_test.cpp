@@ -2,6 +2,7 @@
 // the kernel is told.
 #include <gtest/gtest.h>
 
+#include "disk/mbr_record.h"
 #include "ops/convert_flow.h"
 #include "ops/delete_flow.h"
 #include "ops/delete_model.h"
@@ -9,8 +10,7 @@
 #include "ops/format_flow.h"
 #include "ops/synchronize_flow.h"
 #include "ptable/convert.h"
-#include "ptable/embr_record.h"
-#include "ptable/mbr_record.h"
+#include "ptable/embr/embr_record.h"
 
 namespace tallowin {
 namespace {

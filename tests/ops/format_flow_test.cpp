@@ -55,8 +55,8 @@ class FormatFlowTest : public FlowTest {
     const std::vector<u8> ones(std::size_t{64} * 512, 0xFF);
     for (const u32 number : {1U, 2U, 3U}) {
       const PartitionEntry& entry = *drive->findByKernelNumber(number);
-      EXPECT_TRUE(disk_.writeSectors(entry.startSector, ones.data(), 64));
-      EXPECT_TRUE(disk_.writeSectors(entry.endSector - 63, ones.data(), 64));
+      EXPECT_EQ(disk_.writeSectors(entry.startSector, ones.data(), 64), Error::none);
+      EXPECT_EQ(disk_.writeSectors(entry.endSector - 63, ones.data(), 64), Error::none);
     }
   }
   // Nothing but the table and partition 2 differs from the disk of the test.
@@ -65,8 +65,8 @@ class FormatFlowTest : public FlowTest {
     const PartitionEntry& second = *drive->findByKernelNumber(2);
     const auto rest = [&](MemoryDisk& whole) {
       MemoryDisk copy = whole.copy();
-      EXPECT_TRUE(copy.writeZeros(0, 1));
-      EXPECT_TRUE(copy.writeZeros(second.startSector, second.sectorCount()));
+      EXPECT_EQ(copy.writeZeros(0, 1), Error::none);
+      EXPECT_EQ(copy.writeZeros(second.startSector, second.sectorCount()), Error::none);
       return copy;
     };
     MemoryDisk before = rest(disk_);

@@ -82,7 +82,7 @@ class ZeroWipeTest : public OpsTest {
   ZeroWipeTest() {
     const std::vector<u8> ones(kMiB, 0xFF);
     for (u64 lba = 0; lba < kSectors; lba += 2048)
-      EXPECT_TRUE(disk_.writeSectors(lba, ones.data(), 2048));
+      EXPECT_EQ(disk_.writeSectors(lba, ones.data(), 2048), Error::none);
   }
 
   bool isZero(u64 lba) { return disk_.sector(lba) == std::vector<u8>(512, 0); }

@@ -18,9 +18,9 @@ class ReadOnly : public DiskWrapper {
   explicit ReadOnly(DiskDevice& inner) : DiskWrapper(inner) { traits_.readOnly = true; }
 
  protected:
-  bool transferOut(u64, const void*, u32) override {
+  Failure transferOut(u64, const void*, u32) override {
     ADD_FAILURE() << "a write was tried";
-    return false;
+    return Error::readOnlyDisk;
   }
 };
 

@@ -1,5 +1,5 @@
 // The boot code on an emulated machine.
-#include "ptable/boot_code.h"
+#include "ptable/mbr/boot_code.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -8,13 +8,13 @@
 #include <regex>
 #include <set>
 
+#include "disk/mbr_record.h"
 #include "disk/recording_disk.h"
-#include "ptable/gpt_types.h"
-#include "ptable/mbr_record.h"
+#include "probe/type_catalogue.h"
+#include "ptable/gpt/gpt_types.h"
 #include "ptable/scheme_bench.h"
 #include "ptable/table_backup.h"
 #include "ptable/table_bench.h"
-#include "ptable/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -43,13 +43,13 @@ std::string picture(MemoryDisk& disk) {
          ("\n" + std::regex_replace(usedRows(bench.drive()), ofSlots, ""));
 }
 
-Error toGpt(Drive& drive) { return convertToGpt(drive, false); }
-Error toGptWithReserved(Drive& drive) { return convertToGpt(drive, true); }
-Error toEmbr(Drive& drive) { return convertToEmbr(drive, false); }
-Error toLimitedEmbr(Drive& drive) { return convertToEmbr(drive, true); }
-Error toMbr(Drive& drive) { return convertToMbr(drive, false); }
+Failure toGpt(Drive& drive) { return convertToGpt(drive, false); }
+Failure toGptWithReserved(Drive& drive) { return convertToGpt(drive, true); }
+Failure toEmbr(Drive& drive) { return convertToEmbr(drive, false); }
+Failure toLimitedEmbr(Drive& drive) { return convertToEmbr(drive, true); }
+Failure toMbr(Drive& drive) { return convertToMbr(drive, false); }
 
-using Conversion = Error (*)(Drive&);
+using Conversion = Failure (*)(Drive&);
 
 MemoryDisk converted(MemoryDisk disk, Conversion run) {
   TableBench bench(std::move(disk));
@@ -167,7 +167,7 @@ TEST(Convert, AFailedConversionOfAnEmbrKeepsItsSlots) {
       MemoryDisk disk = embr.copy();
       FakeHost host;
       const auto drive = TableBench::openOn(std::make_shared<FlushFault>(disk, n, false), host);
-      const Error error = run(*drive);
+      const Failure error = run(*drive);
       if (error == Error::none) break;
       if (error != Error::write) continue;
       EXPECT_EQ(disk.sector(0), embr.sector(0)) << n;

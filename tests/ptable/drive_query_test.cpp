@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "ptable/mbr_edit.h"
+#include "ptable/mbr/mbr_edit.h"
 #include "ptable/table_bench.h"
 
 namespace tallowin {

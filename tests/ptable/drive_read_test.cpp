@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "disk/faulty_disk.h"
-#include "ptable/mbr_record.h"
+#include "disk/mbr_record.h"
 #include "ptable/table_bench.h"
 
 namespace tallowin {

@@ -3,10 +3,10 @@
 
 #include <algorithm>
 
-#include "ptable/boot_code.h"
+#include "probe/type_catalogue.h"
+#include "ptable/mbr/boot_code.h"
 #include "ptable/scheme_bench.h"
 #include "ptable/table_bench.h"
-#include "ptable/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -25,7 +25,7 @@ constexpr const char* kVolumes =
 
 const DriveOpenOptions kAligned = alignedTo(2048);
 
-Error create(Drive& drive, u64 start, u64 sectors, u16 type) {
+Failure create(Drive& drive, u64 start, u64 sectors, u16 type) {
   PartitionEntry& block = freeAt(drive, start);
   block.startSector = start;
   block.endSector = start + sectors - 1;
@@ -37,7 +37,7 @@ Error create(Drive& drive, u64 start, u64 sectors, u16 type) {
 struct Change {
   const char* what;
   const char* before;  // the script; empty for a disk of zeros
-  Error (*run)(Drive& drive);
+  Failure (*run)(Drive& drive);
   const char* after;  // the used rows
 };
 
@@ -132,10 +132,10 @@ TEST(DriveWrite, AFailedWriteThatArrivedIsToldAsTheNewTable) {
   class LyingDisk : public DiskWrapper {
    public:
     using DiskWrapper::DiskWrapper;
-    bool transferOut(u64 lba, const void* buffer, u32 count) override {
+    Failure transferOut(u64 lba, const void* buffer, u32 count) override {
       if (!isDead_) static_cast<void>(DiskWrapper::transferOut(lba, buffer, count));
       isDead_ = true;
-      return false;
+      return {Error::write, EIO, lba};
     }
 
    private:
@@ -213,7 +213,7 @@ TEST(DriveWrite, RefusalsChangeNothing) {
     const char* script;
     u64 start;
     u64 sectors;
-    Error error;
+    Failure error;
   };
   const Refusal refusals[] = {
       {"four primaries", "label: dos\n2048,2048,83\n4096,2048,83\n6144,2048,83\n8192,2048,83\n",

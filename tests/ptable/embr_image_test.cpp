@@ -1,4 +1,4 @@
-#include "ptable/embr_image.h"
+#include "ptable/embr/embr_image.h"
 
 #include <gtest/gtest.h>
 

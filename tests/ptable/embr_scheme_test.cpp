@@ -1,6 +1,6 @@
 // Changes of a table behind the boot sector: they work, each transfer fails in turn, and the power
 // is cut.
-#include "ptable/embr_scheme.h"
+#include "ptable/embr/embr_scheme.h"
 
 #include <gtest/gtest.h>
 
@@ -8,11 +8,11 @@
 #include <sstream>
 
 #include "disk/faulty_disk.h"
+#include "disk/mbr_record.h"
+#include "probe/type_catalogue.h"
 #include "ptable/convert.h"
-#include "ptable/mbr_record.h"
 #include "ptable/scheme_bench.h"
 #include "ptable/table_bench.h"
-#include "ptable/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -33,7 +33,7 @@ MemoryDisk embrDisk(bool limitPrimaries, u8 sectorsPerTrack = 63, u32 sectorSize
   return made;
 }
 
-Error create(Drive& drive, u64 start, u64 sectors = 16) {
+Failure create(Drive& drive, u64 start, u64 sectors = 16) {
   for (const auto& block : drive.table().entries) {
     if (!block->isFree() || start < block->startSector || block->endSector < start) continue;
     return commitAt(drive, *block, start, sectors, 0x83, "name " + std::to_string(start));
@@ -46,7 +46,7 @@ void createMany(Drive& drive, u32 count) {
   for (u32 i = 0; i < count; ++i) ASSERT_EQ(create(drive, 2048 + u64{i} * 64), Error::none) << i;
 }
 
-void expectRefusal(TableBench& bench, Error expected) {
+void expectRefusal(TableBench& bench, Failure expected) {
   MemoryDisk before = bench.disk().copy();
   EXPECT_EQ(create(bench.drive(), 90'000), expected);
   EXPECT_TRUE(bench.disk().sameContent(before));
@@ -267,7 +267,7 @@ TEST(EmbrScheme, AfterOneFailedWriteTheDiskIsAsItWas) {
   std::vector<TableChange> all = changes();
   for (const TableChange& change : all) {
     u32 failed = 0;
-    Error error = Error::write;
+    Failure error = Error::write;
     for (u64 n = 0; error != Error::none; ++n) {
       ASSERT_LT(n, 20U);
       MemoryDisk disk = bench.disk().copy();

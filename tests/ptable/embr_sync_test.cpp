@@ -1,13 +1,13 @@
 // Another program changes the MBR of a disk with an EMBR; the MPT follows.
-#include "ptable/embr_sync.h"
+#include "ptable/embr/embr_sync.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 
+#include "disk/mbr_record.h"
 #include "ptable/convert.h"
-#include "ptable/embr_image.h"
-#include "ptable/mbr_record.h"
+#include "ptable/embr/embr_image.h"
 #include "ptable/table_bench.h"
 
 namespace tallowin {

@@ -35,7 +35,7 @@ class FirstTrackTest : public ::testing::Test {
       if (disk().sector(lba) != before.sector(lba)) return false;
     return true;
   }
-  Error restore() { return restoreFirstTrack(bench_.reopen(), path_, BootCode::standard); }
+  Failure restore() { return restoreFirstTrack(bench_.reopen(), path_, BootCode::standard); }
 
   TempFolder folder_;
   std::string path_ = folder_.file("SAVEMBR0.UND");
@@ -46,8 +46,8 @@ TEST_F(FirstTrackTest, ComesBackByteForByteFromEveryScheme) {
   for (const Scheme scheme : {Scheme::gpt, Scheme::embr}) {
     MemoryDisk before = disk().copy();
     ASSERT_EQ(saveFirstTrack(bench_.drive(), path_), Error::none);
-    const Error changed = scheme == Scheme::gpt ? convertToGpt(bench_.drive(), false)
-                                                : convertToEmbr(bench_.drive(), false);
+    const Failure changed = scheme == Scheme::gpt ? convertToGpt(bench_.drive(), false)
+                                                  : convertToEmbr(bench_.drive(), false);
     ASSERT_EQ(changed, Error::none);
     ASSERT_EQ(bench_.reopen().scheme(), scheme);
     ASSERT_FALSE(hasSameTrack(before));

@@ -1,4 +1,4 @@
-#include "ptable/gpt_image.h"
+#include "ptable/gpt/gpt_image.h"
 
 #include <gtest/gtest.h>
 
@@ -52,7 +52,7 @@ TEST(Gpt, EachDamageHasItsAnswer) {
     const char* what;
     std::size_t at;
     u32 value;
-    Error expected;  // what is wrong here, or with the destroyed backup that is tried next
+    Failure expected;  // what is wrong here, or with the destroyed backup that is tried next
   };
   // Fields are set in the primary header and its checksum is made right again.
   const Damage damages[] = {
@@ -80,9 +80,9 @@ TEST(Gpt, EachDamageHasItsAnswer) {
 }
 
 // Changes the entry's end from 4095 to 6000 on any disk below.
-Error changeEnd(DiskDevice& disk) {
+Failure changeEnd(DiskDevice& disk) {
   GptImage image;
-  if (const Error problem = GptImage::read(disk, image); problem != Error::none) return problem;
+  if (const Failure problem = GptImage::read(disk, image); problem != Error::none) return problem;
   image.entry(0).lastLba = 6000;
   return image.write(disk);
 }
@@ -130,7 +130,7 @@ TEST(Gpt, EveryFailedWriteIsSaidAndKeepsAValidTable) {
     MemoryDisk disk = gptDisk();
     FaultyDisk faulty(disk);
     faulty.failWrite(n, true, FaultyDisk::After::halfWritten);
-    const Error problem = changeEnd(faulty);
+    const Failure problem = changeEnd(faulty);
     if (n >= faulty.writes()) break;
     EXPECT_NE(problem, Error::none);
     const u64 end = entryEnd(disk);

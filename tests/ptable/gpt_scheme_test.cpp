@@ -1,17 +1,17 @@
 // GPTs of other programs in the model, and every change of one: judged by sgdisk and sfdisk,
 // with each transfer failing in turn, and with the power cut.
-#include "ptable/gpt_scheme.h"
+#include "ptable/gpt/gpt_scheme.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
 
-#include "ptable/gpt_types.h"
-#include "ptable/mbr_record.h"
+#include "disk/mbr_record.h"
+#include "probe/type_catalogue.h"
+#include "ptable/gpt/gpt_types.h"
 #include "ptable/scheme_bench.h"
 #include "ptable/table_bench.h"
-#include "ptable/type_catalogue.h"
 #include "support/loop_device.h"
 #include "support/oracle.h"
 
@@ -236,7 +236,7 @@ TEST(GptScheme, TheBackupMovesByOneSectorToo) {
   }
 }
 
-Error createIn(PartitionEntry& block, Drive& drive, u64 start, u64 end) {
+Failure createIn(PartitionEntry& block, Drive& drive, u64 start, u64 end) {
   block.startSector = start;
   block.endSector = end;
   block.type = 0x83;
@@ -246,7 +246,7 @@ Error createIn(PartitionEntry& block, Drive& drive, u64 start, u64 end) {
   return drive.commit(block);
 }
 
-Error create(Drive& drive, u64 start, u64 end) {
+Failure create(Drive& drive, u64 start, u64 end) {
   return createIn(freeAt(drive, start), drive, start, end);
 }
 
@@ -342,7 +342,7 @@ TEST(GptScheme, WhatDoesNotFitIsRefusedAndChangesNothing) {
     const char* what;
     u64 start;
     u64 end;
-    Error error;
+    Failure error;
   };
   const MemoryDisk whole = threePartitions();
   for (const Refusal& r :

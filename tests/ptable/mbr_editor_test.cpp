@@ -1,4 +1,4 @@
-#include "ptable/mbr_editor.h"
+#include "ptable/mbr/mbr_editor.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +9,8 @@
 
 #include "disk/faulty_disk.h"
 #include "disk/recording_disk.h"
-#include "ptable/boot_code.h"
 #include "ptable/convert.h"
+#include "ptable/mbr/boot_code.h"
 #include "ptable/table_bench.h"
 
 namespace tallowin {
@@ -128,7 +128,7 @@ TEST_F(MbrEditorTest, CodeSignatureAndEndAddresses) {
 TEST(MbrEditor, ASectorOf4096BytesKeepsItsRest) {
   MemoryDisk disk(kSectors, 4096);
   std::vector<u8> sector(4096, 0xA5);
-  ASSERT_TRUE(disk.writeSectors(0, sector.data(), 1));
+  ASSERT_EQ(disk.writeSectors(0, sector.data(), 1), Error::none);
   TableBench bench(std::move(disk));
   MbrEditor editor(bench.drive());
   ASSERT_EQ(Error::none, editor.load());
@@ -172,7 +172,7 @@ TEST_F(MbrEditorTest, WhatAnotherProgramChangedIsNotOverwritten) {
   editor_.setActive(0);
   std::vector<u8> sector = bench_.disk().sector(0);
   recordAt<MbrRecord>(std::span<u8>(sector))->slots[1].type = 0x85;
-  ASSERT_TRUE(bench_.disk().writeSectors(0, sector.data(), 1));
+  ASSERT_EQ(bench_.disk().writeSectors(0, sector.data(), 1), Error::none);
   EXPECT_EQ(Error::tableChangedMeanwhile, editor_.apply());
   EXPECT_EQ(sector, bench_.disk().sector(0));
 }
@@ -205,7 +205,7 @@ TEST(MbrEditor, AfterEveryFailedTransferTheErrorTellsTheTableAndTheEditCanBeRepe
     FaultyDisk faulty(disk);
     EditOn edit(faulty);
     fail(faulty);
-    const Error error = edit.editor.apply();
+    const Failure error = edit.editor.apply();
     if (error == Error::read || error == Error::write)
       EXPECT_EQ(old, disk.sector(0));
     else

@@ -44,9 +44,9 @@ class Medium {
   std::unique_ptr<LoopDevice> loop_;
 };
 
-void expectTableOf(Error error, const std::string& now, const std::string& before,
+void expectTableOf(Failure error, const std::string& now, const std::string& before,
                    const std::string& after, const std::string& what) {
-  switch (error) {
+  switch (error.code) {
     case Error::none:
     case Error::writeFailedNewTable:
       EXPECT_EQ(now, after) << what << ", error " << codeOf(error);
@@ -118,7 +118,7 @@ void expectFaultsAreTold(MemoryDisk& before, const TableChange& change) {
   for (const Kind kind : {Kind::read, Kind::write, Kind::halfWrite, Kind::flush}) {
     for (const bool forever : {false, true}) {
       if (kind == Kind::read && forever) continue;
-      Error error = Error::read;
+      Failure error = Error::read;
       for (u64 n = 0; error != Error::none; ++n) {
         ASSERT_LT(n, 200U) << change.what;
         MemoryDisk disk = before.copy();

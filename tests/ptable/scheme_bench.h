@@ -29,9 +29,10 @@ class FlushFault : public DiskWrapper {
  public:
   FlushFault(DiskDevice& inner, u64 n, bool forever)
       : DiskWrapper(inner), n_(n), forever_(forever) {}
-  bool flush() override {
+  Failure flush() override {
     const u64 now = count_++;
-    return now != n_ && !(forever_ && now > n_) && DiskWrapper::flush();
+    if (now == n_ || (forever_ && now > n_)) return Error::flush;
+    return DiskWrapper::flush();
   }
 
  private:
@@ -42,7 +43,7 @@ class FlushFault : public DiskWrapper {
 
 struct TableChange {
   std::string what;
-  std::function<Error(Drive& drive)> run;
+  std::function<Failure(Drive& drive)> run;
   // What two disks with the same table have in common.
   std::function<std::string(MemoryDisk& disk)> picture;
   DriveOpenOptions options;

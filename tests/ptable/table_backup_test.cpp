@@ -76,7 +76,7 @@ TEST(TableBackup, BackupsThatDoNotFitTheDiskWriteNothing) {
   const auto refused = [&](auto change, RestoreOptions options = {}) {
     TableBackup backup = good;
     change(backup);
-    const Error error = restoreTable(bench.drive(), backup, options);
+    const Failure error = restoreTable(bench.drive(), backup, options);
     EXPECT_TRUE(bench.disk().sameContent(before));
     return error;
   };
@@ -105,7 +105,7 @@ TEST(TableBackup, EachFailedTransferOfARestoreLeavesTheOldTable) {
   MemoryDisk before = bench.disk().copy();
   const std::string rowsBefore = pictureOf(bench.drive());
   for (const bool isRead : {true, false}) {
-    Error error = Error::read;
+    Failure error = Error::read;
     for (u64 n = 0; error != Error::none; ++n) {
       ASSERT_LT(n, 300U);
       MemoryDisk disk = before.copy();

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "base/text.h"
-#include "ptable/type_catalogue.h"
+#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
@@ -85,7 +85,7 @@ std::vector<SfdiskRow> rowsOf(const Drive& drive) {
 
 MbrRecord mbrOf(DiskDevice& disk) {
   std::vector<u8> sector(disk.sectorSize());
-  EXPECT_TRUE(disk.readSectors(0, sector.data(), 1));
+  EXPECT_EQ(disk.readSectors(0, sector.data(), 1), Error::none);
   return *recordAt<MbrRecord>(std::span<const u8>(sector));
 }
 
@@ -117,19 +117,19 @@ VolumeEntry* largestInnerFree(Drive& drive) {
   return nullptr;
 }
 
-Error commitAt(Drive& drive, PartitionEntry& block, u64 startSector, u64 sectors, u16 type,
-               const std::string& name) {
+Failure commitAt(Drive& drive, PartitionEntry& block, u64 startSector, u64 sectors, u16 type,
+                 const std::string& name) {
   block.startSector = startSector;
   block.endSector = startSector + sectors - 1;
   block.type = type;
   block.setName(name);
-  const Error error = drive.commit(block);
+  const Failure error = drive.commit(block);
   static_cast<void>(drive.reread());
   return error;
 }
 
-void expectRefused(MemoryDisk disk, const std::function<Error(Drive& drive)>& run, Error expected,
-                   const char* what, const DriveOpenOptions& options) {
+void expectRefused(MemoryDisk disk, const std::function<Failure(Drive& drive)>& run,
+                   Failure expected, const char* what, const DriveOpenOptions& options) {
   TableBench bench(std::move(disk), options);
   MemoryDisk before = bench.disk().copy();
   EXPECT_EQ(run(bench.drive()), expected) << what;

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "disk/mbr_record.h"
 #include "disk/memory_disk.h"
 #include "ptable/drive.h"
-#include "ptable/mbr_record.h"
 #include "support/fake_host.h"
 #include "support/sfdisk.h"
 
@@ -46,10 +46,10 @@ PartitionEntry& freeAt(Drive& drive, u64 sector);
 TableEntry* largestFree(Drive& drive);
 VolumeEntry* largestInnerFree(Drive& drive);
 // Sets the extent of a free block to its first `sectors` and commits it. Type 0 keeps nothing.
-Error commitAt(Drive& drive, PartitionEntry& block, u64 startSector, u64 sectors, u16 type,
-               const std::string& name = "");
+Failure commitAt(Drive& drive, PartitionEntry& block, u64 startSector, u64 sectors, u16 type,
+                 const std::string& name = "");
 // The change is refused with this code, and no sector is written.
-void expectRefused(MemoryDisk disk, const std::function<Error(Drive& drive)>& run, Error expected,
-                   const char* what, const DriveOpenOptions& options = {});
+void expectRefused(MemoryDisk disk, const std::function<Failure(Drive& drive)>& run,
+                   Failure expected, const char* what, const DriveOpenOptions& options = {});
 
 }  // namespace tallowin

@@ -24,7 +24,7 @@ MemoryDisk loadDisk(const std::string& path, u32 sectorSizeBytes) {
     const ssize_t got =
         ::pread(file, piece.data(), piece.size(), static_cast<off_t>(lba * sectorSizeBytes));
     const u64 sectors = static_cast<u64>(std::max<ssize_t>(got, 0)) / sectorSizeBytes;
-    if (sectors == 0 || !disk.writeSectors(lba, piece.data(), sectors)) break;
+    if (sectors == 0 || disk.writeSectors(lba, piece.data(), sectors) != Error::none) break;
     at = static_cast<off_t>((lba + sectors) * sectorSizeBytes);
   }
   ::close(file);

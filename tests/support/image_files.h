@@ -21,14 +21,14 @@ class MemoryImageFile : public ImageFile {
   u64 sizeBytes() const override { return bytes_->size(); }
   bool isReadOnly() const override { return readOnly_; }
 
-  Error readAt(u64 offset, std::span<u8> out) override {
+  Failure readAt(u64 offset, std::span<u8> out) override {
     std::fill(out.begin(), out.end(), u8{0});
     if (offset < bytes_->size())
       std::copy_n(bytes_->data() + offset, std::min<u64>(out.size(), bytes_->size() - offset),
                   out.begin());
     return Error::none;
   }
-  Error writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
+  Failure writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
     for (const std::span<const u8> part : {bytes, following}) {
       if (part.empty()) continue;
       if (offset > kMaxBytes || part.size() > kMaxBytes - offset) return Error::noSpaceLeft;
@@ -43,12 +43,12 @@ class MemoryImageFile : public ImageFile {
     std::memset(bytes_->data() + offset, 0, bytes);
     return true;
   }
-  Error resize(u64 newSizeBytes) override {
+  Failure resize(u64 newSizeBytes) override {
     if (newSizeBytes > kMaxBytes) return Error::noSpaceLeft;
     bytes_->resize(newSizeBytes);
     return Error::none;
   }
-  Error flush() override { return Error::none; }
+  Failure flush() override { return Error::none; }
 
  private:
   static constexpr u64 kMaxBytes = 256 * kMiB;
@@ -105,7 +105,7 @@ class TestImageFile : public MemoryImageFile {
   TestImageFile(FileBytes bytes, Plan plan)
       : MemoryImageFile(std::move(bytes)), plan_(std::move(plan)) {}
 
-  Error writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
+  Failure writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
     std::vector<u8> all(bytes.begin(), bytes.end());
     all.insert(all.end(), following.begin(), following.end());
     if (fails()) {
@@ -117,12 +117,12 @@ class TestImageFile : public MemoryImageFile {
     return MemoryImageFile::writeAt(offset, all, {});
   }
   bool zeroFast(u64, u64) override { return false; }  // so that zeros are writes in the log
-  Error resize(u64 newSizeBytes) override {
+  Failure resize(u64 newSizeBytes) override {
     if (fails()) return Error::write;
     plan_.log->add({FileLog::Step::Kind::resize, newSizeBytes, {}});
     return MemoryImageFile::resize(newSizeBytes);
   }
-  Error flush() override {
+  Failure flush() override {
     if (fails()) return Error::write;
     plan_.log->add({FileLog::Step::Kind::flush, 0, {}});
     return Error::none;

@@ -1,4 +1,4 @@
-#include "ui/file_chooser.h"
+#include "ui/views/file_chooser.h"
 
 #include <gtest/gtest.h>
 

@@ -20,10 +20,10 @@
 #include "ops/delete_model.h"
 #include "ops/format_model.h"
 #include "ops/format_summary_model.h"
-#include "ui/dialog_window.h"
-#include "ui/event_pump.h"
 #include "ui/fltk_front_end.h"
-#include "ui/help_window.h"
+#include "ui/views/help_window.h"
+#include "ui/widgets/dialog_window.h"
+#include "ui/widgets/event_pump.h"
 
 namespace tallowin {
 namespace {
@@ -99,7 +99,7 @@ class StuckDisk : public MemoryDisk {
   bool isReleased() const { return released_; }
 
  private:
-  bool transferIn(u64 lba, void* buffer, u32 count) override {
+  Failure transferIn(u64 lba, void* buffer, u32 count) override {
     const SystemCallScope call;
     for (int tick = 0; tick < 1000 && !released_; ++tick) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -3,13 +3,13 @@
 #include <memory>
 
 #include "app/main_window_model.h"
-#include "app/settings/options.h"
-#include "app/settings/program_folders.h"
 #include "app/start_up.h"
 #include "app/synchronize.h"
 #include "base/host.h"
+#include "settings/options.h"
+#include "settings/program_folders.h"
 #include "ui/fltk_front_end.h"
-#include "ui/main_window.h"
+#include "ui/views/main_window.h"
 
 int main(int argc, char** argv) {
   using namespace tallowin;

@@ -1,0 +1,10 @@
+# Reads src/layers.txt: TALLOWIN_FOLDERS, lowest first, and TALLOWIN_USES_<folder>, what each may use.
+set(layers ${PROJECT_SOURCE_DIR}/src/layers.txt)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${layers})
+file(STRINGS ${layers} lines REGEX "^[a-z]+:")
+set(TALLOWIN_FOLDERS)
+foreach(line IN LISTS lines)
+  string(REGEX MATCH "^([a-z]+): *(.*)$" matched "${line}")
+  list(APPEND TALLOWIN_FOLDERS ${CMAKE_MATCH_1})
+  separate_arguments(TALLOWIN_USES_${CMAKE_MATCH_1} UNIX_COMMAND "${CMAKE_MATCH_2}")
+endforeach()

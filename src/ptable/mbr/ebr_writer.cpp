@@ -1,0 +1,233 @@
+#include "ptable/mbr/ebr_writer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "probe/type_catalogue.h"
+#include "ptable/mbr/ebr_reader.h"
+#include "ptable/mbr/slot.h"
+#include "ptable/sector_swap.h"
+
+namespace tallowin {
+namespace {
+
+bool sameVolume(const VolumeEntry& a, const VolumeEntry& b) {
+  return a.ebr == b.ebr && a.startSector == b.startSector && a.endSector == b.endSector &&
+         a.mbrType == b.mbrType;
+}
+
+// The volumes that were read; a block that is about to become one is none of them.
+std::vector<const VolumeEntry*> volumesOnDisk(const VolumeList& list) {
+  std::vector<const VolumeEntry*> volumes;
+  for (const auto& volume : list.entries)
+    if (volume->tableIndex >= 0) volumes.push_back(volume.get());
+  return volumes;
+}
+
+// The room of a volume with its EBR; positions relative to the container.
+struct Room {
+  u64 ebr = 0;
+  u64 start = 0;
+  u64 end = 0;  // inclusive
+};
+
+// Whether the room lies in the container and touches no volume and no other EBR.
+bool isRoomFree(const TableEntry& container, const Room& room) {
+  if (room.ebr >= room.start || room.start > room.end || room.end >= container.sectorCount())
+    return false;
+  const VolumeList& list = *container.volumes;
+  const auto volumes = volumesOnDisk(list);
+  const bool touchesVolume = std::ranges::any_of(volumes, [&](const VolumeEntry* other) {
+    return other->ebr <= room.end && room.ebr <= other->endSector - container.startSector;
+  });
+  const bool coversEbr =
+      std::ranges::any_of(list.chain, [&](u64 ebr) { return ebr > room.ebr && ebr <= room.end; });
+  return !touchesVolume && !coversEbr;
+}
+
+// Where an EBR links to the next one, or could; null when both slots hold volumes.
+MbrSlotRecord* slotForLink(EbrRecord& ebr) {
+  MbrSlotRecord& link = ebr.slots[linkSlotOf(ebr)];
+  if (types::isChainLink(link.type) || link.type == types::kFree) return &link;
+  return ebr.slots[0].type == types::kFree ? &ebr.slots[0] : nullptr;
+}
+
+// One change of a chain.
+class ChainChange {
+ public:
+  ChainChange(const TableContext& context, const TableEntry& container)
+      : context_(context), container_(container), list_(*container.volumes) {}
+
+  Failure add(VolumeEntry& volume, const Room& room);
+  Failure remove(const VolumeEntry& volume);
+  Failure change(const VolumeEntry& volume, const EntryProperties& wanted);
+
+ private:
+  TableSectorImage imageAt(u64 position) const {
+    return {context_.disk, container_.startSector + position};
+  }
+  bool isEmptyEbr(u64 position) const {
+    return std::ranges::binary_search(list_.emptyEbrs, position);
+  }
+  void fillVolume(const VolumeEntry& volume, const Room& room, EbrRecord& ebr) const;
+  Failure storeSequence(const VolumeEntry& volume, const Room& room) const;
+  Failure linkBehind(u64 previous, const Room& room, TableSectorImage& image);
+  u64 nearestEbrBefore(u64 position) const;
+
+  const TableContext& context_;
+  const TableEntry& container_;
+  const VolumeList& list_;
+};
+
+void fillName(const std::string& name, EbrRecord& ebr) {
+  ebr.name.fill(0);
+  std::memcpy(ebr.name.data(), name.data(), std::min(name.size(), kVolumeNameBytes));
+}
+
+void ChainChange::fillVolume(const VolumeEntry& volume, const Room& room, EbrRecord& ebr) const {
+  MbrSlotRecord& slot = ebr.slots[ebr.slots[0].type == types::kFree ? 0 : 1];
+  slot.clear();
+  writeSlot(context_, container_.startSector + room.ebr, volume.startSector, volume.endSector,
+            static_cast<u8>(volume.type), slot);
+  fillName(volume.name, ebr);
+  ebr.hiddenType = 0;
+  ebr.signature.set();
+}
+
+// The number lies in the sector behind the EBR, unless the volume itself begins there.
+Failure ChainChange::storeSequence(const VolumeEntry& volume, const Room& room) const {
+  const u64 lba = container_.startSector + room.ebr + 1;
+  if (room.start - room.ebr < kFirstVolumeAfterSequence) return Error::none;
+  std::vector<u8> sector(context_.disk.sectorSize());
+  if (context_.disk.readSectors(lba, sector.data(), 1) != Error::none) return Error::read;
+  sector[0] = static_cast<u8>(volume.id);
+  return context_.disk.writeSectors(lba, sector.data(), 1) == Error::none ? Error::none
+                                                                          : Error::write;
+}
+
+u64 ChainChange::nearestEbrBefore(u64 position) const {
+  u64 nearest = 0;
+  for (const u64 ebr : list_.chain)
+    if (ebr < position) nearest = std::max(nearest, ebr);
+  return nearest;
+}
+
+// Writes the new EBR, which takes over the link of the one before it, and then that link.
+Failure ChainChange::linkBehind(u64 previous, const Room& room, TableSectorImage& image) {
+  TableSectorImage before = imageAt(previous);
+  if (const Failure error = before.load(); error != Error::none) return error;
+  auto& ebr = before.as<EbrRecord>();
+  if (!ebr.signature.isValid()) {
+    // An extended partition without a chain yet: it begins with a link-only EBR.
+    std::ranges::fill(before.bytes(), u8{0});
+    ebr.signature.set();
+  }
+  MbrSlotRecord* link = slotForLink(ebr);
+  if (link == nullptr) return Error::tableInError;
+  if (types::isChainLink(link->type)) image.as<EbrRecord>().slots[1] = *link;
+  if (context_.disk.writeSectors(image.lba(), image.bytes().data(), 1) != Error::none)
+    return Error::write;
+  const u64 base = container_.startSector;
+  link->clear();
+  writeSlot(context_, base, base + room.ebr, base + room.end, types::kExtended, *link);
+  return before.store();
+}
+
+Failure ChainChange::add(VolumeEntry& volume, const Room& room) {
+  TableSectorImage image = imageAt(room.ebr);
+  if (const Failure error = image.load(); error != Error::none) return error;
+  const bool isLinked = isEmptyEbr(room.ebr);
+  if (!isLinked) std::ranges::fill(image.bytes(), u8{0});
+  fillVolume(volume, room, image.as<EbrRecord>());
+  if (const Failure error = storeSequence(volume, room); error != Error::none) return error;
+  // An EBR that the chain already leads to, or that begins the chain, becomes visible itself.
+  if (isLinked || room.ebr == 0) return image.store();
+  return linkBehind(nearestEbrBefore(room.ebr), room, image);
+}
+
+Failure ChainChange::remove(const VolumeEntry& volume) {
+  TableSectorImage own = imageAt(volume.ebr);
+  if (const Failure error = own.load(); error != Error::none) return error;
+  auto& ebr = own.as<EbrRecord>();
+  MbrSlotRecord& next = ebr.slots[linkSlotOf(ebr)];
+  // Of a chain that loops nothing is kept behind the last volume that was reached.
+  const bool leadsNowhere = list_.status == kChainLoops && list_.chain.back() == volume.ebr;
+  if (!types::isChainLink(next.type) || leadsNowhere) next.clear();
+  if (volume.previousEbr == VolumeEntry::kNoPrevious) {
+    ebr.slots[volume.mbrSlot].clear();
+    ebr.name.fill(0);
+    ebr.hiddenType = 0;
+    return own.store();
+  }
+  TableSectorImage before = imageAt(volume.previousEbr);
+  if (const Failure error = before.load(); error != Error::none) return error;
+  auto& previous = before.as<EbrRecord>();
+  previous.slots[linkSlotOf(previous)] = next;
+  return before.store();
+}
+
+Failure ChainChange::change(const VolumeEntry& volume, const EntryProperties& wanted) {
+  TableSectorImage image = imageAt(volume.ebr);
+  if (const Failure error = image.load(); error != Error::none) return error;
+  auto& ebr = image.as<EbrRecord>();
+  if (wanted.name) fillName(*wanted.name, ebr);
+  if (wanted.type == types::kHidden) ebr.hiddenType = static_cast<u8>(volume.type);
+  if (wanted.type) ebr.slots[volume.mbrSlot].type = static_cast<u8>(*wanted.type);
+  return image.store();
+}
+
+}  // namespace
+
+Failure checkChainUnchanged(const TableContext& context, const TableEntry& container) {
+  TableEntry now;
+  now.startSector = container.startSector;
+  now.endSector = container.endSector;
+  const LabelReader noLabels;
+  const TableContext plain{context.disk,       context.geometry, context.lastLba, context.flags,
+                           context.biosNumber, context.host,     noLabels};
+  readVolumes(plain, now);
+  const auto before = volumesOnDisk(*container.volumes);
+  const auto after = volumesOnDisk(*now.volumes);
+  const bool same =
+      now.volumes->chain == container.volumes->chain &&
+      std::ranges::equal(before, after, [](const VolumeEntry* a, const VolumeEntry* b) {
+        return sameVolume(*a, *b);
+      });
+  if (same && now.volumes->status == container.volumes->status) return Error::none;
+  return (now.volumes->status & kChainReadError) != 0 ? Error::read : Error::tableChangedMeanwhile;
+}
+
+Failure addVolume(const TableContext& context, const TableEntry& container, VolumeEntry& volume) {
+  if (container.isInError() || container.volumes->status != 0) return Error::tableInError;
+  const u64 gap = volume.volumeStart - volume.ebr;
+  if (volume.startSector < container.startSector ||
+      volume.startSector - container.startSector < gap)
+    return Error::outsideUsableArea;
+  Room room;
+  room.start = volume.startSector - container.startSector;
+  room.ebr = room.start - gap;
+  room.end = volume.endSector - container.startSector;
+  if (!isRoomFree(container, room) ||
+      !fitsSlot(container.startSector, container.startSector + room.ebr, volume.endSector))
+    return Error::outsideUsableArea;
+  if (const Failure error = checkChainUnchanged(context, container); error != Error::none)
+    return error;
+  return ChainChange(context, container).add(volume, room);
+}
+
+Failure removeVolume(const TableContext& context, const TableEntry& container,
+                     const VolumeEntry& volume) {
+  if (const Failure error = checkChainUnchanged(context, container); error != Error::none)
+    return error;
+  return ChainChange(context, container).remove(volume);
+}
+
+Failure changeVolume(const TableContext& context, const TableEntry& container,
+                     const VolumeEntry& volume, const EntryProperties& wanted) {
+  if (wanted.typeGuid || wanted.attributes || wanted.active) return Error::unsupportedForm;
+  if (const Failure error = checkChainUnchanged(context, container); error != Error::none)
+    return error;
+  return ChainChange(context, container).change(volume, wanted);
+}
+
+}  // namespace tallowin
