@@ -68,7 +68,7 @@ bool ConsoleFrontEnd::ask(const std::string& question, const std::string& hint) 
   return answer && (*answer == "y" || *answer == "Y" || *answer == "yes");
 }
 
-bool ConsoleFrontEnd::confirm(const std::string& text) {
+bool ConsoleFrontEnd::confirms(const std::string& text) {
   if (wasInterrupted()) return false;
   if (answers_.yes) return true;
   if (!hasTerminal_) lackedConfirmation_ = true;
@@ -84,15 +84,22 @@ bool ConsoleFrontEnd::insists(const std::string& text) {
 }
 
 bool ConsoleFrontEnd::consents(const MessageBox& box) {
-  if ((box.flags & kInsist) == kInsist) return insists(box.text);
-  if ((box.flags & kDiskError) != 0)
-    return answers_.ignoreErrors || ask(box.text, "Ignore all errors?");
-  const bool isAlwaysAsked = (box.flags & kButtonSetMask) == u32(ButtonSet::continueCancel);
-  return isAlwaysAsked ? ask(box.text, "Continue?") : confirm(box.text);
+  switch (box.consent) {
+    case Consent::general:
+      return confirms(box.text);
+    case Consent::insist:
+      return insists(box.text);
+    case Consent::diskError:
+      return answers_.ignoreErrors || ask(box.text, "Ignore all errors?");
+    case Consent::withoutCopy:
+    case Consent::none:
+      break;
+  }
+  return ask(box.text, "Continue?");
 }
 
 MessageResult ConsoleFrontEnd::messageBox(const MessageBox& box) {
-  switch (static_cast<ButtonSet>(box.flags & kButtonSetMask)) {
+  switch (box.buttons) {
     case ButtonSet::okCancel:
       return consents(box) ? MessageResult::ok : MessageResult::cancel;
     case ButtonSet::yesNo:

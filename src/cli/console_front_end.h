@@ -14,10 +14,10 @@ namespace tallowin {
 class ConsoleFrontEnd : public FrontEnd {
  public:
   struct Answers {
-    bool yes = false;           // to confirmations
+    bool yes = false;           // Consent::general
     bool quiet = false;         // no progress
-    bool overwrite = false;     // to what no general consent answers: see kInsist
-    bool ignoreErrors = false;  // to disk errors: see kDiskError
+    bool overwrite = false;     // Consent::insist
+    bool ignoreErrors = false;  // Consent::diskError
     bool skipScan = false;      // presses "&Skip" as soon as it is offered
   };
   // Fills a dialog from the command line and closes it; one left open is cancelled.
@@ -27,14 +27,11 @@ class ConsoleFrontEnd : public FrontEnd {
 
   void setDialogHandler(DialogHandler handler) { handler_ = std::move(handler); }
 
-  // A question of the command itself or of a dialog that is one, answered like a message box.
-  bool confirm(const std::string& text);
-
   // What message boxes with nothing but an OK button said, each on one line.
   const std::vector<std::string>& told() const { return told_; }
   // A confirmation was wanted, and nobody was there to give it.
   bool lackedConfirmation() const { return lackedConfirmation_; }
-  // Nobody insisted on what a question with kInsist would have given up; its text was told.
+  // Nobody insisted on what Consent::insist would have given up; its text was told.
   bool lackedInsistence() const { return lackedInsistence_; }
 
   MessageResult messageBox(const MessageBox& box) override;
@@ -48,6 +45,7 @@ class ConsoleFrontEnd : public FrontEnd {
   void run(DialogModel& model) override;
 
  private:
+  bool confirms(const std::string& text);
   bool insists(const std::string& text);
   bool consents(const MessageBox& box);
   bool ask(const std::string& question, const std::string& hint);

@@ -24,7 +24,7 @@ std::string fillDelete(const Arguments& arguments, ConsoleFrontEnd& ui, DeleteMo
   model.clearBootSector = arguments.clearBootSector;
   model.wipePartition = arguments.wipe;
   model.pass();
-  if (ui.confirm(questionOf(model))) model.ok();
+  if (ui.confirm(Consent::general, "", questionOf(model))) model.ok();
   return {};
 }
 

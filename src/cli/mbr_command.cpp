@@ -110,8 +110,9 @@ CommandResult change(CommandContext& context, Target& target, MbrEditor& editor)
     show(context, editor);
     return endChange(context, target, hadErrors, {});
   }
-  if (!context.ui.confirm("The boot sector of this disk is changed.\nDisk: " +
-                          describeDisk(drive.disk()) + "\nAre you sure you want to continue?"))
+  if (!context.ui.confirm(Consent::general, "",
+                          "The boot sector of this disk is changed.\nDisk: " +
+                              describeDisk(drive.disk()) + "\nAre you sure you want to continue?"))
     return notConfirmed(context);
   const FlowResult flow = applyMbrEdit(context.session.context(context.ui), drive, editor);
   CommandResult result = resultOfFlow(flow, context.ui, "The boot sector was not changed.");

@@ -16,7 +16,8 @@ CommandResult backup(CommandContext& context) {
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::look, target); !result.succeeded())
     return result;
-  if (::access(file.c_str(), F_OK) == 0 && !context.ui.confirm("Replace the file '" + file + "'?"))
+  if (::access(file.c_str(), F_OK) == 0 &&
+      !context.ui.confirm(Consent::general, "", "Replace the file '" + file + "'?"))
     return refused("'" + file +
                    "' is there already; choose another name, or replace it with --yes.");
   TableBackup table;

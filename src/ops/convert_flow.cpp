@@ -94,13 +94,12 @@ bool saysWhichTable(Failure error) {
 bool acceptsLoss(const OperationContext& context, Drive& drive, Scheme target) {
   const auto lost = overwrittenByTable(drive, target);
   if (!lost) return true;
-  const auto answer =
-      context.ui.questionBox(kTitle, ButtonSet::yesNo, MessageKind::warning,
-                             format("This change would destroy %s.\n"
-                                    "A system that starts from it will not start any more.\n\n%s",
-                                    lost->c_str(), kSure),
-                             kInsist);
-  if (answer != MessageResult::yes) return false;
+  const bool insists =
+      context.ui.confirm(Consent::insist, kTitle,
+                         format("This change would destroy %s.\n"
+                                "A system that starts from it will not start any more.\n\n%s",
+                                lost->c_str(), kSure));
+  if (!insists) return false;
   drive.setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
   return true;
 }
@@ -180,9 +179,7 @@ FlowResult makeFirstTable(const OperationContext& context, Drive& drive, std::st
       "This option will convert the unpartitioned disk to a partitioned disk.\n\n"
       "WARNING: All existing data on the drive will be deleted!\n\n" +
       describeDisk(drive.disk()) + "\n\n" + kSure;
-  if (context.ui.questionBox(kTitle, ButtonSet::yesNo, MessageKind::warning, text, kFocusOnNo) !=
-      MessageResult::yes)
-    return stoppedByUser();
+  if (!context.ui.confirm(Consent::general, kTitle, text)) return stoppedByUser();
   return changeTo(context, drive, Scheme::mbr, keptTable);
 }
 
@@ -219,9 +216,7 @@ FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme tar
   const std::string text = "Are you sure you want to change the partitioning type?\n\n" +
                            describeDisk(drive.disk()) +
                            format("\n%s to %s", drive.schemeName(), nameOf(target));
-  if (context.ui.questionBox(kTitle, ButtonSet::yesNo, MessageKind::warning, text, kFocusOnNo) !=
-      MessageResult::yes)
-    return stoppedByUser();
+  if (!context.ui.confirm(Consent::general, kTitle, text)) return stoppedByUser();
   return changeTo(context, drive, target, keptTable);
 }
 
@@ -260,14 +255,14 @@ FlowResult offerEmbr(const OperationContext& context, Drive& drive) {
     context.ui.noticeBox("The partition limit has been reached.", "Limit Primaries");
     return {FlowEnd::refused, Error::noFreeEntry, 0};
   }
-  const auto answer =
-      context.ui.questionBox("EMBR needed", ButtonSet::yesNo, MessageKind::question,
-                             "In order to create more primary partitions an EMBR must be created.\n"
-                             "Once created, you should be sure to NOT use another partitioning\n"
-                             "utility unless it is compatible with the EMBR.\n\n"
-                             "Would you like to create an EMBR?",
-                             kInsist);
-  if (answer != MessageResult::yes) return stoppedByUser();
+  const bool insists =
+      context.ui.confirm(Consent::insist, "EMBR needed",
+                         "In order to create more primary partitions an EMBR must be created.\n"
+                         "Once created, you should be sure to NOT use another partitioning\n"
+                         "utility unless it is compatible with the EMBR.\n\n"
+                         "Would you like to create an EMBR?",
+                         MessageKind::question);
+  if (!insists) return stoppedByUser();
   std::string keptTable;
   return changeTo(context, drive, Scheme::embr, keptTable);
 }

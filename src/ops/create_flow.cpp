@@ -119,12 +119,11 @@ class Creation {
   Failure commitBlock() {
     const Failure error = drive_.commit(*block_);
     if (error != Error::sectorsInUse) return error;
-    const auto answer = context_.ui.questionBox(
-        "EMBR", ButtonSet::yesNo, MessageKind::warning,
+    const bool insists = context_.ui.confirm(
+        Consent::insist, "EMBR",
         "The EMBR has to grow over a sector that holds something of another program,\n"
-        "which may be a boot loader.\n\nAre you sure you want to continue?",
-        kInsist);
-    if (answer != MessageResult::yes) return error;
+        "which may be a boot loader.\n\nAre you sure you want to continue?");
+    if (!insists) return error;
     drive_.setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
     const Failure insisted = drive_.commit(*block_);
     drive_.setFlags(kDriveOverwriteTrack, 0);

@@ -8,8 +8,8 @@ bool askDiskError(FrontEnd& ui, DiskErrorKind kind) {
       format("%s\n%s\n\n%s", format("An error has occurred %s the hard drive.  ", doing).c_str(),
              "You can ignore all errors and continue or cancel\nthis process.",
              "*Warning* Continuing may result in the loss of data.");
-  return ui.questionBox("Error", ButtonSet::continueCancel, MessageKind::warning, text,
-                        kDiskError) == MessageResult::goOn;
+  return ui.confirm(Consent::diskError, "Error", text, MessageKind::warning,
+                    ButtonSet::continueCancel);
 }
 
 }  // namespace tallowin

@@ -90,8 +90,7 @@ class Formatting {
     const std::string text =
         tallowin::format("%s\n\n%s", erased.c_str(), "Are you sure you want to continue?") +
         "\n\n" + describeTarget(drive_, *entry_);
-    return context_.ui.questionBox("Format", ButtonSet::yesNo, MessageKind::question, text,
-                                   kFocusOnNo) == MessageResult::yes;
+    return context_.ui.confirm(Consent::general, "Format", text, MessageKind::question);
   }
 
   std::optional<FlowResult> changeType() {

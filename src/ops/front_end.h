@@ -12,31 +12,28 @@
 
 namespace tallowin {
 
-enum class MessageKind : u32 { error = 1, question = 2, notice = 3, errorToo = 4, warning = 5 };
+enum class MessageKind { error, question, notice, warning };
 
-enum class ButtonSet : u32 {
-  ok = 0,
-  okCancel = 0x20,
-  yesNo = 0x40,
-  yesNoCancel = 0x50,
-  continueCancel = 0x70,
+enum class ButtonSet { ok, okCancel, yesNo, yesNoCancel, continueCancel };
+
+// What Yes (OK, Continue) would agree to. A front end that is answered in advance answers each kind
+// by an order of its own; a window puts the focus on No where Yes gives something up.
+enum class Consent {
+  none,         // nothing: a notice, or a question whose answers are both harmless
+  general,      // what the user asked for
+  insist,       // giving up something that the user did not ask to change
+  diskError,    // passing over sectors that cannot be read or written
+  withoutCopy,  // changing a table of which no copy could be kept
 };
-
-// Kind + button set + kFocusOnNo. A kind that is not listed is shown as a notice.
-inline constexpr u32 kMessageKindMask = 0xF;
-inline constexpr u32 kButtonSetMask = 0xF0;
-inline constexpr u32 kFocusOnNo = 0x8000;  // for destructive confirmations
-// A Yes gives up something that the user did not ask to change: no general consent answers it.
-inline constexpr u32 kInsist = 0x10000 | kFocusOnNo;
-// Going on passes over sectors that cannot be read or written: no general consent answers it.
-inline constexpr u32 kDiskError = 0x20000;
 
 enum class MessageResult : u32 { none = 0, ok = 1, cancel = 3, yes = 5, no = 6, goOn = 7 };
 
 struct MessageBox {
-  u32 flags = 0;
+  MessageKind kind = MessageKind::notice;
   std::string title;  // empty: "Error", "Question", "Notice" or "Warning" by kind
   std::string text;   // shown cut to 2047 bytes
+  ButtonSet buttons = ButtonSet::ok;
+  Consent consent = Consent::none;
 };
 
 struct TextInput {
@@ -101,13 +98,15 @@ class FrontEnd {
   // Shows a dialog model until it is closed.
   virtual void run(DialogModel& model) = 0;
 
-  void errorBox(const std::string& text) { messageBox({u32(MessageKind::error), "Error", text}); }
+  void errorBox(const std::string& text) { messageBox({MessageKind::error, "Error", text}); }
   void noticeBox(const std::string& text, const std::string& title = {}) {
-    messageBox({u32(MessageKind::notice), title, text});
+    messageBox({MessageKind::notice, title, text});
   }
-  MessageResult questionBox(const std::string& title, ButtonSet buttons, MessageKind kind,
-                            const std::string& text, u32 moreFlags = 0) {
-    return messageBox({u32(kind) | u32(buttons) | moreFlags, title, text});
+  // True for Yes (or Continue).
+  bool confirm(Consent consent, const std::string& title, const std::string& text,
+               MessageKind kind = MessageKind::warning, ButtonSet buttons = ButtonSet::yesNo) {
+    const MessageResult result = messageBox({kind, title, text, buttons, consent});
+    return result == MessageResult::yes || result == MessageResult::goOn;
   }
 };
 

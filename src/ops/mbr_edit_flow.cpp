@@ -11,8 +11,7 @@ bool mayOverwriteSlot(FrontEnd& ui, const MbrEditor& editor, std::size_t slot) {
   if (!editor.holdsGptPlaceHolder(slot)) return true;
   const std::string text =
       kPlaceHolderWarning + std::string("\n\nAre you sure you want to continue?");
-  return ui.questionBox("Warning", ButtonSet::yesNo, MessageKind::warning, text, kFocusOnNo) ==
-         MessageResult::yes;
+  return ui.confirm(Consent::general, "Warning", text);
 }
 
 std::optional<u32> parseSignature(std::string_view text) {

@@ -9,9 +9,8 @@ namespace tallowin {
 namespace {
 
 bool isConfirmed(const OperationContext& context, const char* title, const std::string& text) {
-  return context.ui.questionBox(title, ButtonSet::yesNo, MessageKind::warning,
-                                text + "\n\nAre you sure you want to continue?",
-                                kFocusOnNo) == MessageResult::yes;
+  return context.ui.confirm(Consent::general, title,
+                            text + "\n\nAre you sure you want to continue?");
 }
 
 FlowResult failWith(const OperationContext& context, const std::string& what, Failure error) {

@@ -49,8 +49,7 @@ FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
                   "Error: This drive contains mounted partitions.  Please umount them and try "
                   "again.",
                   Error::none);
-  if (context.ui.questionBox("Restore Partition Table", ButtonSet::yesNo, MessageKind::warning,
-                             question(drive, backup), kFocusOnNo) != MessageResult::yes)
+  if (!context.ui.confirm(Consent::general, "Restore Partition Table", question(drive, backup)))
     return {FlowEnd::cancelled, Error::cancelled, 0};
 
   TableChange change(context, drive);

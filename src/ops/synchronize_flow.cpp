@@ -18,7 +18,7 @@ void synchronizeFlow(const OperationContext& context, Drive& drive, int index) {
   if (error != Error::none || done.tableFull)
     context.ui.errorBox(format("Unable to synchronize MPT on HD%i", index));
   if (error != Error::none || !done.mayOverlap) return;
-  context.ui.messageBox({u32(MessageKind::warning), "Warning",
+  context.ui.messageBox({MessageKind::warning, "Warning",
                          format("A new or altered primary partition was found on HD%x\n"
                                 "which may overlap an existing partition!  You should\n"
                                 "use Tallowin to check for errors.",

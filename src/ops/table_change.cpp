@@ -30,12 +30,13 @@ std::optional<FlowResult> TableChange::begin() {
     context_.ui.errorBox(tableErrorText(error));
     return FlowResult{FlowEnd::failed, error, 0};
   }
-  const auto answer = context_.ui.questionBox(
-      "", ButtonSet::continueCancel, MessageKind::warning,
-      format("A copy of the old partition table could not be kept in\n%s.\n\n"
-             "Do you want to continue without it?",
-             folder.c_str()));
-  if (answer == MessageResult::goOn) return std::nullopt;
+  const bool goesOn =
+      context_.ui.confirm(Consent::withoutCopy, "",
+                          format("A copy of the old partition table could not be kept in\n%s.\n\n"
+                                 "Do you want to continue without it?",
+                                 folder.c_str()),
+                          MessageKind::warning, ButtonSet::continueCancel);
+  if (goesOn) return std::nullopt;
   return FlowResult{FlowEnd::cancelled, Error::cancelled, 0};
 }
 

@@ -62,9 +62,7 @@ std::optional<FlowResult> askAboutBootManager(const OperationContext& context, D
   const std::string text = format("*Warning* This partition contains Strandel!\n\n%s",
                                   "Are you sure you want to continue?") +
                            "\n\n" + describeTarget(drive, entry);
-  const auto answer =
-      context.ui.questionBox("", ButtonSet::yesNo, MessageKind::warning, text, kFocusOnNo);
-  if (answer == MessageResult::yes) return std::nullopt;
+  if (context.ui.confirm(Consent::general, "", text)) return std::nullopt;
   return FlowResult{FlowEnd::cancelled, Error::cancelled, 0};
 }
 

@@ -11,10 +11,9 @@ namespace {
 constexpr u64 kPieceBytes = 4 * kMiB;
 
 bool askToIgnore(FrontEnd& ui) {
-  return ui.questionBox("Warning", ButtonSet::yesNo, MessageKind::warning,
-                        "An error has occurred during a write to the drive.\n\n"
-                        "Do you want to continue and ignore further problems?",
-                        kDiskError) == MessageResult::yes;
+  return ui.confirm(Consent::diskError, "Warning",
+                    "An error has occurred during a write to the drive.\n\n"
+                    "Do you want to continue and ignore further problems?");
 }
 
 class ZeroWiper {

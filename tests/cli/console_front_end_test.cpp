@@ -17,21 +17,15 @@ class ConsoleFrontEndTest : public testing::Test {
     EXPECT_EQ(::dup2(nothing, STDIN_FILENO), STDIN_FILENO);
     ::close(nothing);
   }
-  // Confirmation, insistence, disk error, what is always asked.
+  // In the order of Consent, and the prompt of disk errors.
   static std::string answers(const ConsoleFrontEnd::Answers& given) {
     ConsoleFrontEnd ui(given);
     std::string text;
     const auto note = [&text](bool yes) { text += yes ? 'y' : 'n'; };
-    const auto asks = [&ui](u32 flags) {
-      return ui.questionBox("", ButtonSet::yesNo, MessageKind::warning, "?", flags) ==
-             MessageResult::yes;
-    };
-    note(asks(0));
-    note(asks(kInsist));
-    note(asks(kDiskError));
+    for (const Consent consent :
+         {Consent::general, Consent::insist, Consent::diskError, Consent::withoutCopy})
+      note(ui.confirm(consent, "", "?"));
     note(askDiskError(ui, DiskErrorKind::write));
-    note(ui.questionBox("", ButtonSet::continueCancel, MessageKind::warning, "?") ==
-         MessageResult::goOn);
     return text;
   }
 };
@@ -40,7 +34,7 @@ TEST_F(ConsoleFrontEndTest, EachConsentAnswersItsOwnQuestionsOnly) {
   EXPECT_EQ(answers({}), "nnnnn");
   EXPECT_EQ(answers({.yes = true}), "ynnnn");
   EXPECT_EQ(answers({.overwrite = true}), "nynnn");
-  EXPECT_EQ(answers({.ignoreErrors = true}), "nnyyn");
+  EXPECT_EQ(answers({.ignoreErrors = true}), "nnyny");
 }
 
 }  // namespace

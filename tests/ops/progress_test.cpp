@@ -72,7 +72,7 @@ TEST(DiskErrorPrompt, OnlyContinueGoesOn) {
         "*Warning* Continuing may result in the loss of data.",
         answer);
     EXPECT_EQ(goesOn, askDiskError(ui, DiskErrorKind::write));
-    EXPECT_EQ(0x75U | kDiskError, ui.messages[0].flags);
+    EXPECT_EQ(Consent::diskError, ui.messages[0].consent);
   }
 }
 

@@ -48,34 +48,33 @@ class DialogTest : public testing::Test {
 
 TEST_F(DialogTest, MessageBoxesAnswerEveryKey) {
   run({
-      {{"message", "0x1"}, "Error", "Return", "1"},
-      {{"message", "0x1"}, "Error", "Escape", "1"},
-      {{"message", "0x4"}, "Error", "alt+F4", "1"},
-      {{"message", "0x0"}, "Notice", "F10", "1"},
-      {{"message", "0xF"}, "Notice", "alt+o", "1"},
-      {{"message", "0x22"}, "Question", "Return", "1"},
-      {{"message", "0x22"}, "Question", "Escape", "3"},
-      {{"message", "0x22"}, "Question", "Tab Return", "3"},
-      {{"message", "0x42"}, "Question", "Return", "5"},
-      {{"message", "0x42"}, "Question", "Escape", "6"},
-      {{"message", "0x42"}, "Question", "alt+n", "6"},
-      {{"message", "0x42"}, "Question", "alt+F4", "0"},
-      {{"message", "0x8045"}, "Warning", "Return", "6"},
-      {{"message", "0x8045"}, "Warning", "shift+Tab space", "5"},
-      {{"message", "0x8045"}, "Warning", "F10", "6"},
-      {{"message", "0x52"}, "Question", "Escape", "3"},
-      {{"message", "0x52"}, "Question", "alt+F4", "3"},
-      {{"message", "0x8052"}, "Question", "Return", "6"},
-      {{"message", "0x75"}, "Warning", "alt+c", "7"},
-      {{"message", "0x75"}, "Warning", "Escape", "3"},
-      {{"message", "0x75"}, "Warning", "alt+F4", "0"},
-      {{"message", "0x65"}, "Warning", "Escape", "1"},
+      {{"message", "error", "ok"}, "Error", "Return", "1"},
+      {{"message", "error", "ok"}, "Error", "Escape", "1"},
+      {{"message", "error", "ok"}, "Error", "alt+F4", "1"},
+      {{"message", "notice", "ok"}, "Notice", "F10", "1"},
+      {{"message", "notice", "ok"}, "Notice", "alt+o", "1"},
+      {{"message", "question", "okCancel"}, "Question", "Return", "1"},
+      {{"message", "question", "okCancel"}, "Question", "Escape", "3"},
+      {{"message", "question", "okCancel"}, "Question", "Tab Return", "3"},
+      {{"message", "question", "yesNo"}, "Question", "Return", "5"},
+      {{"message", "question", "yesNo"}, "Question", "Escape", "6"},
+      {{"message", "question", "yesNo"}, "Question", "alt+n", "6"},
+      {{"message", "question", "yesNo"}, "Question", "alt+F4", "0"},
+      {{"message", "warning", "yesNo", "general"}, "Warning", "Return", "6"},
+      {{"message", "warning", "yesNo", "general"}, "Warning", "shift+Tab space", "5"},
+      {{"message", "warning", "yesNo", "general"}, "Warning", "F10", "6"},
+      {{"message", "question", "yesNoCancel"}, "Question", "Escape", "3"},
+      {{"message", "question", "yesNoCancel"}, "Question", "alt+F4", "3"},
+      {{"message", "question", "yesNoCancel", "general"}, "Question", "Return", "6"},
+      {{"message", "warning", "continueCancel"}, "Warning", "alt+c", "7"},
+      {{"message", "warning", "continueCancel"}, "Warning", "Escape", "3"},
+      {{"message", "warning", "continueCancel"}, "Warning", "alt+F4", "0"},
   });
 }
 
 TEST_F(DialogTest, MessageBoxButtonsAnswerClicks) {
   for (const auto& [side, answer] : {std::pair(-1, "5"), std::pair(1, "6")}) {
-    ChildProcess child(gallery({"message", "0x42"}));
+    ChildProcess child(gallery({"message", "question", "yesNo"}));
     const std::string window = screen_->waitFor("Question");
     ASSERT_FALSE(window.empty());
     const auto [width, height] = screen_->size(window);
@@ -87,7 +86,7 @@ TEST_F(DialogTest, MessageBoxButtonsAnswerClicks) {
 TEST_F(DialogTest, ALongMessageStaysOnTheScreen) {
   std::string text;
   for (int line = 0; line < 300; ++line) text += "A line.\n";
-  ChildProcess child(gallery({"message", "0x1", text}));
+  ChildProcess child(gallery({"message", "error", "ok", "none", text}));
   const std::string window = screen_->waitFor("Error");
   ASSERT_FALSE(window.empty());
   EXPECT_LE(screen_->size(window).second, 768);

@@ -39,14 +39,36 @@ u32 number(const std::string& text) {
   return parseNumber(text, value) ? static_cast<u32>(value) : 0;
 }
 
-// message FLAGS [TEXT [TITLE]]
+template <typename Value>
+Value named(const std::map<std::string, Value>& values, const std::string& name) {
+  return values.at(name);
+}
+
+MessageKind kindNamed(const std::string& name) {
+  return named<MessageKind>({{"error", MessageKind::error},
+                             {"question", MessageKind::question},
+                             {"notice", MessageKind::notice},
+                             {"warning", MessageKind::warning}},
+                            name);
+}
+
+// message [KIND [BUTTONS [CONSENT [TEXT [TITLE]]]]]
 void message(FrontEnd& ui, const Arguments& arguments) {
-  const std::string text = argument(
-      arguments, 1,
+  MessageBox box;
+  box.kind = kindNamed(argument(arguments, 0, "question"));
+  box.buttons = named<ButtonSet>({{"ok", ButtonSet::ok},
+                                  {"okCancel", ButtonSet::okCancel},
+                                  {"yesNo", ButtonSet::yesNo},
+                                  {"yesNoCancel", ButtonSet::yesNoCancel},
+                                  {"continueCancel", ButtonSet::continueCancel}},
+                                 argument(arguments, 1, "yesNo"));
+  box.consent = named<Consent>({{"none", Consent::none}, {"general", Consent::general}},
+                               argument(arguments, 2, "none"));
+  box.text = argument(
+      arguments, 3,
       "All data on Partition 'LETTERS' will be erased.\n\nAre you sure you want to continue?");
-  const MessageResult result =
-      ui.messageBox({number(argument(arguments, 0, "0x42")), argument(arguments, 2, ""), text});
-  std::cout << static_cast<u32>(result) << std::endl;
+  box.title = argument(arguments, 4, "");
+  std::cout << static_cast<u32>(ui.messageBox(box)) << std::endl;
 }
 
 // input [MAXLENGTH [TEXT]]
@@ -86,9 +108,8 @@ void progress(FrontEnd& ui, const Arguments& arguments) {
 
 // box [TEXT [ICON]]: stays for ten seconds.
 void box(FrontEnd& ui, const Arguments& arguments) {
-  const auto box =
-      ui.progressBox("Startup", static_cast<MessageKind>(number(argument(arguments, 1, "3"))),
-                     argument(arguments, 0, "Synchronizing In Progress..."));
+  const auto box = ui.progressBox("Startup", kindNamed(argument(arguments, 1, "notice")),
+                                  argument(arguments, 0, "Synchronizing In Progress..."));
   for (int tick = 0; tick < 100; ++tick) Fl::wait(0.1);
 }
 

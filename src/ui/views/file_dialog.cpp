@@ -169,13 +169,12 @@ bool FileDialog::accept() {
       name_->value("");
       return false;
     case FileChooser::Outcome::notFound:
-      showMessageBox({static_cast<u32>(MessageKind::notice), chooser_.title(), "File not found."});
+      showMessageBox({MessageKind::notice, chooser_.title(), "File not found."});
       return false;
     case FileChooser::Outcome::askOverwrite:
-      return showMessageBox(
-                 {static_cast<u32>(MessageKind::question) | static_cast<u32>(ButtonSet::yesNo),
-                  chooser_.title(), format("Overwrite \"%s\"?", chooser_.result().c_str())}) ==
-             MessageResult::yes;
+      return showMessageBox({MessageKind::question, chooser_.title(),
+                             format("Overwrite \"%s\"?", chooser_.result().c_str()),
+                             ButtonSet::yesNo}) == MessageResult::yes;
     case FileChooser::Outcome::chosen:
       return true;
   }
@@ -187,14 +186,13 @@ void FileDialog::deleteSelected() {
   const FileChooser::Row* row = selectedRow();
   if (!row || row->isDirectory) return;
   const std::string name = row->name;
-  const u32 flags = static_cast<u32>(MessageKind::warning) | static_cast<u32>(ButtonSet::yesNo);
-  if (showMessageBox({flags, "Warning", format("Delete %s?", name.c_str())}) != MessageResult::yes)
+  if (showMessageBox({MessageKind::warning, "Warning", format("Delete %s?", name.c_str()),
+                      ButtonSet::yesNo}) != MessageResult::yes)
     return;
   const std::string reason = chooser_.remove(name);
   if (!reason.empty())
-    showMessageBox({static_cast<u32>(MessageKind::error),
-                    {},
-                    format("%s was not deleted: %s.", name.c_str(), reason.c_str())});
+    showMessageBox(
+        {MessageKind::error, {}, format("%s was not deleted: %s.", name.c_str(), reason.c_str())});
   fill();
 }
 

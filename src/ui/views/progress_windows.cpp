@@ -14,8 +14,7 @@ namespace {
 using namespace layout;
 
 constexpr int kBoxPadding = 30;  // what a progress box is wider than its text
-constexpr int kMinBoxWidth = 135;
-constexpr int kMinBoxWidthWithIcon = 155;
+constexpr int kMinBoxWidth = 155;
 constexpr int kBoxIconSize = 18;
 constexpr int kBoxIconGap = 4;
 
@@ -24,16 +23,12 @@ constexpr int kDialogTextHeight = 2 * kLineHeight;
 constexpr int kBarHeight = 20;
 constexpr int kButtonRowHeight = 30;
 
-bool isListedKind(MessageKind kind) {
-  return kind >= MessageKind::error && kind <= MessageKind::warning;
-}
-
 }  // namespace
 
 ProgressBoxWindow::ProgressBoxWindow(const std::string& title, MessageKind icon,
                                      const std::string& text)
     : window_(1, 1, title) {
-  if (isListedKind(icon)) icon_ = makeIcon(kBoxIconGap, kMargin, kBoxIconSize, iconOf(icon));
+  makeIcon(kBoxIconGap, kMargin, kBoxIconSize, iconOf(icon));
   label_ = new TextLabel(0, kMargin, 1, 1, {}, FL_ALIGN_LEFT);
   window_.end();
   ProgressBoxWindow::setText(text);
@@ -46,10 +41,10 @@ void ProgressBoxWindow::setText(const std::string& text) {
   TextSize needed = measureText(text, 0, kFontSize);
   if (needed.width + kBoxPadding > maxWidth)
     needed = measureText(text, maxWidth - kBoxPadding, kFontSize);
-  const int minWidth = icon_ ? kMinBoxWidthWithIcon : kMinBoxWidth;
-  const int width = std::clamp(needed.width + kBoxPadding, minWidth, std::max(minWidth, maxWidth));
+  const int width =
+      std::clamp(needed.width + kBoxPadding, kMinBoxWidth, std::max(kMinBoxWidth, maxWidth));
   const int height = std::max(needed.height, kBoxIconSize);
-  const int textX = icon_ ? kBoxIconSize + 2 * kBoxIconGap : kBoxPadding / 2;
+  const int textX = kBoxIconSize + 2 * kBoxIconGap;
   window_.size(width, height + 2 * kMargin);
   label_->resize(textX, kMargin, width - textX, height);
   label_->setText(text);

@@ -23,7 +23,6 @@ class ProgressBoxWindow : public ProgressBox {
  private:
   RepaintTimer timer_;
   DialogWindow window_;
-  Fl_Widget* icon_ = nullptr;
   TextLabel* label_ = nullptr;
 };
 

@@ -31,12 +31,12 @@ struct ButtonSpec {
 };
 
 // The buttons of a set in their order; Escape presses the last one of every set.
-std::vector<ButtonSpec> buttonsOf(u32 flags) {
+std::vector<ButtonSpec> buttonsOf(ButtonSet set) {
   const ButtonSpec ok{"&OK", MessageResult::ok};
   const ButtonSpec cancel{"Cancel", MessageResult::cancel};
   const ButtonSpec yes{"&Yes", MessageResult::yes};
   const ButtonSpec no{"&No", MessageResult::no};
-  switch (static_cast<ButtonSet>(flags & kButtonSetMask)) {
+  switch (set) {
     case ButtonSet::okCancel:
       return {ok, cancel};
     case ButtonSet::yesNo:
@@ -45,23 +45,29 @@ std::vector<ButtonSpec> buttonsOf(u32 flags) {
       return {yes, no, cancel};
     case ButtonSet::continueCancel:
       return {{"&Continue", MessageResult::goOn}, cancel};
-    default:
-      return {ok};
+    case ButtonSet::ok:
+      break;
   }
+  return {ok};
+}
+
+// Where Yes would give something up, Enter does not say it.
+bool startsOnNo(const MessageBox& box) {
+  return box.consent == Consent::general || box.consent == Consent::insist;
 }
 
 const char* titleOf(MessageKind kind) {
   switch (kind) {
     case MessageKind::error:
-    case MessageKind::errorToo:
       return "Error";
     case MessageKind::question:
       return "Question";
     case MessageKind::warning:
       return "Warning";
-    default:
-      return "Notice";
+    case MessageKind::notice:
+      break;
   }
+  return "Notice";
 }
 
 // The scheme tints what its boxes are filled with; the plate stays white.
@@ -95,7 +101,6 @@ Icon iconOf(MessageKind kind, bool asksYesOrNo) {
   Icon icon;
   switch (kind) {
     case MessageKind::error:
-    case MessageKind::errorToo:
       icon = {'X', FL_RED};
       break;
     case MessageKind::question:
@@ -104,7 +109,7 @@ Icon iconOf(MessageKind kind, bool asksYesOrNo) {
     case MessageKind::warning:
       icon = {'Y', FL_YELLOW};
       break;
-    default:
+    case MessageKind::notice:
       icon = {'i', FL_BLUE};
       break;
   }
@@ -199,15 +204,14 @@ std::optional<std::size_t> QuestionWindow::ask() {
 }
 
 MessageResult showMessageBox(const MessageBox& box) {
-  const auto kind = static_cast<MessageKind>(box.flags & kMessageKindMask);
-  const std::vector<ButtonSpec> buttons = buttonsOf(box.flags);
+  const std::vector<ButtonSpec> buttons = buttonsOf(box.buttons);
   const bool asksYesOrNo = buttons.front().result == MessageResult::yes;
   Question question;
-  question.title = box.title.empty() ? titleOf(kind) : box.title;
-  question.icon = iconOf(kind, asksYesOrNo);
+  question.title = box.title.empty() ? titleOf(box.kind) : box.title;
+  question.icon = iconOf(box.kind, asksYesOrNo);
   question.text = cut(box.text, kMaxTextBytes);
   for (const ButtonSpec& button : buttons) question.buttons.emplace_back(button.label);
-  question.focusIndex = asksYesOrNo && (box.flags & kFocusOnNo) ? 1 : 0;
+  question.focusIndex = asksYesOrNo && startsOnNo(box) ? 1 : 0;
   question.escapeIndex = buttons.size() - 1;
 
   if (const auto index = QuestionWindow(question).ask()) return buttons[*index].result;
