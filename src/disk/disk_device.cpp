@@ -74,4 +74,14 @@ void DiskDevice::begin(DiskTransfer& transfer) {
 
 Failure DiskDevice::finish(DiskTransfer& transfer) { return transfer.failure; }
 
+bool DiskDevice::lockForChange() {
+  if (lockHolds_ == 0 && !acquireLock()) return false;
+  ++lockHolds_;
+  return true;
+}
+
+void DiskDevice::unlockAfterChange() {
+  if (--lockHolds_ == 0) releaseLock();
+}
+
 }  // namespace tallowin

@@ -123,9 +123,10 @@ class DiskDevice {
   virtual u32 biosNumber() { return kBiosNumberNoMatch; }
 
   // Advisory lock against other programs while an operation changes the disk. False when
-  // somebody else holds it. See DiskChangeLock for the guard.
-  [[nodiscard]] virtual bool lockForChange() { return true; }
-  virtual void unlockAfterChange() {}
+  // somebody else holds it. Operations inside others hold it again, and the last one lets it go.
+  // See DiskChangeLock for the guard.
+  [[nodiscard]] bool lockForChange();
+  void unlockAfterChange();
   // Makes the kernel's picture of the table that of the disk; `wanted` is the table now on
   // disk, used partition by partition when a re-read is refused.
   virtual KernelTable tellKernel(std::span<const KernelPartition> wanted) {
@@ -151,6 +152,10 @@ class DiskDevice {
     return std::nullopt;
   }
 
+  // The lock itself, asked for the first hold and given back after the last.
+  [[nodiscard]] virtual bool acquireLock() { return true; }
+  virtual void releaseLock() {}
+
   // Around every blocking call of an implementation.
   class SystemCallScope {
    public:
@@ -166,6 +171,8 @@ class DiskDevice {
   u32 sectorsPerChunk() const;
   template <typename Byte, typename Transfer>
   Failure inChunks(u64 lba, Byte* bytes, u64 count, Transfer transfer);
+
+  u32 lockHolds_ = 0;
 };
 
 // Holds the advisory lock of a disk for one operation.

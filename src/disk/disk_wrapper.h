@@ -18,13 +18,13 @@ class DiskWrapper : public DiskDevice {
   std::string serial() override { return inner_.serial(); }
   bool firmwareGeometry(Geometry& geometry) override { return inner_.firmwareGeometry(geometry); }
   u32 biosNumber() override { return inner_.biosNumber(); }
-  bool lockForChange() override { return inner_.lockForChange(); }
-  void unlockAfterChange() override { inner_.unlockAfterChange(); }
   KernelTable tellKernel(std::span<const KernelPartition> wanted) override {
     return inner_.tellKernel(wanted);
   }
 
  protected:
+  bool acquireLock() override { return inner_.lockForChange(); }
+  void releaseLock() override { inner_.unlockAfterChange(); }
   Failure transferIn(u64 lba, void* buffer, u32 count) override {
     return inner_.readSectors(lba, buffer, count);
   }

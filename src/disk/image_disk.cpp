@@ -97,10 +97,9 @@ class ImageDisk : public DiskDevice {
     return firmware_->determined;
   }
 
-  bool lockForChange() override { return image_->file().lock(); }
-  void unlockAfterChange() override { image_->file().unlock(); }
-
  protected:
+  bool acquireLock() override { return image_->file().lock(); }
+  void releaseLock() override { image_->file().unlock(); }
   Failure transferIn(u64 lba, void* buffer, u32 count) override {
     const std::lock_guard lock(mutex_);
     if (!isInside(lba, count)) return {Error::read, 0, lba};

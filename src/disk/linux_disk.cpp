@@ -297,7 +297,7 @@ bool LinuxDisk::firmwareGeometry(Geometry& geometry) {
 
 u32 LinuxDisk::biosNumber() { return firmwareDisk().biosNumber; }
 
-bool LinuxDisk::lockForChange() {
+bool LinuxDisk::acquireLock() {
   constexpr int kTries = 10;
   constexpr u32 kPauseMilliseconds = 50;
   for (int attempt = 1;; ++attempt) {
@@ -307,7 +307,7 @@ bool LinuxDisk::lockForChange() {
   }
 }
 
-void LinuxDisk::unlockAfterChange() { ::flock(descriptor_, LOCK_UN); }
+void LinuxDisk::releaseLock() { ::flock(descriptor_, LOCK_UN); }
 
 KernelTable LinuxDisk::tellKernel(std::span<const KernelPartition> wanted) {
   const SystemCallScope scope;

@@ -32,15 +32,15 @@ class LinuxDisk : public DiskDevice {
   std::string serial() override;
   bool firmwareGeometry(Geometry& geometry) override;
   u32 biosNumber() override;
-  // Waits half a second for those that look at every disk that appears or changes.
-  bool lockForChange() override;
-  void unlockAfterChange() override;
   KernelTable tellKernel(std::span<const KernelPartition> wanted) override;
 
   // Whether bulk requests can go past the page cache.
   bool hasBulkPath() const { return direct_ >= 0; }
 
  protected:
+  // Waits half a second for those that look at every disk that appears or changes.
+  bool acquireLock() override;
+  void releaseLock() override;
   Failure transferIn(u64 lba, void* buffer, u32 count) override;
   Failure transferOut(u64 lba, const void* buffer, u32 count) override;
   std::optional<Failure> zeroFast(u64 lba, u64 count) override;

@@ -34,11 +34,11 @@ class OverlayDisk : public DiskWrapper {
 
   Failure flush() override;
   void dropCaches() override {}
-  bool lockForChange() override { return true; }
-  void unlockAfterChange() override {}
   KernelTable tellKernel(std::span<const KernelPartition> wanted) override;
 
  protected:
+  bool acquireLock() override { return true; }
+  void releaseLock() override {}
   Failure transferIn(u64 lba, void* buffer, u32 count) override;
   Failure transferOut(u64 lba, const void* buffer, u32 count) override;
   std::optional<Failure> zeroFast(u64 lba, u64 count) override;

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "disk/disk_wrapper.h"
 #include "disk/sys_block.h"
 #include "disk/transfer_buffer.h"
 #include "support/fake_host.h"
@@ -169,6 +170,11 @@ TEST_F(LinuxDiskTest, ALockThatSomebodyHoldsIsWaitedForOnlyAMoment) {
     const DiskChangeLock lock(*disk);
     EXPECT_TRUE(lock.held());
     EXPECT_NE(::flock(other, LOCK_SH | LOCK_NB), 0);
+    {
+      DiskWrapper wrapped(*disk);
+      EXPECT_TRUE(DiskChangeLock(*disk).held() && DiskChangeLock(wrapped).held());
+    }
+    EXPECT_NE(::flock(other, LOCK_SH | LOCK_NB), 0) << "the first hold is still there";
   }
   EXPECT_EQ(::flock(other, LOCK_SH | LOCK_NB), 0);
   ::close(other);

@@ -165,7 +165,7 @@ TEST_F(DeleteFlowTest, AnotherProgramsLockIsRespected) {
   class Locked : public DiskWrapper {
    public:
     using DiskWrapper::DiskWrapper;
-    bool lockForChange() override { return false; }
+    bool acquireLock() override { return false; }
   };
   const auto drive = open(std::make_shared<Locked>(disk_));
   ui_.expect<DeleteModel>(yes);

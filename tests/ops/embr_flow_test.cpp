@@ -72,7 +72,7 @@ TEST_F(EmbrFlowTest, SynchronisingSaysWhenItFailsAndLeavesALockedDiskAlone) {
   class Locked : public DiskWrapper {
    public:
     using DiskWrapper::DiskWrapper;
-    bool lockForChange() override { return false; }
+    bool acquireLock() override { return false; }
   };
   const auto locked = open(std::make_shared<Locked>(disk_));
   ui_.expectMessage("Another program is changing this disk");
