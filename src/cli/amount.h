@@ -19,6 +19,9 @@ struct Amount {
   std::optional<u64> bytes(u32 sectorSizeBytes) const;
 };
 
+inline constexpr const char* kAmountForm =
+    "a size: a number with B, s (sectors), KiB, MiB, GiB or TiB; alone it is MiB";
+
 // A decimal number with "B", "s" (sectors), "KiB", "MiB", "GiB" or "TiB"; alone it is MiB.
 // Nothing for anything else, and for what passes 2^64 bytes.
 std::optional<Amount> parseAmount(std::string_view text);

@@ -1,10 +1,11 @@
 // What every command is given, and what it answers.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "app/session.h"
-#include "cli/arguments.h"
+#include "cli/common_options.h"
 #include "cli/console_front_end.h"
 #include "cli/exit_status.h"
 #include "cli/json_writer.h"
@@ -12,7 +13,7 @@
 namespace tallowin {
 
 struct CommandContext {
-  const Arguments& arguments;
+  const CommonOptions& options;
   Session& session;
   ConsoleFrontEnd& ui;
   // The members beside "ok" of the object for scripts; dropped when the command fails.
@@ -41,16 +42,12 @@ CommandResult failedBecause(const std::string& what, Failure code);
 CommandResult resultOfFlow(const FlowResult& flow, const ConsoleFrontEnd& ui,
                            const std::string& what);
 
-CommandResult runDevices(CommandContext& context);
-CommandResult runList(CommandContext& context);
-CommandResult runInfo(CommandContext& context);
-CommandResult runCreate(CommandContext& context);
-CommandResult runDelete(CommandContext& context);
-CommandResult runFormat(CommandContext& context);
-CommandResult runSet(CommandContext& context);
-CommandResult runMbr(CommandContext& context);
-CommandResult runConvert(CommandContext& context);
-CommandResult runTable(CommandContext& context);
-CommandResult runSettings(CommandContext& context);
+// One command: its members are its own options, which it declares.
+class Command {
+ public:
+  virtual ~Command() = default;
+  virtual void declare(OptionSet& options, CommonOptions& common) = 0;
+  virtual CommandResult run(CommandContext& context) = 0;
+};
 
 }  // namespace tallowin

@@ -43,10 +43,9 @@ std::string withoutMnemonics(std::string label) {
 
 }  // namespace
 
-ConsoleFrontEnd::ConsoleFrontEnd(Answers answers)
-    : answers_(answers),
-      hasTerminal_(::isatty(STDIN_FILENO) == 1 && ::isatty(STDERR_FILENO) == 1),
-      progressLine_(::isatty(STDERR_FILENO) == 1 && !answers.quiet) {}
+ConsoleFrontEnd::ConsoleFrontEnd(bool showsProgress)
+    : hasTerminal_(::isatty(STDIN_FILENO) == 1 && ::isatty(STDERR_FILENO) == 1),
+      progressLine_(::isatty(STDERR_FILENO) == 1 && showsProgress) {}
 
 std::optional<std::string> ConsoleFrontEnd::readLine(const std::string& prompt) {
   if (!hasTerminal_ || wasInterrupted()) return std::nullopt;
@@ -68,34 +67,17 @@ bool ConsoleFrontEnd::ask(const std::string& question, const std::string& hint) 
   return answer && (*answer == "y" || *answer == "Y" || *answer == "yes");
 }
 
-bool ConsoleFrontEnd::confirms(const std::string& text) {
-  if (wasInterrupted()) return false;
-  if (answers_.yes) return true;
-  if (!hasTerminal_) lackedConfirmation_ = true;
-  return ask(text, "Continue?");
-}
-
-bool ConsoleFrontEnd::insists(const std::string& text) {
-  if (wasInterrupted()) return false;
-  if (answers_.overwrite || ask(text, "Continue?")) return true;
-  lackedInsistence_ = true;
-  told_.push_back(onOneLine(text));
-  return false;
-}
-
 bool ConsoleFrontEnd::consents(const MessageBox& box) {
-  switch (box.consent) {
-    case Consent::general:
-      return confirms(box.text);
-    case Consent::insist:
-      return insists(box.text);
-    case Consent::diskError:
-      return answers_.ignoreErrors || ask(box.text, "Ignore all errors?");
-    case Consent::withoutCopy:
-    case Consent::none:
-      break;
+  if (wasInterrupted()) return false;
+  if ((agreedTo_ & bitOf(box.consent)) != 0) return true;
+  if (box.consent == Consent::general && !hasTerminal_) lackedConfirmation_ = true;
+  const bool isDiskError = box.consent == Consent::diskError;
+  if (ask(box.text, isDiskError ? "Ignore all errors?" : "Continue?")) return true;
+  if (box.consent == Consent::insist) {
+    lackedInsistence_ = true;
+    told_.push_back(onOneLine(box.text));
   }
-  return ask(box.text, "Continue?");
+  return false;
 }
 
 MessageResult ConsoleFrontEnd::messageBox(const MessageBox& box) {
@@ -137,13 +119,13 @@ std::size_t ConsoleFrontEnd::choiceBox(const ChoiceBox& box) {
 
 std::unique_ptr<ProgressBox> ConsoleFrontEnd::progressBox(const std::string&, MessageKind,
                                                           const std::string& text) {
-  return std::make_unique<ConsoleProgress>(progressLine_, text, "", answers_.skipScan);
+  return std::make_unique<ConsoleProgress>(progressLine_, text, "", skipsScans_);
 }
 
 std::unique_ptr<ProgressDialog> ConsoleFrontEnd::progressDialog(const std::string&,
                                                                 const std::string& text,
                                                                 const std::string& buttonLabel) {
-  return std::make_unique<ConsoleProgress>(progressLine_, text, buttonLabel, answers_.skipScan);
+  return std::make_unique<ConsoleProgress>(progressLine_, text, buttonLabel, skipsScans_);
 }
 
 std::optional<std::string> ConsoleFrontEnd::chooseFile(const FileChoice&) {

@@ -13,17 +13,15 @@ namespace tallowin {
 
 class ConsoleFrontEnd : public FrontEnd {
  public:
-  struct Answers {
-    bool yes = false;           // Consent::general
-    bool quiet = false;         // no progress
-    bool overwrite = false;     // Consent::insist
-    bool ignoreErrors = false;  // Consent::diskError
-    bool skipScan = false;      // presses "&Skip" as soon as it is offered
-  };
   // Fills a dialog from the command line and closes it; one left open is cancelled.
   using DialogHandler = std::function<void(DialogModel&)>;
 
-  explicit ConsoleFrontEnd(Answers answers);
+  explicit ConsoleFrontEnd(bool showsProgress = true);
+
+  // An order of the command line: every question of this kind is answered with yes.
+  void agreeTo(Consent consent) { agreedTo_ |= bitOf(consent); }
+  // Presses "&Skip" as soon as it is offered.
+  void skipScans() { skipsScans_ = true; }
 
   void setDialogHandler(DialogHandler handler) { handler_ = std::move(handler); }
 
@@ -45,13 +43,13 @@ class ConsoleFrontEnd : public FrontEnd {
   void run(DialogModel& model) override;
 
  private:
-  bool confirms(const std::string& text);
-  bool insists(const std::string& text);
+  static constexpr u32 bitOf(Consent consent) { return u32{1} << static_cast<u32>(consent); }
   bool consents(const MessageBox& box);
   bool ask(const std::string& question, const std::string& hint);
   std::optional<std::string> readLine(const std::string& prompt);
 
-  Answers answers_;
+  u32 agreedTo_ = 0;
+  bool skipsScans_ = false;
   bool hasTerminal_;
   ProgressLine progressLine_;
   DialogHandler handler_;

@@ -6,7 +6,10 @@
 #include <set>
 
 #include "base/text.h"
+#include "cli/amount.h"
+#include "cli/commands.h"
 #include "cli/target.h"
+#include "cli/values.h"
 #include "ops/create_model.h"
 #include "ops/format_flow.h"
 #include "ops/format_model.h"
@@ -16,12 +19,23 @@
 namespace tallowin {
 namespace {
 
+struct CreateWish {
+  Amount size;
+  u32 type = 0;
+  std::optional<std::string> name;
+  std::optional<u32> freeBlock;  // from 1
+  std::optional<Amount> before;
+  std::optional<Amount> after;
+  bool format = false;
+  std::optional<u32> clusterBytes;
+};
+
 // Fills the dialogs of the flow; what the command line asks for and a dialog cannot give is
 // remembered as the reason to refuse.
 class CreateAnswers {
  public:
-  CreateAnswers(const Arguments& arguments, u32 sectorSizeBytes, const char* defaultName)
-      : arguments_(arguments), sectorSizeBytes_(sectorSizeBytes), defaultName_(defaultName) {}
+  CreateAnswers(const CreateWish& wanted, u32 sectorSizeBytes, const char* defaultName)
+      : wanted_(wanted), sectorSizeBytes_(sectorSizeBytes), defaultName_(defaultName) {}
 
   const std::string& refusal() const { return refusal_; }
 
@@ -32,19 +46,18 @@ class CreateAnswers {
 
  private:
   void fillCreate(CreateModel& model) {
-    model.fileSystem = std::to_string(arguments_.type);
+    model.fileSystem = std::to_string(wanted_.type);
     model.pass();
-    if (!setNumber(*arguments_.size, model.sizeMiB, "--size", model) ||
-        (arguments_.before &&
-         !setNumber(*arguments_.before, model.freeBeforeMiB, "--before", model)) ||
-        (arguments_.after && !setNumber(*arguments_.after, model.freeAfterMiB, "--after", model)))
+    if (!setNumber(wanted_.size, model.sizeMiB, "--size", model) ||
+        (wanted_.before && !setNumber(*wanted_.before, model.freeBeforeMiB, "--before", model)) ||
+        (wanted_.after && !setNumber(*wanted_.after, model.freeAfterMiB, "--after", model)))
       return;
-    if (arguments_.format && !model.formatControl.enabled) {
+    if (wanted_.format && !model.formatControl.enabled) {
       refusal_ = "--format: a partition of this type cannot be formatted; leave it out.";
       return;
     }
-    model.format = arguments_.format;
-    if (model.nameControl.enabled) model.name = arguments_.name.value_or(defaultName_);
+    model.format = wanted_.format;
+    if (model.nameControl.enabled) model.name = wanted_.name.value_or(defaultName_);
     model.ok();
   }
 
@@ -63,12 +76,12 @@ class CreateAnswers {
 
   void fillFormat(FormatModel& model) {
     // Checked before the flow began: this cannot fail for what the command line takes.
-    static_cast<void>(model.setClusterBytes(arguments_.clusterBytes.value_or(0)));
+    static_cast<void>(model.setClusterBytes(wanted_.clusterBytes.value_or(0)));
     model.pass();
     model.ok();
   }
 
-  const Arguments& arguments_;
+  const CreateWish& wanted_;
   u32 sectorSizeBytes_;
   const char* defaultName_;
   std::string refusal_;
@@ -90,7 +103,7 @@ std::optional<ListedRow> newRow(Drive& drive, const std::set<u64>& before) {
 
 void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& before) {
   if (const auto row = newRow(drive, before)) {
-    if (context.arguments.json) {
+    if (context.options.json) {
       writePartition(context.json, drive, *row);
     } else {
       std::printf("Created %s\n", rowText(drive, *row).c_str());
@@ -98,30 +111,60 @@ void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& b
   }
 }
 
-CommandResult noFreeBlock(const Arguments& arguments, const Drive& drive) {
+CommandResult noFreeBlock(const std::string& path, const std::optional<u32>& wanted,
+                          const Drive& drive) {
   if (const std::string why = emptyTableText(drive); !why.empty()) return refused(why);
-  if (!arguments.freeBlock)
-    return refused("'" + arguments.target + "' has no free block; delete a partition first.");
-  return refused(format("'%s' has no free block %u; see the free rows of the list.",
-                        arguments.target.c_str(), *arguments.freeBlock));
+  if (!wanted) return refused("'" + path + "' has no free block; delete a partition first.");
+  return refused(
+      format("'%s' has no free block %u; see the free rows of the list.", path.c_str(), *wanted));
 }
 
-}  // namespace
+class CreateCommand : public Command {
+  void declare(OptionSet& options, CommonOptions& common) override;
+  CommandResult run(CommandContext& context) override;
 
-CommandResult runCreate(CommandContext& context) {
-  const Arguments& arguments = context.arguments;
-  if (arguments.clusterBytes && takesAutomaticClusters(static_cast<u16>(arguments.type)))
+  CreateWish wanted_;
+};
+
+void CreateCommand::declare(OptionSet& options, CommonOptions& common) {
+  declareTarget(options, common);
+  options
+      .value("--size", "SIZE", wanted_.size, parseAmount, kAmountForm,
+             "Size, rounded up to whole MiB")
+      .required();
+  options
+      .value("--type", "TYPE", wanted_.type, parseType, kTypeForm,
+             "Number, or fat12 fat16 fat32 ntfs linux swap extended efi")
+      .required();
+  options.text("--name", "NAME", wanted_.name, "Name");
+  options.value("--free", "K", wanted_.freeBlock, parseFromOne, "a free block's number, from 1",
+                "The K-th free block of the list; by default the largest");
+  const DeclaredOption before = options.value("--before", "SIZE", wanted_.before, parseAmount,
+                                              kAmountForm, "Free space to leave before it");
+  options
+      .value("--after", "SIZE", wanted_.after, parseAmount, kAmountForm,
+             "Free space to leave after it; 0 places it at the block's end")
+      .excludes(before);
+  const DeclaredOption format = options.flag("--format", wanted_.format, "Format it");
+  options.value("--cluster", "SIZE", wanted_.clusterBytes, parseCluster, kClusterForm, kClusterHelp)
+      .needs(format);
+  declareWriting(options, common);
+}
+
+CommandResult CreateCommand::run(CommandContext& context) {
+  context.ui.skipScans();
+  if (wanted_.clusterBytes && takesAutomaticClusters(static_cast<u16>(wanted_.type)))
     return refused("--cluster: this type always takes the automatic cluster size; leave it out.");
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
     return result;
   Drive& drive = *target.drive;
-  PartitionEntry* block = findFreeBlock(drive, arguments.freeBlock);
-  if (!block) return noFreeBlock(arguments, drive);
+  PartitionEntry* block = findFreeBlock(drive, wanted_.freeBlock);
+  if (!block) return noFreeBlock(context.options.target, wanted_.freeBlock, drive);
 
   const std::set<u64> before = usedStarts(drive);
   const bool hadErrors = drive.table().hasErrors();
-  CreateAnswers answers(arguments, drive.sectorSize(),
+  CreateAnswers answers(wanted_, drive.sectorSize(),
                         block->isVolume() ? "Volume" : kNewMbrEntryName);
   context.ui.setDialogHandler([&](DialogModel& model) { answers.fill(model); });
   const FlowResult flow = createFlow(context.session.context(context.ui), drive, *block);
@@ -130,7 +173,7 @@ CommandResult runCreate(CommandContext& context) {
   if (!result.succeeded()) {
     // Formatting comes after the table is written.
     const auto row = flow.succeeded() ? std::nullopt : newRow(drive, before);
-    if (row && arguments.format && !arguments.rehearse)
+    if (row && wanted_.format && !context.options.rehearse)
       result.message =
           format("Partition %u was created, but not formatted. ", *row->number) + result.message;
     return result;
@@ -138,5 +181,10 @@ CommandResult runCreate(CommandContext& context) {
   reportCreated(context, drive, before);
   return endChange(context, target, hadErrors, std::move(result));
 }
+
+}  // namespace
+
+const CommandRow kCreateCommand = {"create", "Create a partition or a volume",
+                                   makeCommand<CreateCommand>};
 
 }  // namespace tallowin

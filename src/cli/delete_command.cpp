@@ -3,11 +3,40 @@
 
 #include <cstdio>
 
+#include "cli/commands.h"
 #include "cli/target.h"
 #include "ops/delete_model.h"
 
 namespace tallowin {
 namespace {
+
+class DeleteCommand : public Command {
+  void declare(OptionSet& options, CommonOptions& common) override;
+  CommandResult run(CommandContext& context) override;
+  std::string fill(ConsoleFrontEnd& ui, DeleteModel& model) const;
+
+  bool clearBootSector_ = false;
+  bool wipe_ = false;
+  bool ignoreErrors_ = false;
+};
+
+void DeleteCommand::declare(OptionSet& options, CommonOptions& common) {
+  declareTarget(options, common);
+  declarePart(options, common);
+  options.flag("--clear-boot", clearBootSector_, "Clear its boot sectors");
+  const DeclaredOption wipe = options.flagOrValue(
+      "--wipe", "[PATTERN]",
+      [this](const std::string& pattern) {
+        wipe_ = true;
+        return pattern.empty() || pattern == "zero";
+      },
+      "a pattern: zero", "Overwrite all of it; PATTERN: zero");
+  options
+      .flag("--ignore-errors", ignoreErrors_,
+            "Pass over sectors that cannot be overwritten; --yes does not answer that")
+      .needs(wipe);
+  declareWriting(options, common);
+}
 
 std::string questionOf(const DeleteModel& model) {
   std::string text = model.title + "\n" + model.targetText + "\n" + model.typeLine;
@@ -16,21 +45,20 @@ std::string questionOf(const DeleteModel& model) {
 }
 
 // Whether the dialog can do what the command line asks for; said when it cannot.
-std::string fillDelete(const Arguments& arguments, ConsoleFrontEnd& ui, DeleteModel& model) {
-  if (arguments.clearBootSector && !model.clearBootSectorControl.enabled)
+std::string DeleteCommand::fill(ConsoleFrontEnd& ui, DeleteModel& model) const {
+  if (clearBootSector_ && !model.clearBootSectorControl.enabled)
     return "--clear-boot: " + model.clearBootSectorControl.whyDisabled;
-  if (arguments.wipe && !model.wipePartitionControl.enabled)
+  if (wipe_ && !model.wipePartitionControl.enabled)
     return "--wipe: " + model.wipePartitionControl.whyDisabled;
-  model.clearBootSector = arguments.clearBootSector;
-  model.wipePartition = arguments.wipe;
+  model.clearBootSector = clearBootSector_;
+  model.wipePartition = wipe_;
   model.pass();
   if (ui.confirm(Consent::general, "", questionOf(model))) model.ok();
   return {};
 }
 
-}  // namespace
-
-CommandResult runDelete(CommandContext& context) {
+CommandResult DeleteCommand::run(CommandContext& context) {
+  if (ignoreErrors_) context.ui.agreeTo(Consent::diskError);
   Target target;
   ListedRow row;
   if (CommandResult result = openPart(context, TargetUse::change, target, row); !result.succeeded())
@@ -41,18 +69,22 @@ CommandResult runDelete(CommandContext& context) {
   const bool hadErrors = drive.table().hasErrors();
   std::string refusal;
   context.ui.setDialogHandler([&](DialogModel& model) {
-    if (auto* question = dynamic_cast<DeleteModel*>(&model))
-      refusal = fillDelete(context.arguments, context.ui, *question);
+    if (auto* question = dynamic_cast<DeleteModel*>(&model)) refusal = fill(context.ui, *question);
   });
   const FlowResult flow = deleteFlow(context.session.context(context.ui), drive, *row.entry);
   if (!refusal.empty()) return refused(refusal);
   CommandResult result = resultOfFlow(flow, context.ui, "The partition was not deleted.");
   if (!result.succeeded()) return result;
-  if (context.arguments.json)
-    context.json.number("deleted", *context.arguments.part);
+  if (context.options.json)
+    context.json.number("deleted", *context.options.part);
   else
     std::printf("Deleted %s\n", deleted.c_str());
   return endChange(context, target, hadErrors, std::move(result));
 }
+
+}  // namespace
+
+const CommandRow kDeleteCommand = {"delete", "Delete a partition or a volume",
+                                   makeCommand<DeleteCommand>};
 
 }  // namespace tallowin

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "base/text.h"
+#include "cli/commands.h"
 #include "cli/fat_facts.h"
 #include "cli/target.h"
 #include "probe/type_catalogue.h"
@@ -54,9 +55,15 @@ std::string factsText(Drive& drive, const ListedRow& row, const PartitionFacts& 
   return text + "File system    " + contentName(drive, entry).value_or("not known") + "\n";
 }
 
-}  // namespace
+class InfoCommand : public Command {
+  void declare(OptionSet& options, CommonOptions& common) override {
+    declareTarget(options, common);
+    declarePart(options, common);
+  }
+  CommandResult run(CommandContext& context) override;
+};
 
-CommandResult runInfo(CommandContext& context) {
+CommandResult InfoCommand::run(CommandContext& context) {
   Target target;
   ListedRow row;
   if (CommandResult result = openPart(context, TargetUse::look, target, row); !result.succeeded())
@@ -64,13 +71,13 @@ CommandResult runInfo(CommandContext& context) {
   PartitionFacts facts;
   if (CommandResult result = gather(*target.drive, *row.entry, facts); !result.succeeded())
     return result;
-  if (!context.arguments.json) {
+  if (!context.options.json) {
     std::fputs(factsText(*target.drive, row, facts).c_str(), stdout);
     if (const std::string problem = tableProblemText(*target.drive); !problem.empty())
       std::printf("Table          %s\n", problem.c_str());
     return {};
   }
-  context.json.text("path", context.arguments.target);
+  context.json.text("path", context.options.target);
   writeRow(context.json, *target.drive, row);
   context.json.textOrNull("gpt_health", gptHealthFor(*target.drive));
   writeChs(context.json, "start_chs", facts.start);
@@ -81,5 +88,10 @@ CommandResult runInfo(CommandContext& context) {
     context.json.null("file_system");
   return {};
 }
+
+}  // namespace
+
+const CommandRow kInfoCommand = {"info", "Show one partition and its file system",
+                                 makeCommand<InfoCommand>};
 
 }  // namespace tallowin

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "base/text.h"
+#include "cli/commands.h"
 #include "cli/target.h"
 
 namespace tallowin {
@@ -53,36 +54,53 @@ std::string foundText(const FoundDrive& found) {
                 found.serial.c_str(), found.name.c_str());
 }
 
-}  // namespace
+class DevicesCommand : public Command {
+  void declare(OptionSet&, CommonOptions&) override {}
+  CommandResult run(CommandContext& context) override;
+};
 
-CommandResult runDevices(CommandContext& context) {
-  if (context.arguments.json) context.json.beginArray("devices");
+CommandResult DevicesCommand::run(CommandContext& context) {
+  if (context.options.json) context.json.beginArray("devices");
   const u32 count = context.session.driveList().countOfKind(kHardDiskKind);
   for (u32 i = 0; i < count; ++i) {
     const FoundDrive found = lookAt(context.session, i);
-    if (context.arguments.json)
+    if (context.options.json)
       writeFound(context.json, found);
     else
       std::printf("%s\n", std::string(trimRight(foundText(found))).c_str());
   }
-  if (context.arguments.json)
+  if (context.options.json)
     context.json.endArray();
-  else if (count == 0 && !context.arguments.hideDevices)
+  else if (count == 0 && !context.options.hideDevices)
     std::fprintf(stderr, "%s\n", context.session.whyNoDevices().c_str());
   return {};
 }
 
-CommandResult runList(CommandContext& context) {
+class ListCommand : public Command {
+  void declare(OptionSet& options, CommonOptions& common) override {
+    declareTarget(options, common);
+  }
+  CommandResult run(CommandContext& context) override;
+};
+
+CommandResult ListCommand::run(CommandContext& context) {
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::look, target); !result.succeeded())
     return result;
-  if (context.arguments.json) {
-    writeDrive(context.json, *target.drive, context.arguments.target);
+  if (context.options.json) {
+    writeDrive(context.json, *target.drive, context.options.target);
     writeRows(context.json, *target.drive);
   } else {
     std::fputs(listingText(*target.drive).c_str(), stdout);
   }
   return {};
 }
+
+}  // namespace
+
+const CommandRow kDevicesCommand = {"devices", "List the drives of this machine",
+                                    makeCommand<DevicesCommand>, true};
+const CommandRow kListCommand = {"list", "List partitions, volumes and free space",
+                                 makeCommand<ListCommand>};
 
 }  // namespace tallowin

@@ -4,12 +4,42 @@
 #include <utility>
 
 #include "base/text.h"
+#include "cli/commands.h"
 #include "cli/target.h"
+#include "cli/values.h"
 #include "ops/mbr_edit_flow.h"
 #include "ops/target_text.h"
 
 namespace tallowin {
 namespace {
+
+// What is done, in this order; slots count from 1.
+struct MbrWish {
+  std::optional<u32> deleteSlot;
+  std::optional<u32> insert;  // a partition's number, into `slot`
+  std::optional<u32> slot;
+  std::optional<u32> setActive;
+  bool fillEndChs = false;
+  std::optional<BootCode> bootCode;
+  bool clearSignature = false;
+  std::optional<u32> signature;
+
+  bool changesAnything() const {
+    return deleteSlot || insert || setActive || fillEndChs || bootCode || clearSignature ||
+           signature;
+  }
+};
+
+std::optional<u32> parseSlot(std::string_view text) {
+  const std::optional<u32> value = parseFromOne(text);
+  return value && *value <= kMbrSlots ? value : std::nullopt;
+}
+
+std::optional<BootCode> parseBootCode(std::string_view text) {
+  if (text == "standard") return BootCode::standard;
+  if (text == "new") return BootCode::measuring;
+  return std::nullopt;
+}
 
 std::string signatureText(const MbrEditor& editor) {
   return format("0x%08X", editor.diskSignature());
@@ -49,7 +79,7 @@ void writeSlots(JsonWriter& json, const MbrEditor& editor) {
 }
 
 void show(CommandContext& context, const MbrEditor& editor) {
-  context.arguments.json ? writeSlots(context.json, editor) : printSlots(editor);
+  context.options.json ? writeSlots(context.json, editor) : printSlots(editor);
 }
 
 CommandResult notConfirmed(CommandContext& context) {
@@ -57,13 +87,12 @@ CommandResult notConfirmed(CommandContext& context) {
                       "The boot sector was not changed.");
 }
 
-CommandResult insertPart(CommandContext& context, Drive& drive, MbrEditor& editor) {
-  const Arguments& arguments = context.arguments;
-  const std::size_t slot = *arguments.mbr.slot - 1;
-  const PartitionEntry* entry = drive.findByListNumber(*arguments.mbr.insert);
+CommandResult insertPart(CommandContext& context, const MbrWish& wanted, Drive& drive,
+                         MbrEditor& editor) {
+  const std::size_t slot = *wanted.slot - 1;
+  const PartitionEntry* entry = drive.findByListNumber(*wanted.insert);
   if (!entry || entry->isFree())
-    return refused(
-        format("There is no partition %u; 'list' shows the numbers.", *arguments.mbr.insert));
+    return refused(format("There is no partition %u; 'list' shows the numbers.", *wanted.insert));
   if (entry->isVolume())
     return refused(
         "A volume of an extended partition cannot be put into the MBR; choose a "
@@ -73,7 +102,7 @@ CommandResult insertPart(CommandContext& context, Drive& drive, MbrEditor& edito
     return refused(
         format("Partition %u is in another slot already; delete that one with "
                "--delete-slot.",
-               *arguments.mbr.insert));
+               *wanted.insert));
   if (!mayOverwriteSlot(context.ui, editor, slot)) return notConfirmed(context);
   if (!editor.insert(slot, *entry))
     return refused(
@@ -84,15 +113,15 @@ CommandResult insertPart(CommandContext& context, Drive& drive, MbrEditor& edito
 }
 
 // Everything that the command line asks for, done to the copy.
-CommandResult edit(CommandContext& context, Drive& drive, MbrEditor& editor) {
-  const MbrArguments& wanted = context.arguments.mbr;
+CommandResult edit(CommandContext& context, const MbrWish& wanted, Drive& drive,
+                   MbrEditor& editor) {
   if (wanted.deleteSlot) {
     const std::size_t slot = *wanted.deleteSlot - 1;
     if (!mayOverwriteSlot(context.ui, editor, slot)) return notConfirmed(context);
     editor.remove(slot);
   }
   if (wanted.insert)
-    if (CommandResult result = insertPart(context, drive, editor); !result.succeeded())
+    if (CommandResult result = insertPart(context, wanted, drive, editor); !result.succeeded())
       return result;
   if (wanted.setActive) editor.setActive(*wanted.setActive - 1);
   if (wanted.fillEndChs) editor.fillEndChs();
@@ -102,10 +131,12 @@ CommandResult edit(CommandContext& context, Drive& drive, MbrEditor& editor) {
   return {};
 }
 
-CommandResult change(CommandContext& context, Target& target, MbrEditor& editor) {
+CommandResult change(CommandContext& context, const MbrWish& wanted, Target& target,
+                     MbrEditor& editor) {
   Drive& drive = *target.drive;
   const bool hadErrors = drive.table().hasErrors();
-  if (CommandResult result = edit(context, drive, editor); !result.succeeded()) return result;
+  if (CommandResult result = edit(context, wanted, drive, editor); !result.succeeded())
+    return result;
   if (!editor.isChanged()) {
     show(context, editor);
     return endChange(context, target, hadErrors, {});
@@ -121,10 +152,43 @@ CommandResult change(CommandContext& context, Target& target, MbrEditor& editor)
   return endChange(context, target, hadErrors, std::move(result));
 }
 
-}  // namespace
+class MbrCommand : public Command {
+  void declare(OptionSet& options, CommonOptions& common) override;
+  CommandResult run(CommandContext& context) override;
 
-CommandResult runMbr(CommandContext& context) {
-  const bool changes = context.arguments.mbr.changesAnything();
+  MbrWish wanted_;
+};
+
+void MbrCommand::declare(OptionSet& options, CommonOptions& common) {
+  constexpr const char* kSlotForm = "a slot: 1 to 4";
+  declareTarget(options, common);
+  options.value("--set-active", "SLOT", wanted_.setActive, parseSlot, kSlotForm,
+                "Make this slot, 1 to 4, the only active one");
+  options.value("--boot-code", "CODE", wanted_.bootCode, parseBootCode,
+                "a boot code: standard, new",
+                "Install boot code: standard, or new (measures into a TPM)");
+  DeclaredOption insert =
+      options.value("--insert", "N", wanted_.insert, parseCount, "a partition's number",
+                    "Put partition N into the slot of --slot");
+  DeclaredOption slot = options.value("--slot", "SLOT", wanted_.slot, parseSlot, kSlotForm,
+                                      "The slot, 1 to 4, that --insert fills");
+  insert.needs(slot);
+  slot.needs(insert);
+  options.value("--delete-slot", "SLOT", wanted_.deleteSlot, parseSlot, kSlotForm,
+                "Clear this slot, 1 to 4");
+  options.flag("--fill-echs", wanted_.fillEndChs,
+               "Make the last CHS address of every used slot the largest");
+  const DeclaredOption clear =
+      options.flag("--clear-signature", wanted_.clearSignature, "Clear the disk signature");
+  options
+      .value("--signature", "NUMBER", wanted_.signature, parseSignature, "a number of 32 bits",
+             "Set the disk signature: decimal, 0x hexadecimal or 0 octal")
+      .excludes(clear);
+  declareWriting(options, common);
+}
+
+CommandResult MbrCommand::run(CommandContext& context) {
+  const bool changes = wanted_.changesAnything();
   Target target;
   if (CommandResult result =
           openTarget(context, changes ? TargetUse::change : TargetUse::look, target);
@@ -135,9 +199,14 @@ CommandResult runMbr(CommandContext& context) {
   MbrEditor editor(*target.drive);
   if (const Failure error = editor.load(); error != Error::none)
     return failedBecause("The boot sector cannot be read.", error);
-  if (changes) return change(context, target, editor);
+  if (changes) return change(context, wanted_, target, editor);
   show(context, editor);
   return {};
 }
+
+}  // namespace
+
+const CommandRow kMbrCommand = {"mbr", "Show the four slots of the boot sector, or edit it",
+                                makeCommand<MbrCommand>};
 
 }  // namespace tallowin

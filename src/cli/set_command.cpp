@@ -1,8 +1,10 @@
 // set: changes the properties of a partition where it lies.
 #include <cstdio>
 
+#include "cli/commands.h"
 #include "cli/property_plan.h"
 #include "cli/target.h"
+#include "cli/values.h"
 #include "ops/properties_flow.h"
 
 namespace tallowin {
@@ -11,17 +13,44 @@ namespace {
 void reportPart(CommandContext& context, Drive& drive) {
   ListedRow row;
   if (!findPart(context, drive, row).succeeded()) return;
-  if (context.arguments.json) {
+  if (context.options.json) {
     writePartition(context.json, drive, row);
   } else {
     std::printf("%s\n", rowText(drive, row).c_str());
   }
 }
 
-}  // namespace
+class SetCommand : public Command {
+  void declare(OptionSet& options, CommonOptions& common) override;
+  CommandResult run(CommandContext& context) override;
 
-CommandResult runSet(CommandContext& context) {
-  const Arguments& arguments = context.arguments;
+  std::optional<std::string> name_;
+  SetArguments set_;
+};
+
+void SetCommand::declare(OptionSet& options, CommonOptions& common) {
+  declareTarget(options, common);
+  declarePart(options, common);
+  options.text("--name", "NAME", name_, "Name; entries of an MBR have none");
+  options.value("--type", "TYPE", set_.type, parseType, kTypeForm,
+                "Number, or fat12 fat16 fat32 ntfs linux swap efi");
+  options.value("--type-guid", "GUID", set_.typeGuid, parseTypeGuid,
+                "a GUID or the name of a type, as \"Linux Data\"",
+                "GPT: type GUID, or the name of the type");
+  const DeclaredOption active =
+      options.choice("--active", set_.active, true, "Make it the only active one");
+  options.choice("--inactive", set_.active, false, "Take its active mark").excludes(active);
+  const DeclaredOption hide =
+      options.choice("--hide", set_.hide, true, "Hide it: by its type, on a GPT by a flag");
+  options.choice("--unhide", set_.hide, false, "Show it again").excludes(hide);
+  options.list(
+      "--flag", "FLAG=0/1", set_.flags, parseFlagChange, "FLAG=0 or FLAG=1",
+      "GPT: 0 to 63, required no-block-io legacy-boot read-only shadow-copy hidden no-mount; "
+      "EMBR: boot manager bootable multi-os hd0-only; may be repeated");
+  declareWriting(options, common);
+}
+
+CommandResult SetCommand::run(CommandContext& context) {
   Target target;
   ListedRow row;
   if (CommandResult result = openPart(context, TargetUse::change, target, row); !result.succeeded())
@@ -29,8 +58,7 @@ CommandResult runSet(CommandContext& context) {
   Drive& drive = *target.drive;
   const bool hadErrors = drive.table().hasErrors();
   EntryProperties change;
-  const std::string refusal =
-      planProperties(drive, *row.entry, arguments.name, arguments.set, change);
+  const std::string refusal = planProperties(drive, *row.entry, name_, set_, change);
   if (!refusal.empty()) return refused(refusal + " Nothing was changed.", Error::unsupportedForm);
   CommandResult result;
   if (change != EntryProperties{}) {
@@ -42,5 +70,10 @@ CommandResult runSet(CommandContext& context) {
   reportPart(context, drive);
   return endChange(context, target, hadErrors, std::move(result));
 }
+
+}  // namespace
+
+const CommandRow kSetCommand = {"set", "Change name, type, marks and flags of a partition",
+                                makeCommand<SetCommand>};
 
 }  // namespace tallowin

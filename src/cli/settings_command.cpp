@@ -2,11 +2,25 @@
 #include <cstdio>
 
 #include "base/text.h"
-#include "cli/command.h"
+#include "cli/commands.h"
+#include "cli/values.h"
 #include "settings/settings_file.h"
 
 namespace tallowin {
 namespace {
+
+// Without a key all settings; with a value the key gets it.
+struct SettingWish {
+  std::string key;
+  std::optional<std::string> value;
+};
+
+std::optional<SettingWish> parseWish(std::string_view text) {
+  const std::size_t equals = text.find('=');
+  SettingWish wish{std::string(text.substr(0, equals)), std::nullopt};
+  if (equals != std::string_view::npos) wish.value = text.substr(equals + 1);
+  return wish;
+}
 
 template <typename Value>
 std::string valueText(const Value& value) {
@@ -45,7 +59,7 @@ template <typename Owner>
 void show(CommandContext& context, const OptionRow<Owner>& row, const Owner& owner) {
   const std::string key(row.key);
   const std::string text = optionText(row, owner);
-  if (context.arguments.json)
+  if (context.options.json)
     context.json.text(key.c_str(), text);
   else
     std::printf("%s=%s\n", key.c_str(), text.c_str());
@@ -53,49 +67,63 @@ void show(CommandContext& context, const OptionRow<Owner>& row, const Owner& own
 
 // Shows or changes options of one section; `write` stores the section.
 template <typename Owner, typename Write>
-CommandResult run(CommandContext& context, std::span<const OptionRow<Owner>> rows, Owner owner,
-                  const Write& write) {
-  const Arguments& arguments = context.arguments;
-  if (arguments.key.empty() && arguments.value)
+CommandResult showOrChange(CommandContext& context, const SettingWish& wish,
+                           std::span<const OptionRow<Owner>> rows, Owner owner,
+                           const Write& write) {
+  if (wish.key.empty() && wish.value)
     return wrongUsage("The setting to change is missing before '='.");
-  bool found = arguments.key.empty();
-  if (context.arguments.json) context.json.beginObject("settings");
+  bool found = wish.key.empty();
+  if (context.options.json) context.json.beginObject("settings");
   for (const OptionRow<Owner>& row : rows) {
-    if (row.key.empty() || (!arguments.key.empty() && !equalsIgnoreCase(row.key, arguments.key)))
-      continue;
+    if (row.key.empty() || (!wish.key.empty() && !equalsIgnoreCase(row.key, wish.key))) continue;
     found = true;
-    if (arguments.value) {
-      if (!setChecked(row, owner, *arguments.value))
-        return wrongUsage(format("'%s' is no value for %s.", arguments.value->c_str(),
-                                 std::string(row.key).c_str()));
+    if (wish.value) {
+      if (!setChecked(row, owner, *wish.value))
+        return wrongUsage(
+            format("'%s' is no value for %s.", wish.value->c_str(), std::string(row.key).c_str()));
       if (const Failure error = write(owner); error != Error::none)
         return failedBecause(
             "'" + context.session.settingsFile().path() + "' could not be written.", error);
     }
     show(context, row, owner);
   }
-  if (!found) return wrongUsage("There is no setting '" + arguments.key + "'.");
-  if (context.arguments.json) context.json.endObject();
+  if (!found) return wrongUsage("There is no setting '" + wish.key + "'.");
+  if (context.options.json) context.json.endObject();
   return {};
+}
+
+class SettingsCommand : public Command {
+  void declare(OptionSet& options, CommonOptions&) override {
+    options.value("KEY", "[=VALUE]", wish_, parseWish, "a setting",
+                  "An option to show, or to set with =VALUE; by default all are shown");
+    options.value("--drive", "N", driveNumber_, parseCount, "a drive's number",
+                  "The settings of one drive, instead of the program's");
+  }
+  CommandResult run(CommandContext& context) override;
+
+  SettingWish wish_;
+  std::optional<u32> driveNumber_;
+};
+
+CommandResult SettingsCommand::run(CommandContext& context) {
+  const SettingsFile& file = context.session.settingsFile();
+  if (!driveNumber_) {
+    Options options;
+    file.readOptions(options);
+    return showOrChange(context, wish_, optionTable(), options,
+                        [&](const Options& changed) { return file.writeOptions(changed); });
+  }
+  if (*driveNumber_ > kMaxDriveNumber || (*driveNumber_ & kDriveTakesNoSettings) != 0)
+    return wrongUsage(
+        format("Drive %u has no settings: disks count from 0, images from 65536.", *driveNumber_));
+  return showOrChange(
+      context, wish_, driveOptionTable(), file.readDrive(*driveNumber_),
+      [&](const DriveSettingsRecord& changed) { return file.writeDrive(changed, DriveKeys::all); });
 }
 
 }  // namespace
 
-CommandResult runSettings(CommandContext& context) {
-  const SettingsFile& file = context.session.settingsFile();
-  if (!context.arguments.driveNumber) {
-    Options options;
-    file.readOptions(options);
-    return run(context, optionTable(), options,
-               [&](const Options& changed) { return file.writeOptions(changed); });
-  }
-  if (*context.arguments.driveNumber > kMaxDriveNumber ||
-      (*context.arguments.driveNumber & kDriveTakesNoSettings) != 0)
-    return wrongUsage(format("Drive %u has no settings: disks count from 0, images from 65536.",
-                             *context.arguments.driveNumber));
-  return run(
-      context, driveOptionTable(), file.readDrive(*context.arguments.driveNumber),
-      [&](const DriveSettingsRecord& changed) { return file.writeDrive(changed, DriveKeys::all); });
-}
+const CommandRow kSettingsCommand = {"settings", "Show or change the settings",
+                                     makeCommand<SettingsCommand>};
 
 }  // namespace tallowin

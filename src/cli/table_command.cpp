@@ -3,6 +3,7 @@
 
 #include <cstdio>
 
+#include "cli/commands.h"
 #include "cli/target.h"
 #include "ops/properties_flow.h"
 #include "ops/restore_table_flow.h"
@@ -11,8 +12,7 @@
 namespace tallowin {
 namespace {
 
-CommandResult backup(CommandContext& context) {
-  const std::string& file = context.arguments.file;
+CommandResult backup(CommandContext& context, const std::string& file) {
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::look, target); !result.succeeded())
     return result;
@@ -25,7 +25,7 @@ CommandResult backup(CommandContext& context) {
   if (error != Error::none) return failedBecause("The table could not be kept.", error);
   error = writeTableBackup(table, file);
   if (error != Error::none) return failedBecause("'" + file + "' could not be written.", error);
-  if (context.arguments.json) {
+  if (context.options.json) {
     context.json.text("file", file);
     context.json.number("sectors", table.sectors.size());
   } else {
@@ -35,10 +35,10 @@ CommandResult backup(CommandContext& context) {
   return {};
 }
 
-CommandResult restore(CommandContext& context) {
+CommandResult restore(CommandContext& context, const std::string& file) {
   TableBackup table;
-  if (const Failure error = readTableBackup(context.arguments.file, table); error != Error::none)
-    return failedBecause("'" + context.arguments.file + "' cannot be put back.", error);
+  if (const Failure error = readTableBackup(file, table); error != Error::none)
+    return failedBecause("'" + file + "' cannot be put back.", error);
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
     return result;
@@ -46,7 +46,7 @@ CommandResult restore(CommandContext& context) {
       restoreTableFlow(context.session.context(context.ui), *target.drive, table);
   CommandResult result = resultOfFlow(flow, context.ui, "The table was not put back.");
   if (!result.succeeded()) return result;
-  if (context.arguments.json)
+  if (context.options.json)
     context.json.number("restored_sectors", table.sectors.size());
   else
     std::printf("Put back %zu sectors of the partition table\n", table.sectors.size());
@@ -55,7 +55,7 @@ CommandResult restore(CommandContext& context) {
 }
 
 void reportRepair(CommandContext& context, const Drive& drive, const std::string& before) {
-  if (context.arguments.json) {
+  if (context.options.json) {
     context.json.text("health_before", before);
     context.json.textOrNull("gpt_health", gptHealthFor(drive));
   } else if (before == gptHealthFor(drive)) {
@@ -94,18 +94,55 @@ CommandResult repair(CommandContext& context) {
   return endChange(context, target, hadErrors, std::move(result));
 }
 
+enum class TableAction { backup, restore, repair };
+
+std::optional<TableAction> parseTableAction(std::string_view text) {
+  if (text == "backup") return TableAction::backup;
+  if (text == "restore") return TableAction::restore;
+  if (text == "repair") return TableAction::repair;
+  return std::nullopt;
+}
+
+class TableCommand : public Command {
+  void declare(OptionSet& options, CommonOptions& common) override;
+  CommandResult run(CommandContext& context) override;
+
+  TableAction action_ = TableAction::backup;
+  std::string file_;
+};
+
+void TableCommand::declare(OptionSet& options, CommonOptions& common) {
+  options
+      .value("ACTION", "", action_, parseTableAction, "backup, restore or repair",
+             "backup: keep the partition table in FILE; restore: put it back; repair: make both "
+             "copies of a GPT sound")
+      .required();
+  declareTarget(options, common);
+  options.text("FILE", "TEXT", file_, "The file that holds the table; none for repair");
+  declareWriting(options, common);
+  options.check([this]() -> std::string {
+    const bool takesFile = action_ != TableAction::repair;
+    if (takesFile && file_.empty()) return "FILE is required";
+    return !takesFile && !file_.empty() ? "repair takes no FILE" : "";
+  });
+}
+
+CommandResult TableCommand::run(CommandContext& context) {
+  switch (action_) {
+    case TableAction::backup:
+      return backup(context, file_);
+    case TableAction::restore:
+      return restore(context, file_);
+    case TableAction::repair:
+      break;
+  }
+  return repair(context);
+}
+
 }  // namespace
 
-CommandResult runTable(CommandContext& context) {
-  switch (context.arguments.tableAction) {
-    case TableAction::backup:
-      return backup(context);
-    case TableAction::restore:
-      return restore(context);
-    case TableAction::repair:
-      return repair(context);
-  }
-  return {};
-}
+const CommandRow kTableCommand = {"table",
+                                  "Keep the partition table in a file, put it back, or repair it",
+                                  makeCommand<TableCommand>};
 
 }  // namespace tallowin

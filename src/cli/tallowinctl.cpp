@@ -7,39 +7,11 @@
 
 #include "app/start_up.h"
 #include "base/text.h"
-#include "cli/command.h"
+#include "cli/command_line.h"
 #include "cli/interrupt.h"
 
 namespace tallowin {
 namespace {
-
-CommandResult runCommand(CommandContext& context) {
-  switch (context.arguments.command) {
-    case CommandName::devices:
-      return runDevices(context);
-    case CommandName::list:
-      return runList(context);
-    case CommandName::info:
-      return runInfo(context);
-    case CommandName::create:
-      return runCreate(context);
-    case CommandName::del:
-      return runDelete(context);
-    case CommandName::format:
-      return runFormat(context);
-    case CommandName::set:
-      return runSet(context);
-    case CommandName::mbr:
-      return runMbr(context);
-    case CommandName::convert:
-      return runConvert(context);
-    case CommandName::table:
-      return runTable(context);
-    case CommandName::settings:
-      return runSettings(context);
-  }
-  return {};
-}
 
 // Whether the path leads to a device of this machine.
 bool isDevice(const std::string& path) {
@@ -52,10 +24,11 @@ bool isDevice(const std::string& path) {
 
 // A device is a drive of the machine, with its number and settings; any other target is the
 // first image. The scan is left out when nothing depends on it.
-void chooseDrives(const Arguments& arguments, bool targetIsDevice, Options& options) {
+void chooseDrives(const ParsedCommandLine& parsed, bool targetIsDevice, Options& options) {
+  const std::string& target = parsed.options.target;
   options.images.clear();
-  if (!arguments.target.empty() && !targetIsDevice) options.images = {arguments.target};
-  if (arguments.command != CommandName::devices && !targetIsDevice) options.noDevices = true;
+  if (!target.empty() && !targetIsDevice) options.images = {target};
+  if (!parsed.row->looksForDevices && !targetIsDevice) options.noDevices = true;
 }
 
 std::string failureJson(const CommandResult& result) {
@@ -79,15 +52,16 @@ void reportFailure(const std::string& command, const CommandResult& result, bool
   if (asJson) std::printf("%s\n", failureJson(result).c_str());
 }
 
-ExitStatus report(const Arguments& arguments, const CommandResult& result,
+ExitStatus report(const ParsedCommandLine& parsed, const CommandResult& result,
                   const ConsoleFrontEnd& ui, JsonWriter& json) {
+  const bool asJson = parsed.options.json;
   if (!result.succeeded()) {
-    reportFailure(arguments.commandText, result, arguments.json);
+    reportFailure(std::string(parsed.row->name), result, asJson);
     return result.status;
   }
   for (const std::string& note : ui.told()) std::fprintf(stderr, "note: %s\n", note.c_str());
   json.endObject();
-  if (arguments.json) std::printf("%s\n", json.content());
+  if (asJson) std::printf("%s\n", json.content());
   return result.status;
 }
 
@@ -112,46 +86,41 @@ class ScratchFolder {
   std::string path_;  // empty: it could not be made
 };
 
-ExitStatus run(const Arguments& arguments, const std::string& programFile,
+ExitStatus run(const ParsedCommandLine& parsed, const std::string& programFile,
                std::unique_ptr<Host> host) {
+  const CommonOptions& wanted = parsed.options;
   ProgramFolders folders = ProgramFolders::find(programFile);
   Options options = readOptions(folders);
-  options.noDevices = options.noDevices || arguments.hideDevices;
-  ConsoleFrontEnd ui({.yes = arguments.yes || arguments.rehearse,
-                      .quiet = arguments.quiet,
-                      .overwrite = arguments.overwrite,
-                      .ignoreErrors = arguments.ignoreErrors,
-                      .skipScan = !arguments.scan});
+  options.noDevices = options.noDevices || wanted.hideDevices;
+  ConsoleFrontEnd ui(!wanted.quiet);
+  if (wanted.yes || wanted.rehearse) ui.agreeTo(Consent::general);
   JsonWriter json;
   json.beginObject();
   json.boolean("ok", true);
-  const bool targetIsDevice = !arguments.target.empty() && isDevice(arguments.target);
+  const auto end = [&](const CommandResult& result) { return report(parsed, result, ui, json); };
+  const bool targetIsDevice = !wanted.target.empty() && isDevice(wanted.target);
   if (targetIsDevice && options.noDevices)
-    return report(arguments,
-                  refused("'" + arguments.target +
-                          "' is a device, and devices are hidden; leave "
-                          "out --nd to work on it."),
-                  ui, json);
-  chooseDrives(arguments, targetIsDevice, options);
+    return end(refused("'" + wanted.target +
+                       "' is a device, and devices are hidden; leave out --nd to work on it."));
+  chooseDrives(parsed, targetIsDevice, options);
   std::optional<ScratchFolder> scratch;
-  if (arguments.rehearse) folders.state = scratch.emplace().path();
+  if (wanted.rehearse) folders.state = scratch.emplace().path();
   if (scratch && folders.state.empty())
-    return report(arguments, refused("There is no folder for temporary files; set TMPDIR."), ui,
-                  json);
+    return end(refused("There is no folder for temporary files; set TMPDIR."));
   Session session(std::move(host), folders, std::move(options));
-  CommandContext context{arguments, session, ui, json};
-  return report(arguments, runCommand(context), ui, json);
+  CommandContext context{wanted, session, ui, json};
+  return end(parsed.command->run(context));
 }
 
 }  // namespace
 
 int tallowinctl(const std::vector<std::string>& words, std::unique_ptr<Host> host) {
   const std::vector<std::string> rest(words.begin() + (words.empty() ? 0 : 1), words.end());
-  const ParsedArguments parsed = parseArguments(rest);
+  const ParsedCommandLine parsed = parseCommandLine(rest);
   ExitStatus status = parsed.status;
-  if (parsed.arguments) {
+  if (parsed.command) {
     catchInterrupts();
-    status = run(*parsed.arguments, ownProgramFile(words), std::move(host));
+    status = run(parsed, ownProgramFile(words), std::move(host));
   } else if (status == ExitStatus::done) {
     std::fputs(parsed.text.c_str(), stdout);
   } else {

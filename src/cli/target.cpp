@@ -10,7 +10,7 @@ constexpr std::size_t kShownRanges = 20;
 CommandResult cannotOpen(CommandContext& context, Failure error) {
   const std::string& told = context.session.handles().lastFailure();
   if (error == Error::deviceNotOpened && !told.empty()) return refused(onOneLine(told), error);
-  return failedBecause("'" + context.arguments.target + "' cannot be opened.", error);
+  return failedBecause("'" + context.options.target + "' cannot be opened.", error);
 }
 
 std::string writtenText(const OverlayDisk& overlay, const std::string& path) {
@@ -43,12 +43,12 @@ void writeRehearsal(JsonWriter& json, const OverlayDisk& overlay, Drive& drive) 
 }  // namespace
 
 CommandResult openTarget(CommandContext& context, TargetUse use, Target& target) {
-  const bool rehearse = context.arguments.rehearse;
+  const bool rehearse = context.options.rehearse;
   const bool readOnly = use == TargetUse::look || rehearse;
   u32 driveNumber = kUnlistedDrive;
   Failure error = context.session.handles().openPath(
-      context.arguments.target, readOnly ? DiskAccess::readOnly : DiskAccess::readWrite,
-      target.disk, driveNumber);
+      context.options.target, readOnly ? DiskAccess::readOnly : DiskAccess::readWrite, target.disk,
+      driveNumber);
   if (error != Error::none) return cannotOpen(context, error);
   if (rehearse) target.overlay = std::make_shared<OverlayDisk>(*target.disk);
   std::shared_ptr<DiskDevice> disk = target.disk;
@@ -69,14 +69,14 @@ CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row) {
   std::string numbers;
   for (const ListedRow& candidate : listedRows(drive)) {
     if (candidate.kind == ListedRow::Kind::free || !candidate.number) continue;
-    if (candidate.number == context.arguments.part) {
+    if (candidate.number == context.options.part) {
       row = candidate;
       return {};
     }
     numbers += (numbers.empty() ? "" : ", ") + std::to_string(*candidate.number);
   }
-  return refused(format("'%s' has no partition %u; ", context.arguments.target.c_str(),
-                        context.arguments.part.value_or(0)) +
+  return refused(format("'%s' has no partition %u; ", context.options.target.c_str(),
+                        context.options.part.value_or(0)) +
                  (numbers.empty() ? "it has none at all." : "choose from " + numbers + "."));
 }
 
@@ -91,10 +91,10 @@ CommandResult endChange(CommandContext& context, Target& target, bool hadErrors,
   if (!hadErrors && target.drive->table().hasErrors())
     return refused("The rehearsed table has errors; do not run this on the disk.",
                    Error::tableInError);
-  if (context.arguments.json) {
+  if (context.options.json) {
     writeRehearsal(context.json, *target.overlay, *target.drive);
   } else {
-    std::fputs(writtenText(*target.overlay, context.arguments.target).c_str(), stdout);
+    std::fputs(writtenText(*target.overlay, context.options.target).c_str(), stdout);
     std::fputs(("\nThe table would then be:\n\n" + listingText(*target.drive)).c_str(), stdout);
   }
   return result;

@@ -18,8 +18,9 @@ class ConsoleFrontEndTest : public testing::Test {
     ::close(nothing);
   }
   // In the order of Consent, and the prompt of disk errors.
-  static std::string answers(const ConsoleFrontEnd::Answers& given) {
-    ConsoleFrontEnd ui(given);
+  static std::string answers(std::optional<Consent> given) {
+    ConsoleFrontEnd ui;
+    if (given) ui.agreeTo(*given);
     std::string text;
     const auto note = [&text](bool yes) { text += yes ? 'y' : 'n'; };
     for (const Consent consent :
@@ -31,10 +32,10 @@ class ConsoleFrontEndTest : public testing::Test {
 };
 
 TEST_F(ConsoleFrontEndTest, EachConsentAnswersItsOwnQuestionsOnly) {
-  EXPECT_EQ(answers({}), "nnnnn");
-  EXPECT_EQ(answers({.yes = true}), "ynnnn");
-  EXPECT_EQ(answers({.overwrite = true}), "nynnn");
-  EXPECT_EQ(answers({.ignoreErrors = true}), "nnyny");
+  EXPECT_EQ(answers(std::nullopt), "nnnnn");
+  EXPECT_EQ(answers(Consent::general), "ynnnn");
+  EXPECT_EQ(answers(Consent::insist), "nynnn");
+  EXPECT_EQ(answers(Consent::diskError), "nnyny");
 }
 
 }  // namespace

@@ -1,0 +1,13 @@
+#include "cli/commands.h"
+
+namespace tallowin {
+
+std::span<const CommandRow* const> commandRows() {
+  static constexpr const CommandRow* kRows[] = {
+      &kDevicesCommand, &kListCommand,   &kInfoCommand,    &kCreateCommand,
+      &kDeleteCommand,  &kFormatCommand, &kSetCommand,     &kMbrCommand,
+      &kConvertCommand, &kTableCommand,  &kSettingsCommand};
+  return kRows;
+}
+
+}  // namespace tallowin

@@ -1,0 +1,28 @@
+// The options that several commands have, each declared in one place.
+#pragma once
+
+#include "base/types.h"
+#include "cli/option_set.h"
+
+namespace tallowin {
+
+struct CommonOptions {
+  std::string target;       // device or image; empty for a command without one
+  std::optional<u32> part;  // Drive::listNumber
+
+  bool json = false;
+  bool quiet = false;
+  bool hideDevices = false;  // nothing under /dev is opened
+
+  // Of commands that write.
+  bool yes = false;
+  bool rehearse = false;
+};
+
+void declareTarget(OptionSet& options, CommonOptions& common);
+void declarePart(OptionSet& options, CommonOptions& common);
+void declareWriting(OptionSet& options, CommonOptions& common);
+// What every command has.
+void declareOutput(OptionSet& options, CommonOptions& common);
+
+}  // namespace tallowin
