@@ -72,6 +72,12 @@ void check(const Drive& drive) {
   }
 }
 
+Failure fill(Drive& drive, const PartitionEntry& block) {
+  NewEntry entry = newEntryIn(block);
+  entry.type = 0x83;
+  return drive.add(entry);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const u8* data, std::size_t size) {
@@ -84,10 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, std::size_t size) {
   std::unique_ptr<Drive> drive;
   if (Drive::open(disk, host, options, drive) != Error::none) return 0;
   check(*drive);
-  // What was written while reading, and every change of the table, leaves one that can be read.
-  MemoryDisk before = disk->copy();
-  require(drive->reread() == Error::none);
-  require(disk->sameContent(before));
+  // Every change of the table leaves one that can be read.
   const std::size_t pick = size;
   const auto& entries = drive->table().entries;
   if (entries.empty()) return 0;
@@ -95,13 +98,9 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, std::size_t size) {
   Failure error = Error::none;
   if (entry.volumes && !entry.volumes->entries.empty() && (data[0] & 4) != 0) {
     VolumeEntry& volume = *entry.volumes->entries[pick % entry.volumes->entries.size()];
-    const bool wasFree = volume.isFree();
-    if (wasFree) volume.type = 0x83;
-    error = wasFree ? drive->commit(volume) : drive->remove(volume);
+    error = volume.isFree() ? fill(*drive, volume) : drive->remove(volume);
   } else {
-    const bool wasFree = entry.isFree();
-    if (wasFree) entry.type = 0x83;
-    error = wasFree ? drive->commit(entry) : drive->remove(entry);
+    error = entry.isFree() ? fill(*drive, entry) : drive->remove(entry);
   }
   static_cast<void>(error);
   require(drive->reread() == Error::none);

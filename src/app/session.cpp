@@ -65,12 +65,11 @@ std::string Session::whyNoDevices() const {
 }
 
 Failure Session::openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,
-                           std::unique_ptr<Drive>& drive, u32 moreFlags) {
+                           std::unique_ptr<Drive>& drive) {
   const bool takesSettings = (driveNumber & kDriveTakesNoSettings) == 0;
   DriveSettingsRecord* record =
       takesSettings ? &driveSettings_.record(settingsFile_, driveNumber) : nullptr;
-  return openDriveWithSettings(std::move(disk), *host_, options_, record, driveNumber, {}, drive,
-                               moreFlags);
+  return openDriveWithSettings(std::move(disk), *host_, options_, record, driveNumber, {}, drive);
 }
 
 }  // namespace tallowin

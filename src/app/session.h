@@ -56,10 +56,9 @@ class Session {
   // Why no device is offered, when none is.
   std::string whyNoDevices() const;
   // Reads the table of an open disk with the options' flags and the drive's own settings
-  // (geometry, alignment) in force; `moreFlags` are drive flags beside those. geometryNotAvailable,
-  // outOfMemory: `drive` stays as it was.
+  // (geometry, alignment) in force. geometryNotAvailable, outOfMemory: `drive` stays as it was.
   Failure openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,
-                    std::unique_ptr<Drive>& drive, u32 moreFlags = 0);
+                    std::unique_ptr<Drive>& drive);
 
  private:
   std::unique_ptr<Host> host_;

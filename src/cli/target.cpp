@@ -54,9 +54,7 @@ CommandResult openTarget(CommandContext& context, TargetUse use, Target& target)
   std::shared_ptr<DiskDevice> disk = target.disk;
   if (target.overlay) disk = target.overlay;
   if (use == TargetUse::look) disk = target.looked = std::make_shared<ReadOnceDisk>(*target.disk);
-  // A command that is refused later on must not have written anything by then.
-  error =
-      context.session.openDrive(std::move(disk), driveNumber, target.drive, kDriveLeaveSequence);
+  error = context.session.openDrive(std::move(disk), driveNumber, target.drive);
   return error == Error::none ? CommandResult{} : cannotOpen(context, error);
 }
 

@@ -73,9 +73,9 @@ bool applyDriveSettings(Drive& drive, DriveSettingsRecord& record, const Options
 
 Failure openDriveWithSettings(std::shared_ptr<DiskDevice> disk, Host& host, const Options& options,
                               DriveSettingsRecord* record, u32 driveNumber, LabelReader labelReader,
-                              std::unique_ptr<Drive>& drive, u32 moreFlags) {
-  DriveOpenOptions open = driveOpenOptions(options, record, driveNumber, std::move(labelReader));
-  open.flags |= moreFlags;
+                              std::unique_ptr<Drive>& drive) {
+  const DriveOpenOptions open =
+      driveOpenOptions(options, record, driveNumber, std::move(labelReader));
   if (const Failure error = Drive::open(std::move(disk), host, open, drive); error != Error::none)
     return error;
   if (record && (driveNumber & kDriveTakesNoSettings) == 0 &&

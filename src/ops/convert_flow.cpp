@@ -90,29 +90,28 @@ bool saysWhichTable(Failure error) {
          error == Error::writeFailedTableUnknown;
 }
 
-// What would be lost is named, and only who insists goes on.
-bool acceptsLoss(const OperationContext& context, Drive& drive, Scheme target) {
+// What would be lost is named, and only who insists goes on; nothing, when the user does not.
+std::optional<TrackContent> acceptedLoss(const OperationContext& context, Drive& drive,
+                                         Scheme target) {
   const auto lost = overwrittenByTable(drive, target);
-  if (!lost) return true;
+  if (!lost) return TrackContent::keep;
   const bool insists =
       context.ui.confirm(Consent::insist, kTitle,
                          format("This change would destroy %s.\n"
                                 "A system that starts from it will not start any more.\n\n%s",
                                 lost->c_str(), kSure));
-  if (!insists) return false;
-  drive.setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
-  return true;
+  return insists ? std::optional(TrackContent::overwrite) : std::nullopt;
 }
 
 Failure convert(const OperationContext& context, Drive& drive, Scheme target,
-                bool allowWithoutTable) {
+                bool allowWithoutTable, TrackContent content) {
   switch (target) {
     case Scheme::gpt:
-      return convertToGpt(drive, true);
+      return convertToGpt(drive, true, content);
     case Scheme::embr:
-      return convertToEmbr(drive, context.options.limitPrimaries);
+      return convertToEmbr(drive, context.options.limitPrimaries, content);
     default:
-      return convertToMbr(drive, allowWithoutTable);
+      return convertToMbr(drive, allowWithoutTable, content);
   }
 }
 
@@ -130,10 +129,9 @@ bool saveTrack(const OperationContext& context, Drive& drive) {
 
 // The table is changed and the disk left in order; the answer is about the table.
 Failure convertAndRestore(const OperationContext& context, Drive& drive, Scheme target,
-                          bool allowWithoutTable) {
+                          bool allowWithoutTable, TrackContent content) {
   const bool hadTable = hasTable(drive);
-  const Failure error = convert(context, drive, target, allowWithoutTable);
-  drive.setFlags(kDriveOverwriteTrack, 0);
+  const Failure error = convert(context, drive, target, allowWithoutTable, content);
   if (error != Error::none || target != Scheme::mbr || !hadTable || !isPlainHardDisk(drive))
     return error;
   static_cast<void>(drive.reread());
@@ -150,13 +148,14 @@ Failure convertAndRestore(const OperationContext& context, Drive& drive, Scheme 
 FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme target,
                     std::string& keptTable) {
   if (drive.scheme() == target) return {};
-  if (!acceptsLoss(context, drive, target)) return stoppedByUser();
+  const auto content = acceptedLoss(context, drive, target);
+  if (!content) return stoppedByUser();
   TableChange change(context, drive);
   if (const auto stopped = change.begin()) return *stopped;
   const bool keepsTrack = isPlainHardDisk(drive) && drive.scheme() == Scheme::mbr;
   if (keepsTrack && !saveTrack(context, drive)) return {FlowEnd::refused, Error::cannotCreate, 0};
   const Failure error =
-      convertAndRestore(context, drive, target, drive.scheme() == Scheme::wholeDisk);
+      convertAndRestore(context, drive, target, drive.scheme() == Scheme::wholeDisk, *content);
   change.end();
   keptTable = change.keptTable();
   if (error == Error::none) return {};

@@ -17,7 +17,6 @@ namespace tallowin {
 namespace {
 
 constexpr u32 kMaxTypeByte = 255;
-constexpr PartitionId kFirstId = 1;
 constexpr u64 kEmbrEntryFlags = 0x2000;
 constexpr u64 kEmbrMultiOsFlag = 0x1000;
 // Where swap and Linux partitions keep a superblock of their own that would be found again.
@@ -116,18 +115,14 @@ class Creation {
   }
 
   // An EMBR may have to grow over something, which only the user can give up.
-  Failure commitBlock() {
-    const Failure error = drive_.commit(*block_);
+  Failure add(const NewEntry& entry) {
+    const Failure error = drive_.add(entry);
     if (error != Error::sectorsInUse) return error;
     const bool insists = context_.ui.confirm(
         Consent::insist, "EMBR",
         "The EMBR has to grow over a sector that holds something of another program,\n"
         "which may be a boot loader.\n\nAre you sure you want to continue?");
-    if (!insists) return error;
-    drive_.setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
-    const Failure insisted = drive_.commit(*block_);
-    drive_.setFlags(kDriveOverwriteTrack, 0);
-    return insisted;
+    return insists ? drive_.add(entry, TrackContent::overwrite) : error;
   }
 
   PlacementTarget placementTarget() {
@@ -155,19 +150,13 @@ class Creation {
     return kEmbrEntryFlags | (model.multiOs ? kEmbrMultiOsFlag : 0);
   }
 
-  void fillEntry(const CreateModel& model, const PlacementTarget& target,
-                 const SectorExtent& found) {
-    block_->startSector = found.startSector;
-    block_->endSector = found.endSector;
-    type_ = drive_.typeForEnd(type_, found.endSector);
-    block_->type = type_;
-    block_->id = drive_.uniqueId(kFirstId);
-    block_->attributes = attributes(model);
-    block_->setName(model.name);
-    if (auto* volume = dynamic_cast<VolumeEntry*>(block_)) {
-      volume->volumeStart = found.startSector - drive_.containerOf(*block_)->startSector;
-      volume->ebr = volume->volumeStart - target.volumeGap;
-    }
+  NewEntry newEntry(const CreateModel& model, const PlacementTarget& target,
+                    const SectorExtent& found) const {
+    NewEntry entry{.startSector = found.startSector, .endSector = found.endSector, .type = type_};
+    if (target.insideExtended) entry.ebrSector = found.startSector - target.volumeGap;
+    entry.attributes = attributes(model);
+    entry.name = model.name;
+    return entry;
   }
 
   bool write(const CreateModel& model, const PlacementTarget& target, const SectorExtent& found) {
@@ -176,9 +165,9 @@ class Creation {
       result_ = *stopped;
       return false;
     }
-    fillEntry(model, target, found);
     extent_ = found;
-    const Failure error = commitBlock();
+    type_ = drive_.typeForEnd(type_, found.endSector);
+    const Failure error = add(newEntry(model, target, found));
     const bool isCleared = error != Error::none || clearFirstSectors(drive_.disk(), type_, found);
     change.end();
     result_ = {};

@@ -41,9 +41,12 @@ std::optional<FlowResult> TableChange::begin() {
 }
 
 void TableChange::end() {
-  const KernelTable kernel = drive_.settle();
+  const Settled settled = drive_.settle();
   static_cast<void>(drive_.reread());
-  if (kernel == KernelTable::upToDate) return;
+  if (settled.failure)
+    context_.ui.errorBox("The disk did not confirm that the change is stored:\n" +
+                         tableErrorText(settled.failure));
+  if (settled.kernel == KernelTable::upToDate) return;
   context_.ui.noticeBox(
       "The partition table was changed, but Linux still uses the old one,\n"
       "because a partition of this disk is in use.\n\n"

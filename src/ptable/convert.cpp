@@ -97,13 +97,13 @@ Failure undoConversion(Drive& drive, std::span<const u8> oldFirstSectors) {
   return drive.scheme() == before ? Error::write : Error::writeFailedNewTable;
 }
 
-Failure checkConvertible(Drive& drive, Scheme target) {
+Failure checkConvertible(Drive& drive, Scheme target, TrackContent content) {
   if (drive.table().slots == 0 || (drive.table().status & kTableNone) != 0) return Error::noTable;
   if (const Failure error = drive.checkChange(); error != Error::none) return error;
   if (drive.table().hasErrors()) return Error::tableInError;
   if (drive.gptHealth() && !drive.gptHealth()->isSound()) return Error::gptTableCheck;
-  const bool insists = (drive.flags() & kDriveOverwriteTrack) != 0;
-  return !insists && overwrittenByTable(drive, target) ? Error::sectorsInUse : Error::none;
+  const bool keeps = content == TrackContent::keep;
+  return keeps && overwrittenByTable(drive, target) ? Error::sectorsInUse : Error::none;
 }
 
 std::optional<std::string> overwrittenByTable(Drive& drive, Scheme target) {
@@ -128,12 +128,12 @@ std::optional<std::string> overwrittenByTable(Drive& drive, Scheme target) {
                            std::min({end, lowestStart(drive), drive.lastLba()}));
 }
 
-Failure convertToMbr(Drive& drive, bool allowWithoutTable) {
+Failure convertToMbr(Drive& drive, bool allowWithoutTable, TrackContent content) {
   const bool hasTable = drive.table().slots != 0 && (drive.table().status & kTableNone) == 0;
   if (!hasTable && !allowWithoutTable) return Error::noTable;
   if (hasTable) {
     if (drive.scheme() == Scheme::mbr) return Error::none;
-    if (const Failure error = checkConvertible(drive, Scheme::mbr); error != Error::none)
+    if (const Failure error = checkConvertible(drive, Scheme::mbr, content); error != Error::none)
       return error;
     if (endsBeyondMbr(drive)) return Error::partitionBeyondTable;
     if (drive.table().usedSlots > kMbrSlots) return Error::tooManyPartitions;

@@ -23,15 +23,16 @@ namespace tallowin {
 // Nothing to do for a disk that has the scheme already. The entries on hand are stale afterwards.
 
 // A disk without a table gets an empty one, when `allowWithoutTable`.
-Failure convertToMbr(Drive& drive, bool allowWithoutTable);
+Failure convertToMbr(Drive& drive, bool allowWithoutTable,
+                     TrackContent content = TrackContent::keep);
 // With `createReserved` the first free block of 16 MiB or more becomes a reserved partition.
-Failure convertToGpt(Drive& drive, bool createReserved);
+Failure convertToGpt(Drive& drive, bool createReserved, TrackContent content = TrackContent::keep);
 // `limitPrimaries`: the new table offers four slots, all of them in the MBR as well.
-Failure convertToEmbr(Drive& drive, bool limitPrimaries);
+Failure convertToEmbr(Drive& drive, bool limitPrimaries, TrackContent content = TrackContent::keep);
 
 // Names what lies where a table of `target` would be written and would be lost: a boot loader
 // behind the MBR, or a partition that only a boot loader on a GPT uses. Nothing when there is
-// no such thing. Conversions refuse while there is, unless kDriveOverwriteTrack is set.
+// no such thing. Conversions refuse while there is, unless they are told to overwrite it.
 std::optional<std::string> overwrittenByTable(Drive& drive, Scheme target);
 
 }  // namespace tallowin

@@ -8,7 +8,7 @@
 namespace tallowin {
 
 // The checks that all conversions of a disk with a table begin with.
-Failure checkConvertible(Drive& drive, Scheme target);
+Failure checkConvertible(Drive& drive, Scheme target, TrackContent content);
 // Whether a partition ends where 32 bits do not reach.
 bool endsBeyondMbr(const Drive& drive);
 // A write failed: the first sectors come back as far as the disk allows, and the disk is asked

@@ -48,9 +48,9 @@ Failure build(Drive& drive, bool limitPrimaries, EmbrImage& image) {
 
 }  // namespace
 
-Failure convertToEmbr(Drive& drive, bool limitPrimaries) {
+Failure convertToEmbr(Drive& drive, bool limitPrimaries, TrackContent content) {
   if (drive.isEmbr()) return Error::none;
-  if (const Failure error = checkConvertible(drive, Scheme::embr); error != Error::none)
+  if (const Failure error = checkConvertible(drive, Scheme::embr, content); error != Error::none)
     return error;
   if (endsBeyondMbr(drive)) return Error::partitionBeyondTable;
   DiskDevice& disk = drive.disk();

@@ -87,10 +87,10 @@ Failure build(Drive& drive, bool createReserved, GptBuilder& builder) {
 
 }  // namespace
 
-Failure convertToGpt(Drive& drive, bool createReserved) {
+Failure convertToGpt(Drive& drive, bool createReserved, TrackContent content) {
   constexpr u64 kReservedHeadSectors = 8;
   if (drive.isGpt()) return Error::none;
-  if (const Failure error = checkConvertible(drive, Scheme::gpt); error != Error::none)
+  if (const Failure error = checkConvertible(drive, Scheme::gpt, content); error != Error::none)
     return error;
   GptImage image;
   const Guid diskGuid = randomGuid(drive.tableContext().host);

@@ -19,6 +19,8 @@ namespace tallowin {
 namespace {
 
 constexpr u64 kHighestMbrSector = kAllOnes32;
+// Of a file system that fills the disk and has no type of its own.
+constexpr u16 kUnknownContent = 0xFFFF;
 
 // The first sectors of a disk, as far as any scheme looks at them.
 std::vector<u8> readTrack(DiskDevice& disk, u64 sectors) {
@@ -132,8 +134,7 @@ void Drive::readTable(TableReading& reading) {
   scheme_ = tableSchemes().back();
   Content content;
   if (identify(*disk_, 0, content) == Error::none) {
-    constexpr u16 kUnknownType = 0xFFFF;
-    addWholeDisk(contentType(content.code).value_or(kUnknownType), reading);
+    addWholeDisk(contentType(content.code).value_or(kUnknownContent), reading);
     return;
   }
   const std::vector<u8> track = readTrack(*disk_, lastLba_ + 1);
@@ -196,13 +197,9 @@ void Drive::addFreeBlocks() {
   const DiskBounds bounds{firstUsableSector_, lastUsableSector_, lastLba_};
   const AlignmentRules rules = alignment();
   checkTable(bounds, rules, *table_);
-  for (const auto& entry : table_->entries) {
-    if (!entry->volumes) continue;
-    checkVolumes(bounds, rules, *table_, *entry);
-    const bool isSound = !entry->isInError() && !entry->volumes->isInError();
-    if (isSound && changesAllowed() == Error::none) storeSequenceNumbers(tableContext(), *entry);
-  }
-  if (changesAllowed() == Error::none) return;
+  for (const auto& entry : table_->entries)
+    if (entry->volumes) checkVolumes(bounds, rules, *table_, *entry);
+  if (!changesAllowed()) return;
   const auto isFreeBlock = [](const auto& entry) { return entry->isFree(); };
   std::erase_if(table_->entries, isFreeBlock);
   for (const auto& entry : table_->entries)
@@ -231,10 +228,28 @@ Failure Drive::changesAllowed() const {
   return changeRefusal().empty() ? Error::none : Error::tableUnreadable;
 }
 
+Failure Drive::checkUnchanged() const {
+  if (table_->isWholeDisk()) {
+    Content content;
+    const Failure failed = identify(*disk_, 0, content);
+    if (failed) return failed == Error::read ? failed : Failure(Error::tableChangedMeanwhile);
+    const u16 type = contentType(content.code).value_or(kUnknownContent);
+    return type == table_->entries.front()->type ? Error::none : Error::tableChangedMeanwhile;
+  }
+  if (table_->status != 0) return Error::tableReadFailed;
+  const TableContext context = tableContext();
+  if (const Failure failed = scheme_->checkUnchanged(context, *table_)) return failed;
+  for (const auto& entry : table_->entries) {
+    if (!entry->volumes) continue;
+    if (const Failure failed = checkChainUnchanged(context, *entry)) return failed;
+  }
+  return {};
+}
+
 Failure Drive::checkChange() const {
-  if (const Failure error = changesAllowed(); error != Error::none) return error;
+  if (const Failure failed = changesAllowed()) return failed;
   if (table_->slots == 0 || table_->status != 0) return Error::unsupportedForm;
-  return scheme_->checkUnchanged(tableContext(), *table_);
+  return checkUnchanged();
 }
 
 // Whenever the new table may be on the disk, the model is out of date.
@@ -245,32 +260,26 @@ Failure Drive::finishChange(Failure error) {
   return error;
 }
 
-Failure Drive::commit(PartitionEntry& entry) {
-  if (const Failure error = checkChange(); error != Error::none) return error;
-  Failure error = Error::none;
-  if (auto* volume = dynamic_cast<VolumeEntry*>(&entry)) {
-    const TableEntry* container = containerOf(entry);
-    if (container == nullptr) return Error::outsideUsableArea;
-    giveSequence(*container, *volume);
-    error = addVolume(tableContext(), *container, *volume);
-  } else {
-    error = scheme_->add(tableContext(), dynamic_cast<TableEntry&>(entry));
-  }
-  if (error == Error::none) entry.tableIndex = kTableIndexCommitted;
-  return finishChange(error);
+NewEntry newEntryIn(const PartitionEntry& block) {
+  NewEntry entry{.startSector = block.startSector, .endSector = block.endSector};
+  if (const auto* inner = dynamic_cast<const VolumeEntry*>(&block))
+    entry.ebrSector = block.startSector - (inner->volumeStart - inner->ebr);
+  return entry;
 }
 
-// The low byte of a volume's id goes to the disk, where its siblings have theirs.
-void Drive::giveSequence(const TableEntry& container, VolumeEntry& volume) const {
-  const PartitionId parent = static_cast<PartitionId>(container.id << 8);
-  const auto isTaken = [&](u32 sequence) {
-    return sequence == 0 || std::ranges::any_of(container.volumes->entries, [&](const auto& other) {
-             return other.get() != &volume && other->id == (parent | sequence);
-           });
-  };
-  u32 sequence = volume.id & 0xFF;
-  for (u32 tries = 0; tries < 256 && isTaken(sequence); ++tries) sequence = (sequence + 1) & 0xFF;
-  volume.id = static_cast<PartitionId>(parent | sequence);
+Failure Drive::add(const NewEntry& entry, TrackContent content) {
+  if (const Failure failed = checkChange()) return failed;
+  return finishChange(entry.ebrSector ? addVolumeOf(entry)
+                                      : scheme_->add(tableContext(), entry, content));
+}
+
+Failure Drive::addVolumeOf(const NewEntry& entry) {
+  const auto container = std::ranges::find_if(table_->entries, [&](const auto& top) {
+    return top->volumes && top->startSector <= *entry.ebrSector &&
+           *entry.ebrSector <= top->endSector;
+  });
+  if (container == table_->entries.end()) return Error::outsideUsableArea;
+  return addVolume(tableContext(), **container, entry);
 }
 
 Failure Drive::remove(const PartitionEntry& entry) {
@@ -324,19 +333,19 @@ Failure Drive::ensureDiskSignature(u32 value) {
   return error;
 }
 
-KernelTable Drive::settle() {
+Settled Drive::settle() {
   DriveOpenOptions options;
-  options.flags = flags_ | kDriveReadVolumes | kDriveWholeDiskAllowed | kDriveLeaveSequence;
+  options.flags = flags_ | kDriveReadVolumes | kDriveWholeDiskAllowed;
+  const Failure flushed = disk_->flush();
+  disk_->dropCaches();
   // The kernel is told what is on the disk, not what the model had before the change.
   Drive now(disk_, host_, options);
   now.lastLba_ = lastLba_;
   now.geometry_ = geometry_;
-  static_cast<void>(now.reread());
-  static_cast<void>(disk_->flush());
-  disk_->dropCaches();
-  if (now.changesAllowed() != Error::none) return KernelTable::upToDate;
-  if (!now.isWhollyRead()) return KernelTable::restartNeeded;
-  return disk_->tellKernel(now.kernelPartitions());
+  if (const Failure failed = now.reread()) return {failed, KernelTable::restartNeeded};
+  if (now.changesAllowed()) return {flushed, KernelTable::upToDate};
+  if (!now.isWhollyRead()) return {flushed, KernelTable::restartNeeded};
+  return {flushed, disk_->tellKernel(now.kernelPartitions())};
 }
 
 // Whether no partition can be missing from the model because of a read error.

@@ -16,11 +16,10 @@
 namespace tallowin {
 
 enum DriveFlags : u32 {
-  kDriveReadVolumes = 0x1,    // always set when a front end opens a drive
-  kDrivePreferLabels = 0x2,   // setting VolumeLabels
-  kDriveLeaveSequence = 0x4,  // reading stores no sequence numbers of volumes
+  kDriveReadVolumes = 0x1,   // always set when a front end opens a drive
+  kDrivePreferLabels = 0x2,  // setting VolumeLabels
   kDriveEmbr = 0x8,
-  kDriveChanged = 0x10,  // by a commit; the model must be read again
+  kDriveChanged = 0x10,  // the model must be read again
   kDriveReread = 0x20,   // read again; the views must be refilled
   kDriveGpt = 0x40,
   kDriveAligned1MiB = 0x80,        // detected
@@ -30,7 +29,6 @@ enum DriveFlags : u32 {
   kDriveChsForceEnd = 0x800,
   kDriveChsEndIfTruncated = 0x1000,
   kDriveGeometryModeMask = 0x700000,
-  kDriveOverwriteTrack = 0x1000000,  // the user insists on overwriting what lies behind the MBR
 };
 inline constexpr u32 kDriveGeometryModeShift = 20;
 
@@ -55,6 +53,33 @@ struct DriveOpenOptions {
   LabelReader labelReader;
 };
 
+// Whether what another program keeps behind the MBR is given up where a table has to go there.
+enum class TrackContent { keep, overwrite };
+
+// A partition that is to be. What its table has no place for is left out.
+struct NewEntry {
+  u64 startSector = 0;
+  u64 endSector = 0;  // inclusive
+  // A volume's EBR goes here, before its first sector and inside an extended partition; without it
+  // the partition goes to the top level. Both are absolute.
+  std::optional<u64> ebrSector = {};
+  u16 type = 0;
+  std::string name = {};  // UTF-8; cut to what the table holds
+  PartitionId id = 1;     // a wish, raised until it is unique
+  u64 attributes = 0;     // GPT attribute bits, or the flags of an EMBR entry
+  Guid typeGuid = {};     // GPT; zero: one that fits the type
+  Guid uniqueGuid = {};   // GPT; zero: a new one
+};
+
+// A partition that takes all of a free block of the top level or of an extended partition.
+NewEntry newEntryIn(const PartitionEntry& block);
+
+// How a change arrived: on the medium, and in the kernel.
+struct [[nodiscard]] Settled {
+  Failure failure;  // of the flush: what was written may not be on the medium
+  KernelTable kernel = KernelTable::upToDate;
+};
+
 // What can be changed in an entry without moving it. Only what is set is changed.
 struct EntryProperties {
   std::optional<u16> type = {};          // the type byte; of a GPT that of an MBR slot, and 0xEF
@@ -72,7 +97,8 @@ struct SectorRegion {
 };
 
 // The disk is shared with the drive-handle table; the drive owns its table and all entries.
-// After every commit or removal the entries on hand are stale: reread() replaces them.
+// Only what is named a change writes. After one the entries on hand are stale: reread() replaces
+// them.
 class Drive {
  public:
   // Never fails because of what is on the disk; outOfMemory, geometryNotAvailable (also: the
@@ -113,45 +139,49 @@ class Drive {
   AlignmentRules alignment() const;
 
   // Whether the table may be changed: tableUnreadable for disks whose table cannot be read.
-  // commit, remove, changeProperties and ensureDiskSignature answer the same.
+  // add, remove, changeProperties and ensureDiskSignature answer the same.
   Failure changesAllowed() const;
   // One sentence for the user, empty when changes are allowed.
   std::string changeRefusal() const;
 
+  // Whether the disk still holds what was read, chains of volumes included, or still the file
+  // system that fills it: tableChangedMeanwhile; read; tableReadFailed, there was nothing to
+  // compare with.
+  Failure checkUnchanged() const;
   // What every change of the table asks first: changesAllowed; unsupportedForm, there is no table,
-  // or it could not be read; tableChangedMeanwhile, the disk holds another one by now; read.
+  // or it could not be read; checkUnchanged.
   Failure checkChange() const;
 
   // Reads the table again; flag kDriveChanged is cleared and kDriveReread set.
   Failure reread();
 
-  // Writes one new entry to the disk. `entry` is a free block of this drive's table whose
-  // extent, type, name and id were set for what it is to become.
+  // Writes one new entry to the disk.
   // The step that makes it visible is the write of one sector, so that a power cut leaves the old
   // table or the new one. Nothing was written: noFreeEntry, all slots are used;
-  // outsideUsableArea, the extent leaves its free region or the limits of the table;
-  // tableInError, tableChangedMeanwhile, tableUnreadable.
+  // outsideUsableArea, the extent leaves its free region or the limits of the table; tableInError;
+  // sectorsInUse, the table has to grow over what `content` keeps; and what checkChange answers.
   // read, write: the old table stands. writeFailedNewTable, writeFailedTableUnknown: see there.
-  Failure commit(PartitionEntry& entry);
+  Failure add(const NewEntry& entry, TrackContent content = TrackContent::keep);
   // Removes an entry from the tables on disk; an extended partition goes with its volumes.
-  // Errors as for commit.
+  // Errors as for add.
   Failure remove(const PartitionEntry& entry);
   // Writes all that is wanted in one step. unsupportedForm: the table has no place for one of
-  // them, and nothing was written; otherwise as for commit.
+  // them, and nothing was written; otherwise as for add.
   Failure changeProperties(const PartitionEntry& entry, const EntryProperties& wanted);
   // Makes both copies of a GPT sound again: the backup moves to the last sector of the disk, and
   // both are written from the copy that was read. unsupportedForm: no GPT; backupOverlaps: a
-  // partition lies where the backup belongs; else as for commit.
+  // partition lies where the backup belongs; else as for add.
   Failure repairGpt();
   // Of an EMBR disk: whether the table offers four slots only. With the limit every partition gets
   // a slot in the MBR, for what has none there would be dropped at the next start; and where no
   // slot is active, `makeFirstActive` marks the first. noTable: no EMBR; tooManyPartitions;
-  // partitionBeyondTable, a slot cannot hold its sectors; else as for commit.
+  // partitionBeyondTable, a slot cannot hold its sectors; else as for add.
   Failure setLimitPrimaries(bool limit, bool makeFirstActive);
   // Gives the disk a signature when it has none; `value` 0 makes a random one.
   Failure ensureDiskSignature(u32 value = 0);
-  // Flushes, drops what caches hold and tells the kernel about the table on disk.
-  KernelTable settle();
+  // Ends a change, once: flushes, drops what caches hold and tells the kernel about the table on
+  // disk.
+  Settled settle();
 
   // Top level and volumes, free blocks included; null when there is none.
   PartitionEntry* findById(PartitionId id);
@@ -176,8 +206,6 @@ class Drive {
   u64 volumeGap(const PartitionEntry& entry) const;
   // `type` in its CHS or LBA variant, by whether `endSector` lies beyond the last CHS sector.
   u16 typeForEnd(u16 type, u64 endSector) const;
-  // An id for a new entry: `wanted`, raised until it is unique on the drive.
-  PartitionId uniqueId(PartitionId wanted) const;
   // What the readers and writers of tables need to know of this drive, while it lives.
   TableContext tableContext() const;
 
@@ -189,7 +217,7 @@ class Drive {
   void addWholeDisk(u16 type, TableReading& reading) const;
   void adopt(TableReading reading);
   void addFreeBlocks();
-  void giveSequence(const TableEntry& container, VolumeEntry& volume) const;
+  Failure addVolumeOf(const NewEntry& entry);
   std::vector<KernelPartition> kernelPartitions() const;
   bool isWhollyRead() const;
   Failure finishChange(Failure error);

@@ -189,8 +189,6 @@ u16 Drive::typeForEnd(u16 type, u64 endSector) const {
   return shown != type ? types::hide(variant) : variant;
 }
 
-PartitionId Drive::uniqueId(PartitionId wanted) const { return unusedId(*table_, wanted); }
-
 std::vector<KernelPartition> Drive::kernelPartitions() const {
   // The kernel shows of an extended partition just enough for a boot loader: 1 KiB.
   constexpr u64 kExtendedBytes = 1024;

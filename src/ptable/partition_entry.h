@@ -22,8 +22,7 @@ enum EntryStatus : u32 {
   kEntryImpossible = 0x80000000,  // start after end, or EBR after the volume's start
 };
 
-inline constexpr i32 kTableIndexNew = -1;
-inline constexpr i32 kTableIndexCommitted = -2;  // written, not yet read again
+inline constexpr i32 kNoTableIndex = -1;
 inline constexpr u8 kNoMbrSlot = 255;
 inline constexpr std::size_t kMaxNameLength = 32;
 
@@ -44,12 +43,12 @@ class PartitionEntry {
   // At most 32 characters; bytes outside 0x20..0x7E become blanks.
   void setName(std::string_view text);
 
-  u32 status = 0;                   // EntryStatus bits
-  u64 startSector = 0;              // absolute LBA
-  u64 endSector = 0;                // inclusive
-  Guid uniqueGuid;                  // GPT only
-  Guid typeGuid;                    // GPT only
-  i32 tableIndex = kTableIndexNew;  // slot, entry index, or number in the chain
+  u32 status = 0;                  // EntryStatus bits
+  u64 startSector = 0;             // absolute LBA
+  u64 endSector = 0;               // inclusive
+  Guid uniqueGuid;                 // GPT only
+  Guid typeGuid;                   // GPT only
+  i32 tableIndex = kNoTableIndex;  // slot, entry index, or number in the chain; of free blocks none
   PartitionId id = 0;
   u8 mbrSlot = kNoMbrSlot;  // for volumes 0 or 1: which EBR entry holds it
   std::array<u8, 3> endChs{};
@@ -73,7 +72,6 @@ class VolumeEntry : public PartitionEntry {
   u64 previousEbr = kNoPrevious;  // kNoPrevious for the first volume of the chain
   u64 ebr = 0;
   u64 volumeStart = 0;
-  u8 storedSequence = 0;  // low byte of the id as the disk has it; 0 when it has none
 };
 
 enum VolumeListStatus : u32 {

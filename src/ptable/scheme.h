@@ -55,8 +55,9 @@ class TableScheme {
   virtual Failure checkUnchanged(const TableContext& context,
                                  const PartitionTable& table) const = 0;
 
-  // Writers of one entry of the top level: see Drive::commit, remove, changeProperties.
-  virtual Failure add(const TableContext& context, TableEntry& entry) const = 0;
+  // Writers of one entry of the top level: see Drive::add, remove, changeProperties.
+  virtual Failure add(const TableContext& context, const NewEntry& entry,
+                      TrackContent content) const = 0;
   virtual Failure remove(const TableContext& context, const TableEntry& entry) const = 0;
   virtual Failure changeProperties(const TableContext& context, const TableEntry& entry,
                                    const EntryProperties& wanted) const = 0;

@@ -34,7 +34,6 @@ class MbrViewTest : public OpsTest {
   FlowResult view(const std::function<void(MbrViewModel&)>& act) {
     ui_.expect<MbrViewModel>(act);
     DriveOpenOptions options;
-    options.flags |= kDriveLeaveSequence;
     std::unique_ptr<Drive> drive;
     EXPECT_EQ(Error::none, Drive::open(std::shared_ptr<DiskDevice>(&faulty_, [](DiskDevice*) {}),
                                        host_, options, drive));

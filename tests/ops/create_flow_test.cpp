@@ -143,11 +143,8 @@ TEST_F(CreateFlowTest, ExtendedPartitionsAreRefusedWhereTheyCannotBe) {
   ASSERT_TRUE(tight->setAlignment(AlignmentRules::kCylinderUnit));
   ASSERT_EQ(tight->reread(), Error::none);
   const u64 cylinder = alignmentUnit(tight->alignment());
-  PartitionEntry& block = *freeBlocks(*tight).at(0);
-  block.startSector = cylinder;
-  block.endSector = cylinder + 4095;
-  block.type = 0x83;
-  ASSERT_EQ(tight->commit(block), Error::none);
+  ASSERT_EQ(tight->add({.startSector = cylinder, .endSector = cylinder + 4095, .type = 0x83}),
+            Error::none);
   ASSERT_EQ(tight->reread(), Error::none);
   MemoryDisk left = before.copy();
   ui_.expect<CreateModel>([](CreateModel& model) {

@@ -129,7 +129,7 @@ TEST_F(EmbrFlowTest, TheKernelIsToldOfWhatItFindsThroughTheMbr) {
   const auto spy = std::make_shared<KernelSpy>(disk_);
   const auto drive = embrDrive(spy);
   add(*drive, 0, 2048, 0x83, "FIFTH");
-  EXPECT_EQ(drive->settle(), KernelTable::upToDate);
+  EXPECT_EQ(drive->settle().kernel, KernelTable::upToDate);
   EXPECT_EQ(spy->told, "1 2 3 4 5 6 ");
   const auto entryNamed = [&](const std::string& name) -> PartitionEntry& {
     for (const auto& entry : drive->table().entries)
@@ -142,7 +142,7 @@ TEST_F(EmbrFlowTest, TheKernelIsToldOfWhatItFindsThroughTheMbr) {
   // An extended partition without a slot hides its volumes too.
   changeSlot(3, [](MbrSlotRecord& slot) { slot.clear(); });
   ASSERT_EQ(drive->reread(), Error::none);
-  EXPECT_EQ(drive->settle(), KernelTable::upToDate);
+  EXPECT_EQ(drive->settle().kernel, KernelTable::upToDate);
   EXPECT_EQ(spy->told, "1 2 3 ");
   EXPECT_EQ(drive->findByKernelNumber(5), nullptr);
 }

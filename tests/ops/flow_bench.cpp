@@ -18,11 +18,11 @@ std::unique_ptr<Drive> FlowTest::open(MemoryDisk& disk) { return open(borrowed(d
 
 void FlowTest::add(Drive& drive, std::size_t freeIndex, u64 sectors, u16 type,
                    const std::string& name) {
-  PartitionEntry& block = *freeBlocks(drive).at(freeIndex);
-  block.endSector = block.startSector + sectors - 1;
-  block.type = type;
-  block.setName(name);
-  ASSERT_EQ(Error::none, drive.commit(block));
+  NewEntry entry = newEntryIn(*freeBlocks(drive).at(freeIndex));
+  entry.endSector = entry.startSector + sectors - 1;
+  entry.type = type;
+  entry.name = name;
+  ASSERT_EQ(Error::none, drive.add(entry));
   ASSERT_EQ(Error::none, drive.reread());
 }
 

@@ -177,8 +177,7 @@ TEST(Convert, AFailedConversionOfAnEmbrKeepsItsSlots) {
 
 TEST(Convert, SectorsOf4096Bytes) {
   const auto create = [](Drive& drive, u64 start, u64 sectors) {
-    TableEntry& block = *largestFree(drive);
-    return commitAt(drive, block, start, sectors, 0x83, "p");
+    return addAt(drive, start, sectors, 0x83, "p");
   };
   TableBench bench(MemoryDisk(64 * kMiB / 4096, 4096), alignedTo(256));
   ASSERT_EQ(create(bench.drive(), 256, 512), Error::none);
@@ -265,8 +264,7 @@ TEST(Convert, BootLoadersInTheWayAreNamedAndKept) {
   }
   expectRefused(disk.copy(), toGpt, Error::sectorsInUse, "core image");
   expectRefused(disk.copy(), toEmbr, Error::sectorsInUse, "core image");
-  bench.drive().setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
-  EXPECT_EQ(toGpt(bench.drive()), Error::none);
+  EXPECT_EQ(convertToGpt(bench.drive(), false, TrackContent::overwrite), Error::none);
   // An EMBR takes one sector, and a boot manager in front of it stays.
   MemoryDisk manager = diskFromScript(kSectors, kPrimaries);
   std::vector<u8> sector(512, 0x11);

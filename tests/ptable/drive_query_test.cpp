@@ -58,8 +58,6 @@ TEST(DriveQuery, RegionsIdsAndContainers) {
   EXPECT_EQ(drive.containerOf(sixth), drive.findByKernelNumber(2));
   EXPECT_EQ(drive.containerOf(*drive.findByKernelNumber(1)), nullptr);
 
-  EXPECT_EQ(drive.uniqueId(1), 3);
-  EXPECT_EQ(drive.uniqueId(255), 255);
   std::vector<PartitionId> ids;
   for (const auto& entry : drive.table().entries) {
     ids.push_back(entry->id);

@@ -26,12 +26,7 @@ constexpr const char* kVolumes =
 const DriveOpenOptions kAligned = alignedTo(2048);
 
 Failure create(Drive& drive, u64 start, u64 sectors, u16 type) {
-  PartitionEntry& block = freeAt(drive, start);
-  block.startSector = start;
-  block.endSector = start + sectors - 1;
-  block.type = type;
-  block.setName("a name of a volume");
-  return drive.commit(block);
+  return drive.add(newEntryAt(drive, start, sectors, type, "a name of a volume"));
 }
 
 struct Change {
@@ -59,9 +54,9 @@ const Change kChanges[] = {
      "  7: 61440..69631 0Bh\n  8: 81920..90111 82h\n"},
     {"volume at the end, right behind its EBR", kVolumes,
      [](Drive& d) {
-       auto& block = dynamic_cast<VolumeEntry&>(freeAt(d, 100000));
-       block.ebr = block.volumeStart - 1;
-       return create(d, 100000, 2048, 0x83);
+       NewEntry volume = newEntryAt(d, 100000, 2048, 0x83);
+       volume.ebrSector = volume.startSector - 1;
+       return d.add(volume);
      },
      "1: 2048..6143 83h\n2: 20480..122879 0Fh\n  5: 22528..30719 83h\n  6: 61440..69631 0Bh\n"
      "  7: 81920..90111 82h\n  8: 100000..102047 83h\n"},
@@ -92,9 +87,7 @@ const Change kChanges[] = {
 MemoryDisk diskOf(const Change& change) {
   MemoryDisk disk = *change.before == '\0' ? MemoryDisk(kDiskSectors)
                                            : diskFromScript(kDiskSectors, change.before);
-  // Opened once, so that all volumes have their numbers on the disk.
-  TableBench bench(std::move(disk), kAligned);
-  return bench.disk().copy();
+  return disk;
 }
 
 std::string rowsOn(MemoryDisk& disk) {
@@ -278,7 +271,7 @@ TEST(DriveWrite, SignatureAndKernelNumbersAreSettled) {
   ASSERT_EQ(drive->reread(), Error::none);
   ASSERT_EQ(create(*drive, 22528, 2048, 0x83), Error::none);
   // The model is still the one before the volume; the kernel is told what is on the disk.
-  EXPECT_EQ(drive->settle(), KernelTable::upToDate);
+  EXPECT_EQ(drive->settle().kernel, KernelTable::upToDate);
   ASSERT_EQ(spy->told.size(), 2U);
   EXPECT_EQ(spy->told[0].sectorCount, 2U);
   EXPECT_EQ(spy->told[1].number, 5U);

@@ -34,12 +34,7 @@ MemoryDisk embrDisk(bool limitPrimaries, u8 sectorsPerTrack = 63, u32 sectorSize
 }
 
 Failure create(Drive& drive, u64 start, u64 sectors = 16) {
-  for (const auto& block : drive.table().entries) {
-    if (!block->isFree() || start < block->startSector || block->endSector < start) continue;
-    return commitAt(drive, *block, start, sectors, 0x83, "name " + std::to_string(start));
-  }
-  TableEntry block;
-  return commitAt(drive, block, start, sectors, 0x83, "no room");
+  return addAt(drive, start, sectors, 0x83, "name " + std::to_string(start));
 }
 
 void createMany(Drive& drive, u32 count) {
@@ -143,8 +138,9 @@ TEST(EmbrScheme, TheAreaDoesNotGrowOverWhatIsNotItsOwnUnlessTheUserInsists) {
   createMany(bench.drive(), kEntriesOfOneSector);
   bench.disk().setSector(2, std::vector<u8>(512, 0x5A));
   expectRefusal(bench, Error::sectorsInUse);
-  bench.drive().setFlags(kDriveOverwriteTrack, kDriveOverwriteTrack);
-  EXPECT_EQ(create(bench.drive(), 90'000), Error::none);
+  EXPECT_EQ(bench.drive().add(newEntryAt(bench.drive(), 90'000, 16, 0x83), TrackContent::overwrite),
+            Error::none);
+  bench.reopen();
   EXPECT_EQ(bench.drive().table().usedSlots, kEntriesOfOneSector + 1);
   EXPECT_EQ(bench.drive().firstUsableSector(), 3U);
 }

@@ -20,8 +20,7 @@ class FirstTrackTest : public ::testing::Test {
  protected:
   // The slot is ours, so that its CHS bytes are those that a conversion back computes.
   FirstTrackTest() : bench_(diskFromScript(600'000, kScript)) {
-    EXPECT_EQ(commitAt(bench_.drive(), *largestFree(bench_.drive()), 2048, 4096, 0x83),
-              Error::none);
+    EXPECT_EQ(addAt(bench_.drive(), 2048, 4096, 0x83), Error::none);
     std::vector<u8> mbr = disk().sector(0);
     for (std::size_t i = 0; i < 440; ++i) mbr[i] = static_cast<u8>(i | 1);
     mbr[446] = 0;  // a GPT has no active mark to keep

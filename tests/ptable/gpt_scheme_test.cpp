@@ -236,18 +236,11 @@ TEST(GptScheme, TheBackupMovesByOneSectorToo) {
   }
 }
 
-Failure createIn(PartitionEntry& block, Drive& drive, u64 start, u64 end) {
-  block.startSector = start;
-  block.endSector = end;
-  block.type = 0x83;
-  block.setName("new");
-  // Fixed, so that two runs make the same table.
-  block.uniqueGuid.bytes = {1, 2, 3, 4, 5, 6, 7, 8, 9};
-  return drive.commit(block);
-}
-
 Failure create(Drive& drive, u64 start, u64 end) {
-  return createIn(freeAt(drive, start), drive, start, end);
+  NewEntry entry{.startSector = start, .endSector = end, .type = 0x83, .name = "new"};
+  // Fixed, so that two runs make the same table.
+  entry.uniqueGuid.bytes = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+  return drive.add(entry);
 }
 
 std::vector<TableChange> changes() {
@@ -350,8 +343,7 @@ TEST(GptScheme, WhatDoesNotFitIsRefusedAndChangesNothing) {
         Refusal{"into the entry array", 33, 40, Error::outsideUsableArea},
         Refusal{"over the last partition", 8900, 30000, Error::outsideUsableArea}})
     expectRefused(
-        whole.copy(), [&](Drive& d) { return createIn(freeAt(d, 20480), d, r.start, r.end); },
-        r.error, r.what);
+        whole.copy(), [&](Drive& d) { return create(d, r.start, r.end); }, r.error, r.what);
   expectRefused(
       sfdiskDisk("table-length: 1\nstart=2048, size=100\n"),
       [](Drive& d) { return create(d, 20480, 30000); }, Error::noFreeEntry, "a table of one entry");
@@ -377,8 +369,7 @@ TEST(GptScheme, ManyChangesInARowStaySound) {
     } else if (TableEntry* block = largestFree(drive)) {
       const u64 room = block->sectorCount();
       const u64 start = block->startSector + random() % (room / 2);
-      ASSERT_EQ(commitAt(drive, *block, start, 1 + random() % (room / 4), 0x83, "random"),
-                Error::none);
+      ASSERT_EQ(addAt(drive, start, 1 + random() % (room / 4), 0x83, "random"), Error::none);
     }
     const std::vector<GptRow> now = gptRowsOf(bench.reopen());
     ASSERT_EQ(now, gptRowsBySfdisk(bench.disk()));

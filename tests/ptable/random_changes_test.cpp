@@ -125,7 +125,7 @@ class RandomChanges {
     const u64 before = pick(2) == 0 ? pick(room) / kUnit * kUnit : pick(room / 2 + 1);
     u64 sectors = pick(2) == 0 ? room - before : 1 + pick(room - before);
     if (type == 0x0F && sectors < room / 2) sectors = room - before;
-    EXPECT_EQ(commitAt(drive, *block, block->startSector + before, sectors, type, "random"),
+    EXPECT_EQ(addAt(drive, block->startSector + before, sectors, type, "random"),
               hasRoom ? Error::none : Error::noFreeEntry);
   }
 

@@ -95,20 +95,6 @@ DriveOpenOptions alignedTo(i64 sectors) {
   return options;
 }
 
-PartitionEntry& freeAt(Drive& drive, u64 sector) {
-  const auto holds = [&](const PartitionEntry& entry) {
-    return entry.isFree() && entry.startSector <= sector && sector <= entry.endSector;
-  };
-  for (const auto& entry : drive.table().entries) {
-    if (holds(*entry)) return *entry;
-    if (!entry->volumes) continue;
-    for (const auto& volume : entry->volumes->entries)
-      if (holds(*volume)) return *volume;
-  }
-  ADD_FAILURE() << "no free block at " << sector << "\n" << pictureOf(drive);
-  return *drive.table().entries.front();
-}
-
 TableEntry* largestFree(Drive& drive) { return largest(drive.table().entries); }
 
 VolumeEntry* largestInnerFree(Drive& drive) {
@@ -117,15 +103,26 @@ VolumeEntry* largestInnerFree(Drive& drive) {
   return nullptr;
 }
 
-Failure commitAt(Drive& drive, PartitionEntry& block, u64 startSector, u64 sectors, u16 type,
-                 const std::string& name) {
-  block.startSector = startSector;
-  block.endSector = startSector + sectors - 1;
-  block.type = type;
-  block.setName(name);
-  const Failure error = drive.commit(block);
+NewEntry newEntryAt(Drive& drive, u64 startSector, u64 sectors, u16 type, const std::string& name) {
+  NewEntry entry{.startSector = startSector,
+                 .endSector = startSector + sectors - 1,
+                 .type = type,
+                 .name = name};
+  for (const auto& top : drive.table().entries) {
+    if (!top->volumes) continue;
+    for (const auto& block : top->volumes->entries) {
+      const u64 gap = block->volumeStart - block->ebr;
+      if (block->isFree() && block->startSector <= startSector && startSector <= block->endSector)
+        entry.ebrSector = startSector - gap;
+    }
+  }
+  return entry;
+}
+
+Failure addAt(Drive& drive, u64 startSector, u64 sectors, u16 type, const std::string& name) {
+  const Failure failed = drive.add(newEntryAt(drive, startSector, sectors, type, name));
   static_cast<void>(drive.reread());
-  return error;
+  return failed;
 }
 
 void expectRefused(MemoryDisk disk, const std::function<Failure(Drive& drive)>& run,

@@ -40,14 +40,14 @@ std::string usedRows(const Drive& drive);
 std::vector<SfdiskRow> rowsOf(const Drive& drive);
 MbrRecord mbrOf(DiskDevice& disk);
 DriveOpenOptions alignedTo(i64 sectors);
-// The free block, of the top level or within a container, that the sector lies in.
-PartitionEntry& freeAt(Drive& drive, u64 sector);
 // The largest free block of the top level, or of the first extended partition.
 TableEntry* largestFree(Drive& drive);
 VolumeEntry* largestInnerFree(Drive& drive);
-// Sets the extent of a free block to its first `sectors` and commits it. Type 0 keeps nothing.
-Failure commitAt(Drive& drive, PartitionEntry& block, u64 startSector, u64 sectors, u16 type,
-                 const std::string& name = "");
+// A partition of this extent; a volume where the sector lies in a free block of a container.
+NewEntry newEntryAt(Drive& drive, u64 startSector, u64 sectors, u16 type,
+                    const std::string& name = "");
+// Adds it and reads the table again.
+Failure addAt(Drive& drive, u64 startSector, u64 sectors, u16 type, const std::string& name = "");
 // The change is refused with this code, and no sector is written.
 void expectRefused(MemoryDisk disk, const std::function<Failure(Drive& drive)>& run,
                    Failure expected, const char* what, const DriveOpenOptions& options = {});

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "probe/type_catalogue.h"
 #include "ptable/mbr/mbr_edit.h"
 #include "ptable/mbr/mbr_scheme.h"
@@ -112,7 +113,7 @@ Failure storeMbrFirst(DiskDevice& disk, const EmbrImage& old, EmbrImage& image) 
   return storeMbr(disk, back) == Error::none ? Error::write : Error::writeFailedTableUnknown;
 }
 
-bool isRoomFree(const TableContext& context, const EmbrImage& image, const TableEntry& entry) {
+bool isRoomFree(const TableContext& context, const EmbrImage& image, const NewEntry& entry) {
   if (entry.startSector > entry.endSector || entry.startSector < image.endSector() ||
       entry.endSector > context.lastLba || entry.endSector > kAllOnes32)
     return false;
@@ -124,7 +125,7 @@ bool isRoomFree(const TableContext& context, const EmbrImage& image, const Table
 }
 
 // The new partition's slot for other systems. False: there is none, and one is needed.
-bool takeSlot(const TableContext& context, EmbrImage& image, TableEntry& entry) {
+bool takeSlot(const TableContext& context, EmbrImage& image, const NewEntry& entry) {
   MbrRecord& mbr = mbrIn(image);
   makeSlotsUsable(mbr);
   const auto slot = std::ranges::find(mbr.slots, types::kFree, &MbrSlotRecord::type);
@@ -132,7 +133,6 @@ bool takeSlot(const TableContext& context, EmbrImage& image, TableEntry& entry) 
     return !image.limitsPrimaries();
   chooseBootIndicator(context, mbr, *slot);
   writeSlot(context, 0, entry.startSector, entry.endSector, static_cast<u8>(entry.type), *slot);
-  entry.mbrSlot = static_cast<u8>(slot - mbr.slots.begin());
   return true;
 }
 
@@ -181,11 +181,12 @@ Failure EmbrScheme::checkUnchanged(const TableContext& context, const PartitionT
   return same ? Error::none : Error::tableChangedMeanwhile;
 }
 
-Failure checkEmbrGrowth(const TableContext& context, const EmbrImage& old, const EmbrImage& image) {
+Failure checkEmbrGrowth(const TableContext& context, const EmbrImage& old, const EmbrImage& image,
+                        TrackContent content) {
   if (image.endSector() == old.endSector()) return Error::none;
   for (u32 i = 0; i < image.entryCount(); ++i)
     if (image.entry(i).firstLba < image.endSector()) return Error::noFreeEntry;
-  if ((context.flags & kDriveOverwriteTrack) != 0) return Error::none;
+  if (content == TrackContent::overwrite) return Error::none;
   return namedTrackContent(context.disk, old.endSector(), image.endSector()) ? Error::sectorsInUse
                                                                              : Error::none;
 }
@@ -201,18 +202,22 @@ MptEntryRecord mptRecordOf(const PartitionEntry& entry) {
   return record;
 }
 
-Failure EmbrScheme::add(const TableContext& context, TableEntry& entry) const {
+Failure EmbrScheme::add(const TableContext& context, const NewEntry& entry,
+                        TrackContent content) const {
   EmbrImage old;
   if (const Failure error = load(context.disk, old); error != Error::none) return error;
   if (!isRoomFree(context, old, entry)) return Error::outsideUsableArea;
   EmbrImage image = old;
   if (!takeSlot(context, image, entry)) return Error::noFreeEntry;
-  entry.id = image.freeId(entry.id);
-  if (const Failure error = image.insert(image.entryCount(), mptRecordOf(entry));
-      error != Error::none)
-    return error;
-  if (const Failure error = checkEmbrGrowth(context, old, image); error != Error::none)
-    return error;
+  MptEntryRecord record{};
+  record.flags = static_cast<u16>(entry.attributes);
+  record.firstLba = static_cast<u32>(entry.startSector);
+  record.lastLba = static_cast<u32>(entry.endSector);
+  record.id = image.freeId(entry.id);
+  record.type = static_cast<u8>(entry.type);
+  printableFromUtf8(entry.name).copy(record.name, sizeof record.name - 1);
+  if (const Failure failed = image.insert(image.entryCount(), record)) return failed;
+  if (const Failure failed = checkEmbrGrowth(context, old, image, content)) return failed;
   return storeEmbrFirst(context.disk, old, image);
 }
 

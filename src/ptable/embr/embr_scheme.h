@@ -14,9 +14,8 @@ class EmbrScheme : public TableScheme {
   bool read(const TableContext& context, std::span<const u8> track,
             TableReading& reading) const override;
   Failure checkUnchanged(const TableContext& context, const PartitionTable& table) const override;
-  // Also sectorsInUse: the EMBR has to grow over a sector that holds something, and the drive
-  // does not allow that.
-  Failure add(const TableContext& context, TableEntry& entry) const override;
+  Failure add(const TableContext& context, const NewEntry& entry,
+              TrackContent content) const override;
   Failure remove(const TableContext& context, const TableEntry& entry) const override;
   Failure changeProperties(const TableContext& context, const TableEntry& entry,
                            const EntryProperties& wanted) const override;
@@ -26,8 +25,9 @@ class EmbrScheme : public TableScheme {
 MptEntryRecord mptRecordOf(const PartitionEntry& entry);
 
 // Whether the sectors that an EMBR grew over may be overwritten: noFreeEntry, a partition starts
-// there; sectorsInUse, something else lies there, and the drive does not allow it.
-Failure checkEmbrGrowth(const TableContext& context, const EmbrImage& old, const EmbrImage& image);
+// there; sectorsInUse, something else lies there that `content` keeps.
+Failure checkEmbrGrowth(const TableContext& context, const EmbrImage& old, const EmbrImage& image,
+                        TrackContent content);
 
 // See Drive::setLimitPrimaries.
 Failure setEmbrLimit(const TableContext& context, bool limit, bool makeFirstActive);

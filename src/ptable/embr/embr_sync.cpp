@@ -160,8 +160,8 @@ Failure synchronizeEmbr(Drive& drive, const std::function<bool()>& beforeWrite, 
   const EmbrImage old = image;
   Synchronization synchronization(drive, image, done);
   if (!synchronization.run()) return Error::none;
-  if (const Failure error = checkEmbrGrowth(drive.tableContext(), old, image); error != Error::none)
-    return error;
+  if (const Failure failed = checkEmbrGrowth(drive.tableContext(), old, image, TrackContent::keep))
+    return failed;
   if (!beforeWrite()) return Error::cancelled;
   const Failure error = synchronization.hasRebuiltSlots() ? image.write(drive.disk())
                                                           : image.writeBehindMbr(drive.disk());

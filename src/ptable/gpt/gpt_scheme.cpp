@@ -75,7 +75,7 @@ GptEntryRecord* recordOf(GptImage& image, const PartitionEntry& entry) {
   return record.isUsed() && isSame(record, entry) ? &record : nullptr;
 }
 
-bool isRoomFree(const TableContext& context, const GptImage& image, const TableEntry& entry) {
+bool isRoomFree(const TableContext& context, const GptImage& image, const NewEntry& entry) {
   const GptHeaderRecord& header = image.header();
   if (entry.startSector > entry.endSector || entry.startSector < header.firstUsableLba ||
       entry.endSector > header.lastUsableLba || entry.endSector > context.lastLba)
@@ -145,7 +145,8 @@ Failure storeGpt(DiskDevice& disk, const GptImage& old, GptImage& image) {
   return isOnDisk(image) ? Error::writeFailedNewTable : Error::writeFailedTableUnknown;
 }
 
-Failure GptScheme::add(const TableContext& context, TableEntry& entry) const {
+Failure GptScheme::add(const TableContext& context, const NewEntry& entry,
+                       TrackContent /*content*/) const {
   GptImage old;
   if (GptImage::read(context.disk, old) != Error::none) return Error::read;
   if (!isRoomFree(context, old, entry)) return Error::outsideUsableArea;
@@ -153,10 +154,16 @@ Failure GptScheme::add(const TableContext& context, TableEntry& entry) const {
   u32 index = 0;
   while (index < image.entryCount() && image.entry(index).isUsed()) ++index;
   if (index == image.entryCount()) return Error::noFreeEntry;
-  if (entry.typeGuid.isZero())
-    entry.typeGuid = entry.type == types::kEfiSystem ? kGptEfiSystem : kGptBasicData;
-  if (entry.uniqueGuid.isZero()) entry.uniqueGuid = newUniqueGuid(context.host, image);
-  fillGptEntry(entry, image.entry(index));
+  const Guid& fitting = entry.type == types::kEfiSystem ? kGptEfiSystem : kGptBasicData;
+  GptEntryRecord& record = image.entry(index);
+  record.clear();
+  record.typeGuid = entry.typeGuid.isZero() ? fitting : entry.typeGuid;
+  record.uniqueGuid =
+      entry.uniqueGuid.isZero() ? newUniqueGuid(context.host, image) : entry.uniqueGuid;
+  record.firstLba = entry.startSector;
+  record.lastLba = entry.endSector;
+  record.attributes = entry.attributes;
+  setGptName(record, entry.name);
   return storeGpt(context.disk, old, image);
 }
 

@@ -13,7 +13,8 @@ class GptScheme : public TableScheme {
   bool read(const TableContext& context, std::span<const u8> track,
             TableReading& reading) const override;
   Failure checkUnchanged(const TableContext& context, const PartitionTable& table) const override;
-  Failure add(const TableContext& context, TableEntry& entry) const override;
+  Failure add(const TableContext& context, const NewEntry& entry,
+              TrackContent content) const override;
   Failure remove(const TableContext& context, const TableEntry& entry) const override;
   Failure changeProperties(const TableContext& context, const TableEntry& entry,
                            const EntryProperties& wanted) const override;
@@ -28,7 +29,7 @@ Guid randomGuid(Host& host);
 void fillGptEntry(const PartitionEntry& entry, GptEntryRecord& record);
 
 // Writes the image and finds out, when that failed, which table is on the disk: see
-// Drive::commit. `old` is what was read before the change.
+// Drive::add. `old` is what was read before the change.
 Failure storeGpt(DiskDevice& disk, const GptImage& old, GptImage& image);
 
 // See Drive::repairGpt.

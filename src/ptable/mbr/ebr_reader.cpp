@@ -84,7 +84,6 @@ class ChainReader {
     volume->tableIndex = static_cast<i32>(list_.entries.size());
     volume->mbrSlot = static_cast<u8>(slotIndex);
     if (slot.type == types::kHidden && ebr().hiddenType != 0) volume->type = ebr().hiddenType;
-    volume->storedSequence = storedSequence();
     volume->id = static_cast<PartitionId>(container_.id << 8 | unusedSequence());
     nameVolume(*volume);
     const auto at =
@@ -136,23 +135,6 @@ bool mayHoldVolumes(const TableEntry& entry) {
 void readVolumes(const TableContext& context, TableEntry& container) {
   container.volumes = std::make_unique<VolumeList>();
   ChainReader(context, container).run();
-}
-
-void storeSequenceNumbers(const TableContext& context, const TableEntry& container) {
-  if ((context.flags & (kDriveSequentialIds | kDriveLeaveSequence)) != 0 ||
-      context.disk.traits().readOnly)
-    return;
-  std::vector<u8> sector(context.disk.sectorSize());
-  for (const auto& volume : container.volumes->entries) {
-    if (volume->isFree() || volume->volumeStart - volume->ebr < kFirstVolumeAfterSequence) continue;
-    const u8 sequence = static_cast<u8>(volume->id);
-    if (volume->storedSequence == sequence) continue;
-    const u64 lba = container.startSector + volume->ebr + 1;
-    if (context.disk.readSectors(lba, sector.data(), 1) != Error::none) continue;
-    sector[0] = sequence;
-    if (context.disk.writeSectors(lba, sector.data(), 1) != Error::none) return;
-    volume->storedSequence = sequence;
-  }
 }
 
 }  // namespace tallowin

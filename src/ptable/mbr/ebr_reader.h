@@ -19,9 +19,4 @@ bool mayHoldVolumes(const TableEntry& entry);
 // EBR position. Each EBR is read once. Nothing is ever an error: see VolumeListStatus.
 void readVolumes(const TableContext& context, TableEntry& container);
 
-// Stores the sequence numbers of the volumes where the disk has others, in the sectors behind
-// their EBRs. Call it only when neither the table nor the chain is in error: then those sectors
-// belong to nobody. A failing write changes nothing but the numbers of the next time.
-void storeSequenceNumbers(const TableContext& context, const TableEntry& container);
-
 }  // namespace tallowin

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/text.h"
 #include "probe/type_catalogue.h"
 #include "ptable/mbr/ebr_reader.h"
 #include "ptable/mbr/slot.h"
@@ -16,11 +17,11 @@ bool sameVolume(const VolumeEntry& a, const VolumeEntry& b) {
          a.mbrType == b.mbrType;
 }
 
-// The volumes that were read; a block that is about to become one is none of them.
+// Without the free blocks between them.
 std::vector<const VolumeEntry*> volumesOnDisk(const VolumeList& list) {
   std::vector<const VolumeEntry*> volumes;
   for (const auto& volume : list.entries)
-    if (volume->tableIndex >= 0) volumes.push_back(volume.get());
+    if (!volume->isFree()) volumes.push_back(volume.get());
   return volumes;
 }
 
@@ -58,7 +59,7 @@ class ChainChange {
   ChainChange(const TableContext& context, const TableEntry& container)
       : context_(context), container_(container), list_(*container.volumes) {}
 
-  Failure add(VolumeEntry& volume, const Room& room);
+  Failure add(const NewEntry& volume, const Room& room);
   Failure remove(const VolumeEntry& volume);
   Failure change(const VolumeEntry& volume, const EntryProperties& wanted);
 
@@ -69,8 +70,9 @@ class ChainChange {
   bool isEmptyEbr(u64 position) const {
     return std::ranges::binary_search(list_.emptyEbrs, position);
   }
-  void fillVolume(const VolumeEntry& volume, const Room& room, EbrRecord& ebr) const;
-  Failure storeSequence(const VolumeEntry& volume, const Room& room) const;
+  void fillVolume(const NewEntry& volume, const Room& room, EbrRecord& ebr) const;
+  u8 unusedSequence(PartitionId wanted) const;
+  Failure storeSequence(PartitionId wanted, const Room& room) const;
   Failure linkBehind(u64 previous, const Room& room, TableSectorImage& image);
   u64 nearestEbrBefore(u64 position) const;
 
@@ -84,23 +86,34 @@ void fillName(const std::string& name, EbrRecord& ebr) {
   std::memcpy(ebr.name.data(), name.data(), std::min(name.size(), kVolumeNameBytes));
 }
 
-void ChainChange::fillVolume(const VolumeEntry& volume, const Room& room, EbrRecord& ebr) const {
+void ChainChange::fillVolume(const NewEntry& volume, const Room& room, EbrRecord& ebr) const {
   MbrSlotRecord& slot = ebr.slots[ebr.slots[0].type == types::kFree ? 0 : 1];
   slot.clear();
   writeSlot(context_, container_.startSector + room.ebr, volume.startSector, volume.endSector,
             static_cast<u8>(volume.type), slot);
-  fillName(volume.name, ebr);
+  fillName(printableFromUtf8(volume.name), ebr);
   ebr.hiddenType = 0;
   ebr.signature.set();
 }
 
+u8 ChainChange::unusedSequence(PartitionId wanted) const {
+  const auto isTaken = [&](u8 sequence) {
+    return sequence == 0 || std::ranges::any_of(list_.entries, [sequence](const auto& other) {
+             return !other->isFree() && static_cast<u8>(other->id) == sequence;
+           });
+  };
+  u8 sequence = static_cast<u8>(wanted);
+  for (u32 tries = 0; tries < 256 && isTaken(sequence); ++tries) ++sequence;
+  return sequence;
+}
+
 // The number lies in the sector behind the EBR, unless the volume itself begins there.
-Failure ChainChange::storeSequence(const VolumeEntry& volume, const Room& room) const {
+Failure ChainChange::storeSequence(PartitionId wanted, const Room& room) const {
   const u64 lba = container_.startSector + room.ebr + 1;
   if (room.start - room.ebr < kFirstVolumeAfterSequence) return Error::none;
   std::vector<u8> sector(context_.disk.sectorSize());
   if (context_.disk.readSectors(lba, sector.data(), 1) != Error::none) return Error::read;
-  sector[0] = static_cast<u8>(volume.id);
+  sector[0] = unusedSequence(wanted);
   return context_.disk.writeSectors(lba, sector.data(), 1) == Error::none ? Error::none
                                                                           : Error::write;
 }
@@ -133,13 +146,13 @@ Failure ChainChange::linkBehind(u64 previous, const Room& room, TableSectorImage
   return before.store();
 }
 
-Failure ChainChange::add(VolumeEntry& volume, const Room& room) {
+Failure ChainChange::add(const NewEntry& volume, const Room& room) {
   TableSectorImage image = imageAt(room.ebr);
   if (const Failure error = image.load(); error != Error::none) return error;
   const bool isLinked = isEmptyEbr(room.ebr);
   if (!isLinked) std::ranges::fill(image.bytes(), u8{0});
   fillVolume(volume, room, image.as<EbrRecord>());
-  if (const Failure error = storeSequence(volume, room); error != Error::none) return error;
+  if (const Failure error = storeSequence(volume.id, room); error != Error::none) return error;
   // An EBR that the chain already leads to, or that begins the chain, becomes visible itself.
   if (isLinked || room.ebr == 0) return image.store();
   return linkBehind(nearestEbrBefore(room.ebr), room, image);
@@ -197,36 +210,25 @@ Failure checkChainUnchanged(const TableContext& context, const TableEntry& conta
   return (now.volumes->status & kChainReadError) != 0 ? Error::read : Error::tableChangedMeanwhile;
 }
 
-Failure addVolume(const TableContext& context, const TableEntry& container, VolumeEntry& volume) {
+Failure addVolume(const TableContext& context, const TableEntry& container, const NewEntry& entry) {
   if (container.isInError() || container.volumes->status != 0) return Error::tableInError;
-  const u64 gap = volume.volumeStart - volume.ebr;
-  if (volume.startSector < container.startSector ||
-      volume.startSector - container.startSector < gap)
+  const u64 base = container.startSector;
+  if (*entry.ebrSector < base || entry.startSector < base || entry.endSector < base)
     return Error::outsideUsableArea;
-  Room room;
-  room.start = volume.startSector - container.startSector;
-  room.ebr = room.start - gap;
-  room.end = volume.endSector - container.startSector;
-  if (!isRoomFree(container, room) ||
-      !fitsSlot(container.startSector, container.startSector + room.ebr, volume.endSector))
+  const Room room{*entry.ebrSector - base, entry.startSector - base, entry.endSector - base};
+  if (!isRoomFree(container, room) || !fitsSlot(base, *entry.ebrSector, entry.endSector))
     return Error::outsideUsableArea;
-  if (const Failure error = checkChainUnchanged(context, container); error != Error::none)
-    return error;
-  return ChainChange(context, container).add(volume, room);
+  return ChainChange(context, container).add(entry, room);
 }
 
 Failure removeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume) {
-  if (const Failure error = checkChainUnchanged(context, container); error != Error::none)
-    return error;
   return ChainChange(context, container).remove(volume);
 }
 
 Failure changeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume, const EntryProperties& wanted) {
   if (wanted.typeGuid || wanted.attributes || wanted.active) return Error::unsupportedForm;
-  if (const Failure error = checkChainUnchanged(context, container); error != Error::none)
-    return error;
   return ChainChange(context, container).change(volume, wanted);
 }
 

@@ -6,13 +6,13 @@
 namespace tallowin {
 
 // Each of these has one step that makes it visible, the write of one sector: what it points at
-// is on the medium before. Errors as for Drive::commit.
+// is on the medium before. Errors as for Drive::add.
 
-// Whether the disk still holds the chain that was read: read, tableChangedMeanwhile.
+// Whether the disk still holds the chain that was read: read, tableChangedMeanwhile. The changes
+// below are for a chain of which that is known.
 Failure checkChainUnchanged(const TableContext& context, const TableEntry& container);
-// Puts a new volume into the chain; see Drive::commit. `volume` is a free block of the
-// container; its EBR lies before its first sector by the gap that the block had.
-Failure addVolume(const TableContext& context, const TableEntry& container, VolumeEntry& volume);
+// Puts a new volume into the chain; see Drive::add. The low byte of its id goes to the disk.
+Failure addVolume(const TableContext& context, const TableEntry& container, const NewEntry& entry);
 // The EBR at the start of the container stays, with a link only; others are unlinked.
 Failure removeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume);

@@ -21,7 +21,7 @@ const TableEntry* entryOfSlot(const PartitionTable& table, std::size_t slot) {
   return found != table.entries.end() ? found->get() : nullptr;
 }
 
-bool isRoomFree(const TableContext& context, const MbrRecord& mbr, const TableEntry& entry) {
+bool isRoomFree(const TableContext& context, const MbrRecord& mbr, const NewEntry& entry) {
   if (entry.startSector == 0 || entry.endSector > context.lastLba) return false;
   return std::ranges::none_of(mbr.slots, [&](const MbrSlotRecord& slot) {
     return slot.type != types::kFree && slot.startLba <= entry.endSector &&
@@ -90,7 +90,8 @@ Failure MbrScheme::checkUnchanged(const TableContext& context, const PartitionTa
   return Error::none;
 }
 
-Failure MbrScheme::add(const TableContext& context, TableEntry& entry) const {
+Failure MbrScheme::add(const TableContext& context, const NewEntry& entry,
+                       TrackContent /*content*/) const {
   TableSectorImage image(context.disk, kMbrLba);
   if (const Failure error = image.load(); error != Error::none) return error;
   auto& mbr = image.as<MbrRecord>();

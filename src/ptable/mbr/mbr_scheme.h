@@ -13,7 +13,8 @@ class MbrScheme : public TableScheme {
   bool read(const TableContext& context, std::span<const u8> track,
             TableReading& reading) const override;
   Failure checkUnchanged(const TableContext& context, const PartitionTable& table) const override;
-  Failure add(const TableContext& context, TableEntry& entry) const override;
+  Failure add(const TableContext& context, const NewEntry& entry,
+              TrackContent content) const override;
   Failure remove(const TableContext& context, const TableEntry& entry) const override;
   Failure changeProperties(const TableContext& context, const TableEntry& entry,
                            const EntryProperties& wanted) const override;
