@@ -23,7 +23,7 @@ endif()
 if(TALLOWIN_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
-if(CMAKE_BUILD_TYPE STREQUAL "Debug")
+if(CMAKE_BUILD_TYPE STREQUAL "Debug" AND TALLOWIN_SANITIZE)
   # Line tables are enough for a sanitizer's report and halve the time to link.
   add_compile_options(-g1 -Og)
 endif()
@@ -59,6 +59,9 @@ function(tallowin_test name)
   add_executable(${name}_tests ${sources})
   target_include_directories(${name}_tests PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name}_tests PRIVATE ${libraries} tallowin_test_support GTest::gtest_main)
+  # Reading the headers of GoogleTest takes longer than compiling most tests.
+  target_precompile_headers(${name}_tests PRIVATE <algorithm> <functional> <gtest/gtest.h> <map> <memory>
+                            <optional> <span> <string> <vector>)
   set(lock)
   if(TALLOWIN_TEST_LOCK)
     set(lock RESOURCE_LOCK ${TALLOWIN_TEST_LOCK})

@@ -43,6 +43,7 @@ enum class Error : u8 {
   sectorSizeDiffers,
   tableNotUpdated,
   tableNotBuilt,
+  noRoomForReserved,  // the reserved partition of a GPT
   tableReadFailed,
   tableWriteFailed,
   noTable,
@@ -118,6 +119,8 @@ constexpr u32 codeOf(Error error) {
     case Error::geometryNotAvailable:
       return 18;
     case Error::noSpaceLeft:
+      return 32;
+    case Error::noRoomForReserved:
       return 32;
     case Error::bufferTooSmall:
       return 61;

@@ -1,7 +1,7 @@
 #include "cli/command.h"
 
-#include "cli/explain.h"
 #include "cli/interrupt.h"
+#include "ops/error_text.h"
 
 namespace tallowin {
 namespace {
@@ -13,7 +13,7 @@ std::string joined(const std::vector<std::string>& lines, const std::string& oth
 }
 
 std::string withExplanation(const std::string& what, Failure code) {
-  const std::string why = explain(code);
+  const std::string why = errorText(code);
   return why.empty() ? what : what + " " + why;
 }
 
@@ -50,7 +50,7 @@ CommandResult resultOfFlow(const FlowResult& flow, const ConsoleFrontEnd& ui,
             joined(ui.told(), what + " The question was not answered with yes; nothing more was "
                                      "changed. Repeat it and answer y, or use --yes.")};
   return {ExitStatus::failed, flow.code, flow.phase,
-          withExplanation(joined(ui.told(), what), flow.code)};
+          joined(ui.told(), withExplanation(what, flow.code))};
 }
 
 }  // namespace tallowin

@@ -50,7 +50,7 @@ Failure OverlayDisk::transferOut(u64 lba, const void* buffer, u32 count) {
   }
   if (storedBytes_ + size > maxBytes_) {
     full_ = true;
-    return {Error::noSpaceLeft, ENOMEM, lba};
+    return {Error::outOfMemory, 0, lba};
   }
   makeRoom(lba, count);
   runs_.emplace(lba, Run{count, {bytes, bytes + size}});

@@ -59,31 +59,6 @@ const char* nameOf(Scheme scheme) {
   }
 }
 
-// Why a conversion was refused, and what would help.
-std::string refusalText(Failure error) {
-  switch (error.code) {
-    case Error::partitionBeyondTable:
-      return "A partition lies where the new table cannot reach.";
-    case Error::tooManyPartitions:
-      return "There are more partitions than the new table can hold.";
-    case Error::dynamicDisk:
-      return "A partition belongs to a dynamic disk.";
-    case Error::slotNotFree:
-      return "A partition could not be given one of the four slots of the MBR.";
-    case Error::noSpaceLeft:
-      return "There is no free block of 16 MiB for the reserved partition of a GPT.\n"
-             "Make one by removing or shrinking a partition.";
-    case Error::tableNotBuilt:
-      return "The disk is too small for the new table.";
-    case Error::outsideUsableArea:
-      return "A partition starts where the new table would lie.";
-    case Error::noTable:
-      return "The disk has no partition table.";
-    default:
-      return tableErrorText(error);
-  }
-}
-
 // Of the errors that come after the first write.
 bool saysWhichTable(Failure error) {
   return error == Error::write || error == Error::writeFailedNewTable ||
@@ -145,32 +120,29 @@ Failure convertAndRestore(const OperationContext& context, Drive& drive, Scheme 
   return error;
 }
 
-FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme target,
-                    std::string& keptTable) {
-  if (drive.scheme() == target) return {};
-  const auto content = acceptedLoss(context, drive, target);
+FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme scheme,
+                    const WriteTarget& target, std::string& keptTable) {
+  if (drive.scheme() == scheme) return {};
+  const auto content = acceptedLoss(context, drive, scheme);
   if (!content) return stoppedByUser();
   TableChange change(context, drive);
-  if (const auto stopped = change.begin()) return *stopped;
+  if (const auto stopped = change.begin(target)) return *stopped;
   const bool keepsTrack = isPlainHardDisk(drive) && drive.scheme() == Scheme::mbr;
   if (keepsTrack && !saveTrack(context, drive)) return {FlowEnd::refused, Error::cannotCreate, 0};
   const Failure error =
-      convertAndRestore(context, drive, target, drive.scheme() == Scheme::wholeDisk, *content);
-  change.end();
+      change.end(convertAndRestore(context, drive, scheme, drive.scheme() == Scheme::wholeDisk,
+                                   *content));
   keptTable = change.keptTable();
   if (error == Error::none) return {};
   context.ui.errorBox("The partition layout could not be changed to match your selection.\n\n" +
-                      refusalText(error));
+                      tableErrorText(error));
   return {saysWhichTable(error) ? FlowEnd::failed : FlowEnd::refused, error, 0};
 }
 
 std::optional<FlowResult> refuseWhenReadOnlyOrMounted(const OperationContext& context,
                                                       Drive& drive) {
   if (auto stopped = refuseWhenReadOnlyDisk(context, drive)) return stopped;
-  if (driveUse(context.host, drive.disk()).empty()) return std::nullopt;
-  return refuse(context,
-                "Error: This drive contains mounted partitions.  Please umount them and try "
-                "again.");
+  return refuseWhenDriveInUse(context, drive);
 }
 
 FlowResult makeFirstTable(const OperationContext& context, Drive& drive, std::string& keptTable) {
@@ -179,7 +151,7 @@ FlowResult makeFirstTable(const OperationContext& context, Drive& drive, std::st
       "WARNING: All existing data on the drive will be deleted!\n\n" +
       describeDisk(drive.disk()) + "\n\n" + kSure;
   if (!context.ui.confirm(Consent::general, kTitle, text)) return stoppedByUser();
-  return changeTo(context, drive, Scheme::mbr, keptTable);
+  return changeTo(context, drive, Scheme::mbr, WriteTarget::wholeDisk(), keptTable);
 }
 
 std::vector<Scheme> otherSchemes(Scheme present) {
@@ -206,7 +178,7 @@ FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme tar
   if (const auto stopped = refuseWhenReadOnlyOrMounted(context, drive)) return *stopped;
   if (!hasTable(drive)) {
     if (target == Scheme::mbr) return makeFirstTable(context, drive, keptTable);
-    return refuse(context, refusalText(Error::noTable) + "\nMake an MBR first.", Error::noTable);
+    return refuse(context, "The disk has no partition table.\nMake an MBR first.", Error::noTable);
   }
   if (const auto unreadable = refuseWhenReadOnlyTable(context, drive)) return *unreadable;
   if (drive.scheme() == target) return {};
@@ -216,7 +188,7 @@ FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme tar
                            describeDisk(drive.disk()) +
                            format("\n%s to %s", drive.schemeName(), nameOf(target));
   if (!context.ui.confirm(Consent::general, kTitle, text)) return stoppedByUser();
-  return changeTo(context, drive, target, keptTable);
+  return changeTo(context, drive, target, WriteTarget::wholeDisk(), keptTable);
 }
 
 FlowResult changeDiskTypeFlow(const OperationContext& context, Drive& drive) {
@@ -263,17 +235,15 @@ FlowResult offerEmbr(const OperationContext& context, Drive& drive) {
                          MessageKind::question);
   if (!insists) return stoppedByUser();
   std::string keptTable;
-  return changeTo(context, drive, Scheme::embr, keptTable);
+  return changeTo(context, drive, Scheme::embr, WriteTarget::tableOnly(), keptTable);
 }
 
 Failure limitPrimaries(const OperationContext& context, Drive& drive, bool limit) {
   constexpr u8 kFirstBiosDisk = 0x80;
   TableChange change(context, drive);
-  if (const auto stopped = change.begin()) return stopped->code;
+  if (const auto stopped = change.begin(WriteTarget::tableOnly())) return stopped->code;
   const bool makesActive = context.options.makeHd0Active && drive.biosNumber() == kFirstBiosDisk;
-  const Failure error = drive.setLimitPrimaries(limit, makesActive);
-  change.end();
-  return error;
+  return change.end(drive.setLimitPrimaries(limit, makesActive));
 }
 
 }  // namespace tallowin

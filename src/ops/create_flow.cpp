@@ -29,12 +29,12 @@ u64 sectorsToClear(u16 type) {
   return plain == types::kLinuxSwap || plain == types::kLinux ? count + 7 : count;
 }
 
-bool clearFirstSectors(DiskDevice& disk, u16 type, const SectorExtent& extent) {
+Failure clearFirstSectors(DiskDevice& disk, u16 type, const SectorExtent& extent) {
   const u64 length = extent.endSector - extent.startSector + 1;
   const u64 count = std::min(sectorsToClear(type), length);
-  if (disk.writeZeros(extent.startSector, count) != Error::none) return false;
-  if (count <= 7 || length <= kFarSuperblockSector) return true;
-  return disk.writeZeros(extent.startSector + kFarSuperblockSector, 1) == Error::none;
+  if (const Failure failed = disk.writeZeros(extent.startSector, count)) return failed;
+  if (count <= 7 || length <= kFarSuperblockSector) return {};
+  return disk.writeZeros(extent.startSector + kFarSuperblockSector, 1);
 }
 
 // One run of the dialog: its OK button may be pressed several times until all is well.
@@ -161,24 +161,27 @@ class Creation {
 
   bool write(const CreateModel& model, const PlacementTarget& target, const SectorExtent& found) {
     TableChange change(context_, drive_);
-    if (const auto stopped = change.begin()) {
+    if (const auto stopped =
+            change.begin(WriteTarget::sectors({block_->startSector, block_->endSector}))) {
       result_ = *stopped;
       return false;
     }
     extent_ = found;
     type_ = drive_.typeForEnd(type_, found.endSector);
-    const Failure error = add(newEntry(model, target, found));
-    const bool isCleared = error != Error::none || clearFirstSectors(drive_.disk(), type_, found);
-    change.end();
+    Failure uncleared;
+    Failure failed = add(newEntry(model, target, found));
+    if (!failed) uncleared = clearFirstSectors(drive_.disk(), type_, found);
+    failed = change.end(failed);
     result_ = {};
-    if (error != Error::none) {
-      context_.ui.errorBox(createErrorText(error));
-      result_ = {FlowEnd::failed, error, 0};
-    } else if (!isCleared) {
+    if (failed) {
+      context_.ui.errorBox(createErrorText(failed));
+      result_ = {FlowEnd::failed, failed, 0};
+    } else if (uncleared) {
       context_.ui.errorBox(
           "The partition was created, but its first sectors could not be cleared,\n"
-          "so that it may still show what was there before.");
-      result_ = {FlowEnd::failed, Error::clearingFailed, 0};
+          "so that it may still show what was there before.\n\n" +
+          errorText(uncleared));
+      result_ = {FlowEnd::failed, uncleared.as(Error::clearingFailed), 0};
     }
     return true;
   }

@@ -5,7 +5,7 @@
 #include "base/text.h"
 #include "ops/delete_model.h"
 #include "ops/error_text.h"
-#include "ops/operation_progress.h"
+#include "ops/job_of_front_end.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
@@ -61,21 +61,22 @@ std::optional<SectorExtent> extentToWipe(const DeleteModel& model, const Partiti
   return SectorExtent{entry.startSector, entry.startSector + count - 1};
 }
 
-FlowResult tellWipe(const OperationContext& context, const WipeResult& wiped, u32 sectorSizeBytes) {
+FlowResult tellWipe(const OperationContext& context, const Failure& failed, const WipeReport& wiped,
+                    u32 sectorSizeBytes) {
   const std::string done = bytesText(wiped.sectorsDone * sectorSizeBytes);
-  if (wiped.code == Error::cancelled) {
+  if (failed == Error::cancelled) {
     context.ui.noticeBox(
         format("The partition was deleted, but the wipe was stopped:\n"
                "only its first %s were overwritten with zeros.",
                done.c_str()));
     return {FlowEnd::cancelled, Error::cancelled, 0};
   }
-  if (wiped.code != Error::none) {
+  if (failed) {
     context.ui.errorBox(
-        format("The partition was deleted, but a write error stopped the wipe:\n"
-               "at most its first %s were overwritten with zeros.",
-               done.c_str()));
-    return {FlowEnd::failed, wiped.code, 0};
+        format("The partition was deleted, but an error stopped the wipe:\n"
+               "at most its first %s were overwritten with zeros.\n\n%s",
+               done.c_str(), errorText(failed).c_str()));
+    return {FlowEnd::failed, failed, 0};
   }
   if (wiped.sectorsFailed == 0) return {};
   context.ui.noticeBox(format("%llu sectors could not be overwritten.",
@@ -83,20 +84,22 @@ FlowResult tellWipe(const OperationContext& context, const WipeResult& wiped, u3
   return {FlowEnd::doneWithLosses, Error::write, 0};
 }
 
+// The entry goes first, and the disk stays locked until its sectors are overwritten.
 FlowResult removeEntry(const OperationContext& context, Drive& drive, const PartitionEntry& entry,
                        const DeleteModel& model) {
-  const auto extent = extentToWipe(model, entry);
+  const auto wiped = extentToWipe(model, entry);
   TableChange change(context, drive);
-  if (const auto stopped = change.begin()) return *stopped;
-  const Failure error = drive.remove(entry);
-  change.end();
-  if (error != Error::none) {
-    context.ui.errorBox(deleteErrorText(error));
-    return {FlowEnd::failed, error, 0};
+  if (const auto stopped = change.begin(WriteTarget::sectors({entry.startSector, entry.endSector})))
+    return *stopped;
+  if (const Failure failed = change.end(drive.remove(entry))) {
+    context.ui.errorBox(deleteErrorText(failed));
+    return {FlowEnd::failed, failed, 0};
   }
-  if (!extent) return {};
-  const WipeResult wiped = zeroWipe(context, drive.disk(), *extent);
-  return tellWipe(context, wiped, drive.sectorSize());
+  if (!wiped) return {};
+  JobOfFrontEnd job(context);
+  WipeReport report;
+  const Failure failed = zeroWipe(drive.disk(), *wiped, job, report);
+  return tellWipe(context, failed, report, drive.sectorSize());
 }
 
 }  // namespace

@@ -2,14 +2,20 @@
 
 namespace tallowin {
 
-bool askDiskError(FrontEnd& ui, DiskErrorKind kind) {
-  const char* doing = kind == DiskErrorKind::read ? "reading from" : "writing to";
+bool askDiskError(FrontEnd& ui, Direction direction) {
+  const char* doing = direction == Direction::read ? "reading from" : "writing to";
   const std::string text =
       format("%s\n%s\n\n%s", format("An error has occurred %s the hard drive.  ", doing).c_str(),
              "You can ignore all errors and continue or cancel\nthis process.",
              "*Warning* Continuing may result in the loss of data.");
   return ui.confirm(Consent::diskError, "Error", text, MessageKind::warning,
                     ButtonSet::continueCancel);
+}
+
+bool askToIgnoreWipeErrors(FrontEnd& ui) {
+  return ui.confirm(Consent::diskError, "Warning",
+                    "An error has occurred during a write to the drive.\n\n"
+                    "Do you want to continue and ignore further problems?");
 }
 
 }  // namespace tallowin

@@ -1,13 +1,14 @@
-// The question after a read or write error of a long operation.
+// The questions after a read or write error of a long operation.
 #pragma once
 
+#include "base/job.h"
 #include "ops/front_end.h"
 
 namespace tallowin {
 
-enum class DiskErrorKind { read = 1, write = 2 };
-
 // True for Continue: this and all further errors of the operation are ignored.
-[[nodiscard]] bool askDiskError(FrontEnd& ui, DiskErrorKind kind);
+[[nodiscard]] bool askDiskError(FrontEnd& ui, Direction direction);
+// The same for a wipe.
+[[nodiscard]] bool askToIgnoreWipeErrors(FrontEnd& ui);
 
 }  // namespace tallowin

@@ -42,11 +42,11 @@ class Formatting {
     if (const auto stopped = checkTarget()) return *stopped;
     if (!askForClusters() || !confirmErase()) return cancelled();
     if (const auto stopped = changeType()) return *stopped;
-    std::optional<DiskChangeLock> lock;
-    if (const auto stopped = lockForChange(context_, drive_, lock)) return *stopped;
-    const Failure error = format();
-    lock.reset();
-    return tell(error);
+    DiskWriteScope scope(context_, drive_);
+    if (const auto stopped =
+            scope.begin(WriteTarget::sectors({entry_->startSector, entry_->endSector})))
+      return *stopped;
+    return tell(format());
   }
 
  private:
@@ -103,9 +103,9 @@ class Formatting {
     }
     const u64 start = entry_->startSector;
     TableChange change(context_, drive_);
-    if (auto stopped = change.begin()) return stopped;
-    const Failure error = drive_.changeProperties(*entry_, {.type = type_});
-    change.end();
+    if (auto stopped = change.begin(WriteTarget::sectors({entry_->startSector, entry_->endSector})))
+      return stopped;
+    const Failure error = change.end(drive_.changeProperties(*entry_, {.type = type_}));
     entry_ = findByStart(drive_, start);
     if (error == Error::none && entry_) return std::nullopt;
     const Failure code = error != Error::none ? error : Error::tableChangedMeanwhile;

@@ -24,9 +24,8 @@ std::optional<u32> parseSignature(std::string_view text) {
 FlowResult applyMbrEdit(const OperationContext& context, Drive& drive, MbrEditor& editor) {
   if (const auto stopped = refuseWhenReadOnlyDisk(context, drive)) return *stopped;
   TableChange change(context, drive);
-  if (const auto stopped = change.begin()) return *stopped;
-  const Failure error = editor.apply();
-  change.end();
+  if (const auto stopped = change.begin(WriteTarget::tableOnly())) return *stopped;
+  const Failure error = change.end(editor.apply());
   if (error == Error::none) return {};
   context.ui.errorBox(mbrErrorText(error));
   return {FlowEnd::failed, error, 0};

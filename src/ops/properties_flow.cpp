@@ -28,9 +28,8 @@ FlowResult changePropertiesFlow(const OperationContext& context, Drive& drive,
     return {FlowEnd::cancelled, Error::cancelled, 0};
 
   TableChange change(context, drive);
-  if (const auto stopped = change.begin()) return *stopped;
-  const Failure error = drive.changeProperties(entry, wanted);
-  change.end();
+  if (const auto stopped = change.begin(WriteTarget::tableOnly())) return *stopped;
+  const Failure error = change.end(drive.changeProperties(entry, wanted));
   return error == Error::none ? FlowResult{} : failWith(context, "Update Failed!\n\n", error);
 }
 
@@ -44,9 +43,8 @@ FlowResult repairGptFlow(const OperationContext& context, Drive& drive) {
                        describeDisk(drive.disk())))
     return {FlowEnd::cancelled, Error::cancelled, 0};
   TableChange change(context, drive);
-  if (const auto stopped = change.begin()) return *stopped;
-  const Failure error = drive.repairGpt();
-  change.end();
+  if (const auto stopped = change.begin(WriteTarget::tableOnly())) return *stopped;
+  const Failure error = change.end(drive.repairGpt());
   return error == Error::none ? FlowResult{} : failWith(context, "", error);
 }
 

@@ -3,7 +3,6 @@
 #include <ctime>
 
 #include "base/text.h"
-#include "disk/mount_check.h"
 #include "ops/error_text.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
@@ -44,18 +43,13 @@ RestoreOptions acceptedDifferences(const Drive& drive, const TableBackup& backup
 FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
                             const TableBackup& backup) {
   if (const auto stopped = refuseWhenReadOnlyDisk(context, drive)) return *stopped;
-  if (!driveUse(context.host, drive.disk()).empty())
-    return refuse(context,
-                  "Error: This drive contains mounted partitions.  Please umount them and try "
-                  "again.",
-                  Error::none);
+  if (const auto stopped = refuseWhenDriveInUse(context, drive)) return *stopped;
   if (!context.ui.confirm(Consent::general, "Restore Partition Table", question(drive, backup)))
     return {FlowEnd::cancelled, Error::cancelled, 0};
 
   TableChange change(context, drive);
-  if (const auto stopped = change.begin()) return *stopped;
-  const Failure error = restoreTable(drive, backup, acceptedDifferences(drive, backup));
-  change.end();
+  if (const auto stopped = change.begin(WriteTarget::wholeDisk())) return *stopped;
+  const Failure error = change.end(restoreTable(drive, backup, acceptedDifferences(drive, backup)));
   if (error == Error::none) return {};
   if (error == Error::backupOfOtherDisk)
     return refuse(context,

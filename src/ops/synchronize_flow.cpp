@@ -11,9 +11,9 @@ void synchronizeFlow(const OperationContext& context, Drive& drive, int index) {
   TableChange change(context, drive);
   bool began = false;
   EmbrSync done;
-  const Failure error = synchronizeEmbr(
-      drive, [&] { return began = !change.begin().has_value(); }, done);
-  if (began) change.end();
+  Failure error = synchronizeEmbr(
+      drive, [&] { return began = !change.begin(WriteTarget::tableOnly()).has_value(); }, done);
+  if (began) error = change.end(error);
   if (error == Error::cancelled) return;
   if (error != Error::none || done.tableFull)
     context.ui.errorBox(format("Unable to synchronize MPT on HD%i", index));

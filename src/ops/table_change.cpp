@@ -1,56 +1,79 @@
 #include "ops/table_change.h"
 
+#include <cerrno>
+
 #include "base/text.h"
 #include "ops/error_text.h"
+#include "ops/target_check.h"
 #include "ops/target_text.h"
 #include "ptable/table_backup.h"
 #include "settings/program_folders.h"
 
 namespace tallowin {
+namespace {
 
-std::optional<FlowResult> lockForChange(const OperationContext& context, Drive& drive,
-                                        std::optional<DiskChangeLock>& lock) {
-  lock.emplace(drive.disk());
-  if (lock->held()) return std::nullopt;
-  context.ui.errorBox(
-      format("Another program is changing this disk (%s).\n"
-             "Nothing was changed. Please try again when it has ended.",
-             describeDisk(drive.disk()).c_str()));
-  return FlowResult{FlowEnd::refused, Error::lockNotMade, 0};
+FlowResult refuse(const OperationContext& context, const Failure& failure) {
+  context.ui.errorBox(tableErrorText(failure));
+  return {FlowEnd::refused, failure, 0};
 }
 
-std::optional<FlowResult> TableChange::begin() {
-  if (auto stopped = lockForChange(context_, drive_, lock_)) return stopped;
-  const std::string folder = context_.folders.backupFolder();
-  const Failure error = makeFolders(folder)
-                            ? keepOldTable(drive_, folder, context_.host, &keptTable_)
-                            : Error::cannotCreate;
-  if (error == Error::none) return std::nullopt;
-  if (error == Error::read) {
-    context_.ui.errorBox(tableErrorText(error));
-    return FlowResult{FlowEnd::failed, error, 0};
+// Whether the disk still holds the table that the drive was read from.
+Failure checkTable(const Drive& drive) {
+  if (drive.changesAllowed() || drive.scheme() == Scheme::wholeDisk) return {};
+  const Failure failed = drive.checkChange();
+  return failed == Error::unsupportedForm ? Failure() : failed;
+}
+
+}  // namespace
+
+std::optional<FlowResult> DiskWriteScope::begin(const WriteTarget& target) {
+  lock_.emplace(drive_.disk());
+  if (!lock_->held()) {
+    context_.ui.errorBox(
+        format("Another program is changing this disk (%s).\n"
+               "Nothing was changed. Please try again when it has ended.",
+               describeDisk(drive_.disk()).c_str()));
+    return FlowResult{FlowEnd::refused, Error::lockNotMade, 0};
   }
-  const bool goesOn =
-      context_.ui.confirm(Consent::withoutCopy, "",
-                          format("A copy of the old partition table could not be kept in\n%s.\n\n"
-                                 "Do you want to continue without it?",
-                                 folder.c_str()),
-                          MessageKind::warning, ButtonSet::continueCancel);
+  if (const Failure failed = checkTable(drive_)) return refuse(context_, failed);
+  if (target.isWholeDisk()) return refuseWhenDriveInUse(context_, drive_);
+  if (!target.extent()) return std::nullopt;
+  return refuseWhenInUse(context_, drive_, *target.extent());
+}
+
+std::optional<FlowResult> TableChange::begin(const WriteTarget& target) {
+  if (auto stopped = scope_.begin(target)) return stopped;
+  return keepTable();
+}
+
+std::optional<FlowResult> TableChange::keepTable() {
+  const std::string folder = context_.folders.backupFolder();
+  const Failure failed = makeFolders(folder)
+                             ? keepOldTable(drive_, folder, context_.host, &keptTable_)
+                             : Failure(Error::cannotCreate, errno);
+  if (!failed) return std::nullopt;
+  if (failed == Error::read) return refuse(context_, failed);
+  const bool goesOn = context_.ui.confirm(
+      Consent::withoutCopy, "",
+      format("A copy of the old partition table of this disk (%s)\n"
+             "could not be kept in %s.\n%s\n\nDo you want to continue without it?",
+             describeDisk(drive_.disk()).c_str(), folder.c_str(), errorText(failed).c_str()),
+      MessageKind::warning, ButtonSet::continueCancel);
   if (goesOn) return std::nullopt;
   return FlowResult{FlowEnd::cancelled, Error::cancelled, 0};
 }
 
-void TableChange::end() {
+Failure TableChange::end(const Failure& changed) {
   const Settled settled = drive_.settle();
-  static_cast<void>(drive_.reread());
-  if (settled.failure)
-    context_.ui.errorBox("The disk did not confirm that the change is stored:\n" +
-                         tableErrorText(settled.failure));
-  if (settled.kernel == KernelTable::upToDate) return;
-  context_.ui.noticeBox(
-      "The partition table was changed, but Linux still uses the old one,\n"
-      "because a partition of this disk is in use.\n\n"
-      "Please restart the computer before you use this disk.");
+  const Failure unread = drive_.reread();
+  if (settled.kernel == KernelTable::restartNeeded)
+    context_.ui.noticeBox(
+        "The partition table was changed, but Linux still uses the old one,\n"
+        "because a partition of this disk is in use.\n\n"
+        "Please restart the computer before you use this disk.");
+  if (changed) return changed;
+  // The change itself was flushed when it was made; what came after it may not be on the medium.
+  return settled.failure ? settled.failure.as(Error::writeFailedNewTable) : unread;
 }
 
 PartitionEntry* findByStart(Drive& drive, u64 startSector) {

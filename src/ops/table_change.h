@@ -1,44 +1,89 @@
-// What stands around every change of a disk's partition table.
+// What stands around everything that writes to a disk.
 #pragma once
 
 #include <optional>
 #include <string>
 
 #include "ops/operation_context.h"
+#include "ops/placement.h"
 #include "ptable/drive.h"
 
 namespace tallowin {
 
-// Before: the disk is locked against other programs, for the life of the object, and a copy of the
-// old table is kept. After: everything is on the medium, the kernel knows the new table, and the
-// drive was read again.
-//
-//   TableChange change(context, drive);
-//   if (auto stopped = change.begin()) return *stopped;
-//   const Failure error = drive.remove(entry);
-//   change.end();
-class TableChange {
+// What is about to be written, besides the table itself.
+class WriteTarget {
  public:
-  TableChange(const OperationContext& context, Drive& drive) : context_(context), drive_(drive) {}
+  // Nothing that a mounted partition would mind.
+  static WriteTarget tableOnly() { return {}; }
+  // Sectors that nothing may use: a partition that goes, changes or is made there.
+  static WriteTarget sectors(const SectorExtent& extent) {
+    WriteTarget target;
+    target.extent_ = extent;
+    return target;
+  }
+  // All of the disk, of which nothing may be in use.
+  static WriteTarget wholeDisk() {
+    WriteTarget target;
+    target.isWholeDisk_ = true;
+    return target;
+  }
+
+  const std::optional<SectorExtent>& extent() const { return extent_; }
+  bool isWholeDisk() const { return isWholeDisk_; }
+
+ private:
+  WriteTarget() = default;
+
+  std::optional<SectorExtent> extent_;
+  bool isWholeDisk_ = false;
+};
+
+// The shared beginning of every operation that writes. The world changes while a question stands:
+// the disk is locked against other programs, for the life of the object, then the table must still
+// be the one that was read, and the target still free.
+class DiskWriteScope {
+ public:
+  DiskWriteScope(const OperationContext& context, Drive& drive)
+      : context_(context), drive_(drive) {}
 
   // Nothing: go on. Else the reason was told, and nothing was changed.
-  std::optional<FlowResult> begin();
-  // Entries on hand are stale afterwards. Says when a restart is needed.
-  void end();
-
-  // The file with the old table; empty when the user went on without one.
-  const std::string& keptTable() const { return keptTable_; }
+  std::optional<FlowResult> begin(const WriteTarget& target);
 
  private:
   const OperationContext& context_;
   Drive& drive_;
   std::optional<DiskChangeLock> lock_;
-  std::string keptTable_;
 };
 
-// Locks a disk whose sectors are changed but not its table. Nothing: `lock` is held.
-std::optional<FlowResult> lockForChange(const OperationContext& context, Drive& drive,
-                                        std::optional<DiskChangeLock>& lock);
+// A change of the partition table. Before: a DiskWriteScope, and a copy of the old table is kept.
+// After: everything is on the medium, the kernel knows the new table, and the drive was read again.
+//
+//   TableChange change(context, drive);
+//   if (auto stopped = change.begin(WriteTarget::sectors(extent))) return *stopped;
+//   const Failure failed = change.end(drive.remove(entry));
+class TableChange {
+ public:
+  TableChange(const OperationContext& context, Drive& drive)
+      : context_(context), drive_(drive), scope_(context, drive) {}
+
+  // Nothing: go on. Else the reason was told, and nothing was changed.
+  std::optional<FlowResult> begin(const WriteTarget& target);
+  // Takes the end of the change and gives it back; or writeFailedNewTable, when the change went
+  // well and cannot be made safe. Entries on hand are stale afterwards. Says when a restart is
+  // needed. The disk stays locked.
+  Failure end(const Failure& changed);
+
+  // The file with the old table; empty when the user went on without one.
+  const std::string& keptTable() const { return keptTable_; }
+
+ private:
+  std::optional<FlowResult> keepTable();
+
+  const OperationContext& context_;
+  Drive& drive_;
+  DiskWriteScope scope_;
+  std::string keptTable_;
+};
 
 // The used partition or volume that starts at `startSector`; null when there is none. For entries
 // that went stale.

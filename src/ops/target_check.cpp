@@ -6,7 +6,7 @@
 namespace tallowin {
 namespace {
 
-FlowResult refused(Failure code = Error::none) { return {FlowEnd::refused, code, 0}; }
+FlowResult refused(Failure code) { return {FlowEnd::refused, code, 0}; }
 
 }  // namespace
 
@@ -35,7 +35,14 @@ std::optional<FlowResult> refuseWhenInUse(const OperationContext& context, Drive
                                 extent.endSector - extent.startSector + 1);
   if (!use) return std::nullopt;
   context.ui.errorBox(useText(*use));
-  return refused();
+  return refused(Error::targetInUse);
+}
+
+std::optional<FlowResult> refuseWhenDriveInUse(const OperationContext& context, Drive& drive) {
+  if (driveUse(context.host, drive.disk()).empty()) return std::nullopt;
+  context.ui.errorBox(
+      "Error: This drive contains mounted partitions.  Please umount them and try again.");
+  return refused(Error::targetInUse);
 }
 
 std::optional<FlowResult> refuseWhenReadOnlyDisk(const OperationContext& context, Drive& drive) {

@@ -18,6 +18,9 @@ std::string useText(const DiskUse& use);
 std::optional<FlowResult> refuseWhenInUse(const OperationContext& context, Drive& drive,
                                           const SectorExtent& extent);
 
+// The same for the disk as a whole.
+std::optional<FlowResult> refuseWhenDriveInUse(const OperationContext& context, Drive& drive);
+
 // Nothing when the disk can be written to; else refused, and told.
 std::optional<FlowResult> refuseWhenReadOnlyDisk(const OperationContext& context, Drive& drive);
 

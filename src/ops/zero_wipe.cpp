@@ -1,73 +1,73 @@
 #include "ops/zero_wipe.h"
 
 #include <algorithm>
-#include <vector>
-
-#include "ops/operation_progress.h"
 
 namespace tallowin {
 namespace {
 
 constexpr u64 kPieceBytes = 4 * kMiB;
 
-bool askToIgnore(FrontEnd& ui) {
-  return ui.confirm(Consent::diskError, "Warning",
-                    "An error has occurred during a write to the drive.\n\n"
-                    "Do you want to continue and ignore further problems?");
-}
-
 class ZeroWiper {
  public:
-  ZeroWiper(const OperationContext& context, DiskDevice& disk, const SectorExtent& extent)
-      : context_(context),
-        disk_(disk),
-        extent_(extent),
-        progress_(context.ui, context.host, "Wiping", "Wipe in progress...", "Cancel") {}
+  ZeroWiper(DiskDevice& disk, const SectorExtent& extent, Job& job, WipeReport& report)
+      : disk_(disk), extent_(extent), job_(job), report_(report) {}
 
-  WipeResult run() {
+  Failure run() {
     const u64 total = extent_.endSector - extent_.startSector + 1;
     const u64 piece = std::max<u64>(1, kPieceBytes / disk_.sectorSize());
-    progress_.setTotalBytes(total * disk_.sectorSize());
-    while (result_.code == Error::none && result_.sectorsDone < total) {
-      if (progress_.isCancelled()) {
-        result_.code = Error::cancelled;
-        break;
-      }
-      wipePiece(std::min(piece, total - result_.sectorsDone));
-      progress_.setBytesDone(result_.sectorsDone * disk_.sectorSize());
-    }
-    if (disk_.flush() != Error::none) result_.code = Error::write;
+    job_.phase(Phase::wiping, total * disk_.sectorSize());
+    Failure stopped;
+    while (!stopped && report_.sectorsDone < total)
+      stopped = job_.shouldStop() ? Failure(Error::cancelled)
+                                  : wipePiece(std::min(piece, total - report_.sectorsDone));
+    const Failure unflushed = disk_.flush();
     disk_.dropCaches();
-    return result_;
+    return stopped && stopped != Error::cancelled ? stopped : unflushed ? unflushed : stopped;
   }
 
  private:
-  void wipePiece(u64 count) {
-    const u64 first = extent_.startSector + result_.sectorsDone;
-    if (disk_.writeZeros(first, count) != Error::none) {
-      if (!ignoreErrors_ && !askToIgnore(context_.ui)) {
-        result_.code = Error::write;
-        return;
-      }
-      ignoreErrors_ = true;
-      for (u64 lba = first; lba < first + count; ++lba)
-        result_.sectorsFailed += disk_.writeZeros(lba, 1) == Error::none ? 0 : 1;
+  Failure wipePiece(u64 count) {
+    const u64 first = extent_.startSector + report_.sectorsDone;
+    if (!disk_.writeZeros(first, count)) {
+      done(count);
+      return {};
     }
-    result_.sectorsDone += count;
+    // Which sectors of the piece failed tells only a write of each alone.
+    for (u64 lba = first; lba < first + count; ++lba) {
+      if (const Failure failed = wipeSector(lba)) return failed;
+      done(1);
+    }
+    return {};
   }
 
-  const OperationContext& context_;
+  Failure wipeSector(u64 lba) {
+    const Failure failed = disk_.writeZeros(lba, 1);
+    if (!failed) return {};
+    if (!passesOver_) {
+      const BadSectorAnswer answer = job_.badSector(failed, Direction::write);
+      if (answer == BadSectorAnswer::stop) return failed;
+      passesOver_ = answer == BadSectorAnswer::passOverAll;
+    }
+    ++report_.sectorsFailed;
+    return {};
+  }
+
+  void done(u64 sectors) {
+    report_.sectorsDone += sectors;
+    job_.advance(sectors * disk_.sectorSize());
+  }
+
   DiskDevice& disk_;
   SectorExtent extent_;
-  OperationProgress progress_;
-  WipeResult result_;
-  bool ignoreErrors_ = false;
+  Job& job_;
+  WipeReport& report_;
+  bool passesOver_ = false;
 };
 
 }  // namespace
 
-WipeResult zeroWipe(const OperationContext& context, DiskDevice& disk, const SectorExtent& extent) {
-  return ZeroWiper(context, disk, extent).run();
+Failure zeroWipe(DiskDevice& disk, const SectorExtent& extent, Job& job, WipeReport& report) {
+  return ZeroWiper(disk, extent, job, report).run();
 }
 
 }  // namespace tallowin

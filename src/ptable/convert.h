@@ -17,7 +17,7 @@ namespace tallowin {
 //   outsideUsableArea     a partition starts where the EMBR would lie
 //   sectorsInUse          something lies where the new table would go: see overwrittenByTable
 //   gptTableCheck         of the GPT only one copy is sound; it is to be repaired first
-//   tableNotBuilt, noSpaceLeft (no free block for the reserved partition), read,
+//   tableNotBuilt, noRoomForReserved, read,
 //   tableChangedMeanwhile
 // Later: write, the old table stands; writeFailedNewTable; writeFailedTableUnknown.
 // Nothing to do for a disk that has the scheme already. The entries on hand are stale afterwards.

@@ -82,7 +82,7 @@ Failure build(Drive& drive, bool createReserved, GptBuilder& builder) {
     }
     if (error != Error::none) return error;
   }
-  return createReserved && !builder.reservedStart() ? Error::noSpaceLeft : Error::none;
+  return createReserved && !builder.reservedStart() ? Error::noRoomForReserved : Error::none;
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ class ConsoleFrontEndTest : public testing::Test {
     for (const Consent consent :
          {Consent::general, Consent::insist, Consent::diskError, Consent::withoutCopy})
       note(ui.confirm(consent, "", "?"));
-    note(askDiskError(ui, DiskErrorKind::write));
+    note(askDiskError(ui, Direction::write));
     return text;
   }
 };

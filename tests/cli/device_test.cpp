@@ -122,7 +122,8 @@ class MountedTest : public DeviceTest {
       const std::string before = fileHash(path());
       const ProgramResult result = ctl_.run(command);
       EXPECT_EQ(result.status, 1);
-      EXPECT_EQ(result.output, "tallowinctl " + words[0] + ": Error: " + why + "\n");
+      EXPECT_EQ(result.output,
+                "tallowinctl " + words[0] + ": Error: " + why + " (error 207, phase 0)\n");
       EXPECT_EQ(fileHash(path()), before);
     }
   }

@@ -210,8 +210,10 @@ TEST_F(FormatFlowTest, FailedTransfersAndPowerCutsLeaveTheOldTableOrTheNewAndThe
 }
 
 TEST(ErrorText, EveryCodeHasWordsButSuccessAndCancelled) {
-  for (u32 code = 0; code <= 300; ++code) {
+  for (u32 code = 0; code <= static_cast<u32>(Error::clearingFailed); ++code) {
     const auto error = static_cast<Error>(code);
+    EXPECT_NE(codeOf(error), kAllOnes32) << code;
+    EXPECT_EQ(errorText(error).find("unknown went wrong"), std::string::npos) << code;
     const bool isSilent = error == Error::none || error == Error::cancelled;
     EXPECT_EQ(isSilent, tableErrorText(error).empty()) << code;
     EXPECT_EQ(isSilent, createErrorText(error).empty()) << code;

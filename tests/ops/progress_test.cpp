@@ -3,6 +3,7 @@
 #include "disk/faulty_disk.h"
 #include "disk/memory_disk.h"
 #include "ops/disk_error_prompt.h"
+#include "ops/job_of_front_end.h"
 #include "ops/operation_progress.h"
 #include "ops/target_text.h"
 #include "ops/zero_wipe.h"
@@ -71,7 +72,7 @@ TEST(DiskErrorPrompt, OnlyContinueGoesOn) {
         "You can ignore all errors and continue or cancel\nthis process.\n\n"
         "*Warning* Continuing may result in the loss of data.",
         answer);
-    EXPECT_EQ(goesOn, askDiskError(ui, DiskErrorKind::write));
+    EXPECT_EQ(goesOn, askDiskError(ui, Direction::write));
     EXPECT_EQ(Consent::diskError, ui.messages[0].consent);
   }
 }
@@ -85,6 +86,18 @@ class ZeroWipeTest : public OpsTest {
       EXPECT_EQ(disk_.writeSectors(lba, ones.data(), 2048), Error::none);
   }
 
+  struct Wiped {
+    Failure failure;
+    WipeReport report;
+  };
+  Wiped wipe(DiskDevice& disk, ScriptedFrontEnd& ui) {
+    const OperationContext context{ui, host_, options_, folders_};
+    JobOfFrontEnd job(context);
+    Wiped wiped;
+    wiped.failure = zeroWipe(disk, kExtent, job, wiped.report);
+    return wiped;
+  }
+
   bool isZero(u64 lba) { return disk_.sector(lba) == std::vector<u8>(512, 0); }
 
   static constexpr u64 kSectors = 40960;
@@ -93,9 +106,9 @@ class ZeroWipeTest : public OpsTest {
 };
 
 TEST_F(ZeroWipeTest, ClearsTheExtentAndNothingElse) {
-  const WipeResult result = zeroWipe(context_, disk_, kExtent);
-  EXPECT_EQ(Error::none, result.code);
-  EXPECT_EQ(29000U, result.sectorsDone);
+  const Wiped result = wipe(disk_, ui_);
+  EXPECT_EQ(Error::none, result.failure);
+  EXPECT_EQ(29000U, result.report.sectorsDone);
   for (u64 lba = 0; lba < kSectors; ++lba)
     ASSERT_EQ(lba >= 1001 && lba <= 30000, isZero(lba)) << lba;
   EXPECT_EQ((std::vector<std::string>{"Wiping", "Wipe in progress...", "Cancel"}),
@@ -108,11 +121,11 @@ TEST_F(ZeroWipeTest, StopsAtEveryPieceAndSaysHowFarItCame) {
   for (u64 poll = 0;; ++poll) {
     ScriptedFrontEnd ui;
     ui.cancelAtPoll(poll);
-    const WipeResult result = zeroWipe({ui, host_, options_, folders_}, disk_, kExtent);
-    if (result.code == Error::none) break;
-    EXPECT_EQ(Error::cancelled, result.code);
-    EXPECT_GE(result.sectorsDone, done);
-    done = result.sectorsDone;
+    const Wiped result = wipe(disk_, ui);
+    if (result.failure == Error::none) break;
+    EXPECT_EQ(Error::cancelled, result.failure);
+    EXPECT_GE(result.report.sectorsDone, done);
+    done = result.report.sectorsDone;
     EXPECT_TRUE(done == 0 || isZero(1000 + done));
     EXPECT_FALSE(isZero(1001 + done));
     ++stops;
@@ -124,9 +137,9 @@ TEST_F(ZeroWipeTest, AFailedWriteIsAskedOnceAndTheRestIsStillCleared) {
   FaultyDisk faulty(disk_);
   faulty.failAccessTo({20000, 20001});
   ui_.expectMessage("An error has occurred during a write to the drive.", MessageResult::yes);
-  const WipeResult result = zeroWipe(context_, faulty, kExtent);
-  EXPECT_EQ(Error::none, result.code);
-  EXPECT_EQ(2U, result.sectorsFailed);
+  const Wiped result = wipe(faulty, ui_);
+  EXPECT_EQ(Error::none, result.failure);
+  EXPECT_EQ(2U, result.report.sectorsFailed);
   EXPECT_TRUE(isZero(19999) && isZero(20002) && isZero(30000));
   EXPECT_FALSE(isZero(20000));
 }
@@ -135,13 +148,14 @@ TEST_F(ZeroWipeTest, AWriteErrorThatIsNotIgnoredStopsAndAFailedFlushIsOne) {
   FaultyDisk faulty(disk_);
   faulty.failAccessTo({20000, 20001});
   ui_.expectMessage("Do you want to continue and ignore further problems?", MessageResult::no);
-  const WipeResult result = zeroWipe(context_, faulty, kExtent);
-  EXPECT_EQ(Error::write, result.code);
-  EXPECT_LT(result.sectorsDone, 19000U);
+  const Wiped result = wipe(faulty, ui_);
+  EXPECT_EQ(Error::write, result.failure);
+  EXPECT_EQ(20000U, result.failure.lba);
+  EXPECT_EQ(20000U - kExtent.startSector, result.report.sectorsDone);
 
   FaultyDisk unflushed(disk_);
   unflushed.failFlush(true);
-  EXPECT_EQ(Error::write, zeroWipe(context_, unflushed, kExtent).code);
+  EXPECT_EQ(Error::flush, wipe(unflushed, ui_).failure);
 }
 
 TEST(DescribeDisk, LeavesOutWhatIsNotKnown) {

@@ -231,7 +231,7 @@ TEST(Convert, EachRefusalHasItsCodeAndWritesNothing) {
   expectRefused(dos("label: dos\n1:start=1,size=2048,type=83\n"), toEmbr, Error::outsideUsableArea,
                 "no room for the header");
   expectRefused(dos("label: dos\n1:start=2048,size=110000,type=83\n"), toGptWithReserved,
-                Error::noSpaceLeft, "no block for the reserved partition");
+                Error::noRoomForReserved, "no block for the reserved partition");
   expectRefused(dos("label: dos\n1:start=2048,size=4096,type=42\n"), toGpt, Error::dynamicDisk,
                 "dynamic disk");
   expectRefused(dos("label: dos\n1:start=2048,size=4096,type=42\n"), toEmbr, Error::dynamicDisk,

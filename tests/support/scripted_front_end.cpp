@@ -1,5 +1,7 @@
 #include "support/scripted_front_end.h"
 
+#include <utility>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -71,6 +73,7 @@ std::optional<ScriptedFrontEnd::Expected> ScriptedFrontEnd::take(Kind kind,
   }
   Expected next = std::move(expected_.front());
   expected_.pop_front();
+  if (meanwhile_) std::exchange(meanwhile_, nullptr)();
   if (next.matches(kind, shown)) return next;
   ADD_FAILURE() << "expected: " << next.part << "\nbut shown: " << shown;
   return std::nullopt;

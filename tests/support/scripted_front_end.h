@@ -45,6 +45,9 @@ class ScriptedFrontEnd : public FrontEnd {
   // loops in which each round tells something else.
   void answerOthers(MessageResult answer) { others_ = answer; }
 
+  // Called while the next expected question or dialog stands: what the world does meanwhile.
+  void meanwhile(std::function<void()> act) { meanwhile_ = std::move(act); }
+
   // What is expected and has not come need not come any more.
   void forget() { expected_.clear(); }
 
@@ -92,6 +95,7 @@ class ScriptedFrontEnd : public FrontEnd {
   std::optional<Expected> take(Kind kind, const std::string& shown);
 
   std::deque<Expected> expected_;
+  std::function<void()> meanwhile_;
   std::optional<MessageResult> others_;
   u64 cancelAtPoll_ = kAllOnes64;
   u64 polls_ = 0;

@@ -1,0 +1,61 @@
+#include "ops/job_of_front_end.h"
+
+#include "ops/disk_error_prompt.h"
+#include "ops/trace_log.h"
+
+namespace tallowin {
+namespace {
+
+struct PhaseWords {
+  const char* title;
+  const char* text;
+  const char* button;  // empty: the phase cannot be stopped by a button
+};
+
+PhaseWords wordsOf(Phase phase) {
+  switch (phase) {
+    case Phase::formatting:
+      return {"Format", "Formatting", ""};
+    case Phase::surfaceScan:
+      return {"Format", "Checking for surface defects...", "&Skip"};
+    case Phase::wiping:
+      return {"Wiping", "Wipe in progress...", "Cancel"};
+  }
+  return {"", "", ""};
+}
+
+}  // namespace
+
+void JobOfFrontEnd::phase(Phase phase, u64 totalBytes) {
+  const PhaseWords words = wordsOf(phase);
+  if (progress_) {
+    progress_->begin(words.text, words.button, totalBytes);
+  } else {
+    progress_ = std::make_unique<OperationProgress>(context_.ui, context_.host, words.title,
+                                                    words.text, words.button);
+    progress_->setTotalBytes(totalBytes);
+  }
+  phase_ = phase;
+  bytesDone_ = 0;
+}
+
+void JobOfFrontEnd::advance(u64 bytes) {
+  bytesDone_ += bytes;
+  if (progress_) progress_->setBytesDone(bytesDone_);
+}
+
+bool JobOfFrontEnd::shouldStop() { return progress_ && progress_->isCancelled(); }
+
+BadSectorAnswer JobOfFrontEnd::badSector(const Failure& failure, Direction direction) {
+  note(format("Bad sector %llu, system error %d", static_cast<unsigned long long>(failure.lba),
+              failure.systemError));
+  const bool goesOn = phase_ == Phase::wiping ? askToIgnoreWipeErrors(context_.ui)
+                                              : askDiskError(context_.ui, direction);
+  return goesOn ? BadSectorAnswer::passOverAll : BadSectorAnswer::stop;
+}
+
+void JobOfFrontEnd::note(const std::string& text) {
+  traceLine(context_.folders, "%s", text.c_str());
+}
+
+}  // namespace tallowin

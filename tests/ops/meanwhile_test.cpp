@@ -1,0 +1,116 @@
+// The world changes while a question stands: what was checked before is checked again.
+#include <gtest/gtest.h>
+
+#include "ops/convert_flow.h"
+#include "ops/create_flow.h"
+#include "ops/delete_flow.h"
+#include "ops/delete_model.h"
+#include "ops/flow_bench.h"
+#include "ops/format_flow.h"
+#include "ops/format_model.h"
+#include "ops/properties_flow.h"
+#include "ops/restore_table_flow.h"
+#include "ptable/table_backup.h"
+
+namespace tallowin {
+namespace {
+
+struct Case {
+  const char* name;
+  bool needsFreeSectors;  // refused when they are mounted meanwhile
+  std::function<void(ScriptedFrontEnd&)> answers;
+  std::function<FlowResult(const OperationContext&, Drive&)> flow;
+};
+
+std::vector<Case> cases(const TableBackup& backup) {
+  const auto yes = [](ScriptedFrontEnd& ui) { ui.expectMessage("", MessageResult::yes); };
+  return {
+      {"create", true, [](ScriptedFrontEnd& ui) { ui.expect<CreateModel>(enter("131", 20)); },
+       [](const OperationContext& context, Drive& drive) {
+         return createFlow(context, drive, *freeBlocks(drive)[0]);
+       }},
+      {"delete", true,
+       [](ScriptedFrontEnd& ui) { ui.expect<DeleteModel>([](DeleteModel& model) { model.ok(); }); },
+       [](const OperationContext& context, Drive& drive) {
+         return deleteFlow(context, drive, *drive.findByKernelNumber(1));
+       }},
+      {"format", true,
+       [](ScriptedFrontEnd& ui) {
+         ui.expect<FormatModel>([](FormatModel& model) { model.ok(); });
+         ui.expectMessage("will be erased", MessageResult::yes);
+       },
+       [](const OperationContext& context, Drive& drive) {
+         return formatFlow(context, drive, *drive.findByKernelNumber(1));
+       }},
+      {"properties", false, yes,
+       [](const OperationContext& context, Drive& drive) {
+         return changePropertiesFlow(context, drive, *drive.findByKernelNumber(1),
+                                     {.active = true});
+       }},
+      {"restore", true, yes,
+       [backup](const OperationContext& context, Drive& drive) {
+         return restoreTableFlow(context, drive, backup);
+       }},
+      {"convert", true, yes,
+       [](const OperationContext& context, Drive& drive) {
+         std::string kept;
+         return convertFlow(context, drive, Scheme::embr, kept);
+       }},
+  };
+}
+
+class MeanwhileTest : public FlowTest {
+ protected:
+  MeanwhileTest() {
+    const auto drive = open(disk_);
+    add(*drive, 0, 100000, 0x06, "FAT");
+    EXPECT_EQ(takeTableBackup(*drive, 1, backup_), Error::none);
+  }
+
+  // The flow is refused with `reason`, and no byte of what `meanwhile` left is written over.
+  void expectRefused(const Case& tried, const std::function<void(MemoryDisk&)>& meanwhile,
+                     Error reason) {
+    SCOPED_TRACE(tried.name);
+    MemoryDisk disk = disk_.copy();
+    std::optional<MemoryDisk> changed;
+    ScriptedFrontEnd ui;
+    tried.answers(ui);
+    ui.answerOthers(MessageResult::no);
+    ui.meanwhile([&] {
+      meanwhile(disk);
+      changed.emplace(disk.copy());
+    });
+    const auto drive = open(disk);
+    const FlowResult result = tried.flow(with(ui), *drive);
+    EXPECT_EQ(FlowEnd::refused, result.end);
+    EXPECT_EQ(reason, result.code.code);
+    EXPECT_TRUE(changed && disk.sameContent(*changed)) << "something was written";
+    ui.forget();
+  }
+
+  TableBackup backup_;
+};
+
+TEST_F(MeanwhileTest, ATableThatAnotherProgramChangesIsNotWrittenOver) {
+  for (const Case& tried : cases(backup_))
+    expectRefused(
+        tried,
+        [](MemoryDisk& disk) {
+          std::vector<u8> sector = disk.sector(0);
+          sector[446 + 12] ^= 8;  // the length of the first slot
+          disk.setSector(0, sector);
+        },
+        Error::tableChangedMeanwhile);
+}
+
+TEST_F(MeanwhileTest, WhatIsMountedMeanwhileIsLeftAlone) {
+  for (const Case& tried : cases(backup_)) {
+    if (!tried.needsFreeSectors) continue;
+    expectRefused(
+        tried, [this](MemoryDisk&) { mount(0, kSectors); }, Error::targetInUse);
+    host_.file("/proc/mounts", "");
+  }
+}
+
+}  // namespace
+}  // namespace tallowin
