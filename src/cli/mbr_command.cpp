@@ -103,7 +103,7 @@ CommandResult insertPart(CommandContext& context, const MbrWish& wanted, Drive& 
         format("Partition %u is in another slot already; delete that one with "
                "--delete-slot.",
                *wanted.insert));
-  if (!mayOverwriteSlot(context.ui, editor, slot)) return notConfirmed(context);
+  if (!mayGiveUpSlot(context.ui, editor, slot, Consent::insist)) return notConfirmed(context);
   if (!editor.insert(slot, *entry))
     return refused(
         "The partition lies beyond what a slot of the MBR can hold; choose one within "
@@ -117,7 +117,7 @@ CommandResult edit(CommandContext& context, const MbrWish& wanted, Drive& drive,
                    MbrEditor& editor) {
   if (wanted.deleteSlot) {
     const std::size_t slot = *wanted.deleteSlot - 1;
-    if (!mayOverwriteSlot(context.ui, editor, slot)) return notConfirmed(context);
+    if (!mayGiveUpSlot(context.ui, editor, slot, Consent::general)) return notConfirmed(context);
     editor.remove(slot);
   }
   if (wanted.insert)

@@ -11,6 +11,8 @@
 #include "ops/placement.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
+#include "ops/target_text.h"
+#include "probe/disk_content.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
@@ -114,15 +116,28 @@ class Creation {
     return refuse("The free space is gone.\nLook at the new table and try again.");
   }
 
-  // An EMBR may have to grow over something, which only the user can give up.
+  // What the table has to be written over, only the user can give up.
   Failure add(const NewEntry& entry) {
-    const Failure error = drive_.add(entry);
-    if (error != Error::sectorsInUse) return error;
-    const bool insists = context_.ui.confirm(
-        Consent::insist, "EMBR",
-        "The EMBR has to grow over a sector that holds something of another program,\n"
-        "which may be a boot loader.\n\nAre you sure you want to continue?");
-    return insists ? drive_.add(entry, TrackContent::overwrite) : error;
+    const Failure failed = drive_.add(entry);
+    if (failed != Error::sectorsInUse) return failed;
+    const bool insists =
+        context_.ui.confirm(Consent::insist, drive_.isEmbr() ? "EMBR" : "Create",
+                            whatIsWrittenOver() + "\n\nAre you sure you want to continue?");
+    return insists ? drive_.add(entry, TrackContent::overwrite) : failed;
+  }
+
+  std::string whatIsWrittenOver() {
+    const std::string disk = describeDisk(drive_.disk());
+    if (drive_.isEmbr())
+      return format(
+          "The EMBR of this disk (%s) has to grow over a sector\n"
+          "that holds something of another program, which may be a boot loader.",
+          disk.c_str());
+    return format(
+        "This disk (%s) has no partition table, but it holds %s.\n"
+        "A new table would overwrite the start of it.",
+        disk.c_str(),
+        namedDiskContent(drive_.disk()).value_or("something of another program").c_str());
   }
 
   PlacementTarget placementTarget() {

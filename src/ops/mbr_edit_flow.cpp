@@ -7,11 +7,11 @@
 
 namespace tallowin {
 
-bool mayOverwriteSlot(FrontEnd& ui, const MbrEditor& editor, std::size_t slot) {
+bool mayGiveUpSlot(FrontEnd& ui, const MbrEditor& editor, std::size_t slot, Consent consent) {
   if (!editor.holdsGptPlaceHolder(slot)) return true;
   const std::string text =
       kPlaceHolderWarning + std::string("\n\nAre you sure you want to continue?");
-  return ui.confirm(Consent::general, "Warning", text);
+  return ui.confirm(consent, "Warning", text);
 }
 
 std::optional<u32> parseSignature(std::string_view text) {

@@ -98,6 +98,10 @@ TEST_F(MbrTest, AGptDiskLosesItsPlaceHolderOnlyAfterAWarning) {
   ASSERT_EQ(mbr({"--insert", "1", "--slot", "2", "--yes"}).status, 0);
   EXPECT_STREQ(ctl_.json({"list", path_}).json["scheme"].GetString(), "GPT");
   EXPECT_EQ(ctl_.json({"mbr", path_}).json["slots"][0]["name"], "GPT Reserved");
+  const std::string hybrid = fileHash(path_);
+  EXPECT_EQ(mbr({"--insert", "1", "--slot", "1", "--yes"}).status, 1)
+      << "--yes answers no insisting";
+  EXPECT_EQ(fileHash(path_), hybrid);
   ASSERT_EQ(mbr({"--delete-slot", "1", "--yes"}).status, 0);
   EXPECT_STREQ(ctl_.json({"list", path_}).json["scheme"].GetString(), "MBR");
   EXPECT_EQ(sfdiskRow(path_, 2).start, 2048u);

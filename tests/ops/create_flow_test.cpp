@@ -193,5 +193,41 @@ TEST_F(CreateFlowTest, FailedTransfersAndPowerCutsLeaveTheOldTableOrTheNew) {
   expectCutsLeaveOldOrNew(flow);
 }
 
+// Without a boot signature a disk looks blank to whoever looks at nothing else.
+TEST_F(CreateFlowTest, WhatADiskWithoutATableHoldsIsNamedAndOnlyGivenUpByWhoInsists) {
+  struct Case {
+    u64 offset;
+    std::string magic;
+    const char* name;
+  };
+  const Case cases[] = {
+      {0, std::string("LUKS\xBA\xBE", 6), "a LUKS container"},
+      {512, "LABELONE", "an LVM physical volume"},
+      {512, "EFI PART", "a GPT whose first sector is gone"},
+      {(kSectors - 1) * 512, "EFI PART", "a GPT whose first sector is gone"},
+      {65600, "_BHRfS_M", "a Btrfs file system"},
+      {100, "x", "data of another program"},
+  };
+  for (const Case& held : cases) {
+    SCOPED_TRACE(held.name);
+    MemoryDisk disk(kSectors);
+    std::vector<u8> sector(512);
+    std::ranges::copy(held.magic, sector.begin() + static_cast<i64>(held.offset % 512));
+    disk.setSector(held.offset / 512, sector);
+    MemoryDisk before = disk.copy();
+    for (const MessageResult answer : {MessageResult::no, MessageResult::yes}) {
+      const auto drive = open(disk);
+      ui_.expect<CreateModel>(enter("131", 50));
+      ui_.expectMessage(held.name, answer);
+      if (answer == MessageResult::no) ui_.expectMessage("Nothing was changed");
+      const FlowResult result = createFlow(context_, *drive, *freeBlocks(*drive)[0]);
+      EXPECT_EQ(answer == MessageResult::yes, result.succeeded());
+      EXPECT_EQ(answer == MessageResult::no, disk.sameContent(before));
+      EXPECT_EQ(Consent::insist,
+                ui_.messages[ui_.messages.size() - (result.succeeded() ? 1 : 2)].consent);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace tallowin

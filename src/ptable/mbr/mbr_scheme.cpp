@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "probe/disk_content.h"
 #include "probe/type_catalogue.h"
 #include "ptable/mbr/boot_code.h"
 #include "ptable/mbr/slot.h"
@@ -91,11 +92,12 @@ Failure MbrScheme::checkUnchanged(const TableContext& context, const PartitionTa
 }
 
 Failure MbrScheme::add(const TableContext& context, const NewEntry& entry,
-                       TrackContent /*content*/) const {
+                       TrackContent content) const {
   TableSectorImage image(context.disk, kMbrLba);
   if (const Failure error = image.load(); error != Error::none) return error;
   auto& mbr = image.as<MbrRecord>();
   if (!mbr.signature.isValid()) {
+    if (content == TrackContent::keep && namedDiskContent(context.disk)) return Error::sectorsInUse;
     // The drive has its signature from there, so it outlasts the rest.
     const u32 diskSignature = mbr.diskSignature;
     std::ranges::fill(image.bytes(), u8{0});
