@@ -198,7 +198,7 @@ TEST_F(DeleteFlowTest, FailedTransfersAndPowerCutsLeaveTheOldTableOrTheNew) {
       ui.expect<DeleteModel>(yes);
       return deleteFlow(with(ui), drive, *drive.findByKernelNumber(number));
     };
-    forEachFailedTransfer(false, flow, [this](const FaultRun& run) {
+    forEachFailedRequest(flow, [this](const FaultRun& run) {
       EXPECT_TRUE(!run.failedTransfer() || run.table == table_) << run.table;
     });
     if (number != 2) expectCutsLeaveOldOrNew(flow);

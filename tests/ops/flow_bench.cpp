@@ -32,65 +32,49 @@ void FlowTest::mount(u64 startSector, u64 sectors) {
   host_.file("/proc/mounts", "/dev/sda1 /mnt/data ext4 rw 0 0\n");
 }
 
-void FlowTest::forEachFailedTransfer(bool forever, const Flow& flow,
-                                     const std::function<void(const FaultRun&)>& check) {
+void FlowTest::forEachFailedRequest(const Flow& flow,
+                                    const std::function<void(const FaultRun&)>& check) {
   const std::string old = tableOf(*open(disk_));
   std::string expected;
   std::size_t usualMessages = 0;
-  u64 reads = 0;
-  u64 writes = 0;
-  const auto run = [&](std::optional<u64> fault) {
-    MemoryDisk disk = disk_.copy();
-    FaultyDisk faulty(disk);
-    const auto drive = open(borrowed(faulty));
-    const u64 readsBefore = faulty.reads();
-    const u64 writesBefore = faulty.writes();
-    const bool isWrite = fault && *fault >= reads;
-    if (fault && !isWrite) faulty.failRead(*fault, forever);
-    if (isWrite) faulty.failWrite(*fault - reads, forever);
+  forEachFault(disk_, kFailedRequests, [&](FaultRound& round) {
+    const auto drive = open(round.sharedDisk());
+    round.begin();
     ScriptedFrontEnd ui;
-    FaultRun done{flow(*drive, ui), disk, ui, isWrite, {}};
+    FaultRun done{flow(*drive, ui), round, ui, tableOf(*open(round.medium()))};
     ui.forget();
-    done.table = tableOf(*open(disk));
-    if (!fault) {
+    if (round.isSound()) {
       ASSERT_TRUE(done.result.succeeded());
-      reads = faulty.reads() - readsBefore;
-      writes = faulty.writes() - writesBefore;
       expected = done.table;
       usualMessages = ui.messages.size();
-      return;
     }
+    if (!round.wasHit()) return;
     EXPECT_TRUE(done.table == old || done.table == expected) << done.table;
     EXPECT_TRUE(done.result.succeeded() || ui.messages.size() > usualMessages) << "nothing told";
     const bool saysNew = done.result.succeeded() || done.result.code == Error::writeFailedNewTable;
     EXPECT_TRUE(!saysNew || done.table == expected) << done.table;
-    EXPECT_FALSE(isWrite && forever && done.result.succeeded());
+    EXPECT_FALSE(round.fault().isWrite() && round.fault().forever && done.result.succeeded());
     if (check) check(done);
-  };
-  run(std::nullopt);
-  ASSERT_GT(writes, 0U);
-  for (u64 n = 0; n < reads + writes; ++n) {
-    SCOPED_TRACE("transfer " + std::to_string(n) + " of " + std::to_string(reads) + " reads and " +
-                 std::to_string(writes) + " writes");
-    run(n);
-  }
+  });
 }
 
 void FlowTest::expectCutsLeaveOldOrNew(const Flow& flow,
                                        const std::function<void(MemoryDisk&)>& check) {
   const std::string old = tableOf(*open(disk_));
-  MemoryDisk changed = disk_.copy();
-  RecordingDisk recording(changed);
-  const auto drive = open(borrowed(recording));
-  ScriptedFrontEnd ui;
-  ASSERT_EQ(FlowEnd::done, flow(*drive, ui).end);
-  const std::string expected = tableOf(*drive);
-  ASSERT_GE(recording.log().size(), 3U);
-  forEachPowerCut(recording.log(), disk_, [&](MemoryDisk& disk) {
-    const std::string table = tableOf(*open(disk));
-    EXPECT_TRUE(table == old || table == expected) << table;
-    if (check) check(disk);
-  });
+  std::string expected;
+  forEachPowerCut(
+      disk_,
+      [&](FaultRound& round) {
+        const auto drive = open(round.sharedDisk());
+        ScriptedFrontEnd ui;
+        ASSERT_EQ(FlowEnd::done, flow(*drive, ui).end);
+        expected = tableOf(*drive);
+      },
+      [&](MemoryDisk& disk) {
+        const std::string table = tableOf(*open(disk));
+        EXPECT_TRUE(table == old || table == expected) << table;
+        if (check) check(disk);
+      });
 }
 
 std::size_t FlowTest::keptTables() {
@@ -141,18 +125,6 @@ std::function<void(CreateModel&)> enter(const std::string& type, u32 sizeMiB,
 
 std::shared_ptr<DiskDevice> borrowed(DiskDevice& disk) {
   return std::make_shared<DiskWrapper>(disk);
-}
-
-void forEachPowerCut(const WriteLog& log, const MemoryDisk& before,
-                     const std::function<void(MemoryDisk&)>& check) {
-  for (std::size_t cut = 0; cut <= log.size(); ++cut) {
-    SCOPED_TRACE("power cut after step " + std::to_string(cut));
-    const std::size_t unflushed = std::min<std::size_t>(log.unflushedBefore(cut), 8);
-    for (u64 subset = 0; subset < (u64{1} << unflushed); ++subset) {
-      MemoryDisk disk = log.replaySubset(before, cut, subset);
-      check(disk);
-    }
-  }
 }
 
 }  // namespace tallowin

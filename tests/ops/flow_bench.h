@@ -7,9 +7,9 @@
 
 #include "disk/faulty_disk.h"
 #include "disk/memory_disk.h"
-#include "disk/recording_disk.h"
 #include "ops/create_model.h"
 #include "ptable/drive.h"
+#include "support/fault_loops.h"
 #include "support/ops_bench.h"
 
 namespace tallowin {
@@ -35,20 +35,19 @@ class FlowTest : public OpsTest {
   // What a flow with a failed transfer left behind.
   struct FaultRun {
     FlowResult result;
-    MemoryDisk& disk;
+    FaultRound& round;
     ScriptedFrontEnd& ui;
-    bool isWrite;
     std::string table;
 
     bool failedTransfer() const {
-      return result.code == Error::read || result.code == Error::write;
+      return result.code == Error::read || result.code == Error::write ||
+             result.code == Error::flush;
     }
   };
-  // Runs the flow on copies of the disk: once on a sound one, then with each of its reads and
-  // writes failing, and with `forever` all later ones too. The old table or the new one is left,
-  // and each failure is told.
-  void forEachFailedTransfer(bool forever, const Flow& flow,
-                             const std::function<void(const FaultRun&)>& check = {});
+  // Runs the flow with each of its requests failing in turn (see forEachFault). The old table or
+  // the new one is left, and each failure is told.
+  void forEachFailedRequest(const Flow& flow,
+                            const std::function<void(const FaultRun&)>& check = {});
   // Cuts the power in every way (see forEachPowerCut): the old table or the new one is left.
   void expectCutsLeaveOldOrNew(const Flow& flow,
                                const std::function<void(MemoryDisk&)>& check = {});
@@ -70,10 +69,5 @@ std::function<void(CreateModel&)> enter(const std::string& type, u32 sizeMiB,
 
 // A disk that passes everything on to one that outlives it.
 std::shared_ptr<DiskDevice> borrowed(DiskDevice& disk);
-
-// Cuts the power after each step of the log, and with each subset (of up to 2^8) of what was not
-// flushed then, and hands the disk to `check`.
-void forEachPowerCut(const WriteLog& log, const MemoryDisk& before,
-                     const std::function<void(MemoryDisk&)>& check);
 
 }  // namespace tallowin

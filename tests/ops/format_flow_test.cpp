@@ -147,29 +147,28 @@ TEST_F(FormatFlowTest, AnotherKindChangesTheTypeFirst) {
 }
 
 TEST_F(FormatFlowTest, EveryLookAtTheButtonMayStopIt) {
-  for (u64 poll = 0;; ++poll) {
-    MemoryDisk disk = disk_.copy();
-    const auto drive = open(disk);
+  forEachFault(disk_, kCancels, [this](FaultRound& round) {
+    const auto drive = open(round.sharedDisk());
+    round.begin();
     ScriptedFrontEnd ui;
-    ui.cancelAtPoll(poll);
+    ui.cancelWhen([&] { return round.shouldStop(); });
     expectDialogs(ui);
     ui.answerOthers(MessageResult::ok);
     bool skipped = false;
-    ASSERT_LT(poll, 200U) << "never ends";
     ui.expect<FormatSummaryModel>([&](FormatSummaryModel& model) {
       skipped = model.lines[5].find("(skipped)") != std::string::npos;
       model.ok();
     });
     const FlowResult result = format(*drive, ui, 1);
     ui.forget();
+    EXPECT_TRUE(round.wasHit() || !skipped);
     if (result.end == FlowEnd::cancelled) {
-      EXPECT_TRUE(ui.wasTold("Formatting was stopped."));
-      continue;
+      EXPECT_TRUE(round.wasHit() && ui.wasTold("Formatting was stopped."));
+      return;
     }
     EXPECT_EQ(FlowEnd::done, result.end);
     EXPECT_TRUE(isFat(*drive, 1));
-    if (!skipped) break;
-  }
+  });
 }
 
 TEST_F(FormatFlowTest, EveryFailedTransferIsToldOrTheFileSystemIsSound) {
@@ -184,26 +183,22 @@ TEST_F(FormatFlowTest, EveryFailedTransferIsToldOrTheFileSystemIsSound) {
     ui.forget();
     return result;
   };
-  forEachFailedTransfer(true, flow, [this](const FaultRun& run) {
+  forEachFailedRequest(flow, [this](const FaultRun& run) {
     if (run.result.succeeded()) {
-      EXPECT_TRUE(isFat(*open(run.disk), 1));
-    } else if (run.isWrite) {
+      EXPECT_TRUE(isFat(*open(run.round.medium()), 1));
+    } else if (run.round.fault().isWrite()) {
       EXPECT_TRUE(run.ui.wasTold("Due to surface defects"));
     }
   });
-  FaultyDisk unflushed(disk_);
-  unflushed.failFlush(true);
-  EXPECT_FALSE(flow(*open(borrowed(unflushed)), ui_).succeeded());
-  EXPECT_TRUE(ui_.wasTold("Due to surface defects"));
 }
 
 // With the type changed first, so that the table is written too.
 TEST_F(FormatFlowTest, FailedTransfersAndPowerCutsLeaveTheOldTableOrTheNewAndTheNeighboursAlone) {
   fillPartitions();
   const Flow flow = [this](Drive& drive, ScriptedFrontEnd& ui) { return toFat32(drive, ui); };
-  forEachFailedTransfer(true, flow, [this](const FaultRun& run) {
-    EXPECT_TRUE(neighboursAreWhole(run.disk));
-    EXPECT_TRUE(!run.result.succeeded() || isFat(*open(run.disk), 2));
+  forEachFailedRequest(flow, [this](const FaultRun& run) {
+    EXPECT_TRUE(neighboursAreWhole(run.round.medium()));
+    EXPECT_TRUE(!run.result.succeeded() || isFat(*open(run.round.medium()), 2));
   });
   expectCutsLeaveOldOrNew(flow,
                           [this](MemoryDisk& disk) { EXPECT_TRUE(neighboursAreWhole(disk)); });

@@ -30,9 +30,9 @@ TEST_F(RestoreTableFlowTest, FailedTransfersAndPowerCutsLeaveOneOfTheTables) {
     ui.answerOthers(MessageResult::cancel);
     return restoreTableFlow(with(ui), drive, backup_);
   };
-  forEachFailedTransfer(false, flow, [this](const FaultRun& run) {
+  forEachFailedRequest(flow, [this](const FaultRun& run) {
     EXPECT_EQ(run.result.succeeded() ? kept_ : present_, run.table);
-    EXPECT_FALSE(run.isWrite && run.result.succeeded());
+    EXPECT_FALSE(run.round.fault().isWrite() && run.result.succeeded());
   });
   expectCutsLeaveOldOrNew(flow);
 }

@@ -15,6 +15,7 @@
 #include "ptable/scheme_bench.h"
 #include "ptable/table_backup.h"
 #include "ptable/table_bench.h"
+#include "support/fault_loops.h"
 
 namespace tallowin {
 namespace {
@@ -162,17 +163,13 @@ TEST(Convert, APowerCutLeavesTheOldTableOrTheNewOne) {
 // The slots of the boot sector belong to an EMBR too: others see the partitions by them.
 TEST(Convert, AFailedConversionOfAnEmbrKeepsItsSlots) {
   MemoryDisk embr = converted(diskFromScript(kSectors, kPrimaries), toEmbr);
-  for (const Conversion run : {toGpt, toMbr}) {
-    for (u64 n = 0; n < 20; ++n) {
-      MemoryDisk disk = embr.copy();
+  for (const Conversion run : {toGpt, toMbr})
+    forEachFault(embr, kFailedFlushes, [&](FaultRound& round) {
       FakeHost host;
-      const auto drive = TableBench::openOn(std::make_shared<FlushFault>(disk, n, false), host);
-      const Failure error = run(*drive);
-      if (error == Error::none) break;
-      if (error != Error::write) continue;
-      EXPECT_EQ(disk.sector(0), embr.sector(0)) << n;
-    }
-  }
+      const auto drive = TableBench::openOn(round.sharedDisk(), host);
+      round.begin();
+      if (run(*drive) == Error::write) EXPECT_EQ(round.medium().sector(0), embr.sector(0));
+    });
 }
 
 TEST(Convert, SectorsOf4096Bytes) {

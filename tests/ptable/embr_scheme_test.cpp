@@ -13,6 +13,7 @@
 #include "ptable/convert.h"
 #include "ptable/scheme_bench.h"
 #include "ptable/table_bench.h"
+#include "support/fault_loops.h"
 
 namespace tallowin {
 namespace {
@@ -263,21 +264,19 @@ TEST(EmbrScheme, AfterOneFailedWriteTheDiskIsAsItWas) {
   std::vector<TableChange> all = changes();
   for (const TableChange& change : all) {
     u32 failed = 0;
-    Failure error = Error::write;
-    for (u64 n = 0; error != Error::none; ++n) {
-      ASSERT_LT(n, 20U);
-      MemoryDisk disk = bench.disk().copy();
+    forEachFault(bench.disk(), kFailedFlushes, [&](FaultRound& round) {
       FakeHost host;
-      auto flushes = std::make_shared<FlushFault>(disk, n, false);
-      error = change.run(*TableBench::openOn(flushes, host));
-      if (error == Error::none) break;
+      const auto drive = TableBench::openOn(round.sharedDisk(), host);
+      round.begin();
+      const Failure error = change.run(*drive);
+      if (!round.wasHit() || round.fault().forever) return;
       ++failed;
-      EXPECT_EQ(error, Error::write) << change.what << " " << n;
-      EXPECT_TRUE(disk.sameContent(bench.disk())) << change.what << ", flush " << n;
-      EXPECT_EQ(create(*TableBench::openOn(std::make_shared<DiskWrapper>(disk), host), 90'000),
-                Error::none)
-          << change.what << ", flush " << n;
-    }
+      EXPECT_EQ(error, Error::write) << change.what;
+      EXPECT_TRUE(round.medium().sameContent(bench.disk())) << change.what;
+      round.heal();
+      EXPECT_EQ(create(*TableBench::openOn(round.sharedDisk(), host), 90'000), Error::none)
+          << change.what;
+    });
     EXPECT_GE(failed, 2U) << change.what;
   }
 }

@@ -3,8 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/crc32.h"
-#include "disk/faulty_disk.h"
-#include "disk/recording_disk.h"
+#include "support/fault_loops.h"
 
 namespace tallowin {
 namespace {
@@ -88,54 +87,40 @@ Failure changeEnd(DiskDevice& disk) {
 }
 
 TEST(Gpt, EveryPowerCutLeavesTheOldOrTheNewTable) {
-  const MemoryDisk sound = gptDisk();
   MemoryDisk noBackup = gptDisk();
   flipByte(noBackup, kSectors - 1, 0);
   MemoryDisk noPrimary = gptDisk();
   flipByte(noPrimary, 1, 0);
+  const MemoryDisk sound = gptDisk();
   for (const MemoryDisk* before : {&sound, &std::as_const(noBackup), &std::as_const(noPrimary)}) {
-    MemoryDisk disk = before->copy();
-    RecordingDisk recorder(disk);
-    ASSERT_EQ(changeEnd(recorder), Error::none);
-    for (std::size_t cut = 0; cut <= recorder.log().size(); ++cut) {
-      const std::size_t open = recorder.log().unflushedBefore(cut);
-      for (u64 subset = 0; subset < (u64{1} << open); ++subset) {
-        for (std::size_t torn = 0; torn <= open; ++torn) {
-          MemoryDisk after = recorder.log().replaySubset(*before, cut, subset, torn);
-          const u64 end = entryEnd(after);
-          EXPECT_TRUE(end == 4095 || end == 6000) << "cut " << cut << " torn " << torn;
-        }
-      }
-    }
+    const auto change = [](FaultRound& round) { EXPECT_EQ(changeEnd(round.disk()), Error::none); };
+    forEachPowerCut(*before, change, [](MemoryDisk& after) {
+      const u64 end = entryEnd(after);
+      EXPECT_TRUE(end == 4095 || end == 6000) << end;
+    });
   }
 }
 
 TEST(Gpt, ANewTableAppearsOnlyWithItsLastWrite) {
-  const MemoryDisk before(kSectors);
-  MemoryDisk disk = before.copy();
-  RecordingDisk recorder(disk);
   GptImage image;
   ASSERT_EQ(GptImage::create(kSectors - 1, 512, someGuid(9), image), Error::none);
-  ASSERT_EQ(image.write(recorder), Error::none);
-  for (std::size_t cut = 0; cut <= recorder.log().size(); ++cut) {
-    MemoryDisk after = recorder.log().replay(before, cut);
-    if (after.sector(0)[450] != 0xEE) continue;
-    EXPECT_EQ(GptImage::read(after, image), Error::none) << cut;
-    EXPECT_EQ(image.backupState(after), GptBackupState::sound) << cut;
-  }
+  const auto write = [&](FaultRound& round) { EXPECT_EQ(image.write(round.disk()), Error::none); };
+  forEachPowerCut(MemoryDisk(kSectors), write, [](MemoryDisk& after) {
+    if (after.sector(0)[450] != 0xEE) return;
+    GptImage read;
+    EXPECT_EQ(GptImage::read(after, read), Error::none);
+    EXPECT_EQ(read.backupState(after), GptBackupState::sound);
+  });
 }
 
-TEST(Gpt, EveryFailedWriteIsSaidAndKeepsAValidTable) {
-  for (u64 n = 0;; ++n) {
-    MemoryDisk disk = gptDisk();
-    FaultyDisk faulty(disk);
-    faulty.failWrite(n, true, FaultyDisk::After::halfWritten);
-    const Failure problem = changeEnd(faulty);
-    if (n >= faulty.writes()) break;
-    EXPECT_NE(problem, Error::none);
-    const u64 end = entryEnd(disk);
-    EXPECT_TRUE(end == 4095 || end == 6000) << n;
-  }
+TEST(Gpt, EveryFailedRequestIsSaidAndKeepsAValidTable) {
+  forEachFault(gptDisk(), kFailedRequests, [](FaultRound& round) {
+    round.begin();
+    const Failure problem = changeEnd(round.disk());
+    EXPECT_TRUE(problem || !round.wasHit() || round.fault().kind == Fault::Kind::read);
+    const u64 end = entryEnd(round.medium());
+    EXPECT_TRUE(end == 4095 || end == 6000) << end;
+  });
 }
 
 TEST(Gpt, NamesKeepWhatUtf16CanSay) {

@@ -7,11 +7,10 @@
 #include <functional>
 #include <tuple>
 
-#include "disk/faulty_disk.h"
-#include "disk/recording_disk.h"
 #include "ptable/convert.h"
 #include "ptable/mbr/boot_code.h"
 #include "ptable/table_bench.h"
+#include "support/fault_loops.h"
 
 namespace tallowin {
 namespace {
@@ -195,55 +194,37 @@ class EditOn {
   MbrEditor editor;
 };
 
-TEST(MbrEditor, AfterEveryFailedTransferTheErrorTellsTheTableAndTheEditCanBeRepeated) {
+TEST(MbrEditor, AfterEveryFailedRequestTheErrorTellsTheTableAndTheEditCanBeRepeated) {
   MemoryDisk done = sampleDisk();
   ASSERT_EQ(Error::none, EditOn(done).editor.apply());
-  const auto check = [&](const char* what, const std::function<void(FaultyDisk&)>& fail) {
-    SCOPED_TRACE(what);
-    MemoryDisk disk = sampleDisk();
-    const std::vector<u8> old = disk.sector(0);
-    FaultyDisk faulty(disk);
-    EditOn edit(faulty);
-    fail(faulty);
+  const std::vector<u8> old = sampleDisk().sector(0);
+  forEachFault(sampleDisk(), kFailedRequests, [&](FaultRound& round) {
+    EditOn edit(round.disk());
+    round.begin();
     const Failure error = edit.editor.apply();
+    EXPECT_EQ(edit.editor.isChanged(), bool(error));
+    EXPECT_EQ(round.wasHit(), bool(error));
     if (error == Error::read || error == Error::write)
-      EXPECT_EQ(old, disk.sector(0));
-    else
+      EXPECT_EQ(old, round.medium().sector(0));
+    else if (error)
       EXPECT_EQ(Error::writeFailedTableUnknown, error);
-    EXPECT_TRUE(edit.editor.isChanged());
-    faulty.failRead(1000);
-    faulty.failWrite(1000);
-    faulty.failFlush(false);
+    round.heal();
     EXPECT_EQ(Error::none, edit.editor.apply());
-    EXPECT_EQ(done.sector(0), disk.sector(0));
+    EXPECT_EQ(done.sector(0), round.medium().sector(0));
     EXPECT_FALSE(edit.editor.isChanged());
-  };
-  check("read", [](FaultyDisk& disk) { disk.failRead(0); });
-  check("write", [](FaultyDisk& disk) { disk.failWrite(0); });
-  check("write half done",
-        [](FaultyDisk& disk) { disk.failWrite(0, false, FaultyDisk::After::halfWritten); });
-  check("all writes", [](FaultyDisk& disk) { disk.failWrite(0, true); });
-  check("all flushes", [](FaultyDisk& disk) { disk.failFlush(true); });
+  });
 }
 
 TEST(MbrEditor, APowerCutLeavesTheOldOrTheNewSector) {
-  MemoryDisk before = sampleDisk();
-  MemoryDisk disk = before.copy();
-  RecordingDisk recording(disk);
-  ASSERT_EQ(Error::none, EditOn(recording).editor.apply());
-  const WriteLog& log = recording.log();
-  u64 writes = 0;
-  for (const WriteLog::Step& step : log.steps()) {
-    if (step.isFlush) continue;
-    ++writes;
-    EXPECT_EQ(0U, step.lba);
-  }
-  EXPECT_EQ(1U, writes);
-  EXPECT_TRUE(log.steps().back().isFlush);
-  for (std::size_t cut = 0; cut <= log.size(); ++cut) {
-    const std::vector<u8> found = log.replay(before, cut).sector(0);
-    EXPECT_TRUE(found == before.sector(0) || found == disk.sector(0)) << cut;
-  }
+  MemoryDisk old = sampleDisk();
+  MemoryDisk done = sampleDisk();
+  ASSERT_EQ(Error::none, EditOn(done).editor.apply());
+  const auto edit = [](FaultRound& round) {
+    EXPECT_EQ(Error::none, EditOn(round.disk()).editor.apply());
+  };
+  forEachPowerCut(old, edit, [&](MemoryDisk& after) {
+    EXPECT_TRUE(after.sameContent(old) || after.sameContent(done));
+  });
 }
 
 }  // namespace

@@ -5,10 +5,9 @@
 #include <algorithm>
 
 #include "base/text.h"
-#include "disk/faulty_disk.h"
-#include "disk/recording_disk.h"
 #include "ptable/table_bench.h"
 #include "support/disk_file.h"
+#include "support/fault_loops.h"
 #include "support/loop_device.h"
 #include "support/oracle.h"
 #include "support/temp_folder.h"
@@ -63,14 +62,6 @@ void expectTableOf(Failure error, const std::string& now, const std::string& bef
   }
 }
 
-std::string pictureAfter(MemoryDisk& before, const TableChange& change) {
-  MemoryDisk disk = before.copy();
-  FakeHost host;
-  const auto drive = TableBench::openOn(std::make_shared<DiskWrapper>(disk), host, change.options);
-  EXPECT_EQ(change.run(*drive), Error::none) << change.what;
-  return change.picture(disk);
-}
-
 }  // namespace
 
 std::vector<GptRow> gptRowsOf(const Drive& drive) {
@@ -112,64 +103,39 @@ MemoryDisk diskFromCommands(u64 bytes, u32 sectorSizeBytes,
 }
 
 void expectFaultsAreTold(MemoryDisk& before, const TableChange& change) {
-  enum class Kind { read, write, halfWrite, flush };
   const std::string pictureBefore = change.picture(before);
-  const std::string pictureNow = pictureAfter(before, change);
-  for (const Kind kind : {Kind::read, Kind::write, Kind::halfWrite, Kind::flush}) {
-    for (const bool forever : {false, true}) {
-      if (kind == Kind::read && forever) continue;
-      Failure error = Error::read;
-      for (u64 n = 0; error != Error::none; ++n) {
-        ASSERT_LT(n, 200U) << change.what;
-        MemoryDisk disk = before.copy();
-        FakeHost host;
-        auto flushes =
-            std::make_shared<FlushFault>(disk, kind == Kind::flush ? n : kAllOnes32, forever);
-        auto faulty = std::make_shared<FaultyDisk>(*flushes);
-        const auto drive = TableBench::openOn(faulty, host, change.options);
-        if (kind == Kind::read) faulty->failRead(n, forever);
-        if (kind == Kind::write || kind == Kind::halfWrite)
-          faulty->failWrite(n, forever,
-                            kind == Kind::write ? FaultyDisk::After::nothingWritten
-                                                : FaultyDisk::After::halfWritten);
-        error = change.run(*drive);
-        expectTableOf(error, change.picture(disk), pictureBefore, pictureNow,
-                      change.what + ", fault " + std::to_string(static_cast<int>(kind)) +
-                          (forever ? " for ever" : "") + " at " + std::to_string(n));
-      }
+  std::string pictureNow;
+  forEachFault(before, kFailedRequests, [&](FaultRound& round) {
+    FakeHost host;
+    const auto drive = TableBench::openOn(round.sharedDisk(), host, change.options);
+    round.begin();
+    const Failure error = change.run(*drive);
+    const std::string picture = change.picture(round.medium());
+    if (round.isSound()) {
+      ASSERT_EQ(error, Error::none) << change.what;
+      pictureNow = picture;
     }
-  }
+    expectTableOf(error, picture, pictureBefore, pictureNow, change.what);
+  });
 }
 
 void expectCutsLeaveOldOrNew(MemoryDisk& before, const TableChange& change,
                              const std::function<void(MemoryDisk& disk)>& judge) {
   const std::string pictureBefore = change.picture(before);
-  MemoryDisk disk = before.copy();
-  FakeHost host;
-  auto recording = std::make_shared<RecordingDisk>(disk);
-  const auto drive = TableBench::openOn(recording, host, change.options);
-  ASSERT_EQ(change.run(*drive), Error::none) << change.what;
-  const std::string pictureNow = change.picture(disk);
-  const WriteLog& log = recording->log();
-  ASSERT_TRUE(log.steps().back().isFlush) << change.what;
-  for (std::size_t cut = 0; cut <= log.size(); ++cut) {
-    const std::size_t open = log.unflushedBefore(cut);
-    for (u64 subset = 0; subset < (u64{1} << open); ++subset) {
-      for (std::size_t torn = 0; torn <= open; ++torn) {
-        // One sector is written as a whole or not at all.
-        if (torn < open && log.steps()[cut - open + torn].bytes.size() <= disk.sectorSize())
-          continue;
-        MemoryDisk after =
-            log.replaySubset(before, cut, subset, torn == open ? WriteLog::kNoTornStep : torn);
+  std::string pictureNow;
+  forEachPowerCut(
+      before,
+      [&](FaultRound& round) {
+        FakeHost host;
+        const auto drive = TableBench::openOn(round.sharedDisk(), host, change.options);
+        ASSERT_EQ(change.run(*drive), Error::none) << change.what;
+        pictureNow = change.picture(round.medium());
+      },
+      [&](MemoryDisk& after) {
         const std::string now = change.picture(after);
-        EXPECT_TRUE(now == pictureBefore || now == pictureNow)
-            << change.what << ", cut after " << cut << ", subset " << subset << ", torn " << torn
-            << "\n"
-            << now;
+        EXPECT_TRUE(now == pictureBefore || now == pictureNow) << change.what << "\n" << now;
         if (judge) judge(after);
-      }
-    }
-  }
+      });
 }
 
 }  // namespace tallowin

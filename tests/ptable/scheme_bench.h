@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "disk/disk_wrapper.h"
 #include "disk/memory_disk.h"
 #include "ptable/drive.h"
 #include "support/sfdisk.h"
@@ -24,23 +23,6 @@ MemoryDisk diskFromCommands(u64 bytes, u32 sectorSizeBytes,
                             const std::vector<std::vector<std::string>>& commands,
                             const std::string& input = {});
 
-// A disk whose n-th flush fails, once or from then on.
-class FlushFault : public DiskWrapper {
- public:
-  FlushFault(DiskDevice& inner, u64 n, bool forever)
-      : DiskWrapper(inner), n_(n), forever_(forever) {}
-  Failure flush() override {
-    const u64 now = count_++;
-    if (now == n_ || (forever_ && now > n_)) return Error::flush;
-    return DiskWrapper::flush();
-  }
-
- private:
-  u64 n_;
-  bool forever_;
-  u64 count_ = 0;
-};
-
 struct TableChange {
   std::string what;
   std::function<Failure(Drive& drive)> run;
@@ -49,12 +31,10 @@ struct TableChange {
   DriveOpenOptions options;
 };
 
-// Every read fails in turn, and every write and flush, once and from then on, writes also half
-// done:
-// the disk has the table that the error names.
+// Every request fails in turn (see forEachFault): the disk has the table that the error names.
 void expectFaultsAreTold(MemoryDisk& before, const TableChange& change);
-// The power is cut after each step of the log, with any of the unflushed writes lost, or one of
-// them half done: the old table is on the disk, or the new one. `judge` sees every disk.
+// The power is cut in every way (see forEachPowerCut): the old table is on the disk, or the new
+// one. `judge` sees every disk.
 void expectCutsLeaveOldOrNew(MemoryDisk& before, const TableChange& change,
                              const std::function<void(MemoryDisk& disk)>& judge = {});
 

@@ -5,9 +5,8 @@
 
 #include <algorithm>
 
-#include "disk/faulty_disk.h"
-#include "disk/recording_disk.h"
 #include "ptable/table_bench.h"
+#include "support/fault_loops.h"
 #include "support/temp_folder.h"
 
 namespace tallowin {
@@ -102,34 +101,28 @@ TEST(TableBackup, EachFailedTransferOfARestoreLeavesTheOldTable) {
   const TableBackup backup = backupOf(bench.drive());
   changeMuch(bench.drive());
   MemoryDisk before = bench.disk().copy();
-  const std::string rowsBefore = pictureOf(bench.drive());
-  for (const bool isRead : {true, false}) {
-    Failure error = Error::read;
-    for (u64 n = 0; error != Error::none; ++n) {
-      ASSERT_LT(n, 300U);
-      MemoryDisk disk = before.copy();
-      auto faulty = std::make_shared<FaultyDisk>(disk);
-      auto drive = TableBench::openOn(faulty, bench.host());
-      if (isRead) faulty->failRead(n);
-      if (!isRead) faulty->failWrite(n);
-      error = restoreTable(*drive, backup);
-      if (error == Error::none) break;
-      EXPECT_TRUE(error == Error::read || error == Error::write) << codeOf(error);
-      EXPECT_TRUE(disk.sameContent(before)) << n;
-    }
-  }
+  forEachFault(before, kFailedRequests, [&](FaultRound& round) {
+    const auto drive = TableBench::openOn(round.sharedDisk(), bench.host());
+    round.begin();
+    const Failure error = restoreTable(*drive, backup);
+    if (!error) return;
+    // A medium that takes nothing any more keeps what was written before.
+    const bool mayKeep = round.fault().forever && round.fault().kind != Fault::Kind::read;
+    EXPECT_TRUE(error == Error::read || error == Error::write || mayKeep) << codeOf(error);
+    EXPECT_TRUE(mayKeep || round.medium().sameContent(before));
+  });
   // After a power cut the backup can be restored again, whatever was written.
-  MemoryDisk disk = before.copy();
-  auto recording = std::make_shared<RecordingDisk>(disk);
-  auto drive = TableBench::openOn(recording, bench.host());
-  ASSERT_EQ(restoreTable(*drive, backup), Error::none);
-  const WriteLog& log = recording->log();
-  ASSERT_TRUE(log.steps().back().isFlush);
-  for (std::size_t cut = 0; cut <= log.size(); ++cut) {
-    TableBench again(log.replay(before, cut));
-    ASSERT_EQ(restoreTable(again.drive(), backup), Error::none) << cut;
-    EXPECT_TRUE(again.disk().sameContent(disk)) << cut;
-  }
+  std::unique_ptr<MemoryDisk> restored;
+  const auto restore = [&](FaultRound& round) {
+    ASSERT_EQ(restoreTable(*TableBench::openOn(round.sharedDisk(), bench.host()), backup),
+              Error::none);
+    restored = std::make_unique<MemoryDisk>(round.medium().copy());
+  };
+  forEachPowerCut(before, restore, [&](MemoryDisk& after) {
+    TableBench again(after.copy());
+    ASSERT_EQ(restoreTable(again.drive(), backup), Error::none);
+    EXPECT_TRUE(again.disk().sameContent(*restored));
+  });
 }
 
 TEST(TableBackup, OldTablesAreKeptByDateAndTheOldestGo) {

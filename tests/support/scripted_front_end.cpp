@@ -33,7 +33,10 @@ class ScriptedFrontEnd::Bar : public ProgressDialog {
     owner_.progress.push_back({percent, details});
   }
   void setButton(const std::string& label) override { owner_.progressTexts.push_back(label); }
-  bool isCancelled() override { return owner_.polls_++ >= owner_.cancelAtPoll_; }
+  bool isCancelled() override {
+    ++owner_.polls_;
+    return owner_.isPressed_();
+  }
 
  private:
   ScriptedFrontEnd& owner_;

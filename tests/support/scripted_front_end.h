@@ -52,7 +52,10 @@ class ScriptedFrontEnd : public FrontEnd {
   void forget() { expected_.clear(); }
 
   // From the n-th look of a progress dialog at its button on (from 0), it was pressed.
-  void cancelAtPoll(u64 n) { cancelAtPoll_ = n; }
+  void cancelAtPoll(u64 n) {
+    cancelWhen([this, n] { return polls_ > n; });
+  }
+  void cancelWhen(std::function<bool()> isPressed) { isPressed_ = std::move(isPressed); }
   u64 polls() const { return polls_; }
 
   struct Progress {
@@ -97,7 +100,7 @@ class ScriptedFrontEnd : public FrontEnd {
   std::deque<Expected> expected_;
   std::function<void()> meanwhile_;
   std::optional<MessageResult> others_;
-  u64 cancelAtPoll_ = kAllOnes64;
+  std::function<bool()> isPressed_ = [] { return false; };
   u64 polls_ = 0;
 };
 
