@@ -185,7 +185,7 @@ TEST_F(RefusalTest, HostileFilesAreRefusedOrListed) {
     ASSERT_EQ(runProgram({"sh", "-c", hostile.script, "sh", file, path_}).status, 0);
     for (std::vector<std::string> words :
          {std::vector<std::string>{"list", file}, {"delete", file, "--part", "1", "--yes"}}) {
-      std::vector<std::string> command = {"timeout", "20"};
+      std::vector<std::string> command = {"timeout", "120"};
       for (const std::string& word : ctl_.command(words)) command.push_back(word);
       const ProgramResult result = runProgram(command);
       EXPECT_EQ(result.status, words[0] == "list" ? hostile.status : 1) << result.output;

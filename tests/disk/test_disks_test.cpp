@@ -140,7 +140,7 @@ TEST(OverlayDisk, ZerosOfAHugeDiskTakeNoRoomAndAFullOneRefuses) {
   std::vector<u8> zeros(4 * kMiB);
   for (u64 piece = 0; piece < 1000; ++piece)
     ASSERT_EQ(overlay.writeSectors(piece * 8192, zeros.data(), 8192), Error::none);
-  ASSERT_EQ(overlay.writeZeros(8192 * 1000, 4'000'000'000), Error::none);
+  ASSERT_EQ(overlay.clearSectors(8192 * 1000, 4'000'000'000), Error::none);
   EXPECT_EQ(overlay.storedBytes(), 0U);
   EXPECT_EQ(overlay.writtenRanges().size(), 1U);
   const auto bytes = sectors(1024, 1);

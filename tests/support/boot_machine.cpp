@@ -21,7 +21,7 @@ constexpr std::size_t kTextMemory = 0xB8000;
 constexpr std::size_t kColumns = 80;
 constexpr std::size_t kRows = 25;
 constexpr int kLookAgainMilliseconds = 100;
-constexpr std::chrono::seconds kLongestWait{60};
+constexpr std::chrono::seconds kLongestWait{180};
 
 }  // namespace
 
@@ -31,7 +31,7 @@ BootMachine::BootMachine(const std::string& imagePath) {
   std::array<int, 2> in{};
   std::array<int, 2> out{};
   if (::pipe2(in.data(), O_CLOEXEC) != 0 || ::pipe2(out.data(), O_CLOEXEC) != 0) return;
-  process_ = startProgram({"timeout", "120", kEmulator, "-no-user-config", "-nodefaults", "-accel",
+  process_ = startProgram({"timeout", "600", kEmulator, "-no-user-config", "-nodefaults", "-accel",
                            "tcg", "-m", "16", "-display", "none", "-vga", "std", "-drive",
                            "file=" + imagePath + ",format=raw", "-qmp", "stdio"},
                           {{in[0], STDIN_FILENO}, {out[1], STDOUT_FILENO}});

@@ -10,7 +10,7 @@
 namespace tallowin {
 
 // An emulator without a window. It boots the first hard disk and may write to the image; it ends
-// with the object, and by itself after two minutes.
+// with the object, and by itself after ten minutes.
 class BootMachine {
  public:
   explicit BootMachine(const std::string& imagePath);
@@ -22,7 +22,7 @@ class BootMachine {
 
   // The lines of the screen, each with its line end and without the blanks before that.
   std::string screen();
-  // Waits until the screen holds `text` so many times; false when that takes a minute.
+  // Waits until the screen holds `text` so many times; false when that takes three minutes.
   bool shows(const std::string& text, int times = 1);
   // By the emulator's name for it: "ret", "a".
   bool press(const std::string& key);

@@ -1,5 +1,8 @@
 #include "support/loop_device.h"
 
+#include <fcntl.h>
+#include <linux/loop.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -11,16 +14,32 @@ namespace tallowin {
 
 LoopDevice::LoopDevice(const std::string& imagePath, unsigned sectorSizeBytes,
                        unsigned long long offsetBytes) {
-  const ProgramResult result = runProgram({"losetup", "--find", "--show", "--partscan",
-                                           "--sector-size", std::to_string(sectorSizeBytes),
-                                           "--offset", std::to_string(offsetBytes), imagePath});
-  if (result.status == 0) path_ = result.output.substr(0, result.output.find('\n'));
+  const int image = ::open(imagePath.c_str(), O_RDWR | O_CLOEXEC);
+  const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
+  loop_config config{};
+  config.fd = static_cast<__u32>(image);
+  config.block_size = sectorSizeBytes;
+  config.info.lo_offset = offsetBytes;
+  config.info.lo_flags = LO_FLAGS_PARTSCAN;
+  imagePath.copy(reinterpret_cast<char*>(config.info.lo_file_name), LO_NAME_SIZE - 1);
+  // Another process may take the free device first.
+  for (int attempt = 0; attempt < 50 && path_.empty() && image >= 0 && control >= 0; ++attempt) {
+    const std::string path = "/dev/loop" + std::to_string(::ioctl(control, LOOP_CTL_GET_FREE));
+    const int device = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    if (device >= 0 && ::ioctl(device, LOOP_CONFIGURE, &config) == 0) path_ = path;
+    if (device >= 0) ::close(device);
+  }
+  if (control >= 0) ::close(control);
+  if (image >= 0) ::close(image);
 }
 
 LoopDevice::~LoopDevice() {
   if (path_.empty()) return;
-  static_cast<void>(runProgram({"partx", "-d", path_}));
-  static_cast<void>(runProgram({"losetup", "-d", path_}));
+  if (std::filesystem::exists(partition(1))) static_cast<void>(runProgram({"partx", "-d", path_}));
+  const int device = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
+  if (device < 0) return;
+  ::ioctl(device, LOOP_CLR_FD, 0);
+  ::close(device);
 }
 
 bool LoopDevice::addPartitions() const {

@@ -12,7 +12,7 @@
 namespace tallowin {
 namespace {
 
-constexpr std::chrono::seconds kPatience{60};
+constexpr std::chrono::seconds kPatience{120};
 
 }  // namespace
 

@@ -18,7 +18,7 @@ namespace tallowin {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto kPatience = std::chrono::seconds(30);  // for a machine that is busy
+constexpr auto kPatience = std::chrono::seconds(120);  // for a machine that is busy
 constexpr auto kPollInterval = std::chrono::milliseconds(20);
 
 bool waitUntil(const std::function<bool()>& condition) {
