@@ -40,9 +40,8 @@ class ImageWork {
   static constexpr std::size_t kSteps = 12;
   static constexpr std::size_t kInputBytes = kSteps * kStepBytes;
 
-  // With `readsBack` false nothing is said of contents: parts of the image lie over each other.
-  ImageWork(Open open, FileBytes bytes, bool readOnly, bool readsBack)
-      : open_(open), bytes_(std::move(bytes)), readOnly_(readOnly), readsBack_(readsBack) {}
+  ImageWork(Open open, FileBytes bytes, bool readOnly)
+      : open_(open), bytes_(std::move(bytes)), readOnly_(readOnly) {}
 
   void run(std::span<const u8> steps) {
     if (!reopen()) return;
@@ -84,7 +83,7 @@ class ImageWork {
         break;
       }
       case 1:
-        expect(image_->writeZeros(first, count), first, count, isInside, 0);
+        expect(image_->clear(first, count), first, count, isInside, 0);
         break;
       case 2:
         if (image_->flush() != Error::none) known_.clear();
@@ -112,9 +111,9 @@ class ImageWork {
         known_.erase(sector);
         continue;
       }
-      if (readsBack_) known_[sector] = fill;
+      known_[sector] = fill;
     }
-    if (error == Error::none && count != 0 && readsBack_) requireFill(first + count - 1, fill);
+    if (error == Error::none && count != 0) requireFill(first + count - 1, fill);
   }
 
   void requireFill(u64 sector, u8 fill) {
@@ -126,7 +125,6 @@ class ImageWork {
   Open open_;
   FileBytes bytes_;
   bool readOnly_;
-  bool readsBack_;
   std::unique_ptr<ImageContainer> image_;
   std::map<u64, u8> known_;
 };

@@ -47,9 +47,9 @@ class ImageDisk : public DiskDevice {
       const SystemCallScope scope;
       return inner_->writeAt(offset, bytes, following);
     }
-    bool zeroFast(u64 offset, u64 bytes) override {
+    std::optional<Failure> clearFast(u64 offset, u64 bytes) override {
       const SystemCallScope scope;
-      return inner_->zeroFast(offset, bytes);
+      return inner_->clearFast(offset, bytes);
     }
     Failure resize(u64 newSizeBytes) override {
       const SystemCallScope scope;
@@ -103,21 +103,27 @@ class ImageDisk : public DiskDevice {
   Failure transferIn(u64 lba, void* buffer, u32 count) override {
     const std::lock_guard lock(mutex_);
     if (!isInside(lba, count)) return {Error::read, 0, lba};
-    return image_->read(lba * scale(), {static_cast<u8*>(buffer), bytesOf(count)});
+    return inSectors(image_->read(lba * scale(), {static_cast<u8*>(buffer), bytesOf(count)}));
   }
   Failure transferOut(u64 lba, const void* buffer, u32 count) override {
     const std::lock_guard lock(mutex_);
     if (!isInside(lba, count)) return {Error::write, 0, lba};
-    return image_->write(lba * scale(), {static_cast<const u8*>(buffer), bytesOf(count)});
+    return inSectors(
+        image_->write(lba * scale(), {static_cast<const u8*>(buffer), bytesOf(count)}));
   }
   std::optional<Failure> zeroFast(u64 lba, u64 count) override {
     const std::lock_guard lock(mutex_);
     if (!isInside(lba, count)) return Failure(Error::write, 0, lba);
-    return image_->writeZeros(lba * scale(), count * scale());
+    return inSectors(image_->clear(lba * scale(), count * scale()));
   }
 
  private:
   u32 scale() const { return sectorSize() / kContainerSectorBytes; }
+  // Of a failure that counts the container's sectors.
+  Failure inSectors(Failure failure) const {
+    if (failure.lba != kNoSector) failure.lba /= scale();
+    return failure;
+  }
   std::size_t bytesOf(u32 count) const { return std::size_t{count} * sectorSize(); }
   bool isInside(u64 lba, u64 count) const {
     const u64 sectors = image_->sectorCount() / scale();

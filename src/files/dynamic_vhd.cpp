@@ -32,9 +32,7 @@ DynamicVhd::DynamicVhd(std::unique_ptr<ImageFile> file, Layout layout)
           std::count(layout_.table.begin(), layout_.table.end(), kVhdNotAllocated))) {}
 
 DynamicVhd::~DynamicVhd() {
-  if (isReadOnly()) return;
-  if (flush() == Error::none && footerOffset_ != nextBlockOffset_)
-    static_cast<void>(giveRoomBack());
+  if (isChanged_) static_cast<void>(flush());
 }
 
 template <typename Step>
@@ -46,10 +44,13 @@ Failure DynamicVhd::forEachRun(u64 sector, u64 count, Step step) {
     run.count =
         static_cast<u32>(std::min<u64>(count - done, layout_.blockSectors - run.firstSector));
     run.offset = done * kSectorBytes;
-    if (const Failure error = step(run); error != Error::none) return error;
+    if (Failure failed = step(run)) {
+      failed.lba = sector + done;
+      return failed;
+    }
     done += run.count;
   }
-  return Error::none;
+  return {};
 }
 
 u64 DynamicVhd::dataOffset(const Run& run) const {
@@ -58,37 +59,32 @@ u64 DynamicVhd::dataOffset(const Run& run) const {
 
 Failure DynamicVhd::read(u64 sector, std::span<u8> bytes) {
   const u64 count = bytes.size() / kSectorBytes;
-  if (!isInside(sector, count)) return Error::read;
+  if (!isInside(sector, count)) return {Error::read, 0, sector};
   return forEachRun(sector, count, [&](const Run& run) -> Failure {
     const std::span<u8> part = bytes.subspan(run.offset, run.bytes());
     if (isAllocated(run.block)) return file_->readAt(dataOffset(run), part);
     std::memset(part.data(), 0, part.size());
-    return Error::none;
+    return {};
   });
 }
 
 Failure DynamicVhd::write(u64 sector, std::span<const u8> bytes) {
   const u64 count = bytes.size() / kSectorBytes;
-  if (isReadOnly() || !isInside(sector, count)) return Error::write;
+  if (const Failure refused = beginChange(sector, count)) return refused;
   return forEachRun(sector, count, [&](const Run& run) -> Failure {
     const std::span<const u8> part = bytes.subspan(run.offset, run.bytes());
-    if (run.block >= layout_.table.size()) return Error::fileTooLarge;
     if (!isAllocated(run.block)) return writeNewBlock(run, part);
-    if (const Failure error = bitmaps_.mark(*file_, static_cast<u32>(run.block),
-                                            bitmapOffset(run.block), run.firstSector, run.count);
-        error != Error::none)
-      return error;
+    if (const Failure failed = bitmaps_.mark(*file_, static_cast<u32>(run.block),
+                                             bitmapOffset(run.block), run.firstSector, run.count))
+      return failed;
     return file_->writeAt(dataOffset(run), part);
   });
 }
 
-Failure DynamicVhd::writeZeros(u64 sector, u64 count) {
-  if (isReadOnly() || !isInside(sector, count)) return Error::write;
-  const u64 tableEnd = layout_.table.size() * u64{layout_.blockSectors};
-  const u64 known = sector < tableEnd ? std::min(count, tableEnd - sector) : 0;
-  return forEachRun(sector, known, [&](const Run& run) {
-    return isAllocated(run.block) ? writeZerosAt(*file_, dataOffset(run), run.bytes())
-                                  : Error::none;
+Failure DynamicVhd::clear(u64 sector, u64 count) {
+  if (const Failure refused = beginChange(sector, count)) return refused;
+  return forEachRun(sector, count, [&](const Run& run) {
+    return isAllocated(run.block) ? clearRange(*file_, dataOffset(run), run.bytes()) : Failure();
   });
 }
 
@@ -105,17 +101,18 @@ u64 DynamicVhd::endOfBlocks(u64 offset, u64 count) const {
 }
 
 Failure DynamicVhd::writeNewBlock(const Run& run, std::span<const u8> bytes) {
-  if (const Failure error = makeRoom(); error != Error::none) return error;
+  if (const Failure failed = makeRoom()) return failed;
   const u64 dataOffset = newDataOffset(nextBlockOffset_);
-  if (const Failure error = writeBlockAt(dataOffset, run, bytes); error != Error::none) {
-    growthFailed_ = giveRoomBack() != Error::none;
-    return error;
+  if (const Failure failed = writeBlockAt(dataOffset, run, bytes)) {
+    growthFailed_ = true;
+    static_cast<void>(cutRoom());
+    return failed;
   }
   layout_.table[run.block] = static_cast<u32>((dataOffset - bitmaps_.bitmapBytes()) / kSectorBytes);
   changedTableSectors_.insert(run.block / kEntriesInSector);
   nextBlockOffset_ = dataOffset + blockBytes();
   --unallocatedBlocks_;
-  return Error::none;
+  return {};
 }
 
 // What lies before the data is written with it where that makes one direct request.
@@ -131,44 +128,48 @@ Failure DynamicVhd::writeBlockAt(u64 dataOffset, const Run& run, std::span<const
   std::ranges::copy(bits, head.last(bits.size()).begin());
   if (run.firstSector == 0 && nextBlockOffset_ % kDataAlignment == 0)
     return file_->writeAt(nextBlockOffset_, head, bytes);
-  const Failure error = file_->writeAt(nextBlockOffset_, head);
-  return error != Error::none
-             ? error
-             : file_->writeAt(dataOffset + u64{run.firstSector} * kSectorBytes, bytes);
+  const Failure failed = file_->writeAt(nextBlockOffset_, head);
+  return failed ? failed : file_->writeAt(dataOffset + u64{run.firstSector} * kSectorBytes, bytes);
 }
 
 // Room for one block at least, zeros but for an old footer before the next block's data.
 Failure DynamicVhd::makeRoom() {
-  if (growthFailed_) return Error::write;
-  if (footerOffset_ >= endOfBlocks(nextBlockOffset_, 1)) return Error::none;
+  if (growthFailed_)
+    if (const Failure failed = cutRoom()) return failed;
+  if (footerOffset_ >= endOfBlocks(nextBlockOffset_, 1)) return {};
   if (newDataOffset(nextBlockOffset_) / kSectorBytes > kVhdNotAllocated) return Error::fileTooLarge;
   const u64 oldSize = file_->sizeBytes();
   const u64 generous = std::min(std::max<u64>(kRoomBytes / blockBytes(), 1), unallocatedBlocks_);
-  Failure error = Error::none;
+  Failure failed;
   // Where the file may not become that large, one block may still fit.
   for (const u64 blocks : {generous, u64{1}}) {
     const u64 newFooterOffset = endOfBlocks(nextBlockOffset_, blocks);
-    error = file_->writeAt(newFooterOffset, bytesOf(layout_.footer));
-    if (error == Error::none) error = file_->flush();
-    if (error == Error::none) {
+    failed = file_->writeAt(newFooterOffset, bytesOf(layout_.footer));
+    if (!failed) failed = file_->flush();
+    if (!failed) {
       footerOffset_ = newFooterOffset;
-      return Error::none;
+      return {};
     }
-    if (file_->resize(oldSize) != Error::none) {
+    if (file_->resize(oldSize)) {
       growthFailed_ = true;
       break;
     }
   }
-  return error;
+  return failed;
+}
+
+Failure DynamicVhd::writeFooter() {
+  return file_->writeAt(nextBlockOffset_, bytesOf(layout_.footer));
 }
 
 // Puts the footer directly behind the last block, which makes a hole of what follows it.
-Failure DynamicVhd::giveRoomBack() {
-  Failure error = file_->writeAt(nextBlockOffset_, bytesOf(layout_.footer));
-  if (error == Error::none) error = file_->flush();
-  if (error == Error::none) error = file_->resize(nextBlockOffset_ + sizeof(VhdFooter));
-  if (error == Error::none) footerOffset_ = nextBlockOffset_;
-  return error;
+Failure DynamicVhd::cutRoom() {
+  if (const Failure failed = writeFooter()) return failed;
+  if (const Failure failed = file_->flush()) return failed;
+  if (const Failure failed = file_->resize(nextBlockOffset_ + sizeof(VhdFooter))) return failed;
+  footerOffset_ = nextBlockOffset_;
+  growthFailed_ = false;
+  return {};
 }
 
 Failure DynamicVhd::writeTable() {
@@ -182,22 +183,28 @@ Failure DynamicVhd::writeTable() {
     const u64 entries = std::min(sectors * kEntriesInSector, layout_.table.size() - entry);
     const std::span<const u8> bytes(reinterpret_cast<const u8*>(&layout_.table[entry]),
                                     entries * sizeof(VhdTableEntry));
-    if (const Failure error =
-            file_->writeAt(layout_.tableOffset + entry * sizeof(VhdTableEntry), bytes);
-        error != Error::none)
-      return error;
+    if (const Failure failed =
+            file_->writeAt(layout_.tableOffset + entry * sizeof(VhdTableEntry), bytes))
+      return failed;
     changedTableSectors_.erase(changedTableSectors_.begin(), end);
   }
-  return Error::none;
+  return {};
 }
 
 Failure DynamicVhd::flush() {
-  if (isReadOnly()) return Error::none;
-  Failure error = bitmaps_.flush(*file_);
-  if (error == Error::none) error = file_->flush();
-  if (error != Error::none || changedTableSectors_.empty()) return error;
-  error = writeTable();
-  return error == Error::none ? file_->flush() : error;
+  if (isReadOnly()) return {};
+  if (const Failure failed = bitmaps_.flush(*file_)) return failed;
+  if (const Failure failed = file_->flush()) return failed;
+  if (!changedTableSectors_.empty()) {
+    if (const Failure failed = writeTable()) return failed;
+    // Cutting the room flushes too.
+    if (!hasRoom())
+      if (const Failure failed = file_->flush()) return failed;
+  }
+  if (hasRoom())
+    if (const Failure failed = cutRoom()) return failed;
+  isChanged_ = false;
+  return {};
 }
 
 }  // namespace tallowin

@@ -21,10 +21,10 @@ u64 vhdSectorCount(const VhdFooter& footer);
 //
 // The footer must stay the last thing in the file, and a block must lie whole before the table
 // names it. So the footer is first put some way behind the end and flushed, which makes room (a
-// hole, zeros for nothing); blocks are written into the room, each once; and the table's entries
-// are written by flush(), between two flushes of the file. Closing puts the footer directly
-// behind the last block. Whenever that stops, the image opens, and a block is there whole or not
-// at all.
+// hole, zeros for nothing); blocks are written into the room, each once; and flush() writes the
+// table's entries between two flushes of the file, with the footer directly behind the last block,
+// and cuts what is left of the room. Whenever that stops, the image opens, and a block is there
+// whole or not at all.
 class DynamicVhd final : public ImageContainer {
  public:
   struct Layout {
@@ -32,8 +32,7 @@ class DynamicVhd final : public ImageContainer {
     u64 sectorCount = 0;
     u32 blockSectors = 0;
     u64 tableOffset = 0;
-    std::vector<VhdTableEntry> table;
-    bool isTruncated = false;  // a block passes the end of the file: only to be read
+    std::vector<VhdTableEntry> table;  // an entry for each block of the disk
   };
 
   DynamicVhd(std::unique_ptr<ImageFile> file, Layout layout);
@@ -41,12 +40,11 @@ class DynamicVhd final : public ImageContainer {
 
   ImageForm form() const override { return ImageForm::vhd; }
   u64 sectorCount() const override { return layout_.sectorCount; }
-  bool isReadOnly() const override { return layout_.isTruncated || file_->isReadOnly(); }
   std::optional<Geometry> geometry() const override { return vhdGeometry(layout_.footer); }
 
   Failure read(u64 sector, std::span<u8> bytes) override;
   Failure write(u64 sector, std::span<const u8> bytes) override;
-  Failure writeZeros(u64 sector, u64 count) override;
+  Failure clear(u64 sector, u64 count) override;
   Failure flush() override;
 
  private:
@@ -61,16 +59,16 @@ class DynamicVhd final : public ImageContainer {
   // block ends that is the `count`-th from there.
   u64 newDataOffset(u64 offset) const;
   u64 endOfBlocks(u64 offset, u64 count) const;
-  bool isAllocated(u64 block) const {
-    return block < layout_.table.size() && layout_.table[block] != kVhdNotAllocated;
-  }
+  bool isAllocated(u64 block) const { return layout_.table[block] != kVhdNotAllocated; }
   u64 bitmapOffset(u64 block) const { return u64{layout_.table[block]} * kSectorBytes; }
   u64 dataOffset(const Run& run) const;
 
   Failure writeNewBlock(const Run& run, std::span<const u8> bytes);
   Failure writeBlockAt(u64 dataOffset, const Run& run, std::span<const u8> bytes);
   Failure makeRoom();
-  Failure giveRoomBack();
+  bool hasRoom() const { return footerOffset_ != nextBlockOffset_ || growthFailed_; }
+  Failure writeFooter();
+  Failure cutRoom();
   Failure writeTable();
 
   Layout layout_;

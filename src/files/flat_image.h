@@ -19,18 +19,18 @@ class FlatImage : public ImageContainer {
   std::optional<Geometry> geometry() const override { return geometry_; }
 
   Failure read(u64 sector, std::span<u8> bytes) override {
-    if (!isInside(sector, bytes.size() / kSectorBytes)) return Error::read;
+    if (!isInside(sector, bytes.size() / kSectorBytes)) return {Error::read, 0, sector};
     return file_->readAt(sector * kSectorBytes, bytes);
   }
   Failure write(u64 sector, std::span<const u8> bytes) override {
-    if (isReadOnly() || !isInside(sector, bytes.size() / kSectorBytes)) return Error::write;
-    return file_->writeAt(sector * kSectorBytes, bytes);
+    const Failure refused = beginChange(sector, bytes.size() / kSectorBytes);
+    return refused ? refused : file_->writeAt(sector * kSectorBytes, bytes);
   }
-  Failure writeZeros(u64 sector, u64 count) override {
-    if (isReadOnly() || !isInside(sector, count)) return Error::write;
-    return writeZerosAt(*file_, sector * kSectorBytes, count * kSectorBytes);
+  Failure clear(u64 sector, u64 count) override {
+    const Failure refused = beginChange(sector, count);
+    return refused ? refused : clearRange(*file_, sector * kSectorBytes, count * kSectorBytes);
   }
-  Failure flush() override { return isReadOnly() ? Error::none : file_->flush(); }
+  Failure flush() override { return isReadOnly() ? Failure() : file_->flush(); }
 
  private:
   ImageForm form_;

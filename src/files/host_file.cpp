@@ -8,38 +8,44 @@
 #include <cerrno>
 #include <cstdlib>
 #include <new>
-#include <utility>
+
+#include "files/descriptor.h"
 
 namespace tallowin {
 namespace {
 
-static_assert(O_WRONLY == kOpenWrite && O_RDWR == kOpenReadWrite && O_CREAT == kOpenCreate &&
-              O_EXCL == kOpenExclusive && O_TRUNC == kOpenTruncate && O_APPEND == kOpenAppend);
+Descriptor openForReading(const std::string& path) {
+  return Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+}
 
-// Closes on every way out; close() reports, the destructor cannot.
-class OpenFile {
- public:
-  explicit OpenFile(FileHandle file) : file_(file) {}
-  ~OpenFile() { fileClose(file_); }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-
-  FileHandle get() const { return file_; }
-  [[nodiscard]] bool close() { return fileClose(std::exchange(file_, kNoFile)); }
-
- private:
-  FileHandle file_;
-};
-
-Failure writeAll(FileHandle file, std::string_view text) {
-  while (!text.empty()) {
-    u32 done = 0;
-    const u32 piece = static_cast<u32>(std::min<std::size_t>(text.size(), kGiB));
-    if (const Failure error = fileWrite(file, text.data(), piece, done); error != Error::none)
-      return error;
-    text.remove_prefix(done);
+// Fewer bytes than asked for: the file ends there.
+Failure readAll(const Descriptor& file, void* buffer, u64 length, u64 offset, u64& done) {
+  for (done = 0; done < length;) {
+    const ssize_t got = ::pread(file.get(), static_cast<u8*>(buffer) + done, length - done,
+                                static_cast<off_t>(offset + done));
+    if (got == 0) break;
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return {Error::read, errno};
+    done += static_cast<u64>(got);
   }
-  return Error::none;
+  return {};
+}
+
+Failure writeAll(const Descriptor& file, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t put = ::write(file.get(), text.data(), text.size());
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0) return writeFailure(errno);
+    text.remove_prefix(static_cast<std::size_t>(put));
+  }
+  return {};
+}
+
+Failure sizeOf(const Descriptor& file, u64& sizeBytes) {
+  struct stat status {};
+  if (::fstat(file.get(), &status) != 0) return {Error::read, errno};
+  sizeBytes = static_cast<u64>(status.st_size);
+  return {};
 }
 
 // The file that a path means in the end, so that a rename replaces the file and not the link.
@@ -53,134 +59,92 @@ std::string withoutLinks(const std::string& path) {
 Failure flushFolderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const OpenFile opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return opened.get() != kNoFile && ::fsync(opened.get()) == 0 ? Error::none : Error::write;
+  const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return opened.get() >= 0 && ::fsync(opened.get()) == 0 ? Failure() : flushFailure(errno);
 }
 
 // A failure to take over the owner is no failure: only root may give files away.
-void takeOverModeAndOwner(const std::string& from, FileHandle to) {
+void takeOverModeAndOwner(const std::string& from, const Descriptor& to) {
   struct stat status {};
   if (::stat(from.c_str(), &status) != 0) return;
-  if (::fchown(to, status.st_uid, status.st_gid) != 0) errno = 0;
-  if (::fchmod(to, status.st_mode & 07777) != 0) errno = 0;
+  if (::fchown(to.get(), status.st_uid, status.st_gid) != 0) errno = 0;
+  if (::fchmod(to.get(), status.st_mode & 07777) != 0) errno = 0;
+}
+
+Failure writeAndFlush(Descriptor file, std::string_view text) {
+  if (const Failure failed = writeAll(file, text)) return failed;
+  if (::fsync(file.get()) != 0) return flushFailure(errno);
+  return file.close() == 0 ? Failure() : writeFailure(errno);
 }
 
 }  // namespace
 
-FileHandle fileOpen(const std::string& path, u32 openFlags, u32 mode) {
-  return ::open(path.c_str(), static_cast<int>(openFlags) | O_CLOEXEC, mode);
+Failure writeFailure(int errorNumber) {
+  const bool isFull = errorNumber == ENOSPC || errorNumber == EDQUOT;
+  return {isFull ? Error::noSpaceLeft : Error::write, errorNumber};
 }
 
-bool fileClose(FileHandle file) { return file == kNoFile || ::close(file) == 0; }
-
-Failure fileRead(FileHandle file, void* buffer, u32 length, u32& done, u32* systemError) {
-  for (done = 0; done < length;) {
-    const ssize_t got = ::read(file, static_cast<u8*>(buffer) + done, length - done);
-    if (got == 0) break;
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) {
-      if (systemError != nullptr) *systemError = static_cast<u32>(errno);
-      return Error::read;
-    }
-    done += static_cast<u32>(got);
-  }
-  return Error::none;
-}
-
-Failure fileWrite(FileHandle file, const void* buffer, u32 length, u32& done, u32* systemError) {
-  for (done = 0; done < length;) {
-    const ssize_t put = ::write(file, static_cast<const u8*>(buffer) + done, length - done);
-    if (put < 0 && errno == EINTR) continue;
-    if (put < 0) {
-      if (systemError != nullptr) *systemError = static_cast<u32>(errno);
-      return errno == ENOSPC ? Error::noSpaceLeft : Error::write;
-    }
-    done += static_cast<u32>(put);
-  }
-  return Error::none;
-}
-
-Failure fileSeek(FileHandle file, u64 offset, SeekOrigin origin) {
-  return ::lseek(file, static_cast<off_t>(offset), static_cast<int>(origin)) < 0 ? Error::seekFailed
-                                                                                 : Error::none;
-}
-
-bool fileSize(FileHandle file, u64& sizeBytes) {
-  const off_t position = ::lseek(file, 0, SEEK_CUR);
-  const off_t end = ::lseek(file, 0, SEEK_END);
-  if (position < 0 || end < 0 || ::lseek(file, position, SEEK_SET) < 0) return false;
-  sizeBytes = static_cast<u64>(end);
-  return true;
+Failure flushFailure(int errorNumber) {
+  const Failure failed = writeFailure(errorNumber);
+  return failed == Error::noSpaceLeft ? failed : failed.as(Error::flush);
 }
 
 Failure readFileRange(const std::string& path, void* buffer, u64 offset, u32 count, u32& done) {
   done = 0;
-  const OpenFile file(fileOpen(path, kOpenRead));
-  if (file.get() == kNoFile) return Error::cannotOpenForReading;
+  const Descriptor file = openForReading(path);
+  if (file.get() < 0) return {Error::cannotOpenForReading, errno};
   u64 size = 0;
-  if (!fileSize(file.get(), size)) return Error::read;
+  if (const Failure failed = sizeOf(file, size)) return failed;
   if (offset > size) return Error::seekFailed;
-  if (const Failure error = fileSeek(file.get(), offset, SeekOrigin::start); error != Error::none)
-    return error;
-  const u32 cut = static_cast<u32>(std::min<u64>(count, size - offset));
-  const Failure error = fileRead(file.get(), buffer, cut, done);
-  return error == Error::none && done != cut ? Error::read : error;
+  const u64 cut = std::min<u64>(count, size - offset);
+  u64 got = 0;
+  const Failure failed = readAll(file, buffer, cut, offset, got);
+  done = static_cast<u32>(got);
+  return !failed && got != cut ? Error::read : failed;
 }
 
-Failure writeWholeFile(const std::string& path, const void* data, u32 length, u32& written) {
-  written = 0;
-  OpenFile file(fileOpen(path, kOpenWrite | kOpenCreate | kOpenTruncate));
-  if (file.get() == kNoFile) return Error::cannotCreate;
-  if (const Failure error = fileWrite(file.get(), data, length, written); error != Error::none)
-    return error;
-  return file.close() ? Error::none : Error::write;
-}
-
-Failure loadTextFile(const std::string& path, std::string& text) {
+Failure loadTextFile(const std::string& path, std::string& text, u64 mostBytes) {
   text.clear();
-  const OpenFile file(fileOpen(path, kOpenRead));
-  if (file.get() == kNoFile) return Error::cannotOpenForReading;
+  const Descriptor file = openForReading(path);
+  if (file.get() < 0) return {Error::cannotOpenForReading, errno};
   u64 size = 0;
-  if (!fileSize(file.get(), size)) return Error::read;
-  if (size > kAllOnes32) return Error::fileTooLarge;
+  if (const Failure failed = sizeOf(file, size)) return failed;
+  if (size > mostBytes) return Error::fileTooLarge;
   try {
     text.resize(size);
   } catch (const std::bad_alloc&) {
     return Error::outOfMemory;
   }
-  u32 done = 0;
-  const Failure error = fileRead(file.get(), text.data(), static_cast<u32>(size), done);
+  u64 done = 0;
+  const Failure failed = readAll(file, text.data(), size, 0, done);
   text.resize(done);
-  return error == Error::none && done != size ? Error::read : error;
-}
-
-Failure saveTextFile(const std::string& path, std::string_view text) {
-  if (text.size() > kAllOnes32) return Error::fileTooLarge;
-  u32 written = 0;
-  return writeWholeFile(path, text.data(), static_cast<u32>(text.size()), written);
+  return !failed && done != size ? Error::read : failed;
 }
 
 Failure hostFileSize(const std::string& path, u64& sizeBytes) {
   struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return Error::noSuchFile;
+  if (::stat(path.c_str(), &status) != 0) return {Error::noSuchFile, errno};
   sizeBytes = static_cast<u64>(status.st_size);
-  return Error::none;
+  return {};
+}
+
+Failure createNewFile(const std::string& path) {
+  const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  return file.get() >= 0 ? Failure() : Failure(Error::cannotCreate, errno);
 }
 
 Failure replaceFileDurably(const std::string& path, std::string_view text) {
   const std::string target = withoutLinks(path);
   std::string temporary = target + ".XXXXXX";
-  OpenFile file(::mkostemp(temporary.data(), O_CLOEXEC));
-  if (file.get() == kNoFile) return Error::cannotCreate;
-  takeOverModeAndOwner(target, file.get());
-  Failure error = writeAll(file.get(), text);
-  if (error == Error::none && ::fsync(file.get()) != 0) error = Error::write;
-  if (!file.close() && error == Error::none) error = Error::write;
-  if (error == Error::none && ::rename(temporary.c_str(), target.c_str()) != 0)
-    error = Error::cannotCreate;
-  if (error != Error::none) {
+  Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
+  if (file.get() < 0) return {Error::cannotCreate, errno};
+  takeOverModeAndOwner(target, file);
+  Failure failed = writeAndFlush(std::move(file), text);
+  if (!failed && ::rename(temporary.c_str(), target.c_str()) != 0)
+    failed = {Error::cannotCreate, errno};
+  if (failed) {
     ::unlink(temporary.c_str());
-    return error;
+    return failed;
   }
   return flushFolderOf(target);
 }

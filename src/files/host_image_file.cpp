@@ -9,33 +9,17 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "base/text.h"
+#include "files/descriptor.h"
 #include "files/image_file.h"
 
 namespace tallowin {
 namespace {
 
 constexpr u64 kDirectMinBytes = 256 * kKiB;
-
-class Descriptor {
- public:
-  explicit Descriptor(int value = -1) : value_(value) {}
-  ~Descriptor() { reset(); }
-  Descriptor(Descriptor&& other) noexcept : value_(std::exchange(other.value_, -1)) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  Descriptor& operator=(Descriptor&&) = delete;
-
-  int get() const { return value_; }
-  void reset() {
-    if (value_ >= 0) ::close(std::exchange(value_, -1));
-  }
-
- private:
-  int value_;
-};
 
 // What offsets, lengths and addresses of direct requests must be multiples of.
 u64 directAlignment(int descriptor) {
@@ -68,16 +52,13 @@ class HostImageFile : public ImageFile {
                                   static_cast<off_t>(offset));
       if (got < 0) {
         if (mayRetry(direct)) continue;
-        return Error::read;
+        return {Error::read, errno};
       }
-      if (got == 0) {
-        std::memset(bytes.data(), 0, bytes.size());
-        return Error::none;
-      }
+      if (got == 0) return Error::read;
       bytes = bytes.subspan(static_cast<std::size_t>(got));
       offset += static_cast<u64>(got);
     }
-    return Error::none;
+    return {};
   }
 
   // Direct until the first large request beside the file system's blocks, as in a dynamic VHD of
@@ -93,7 +74,7 @@ class HostImageFile : public ImageFile {
                                     static_cast<int>(parts.size()), static_cast<off_t>(offset));
       if (put <= 0) {
         if (put < 0 && mayRetry(direct)) continue;
-        return put < 0 && errno == ENOSPC ? Error::noSpaceLeft : Error::write;
+        return put < 0 ? writeFailure(errno) : Failure(Error::write);
       }
       offset += static_cast<u64>(put);
       sizeBytes_ = std::max(sizeBytes_, offset);
@@ -102,27 +83,33 @@ class HostImageFile : public ImageFile {
       bytes = bytes.subspan(ofFirst);
       following = following.subspan(static_cast<std::size_t>(put) - ofFirst);
     }
-    return Error::none;
+    return {};
   }
 
-  bool zeroFast(u64 offset, u64 bytes) override {
+  std::optional<Failure> clearFast(u64 offset, u64 bytes) override {
     for (const int mode :
          {FALLOC_FL_ZERO_RANGE | FALLOC_FL_KEEP_SIZE, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE}) {
-      if (::fallocate(cached_.get(), mode, static_cast<off_t>(offset), static_cast<off_t>(bytes)) ==
-          0)
-        return true;
+      int result = 0;
+      do {
+        result =
+            ::fallocate(cached_.get(), mode, static_cast<off_t>(offset), static_cast<off_t>(bytes));
+      } while (result != 0 && errno == EINTR);
+      if (result == 0) return Failure();
+      // A full file system has no room for zeros, but a hole may still be had.
+      const bool isNotToBeHad = errno == EOPNOTSUPP || errno == ENOSYS || errno == EINVAL;
+      if (!isNotToBeHad && errno != ENOSPC) return writeFailure(errno);
     }
-    return false;
+    return std::nullopt;
   }
 
   Failure resize(u64 newSizeBytes) override {
     if (::ftruncate(cached_.get(), static_cast<off_t>(newSizeBytes)) != 0)
-      return errno == ENOSPC ? Error::noSpaceLeft : Error::write;
+      return writeFailure(errno);
     sizeBytes_ = newSizeBytes;
-    return Error::none;
+    return {};
   }
 
-  Failure flush() override { return ::fsync(cached_.get()) == 0 ? Error::none : Error::write; }
+  Failure flush() override { return ::fsync(cached_.get()) == 0 ? Failure() : flushFailure(errno); }
 
   bool lock() override { return ::flock(cached_.get(), LOCK_EX | LOCK_NB) == 0; }
   void unlock() override { ::flock(cached_.get(), LOCK_UN); }
@@ -144,8 +131,7 @@ class HostImageFile : public ImageFile {
   bool mayRetry(bool direct) {
     if (errno == EINTR) return true;
     if (!direct || errno != EINVAL) return false;
-    direct_.reset();
-    return true;
+    return direct_.close() == 0;
   }
 
   Descriptor cached_;
@@ -165,7 +151,7 @@ std::unique_ptr<ImageFile> openHostImageFile(const std::string& path, ImageAcces
   const int flags = (readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NONBLOCK;
   Descriptor cached(::open(path.c_str(), flags));
   if (cached.get() < 0) {
-    failure = {Error::cannotOpenForReading,
+    failure = {{Error::cannotOpenForReading, errno},
                format("The file cannot be opened: %s.", std::strerror(errno))};
     return nullptr;
   }

@@ -20,7 +20,7 @@ enum class ImageForm { raw, vhd, vmdk };
 // Requests must lie inside the image (read, write otherwise). A failed request may be done in
 // part: each sector then holds its old or its new content, and the image still opens. What was
 // written is on the medium, and found there after a power cut, once flush() answered none;
-// destroying an image writes out what was not flushed, without a promise.
+// destroying an image flushes, and tells nobody when that failed.
 class ImageContainer {
  public:
   static constexpr u32 kSectorBytes = 512;
@@ -35,13 +35,17 @@ class ImageContainer {
   // As the image states it; nothing when it states none that a firmware could use.
   virtual std::optional<Geometry> geometry() const { return std::nullopt; }
 
-  // `bytes` are whole sectors. none, read.
+  // `bytes` are whole sectors. none, read. A failure may name the first sector of the part that
+  // failed.
   virtual Failure read(u64 sector, std::span<u8> bytes) = 0;
-  // none, write, noSpaceLeft, read (a map could not be read), fileTooLarge (the image's tables
-  // have no room for the sector), corrupt (a map names what it must not).
+  // Over what is there, in place. none, write, noSpaceLeft, readOnlyDisk, read (a map could not be
+  // read), fileTooLarge (the image's tables cannot name a place that far out).
   virtual Failure write(u64 sector, std::span<const u8> bytes) = 0;
-  // As write, and the image does not grow.
-  virtual Failure writeZeros(u64 sector, u64 count) = 0;
+  // Makes sectors read as zeros by the fastest way there is: the image does not grow, and what was
+  // there may stay on the medium. Errors as write.
+  virtual Failure clear(u64 sector, u64 count) = 0;
+  // Also brings the file into the form in which it is left; closing has nothing to do after it.
+  // Errors of write, and flush.
   virtual Failure flush() = 0;
 
   ImageFile& file() { return *file_; }
@@ -51,8 +55,16 @@ class ImageContainer {
   bool isInside(u64 sector, u64 count) const {
     return sector <= sectorCount() && count <= sectorCount() - sector;
   }
+  // readOnlyDisk, or write for sectors that the image does not have.
+  Failure beginChange(u64 sector, u64 count) {
+    if (isReadOnly()) return {Error::readOnlyDisk, 0, sector};
+    if (!isInside(sector, count)) return {Error::write, 0, sector};
+    isChanged_ = true;
+    return {};
+  }
 
   std::unique_ptr<ImageFile> file_;
+  bool isChanged_ = false;  // since the last flush
 };
 
 // Each takes `file` over when it succeeds and leaves it otherwise. notThisFormat: try the next;

@@ -5,18 +5,17 @@
 
 namespace tallowin {
 
-Failure writeZerosAt(ImageFile& file, u64 offset, u64 bytes) {
-  if (bytes == 0 || file.zeroFast(offset, bytes)) return Error::none;
+Failure clearRange(ImageFile& file, u64 offset, u64 bytes) {
+  if (bytes == 0) return {};
+  if (const std::optional<Failure> cleared = file.clearFast(offset, bytes)) return *cleared;
   const std::vector<u8> zeros(std::min<u64>(bytes, kMiB));
   while (bytes != 0) {
     const u64 piece = std::min<u64>(bytes, zeros.size());
-    if (const Failure error = file.writeAt(offset, std::span(zeros).first(piece));
-        error != Error::none)
-      return error;
+    if (const Failure failed = file.writeAt(offset, std::span(zeros).first(piece))) return failed;
     offset += piece;
     bytes -= piece;
   }
-  return Error::none;
+  return {};
 }
 
 }  // namespace tallowin

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -26,19 +27,19 @@ class ImageFile {
   virtual u64 sizeBytes() const = 0;
   virtual bool isReadOnly() const = 0;
 
-  // none or read. What lies beyond the end of the file reads as zeros.
+  // none or read. Reading beyond the end is a failure: what should be there is lost.
   virtual Failure readAt(u64 offset, std::span<u8> bytes) = 0;
   // Writes `bytes` and directly behind them `following`, as one request where it can be; the file
   // grows as needed, and a gap between its end and `offset` reads as zeros. none, write,
   // noSpaceLeft; any part may have been written after a failure.
   virtual Failure writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) = 0;
   Failure writeAt(u64 offset, std::span<const u8> bytes) { return writeAt(offset, bytes, {}); }
-  // Makes a range inside the file read as zeros without writing them. False with nothing done
-  // when that is not to be had.
-  [[nodiscard]] virtual bool zeroFast(u64 offset, u64 bytes) = 0;
-  // Cuts or extends (with zeros).
+  // Makes a range inside the file read as zeros without writing them; what was there may stay on
+  // the medium. Nothing, with nothing done, when that is not to be had. write, noSpaceLeft.
+  virtual std::optional<Failure> clearFast(u64 offset, u64 bytes) = 0;
+  // Cuts or extends (with zeros). write, noSpaceLeft.
   virtual Failure resize(u64 newSizeBytes) = 0;
-  // Everything written so far is on the medium, and so is the size.
+  // Everything written so far is on the medium, and so is the size. flush, noSpaceLeft.
   virtual Failure flush() = 0;
 
   // Advisory lock against other programs; false when somebody else holds it.
@@ -49,8 +50,8 @@ class ImageFile {
   ImageFile() = default;
 };
 
-// Zeros by zeroFast, else by writing them.
-Failure writeZerosAt(ImageFile& file, u64 offset, u64 bytes);
+// Zeros by clearFast, else by writing them.
+Failure clearRange(ImageFile& file, u64 offset, u64 bytes);
 
 enum class ImageAccess { readWrite, readOnly };
 

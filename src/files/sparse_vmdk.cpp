@@ -33,31 +33,19 @@ SparseVmdk::SparseVmdk(std::unique_ptr<ImageFile> file, Layout layout)
     : ImageContainer(std::move(file)),
       layout_(std::move(layout)),
       tables_(layout_.directory.size()),
-      checkedTables_(layout_.directory.size()),
-      sectorsAtOpen_(file_->sizeBytes() / kSectorBytes),
-      // The last grain of a file that was cut may reach beyond its end.
-      nextOffset_(
-          roundUp(file_->sizeBytes(), kGrowthAlignment) +
-          (file_->sizeBytes() % grainBytes() == 0 ? 0 : roundUp(grainBytes(), kGrowthAlignment))),
-      firstNewSector_(nextOffset_ / kSectorBytes) {}
+      nextOffset_(roundUp(std::max(file_->sizeBytes(), layout_.endSector * kSectorBytes),
+                          kGrowthAlignment)) {}
 
-SparseVmdk::~SparseVmdk() { static_cast<void>(flush()); }
+SparseVmdk::~SparseVmdk() {
+  if (isChanged_) static_cast<void>(flush());
+}
 
 std::optional<Geometry> SparseVmdk::geometry() const { return vmdkGeometry(layout_.descriptor); }
-
-bool SparseVmdk::mayHoldGrain(u64 fileSector, bool mayBeNew) const {
-  if (fileSector >= firstNewSector_) return mayBeNew && fileSector < nextOffset_ / kSectorBytes;
-  if (fileSector >= sectorsAtOpen_) return false;
-  const auto next =
-      std::lower_bound(layout_.metadata.begin(), layout_.metadata.end(), fileSector,
-                       [](const SectorExtent& extent, u64 sector) { return extent.end <= sector; });
-  return next == layout_.metadata.end() || next->first >= fileSector + layout_.grainSectors;
-}
 
 // The table from memory or from the file; null when the directory has none.
 Failure SparseVmdk::table(u64 index, Table*& found) {
   found = tables_[index].get();
-  if (found != nullptr || layout_.directory[index] == kVmdkNotAllocated) return Error::none;
+  if (found != nullptr || layout_.directory[index] == kVmdkNotAllocated) return {};
   if ((tablesInMemory_ + 1) * tableBytes() > kMaxTableBytesInMemory) {
     for (u64 i = 0; i < tables_.size(); ++i)
       if (!changedTables_.contains(i)) tables_[i].reset();
@@ -65,28 +53,23 @@ Failure SparseVmdk::table(u64 index, Table*& found) {
   }
   auto fresh = std::make_unique<Table>(layout_.entriesPerTable);
   const std::span<u8> bytes(reinterpret_cast<u8*>(fresh->data()), tableBytes());
-  if (const Failure error = file_->readAt(u64{layout_.directory[index]} * kSectorBytes, bytes);
-      error != Error::none)
-    return error;
-  for (VmdkEntry& entry : *fresh) {
-    if (entry == kVmdkZeroGrain && layout_.hasZeroedGrains) entry = kVmdkNotAllocated;
-    // A table that was damaged before must not name what the file has grown by since.
-    if (entry != kVmdkNotAllocated && !mayHoldGrain(entry, checkedTables_[index]))
-      return Error::corrupt;
-  }
-  checkedTables_[index] = true;
+  if (const Failure failed = file_->readAt(u64{layout_.directory[index]} * kSectorBytes, bytes))
+    return failed;
+  if (layout_.hasZeroedGrains)
+    std::replace(fresh->begin(), fresh->end(), VmdkEntry(kVmdkZeroGrain),
+                 VmdkEntry(kVmdkNotAllocated));
   found = fresh.get();
   tables_[index] = std::move(fresh);
   ++tablesInMemory_;
-  return Error::none;
+  return {};
 }
 
 Failure SparseVmdk::entry(u64 grain, u32& fileSector) {
   Table* found = nullptr;
-  const Failure error = table(grain / layout_.entriesPerTable, found);
+  const Failure failed = table(grain / layout_.entriesPerTable, found);
   fileSector =
       found != nullptr ? u32{(*found)[grain % layout_.entriesPerTable]} : kVmdkNotAllocated;
-  return error;
+  return failed;
 }
 
 // The longest run from `sector` on whose grains follow each other in the file, or are all missing.
@@ -94,7 +77,7 @@ Failure SparseVmdk::findRun(u64 sector, u64 count, Run& run) {
   u64 grain = sector / layout_.grainSectors;
   const u64 inGrain = sector % layout_.grainSectors;
   u32 fileSector = kVmdkNotAllocated;
-  if (const Failure error = entry(grain, fileSector); error != Error::none) return error;
+  if (const Failure failed = entry(grain, fileSector)) return failed;
   run.isAllocated = fileSector != kVmdkNotAllocated;
   run.fileOffset = (fileSector + inGrain) * kSectorBytes;
   u64 expected = fileSector;
@@ -105,10 +88,10 @@ Failure SparseVmdk::findRun(u64 sector, u64 count, Run& run) {
     grain += grains;
     if (covered - inGrain >= count) break;
     expected += run.isAllocated ? layout_.grainSectors : 0;
-    if (const Failure error = entry(grain, fileSector); error != Error::none) return error;
+    if (const Failure failed = entry(grain, fileSector)) return failed;
   } while (fileSector == expected);
   run.count = std::min(count, covered - inGrain);
-  return Error::none;
+  return {};
 }
 
 // Grains from `grain` on that are missing because their whole table is.
@@ -123,29 +106,32 @@ Failure SparseVmdk::forEachRun(u64 sector, u64 count, Step step) {
   for (u64 done = 0; done < count;) {
     Run run;
     run.offset = done * kSectorBytes;
-    if (const Failure error = findRun(sector + done, count - done, run); error != Error::none)
-      return error;
-    if (const Failure error = step(sector + done, run); error != Error::none) return error;
+    Failure failed = findRun(sector + done, count - done, run);
+    if (!failed) failed = step(sector + done, run);
+    if (failed) {
+      failed.lba = sector + done;
+      return failed;
+    }
     done += run.count;
   }
-  return Error::none;
+  return {};
 }
 
 Failure SparseVmdk::read(u64 sector, std::span<u8> bytes) {
   const u64 count = bytes.size() / kSectorBytes;
-  if (!isInside(sector, count)) return Error::read;
+  if (!isInside(sector, count)) return {Error::read, 0, sector};
   return forEachRun(sector, count, [&](u64, const Run& run) -> Failure {
     const std::span<u8> part = bytes.subspan(run.offset, run.bytes());
     if (run.isAllocated) return file_->readAt(run.fileOffset, part);
     std::memset(part.data(), 0, part.size());
-    return Error::none;
+    return {};
   });
 }
 
 Failure SparseVmdk::write(u64 sector, std::span<const u8> bytes) {
   const u64 count = bytes.size() / kSectorBytes;
-  if (isReadOnly() || !isInside(sector, count)) return Error::write;
-  if (const Failure error = renewContentId(); error != Error::none) return error;
+  if (const Failure refused = beginChange(sector, count)) return refused;
+  if (const Failure failed = renewContentId()) return failed;
   return forEachRun(sector, count, [&](u64 first, const Run& run) -> Failure {
     const std::span<const u8> part = bytes.subspan(run.offset, run.bytes());
     return run.isAllocated ? file_->writeAt(run.fileOffset, part)
@@ -153,11 +139,11 @@ Failure SparseVmdk::write(u64 sector, std::span<const u8> bytes) {
   });
 }
 
-Failure SparseVmdk::writeZeros(u64 sector, u64 count) {
-  if (isReadOnly() || !isInside(sector, count)) return Error::write;
-  if (const Failure error = renewContentId(); error != Error::none) return error;
+Failure SparseVmdk::clear(u64 sector, u64 count) {
+  if (const Failure refused = beginChange(sector, count)) return refused;
+  if (const Failure failed = renewContentId()) return failed;
   return forEachRun(sector, count, [&](u64, const Run& run) -> Failure {
-    return run.isAllocated ? writeZerosAt(*file_, run.fileOffset, run.bytes()) : Error::none;
+    return run.isAllocated ? clearRange(*file_, run.fileOffset, run.bytes()) : Failure();
   });
 }
 
@@ -171,19 +157,19 @@ Failure SparseVmdk::writeNewGrains(u64 sector, const Run& run, std::span<const u
   if (end / kSectorBytes > kAllOnes32) return Error::fileTooLarge;
 
   const u64 oldSize = file_->sizeBytes();
-  Failure error = file_->writeAt(nextOffset_ + sector % layout_.grainSectors * kSectorBytes, bytes);
-  if (error == Error::none && file_->sizeBytes() < end) error = file_->resize(end);
-  if (error != Error::none) {
-    growthFailed_ = file_->resize(oldSize) != Error::none;
-    return error;
+  Failure failed =
+      file_->writeAt(nextOffset_ + sector % layout_.grainSectors * kSectorBytes, bytes);
+  if (!failed && file_->sizeBytes() < end) failed = file_->resize(end);
+  if (failed) {
+    growthFailed_ = bool(file_->resize(oldSize));
+    return failed;
   }
   for (u64 i = 0; i < grains; ++i) {
     const u64 index = (firstGrain + i) / layout_.entriesPerTable;
     Table* entries = nullptr;
-    if (error = table(index, entries); error != Error::none) break;
+    if (failed = table(index, entries); failed) break;
     if (entries == nullptr) {
       tables_[index] = std::make_unique<Table>(layout_.entriesPerTable);
-      checkedTables_[index] = true;
       entries = tables_[index].get();
       ++tablesInMemory_;
     }
@@ -192,7 +178,7 @@ Failure SparseVmdk::writeNewGrains(u64 sector, const Run& run, std::span<const u
         static_cast<u32>((nextOffset_ + i * grainBytes()) / kSectorBytes);
   }
   nextOffset_ = roundUp(end, kGrowthAlignment);
-  return error;
+  return failed;
 }
 
 // Gives a table that the directory lacks its place, in each directory.
@@ -201,55 +187,57 @@ Failure SparseVmdk::appendTable(u64 index) {
     if (directory->empty() || (*directory)[index] != kVmdkNotAllocated) continue;
     const u64 end = nextOffset_ + roundUp(tableBytes(), kSectorBytes);
     if (end / kSectorBytes > kAllOnes32) return Error::fileTooLarge;
-    if (const Failure error = file_->resize(end); error != Error::none) return error;
+    if (const Failure failed = file_->resize(end)) return failed;
     (*directory)[index] = static_cast<u32>(nextOffset_ / kSectorBytes);
     nextOffset_ = roundUp(end, kGrowthAlignment);
     directoryChanged_ = true;
   }
-  return Error::none;
+  return {};
 }
 
 Failure SparseVmdk::writeTables() {
   for (const u64 index : changedTables_) {
     if (layout_.directory[index] == kVmdkNotAllocated)
-      if (const Failure error = appendTable(index); error != Error::none) return error;
+      if (const Failure failed = appendTable(index)) return failed;
     for (const std::vector<VmdkEntry>* directory : {&layout_.redundant, &layout_.directory}) {
       if (directory->empty() || (*directory)[index] == kVmdkNotAllocated) continue;
-      if (const Failure error = file_->writeAt(u64{(*directory)[index]} * kSectorBytes,
-                                               bytesOfEntries(*tables_[index]));
-          error != Error::none)
-        return error;
+      if (const Failure failed = file_->writeAt(u64{(*directory)[index]} * kSectorBytes,
+                                                bytesOfEntries(*tables_[index])))
+        return failed;
     }
   }
-  return Error::none;
+  return {};
 }
 
 Failure SparseVmdk::writeDirectory(u64 offset, const std::vector<VmdkEntry>& directory) {
-  return directory.empty() ? Error::none : file_->writeAt(offset, bytesOfEntries(directory));
+  return directory.empty() ? Failure() : file_->writeAt(offset, bytesOfEntries(directory));
 }
 
 Failure SparseVmdk::flush() {
-  if (isReadOnly()) return Error::none;
-  if (const Failure error = file_->flush(); error != Error::none) return error;
-  if (changedTables_.empty()) return Error::none;
-  Failure error = writeTables();
-  if (error == Error::none) error = file_->flush();
-  if (error == Error::none && directoryChanged_) {
-    error = writeDirectory(layout_.redundantOffset, layout_.redundant);
-    if (error == Error::none) error = writeDirectory(layout_.directoryOffset, layout_.directory);
-    if (error == Error::none) error = file_->flush();
+  if (isReadOnly()) return {};
+  if (const Failure failed = file_->flush()) return failed;
+  if (!changedTables_.empty()) {
+    if (const Failure failed = writeTables()) return failed;
+    if (const Failure failed = file_->flush()) return failed;
   }
-  if (error != Error::none) return error;
+  if (directoryChanged_) {
+    if (const Failure failed = writeDirectory(layout_.redundantOffset, layout_.redundant))
+      return failed;
+    if (const Failure failed = writeDirectory(layout_.directoryOffset, layout_.directory))
+      return failed;
+    if (const Failure failed = file_->flush()) return failed;
+  }
   directoryChanged_ = false;
   changedTables_.clear();
-  return Error::none;
+  isChanged_ = false;
+  return {};
 }
 
 // A new content id, once before the first change, tells children and copies that this is no
 // longer the disk they knew. Only the bytes that differ are written, with the zero that ends a text
 // that grew: what lies behind the old end is not known.
 Failure SparseVmdk::renewContentId() {
-  if (contentIdIsNew_) return Error::none;
+  if (contentIdIsNew_) return {};
   std::string renewed = layout_.descriptor;
   const std::string id = format("%08x", static_cast<u32>(std::time(nullptr)));
   if (!setValue(renewed, layout_.descriptorBytes, id, std::nullopt, "CID")) return Error::corrupt;
@@ -266,13 +254,12 @@ Failure SparseVmdk::renewContentId() {
   const std::span<const u8> changed(reinterpret_cast<const u8*>(now.data()) + first,
                                     static_cast<std::size_t>(length));
   if (!changed.empty())
-    if (const Failure error =
-            file_->writeAt(layout_.descriptorOffset + static_cast<u64>(first), changed);
-        error != Error::none)
-      return error;
+    if (const Failure failed =
+            file_->writeAt(layout_.descriptorOffset + static_cast<u64>(first), changed))
+      return failed;
   layout_.descriptor = std::move(renewed);
   contentIdIsNew_ = true;
-  return Error::none;
+  return {};
 }
 
 }  // namespace tallowin

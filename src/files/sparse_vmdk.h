@@ -12,12 +12,6 @@
 
 namespace tallowin {
 
-// A run of sectors of the file.
-struct SectorExtent {
-  u64 first = 0;
-  u64 end = 0;  // one past
-};
-
 // New grains go to the end of the file. Their table entries are only in memory until flush()
 // writes them between two flushes of the file, new tables before the directory that names them.
 // Whenever that stops, a grain is there whole or not at all.
@@ -35,9 +29,10 @@ class SparseVmdk final : public ImageContainer {
     std::vector<VmdkEntry> directory;
     u64 redundantOffset = 0;  // bytes; the same for the redundant directory, if there is one
     std::vector<VmdkEntry> redundant;
-    std::vector<SectorExtent> metadata;  // where no grain may lie; in order
+    u64 endSector = 0;  // one past the last grain, also where the file ends before it
   };
 
+  // Every table of the layout has been checked: its grains lie in the file, and apart.
   SparseVmdk(std::unique_ptr<ImageFile> file, Layout layout);
   ~SparseVmdk() override;
 
@@ -47,7 +42,7 @@ class SparseVmdk final : public ImageContainer {
 
   Failure read(u64 sector, std::span<u8> bytes) override;
   Failure write(u64 sector, std::span<const u8> bytes) override;
-  Failure writeZeros(u64 sector, u64 count) override;
+  Failure clear(u64 sector, u64 count) override;
   Failure flush() override;
 
  private:
@@ -63,7 +58,6 @@ class SparseVmdk final : public ImageContainer {
   Failure table(u64 index, Table*& found);
   Failure entry(u64 grain, u32& fileSector);
   u64 missingGrains(u64 grain) const;
-  bool mayHoldGrain(u64 fileSector, bool mayBeNew) const;
 
   Failure writeNewGrains(u64 sector, const Run& run, std::span<const u8> bytes);
   Failure appendTable(u64 index);
@@ -73,11 +67,8 @@ class SparseVmdk final : public ImageContainer {
 
   Layout layout_;
   std::vector<std::unique_ptr<Table>> tables_;  // by directory index; null: not in memory
-  std::vector<bool> checkedTables_;  // by directory index; what they name is sound, or new
   u64 tablesInMemory_ = 0;
-  u64 sectorsAtOpen_;
-  u64 nextOffset_;      // where the file grows
-  u64 firstNewSector_;  // where it began to grow
+  u64 nextOffset_;  // where the file grows
   bool growthFailed_ = false;
   bool contentIdIsNew_ = false;
   std::set<u64> changedTables_;

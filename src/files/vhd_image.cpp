@@ -21,8 +21,8 @@ std::nullptr_t fail(ImageFailure& failure, Failure error, const char* reason) {
   return nullptr;
 }
 
-std::nullptr_t unreadable(ImageFailure& failure) {
-  return fail(failure, Error::read, "The VHD cannot be read.");
+std::nullptr_t unreadable(ImageFailure& failure, Failure error) {
+  return fail(failure, error, "The VHD cannot be read.");
 }
 
 template <DiskRecord Record>
@@ -30,12 +30,11 @@ Failure readRecord(ImageFile& file, u64 offset, Record& record) {
   return file.readAt(offset, {reinterpret_cast<u8*>(&record), sizeof record});
 }
 
-// No block may lie over the headers, the table or another block. A block that passes the footer
-// is what is left of a file that was cut: it can still be read.
-bool blocksAreApart(const DynamicVhd::Layout& layout, u64 bitmapBytes, u64 footerOffset,
-                    bool& isTruncated) {
-  const u64 storedBytes = bitmapBytes + u64{layout.blockSectors} * kSectorBytes;
-  const u64 tableEnd = layout.tableOffset + layout.table.size() * sizeof(VhdTableEntry);
+// No block may lie over the headers, the table or another block, or pass the footer.
+const char* flawOfBlocks(const DynamicVhd::Layout& layout, u64 tableBytes, u64 footerOffset) {
+  const u64 storedBytes =
+      VhdBitmaps(0, layout.blockSectors).bitmapBytes() + u64{layout.blockSectors} * kSectorBytes;
+  const u64 tableEnd = layout.tableOffset + tableBytes;
   std::vector<u32> starts;
   for (const VhdTableEntry& entry : layout.table)
     if (entry != kVhdNotAllocated) starts.push_back(entry);
@@ -43,19 +42,24 @@ bool blocksAreApart(const DynamicVhd::Layout& layout, u64 bitmapBytes, u64 foote
   u64 end = kVhdFirstFreeOffset;
   for (const u32 start : starts) {
     const u64 offset = u64{start} * kSectorBytes;
-    if (offset < end) return false;
+    const bool isOverTable = offset < tableEnd && layout.tableOffset < offset + storedBytes;
+    if (offset < end || isOverTable) return "Blocks of the VHD lie over each other or its headers.";
     end = offset + storedBytes;
-    if (offset < tableEnd && layout.tableOffset < end) return false;
   }
-  isTruncated = !starts.empty() && end > footerOffset;
-  return true;
+  return end > footerOffset ? "A block of the VHD lies outside the file, which may have been cut."
+                            : nullptr;
 }
 
 std::unique_ptr<ImageContainer> openDynamic(std::unique_ptr<ImageFile>& file,
                                             const VhdFooter& footer, ImageFailure& failure) {
   VhdDynamicHeader header;
-  if (readRecord(*file, kVhdDynamicHeaderOffset, header) != Error::none) return unreadable(failure);
-  if (!textAt(bytesOf(header), 0, kVhdHeaderCookie))
+  const u64 footerOffset = file->sizeBytes() - sizeof(VhdFooter);
+  if (footerOffset < kVhdFirstFreeOffset)
+    return fail(failure, Error::corrupt, "The VHD is too short for its headers.");
+  if (const Failure failed = readRecord(*file, kVhdDynamicHeaderOffset, header))
+    return unreadable(failure, failed);
+  if (footer.dataOffset != kVhdDynamicHeaderOffset ||
+      !textAt(bytesOf(header), 0, kVhdHeaderCookie) || header.checksum != vhdChecksum(header))
     return fail(failure, Error::corrupt, "The VHD's dynamic header is damaged.");
 
   DynamicVhd::Layout layout;
@@ -66,41 +70,59 @@ std::unique_ptr<ImageContainer> openDynamic(std::unique_ptr<ImageFile>& file,
     return fail(failure, Error::corrupt, "The VHD states an impossible block size.");
   layout.blockSectors = blockBytes / kSectorBytes;
 
-  const u64 footerOffset = file->sizeBytes() - sizeof(VhdFooter);
   const u64 blocks = (layout.sectorCount - 1) / layout.blockSectors + 1;
-  const u64 entries = std::min<u64>(blocks, header.maxTableEntries);
+  const u64 tableBytes = u64{header.maxTableEntries} * sizeof(VhdTableEntry);
+  if (header.maxTableEntries < blocks)
+    return fail(failure, Error::corrupt, "The VHD's block table is too small for its disk.");
   layout.tableOffset = header.tableOffset;
   if (layout.tableOffset < kVhdFirstFreeOffset || layout.tableOffset > footerOffset ||
-      entries > (footerOffset - layout.tableOffset) / sizeof(VhdTableEntry))
+      tableBytes > footerOffset - layout.tableOffset)
     return fail(failure, Error::corrupt, "The VHD's block table lies outside the file.");
-  if (entries > kMaxTableEntries)
+  if (blocks > kMaxTableEntries)
     return fail(failure, Error::unsupportedForm,
                 "The VHD's block table is larger than any disk of this format needs.");
-  layout.table.resize(entries);
-  if (file->readAt(layout.tableOffset, {reinterpret_cast<u8*>(layout.table.data()),
-                                        entries * sizeof(VhdTableEntry)}) != Error::none)
-    return unreadable(failure);
-  const u64 bitmapBytes = VhdBitmaps(0, layout.blockSectors).bitmapBytes();
-  if (!blocksAreApart(layout, bitmapBytes, footerOffset, layout.isTruncated))
-    return fail(failure, Error::corrupt, "Blocks of the VHD lie over each other or its headers.");
+  layout.table.resize(blocks);
+  if (const Failure failed = file->readAt(
+          layout.tableOffset,
+          {reinterpret_cast<u8*>(layout.table.data()), blocks * sizeof(VhdTableEntry)}))
+    return unreadable(failure, failed);
+  if (const char* flaw = flawOfBlocks(layout, tableBytes, footerOffset))
+    return fail(failure, Error::corrupt, flaw);
   return std::make_unique<DynamicVhd>(std::move(file), std::move(layout));
+}
+
+bool hasCookie(ImageFile& file, u64 offset, Failure& failed) {
+  std::array<u8, kVhdFooterCookie.size()> bytes{};
+  failed = file.readAt(offset, bytes);
+  return !failed && textAt(bytes, 0, kVhdFooterCookie);
+}
+
+// Where no footer stands in the last sector: an old or cut VHD, or no VHD at all.
+std::nullptr_t failWithoutFooter(ImageFile& file, ImageFailure& failure) {
+  // As very old programs wrote it.
+  constexpr u64 kShortFooterBytes = 511;
+  Failure failed;
+  if (hasCookie(file, file.sizeBytes() - kShortFooterBytes, failed))
+    return fail(failure, Error::unsupportedForm,
+                "This VHD has a footer of 511 bytes, which is not supported. Convert it to a VHD "
+                "with a footer of 512 bytes, or to a raw image.");
+  if (!failed && hasCookie(file, 0, failed))
+    return fail(failure, Error::unsupportedForm,
+                "This VHD has a footer only at its start; the one at its end is missing, so the "
+                "file may have been cut. Restore it from a copy, or convert it to a raw image.");
+  return failed ? unreadable(failure, failed) : fail(failure, Error::notThisFormat, "");
 }
 
 std::unique_ptr<ImageContainer> openByFooter(std::unique_ptr<ImageFile>& file,
                                              ImageFailure& failure) {
   VhdFooter footer;
-  std::array<u8, kVhdFooterCookie.size()> start{};
   if (file->sizeBytes() < sizeof footer) return fail(failure, Error::notThisFormat, "");
   const u64 footerOffset = file->sizeBytes() - sizeof footer;
-  if (readRecord(*file, footerOffset, footer) != Error::none ||
-      file->readAt(0, start) != Error::none)
-    return unreadable(failure);
-  if (!textAt(bytesOf(footer), 0, kVhdFooterCookie)) {
-    if (!textAt(start, 0, kVhdFooterCookie)) return fail(failure, Error::notThisFormat, "");
-    return fail(failure, Error::unsupportedForm,
-                "This VHD has a footer only at its start; the one at its end is missing, so the "
-                "file may have been cut. Restore it from a copy, or convert it to a raw image.");
-  }
+  if (const Failure failed = readRecord(*file, footerOffset, footer))
+    return unreadable(failure, failed);
+  if (!textAt(bytesOf(footer), 0, kVhdFooterCookie)) return failWithoutFooter(*file, failure);
+  if (footer.checksum != vhdChecksum(footer))
+    return fail(failure, Error::corrupt, "The VHD's footer is damaged.");
   if (vhdSectorCount(footer) == 0)
     return fail(failure, Error::corrupt, "The VHD's footer states no size.");
   switch (static_cast<VhdDiskType>(u32{footer.diskType})) {

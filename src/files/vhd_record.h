@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <numeric>
 
 #include "base/bytes.h"
 
@@ -51,6 +52,15 @@ struct VhdDynamicHeader {
 static_assert(DiskRecord<VhdDynamicHeader> && sizeof(VhdDynamicHeader) == 768);
 static_assert(offsetof(VhdDynamicHeader, tableOffset) == 0x10 &&
               offsetof(VhdDynamicHeader, checksum) == 0x24);
+
+// Of a footer or a dynamic header: the sum of all bytes but those of the checksum itself, with
+// every bit turned.
+template <DiskRecord Record>
+u32 vhdChecksum(Record record) {
+  record.checksum = 0;
+  const std::span<const u8> bytes = bytesOf(record);
+  return ~std::accumulate(bytes.begin(), bytes.end(), u32{0});
+}
 
 inline constexpr u64 kVhdDynamicHeaderOffset = 512;
 inline constexpr u64 kVhdFirstFreeOffset = 1536;  // behind the three header sectors

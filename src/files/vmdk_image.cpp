@@ -19,13 +19,19 @@ constexpr u32 kMaxEntriesPerTable = 64 * 1024;
 constexpr u64 kMaxDirectoryEntries = 16 * kMiB;
 constexpr u32 kMaxVersion = 3;
 
+// Sectors of the file.
+struct Extent {
+  u64 first = 0;
+  u64 end = 0;  // one past
+};
+
 bool fail(ImageFailure& failure, Failure error, std::string reason) {
   failure = {error, std::move(reason)};
   return false;
 }
 
-bool unreadable(ImageFailure& failure) {
-  return fail(failure, Error::read, "The VMDK cannot be read.");
+bool unreadable(ImageFailure& failure, Failure error) {
+  return fail(failure, error, "The VMDK cannot be read.");
 }
 
 bool liesInside(u64 firstSector, u64 bytes, const ImageFile& file) {
@@ -64,9 +70,10 @@ bool readDescriptor(ImageFile& file, const VmdkHeader& header, SparseVmdk::Layou
   layout.descriptorOffset = header.descriptorOffset * kSectorBytes;
   layout.descriptorBytes = header.descriptorSize * kSectorBytes;
   layout.descriptor.resize(layout.descriptorBytes - 1);
-  if (file.readAt(layout.descriptorOffset, {reinterpret_cast<u8*>(layout.descriptor.data()),
-                                            layout.descriptor.size()}) != Error::none)
-    return unreadable(failure);
+  if (const Failure failed =
+          file.readAt(layout.descriptorOffset,
+                      {reinterpret_cast<u8*>(layout.descriptor.data()), layout.descriptor.size()}))
+    return unreadable(failure, failed);
   layout.descriptor.resize(std::min(layout.descriptor.find('\0'), layout.descriptor.size()));
 
   const auto type = getValue(layout.descriptor, std::nullopt, "createType").value_or("");
@@ -75,6 +82,11 @@ bool readDescriptor(ImageFile& file, const VmdkHeader& header, SparseVmdk::Layou
                 format("This VMDK is of the form %s, which is not supported. Convert it to a "
                        "monolithic sparse VMDK or a raw image first.",
                        type.empty() ? "(none stated)" : printable(type.substr(0, 64)).c_str()));
+  for (const char* key : {"encryption.keySafe", "encryption.data"})
+    if (getValue(layout.descriptor, std::nullopt, key))
+      return fail(failure, Error::unsupportedForm,
+                  "This is an encrypted VMDK, which is not supported. Convert it to a monolithic "
+                  "sparse VMDK without encryption, or a raw image first.");
   const auto parent = getValue(layout.descriptor, std::nullopt, "parentCID").value_or("");
   if (!equalsIgnoreCase(parent, "ffffffff"))
     return fail(failure, Error::unsupportedForm,
@@ -103,17 +115,17 @@ bool readDirectory(ImageFile& file, u64 sector, u64 entries, std::vector<VmdkEnt
   if (sector == 0 || !liesInside(sector, bytes, file))
     return fail(failure, Error::corrupt, "The VMDK's grain directory lies outside the file.");
   directory.resize(entries);
-  if (file.readAt(sector * kSectorBytes, {reinterpret_cast<u8*>(directory.data()), bytes}) !=
-      Error::none)
-    return unreadable(failure);
+  if (const Failure failed =
+          file.readAt(sector * kSectorBytes, {reinterpret_cast<u8*>(directory.data()), bytes}))
+    return unreadable(failure, failed);
   return true;
 }
 
-// Header, descriptor, directories and tables must lie apart, the tables inside the file.
-bool placeMetadata(const ImageFile& file, SparseVmdk::Layout& layout, ImageFailure& failure) {
+// Where header, descriptor, directories and tables lie.
+bool placeMetadata(const ImageFile& file, const SparseVmdk::Layout& layout,
+                   std::vector<Extent>& extents, ImageFailure& failure) {
   const auto add = [&](u64 firstSector, u64 bytes) {
-    layout.metadata.push_back(
-        {firstSector, firstSector + (bytes + kSectorBytes - 1) / kSectorBytes});
+    extents.push_back({firstSector, firstSector + (bytes + kSectorBytes - 1) / kSectorBytes});
   };
   const u64 tableBytes = layout.entriesPerTable * sizeof(VmdkEntry);
   add(0, sizeof(VmdkHeader));
@@ -125,23 +137,73 @@ bool placeMetadata(const ImageFile& file, SparseVmdk::Layout& layout, ImageFailu
     for (const VmdkEntry& entry : *directory) {
       if (entry == kVmdkNotAllocated) continue;
       if (!liesInside(entry, tableBytes, file))
-        return fail(failure, Error::corrupt, "A grain table of the VMDK lies outside the file.");
+        return fail(failure, Error::corrupt,
+                    "A grain table of the VMDK lies outside the file, which may have been cut.");
       add(entry, tableBytes);
     }
   }
-  std::sort(layout.metadata.begin(), layout.metadata.end(),
-            [](const SectorExtent& a, const SectorExtent& b) { return a.first < b.first; });
-  for (std::size_t i = 1; i < layout.metadata.size(); ++i)
-    if (layout.metadata[i].first < layout.metadata[i - 1].end)
-      return fail(failure, Error::corrupt, "Tables of the VMDK lie over each other.");
+  return true;
+}
+
+// Where the grains lie, neighbours as one extent; each must be in the file as far as the disk goes.
+bool placeGrains(ImageFile& file, SparseVmdk::Layout& layout, std::vector<Extent>& extents,
+                 ImageFailure& failure) {
+  const u64 fileSectors = file.sizeBytes() / kSectorBytes;
+  std::vector<VmdkEntry> table(layout.entriesPerTable);
+  const std::span<u8> bytes(reinterpret_cast<u8*>(table.data()), table.size() * sizeof(VmdkEntry));
+  Extent grains;
+  u64 sector = 0;  // of the disk
+  for (const VmdkEntry& tableSector : layout.directory) {
+    const u64 tableEnd = sector + layout.entriesPerTable * layout.grainSectors;
+    if (tableSector != kVmdkNotAllocated) {
+      if (const Failure failed = file.readAt(u64{tableSector} * kSectorBytes, bytes))
+        return unreadable(failure, failed);
+      if (isAllZero(bytes)) {
+        sector = tableEnd;
+        continue;
+      }
+      for (const VmdkEntry& entry : table) {
+        const u64 first = entry;
+        const u64 wanted = std::min(layout.grainSectors, layout.capacitySectors - sector);
+        sector += wanted;
+        if (wanted == 0) break;
+        if (first == kVmdkNotAllocated || (first == kVmdkZeroGrain && layout.hasZeroedGrains))
+          continue;
+        if (first + wanted > fileSectors)
+          return fail(failure, Error::corrupt,
+                      "A grain of the VMDK lies outside the file, which may have been cut.");
+        if (first != grains.end) {
+          if (grains.end != 0) extents.push_back(grains);
+          grains.first = first;
+        }
+        grains.end = first + wanted;
+        layout.endSector = std::max(layout.endSector, first + layout.grainSectors);
+      }
+    }
+    sector = tableEnd;
+  }
+  if (grains.end != 0) extents.push_back(grains);
+  return true;
+}
+
+bool checkExtents(ImageFile& file, SparseVmdk::Layout& layout, ImageFailure& failure) {
+  std::vector<Extent> extents;
+  if (!placeMetadata(file, layout, extents, failure) ||
+      !placeGrains(file, layout, extents, failure))
+    return false;
+  std::sort(extents.begin(), extents.end(),
+            [](const Extent& a, const Extent& b) { return a.first < b.first; });
+  for (std::size_t i = 1; i < extents.size(); ++i)
+    if (extents[i].first < extents[i - 1].end)
+      return fail(failure, Error::corrupt, "Grains or tables of the VMDK lie over each other.");
   return true;
 }
 
 bool readLayout(ImageFile& file, SparseVmdk::Layout& layout, ImageFailure& failure) {
   VmdkHeader header;
   if (file.sizeBytes() < sizeof header) return fail(failure, Error::notThisFormat, "");
-  if (file.readAt(0, {reinterpret_cast<u8*>(&header), sizeof header}) != Error::none)
-    return unreadable(failure);
+  if (const Failure failed = file.readAt(0, {reinterpret_cast<u8*>(&header), sizeof header}))
+    return unreadable(failure, failed);
   if (!textAt(bytesOf(header), 0, kVmdkMagic)) return fail(failure, Error::notThisFormat, "");
   if (!checkForm(header, failure) || !readDescriptor(file, header, layout, failure) ||
       !checkSizes(header, layout, failure))
@@ -160,7 +222,7 @@ bool readLayout(ImageFile& file, SparseVmdk::Layout& layout, ImageFailure& failu
       return false;
     layout.redundantOffset = header.redundantDirectoryOffset * kSectorBytes;
   }
-  return placeMetadata(file, layout, failure);
+  return checkExtents(file, layout, failure);
 }
 
 }  // namespace

@@ -165,7 +165,7 @@ Failure saveFirstTrack(Drive& drive, const std::string& path) {
   if (drive.disk().readSectors(0, track.data(), sectors) != Error::none) return Error::read;
   if (!keepOlder(path)) return Error::cannotCreate;
   const std::string_view text(reinterpret_cast<const char*>(track.data()), track.size());
-  return replaceFileDurably(path, text) == Error::none ? Error::none : Error::cannotCreate;
+  return replaceFileDurably(path, text).as(Error::cannotCreate);
 }
 
 Failure restoreFirstTrack(Drive& drive, const std::string& path, BootCode bootCode) {

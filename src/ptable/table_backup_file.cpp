@@ -43,10 +43,7 @@ std::string reserveFile(const std::string& stem) {
   constexpr int kMostPerSecond = 100;
   for (int n = 1; n <= kMostPerSecond; ++n) {
     std::string path = stem + (n == 1 ? "" : format("_%02d", n)) + std::string(kExtension);
-    const FileHandle file = fileOpen(path, kOpenWrite | kOpenCreate | kOpenExclusive);
-    if (file == kNoFile) continue;
-    fileClose(file);
-    return path;
+    if (!createNewFile(path)) return path;
   }
   return {};
 }
@@ -123,7 +120,7 @@ Failure decodeTableBackup(std::span<const u8> file, TableBackup& backup) {
 Failure writeTableBackup(const TableBackup& backup, const std::string& path) {
   const std::vector<u8> file = encodeTableBackup(backup);
   const std::string_view text(reinterpret_cast<const char*>(file.data()), file.size());
-  return replaceFileDurably(path, text) == Error::none ? Error::none : Error::cannotCreate;
+  return replaceFileDurably(path, text).as(Error::cannotCreate);
 }
 
 Failure readTableBackup(const std::string& path, TableBackup& backup) {

@@ -28,6 +28,7 @@ std::string fixedVhd() {
   footer.heads = 5;
   footer.sectorsPerTrack = 20;
   footer.diskType = static_cast<u32>(VhdDiskType::fixed);
+  footer.checksum = vhdChecksum(footer);
   return std::string(kImageBytes, '\0') + textOf(bytesOf(footer));
 }
 

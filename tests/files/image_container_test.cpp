@@ -48,7 +48,7 @@ TEST_P(EveryForm, RandomWorkReadsBackAndTheOracleAgrees) {
     const std::size_t bytes = count * kSector;
     switch (random() % 8) {
       case 0:
-        ASSERT_EQ(image->writeZeros(first, count), Error::none);
+        ASSERT_EQ(image->clear(first, count), Error::none);
         std::fill_n(inTwin, bytes, u8{0});
         break;
       case 1:
@@ -116,7 +116,7 @@ TEST(Images, ReadingAndZerosDoNotGrowAnImageAndAWriteGrowsItByABlock) {
     auto image = openBytes(bytes);
     ASSERT_EQ(image->read(1000, sector), Error::none);
     EXPECT_EQ(sector, std::vector<u8>(kSector));
-    ASSERT_EQ(image->writeZeros(0, image->sectorCount()), Error::none);
+    ASSERT_EQ(image->clear(0, image->sectorCount()), Error::none);
     image.reset();
     EXPECT_EQ(bytes->size(), before) << form;
     image = openBytes(bytes);
@@ -128,12 +128,25 @@ TEST(Images, ReadingAndZerosDoNotGrowAnImageAndAWriteGrowsItByABlock) {
   }
 }
 
+TEST_P(EveryForm, ZerosThatAreWrittenLieOverTheOldBytes) {
+  const std::string path = createImage(folder_, GetParam(), "4M");
+  auto image = openPath(path);
+  ASSERT_TRUE(image);
+  ASSERT_EQ(image->write(1000, std::vector<u8>(64 * kKiB, 0xEE)), Error::none);
+  ASSERT_EQ(image->flush(), Error::none);
+  EXPECT_NE(folder_.read("image").find(std::string(512, '\xEE')), std::string::npos);
+  ASSERT_EQ(image->write(1000, std::vector<u8>(64 * kKiB, 0)), Error::none);
+  ASSERT_EQ(image->flush(), Error::none);
+  EXPECT_EQ(folder_.read("image").find(std::string(16, '\xEE')), std::string::npos);
+}
+
 TEST(Images, AVhdHasWholeCylindersOfItsGeometry) {
   const FileBytes bytes = smallDynamicVhd();
   VhdFooter& footer = *recordAt<VhdFooter>(std::span(*bytes), bytes->size() - sizeof(VhdFooter));
   footer.cylinders = 20;
   footer.heads = 5;
   footer.sectorsPerTrack = 20;
+  footer.checksum = vhdChecksum(footer);
   const auto image = openBytes(bytes);
   EXPECT_EQ(image->sectorCount(), 2000U) << "of 2048";
   EXPECT_EQ(image->geometry(), (Geometry{19, 4, 20}));

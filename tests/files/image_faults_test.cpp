@@ -1,6 +1,7 @@
 // What an image holds when the host fails under it, or the power goes.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstring>
 #include <functional>
 
@@ -49,8 +50,8 @@ struct Expected {
   std::vector<int> newest = std::vector<int>(kSectors);
 };
 
-// Runs the requests; a failed one ends it.
-void runRequests(
+// Runs the requests and flushes; a failed one ends it.
+Failure runRequests(
     ImageContainer& image, Expected& expected, const std::function<void()>& flushed = [] {}) {
   int generation = 1;
   for (const Request& request : kRequests) {
@@ -61,13 +62,14 @@ void runRequests(
       bytes.insert(bytes.end(), content.begin(), content.end());
       expected.newest[request.sector + i] = generation;
     }
-    if (image.write(request.sector, bytes) != Error::none) return;
+    if (const Failure failed = image.write(request.sector, bytes)) return failed;
     if (!request.flushBehind) continue;
-    if (image.flush() != Error::none) return;
+    if (const Failure failed = image.flush()) return failed;
     expected.sure = expected.newest;
     ++generation;
     flushed();
   }
+  return image.flush();
 }
 
 // Each sector holds what was sure, or something newer that was handed over.
@@ -127,7 +129,8 @@ TEST_P(GrowingForm, AFailureOfAnyChangeLeavesEachSectorOldOrNew) {
   const std::vector<u8> before = *GetParam().make();
   TestImageFile::Plan counting;
   Expected ignored;
-  runRequests(*openTest(std::make_shared<std::vector<u8>>(before), counting), ignored);
+  ASSERT_EQ(runRequests(*openTest(std::make_shared<std::vector<u8>>(before), counting), ignored),
+            Error::none);
   EXPECT_GT(*counting.changes, 20U);
   for (u64 n = 0; n < *counting.changes; ++n) {
     for (const bool forever : {false, true}) {
@@ -137,13 +140,17 @@ TEST_P(GrowingForm, AFailureOfAnyChangeLeavesEachSectorOldOrNew) {
       plan.forever = forever;
       Expected expected;
       auto image = openTest(bytes, plan);
-      runRequests(*image, expected);
-      if (!forever && *plan.changes > n) {
+      const Failure failed = runRequests(*image, expected);
+      if (forever) {
+        ASSERT_NE(failed, Error::none) << "change " << n << " failed, and nobody was told";
+      } else {
         // The host is well again: the same work now succeeds, and is there after a flush.
         Expected again;
-        runRequests(*image, again);
-        ASSERT_EQ(image->flush(), Error::none) << "after change " << n << " failed";
+        ASSERT_EQ(runRequests(*image, again), Error::none) << "after change " << n << " failed";
         expected = {again.newest, again.newest};
+        const u64 changes = *plan.changes;
+        image.reset();
+        ASSERT_EQ(*plan.changes, changes) << "closing did what flush should have done";
       }
       image.reset();
       ASSERT_TRUE(holds(bytes, expected)) << "change " << n << " failed, forever: " << forever;
@@ -159,7 +166,8 @@ TEST_P(GrowingForm, EveryPowerCutLeavesWhatWasFlushed) {
   std::vector<std::pair<std::size_t, Expected>> flushes = {{0, Expected{}}};
   {
     const auto image = openTest(bytes, plan);
-    runRequests(*image, now, [&] { flushes.emplace_back(plan.log->size(), now); });
+    static_cast<void>(
+        runRequests(*image, now, [&] { flushes.emplace_back(plan.log->size(), now); }));
   }
   ASSERT_EQ(flushes.size(), 3U);
   std::mt19937 random(11);
@@ -176,6 +184,21 @@ TEST_P(GrowingForm, EveryPowerCutLeavesWhatWasFlushed) {
       ASSERT_TRUE(holds(plan.log->replay(before, cut, isLost), expected))
           << "after change " << cut << " of which some were lost: " << lost;
     }
+  }
+}
+
+TEST(ImageFaults, ClearingFallsBackToWritingOnlyWhereItIsNotToBeHad) {
+  const std::vector<u8> data(kSector, 0xEE);
+  std::vector<u8> got(kSector);
+  for (const bool fails : {false, true}) {
+    const FileBytes bytes = smallVmdk();
+    TestImageFile::Plan plan;
+    if (fails) plan.clearAnswer = Failure(Error::write, EIO);
+    const auto image = openTest(bytes, plan);
+    ASSERT_EQ(image->write(5, data), Error::none);
+    EXPECT_EQ(image->clear(0, kSectors), fails ? Failure(Error::write, EIO, 0) : Failure());
+    ASSERT_EQ(image->read(5, got), Error::none);
+    EXPECT_EQ(got[0], fails ? 0xEE : 0);
   }
 }
 

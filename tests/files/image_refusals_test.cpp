@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 
 #include "files/image_samples.h"
@@ -20,7 +21,9 @@ TEST(ImageRefusals, OtherFormsAreRefusedByTheirName) {
       {{"", "vmdk", "subformat=streamOptimized", {}}, "stream-optimised"},
       {{"", "vmdk", "subformat=monolithicFlat", {}}, "VMDK descriptor"},
       {{"", "vmdk", "subformat=twoGbMaxExtentSparse", {}}, "VMDK descriptor"},
-      {{"", "qcow2", "", {}}, "qcow2"},
+      {{"", "qcow2", "", {}}, "qcow2,"},
+      {{"", "qcow", "", {}}, "qcow,"},
+      {{"", "parallels", "", {}}, "Parallels"},
       {{"", "qed", "", {}}, "QED"},
       {{"", "vhdx", "", {}}, "VHDX"},
       {{"", "vdi", "", {}}, "VDI"},
@@ -34,18 +37,36 @@ TEST(ImageRefusals, OtherFormsAreRefusedByTheirName) {
   }
 }
 
+TEST(ImageRefusals, APackedImageIsNoDisk) {
+  for (const char* packer : {"gzip", "xz"}) {
+    const TempFolder folder;
+    folder.sparse("disk.img", kMiB);
+    ASSERT_EQ(runProgram({packer, folder.file("disk.img")}).status, 0);
+    const std::string path =
+        folder.file("disk.img") + (std::string_view(packer) == "xz" ? ".xz" : ".gz");
+    ImageFailure failure;
+    auto file = openHostImageFile(path, ImageAccess::readWrite, failure);
+    ASSERT_TRUE(file) << failure.reason;
+    EXPECT_FALSE(openImage(file, failure));
+    EXPECT_NE(failure.reason.find(packer), std::string::npos) << failure.reason;
+  }
+}
+
 // One thing of a sound image is broken, and one answer is expected.
 struct Damage {
   const char* what;
   std::function<void(std::vector<u8>&)> apply;
-  Failure expected;
+  Error expected;
 };
 
-void expectAnswers(const FileBytes& sound, std::span<const Damage> damages) {
+void expectAnswers(
+    const FileBytes& sound, std::span<const Damage> damages,
+    const std::function<void(std::vector<u8>&)>& seal = [](auto&) {}) {
   ASSERT_TRUE(openBytes(sound));
   for (const Damage& damage : damages) {
     const auto bytes = std::make_shared<std::vector<u8>>(*sound);
     damage.apply(*bytes);
+    seal(*bytes);
     ImageFailure failure;
     EXPECT_EQ(openBytes(bytes, &failure) != nullptr, damage.expected == Error::none) << damage.what;
     EXPECT_EQ(failure.error, damage.expected) << damage.what << ": " << failure.reason;
@@ -61,6 +82,17 @@ VhdDynamicHeader& headerOf(std::vector<u8>& bytes) {
 }
 void setBlock(std::vector<u8>& bytes, u32 block, u32 sector) {
   *recordAt<VhdTableEntry>(std::span(bytes), kVhdFirstFreeOffset + block * 4) = sector;
+}
+// So that what a record states is looked at, and not only that it is damaged.
+void setVhdChecksums(std::vector<u8>& bytes) {
+  headerOf(bytes).checksum = vhdChecksum(headerOf(bytes));
+  footerOf(bytes).checksum = vhdChecksum(footerOf(bytes));
+}
+// A dynamic VHD with room for blocks between its table and sector 200.
+FileBytes roomyVhd() {
+  const FileBytes bytes = smallDynamicVhd();
+  bytes->insert(bytes->end() - 512, 200 * 512 - bytes->size(), u8{0});
+  return bytes;
 }
 
 TEST(ImageRefusals, HostileVhd) {
@@ -82,8 +114,21 @@ TEST(ImageRefusals, HostileVhd) {
          footerOf(b).currentSizeBytes = kAllOnes64;
        },
        Error::corrupt},
+      {"table larger than the file", [](auto& b) { headerOf(b).maxTableEntries = 100'000; },
+       Error::corrupt},
+      {"table too small for the disk", [](auto& b) { headerOf(b).maxTableEntries = 63; },
+       Error::corrupt},
+      {"header elsewhere", [](auto& b) { footerOf(b).dataOffset = 2048; }, Error::corrupt},
       {"block over the header", [](auto& b) { setBlock(b, 5, 1); }, Error::corrupt},
       {"block over the table", [](auto& b) { setBlock(b, 5, 3); }, Error::corrupt},
+      {"block over the spare end of the table",
+       [](auto& b) {
+         headerOf(b).maxTableEntries = 200;
+         setBlock(b, 5, 4);
+       },
+       Error::corrupt},
+      {"block over the footer", [](auto& b) { setBlock(b, 5, 168); }, Error::corrupt},
+      {"block behind the end", [](auto& b) { setBlock(b, 5, 1000); }, Error::corrupt},
       {"two blocks over each other",
        [](auto& b) {
          setBlock(b, 5, 100);
@@ -97,31 +142,22 @@ TEST(ImageRefusals, HostileVhd) {
        },
        Error::none},
   };
-  expectAnswers(smallDynamicVhd(), damages);
+  expectAnswers(roomyVhd(), damages, setVhdChecksums);
 }
 
-TEST(ImageRefusals, ATruncatedVhdIsOnlyToBeRead) {
-  const FileBytes bytes = smallDynamicVhd();
-  setBlock(*bytes, 5, 1000);
-  const auto image = openBytes(bytes);
-  ASSERT_TRUE(image);
-  EXPECT_TRUE(image->isReadOnly());
-  std::vector<u8> sector(512, 0xEE);
-  EXPECT_EQ(image->read(5 * 32, sector), Error::none);
-  EXPECT_EQ(sector, std::vector<u8>(512));
-  EXPECT_EQ(image->write(0, sector), Error::write);
-}
-
-TEST(ImageRefusals, ASectorWithoutATableEntryCannotBeWritten) {
-  const FileBytes bytes = smallDynamicVhd();
-  headerOf(*bytes).maxTableEntries = 10;
-  const auto image = openBytes(bytes);
-  ASSERT_TRUE(image);
-  std::vector<u8> sector(512, 0xEE);
-  EXPECT_EQ(image->read(10 * 32, sector), Error::none);
-  EXPECT_EQ(sector, std::vector<u8>(512));
-  EXPECT_EQ(image->write(10 * 32, sector), Error::fileTooLarge);
-  EXPECT_EQ(image->write(10 * 32 - 1, sector), Error::none);
+TEST(ImageRefusals, AVhdWithAWrongChecksumOrAShortFooter) {
+  const Damage damages[] = {
+      {"header", [](auto& b) { headerOf(b).parent[100] ^= 1; }, Error::corrupt},
+      {"footer", [](auto& b) { footerOf(b).uniqueId[3] ^= 1; }, Error::corrupt},
+      {"a footer of 511 bytes", [](auto& b) { b.pop_back(); }, Error::unsupportedForm},
+      {"the same of a fixed one",
+       [](auto& b) {
+         std::fill_n(b.begin(), 8, u8{0});
+         b.pop_back();
+       },
+       Error::unsupportedForm},
+  };
+  expectAnswers(roomyVhd(), damages);
 }
 
 VmdkHeader& vmdkOf(std::vector<u8>& bytes) { return *recordAt<VmdkHeader>(std::span(bytes)); }
@@ -177,34 +213,53 @@ TEST(ImageRefusals, HostileVmdk) {
   expectAnswers(createInMemory(kVmdkSample, "64M"), damages);
 }
 
-TEST(ImageRefusals, AGrainOverTheTablesIsNeverTouched) {
-  const FileBytes bytes = createInMemory(kVmdkSample, "8M");
-  const u64 tableSector = directoryEntry(*bytes, 0);
-  for (const u32 grain : {u32{1}, static_cast<u32>(tableSector - 1), kAllOnes32}) {
-    *recordAt<VmdkEntry>(std::span(*bytes), tableSector * 512) = grain;
-    const auto image = openBytes(bytes);
-    ASSERT_TRUE(image);
-    std::vector<u8> sector(512);
-    EXPECT_EQ(image->read(0, sector), Error::corrupt) << grain;
-    EXPECT_EQ(image->write(0, sector), Error::corrupt) << grain;
-  }
+TEST(ImageRefusals, AVmdkWhoseGrainsAreNotItsOwn) {
+  // The independent program wrote a grain in each of two tables, and the disk's last one.
+  const TempFolder folder;
+  const std::string path = createImage(folder, kVmdkSample, "35914240");
+  ASSERT_EQ(runProgram({"qemu-io", "-f", "vmdk", "-c", "write -P 1 0 192k", "-c",
+                        "write -P 2 32M 64k", "-c", "write -P 3 35913728 512", path})
+                .status,
+            0);
+  const std::string text = folder.read("image");
+  const auto grain = [](std::vector<u8>& bytes, u32 table, u32 index) -> VmdkEntry& {
+    return *recordAt<VmdkEntry>(std::span(bytes),
+                                directoryEntry(bytes, table) * u64{512} + index * 4);
+  };
+  const Damage damages[] = {
+      {"two entries on one grain", [&](auto& b) { grain(b, 0, 1) = grain(b, 0, 0); },
+       Error::corrupt},
+      {"two tables on one grain", [&](auto& b) { grain(b, 1, 5) = grain(b, 0, 1); },
+       Error::corrupt},
+      {"grains that overlap", [&](auto& b) { grain(b, 0, 1) = grain(b, 0, 0) + 64; },
+       Error::corrupt},
+      {"a grain over the header", [&](auto& b) { grain(b, 1, 1) = 1; }, Error::corrupt},
+      {"a grain over a table", [&](auto& b) { grain(b, 1, 1) = directoryEntry(b, 0) - 1; },
+       Error::corrupt},
+      {"a grain behind the end",
+       [&](auto& b) { grain(b, 1, 1) = static_cast<u32>(b.size() / 512); }, Error::corrupt},
+      {"a grain as far out as can be", [&](auto& b) { grain(b, 1, 1) = kAllOnes32; },
+       Error::corrupt},
+      {"an entry behind the end of the disk", [&](auto& b) { grain(b, 1, 40) = 1; }, Error::none},
+      {"the end cut off", [&](auto& b) { b.resize(b.size() - 64 * kKiB); }, Error::corrupt},
+      {"cut where only the disk is short", [&](auto& b) { b.resize(b.size() - 32 * kKiB); },
+       Error::none},
+  };
+  expectAnswers(std::make_shared<std::vector<u8>>(text.begin(), text.end()), damages);
 }
 
-TEST(ImageRefusals, AGrainBehindTheEndIsRefusedAlsoWhenTheFileHasGrownOverIt) {
-  const FileBytes bytes = createInMemory(kVmdkSample, "100M");
-  const u64 firstNewSector = (bytes->size() + 4095) / 4096 * 8;
-  *recordAt<VmdkEntry>(std::span(*bytes), directoryEntry(*bytes, 0) * u64{512}) =
-      static_cast<u32>(firstNewSector);
-  const auto image = openBytes(bytes);
-  ASSERT_TRUE(image);
-  const std::vector<u8> data(kMiB, 0xAA);
-  ASSERT_EQ(image->write(40 * kMiB / 512, data), Error::none);
-  ASSERT_GT(bytes->size(), (firstNewSector + 128) * 512);
-  std::vector<u8> sector(512);
-  EXPECT_EQ(image->read(0, sector), Error::corrupt);
-  EXPECT_EQ(image->write(0, sector), Error::corrupt);
-  ASSERT_EQ(image->read(40 * kMiB / 512, sector), Error::none);
-  EXPECT_EQ(sector, std::vector<u8>(512, 0xAA));
+TEST(ImageRefusals, WhatAShrunkFileHeldIsAFailureAndNotZeros) {
+  for (const SampleForm& form : {kRawSample, kFixedVhdSample, kDynamicVhdSample, kVmdkSample}) {
+    const TempFolder folder;
+    const std::string path = createImage(folder, form, "4M");
+    std::vector<u8> sector(512, 0xEE);
+    auto image = openPath(path);
+    ASSERT_EQ(image->write(2000, sector), Error::none);
+    ASSERT_EQ(image->flush(), Error::none);
+    std::filesystem::resize_file(path, 600);
+    const Failure failed = image->read(2000, sector);
+    EXPECT_EQ(failed, Error::read) << form;
+  }
 }
 
 TEST(ImageRefusals, AFileWithoutWritePermissionAndADeviceNode) {
@@ -220,8 +275,8 @@ TEST(ImageRefusals, AFileWithoutWritePermissionAndADeviceNode) {
     auto image = openImage(file, failure);
     ASSERT_TRUE(image);
     EXPECT_TRUE(image->isReadOnly());
-    EXPECT_EQ(image->write(0, std::vector<u8>(512)), Error::write);
-    EXPECT_EQ(image->writeZeros(0, 1), Error::write);
+    EXPECT_EQ(image->write(0, std::vector<u8>(512)), Error::readOnlyDisk);
+    EXPECT_EQ(image->clear(0, 1), Error::readOnlyDisk);
     EXPECT_EQ(image->flush(), Error::none);
   }
   EXPECT_EQ(folder.read("image"), before);

@@ -74,11 +74,13 @@ inline FileBytes smallDynamicVhd(u32 blockBytes = 16 * kKiB) {
   footer.dataOffset = kVhdDynamicHeaderOffset;
   footer.currentSizeBytes = u64{kBlocks} * blockBytes;
   footer.diskType = static_cast<u32>(VhdDiskType::dynamic);
+  footer.checksum = vhdChecksum(footer);
   VhdDynamicHeader header{};
   std::copy(kVhdHeaderCookie.begin(), kVhdHeaderCookie.end(), header.cookie);
   header.tableOffset = kVhdFirstFreeOffset;
   header.maxTableEntries = kBlocks;
   header.blockSizeBytes = blockBytes;
+  header.checksum = vhdChecksum(header);
   auto bytes = std::make_shared<std::vector<u8>>();
   const auto add = [&](std::span<const u8> part) {
     bytes->insert(bytes->end(), part.begin(), part.end());

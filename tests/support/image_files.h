@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "files/image_file.h"
@@ -22,10 +23,8 @@ class MemoryImageFile : public ImageFile {
   bool isReadOnly() const override { return readOnly_; }
 
   Failure readAt(u64 offset, std::span<u8> out) override {
-    std::fill(out.begin(), out.end(), u8{0});
-    if (offset < bytes_->size())
-      std::copy_n(bytes_->data() + offset, std::min<u64>(out.size(), bytes_->size() - offset),
-                  out.begin());
+    if (offset > bytes_->size() || out.size() > bytes_->size() - offset) return Error::read;
+    std::copy_n(bytes_->data() + offset, out.size(), out.begin());
     return Error::none;
   }
   Failure writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
@@ -38,10 +37,10 @@ class MemoryImageFile : public ImageFile {
     }
     return Error::none;
   }
-  bool zeroFast(u64 offset, u64 bytes) override {
-    if (offset > bytes_->size() || bytes > bytes_->size() - offset) return false;
+  std::optional<Failure> clearFast(u64 offset, u64 bytes) override {
+    if (offset > bytes_->size() || bytes > bytes_->size() - offset) return std::nullopt;
     std::memset(bytes_->data() + offset, 0, bytes);
-    return true;
+    return Failure();
   }
   Failure resize(u64 newSizeBytes) override {
     if (newSizeBytes > kMaxBytes) return Error::noSpaceLeft;
@@ -61,7 +60,7 @@ class MemoryImageFile : public ImageFile {
 class FileLog {
  public:
   struct Step {
-    enum class Kind { write, zero, resize, flush } kind = Kind::flush;
+    enum class Kind { write, resize, flush } kind = Kind::flush;
     u64 offset = 0;  // or the new size
     std::vector<u8> bytes;
   };
@@ -100,6 +99,7 @@ class TestImageFile : public MemoryImageFile {
     std::shared_ptr<u64> changes = std::make_shared<u64>(0);
     u64 failAt = kAllOnes64;
     bool forever = false;
+    std::optional<Failure> clearAnswer;
   };
 
   TestImageFile(FileBytes bytes, Plan plan)
@@ -116,14 +116,15 @@ class TestImageFile : public MemoryImageFile {
     plan_.log->add({FileLog::Step::Kind::write, offset, all});
     return MemoryImageFile::writeAt(offset, all, {});
   }
-  bool zeroFast(u64, u64) override { return false; }  // so that zeros are writes in the log
+  // So that zeros are writes in the log; unless the plan has an answer.
+  std::optional<Failure> clearFast(u64, u64) override { return plan_.clearAnswer; }
   Failure resize(u64 newSizeBytes) override {
     if (fails()) return Error::write;
     plan_.log->add({FileLog::Step::Kind::resize, newSizeBytes, {}});
     return MemoryImageFile::resize(newSizeBytes);
   }
   Failure flush() override {
-    if (fails()) return Error::write;
+    if (fails()) return Error::flush;
     plan_.log->add({FileLog::Step::Kind::flush, 0, {}});
     return Error::none;
   }
