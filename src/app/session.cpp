@@ -54,7 +54,7 @@ Failure Session::openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive) {
 }
 
 std::string Session::openFailure(Failure error) const {
-  if (error == Error::deviceNotOpened) return handles_.lastFailure();
+  if (error == Error::deviceNotOpened || error == Error::deviceChanged) return handles_.lastFailure();
   return format("The disk could not be opened (error %u).", codeOf(error));
 }
 

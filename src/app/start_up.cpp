@@ -43,7 +43,8 @@ StartUp start(const std::vector<std::string>& arguments, std::unique_ptr<Host> h
   Options options = readOptions(folders);
   const std::string fault = applyCommandLine(
       options, std::span(arguments).subspan(std::min<std::size_t>(1, arguments.size())));
-  for (std::string& image : options.images) image = std::filesystem::absolute(image).string();
+  // Where the working directory is gone, opening the image says so.
+  for (std::string& image : options.images) image = host->absolutePath(image).value_or(image);
 
   Banner banner(out, options.verbose);
   banner.say("Strandel 1.32");

@@ -106,7 +106,8 @@ std::vector<std::string> Host::list(const std::string& directory, const std::str
 }
 
 std::vector<std::string> Host::lines(const std::string& path) {
-  const std::optional<std::string> text = content(path, kMaxTextBytes);
+  // A mount table may be large, and none of it may be missed.
+  const std::optional<std::string> text = readText(real(path), std::string::npos);
   if (!text || text->empty()) return {};
   std::vector<std::string> result = split(*text, '\n');
   if (result.back().empty()) result.pop_back();
@@ -135,6 +136,15 @@ std::string Host::resolveLink(const std::string& path) {
     current = normalised(next.starts_with('/') ? next : directory + next);
   }
   return current;
+}
+
+std::optional<std::string> Host::absolutePath(const std::string& path) {
+  if (path.starts_with('/')) return path;
+  const std::unique_ptr<char, decltype(&std::free)> folder(::getcwd(nullptr, 0), std::free);
+  if (!folder || *folder != '/') return std::nullopt;
+  std::string absolute = std::string(folder.get()) + "/" + path;
+  if (absolute.starts_with(rootPrefix_ + "/")) absolute.erase(0, rootPrefix_.size());
+  return absolute;
 }
 
 bool Host::exists(const std::string& path) { return ::access(real(path).c_str(), F_OK) == 0; }

@@ -43,7 +43,7 @@ class Host {
   // Names (not paths) in `directory` that match `pattern` (`?`, `*`), in byte order. Entries
   // starting with "." are left out. Empty when the directory cannot be read.
   virtual std::vector<std::string> list(const std::string& directory, const std::string& pattern);
-  // The lines without their line ends; empty when the file cannot be read.
+  // All lines without their line ends; empty when the file cannot be read.
   virtual std::vector<std::string> lines(const std::string& path);
   // At most `maxBytes` as they are; nothing when the file cannot be read.
   virtual std::optional<std::string> content(const std::string& path, std::size_t maxBytes);
@@ -53,6 +53,8 @@ class Host {
   // itself when it is no link.
   virtual std::string resolveLink(const std::string& path);
   virtual bool exists(const std::string& path);
+  // The path from the root on. Nothing when it is relative and the working directory is gone.
+  virtual std::optional<std::string> absolutePath(const std::string& path);
 
   virtual u64 secondsSinceEpoch();
   virtual u64 monotonicNanoseconds();

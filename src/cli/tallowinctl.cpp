@@ -16,10 +16,12 @@ namespace {
 // Whether the path leads to a device of this machine.
 bool isDevice(const std::string& path) {
   std::error_code failure;
-  const std::filesystem::path real = std::filesystem::weakly_canonical(path, failure);
-  if (real.string().starts_with("/dev/")) return true;
   const auto status = std::filesystem::status(path, failure);
-  return std::filesystem::is_block_file(status) || std::filesystem::is_character_file(status);
+  // Some file systems for files lie below /dev.
+  if (std::filesystem::is_regular_file(status)) return false;
+  const std::filesystem::path real = std::filesystem::weakly_canonical(path, failure);
+  return real.string().starts_with("/dev/") || std::filesystem::is_block_file(status) ||
+         std::filesystem::is_character_file(status);
 }
 
 // A device is a drive of the machine, with its number and settings; any other target is the

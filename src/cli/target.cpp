@@ -9,7 +9,8 @@ constexpr std::size_t kShownRanges = 20;
 
 CommandResult cannotOpen(CommandContext& context, Failure error) {
   const std::string& told = context.session.handles().lastFailure();
-  if (error == Error::deviceNotOpened && !told.empty()) return refused(onOneLine(told), error);
+  const bool isTold = error == Error::deviceNotOpened || error == Error::deviceChanged;
+  if (isTold && !told.empty()) return refused(onOneLine(told), error);
   return failedBecause("'" + context.options.target + "' cannot be opened.", error);
 }
 

@@ -1,11 +1,12 @@
 #include "disk/disk_handles.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 
 #include "base/text.h"
 #include "disk/linux_disk.h"
@@ -16,10 +17,17 @@ namespace {
 constexpr u32 classOf(u32 driveNumber) { return driveNumber >> 16; }
 constexpr u32 indexOf(u32 driveNumber) { return driveNumber & kDriveIndexMask; }
 
-std::string canonicalPath(const std::string& path) {
-  std::error_code error;
-  const auto canonical = std::filesystem::weakly_canonical(path, error);
-  return error ? path : canonical.string();
+// The file itself, whatever its path: two objects of one image would undo each other's changes.
+// The path where there is no file.
+std::string fileKeyOf(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return path;
+  return format("file %llu %llu", static_cast<unsigned long long>(status.st_dev),
+                static_cast<unsigned long long>(status.st_ino));
+}
+
+std::string deviceKeyOf(u64 deviceNumber) {
+  return format("device %llu", static_cast<unsigned long long>(deviceNumber));
 }
 
 std::string nextStep(int errorNumber) {
@@ -49,9 +57,10 @@ struct DiskHandles::Target {
   bool isImage = false;
   DriveListEntry entry;  // an image needs only its path
 
-  // What a slot is found by. Two objects of one image would undo each other's changes, so a file
-  // counts as the same by whatever path it is named.
-  std::string key() const { return isImage ? canonicalPath(entry.path) : entry.path; }
+  // What a slot is found by.
+  std::string key() const {
+    return isImage ? fileKeyOf(entry.path) : deviceKeyOf(entry.deviceNumber);
+  }
 };
 
 DiskHandles::DiskHandles(Host& host, const DriveList& list, std::vector<std::string> imagePaths)
@@ -80,26 +89,39 @@ Failure DiskHandles::open(u32 driveNumber, std::shared_ptr<DiskDevice>& disk) {
 
 Failure DiskHandles::openPath(const std::string& path, DiskAccess access,
                               std::shared_ptr<DiskDevice>& disk, u32& driveNumber) {
-  const Target target = targetOf(path);
-  if (const Failure error = openTarget(target, access, disk); error != Error::none) return error;
+  // What is looked at and what is opened must be one path, and the working directory may change.
+  const std::optional<std::string> absolute = host_.absolutePath(path);
+  if (!absolute) {
+    lastFailure_ = format(
+        "%s could not be opened: the working directory is gone. Give the whole "
+        "path, or change to another directory first.",
+        path.c_str());
+    return {Error::deviceNotOpened, ENOENT};
+  }
+  const Target target = targetOf(*absolute);
+  if (const Failure failed = openTarget(target, access, disk)) return failed;
   driveNumber = target.driveNumber;
-  return Error::none;
+  return {};
 }
 
-DiskHandles::Target DiskHandles::targetOf(const std::string& path) const {
+DiskHandles::Target DiskHandles::targetOf(const std::string& absolutePath) const {
   Target target;
-  const auto node = host_.nodeInfo(path);
+  const auto node = host_.nodeInfo(absolutePath);
   target.isImage = !node || !node->isBlockDevice;
-  // A node has many names; the one that its links lead to is the one that all else knows.
-  target.entry.path = target.isImage ? path : host_.resolveLink(path);
-  for (std::size_t i = 0; target.isImage && i < imagePaths_.size(); ++i) {
-    if (canonicalPath(imagePaths_[i]) == canonicalPath(path))
-      target.driveNumber = driveNumberOf(DriveClass::image, static_cast<u32>(i));
+  if (target.isImage) {
+    target.entry.path = absolutePath;
+    for (std::size_t i = 0; i < imagePaths_.size(); ++i)
+      if (fileKeyOf(imagePaths_[i]) == target.key())
+        target.driveNumber = driveNumberOf(DriveClass::image, static_cast<u32>(i));
+    return target;
   }
+  // A node has many names; the one that its links lead to is the one that all else knows.
+  target.entry.path = host_.resolveLink(absolutePath);
+  target.entry.deviceNumber = makedev(node->major, node->minor);
   for (const u8 kind : {kHardDiskKind, kOpticalKind}) {
-    for (u32 i = 0; !target.isImage && i < list_.countOfKind(kind); ++i) {
+    for (u32 i = 0; i < list_.countOfKind(kind); ++i) {
       const DriveListEntry& entry = *list_.entryOfKind(i, kind);
-      if (entry.path != path && entry.path != target.entry.path) continue;
+      if (entry.deviceNumber != target.entry.deviceNumber) continue;
       target.entry = entry;
       target.driveNumber =
           driveNumberOf(DriveClass::device, i) | (kind == kOpticalKind ? kOpticalDriveBit : 0);
@@ -112,35 +134,53 @@ DiskHandles::Target DiskHandles::targetOf(const std::string& path) const {
 Failure DiskHandles::openTarget(const Target& target, DiskAccess access,
                                 std::shared_ptr<DiskDevice>& disk) {
   std::erase_if(slots_, [](const Slot& slot) { return slot.disk.expired(); });
+  const std::string key = target.key();
   for (const Slot& slot : slots_) {
-    if (slot.key != target.key()) continue;
+    if (slot.key != key) continue;
     disk = slot.disk.lock();
-    return Error::none;
+    return {};
   }
   if (slots_.size() == kMaxOpen) return Error::tooManyOpenDrives;
-  std::shared_ptr<DiskDevice> opened;
-  if (target.isImage) {
-    OpenedImage image =
-        openImageFile(target.entry.path, access, kHardDiskKind, 0, sectorSizeProbe_);
-    if (image.disk == nullptr) {
-      lastFailure_ = std::move(image.reason);
-      return Error::deviceNotOpened;
-    }
-    opened = std::move(image.disk);
-  } else {
-    opened =
-        LinuxDisk::open(host_, target.entry, access == DiskAccess::readWrite ? O_RDWR : O_RDONLY);
-    if (opened == nullptr) return fail(target.entry.path, errno);
-  }
-  slots_.push_back({target.key(), opened});
+  Failure failed;
+  std::shared_ptr<DiskDevice> opened =
+      target.isImage ? openImage(target, access, failed) : openDevice(target, access, failed);
+  if (!opened) return failed;
+  slots_.push_back({key, opened});
   disk = std::move(opened);
-  return Error::none;
+  return {};
+}
+
+std::shared_ptr<DiskDevice> DiskHandles::openImage(const Target& target, DiskAccess access,
+                                                   Failure& failed) {
+  OpenedImage image = openImageFile(target.entry.path, access, kHardDiskKind, 0, sectorSizeProbe_);
+  if (!image.disk) {
+    lastFailure_ = std::move(image.reason);
+    failed = image.error.as(Error::deviceNotOpened);
+  }
+  return std::move(image.disk);
+}
+
+std::shared_ptr<DiskDevice> DiskHandles::openDevice(const Target& target, DiskAccess access,
+                                                    Failure& failed) {
+  std::shared_ptr<DiskDevice> opened =
+      LinuxDisk::open(host_, target.entry, access == DiskAccess::readWrite ? O_RDWR : O_RDONLY);
+  if (!opened) {
+    failed = fail(target.entry.path, errno);
+  } else if (opened->traits().deviceNumber != target.entry.deviceNumber) {
+    lastFailure_ = format(
+        "%s is another device than it was before. Look at the list of disks "
+        "again, and start anew.",
+        target.entry.path.c_str());
+    failed = Error::deviceChanged;
+    opened.reset();
+  }
+  return opened;
 }
 
 Failure DiskHandles::fail(const std::string& what, int errorNumber) {
   lastFailure_ = format("%s could not be opened: %s. %s", what.c_str(), std::strerror(errorNumber),
                         nextStep(errorNumber).c_str());
-  return Error::deviceNotOpened;
+  return {Error::deviceNotOpened, errorNumber};
 }
 
 u8 DiskHandles::biosNumberOf(u32 driveNumber, DiskDevice& disk) {

@@ -39,11 +39,13 @@ class DiskHandles {
   void setSectorSizeProbe(SectorSizeProbe probe) { sectorSizeProbe_ = std::move(probe); }
 
   // Read-write. An open drive is shared, not opened again.
-  // unknownDriveClass; tooManyOpenDrives: the 33rd distinct drive; deviceNotOpened: see
-  // lastFailure(). `disk` is then left as it was.
+  // unknownDriveClass; tooManyOpenDrives: the 33rd distinct drive; deviceNotOpened, deviceChanged
+  // (the path leads to another device than it did): see lastFailure(). `disk` is then left as it
+  // was.
   Failure open(u32 driveNumber, std::shared_ptr<DiskDevice>& disk);
-  // A block device or an image file by path, listed or not. `driveNumber` receives its number,
-  // or kUnlistedDrive. A disk that is open already keeps the access it was opened with.
+  // A block device or an image file by path, listed or not; a relative path counts from the
+  // working directory. `driveNumber` receives its number, or kUnlistedDrive. A disk that is open
+  // already, by whatever path, keeps the access it was opened with. Errors as above.
   Failure openPath(const std::string& path, DiskAccess access, std::shared_ptr<DiskDevice>& disk,
                    u32& driveNumber);
 
@@ -51,7 +53,8 @@ class DiskHandles {
   static u8 biosNumberOf(u32 driveNumber, DiskDevice& disk);
   // Hard disks of the list, or registered images.
   u32 driveCount(DriveClass driveClass) const;
-  // Of the last open that answered deviceNotOpened: which device, why, and what to do next.
+  // Of the last open that answered deviceNotOpened or deviceChanged: which device, why, and what to
+  // do next.
   const std::string& lastFailure() const { return lastFailure_; }
 
  private:
@@ -61,8 +64,10 @@ class DiskHandles {
   };
   struct Target;
 
-  Target targetOf(const std::string& path) const;
+  Target targetOf(const std::string& absolutePath) const;
   Failure openTarget(const Target& target, DiskAccess access, std::shared_ptr<DiskDevice>& disk);
+  std::shared_ptr<DiskDevice> openImage(const Target& target, DiskAccess access, Failure& failed);
+  std::shared_ptr<DiskDevice> openDevice(const Target& target, DiskAccess access, Failure& failed);
   Failure fail(const std::string& what, int errorNumber);
 
   Host& host_;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/hdreg.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <array>
@@ -58,9 +59,9 @@ bool isRaidInUse(Host& host, const std::string& name, const NodeInfo& node) {
 
 // A text attribute cut at the first line end or NUL and stripped of trailing blanks; nothing
 // when it cannot be read.
-std::optional<std::string> deviceText(Host& host, const std::string& sysName, const char* attribute,
-                                      std::size_t maxBytes) {
-  auto text = host.content("/sys/block/" + sysName + "/device/" + attribute, maxBytes);
+std::optional<std::string> deviceText(Host& host, const std::string& sysFolder,
+                                      const char* attribute, std::size_t maxBytes) {
+  auto text = host.content(sysFolder + "/device/" + attribute, maxBytes);
   if (!text) return std::nullopt;
   const std::string_view kept =
       std::string_view(*text).substr(0, text->find_first_of(std::string_view("\r\n\0", 3)));
@@ -157,6 +158,8 @@ bool DriveList::canOpen(const std::string& path) const {
 
 void DriveList::add(DriveListEntry entry) {
   if (rows_.size() == kMaxRows || entry.path.size() > kMaxPathLength) return;
+  if (const auto node = host_.nodeInfo(entry.path); node && node->isBlockDevice)
+    entry.deviceNumber = makedev(node->major, node->minor);
   const auto after = std::upper_bound(
       rows_.begin(), rows_.end(), entry,
       [](const DriveListEntry& a, const DriveListEntry& b) { return a.path < b.path; });
@@ -190,12 +193,13 @@ std::unique_ptr<DiskDevice> DriveList::open(u32 index, u8 kind, int openFlags) c
 }
 
 std::string diskDisplayName(Host& host, const std::string& devicePath) {
-  const std::string name = sysNameOf(devicePath);
-  std::string text = deviceText(host, name, "vendor", 8).value_or("");
-  auto piece = deviceText(host, name, "model", 16);
+  const std::string folder = sysFolderOf(host, devicePath);
+  const std::string name = folder.substr(folder.rfind('/') + 1);
+  std::string text = deviceText(host, folder, "vendor", 8).value_or("");
+  auto piece = deviceText(host, folder, "model", 16);
   if (piece && !piece->empty()) text += (text.empty() ? "" : " ") + *piece;
   if (text.empty()) {
-    piece = deviceText(host, name, "name", 24);
+    piece = deviceText(host, folder, "name", 24);
     text = piece.value_or("");
   }
   if (!piece || text.empty()) return devicePath;

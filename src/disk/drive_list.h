@@ -14,7 +14,8 @@ struct DriveListEntry {
   u64 startOffset = 0;  // sectors inside an underlying disk; encrypted mappings only
   u8 deviceKind = kHardDiskKind;
   MediaFlag mediaFlag = MediaFlag::fixed;
-  std::string path;  // at most kMaxPathLength characters
+  std::string path;      // at most kMaxPathLength characters
+  u64 deviceNumber = 0;  // st_rdev of the node when it was looked at
 };
 
 // Rows sorted by path in byte order. An index counts the rows of one kind, so the index of a

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <iterator>
 
 #include "base/text.h"
 #include "disk/sys_block.h"
@@ -86,19 +87,24 @@ std::vector<std::string> blankSeparated(std::string_view line) {
   }
 }
 
-// Where a node named by a mount table lies on its disk; nothing when that cannot be found out.
-std::optional<ByteExtent> extentOf(Host& host, const BlockDisk& disk, const std::string& node) {
+// The folder of a node that is the disk or a partition of it, by the kernel's numbers, and where
+// those are hidden by its names; empty when it is neither.
+std::string folderOn(Host& host, const BlockDisk& disk, const std::string& node) {
+  std::string folder = sysFolderOf(host, node);
+  if (folder == disk.sysFolder || folder.starts_with(disk.sysFolder + "/")) return folder;
+  const std::string resolvedDisk = host.resolveLink(disk.path);
+  if (node == disk.path || node == resolvedDisk) return disk.sysFolder;
+  const bool isNamedSo =
+      namesDiskOrPartition(disk.path, node) || namesDiskOrPartition(resolvedDisk, node);
+  return isNamedSo ? disk.sysFolder + "/" + sysNameOf(node) : std::string();
+}
+
+// Where a node with that folder lies on its disk; nothing when that cannot be found out.
+std::optional<ByteExtent> extentOf(Host& host, const BlockDisk& disk, const std::string& folder,
+                                   const std::string& node) {
   NodeProbe probe(host, node);
   if (!probe.isThere()) return std::nullopt;
-  const auto info = host.nodeInfo(node);
-  const bool isDisk = info && info->isBlockDevice && disk.deviceNumber != 0 &&
-                      makedev(info->major, info->minor) == disk.deviceNumber;
-  std::string folder = disk.sysFolder;
-  if (!isDisk) {
-    folder =
-        node.starts_with("/dev/mapper/") ? sysFolderOf(host, node) : folder + "/" + sysNameOf(node);
-  }
-  u64 start = isDisk ? 0 : host.number(folder + "/start");
+  u64 start = folder == disk.sysFolder ? 0 : host.number(folder + "/start");
   if (start == kAllOnes64) start = probe.startSector();
   u64 size = host.number(folder + "/size");
   const u64 sizeBytes = size == kAllOnes64 ? probe.sizeBytes() : size * kSysSectorBytes;
@@ -108,14 +114,13 @@ std::optional<ByteExtent> extentOf(Host& host, const BlockDisk& disk, const std:
 
 std::optional<MountInfo> findMountIn(Host& host, const char* table, const BlockDisk& disk,
                                      u64 startByte) {
-  const std::string resolvedDisk = host.resolveLink(disk.path);
   for (const std::string& line : host.lines(table)) {
+    if (!line.starts_with("/dev/")) continue;
     const std::vector<std::string> fields = blankSeparated(line);
-    if (fields.empty() || !fields[0].starts_with("/dev/")) continue;
     const std::string node = host.resolveLink(fields[0]);
-    if (!namesDiskOrPartition(disk.path, node) && !namesDiskOrPartition(resolvedDisk, node))
-      continue;
-    const auto extent = extentOf(host, disk, node);
+    const std::string folder = folderOn(host, disk, node);
+    if (folder.empty()) continue;
+    const auto extent = extentOf(host, disk, folder, node);
     if (!extent || extent->start != startByte) continue;
     if (std::string_view(table) == "/proc/swaps") return MountInfo{{}, "swap", {}};
     const auto field = [&](std::size_t i) { return i < fields.size() ? fields[i] : std::string(); };
@@ -132,16 +137,16 @@ std::optional<MountInfo> findMountAt(Host& host, const BlockDisk& disk, u64 star
 // One use of a disk, in bytes from its start.
 struct FoundUse {
   UseKind kind = UseKind::mounted;
-  std::string node;
-  std::string where;
-  ByteExtent extent;
+  std::string node = {};
+  std::string where = {};
+  ByteExtent extent = {};
 };
 
 std::optional<FoundUse> mountUse(Host& host, const BlockDisk& disk, u64 startByte) {
   const auto mount = findMountAt(host, disk, startByte);
   if (!mount) return std::nullopt;
   const bool isSwap = mount->mountPoint.empty() && mount->type == "swap";
-  return FoundUse{isSwap ? UseKind::swap : UseKind::mounted, {}, mount->mountPoint, {}};
+  return FoundUse{.kind = isSwap ? UseKind::swap : UseKind::mounted, .where = mount->mountPoint};
 }
 
 // LUKS, LVM and RAID name themselves in the folder of what they stand on.
@@ -151,14 +156,14 @@ std::optional<FoundUse> holderUse(Host& host, const std::string& sysFolder) {
   const auto name = host.firstLine("/sys/block/" + holders.front() + "/dm/name");
   std::string where = holders.front();
   if (name) where += " (" + *name + ")";
-  return FoundUse{UseKind::held, {}, std::move(where), {}};
+  return FoundUse{.kind = UseKind::held, .where = std::move(where)};
 }
 
 std::optional<FoundUse> exclusiveUse(Host& host, const std::string& node) {
   const int descriptor = host.open(node, O_RDONLY | O_NONBLOCK | O_EXCL);
   if (descriptor >= 0) host.close(descriptor);
   if (descriptor >= 0 || errno != EBUSY) return std::nullopt;
-  return FoundUse{UseKind::openedBy, {}, {}, {}};
+  return FoundUse{.kind = UseKind::openedBy};
 }
 
 u64 sizeOf(Host& host, const BlockDisk& disk) {
@@ -194,46 +199,75 @@ std::vector<FoundUse> usesOf(Host& host, const BlockDisk& disk) {
   return uses;
 }
 
+// One file by whatever path: a loop device tells the path by which it was made.
 bool isBackedBy(const std::string& backingFile, const std::string& imagePath) {
   std::error_code error;
-  return std::filesystem::equivalent(backingFile, imagePath, error) ||
+  return backingFile == imagePath || std::filesystem::equivalent(backingFile, imagePath, error) ||
          std::filesystem::weakly_canonical(imagePath, error) == backingFile;
 }
 
-// Uses of an image file through the loop devices that stand on it, in bytes from its start.
-std::vector<FoundUse> loopUses(Host& host, const std::string& imagePath) {
+std::string backingFileOf(Host& host, const std::string& sysFolder) {
+  constexpr std::size_t kLongestPath = 4096;
+  return host.firstLine(sysFolder + "/loop/backing_file", kLongestPath).value_or("");
+}
+
+// Where in its file a loop device begins.
+u64 loopOffsetOf(Host& host, const std::string& sysFolder) {
+  const u64 offset = host.number(sysFolder + "/loop/offset");
+  return offset == kAllOnes64 ? 0 : offset;
+}
+
+// Uses of a file through the loop devices that stand on it, in bytes from its start; not those of
+// the loop device `asked` itself.
+std::vector<FoundUse> loopUses(Host& host, const std::string& file, u64 asked = 0) {
   std::vector<FoundUse> all;
   for (const std::string& loop : host.list("/sys/block", "loop*")) {
     const std::string folder = "/sys/block/" + loop;
-    const auto backing = host.firstLine(folder + "/loop/backing_file", 4096);
-    if (!backing || !isBackedBy(*backing, imagePath)) continue;
+    const std::string backing = backingFileOf(host, folder);
+    if (backing.empty() || !isBackedBy(backing, file)) continue;
     const std::string path = devicePathOf(loop);
     const auto info = host.nodeInfo(path);
-    const u64 offset = host.number(folder + "/loop/offset");
     const u64 number = info ? makedev(info->major, info->minor) : 0;
+    if (asked != 0 && number == asked) continue;
     for (FoundUse& use : usesOf(host, {path, folder, number})) {
-      use.extent.start += offset == kAllOnes64 ? 0 : offset;
+      use.extent.start += loopOffsetOf(host, folder);
       all.push_back(std::move(use));
     }
   }
   return all;
 }
 
+// What other loop devices on the file of a loop device use of it, in bytes from its own start.
+std::vector<FoundUse> usesBeside(Host& host, const BlockDisk& loop) {
+  const std::string backing = backingFileOf(host, loop.sysFolder);
+  if (backing.empty()) return {};
+  const u64 ownStart = loopOffsetOf(host, loop.sysFolder);
+  std::vector<FoundUse> uses = loopUses(host, backing, loop.deviceNumber);
+  std::erase_if(uses, [&](FoundUse& use) {
+    const u64 before = ownStart > use.extent.start ? ownStart - use.extent.start : 0;
+    if (use.extent.size != kAllOnes64 && before >= use.extent.size) return true;
+    use.extent.start += before - ownStart;
+    if (use.extent.size != kAllOnes64) use.extent.size -= before;
+    return false;
+  });
+  return uses;
+}
+
 BlockDisk blockDiskOf(Host& host, DiskDevice& disk) {
   const std::string& path = disk.traits().path;
-  return {path, sysFolderOf(host, path), disk.traits().deviceNumber};
+  const u64 number = disk.traits().deviceNumber;
+  return {path, sysFolderOf(host, path, number), number};
 }
 
 bool isBlockDevice(DiskDevice& disk) { return disk.traits().type == DiskType::blockDevice; }
 
 DiskUse inSectors(const FoundUse& use, DiskDevice& disk) {
   const u64 sector = disk.sectorSize();
-  DiskUse result{use.kind, use.node, use.where, use.extent.start / sector, kAllOnes64, false};
+  DiskUse result{use.kind, use.node, use.where, use.extent.start / sector, kAllOnes64};
   if (use.extent.size != kAllOnes64) {
     const u64 lead = use.extent.start % sector;
     result.sectorCount = (lead + use.extent.size + sector - 1) / sector;
   }
-  result.throughLoop = !isBlockDevice(disk);
   return result;
 }
 
@@ -250,8 +284,14 @@ std::optional<MountInfo> findMount(Host& host, DiskDevice& disk, u64 startSector
 }
 
 std::vector<DiskUse> driveUse(Host& host, DiskDevice& disk) {
-  const std::vector<FoundUse> found = isBlockDevice(disk) ? usesOf(host, blockDiskOf(host, disk))
-                                                          : loopUses(host, disk.traits().path);
+  std::vector<FoundUse> found;
+  if (isBlockDevice(disk)) {
+    const BlockDisk block = blockDiskOf(host, disk);
+    found = usesOf(host, block);
+    std::ranges::move(usesBeside(host, block), std::back_inserter(found));
+  } else {
+    found = loopUses(host, disk.traits().path);
+  }
   std::vector<DiskUse> uses;
   uses.reserve(found.size());
   for (const FoundUse& use : found) uses.push_back(inSectors(use, disk));
@@ -267,7 +307,7 @@ std::optional<DiskUse> partitionUse(Host& host, DiskDevice& disk, u64 startSecto
   const auto mount = findMount(host, disk, startSector);
   if (!mount) return std::nullopt;
   const UseKind kind = mount->mountPoint.empty() ? UseKind::swap : UseKind::mounted;
-  return DiskUse{kind, disk.traits().path, mount->mountPoint, startSector, sectorCount, false};
+  return DiskUse{kind, disk.traits().path, mount->mountPoint, startSector, sectorCount};
 }
 
 }  // namespace tallowin

@@ -30,14 +30,14 @@ enum class UseKind {
 // What is in the way, as plain data. The words for the user are made where they are shown.
 struct DiskUse {
   UseKind kind = UseKind::mounted;
-  std::string node;  // the device in use, "/dev/sda1"; for image files the loop device
+  std::string node;  // the device in use, "/dev/sda1"; through a loop device on the file, that
   std::string where;
   u64 startSector = 0;  // the part of the disk that is in use, in device sectors
   u64 sectorCount = 0;
-  bool throughLoop = false;  // the disk is an image file, in use through a loop device
 };
 
-// Every use of the disk: of the disk as a whole first, then by partition.
+// Every use of the disk: of the disk as a whole first, then by partition; then what loop devices
+// use that stand on the same file, of an image file as of a loop device.
 std::vector<DiskUse> driveUse(Host& host, DiskDevice& disk);
 
 // What uses any sector of the range, by the kernel's own picture of the disk: a partition that

@@ -1,5 +1,7 @@
 #include "disk/sys_block.h"
 
+#include <sys/sysmacros.h>
+
 #include <algorithm>
 
 #include "base/text.h"
@@ -8,7 +10,6 @@ namespace tallowin {
 namespace {
 
 constexpr std::string_view kDev = "/dev/";
-constexpr std::string_view kMapper = "/dev/mapper/";
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -29,16 +30,15 @@ std::string devicePathOf(const std::string& sysName) {
   return std::string(kDev) + replaced(sysName, '!', '/');
 }
 
-std::string sysFolderOf(Host& host, const std::string& devicePath) {
-  if (devicePath.starts_with(kMapper)) {
-    if (const auto info = host.nodeInfo(devicePath); info && info->isBlockDevice)
-      return format("/sys/block/dm-%u", info->minor);
-  }
-  const std::string name = sysNameOf(host.resolveLink(devicePath));
-  const std::string folder = "/sys/block/" + name;
-  // A partition opened as if it were a disk is described there.
-  const std::string partitionFolder = "/sys/class/block/" + name;
-  return !host.exists(folder) && host.exists(partitionFolder) ? partitionFolder : folder;
+std::string sysFolderOf(Host& host, const std::string& devicePath, u64 deviceNumber) {
+  if (deviceNumber == 0)
+    if (const auto node = host.nodeInfo(devicePath); node && node->isBlockDevice)
+      deviceNumber = makedev(node->major, node->minor);
+  const std::string byNumber =
+      format("/sys/dev/block/%u:%u", major(deviceNumber), minor(deviceNumber));
+  if (deviceNumber != 0 && host.exists(byNumber)) return host.resolveLink(byNumber);
+  // Without that folder, as in a container that hides it, there is only the name.
+  return "/sys/block/" + sysNameOf(host.resolveLink(devicePath));
 }
 
 bool namesDiskOrPartition(const std::string& diskPath, const std::string& node) {

@@ -15,9 +15,9 @@ inline constexpr u64 kSysSectorBytes = 512;
 std::string sysNameOf(const std::string& devicePath);
 // The way back: "cciss!c0d0" -> "/dev/cciss/c0d0".
 std::string devicePathOf(const std::string& sysName);
-// The folder below /sys/block that describes a disk. Nodes below /dev/mapper are found by their
-// minor number, other links by what they point to.
-std::string sysFolderOf(Host& host, const std::string& devicePath);
+// The folder below /sys that describes a disk or a partition: by the number of the device, since a
+// node may have any name. `deviceNumber` is that of an open device; 0 asks the node.
+std::string sysFolderOf(Host& host, const std::string& devicePath, u64 deviceNumber = 0);
 
 // Whether `node` is the path of the disk or of one of its partitions, by the kernel's rule: a
 // number follows the disk's name, with a `p` before it when that name ends in a digit.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <filesystem>
 
 #include "base/text.h"
 #include "support/fake_host.h"
@@ -114,6 +115,68 @@ TEST_F(DiskHandlesTest, PathsLeadToTheListedDriveWhateverTheirName) {
             Error::none);
   EXPECT_EQ(number, driveNumberOf(DriveClass::image, 3));
   EXPECT_EQ(disk, again) << "one file is one disk, by whatever path";
+}
+
+TEST_F(DiskHandlesTest, ANodeOfAnyNameIsTheDiskOfItsNumber) {
+  DiskHandles table = handles();
+  host.node("/dev/made-by-hand", 8, 16, kMiB);
+  ASSERT_EQ(table.open(1, disk), Error::none);
+  std::shared_ptr<DiskDevice> again;
+  ASSERT_EQ(table.openPath("/dev/made-by-hand", DiskAccess::readWrite, again, number), Error::none);
+  EXPECT_EQ(number, 1U);
+  EXPECT_EQ(disk, again);
+}
+
+TEST_F(DiskHandlesTest, AnImageIsOneDiskByWhateverLink) {
+  DiskHandles table = handles();
+  std::filesystem::create_hard_link(images[3], folder.file("hard"));
+  std::filesystem::create_symlink(images[3], folder.file("soft"));
+  std::shared_ptr<DiskDevice> again;
+  ASSERT_EQ(table.openPath(folder.file("hard"), DiskAccess::readWrite, disk, number), Error::none);
+  for (const char* name : {"hard", "soft", "3.img"}) {
+    ASSERT_EQ(table.openPath(folder.file(name), DiskAccess::readWrite, again, number), Error::none);
+    EXPECT_EQ(disk, again) << name;
+    EXPECT_EQ(number, driveNumberOf(DriveClass::image, 3)) << name;
+  }
+}
+
+// The process's working directory, and back.
+class WorkingDirectory {
+ public:
+  explicit WorkingDirectory(const std::string& path) : before_(std::filesystem::current_path()) {
+    std::filesystem::current_path(path);
+  }
+  ~WorkingDirectory() { std::filesystem::current_path(before_); }
+  WorkingDirectory(const WorkingDirectory&) = delete;
+  WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+
+ private:
+  std::filesystem::path before_;
+};
+
+TEST_F(DiskHandlesTest, ARelativePathCountsFromTheWorkingDirectory) {
+  host.node("/sdb", 8, 0, kMiB);  // what one gets who puts "/" before it
+  DiskHandles table = handles();
+  {
+    const WorkingDirectory inDev(host.realPath("/dev"));
+    ASSERT_EQ(table.openPath("sdb", DiskAccess::readWrite, disk, number), Error::none);
+    EXPECT_EQ(number, 1U);
+    EXPECT_EQ(disk->traits().path, "/dev/sdb");
+  }
+  host.folder("/gone");
+  const WorkingDirectory inGone(host.realPath("/gone"));
+  host.remove("/gone");
+  EXPECT_EQ(table.openPath("sdb", DiskAccess::readWrite, disk, number), Error::deviceNotOpened);
+  EXPECT_NE(table.lastFailure().find("working directory"), std::string::npos);
+}
+
+TEST_F(DiskHandlesTest, AnotherDeviceUnderThePathOfAListedOneIsNotOpened) {
+  DiskHandles table = handles();
+  host.node("/dev/sdb", 8, 32, kMiB);
+  EXPECT_EQ(table.open(1, disk), Error::deviceChanged);
+  EXPECT_EQ(disk, nullptr);
+  EXPECT_TRUE(table.lastFailure().starts_with("/dev/sdb is another device"));
+  EXPECT_EQ(host.openCount(), 0U);
 }
 
 TEST_F(DiskHandlesTest, ADiskWithoutAFirmwareNumberIsNumberedByItsIndex) {

@@ -134,6 +134,34 @@ TEST_F(MountCheckTest, AFileSystemOnTheDiskItselfStartsAtZero) {
   EXPECT_EQ(mounted("/dev/mapper/vg-lv", 0), "/lv|ext4|rw");
 }
 
+// With the kernel's numbers in /sys, names say nothing.
+TEST_F(MountCheckTest, ANodeOfAnyNameIsFoundByItsNumber) {
+  const auto numbered = [&](const std::string& path, u32 minor, const std::string& folder) {
+    host.node(path, 8, minor, kMiB);
+    host.link("/sys/dev/block/8:" + std::to_string(minor), "../../devices/bus/block/" + folder);
+  };
+  numbered("/dev/made-by-hand", 0, "sda");
+  numbered("/dev/other", 1, "sda/sda1");
+  numbered("/dev/sdb1", 17, "sdb/sdb1");
+  host.file("/sys/devices/bus/block/sda/sda1/partition", "1\n");
+  host.file("/sys/devices/bus/block/sda/sda1/start", "2048\n");
+  host.file("/sys/devices/bus/block/sda/sda1/size", "4096\n");
+  host.file("/sys/devices/bus/block/sda/device/model", "SSD 840\n");
+  EXPECT_EQ(mounted("/dev/made-by-hand", 2048), "free");
+  host.file("/proc/mounts", "/dev/sdb1 /b ext4 rw 0 0\n/dev/other /data ext4 rw 0 0\n");
+  EXPECT_EQ(mounted("/dev/made-by-hand", 2048), "/data|ext4|rw");
+  EXPECT_TRUE(partitionUse(host, *openDisk(host, "/dev/made-by-hand"), 2048, 1));
+  EXPECT_EQ(openDisk(host, "/dev/made-by-hand")->displayName(), "SSD 840 (sda)");
+}
+
+TEST_F(MountCheckTest, AMountTableIsReadToItsEnd) {
+  disk("sda");
+  std::string table;
+  while (table.size() < 3 * kMiB) table += "tmpfs /run/containers/of/a/busy/machine tmpfs rw 0 0\n";
+  host.file("/proc/mounts", table + "/dev/sda1 /data ext4 rw 0 0\n");
+  EXPECT_EQ(mounted("/dev/sda", 2048), "/data|ext4|rw");
+}
+
 class DiskUseTest : public MountCheckTest {
  protected:
   DiskUseTest() { disk("nvme0n1", "p"); }
@@ -208,7 +236,6 @@ TEST_F(DiskUseTest, AnImageIsInUseThroughItsLoopDevice) {
   const auto found = partitionUse(host, image, 8192, 4096);
   ASSERT_TRUE(found);
   EXPECT_EQ(found->node + " " + found->where, "/dev/loop0p10 /mnt");
-  EXPECT_TRUE(found->throughLoop);
   EXPECT_FALSE(partitionUse(host, image, 2048, 4096));
   Image other(folder.sparse("other.img", kMiB));
   EXPECT_TRUE(driveUse(host, other).empty());
@@ -220,6 +247,32 @@ TEST_F(DiskUseTest, AnImageIsInUseThroughItsLoopDevice) {
   host.file("/proc/mounts", "/dev/loop0 /mnt ext4 rw 0 0\n");
   EXPECT_TRUE(partitionUse(host, image, 2048, 4096));
   EXPECT_FALSE(partitionUse(host, image, 6144, 4096));
+}
+
+TEST_F(DiskUseTest, ALoopDeviceIsInUseThroughAnotherOneOnItsFile) {
+  disk("loop0", "p");
+  disk("loop1", "p");
+  host.node("/dev/loop0", 7, 0, 16 * kMiB);
+  host.node("/dev/loop1", 7, 1, 16 * kMiB);
+  const auto standOn = [&](const std::string& loop, const std::string& file, u64 offset) {
+    host.file("/sys/block/" + loop + "/loop/backing_file", file + "\n");
+    host.file("/sys/block/" + loop + "/loop/offset", std::to_string(offset) + "\n");
+  };
+  const auto busy = [&](u64 start, u64 count) {
+    return partitionUse(host, *openDisk(host, "/dev/loop0"), start, count).has_value();
+  };
+  host.file("/proc/mounts", "/dev/loop1p10 /mnt ext4 rw 0 0\n");  // sectors 8192 to 12287
+  standOn("loop0", "/images/a", 0);
+  standOn("loop1", "/images/b", 0);
+  EXPECT_FALSE(busy(0, 32768)) << "another file";
+  standOn("loop1", "/images/a", 0);
+  EXPECT_TRUE(busy(12287, 1));
+  EXPECT_FALSE(busy(12288, 100));
+  standOn("loop1", "/images/a", 512);
+  EXPECT_TRUE(busy(12288, 1)) << "one sector later in the file";
+  standOn("loop0", "/images/a", 10000 * 512);
+  EXPECT_TRUE(busy(2288, 1));
+  EXPECT_FALSE(busy(2289, 1)) << "one that begins behind the other's start";
 }
 
 // The real thing: ext4 on the second partition of a loop device.
