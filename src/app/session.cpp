@@ -6,7 +6,7 @@
 
 #include "base/text.h"
 #include "ops/apply_drive_settings.h"
-#include "probe/identify.h"
+#include "ptable/sector_size.h"
 
 namespace tallowin {
 namespace {

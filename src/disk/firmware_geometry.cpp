@@ -4,7 +4,7 @@
 
 #include "base/bytes.h"
 #include "base/text.h"
-#include "disk/mbr_ends_record.h"
+#include "disk/mbr_record.h"
 
 namespace tallowin {
 namespace {
@@ -53,17 +53,17 @@ std::optional<FoundGeometry> eddGeometry(Host& host, u32 number) {
 }
 
 // Whoever made the table wrote the ends of its entries by the geometry in force then.
-std::optional<FoundGeometry> geometryOfEntries(const MbrEndsRecord& mbr, u64 totalSectors) {
+std::optional<FoundGeometry> geometryOfEntries(const MbrRecord& mbr, u64 totalSectors) {
   constexpr u8 kProtective = 0xEE;
-  for (const MbrEndsRecord::Entry& entry : mbr.entries) {
-    const u64 start = entry.firstLba;
+  for (const MbrSlotRecord& entry : mbr.slots) {
+    const u64 start = entry.startLba;
     const u64 size = entry.sectorCount;
     const bool isBeyond = start >= totalSectors || start + size > totalSectors;
     if ((entry.bootIndicator & 0x7F) != 0 || (entry.type != kProtective && isBeyond)) break;
     if (entry.type == 0) continue;
     FoundGeometry found;
-    found.maxHead = entry.lastHead;
-    found.sectorsPerTrack = entry.lastSector & 0x3F;
+    found.maxHead = entry.endChs[0];
+    found.sectorsPerTrack = entry.endChs[1] & 0x3F;
     if (found.sectorsPerTrack != 0) {
       const u64 cylinders = totalSectors / ((found.maxHead + 1) * found.sectorsPerTrack);
       found.maxCylinder = cylinders == 0 ? 0 : cylinders - 1;
@@ -84,13 +84,13 @@ FoundGeometry fromCounts(const KernelGeometry& counts) {
 struct FirstSector {
   std::vector<u8> bytes;
   u64 totalSectors = 0;
-  const MbrEndsRecord& mbr() const { return *recordAt<MbrEndsRecord>(std::span(bytes)); }
+  const MbrRecord& mbr() const { return *recordAt<MbrRecord>(std::span(bytes)); }
 };
 
 std::optional<FirstSector> readFirstSector(DiskDevice& disk) {
   FirstSector first;
   first.bytes.resize(disk.sectorSize());
-  if (disk.traits().deviceKind != kHardDiskKind || first.bytes.size() < sizeof(MbrEndsRecord))
+  if (disk.traits().deviceKind != kHardDiskKind || first.bytes.size() < sizeof(MbrRecord))
     return std::nullopt;
   if (disk.readSectors(0, first.bytes.data(), 1) != Error::none) return std::nullopt;
   first.totalSectors = disk.sectorCount().value_or(0);

@@ -7,7 +7,6 @@
 #include "base/bytes.h"
 #include "base/text.h"
 #include "disk/firmware_geometry.h"
-#include "disk/mbr_ends_record.h"
 #include "files/image_container.h"
 
 namespace tallowin {
@@ -135,57 +134,8 @@ class ImageDisk : public DiskDevice {
   std::optional<FirmwareDisk> firmware_;
 };
 
-// Types whose partitions begin with a boot sector or an extended boot record, hidden ones too.
-bool startsWithSignature(u8 type) {
-  constexpr std::array<u8, 24> kTypes = {0x01, 0x04, 0x05, 0x06, 0x07, 0x0B, 0x0C, 0x0E,
-                                         0x0F, 0x11, 0x12, 0x14, 0x15, 0x16, 0x17, 0x1B,
-                                         0x1C, 0x1E, 0x1F, 0x27, 0x85, 0xDE, 0xDF, 0xEF};
-  return std::find(kTypes.begin(), kTypes.end(), type) != kTypes.end();
-}
-
-bool hasSignature(DiskDevice& sectorsOf512, u64 sector) {
-  MbrEndsRecord record;
-  return sectorsOf512.readSectors(sector, &record, 1) == Error::none &&
-         record.bootSignature == 0xAA55;
-}
-
-// Whether every partition of the table ends inside the image when sectors are that large.
-bool fitsImage(const MbrEndsRecord& mbr, u64 sectors) {
-  return std::all_of(std::begin(mbr.entries), std::end(mbr.entries), [&](const auto& entry) {
-    return entry.type == 0 || u64{entry.firstLba} + entry.sectorCount <= sectors;
-  });
-}
-
-// The sector size with which the table's first entry leads to a boot sector; 0 when none does.
-// With a partition that was never formatted a larger size can lead into another partition, so
-// the whole table has to fit such a size.
-u32 sizeByPartitionTable(DiskDevice& sectorsOf512) {
-  MbrEndsRecord mbr;
-  if (sectorsOf512.readSectors(0, &mbr, 1) != Error::none || mbr.bootSignature != 0xAA55) return 0;
-  const auto* entry = std::find_if(
-      std::begin(mbr.entries), std::end(mbr.entries), [](const MbrEndsRecord::Entry& candidate) {
-        return startsWithSignature(candidate.type) && candidate.firstLba != 0;
-      });
-  if (entry == std::end(mbr.entries)) return 0;
-  const u64 sectors = sectorsOf512.sectorCount().value_or(0);
-  for (const u32 size : kSectorSizes) {
-    const u64 scale = size / kContainerSectorBytes;
-    if (scale != 1 && !fitsImage(mbr, sectors / scale)) return 0;
-    // The signature stands in the last two bytes of the first 512 whatever the sector size.
-    if (hasSignature(sectorsOf512, entry->firstLba * scale)) return size;
-  }
-  return 0;
-}
-
 bool isSectorSize(u32 size) {
   return std::find(kSectorSizes.begin(), kSectorSizes.end(), size) != kSectorSizes.end();
-}
-
-// `disk` has sectors of 512 bytes here.
-u32 detectedSectorSize(DiskDevice& disk, const SectorSizeProbe& probe) {
-  const std::optional<u32> identified = probe ? probe(disk) : std::nullopt;
-  const u32 size = identified ? *identified : sizeByPartitionTable(disk);
-  return isSectorSize(size) ? size : kContainerSectorBytes;
 }
 
 OpenedImage failed(const std::string& path, const ImageFailure& failure) {
@@ -216,8 +166,10 @@ OpenedImage openImageFile(const std::string& path, DiskAccess access, u8 kind, u
   auto disk = std::make_unique<ImageDisk>(std::move(image), path, kind, kContainerSectorBytes);
   if (kind == kOpticalKind) {
     disk->setSectorSize(kOpticalSectorBytes);
-  } else if (isRaw) {
-    disk->setSectorSize(sectorSizeBytes != 0 ? sectorSizeBytes : detectedSectorSize(*disk, probe));
+  } else if (sectorSizeBytes != 0) {
+    disk->setSectorSize(sectorSizeBytes);
+  } else if (isRaw && probe) {
+    disk->setSectorSize(probe(*disk));
   }
   return {std::move(disk), Error::none, {}};
 }

@@ -319,10 +319,4 @@ BootLoaderMark bootLoaderMark(std::span<const u8> sector) {
   return mark != nullptr && *mark == kMark ? BootLoaderMark::marked : BootLoaderMark::none;
 }
 
-std::optional<u32> detectSectorSize(DiskDevice& disk) {
-  Content content;
-  if (identify(disk, 0, content) != Error::none) return std::nullopt;
-  return content.sectorSizeBytes;
-}
-
 }  // namespace tallowin

@@ -47,8 +47,4 @@ u16 typeOfContent(DiskDevice& disk, u64 startLba);
 enum class BootLoaderMark { none = 0, marked = 1, grub = 2 };
 BootLoaderMark bootLoaderMark(std::span<const u8> sector);
 
-// For image files, which do not tell their sector size: what the file system on the whole disk
-// says of it, 0 when it says nothing; nothing when there is no file system.
-std::optional<u32> detectSectorSize(DiskDevice& disk);
-
 }  // namespace tallowin

@@ -6,7 +6,7 @@
 #include "disk/firmware_geometry.h"
 #include "disk/geometry_modes.h"
 #include "disk/linux_disk.h"
-#include "disk/mbr_ends_record.h"
+#include "disk/mbr_record.h"
 #include "disk/memory_disk.h"
 #include "support/fake_host.h"
 
@@ -70,22 +70,21 @@ TEST(GeometryModes, ADiskWithoutASizeHasOneSector) {
     EXPECT_EQ(geometryForMode(disk, mode), (Geometry{0, 0, 1})) << mode;
 }
 
-MbrEndsRecord::Entry entry(u8 type, u32 first, u32 count, u8 head = 239, u8 sector = 63,
-                           u8 boot = 0) {
-  MbrEndsRecord::Entry result;
+MbrSlotRecord entry(u8 type, u32 first, u32 count, u8 head = 239, u8 sector = 63, u8 boot = 0) {
+  MbrSlotRecord result{};
   result.bootIndicator = boot;
   result.type = type;
-  result.lastHead = head;
-  result.lastSector = sector;
-  result.firstLba = first;
+  result.endChs[0] = head;
+  result.endChs[1] = sector;
+  result.startLba = first;
   result.sectorCount = count;
   return result;
 }
 
-void writeMbr(DiskDevice& disk, u32 signature, std::vector<MbrEndsRecord::Entry> entries) {
-  MbrEndsRecord mbr;
+void writeMbr(DiskDevice& disk, u32 signature, std::vector<MbrSlotRecord> entries) {
+  MbrRecord mbr{};
   mbr.diskSignature = signature;
-  std::copy(entries.begin(), entries.end(), mbr.entries);
+  std::copy(entries.begin(), entries.end(), mbr.slots.begin());
   ASSERT_EQ(disk.writeSectors(0, &mbr, 1), Error::none);
 }
 
@@ -93,7 +92,7 @@ TEST(FirmwareGeometry, TheFirstSoundEntryTellsTheGeometry) {
   constexpr Geometry kFound{263, 239, 63};  // of 4,000,000 sectors
   struct Case {
     const char* what;
-    std::vector<MbrEndsRecord::Entry> entries;
+    std::vector<MbrSlotRecord> entries;
     Geometry expected;
     bool determined = true;
   };

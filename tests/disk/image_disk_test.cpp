@@ -4,10 +4,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <vector>
 
 #include "base/text.h"
-#include "disk/mbr_ends_record.h"
+#include "disk/mbr_record.h"
 #include "files/vhd_record.h"
 #include "support/temp_folder.h"
 
@@ -79,13 +80,12 @@ TEST_F(ImageDiskTest, TheFormIsInTheTraitsAndTheGeometry) {
 }
 
 TEST_F(ImageDiskTest, ARawImageHasTheGeometryOfItsTable) {
-  MbrEndsRecord mbr;
-  mbr.bootSignature = 0xAA55;
-  mbr.entries[0].type = 0x83;
-  mbr.entries[0].lastHead = 15;
-  mbr.entries[0].lastSector = 63;
-  mbr.entries[0].firstLba = 63;
-  mbr.entries[0].sectorCount = 1000;
+  MbrRecord mbr{};
+  mbr.signature.set();
+  mbr.slots[0].type = 0x83;
+  mbr.slots[0].endChs = {15, 63, 0};
+  mbr.slots[0].startLba = 63;
+  mbr.slots[0].sectorCount = 1000;
   std::string bytes = textOf(bytesOf(mbr));
   bytes.resize(std::size_t{1008} * 3 * 512);
   folder.write("raw", bytes);
@@ -94,84 +94,21 @@ TEST_F(ImageDiskTest, ARawImageHasTheGeometryOfItsTable) {
   EXPECT_EQ(geometry, (Geometry{2, 15, 63}));
 }
 
-// A table whose `entry` has the type and starts at sector 8 of `sectorSizeBytes`, where a boot
-// sector lies.
-std::string partitionedImage(u32 sectorSizeBytes, u8 type, std::size_t entry) {
-  constexpr u32 kStart = 8;
-  MbrEndsRecord mbr;
-  mbr.bootSignature = 0xAA55;
-  mbr.entries[0].type = 0x83;  // says nothing: no boot sector need stand there
-  mbr.entries[0].firstLba = 4;
-  mbr.entries[entry].type = type;
-  mbr.entries[entry].firstLba = kStart;
-  std::string bytes = textOf(bytesOf(mbr));
-  bytes.resize(kImageBytes);
-  MbrEndsRecord bootSector;
-  bootSector.bootSignature = 0xAA55;
-  bytes.replace(std::size_t{kStart} * sectorSizeBytes, 512, textOf(bytesOf(bootSector)));
-  return bytes;
-}
-
-TEST_F(ImageDiskTest, TheFirstBootSectorTellsTheSectorSizeOfARawImage) {
-  struct Case {
-    u32 written;
-    u8 type;
-    std::size_t entry;
-    u32 expected;
-  };
-  const Case cases[] = {
-      {512, 0x0C, 0, 512},   {1024, 0x06, 1, 1024}, {2048, 0x07, 3, 2048},
-      {4096, 0x05, 2, 4096}, {4096, 0x1B, 1, 4096},  // a hidden one
-      {4096, 0x83, 1, 512},                          // of no family that begins with a boot sector
-      {8192, 0x07, 1, 512},                          // no sector size that there is
-  };
-  for (const Case& each : cases) {
-    folder.write("raw", partitionedImage(each.written, each.type, each.entry));
-    const auto disk = open("raw");
-    EXPECT_EQ(disk->sectorSize(), each.expected)
-        << format("%u, type %02X", each.written, each.type);
-    EXPECT_EQ(disk->sectorCount(), kImageBytes / each.expected);
-  }
-
-  folder.write("raw", partitionedImage(4096, 0x07, 1));
-  EXPECT_EQ(open("raw", kHardDiskKind, 1024)->sectorSize(), 1024U) << "what is given holds";
-  std::string unsignedTable = partitionedImage(4096, 0x07, 1);
-  unsignedTable[510] = '\0';
-  folder.write("raw", unsignedTable);
-  EXPECT_EQ(open("raw")->sectorSize(), 512U);
-  folder.write("short", partitionedImage(512, 0x07, 1).substr(0, 2048));
-  EXPECT_EQ(open("short")->sectorSize(), 512U) << "the entry leads beyond the end";
-}
-
-TEST_F(ImageDiskTest, ALargerSectorSizeMustFitTheWholeTable) {
-  // Sector 8 of 512 bytes was never formatted; what lies at eight times its place is another's.
-  std::string bytes = partitionedImage(4096, 0x0C, 1);
-  MbrEndsRecord mbr =
-      *recordAt<MbrEndsRecord>(std::span(reinterpret_cast<const u8*>(bytes.data()), bytes.size()));
-  mbr.entries[2].type = 0x05;
-  mbr.entries[2].firstLba = 64;
-  mbr.entries[2].sectorCount = kImageBytes / 512 - 64;
-  bytes.replace(0, 512, textOf(bytesOf(mbr)));
-  folder.write("raw", bytes);
-  EXPECT_EQ(open("raw")->sectorSize(), 512U);
-}
-
-TEST_F(ImageDiskTest, AFileSystemOnTheWholeDiskTellsTheSectorSize) {
-  folder.write("raw", partitionedImage(4096, 0x07, 1));
-  const auto sizeWith = [&](std::optional<u32> identified) {
+TEST_F(ImageDiskTest, WhatIsStatedHoldsThenWhatTheProbeFinds) {
+  const auto sizeOf = [&](const std::string& name, u32 stated, u32 found) {
     const SectorSizeProbe probe = [&](DiskDevice& disk) {
       EXPECT_EQ(disk.sectorSize(), 512U);
-      u8 sector[512];
-      EXPECT_EQ(disk.readSectors(0, sector, 1), Error::none);
-      return identified;
+      return found;
     };
-    return open("raw", kHardDiskKind, 0, probe)->sectorSize();
+    return open(name, kHardDiskKind, stated, probe)->sectorSize();
   };
-  EXPECT_EQ(sizeWith(std::nullopt), 4096U) << "no file system: the table tells";
-  EXPECT_EQ(sizeWith(2048), 2048U);
-  EXPECT_EQ(sizeWith(0), 512U) << "one that states none; its boot code is no table";
-  EXPECT_EQ(sizeWith(768), 512U);
-  EXPECT_EQ(sizeWith(65536), 512U);
+  folder.sparse("raw", kImageBytes);
+  folder.write("vhd", fixedVhd());
+  EXPECT_EQ(sizeOf("raw", 0, 2048), 2048U);
+  EXPECT_EQ(sizeOf("raw", 1024, 2048), 1024U);
+  EXPECT_EQ(sizeOf("vhd", 0, 2048), 512U) << "containers have sectors of 512";
+  EXPECT_EQ(sizeOf("vhd", 4096, 512), 4096U) << "unless one knows better";
+  EXPECT_EQ(open("raw")->sectorSize(), 512U) << "without a probe";
 }
 
 TEST_F(ImageDiskTest, LargeSectorsLieWhereTheyBelongAndEndWithTheImage) {
@@ -189,6 +126,30 @@ TEST_F(ImageDiskTest, LargeSectorsLieWhereTheyBelongAndEndWithTheImage) {
   std::string expected(kImageBytes + 2048, '\0');
   expected.replace(kImageBytes - 4096, 4096, 4096, '\xA7');
   EXPECT_TRUE(folder.read("raw") == expected);
+}
+
+// Zeros that are to hide what was there are written over it; a fast clear may leave a hole.
+TEST_F(ImageDiskTest, WrittenZerosTakeTheirPlaceInTheFile) {
+  folder.sparse("raw", kImageBytes);
+  const auto allocated = [&] {
+    struct stat status {};
+    EXPECT_EQ(::stat(folder.file("raw").c_str(), &status), 0);
+    return static_cast<u64>(status.st_blocks) * 512;
+  };
+  ASSERT_EQ(allocated(), 0U);
+  const auto disk = open("raw");
+  ASSERT_EQ(disk->writeZeros(0, kImageBytes / 512), Error::none);
+  ASSERT_EQ(disk->flush(), Error::none);
+  EXPECT_GE(allocated(), kImageBytes);
+  EXPECT_TRUE(folder.read("raw") == std::string(kImageBytes, '\0'));
+}
+
+TEST_F(ImageDiskTest, AFailureNamesTheDisksSector) {
+  folder.sparse("raw", kImageBytes);
+  const auto disk = open("raw", kHardDiskKind, 4096);
+  std::filesystem::resize_file(folder.file("raw"), kImageBytes / 2);
+  std::vector<u8> sector(4096);
+  EXPECT_EQ(disk->readSectors(200, sector.data(), 1), Failure(Error::read, 0, 200));
 }
 
 TEST_F(ImageDiskTest, OneOpenerAtATimeHoldsTheLock) {
@@ -220,7 +181,7 @@ TEST_F(ImageDiskTest, AReadOnlyImageIsReadAndNeverChanged) {
 }
 
 TEST_F(ImageDiskTest, ARefusalNamesTheFileAndTheReason) {
-  const auto refusal = [&](const std::string& name, Failure error, u32 sectorSizeBytes = 0) {
+  const auto refusal = [&](const std::string& name, Error error, u32 sectorSizeBytes = 0) {
     const OpenedImage image =
         openImageFile(folder.file(name), DiskAccess::readWrite, kHardDiskKind, sectorSizeBytes);
     EXPECT_EQ(image.disk, nullptr) << name;

@@ -134,7 +134,7 @@ TEST(Identify, WhatTheMakersOfFileSystemsWrite) {
     ASSERT_EQ(identify(disk, 0, content), Error::none) << kind.command;
     EXPECT_EQ(content.code, kind.code) << kind.command;
     EXPECT_EQ(typeOfContent(disk, 0), kind.type);
-    EXPECT_EQ(detectSectorSize(disk), kind.statedSectorSize) << kind.command;
+    EXPECT_EQ(content.sectorSizeBytes, kind.statedSectorSize) << kind.command;
     MemoryDisk large = loadDisk(command.back(), 4096);
     EXPECT_EQ(typeOfContent(large, 0), kind.type) << kind.command;
   }
