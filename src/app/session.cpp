@@ -25,7 +25,6 @@ Session::Session(std::unique_ptr<Host> host, ProgramFolders folders, Options opt
       handles_(*host_, driveList_, options_.images) {
   handles_.setSectorSizeProbe(detectSectorSize);
   if (!options_.noDevices) scsiGenericList_ = scsiGenericDevices(*host_, kScsiGenericTypes);
-  driveSettings_.load(settingsFile_);
 }
 
 Session::~Session() = default;
@@ -53,8 +52,15 @@ Failure Session::openDrive(u32 driveNumber, std::unique_ptr<Drive>& drive) {
   return openDrive(std::move(disk), driveNumber, drive);
 }
 
+DriveSettingsRecord& Session::driveSettings(u32 driveNumber, const std::string& path) {
+  const bool isImage = driveNumber >> 16 == static_cast<u32>(DriveClass::image);
+  return driveSettings_.record(settingsFile_, driveNumber,
+                               isImage ? imageSectionName(path) : driveSectionName(driveNumber));
+}
+
 std::string Session::openFailure(Failure error) const {
-  if (error == Error::deviceNotOpened || error == Error::deviceChanged) return handles_.lastFailure();
+  if (error == Error::deviceNotOpened || error == Error::deviceChanged)
+    return handles_.lastFailure();
   return format("The disk could not be opened (error %u).", codeOf(error));
 }
 
@@ -68,7 +74,7 @@ Failure Session::openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,
                            std::unique_ptr<Drive>& drive) {
   const bool takesSettings = (driveNumber & kDriveTakesNoSettings) == 0;
   DriveSettingsRecord* record =
-      takesSettings ? &driveSettings_.record(settingsFile_, driveNumber) : nullptr;
+      takesSettings ? &driveSettings(driveNumber, disk->traits().path) : nullptr;
   return openDriveWithSettings(std::move(disk), *host_, options_, record, driveNumber, {}, drive);
 }
 

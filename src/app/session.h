@@ -23,8 +23,8 @@ namespace tallowin {
 // reference lives as long as the session.
 class Session {
  public:
-  // Scans the machine for devices unless the options say to keep off them, registers the images
-  // of the options, and reads the drives' settings.
+  // Scans the machine for devices unless the options say to keep off them, and registers the images
+  // of the options.
   Session(std::unique_ptr<Host> host, ProgramFolders folders, Options options);
   ~Session();
   Session(const Session&) = delete;
@@ -34,7 +34,8 @@ class Session {
   Options& options() { return options_; }
   const ProgramFolders& folders() const { return folders_; }
   const SettingsFile& settingsFile() const { return settingsFile_; }
-  DriveSettingsList& driveSettings() { return driveSettings_; }
+  // The settings of a drive: of an image those of its path, whatever its number.
+  DriveSettingsRecord& driveSettings(u32 driveNumber, const std::string& path);
   const DriveList& driveList() const { return driveList_; }
   // The optical drives that the kernel offers as SCSI generic nodes; none while devices are hidden.
   const std::vector<ScsiGenericDevice>& scsiGenericList() const { return scsiGenericList_; }

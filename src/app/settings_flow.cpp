@@ -25,9 +25,8 @@ std::optional<EmbrPrimaries> embrPrimaries(Drive& drive) {
   return primaries;
 }
 
-DriveSettingsRecord& recordOf(const SettingsContext& context, const Drive& drive) {
-  Session& session = context.session;
-  return session.driveSettings().record(session.settingsFile(), drive.driveNumber());
+DriveSettingsRecord& recordOf(const SettingsContext& context, Drive& drive) {
+  return context.session.driveSettings(drive.driveNumber(), drive.disk().traits().path);
 }
 
 // The page of the current drive, if there is one.

@@ -92,32 +92,46 @@ CommandResult showOrChange(CommandContext& context, const SettingWish& wish,
   return {};
 }
 
+// A disk of the machine by its number, an image by its path.
+struct SettingsOwner {
+  std::optional<u32> number;
+  std::string path;
+};
+
+std::optional<SettingsOwner> parseOwner(std::string_view text) {
+  if (text.empty()) return std::nullopt;
+  u64 number = 0;
+  if (!parseNumber(text, number)) return SettingsOwner{std::nullopt, std::string(text)};
+  if (number >= kDriveTakesNoSettings) return std::nullopt;
+  return SettingsOwner{static_cast<u32>(number), {}};
+}
+
 class SettingsCommand : public Command {
   void declare(OptionSet& options, CommonOptions&) override {
     options.value("KEY", "[=VALUE]", wish_, parseWish, "a setting",
                   "An option to show, or to set with =VALUE; by default all are shown");
-    options.value("--drive", "N", driveNumber_, parseCount, "a drive's number",
-                  "The settings of one drive, instead of the program's");
+    options.value("--drive", "N|IMAGE", owner_, parseOwner,
+                  "a disk's number, which counts from 0, or the path of an image",
+                  "The settings of one disk or image, instead of the program's");
   }
   CommandResult run(CommandContext& context) override;
 
   SettingWish wish_;
-  std::optional<u32> driveNumber_;
+  std::optional<SettingsOwner> owner_;
 };
 
 CommandResult SettingsCommand::run(CommandContext& context) {
   const SettingsFile& file = context.session.settingsFile();
-  if (!driveNumber_) {
+  if (!owner_) {
     Options options;
     file.readOptions(options);
     return showOrChange(context, wish_, optionTable(), options,
                         [&](const Options& changed) { return file.writeOptions(changed); });
   }
-  if (*driveNumber_ > kMaxDriveNumber || (*driveNumber_ & kDriveTakesNoSettings) != 0)
-    return wrongUsage(
-        format("Drive %u has no settings: disks count from 0, images from 65536.", *driveNumber_));
+  const std::string section =
+      owner_->number ? driveSectionName(*owner_->number) : imageSectionName(owner_->path);
   return showOrChange(
-      context, wish_, driveOptionTable(), file.readDrive(*driveNumber_),
+      context, wish_, driveOptionTable(), file.readDrive(section),
       [&](const DriveSettingsRecord& changed) { return file.writeDrive(changed, DriveKeys::all); });
 }
 

@@ -1,7 +1,11 @@
 #include "settings/drive_settings.h"
 
+#include <algorithm>
 #include <array>
+#include <filesystem>
+#include <system_error>
 
+#include "base/crc32.h"
 #include "base/text.h"
 #include "settings/options.h"
 #include "settings/settings_file.h"
@@ -73,6 +77,16 @@ std::string driveSectionName(u32 driveNumber) {
   return format("HD%u", driveNumber & kMaxDriveNumber);
 }
 
+std::string imageSectionName(const std::string& path) {
+  std::error_code error;
+  const auto canonical = std::filesystem::weakly_canonical(path, error);
+  std::string shown = error ? path : canonical.string();
+  const u32 check = crc32({reinterpret_cast<const u8*>(shown.data()), shown.size()});
+  std::ranges::replace_if(
+      shown, [](char c) { return c == ']' || static_cast<u8>(c) < ' '; }, '_');
+  return format("Image %08X %s", check, shown.c_str());
+}
+
 u32 effectiveGeometryCalculation(const Record& record, const Options& options) {
   return globalInForce(record, options) ? 0 : record.geometryCalculation;
 }
@@ -102,14 +116,12 @@ EffectiveDriveSettings resolveDriveSettings(const Record& record, const Options&
   return settings;
 }
 
-void DriveSettingsList::load(const SettingsFile& file) {
-  for (const u32 number : file.driveNumbers()) static_cast<void>(record(file, number));
-}
-
-DriveSettingsRecord& DriveSettingsList::record(const SettingsFile& file, u32 driveNumber) {
-  const auto found = records_.find(driveNumber);
-  if (found != records_.end()) return found->second;
-  return records_.emplace(driveNumber, file.readDrive(driveNumber)).first->second;
+DriveSettingsRecord& DriveSettingsList::record(const SettingsFile& file, u32 driveNumber,
+                                               const std::string& section) {
+  auto found = records_.find(section);
+  if (found == records_.end()) found = records_.emplace(section, file.readDrive(section)).first;
+  found->second.driveNumber = driveNumber;
+  return found->second;
 }
 
 }  // namespace tallowin

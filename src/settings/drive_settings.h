@@ -20,8 +20,9 @@ inline constexpr u32 kMaxDriveNumber = 0xFFFFFF;
 
 enum AlignOnEnd : u32 { kAlignOnEndOff = 0, kAlignOnEndOn = 1, kAlignOnEndByResizing = 2 };
 
-// What section HD%u holds, and the geometry that the drive had when it was first opened.
+// What a drive's section holds, and the geometry that the drive had when it was first opened.
 struct DriveSettingsRecord {
+  std::string section;    // of the settings file: driveSectionName or imageSectionName
   u32 driveNumber = 0;    // 24 bits: class in bits 16..23, index in bits 0..15
   Geometry biosGeometry;  // no sectors per track: not yet opened
 
@@ -47,8 +48,12 @@ std::span<const OptionRow<DriveSettingsRecord>> driveOptionTable();
 
 enum class DriveKeys { all, useGlobalSettingsOnly };
 
-// "HD%u" with the number without its top byte.
+// Of a disk of the machine: "HD%u" with the number without its top byte.
 std::string driveSectionName(u32 driveNumber);
+// Of an image file, whatever place it has in the list and by whatever link it is named: "Image",
+// eight hexadecimal digits for the path, and the path, in which "_" stands for what no section
+// name can hold.
+std::string imageSectionName(const std::string& path);
 
 // What the global alignment rule asks of an opened drive.
 struct DriveFacts {
@@ -81,13 +86,13 @@ u32 effectiveGeometryCalculation(const DriveSettingsRecord& record, const Option
 // then too.
 class DriveSettingsList {
  public:
-  // Reads every HD%u section.
-  void load(const SettingsFile& file);
-  // The record of a drive, read from the file when it is asked for the first time.
-  DriveSettingsRecord& record(const SettingsFile& file, u32 driveNumber);
+  // The record of the drive with that section, read from the file when it is asked for the first
+  // time.
+  DriveSettingsRecord& record(const SettingsFile& file, u32 driveNumber,
+                              const std::string& section);
 
  private:
-  std::map<u32, DriveSettingsRecord> records_;
+  std::map<std::string, DriveSettingsRecord> records_;
 };
 
 }  // namespace tallowin

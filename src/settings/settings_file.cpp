@@ -1,26 +1,11 @@
 #include "settings/settings_file.h"
 
-#include <algorithm>
-
 #include "base/text.h"
 #include "files/host_file.h"
 #include "settings/program_folders.h"
 
 namespace tallowin {
 namespace {
-
-// The number of a section HD%u; nothing for other sections.
-std::optional<u32> driveNumberOf(const std::string& section) {
-  if (!startsWithIgnoreCase(section, "HD")) return std::nullopt;
-  const std::string_view digits = std::string_view(section).substr(2);
-  u32 number = 0;
-  std::size_t i = 0;
-  for (; i < digits.size() && digits[i] >= '0' && digits[i] <= '9'; ++i) {
-    number = number * 10 + static_cast<u32>(digits[i] - '0');
-    if (number > kMaxDriveNumber) return std::nullopt;
-  }
-  return i > 0 ? std::optional<u32>(number) : std::nullopt;
-}
 
 bool isMissing(const std::string& path) {
   u64 sizeBytes = 0;
@@ -33,7 +18,7 @@ std::string folderOf(const std::string& path) { return path.substr(0, path.rfind
 
 SettingsText SettingsFile::load() const {
   std::string text;
-  if (loadTextFile(path_, text) != Error::none) text.clear();
+  if (loadTextFile(path_, text, kMostBytes)) text.clear();
   return SettingsText(std::move(text));
 }
 
@@ -41,13 +26,13 @@ template <typename Change>
 Failure SettingsFile::update(const Change& change) const {
   std::string before;
   if (!isMissing(path_)) {
-    if (loadTextFile(path_, before) != Error::none) return Error::cannotOpenForReading;
+    if (const Failure failed = loadTextFile(path_, before, kMostBytes)) return failed;
   } else if (!makeFolders(folderOf(path_))) {
     return Error::cannotCreate;
   }
   SettingsText text(before);
   change(text);
-  if (text.text() == before) return Error::none;
+  if (text.text() == before) return {};
   return replaceFileDurably(path_, text.text());
 }
 
@@ -61,29 +46,18 @@ Failure SettingsFile::writeOptions(const Options& options) const {
   });
 }
 
-std::vector<u32> SettingsFile::driveNumbers() const {
-  std::vector<u32> numbers;
-  for (const std::string& section : load().sections()) {
-    const auto number = driveNumberOf(section);
-    if (number && std::find(numbers.begin(), numbers.end(), *number) == numbers.end())
-      numbers.push_back(*number);
-  }
-  return numbers;
-}
-
-DriveSettingsRecord SettingsFile::readDrive(u32 driveNumber) const {
+DriveSettingsRecord SettingsFile::readDrive(const std::string& section) const {
   DriveSettingsRecord record;
-  record.driveNumber = driveNumber;
-  readOptionSection(driveOptionTable(), load(), driveSectionName(driveNumber), record);
+  record.section = section;
+  readOptionSection(driveOptionTable(), load(), section, record);
   return record;
 }
 
 Failure SettingsFile::writeDrive(const DriveSettingsRecord& record, DriveKeys keys) const {
   std::span<const OptionRow<DriveSettingsRecord>> rows = driveOptionTable();
   if (keys == DriveKeys::useGlobalSettingsOnly) rows = rows.last(1);
-  return update([&](SettingsText& text) {
-    writeOptionSection(rows, record, driveSectionName(record.driveNumber), text);
-  });
+  return update(
+      [&](SettingsText& text) { writeOptionSection(rows, record, record.section, text); });
 }
 
 }  // namespace tallowin

@@ -20,20 +20,23 @@ class SettingsFile {
  public:
   explicit SettingsFile(std::string path) : path_(std::move(path)) {}
 
+  // No settings need as much; what is larger is no settings file of ours.
+  static constexpr u64 kMostBytes = 1 * kMiB;
+
   const std::string& path() const { return path_; }
   // Empty when the file is missing or cannot be read: then everything has its default.
   SettingsText load() const;
 
   // Section OPTIONS; switch-only options and what is not in the file are left as they are.
   void readOptions(Options& options) const;
-  // cannotOpenForReading: the file is there but cannot be read, so it is not replaced.
-  // writeFailed, cannotCreate: the old file is still there, whole.
+  // cannotOpenForReading, read, fileTooLarge (more than kMostBytes): the file is there but cannot
+  // be read, so it is not replaced. write, noSpaceLeft, flush, cannotCreate: the old file is still
+  // there, whole.
   Failure writeOptions(const Options& options) const;
 
-  // The drives that have a section HD%u.
-  std::vector<u32> driveNumbers() const;
-  DriveSettingsRecord readDrive(u32 driveNumber) const;
-  // Errors as writeOptions.
+  // The record with this section's name and values; without the section the defaults.
+  DriveSettingsRecord readDrive(const std::string& section) const;
+  // To the record's section. Errors as writeOptions.
   Failure writeDrive(const DriveSettingsRecord& record, DriveKeys keys) const;
 
  private:

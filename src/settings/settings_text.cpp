@@ -18,17 +18,6 @@ bool hasOnlyLineFeeds(const std::string& text) {
 
 }  // namespace
 
-std::vector<std::string> SettingsText::sections() const {
-  std::vector<std::string> names;
-  std::string_view rest = text_;
-  SectionRange range;
-  while (findSection(rest, std::nullopt, &range)) {
-    names.emplace_back(sectionName(rest, range.headerStart));
-    rest.remove_prefix(range.end);
-  }
-  return names;
-}
-
 std::optional<std::string> SettingsText::value(std::string_view section,
                                                std::string_view key) const {
   const auto found = getValue(text_, section, key);

@@ -4,7 +4,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace tallowin {
 
@@ -16,7 +15,6 @@ class SettingsText {
   explicit SettingsText(std::string text) : text_(std::move(text)) {}
 
   const std::string& text() const { return text_; }
-  std::vector<std::string> sections() const;
   std::optional<std::string> value(std::string_view section, std::string_view key) const;
   // Creates the section when it is missing.
   void setValue(std::string_view section, std::string_view key, std::string_view value);

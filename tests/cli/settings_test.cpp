@@ -61,9 +61,21 @@ TEST(SettingsCommand, TextsPasswordsAndDrivesAreKeptBesideWhatBelongsToOthers) {
   EXPECT_EQ(ctl.run({"settings", "TimeZone=CET-1CEST"}).output, "TimeZone=CET-1CEST\n");
   EXPECT_EQ(ctl.run({"settings", "MaintPW=sesame"}).output, "MaintPW=(not shown)\n");
   EXPECT_EQ(ctl.home().read("STRANDEL.INI").find("sesame"), std::string::npos);
-  EXPECT_EQ(ctl.run({"settings", "c=1023", "--drive", "65536"}).status, 0);
-  EXPECT_NE(ctl.home().read("STRANDEL.INI").find("[HD65536]\nc=1023\n"), std::string::npos)
+  EXPECT_EQ(ctl.run({"settings", "c=1023", "--drive", "1"}).status, 0);
+  EXPECT_NE(ctl.home().read("STRANDEL.INI").find("[HD1]\nc=1023\n"), std::string::npos)
       << ctl.home().read("STRANDEL.INI");
+}
+
+// A geometry is stated for an image by its path, and is in force when that image is the target.
+TEST(SettingsCommand, AnImageTakesItsSettingsAlong) {
+  Ctl ctl;
+  const std::string image = ctl.home().sparse("one.img", 64 * kMiB);
+  const std::string other = ctl.home().sparse("two.img", 64 * kMiB);
+  for (const char* wish : {"UseGlobalGeoSettings=0", "h=15", "s=32"})
+    ASSERT_EQ(ctl.run({"settings", wish, "--drive", image}).status, 0);
+  EXPECT_NE(ctl.run({"list", image}).output.find("/15/32\n"), std::string::npos)
+      << ctl.run({"list", image}).output;
+  EXPECT_EQ(ctl.run({"list", other}).output.find("/15/32\n"), std::string::npos);
 }
 
 TEST(SettingsCommand, AFileThatCannotBeWrittenIsNamed) {

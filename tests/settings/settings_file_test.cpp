@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "support/oracle.h"
 #include "support/temp_folder.h"
 
@@ -98,6 +100,7 @@ TEST_F(SettingsFileTest, AFileThatCannotBeWrittenIsLeftAsItIs) {
   Options options;
   options.timeOut = 6;
   DriveSettingsRecord record;
+  record.section = "HD0";
   record.align1MiB = true;
   constexpr uid_t kNobody = 65534;
   ASSERT_EQ(0, ::seteuid(kNobody));
@@ -123,13 +126,9 @@ TEST_F(SettingsFileTest, TheFolderIsMadeWhenItIsMissing) {
   EXPECT_EQ("[OPTIONS]\r\nTimeOut=1\r\n", folder_.read("config/tallowin/STRANDEL.INI"));
 }
 
-TEST_F(SettingsFileTest, DriveSectionsAreFoundReadAndWritten) {
-  write(
-      "[HD12]\r\nc=1023\r\nh=300\r\nAlignOnEnd=2\r\nTheirs=1\r\n[HDX]\r\n[hd65536]\r\n"
-      "[HD99999999]\r\n[HD12]\r\nc=5\r\n");
-  EXPECT_EQ((std::vector<u32>{12, 65536}), file_.driveNumbers());
-
-  DriveSettingsRecord record = file_.readDrive(12);
+TEST_F(SettingsFileTest, DriveSectionsAreReadAndWritten) {
+  write("[HD12]\r\nc=1023\r\nh=300\r\nAlignOnEnd=2\r\nTheirs=1\r\n[HD12]\r\nc=5\r\n");
+  DriveSettingsRecord record = file_.readDrive("HD12");
   EXPECT_EQ(1023, record.cylinders);
   EXPECT_EQ(0, record.heads) << "300 is more than a head number can be";
   EXPECT_EQ(2U, record.alignOnEnd);
@@ -139,24 +138,52 @@ TEST_F(SettingsFileTest, DriveSectionsAreFoundReadAndWritten) {
   record.align1MiB = true;
   record.useGlobalSettings = false;
   ASSERT_EQ(Error::none, file_.writeDrive(record, DriveKeys::useGlobalSettingsOnly));
-  DriveSettingsRecord stored = file_.readDrive(12);
+  DriveSettingsRecord stored = file_.readDrive("HD12");
   EXPECT_FALSE(stored.useGlobalSettings);
   EXPECT_EQ(1023, stored.cylinders);
   EXPECT_FALSE(stored.align1MiB);
 
   ASSERT_EQ(Error::none, file_.writeDrive(record, DriveKeys::all));
-  EXPECT_EQ(record, file_.readDrive(12));
+  EXPECT_EQ(record, file_.readDrive("HD12"));
   EXPECT_EQ("1", file_.load().value("HD12", "Theirs"));
+}
+
+TEST_F(SettingsFileTest, AnImageHasItsSettingsByItsPath) {
+  const auto sectionOf = [&](const std::string& name) {
+    return imageSectionName(folder_.file(name));
+  };
+  const std::vector<std::string> names = {"a.img", "A.img", "a]b=.img", "a_b=.img", "\xC3\xA4.img"};
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    folder_.write(names[i], "");
+    DriveSettingsRecord record = file_.readDrive(sectionOf(names[i]));
+    EXPECT_EQ(0U, record.alignmentBytes) << names[i] << " has those of another image";
+    record.alignmentBytes = static_cast<u32>(4096 + i);
+    ASSERT_EQ(Error::none, file_.writeDrive(record, DriveKeys::all));
+  }
+  for (std::size_t i = 0; i < names.size(); ++i)
+    EXPECT_EQ(4096 + i, file_.readDrive(sectionOf(names[i])).alignmentBytes) << names[i];
+  std::filesystem::create_symlink("a.img", folder_.file("link"));
+  EXPECT_EQ(sectionOf("a.img"), sectionOf("link"));
+}
+
+TEST_F(SettingsFileTest, AFileThatIsTooLargeIsNeitherReadNorReplaced) {
+  const std::string huge = "[OPTIONS]\nTimeOut=5\n" + std::string(60 * kMiB, ';');
+  write(huge);
+  Options options;
+  file_.readOptions(options);
+  EXPECT_EQ(Options{}, options);
+  options.timeOut = 6;
+  EXPECT_EQ(Error::fileTooLarge, file_.writeOptions(options));
+  EXPECT_TRUE(text() == huge);
 }
 
 TEST_F(SettingsFileTest, AChangeThatWasNotSavedLastsAsLongAsTheList) {
   write("[HD1]\r\nAlignVal=4096\r\n");
   DriveSettingsList list;
-  list.load(file_);
-  list.record(file_, 1).alignmentBytes = 8192;
+  list.record(file_, 1, "HD1").alignmentBytes = 8192;
   write("");
-  EXPECT_EQ(8192U, list.record(file_, 1).alignmentBytes);
-  EXPECT_EQ(0U, list.record(file_, 2).alignmentBytes);
+  EXPECT_EQ(8192U, list.record(file_, 1, "HD1").alignmentBytes);
+  EXPECT_EQ(0U, list.record(file_, 2, "HD2").alignmentBytes);
 }
 
 }  // namespace
