@@ -6,8 +6,8 @@
 
 namespace tallowin {
 
-// Of one drive, unless it can only be read; `index` names it as HD%i. The drive was read again when
-// anything was written.
+// Of one drive, unless it can only be read; `index` names it as HD%i. Of an image only after a
+// question. The drive was read again when anything was written.
 void synchronizeFlow(const OperationContext& context, Drive& drive, int index);
 
 }  // namespace tallowin

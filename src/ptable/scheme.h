@@ -63,7 +63,9 @@ class TableScheme {
                                    const EntryProperties& wanted) const = 0;
 };
 
-// All schemes, the more special ones first; the last one is on every disk.
+// All schemes, the more special ones first; the last one is on every disk. A GPT comes before an
+// EMBR: where the boot sector says that there is a GPT, and there is one, other programs see
+// nothing else, and a conversion between the two is decided by that sector for everybody.
 std::span<const TableScheme* const> tableSchemes();
 
 // Sorted into the table by start sector, behind entries with the same start.

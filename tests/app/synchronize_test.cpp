@@ -37,6 +37,11 @@ TEST(SynchronizeDrives, TheBoxIsShownWhereADiskHasAnEmbrAndDrivesAreCountedOnThe
   ASSERT_EQ(
       runProgram({"sfdisk", "-q", "--append", options.images.back()}, "size=10M,type=83\n").status,
       0);
+  const std::string before = folder.read("b.img");
+  ui.expectMessage("b.img.\n\nShall the EMBR of this image follow?", MessageResult::no);
+  synchronizeDrives(session, ui);
+  EXPECT_TRUE(folder.read("b.img") == before) << "only named, and nobody said yes";
+  ui.expectMessage("changed the boot sector", MessageResult::yes);
   ui.expectMessage("found on HD1\nwhich may overlap");
   synchronizeDrives(session, ui);
   synchronizeDrives(session, ui);

@@ -78,6 +78,20 @@ TEST_F(EmbrSyncTest, WhatAgreesIsNotWritten) {
   EXPECT_FALSE(synchronize().wrote);
 }
 
+// The place holder of a GPT is no partition, and what it stands for is elsewhere.
+TEST_F(EmbrSyncTest, NothingFollowsAPlaceHolder) {
+  for (const bool limited : {false, true}) {
+    make(kTwo, limited);
+    changeSlots([](auto& slots) {
+      slots.fill({});
+      slots[0] = slot(1, kAllOnes32, 0xEE);
+    });
+    MemoryDisk before = bench_->disk().copy();
+    EXPECT_FALSE(synchronize().wrote);
+    EXPECT_TRUE(bench_->disk().sameContent(before));
+  }
+}
+
 TEST_F(EmbrSyncTest, NewSlotsBecomeEntriesAndAreWarnedOf) {
   for (const bool limited : {false, true}) {
     make(kTwo, limited);

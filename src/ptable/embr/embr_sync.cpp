@@ -22,6 +22,12 @@ bool hasSameType(const MbrSlotRecord& slot, const MptEntryRecord& entry) {
   return types::unhide(slot.type) == types::unhide(entry.type);
 }
 
+// Without a signature the slots hold nothing, and a place holder stands for a table elsewhere.
+bool saysWhatIsThere(const MbrRecord& mbr) {
+  return mbr.signature.isValid() &&
+         std::ranges::find(mbr.slots, types::kGptReserved, &MbrSlotRecord::type) == mbr.slots.end();
+}
+
 class Synchronization {
  public:
   Synchronization(Drive& drive, EmbrImage& image, EmbrSync& done)
@@ -155,19 +161,19 @@ Failure synchronizeEmbr(Drive& drive, const std::function<bool()>& beforeWrite, 
   done = {};
   if (!drive.isEmbr()) return Error::none;
   EmbrImage image;
-  if (EmbrImage::read(drive.disk(), image) != Error::none) return Error::read;
-  if (!recordAt<MbrRecord>(image.mbr())->signature.isValid()) return Error::none;
+  if (const Failure failed = EmbrImage::read(drive.disk(), image)) return failed.as(Error::read);
+  if (!saysWhatIsThere(*recordAt<MbrRecord>(image.mbr()))) return Error::none;
   const EmbrImage old = image;
   Synchronization synchronization(drive, image, done);
   if (!synchronization.run()) return Error::none;
   if (const Failure failed = checkEmbrGrowth(drive.tableContext(), old, image, TrackContent::keep))
     return failed;
   if (!beforeWrite()) return Error::cancelled;
-  const Failure error = synchronization.hasRebuiltSlots() ? image.write(drive.disk())
-                                                          : image.writeBehindMbr(drive.disk());
-  done.wrote = error == Error::none;
+  const Failure failed = synchronization.hasRebuiltSlots() ? image.write(drive.disk())
+                                                           : image.writeBehindMbr(drive.disk());
+  done.wrote = !failed;
   if (done.wrote) drive.setFlags(kDriveChanged, kDriveChanged);
-  return error;
+  return failed;
 }
 
 }  // namespace tallowin

@@ -13,10 +13,10 @@ struct EmbrSync {
   bool tableFull = false;   // a new partition found no entry
 };
 
-// The MBR is the source of truth. Nothing is done without an EMBR, or without a signature in
-// sector 0. `beforeWrite` is called once when something differs; it answers whether to go on.
-// read, tableWriteFailed; cancelled by `beforeWrite`; noFreeEntry, sectorsInUse: the EMBR has to
-// grow and cannot.
+// The MBR is the source of truth. Nothing is done without an EMBR, without a signature in sector 0,
+// or while a slot there is the place holder of a GPT. `beforeWrite` is called once when something
+// differs; it answers whether to go on. read, tableWriteFailed; cancelled by `beforeWrite`;
+// noFreeEntry, sectorsInUse: the EMBR has to grow and cannot.
 Failure synchronizeEmbr(Drive& drive, const std::function<bool()>& beforeWrite, EmbrSync& done);
 
 }  // namespace tallowin
