@@ -26,9 +26,11 @@ bool isUsed(const PartitionTable& table, PartitionId id) {
 std::span<const TableScheme* const> tableSchemes() {
   static const EmbrScheme embr;
   static const GptScheme gpt;
+  static const LargeGptScheme largeGpt;
   static const UnreadableGptScheme unreadableGpt;
   static const MbrScheme mbr;
-  static constexpr std::array<const TableScheme*, 4> kSchemes = {&embr, &gpt, &unreadableGpt, &mbr};
+  static constexpr std::array<const TableScheme*, 5> kSchemes = {&gpt, &largeGpt, &embr,
+                                                                 &unreadableGpt, &mbr};
   return kSchemes;
 }
 

@@ -62,7 +62,7 @@ TEST(Gpt, EachDamageHasItsAnswer) {
       {"endless entries", 84, 0xFFFFFFFF, Error::entriesDoNotFit},
       {"first usable inside the table", 40, 3, Error::gptSignature},
       {"last usable beyond the backup", 48, kSectors - 2, Error::gptSignature},
-      {"entry array elsewhere", 72, 40, Error::gptSignature},
+      {"entry array in the usable area", 72, 40, Error::gptSignature},
   };
   for (const Damage& damage : damages) {
     MemoryDisk disk = gptDisk();

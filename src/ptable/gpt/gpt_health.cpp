@@ -18,6 +18,8 @@ HealthText textsOf(const GptHealth& health) {
       return {"misplaced-backup", "The backup of the GPT does not lie at the end of the disk."};
     case GptBackupState::differs:
       return {"different-backup", "The backup of the GPT differs from the primary table."};
+    case GptBackupState::beyondEnd:
+      return {"shortened-disk", "The disk is shorter than its GPT says, so the backup is missing."};
     case GptBackupState::sound:
       break;
   }

@@ -15,6 +15,7 @@ enum class GptBackupState : u8 {
   missing,    // no valid copy where the header says, nor on the last sector
   misplaced,  // sound, but not on the last sector: the disk grew
   differs,    // valid by itself, with other entries
+  beyondEnd,  // its place lies behind the end of the disk, which was shortened
 };
 
 struct GptHealth {

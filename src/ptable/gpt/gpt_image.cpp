@@ -3,11 +3,13 @@
 #include <algorithm>
 
 #include "base/crc32.h"
+#include "ptable/track_content.h"
 
 namespace tallowin {
 namespace {
 
-constexpr u32 kHeaderSectors = 1;  // 512 bytes rounded up to any sector size
+constexpr u32 kHeaderSectors = 1;       // 512 bytes rounded up to any sector size
+constexpr u32 kPrimaryHeadSectors = 2;  // boot sector and header
 
 u64 sectorsFor(u64 bytes, u32 sectorSize) { return (bytes + sectorSize - 1) / sectorSize; }
 
@@ -31,14 +33,21 @@ bool hasValidCrc(std::span<const u8> headerSector) {
   return crc32(copy) == headerIn(headerSector).headerCrc;
 }
 
+// The entry array ends before the usable area. Boards keep a loader between the header and the
+// array.
+u64 lastPrimaryPlace(const GptHeaderRecord& header, u32 sectorSize) {
+  return header.firstUsableLba - sectorsFor(entryArrayBytes(header), sectorSize);
+}
+
 bool hasSoundLayout(const GptHeaderRecord& header, u32 sectorSize) {
   if (header.entryCount == 0 || header.entrySize < kGptEntrySize) return false;
   const u64 tableSectors = kHeaderSectors + sectorsFor(entryArrayBytes(header), sectorSize);
   return header.firstUsableLba < header.alternateLba &&
          header.firstUsableLba < header.lastUsableLba &&
          header.firstUsableLba >= kGptPrimaryHeaderLba + tableSectors &&
-         header.entryLba == kGptPrimaryEntryLba && header.myLba == kGptPrimaryHeaderLba &&
-         tableSectors <= header.alternateLba &&
+         header.entryLba >= kGptPrimaryEntryLba &&
+         header.entryLba <= lastPrimaryPlace(header, sectorSize) &&
+         header.myLba == kGptPrimaryHeaderLba && tableSectors <= header.alternateLba &&
          header.lastUsableLba <= header.alternateLba - tableSectors;
 }
 
@@ -74,10 +83,10 @@ class SectorSource {
   // Brings a run into memory in one request; where that fails its sectors are read one by one.
   void prefetch(u64 lba, u64 count) {
     std::vector<u8> bytes(count * disk_.sectorSize());
-    if (disk_.readSectors(lba, bytes.data(), count) == Error::none)
-      parts_.push_back({lba, std::move(bytes)});
+    if (!disk_.readSectors(lba, bytes.data(), count)) parts_.push_back({lba, std::move(bytes)});
   }
-  bool read(u64 lba, u8* out, u64 count) {
+  // tableReadFailed.
+  Failure read(u64 lba, u8* out, u64 count) {
     const std::size_t sectorSize = disk_.sectorSize();
     for (const Part& part : parts_) {
       const u64 held = part.bytes.size() / sectorSize;
@@ -85,9 +94,9 @@ class SectorSource {
       const auto from =
           part.bytes.begin() + static_cast<std::ptrdiff_t>((lba - part.lba) * sectorSize);
       std::copy_n(from, count * sectorSize, out);
-      return true;
+      return {};
     }
-    return disk_.readSectors(lba, out, count) == Error::none;
+    return disk_.readSectors(lba, out, count).as(Error::tableReadFailed);
   }
 
  private:
@@ -136,9 +145,9 @@ Failure GptImage::readCopy(SectorSource& source, u64 headerLba, GptImage& image)
   const u32 sectorSize = source.disk().sectorSize();
   image.sectorSize_ = sectorSize;
   image.bytes_.assign(std::size_t{2} * sectorSize, 0);
-  if (!source.read(0, image.bytes_.data(), 1) ||
-      !source.read(headerLba, image.bytes_.data() + sectorSize, 1))
-    return Error::tableReadFailed;
+  if (const Failure failed = source.read(0, image.bytes_.data(), 1)) return failed;
+  if (const Failure failed = source.read(headerLba, image.bytes_.data() + sectorSize, 1))
+    return failed;
   const auto headerSector = std::span<const u8>(image.bytes_).subspan(sectorSize);
   if (!hasSignature(headerSector) || !hasValidCrc(headerSector)) return Error::gptSignature;
 
@@ -147,9 +156,9 @@ Failure GptImage::readCopy(SectorSource& source, u64 headerLba, GptImage& image)
   if (sectors > (kMaxBytes - image.bytes_.size()) / sectorSize) return Error::entriesDoNotFit;
   if (header.entrySize < kGptEntrySize) return Error::gptTableCheck;
   image.bytes_.resize(image.bytes_.size() + sectors * sectorSize);
-  if (!source.read(image.header().entryLba, image.bytes_.data() + std::size_t{2} * sectorSize,
-                   sectors))
-    return Error::tableReadFailed;
+  if (const Failure failed = source.read(
+          image.header().entryLba, image.bytes_.data() + std::size_t{2} * sectorSize, sectors))
+    return failed;
   if (crc32(image.entryArray()) != image.header().entryCrc) return Error::gptTableCheck;
 
   if (headerLba != kGptPrimaryHeaderLba) image.becomePrimary();
@@ -166,7 +175,37 @@ Failure GptImage::read(DiskDevice& disk, GptImage& image, std::span<const u8> tr
   const std::optional<u64> sectors = disk.sectorCount();
   if (!sectors || *sectors == 0) return Error::diskSizeUnknown;
   image.source_ = GptCopy::backup;
-  return readCopy(source, *sectors - 1, image);
+  if (const Failure failed = readCopy(source, *sectors - 1, image)) return failed;
+  image.placePrimaryArray(source);
+  return Error::none;
+}
+
+bool GptImage::isArrayAt(SectorSource& source, u64 lba) const {
+  std::vector<u8> sectors(entrySectors() * sectorSize_);
+  return !source.read(lba, sectors.data(), entrySectors()) &&
+         std::ranges::equal(std::span(sectors).first(entryArray().size()), entryArray());
+}
+
+// The backup does not say where the primary array lies. A header that is whole does, and so does an
+// array that is; else it goes where nothing of another program is.
+void GptImage::placePrimaryArray(SectorSource& source) {
+  const u64 last = lastPrimaryPlace(header(), sectorSize_);
+  const auto place = [this](u64 lba) {
+    header().entryLba = lba;
+    seal();
+  };
+  std::vector<u8> found(sectorSize_);
+  if (!source.read(kGptPrimaryHeaderLba, found.data(), 1) && hasSignature(found) &&
+      hasValidCrc(found)) {
+    const u64 stated = headerIn(found).entryLba;
+    if (stated >= kGptPrimaryEntryLba && stated <= last) return place(stated);
+  }
+  for (const u64 lba : {kGptPrimaryEntryLba, last})
+    if (isArrayAt(source, lba)) return place(lba);
+  if (last == kGptPrimaryEntryLba) return;
+  for (const u64 lba : {kGptPrimaryEntryLba, last})
+    if (!namedTrackContent(source.disk(), lba, lba + entrySectors())) return place(lba);
+  isPrimaryPlaced_ = false;
 }
 
 Failure GptImage::create(u64 lastLba, u32 sectorSizeBytes, const Guid& diskGuid, GptImage& image) {
@@ -212,10 +251,10 @@ GptBackupState GptImage::backupState(DiskDevice& disk) const {
   const u64 run = entrySectors() + kHeaderSectors;
   if (expected < sectors && run <= expected) source.prefetch(expected + 1 - run, run);
   u64 found = expected;
-  if (readCopy(source, expected, copy) != Error::none) {
+  if (readCopy(source, expected, copy)) {
     found = sectors - 1;
-    if (sectors == 0 || found == expected || readCopy(source, found, copy) != Error::none)
-      return GptBackupState::missing;
+    if (sectors == 0 || found == expected || readCopy(source, found, copy))
+      return expected < sectors ? GptBackupState::missing : GptBackupState::beyondEnd;
   }
   if (!holdsSameTable(copy)) return GptBackupState::differs;
   return found == sectors - 1 && found == expected ? GptBackupState::sound
@@ -236,91 +275,122 @@ Failure GptImage::moveBackupTo(u64 lastLba) {
   return Error::none;
 }
 
-Failure GptImage::writePrimary(DiskDevice& disk, MbrOrder order) const {
-  const u64 sectors = bytes_.size() / sectorSize_;
-  if (order == MbrOrder::withTable) {
-    return disk.writeSectors(0, bytes_.data(), sectors) == Error::none &&
-                   disk.flush() == Error::none
-               ? Error::none
-               : Error::tableWriteFailed;
-  }
-  const auto writeMbr = [&] {
-    return disk.writeSectors(0, bytes_.data(), 1) == Error::none && disk.flush() == Error::none;
-  };
-  const auto writeTable = [&] {
-    return disk.writeSectors(1, bytes_.data() + sectorSize_, sectors - 1) == Error::none &&
-           disk.flush() == Error::none;
-  };
-  const bool written =
-      order == MbrOrder::afterTable ? writeTable() && writeMbr() : writeMbr() && writeTable();
-  return written ? Error::none : Error::tableWriteFailed;
+// Sectors of the image, which has the array behind the header wherever it lies on the disk.
+Failure GptImage::put(DiskDevice& disk, u64 lba, u64 firstOfImage, u64 count) const {
+  return disk.writeSectors(lba, bytes_.data() + firstOfImage * sectorSize_, count);
 }
 
-// The usable area and every partition must end before the backup.
-Failure GptImage::checkBackupPlace() const {
+Failure GptImage::writePrimaryTable(DiskDevice& disk, u64 firstSector) const {
+  const u64 sectors = kPrimaryHeadSectors + entrySectors();
+  const u64 entryLba = header().entryLba;
+  if (entryLba == kGptPrimaryEntryLba)
+    return put(disk, firstSector, firstSector, sectors - firstSector);
+  if (const Failure failed = put(disk, entryLba, kPrimaryHeadSectors, entrySectors()))
+    return failed;
+  return put(disk, firstSector, firstSector, kPrimaryHeadSectors - firstSector);
+}
+
+Failure GptImage::writePrimary(DiskDevice& disk, MbrOrder order) const {
+  const auto stored = [&disk](Failure written) {
+    if (!written) written = disk.flush();
+    return written.as(Error::tableWriteFailed);
+  };
+  const auto writeMbr = [&] { return stored(put(disk, 0, 0, 1)); };
+  const auto writeTable = [&] { return stored(writePrimaryTable(disk, kGptPrimaryHeaderLba)); };
+  switch (order) {
+    case MbrOrder::withTable:
+      return stored(writePrimaryTable(disk, 0));
+    case MbrOrder::afterTable:
+      if (const Failure failed = writeTable()) return failed;
+      return writeMbr();
+    case MbrOrder::beforeTable:
+      if (const Failure failed = writeMbr()) return failed;
+      return writeTable();
+  }
+  return {};
+}
+
+bool GptImage::isInUse(u64 first, u64 last) const {
+  for (u32 i = 0; i < entryCount(); ++i)
+    if (entry(i).isUsed() && entry(i).firstLba <= last && entry(i).lastLba >= first) return true;
+  return false;
+}
+
+// Where the header on the disk says, if that is a place for it; else just before the header.
+u64 GptImage::backupArrayPlace(DiskDevice& disk) const {
+  const u64 backupLba = header().alternateLba;
+  const u64 usual = backupLba - entrySectors();
+  std::vector<u8> found(sectorSize_);
+  if (disk.readSectors(backupLba, found.data(), 1) || !hasSignature(found) || !hasValidCrc(found))
+    return usual;
+  const u64 stated = headerIn(found).entryLba;
+  const bool isPlace = entryArrayBytes(headerIn(found)) == entryArrayBytes(header()) &&
+                       stated > header().lastUsableLba && stated <= usual &&
+                       !isInUse(stated, backupLba);
+  return isPlace ? stated : usual;
+}
+
+// The usable area and every partition must end before the backup, and the primary array has to go
+// where it was.
+Failure GptImage::checkPlaces() const {
+  if (!isPrimaryPlaced_) return Error::sectorsInUse;
   const u64 backupLba = header().alternateLba;
   if (backupLba < entrySectors()) return Error::backupOverlaps;
   const u64 first = backupLba - entrySectors();
-  if (first <= header().lastUsableLba) return Error::backupOverlaps;
-  for (u32 i = 0; i < entryCount(); ++i) {
-    const GptEntryRecord& other = entry(i);
-    if (other.isUsed() && other.firstLba <= backupLba && other.lastLba >= first)
-      return Error::backupOverlaps;
-  }
-  return Error::none;
+  const bool isFree = first > header().lastUsableLba && !isInUse(first, backupLba);
+  return isFree ? Error::none : Error::backupOverlaps;
 }
 
 Failure GptImage::writeBackup(DiskDevice& disk) const {
   const u64 backupLba = header().alternateLba;
   const u64 sectors = disk.sectorCount().value_or(0);
-  if (backupLba == 0 || backupLba >= sectors) return Error::backupWriteFailed;
+  if (backupLba == 0 || backupLba >= sectors) return {Error::backupWriteFailed, 0, backupLba};
   GptImage backup = *this;
   GptHeaderRecord& header = backup.header();
   header.myLba = backupLba;
   header.alternateLba = kGptPrimaryHeaderLba;
-  header.entryLba = backupLba - entrySectors();
+  header.entryLba = backupArrayPlace(disk);
   backup.seal();
-  // Entries and header are one run on the disk, so one request writes both.
+  const auto headerSector = std::span<const u8>(backup.bytes_).subspan(sectorSize_, sectorSize_);
   std::vector<u8> run(backup.bytes_.begin() + std::ptrdiff_t{2} * sectorSize_, backup.bytes_.end());
-  run.insert(run.end(), backup.bytes_.begin() + sectorSize_,
-             backup.bytes_.begin() + std::ptrdiff_t{2} * sectorSize_);
-  const bool written =
-      disk.writeSectors(header.entryLba, run.data(), run.size() / sectorSize_) == Error::none;
-  return written && disk.flush() == Error::none ? Error::none : Error::backupWriteFailed;
+  // Usually entries and header are one run on the disk, so one request writes both.
+  const bool isOneRun = header.entryLba + entrySectors() == backupLba;
+  if (isOneRun) run.insert(run.end(), headerSector.begin(), headerSector.end());
+  Failure failed = disk.writeSectors(header.entryLba, run.data(), run.size() / sectorSize_);
+  if (!failed && !isOneRun) failed = disk.writeSectors(backupLba, headerSector.data(), 1);
+  if (!failed) failed = disk.flush();
+  return failed.as(Error::backupWriteFailed);
 }
 
 // Whether the backup stands for the table on the disk while the primary is being written.
 bool GptImage::backupStandsOn(DiskDevice& disk) const {
   SectorSource source(disk);
   GptImage backup;
-  if (readCopy(source, header().alternateLba, backup) != Error::none || !isProtective(backup.mbr()))
-    return false;
+  if (readCopy(source, header().alternateLba, backup) || !isProtective(backup.mbr())) return false;
   GptImage primary;
-  return readCopy(source, kGptPrimaryHeaderLba, primary) != Error::none ||
-         primary.holdsSameTable(backup);
+  return readCopy(source, kGptPrimaryHeaderLba, primary) || primary.holdsSameTable(backup);
 }
 
 Failure GptImage::write(DiskDevice& disk) {
   if (sectorSize_ != disk.sectorSize()) return Error::sectorSizeDiffers;
-  if (const Failure problem = checkBackupPlace(); problem != Error::none) return problem;
+  if (const Failure problem = checkPlaces()) return problem;
   seal();
   // A valid copy of the old or the new table stays on the disk at any moment. Where the backup is
   // one, the primary goes first. Where it is not (it is damaged or differs, or the disk is only
   // becoming a GPT disk), what is there counts until the new backup is in place.
   if (backupStandsOn(disk)) {
-    if (const Failure problem = writePrimary(disk, MbrOrder::withTable); problem != Error::none)
-      return problem;
+    if (const Failure problem = writePrimary(disk, MbrOrder::withTable)) return problem;
     return writeBackup(disk);
   }
-  if (const Failure problem = writeBackup(disk); problem != Error::none) return problem;
+  if (const Failure problem = writeBackup(disk)) return problem;
   return writePrimary(disk, MbrOrder::afterTable);
 }
 
 Failure GptImage::writeOverHeaderTable(DiskDevice& disk) {
   if (sectorSize_ != disk.sectorSize()) return Error::sectorSizeDiffers;
-  if (const Failure problem = checkBackupPlace(); problem != Error::none) return problem;
+  if (const Failure problem = checkPlaces()) return problem;
   seal();
-  if (const Failure problem = writeBackup(disk); problem != Error::none) return problem;
+  if (const Failure problem = writeBackup(disk)) return problem;
   return writePrimary(disk, MbrOrder::beforeTable);
 }
 
@@ -328,12 +398,11 @@ Failure invalidateGptBackup(DiskDevice& disk) {
   const std::optional<u64> sectors = disk.sectorCount();
   if (!sectors || *sectors == 0) return Error::diskSizeUnknown;
   std::vector<u8> sector(disk.sectorSize());
-  if (disk.readSectors(*sectors - 1, sector.data(), 1) != Error::none)
-    return Error::tableReadFailed;
+  if (const Failure failed = disk.readSectors(*sectors - 1, sector.data(), 1))
+    return failed.as(Error::tableReadFailed);
   if (!hasSignature(sector)) return Error::none;
   sector[0] = 0;
-  return disk.writeSectors(*sectors - 1, sector.data(), 1) == Error::none ? Error::none
-                                                                          : Error::tableWriteFailed;
+  return disk.writeSectors(*sectors - 1, sector.data(), 1).as(Error::tableWriteFailed);
 }
 
 }  // namespace tallowin

@@ -20,20 +20,27 @@ class GptImage {
   static constexpr std::size_t kMaxBytes = 32 * kKiB;
 
   // Reads sector 0 and the primary table, or the backup when the primary's signature or
-  // checksums are wrong; a backup becomes a primary in memory. gptSignature, gptTableCheck,
-  // gptRevision, entriesDoNotFit, tableReadFailed, diskSizeUnknown.
-  // What `track`, the first sectors of the disk, already holds is not read again.
+  // checksums are wrong; a backup becomes a primary in memory, with its entry array where the
+  // damaged one had it, as far as that can be found out. gptSignature, gptTableCheck, gptRevision,
+  // entriesDoNotFit, tableReadFailed, diskSizeUnknown. What `track`, the first sectors of the disk,
+  // already holds is not read again.
   static Failure read(DiskDevice& disk, GptImage& image, std::span<const u8> track = {});
   // An empty table with its protective MBR. bufferTooSmall: the sectors are too large.
   static Failure create(u64 lastLba, u32 sectorSizeBytes, const Guid& diskGuid, GptImage& image);
 
-  // Writes both copies, so that the old or the new table is on the disk at any moment.
-  // sectorSizeDiffers, backupOverlaps (nothing was written: a partition lies where the backup
-  // belongs), tableWriteFailed, backupWriteFailed.
+  // Writes both copies, so that the old or the new table is on the disk at any moment. The entry
+  // arrays stay where the headers on the disk say; what lies between a header and its array is not
+  // touched. Nothing was written: sectorSizeDiffers, and what checkPlaces answers.
+  // tableWriteFailed, backupWriteFailed.
   Failure write(DiskDevice& disk);
   // What lies behind sector 0 counts as another table as long as it is valid, and goes first
   // from then on: the new MBR and the backup are on the disk before it is overwritten.
   Failure writeOverHeaderTable(DiskDevice& disk);
+
+  // Whether there is room for both copies. backupOverlaps: a partition lies where the backup
+  // belongs. sectorsInUse: the primary is damaged, and another program uses each place that its
+  // entry array may have had.
+  Failure checkPlaces() const;
 
   // Where the entries came from at read().
   GptCopy source() const { return source_; }
@@ -51,6 +58,7 @@ class GptImage {
     return *recordAt<GptHeaderRecord>(std::span<const u8>(bytes_), sectorSize_);
   }
   u32 entryCount() const { return header().entryCount; }
+  u64 entrySectors() const;  // of one entry array
   // `index` below entryCount().
   GptEntryRecord& entry(u32 index) {
     return *recordAt<GptEntryRecord>(std::span(bytes_), at(index));
@@ -66,20 +74,25 @@ class GptImage {
  private:
   std::size_t at(u32 index) const;
   std::span<const u8> entryArray() const;
-  u64 entrySectors() const;
   // Recomputes both checksums.
   void seal();
   void becomePrimary();
 
   static Failure readCopy(SectorSource& source, u64 headerLba, GptImage& image);
+  bool isArrayAt(SectorSource& source, u64 lba) const;
+  void placePrimaryArray(SectorSource& source);
+  Failure put(DiskDevice& disk, u64 lba, u64 firstOfImage, u64 count) const;
+  Failure writePrimaryTable(DiskDevice& disk, u64 firstSector) const;
   enum class MbrOrder { withTable, afterTable, beforeTable };
   Failure writePrimary(DiskDevice& disk, MbrOrder order) const;
-  Failure checkBackupPlace() const;
+  bool isInUse(u64 first, u64 last) const;
+  u64 backupArrayPlace(DiskDevice& disk) const;
   bool backupStandsOn(DiskDevice& disk) const;
   Failure writeBackup(DiskDevice& disk) const;
 
   u32 sectorSize_ = 0;
   GptCopy source_ = GptCopy::primary;
+  bool isPrimaryPlaced_ = true;
   std::vector<u8> bytes_;
 };
 

@@ -3,7 +3,7 @@
 //
 //   LBA 0         protective MBR
 //   LBA 1         primary header
-//   LBA 2 ..      primary entry array
+//   LBA 2 ..      primary entry array; anywhere before the usable area when read
 //   ...           first usable LBA .. last usable LBA
 //   ... last - 1  backup entry array
 //   last LBA      backup header

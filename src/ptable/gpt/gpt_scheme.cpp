@@ -67,6 +67,15 @@ bool isSame(const GptEntryRecord& record, const PartitionEntry& entry) {
          record.attributes == entry.attributes;
 }
 
+Failure load(const TableContext& context, GptImage& image) {
+  return GptImage::read(context.disk, image).as(Error::read);
+}
+
+// The backup of a disk that was shortened would lie behind its end.
+bool isBackupBeyondEnd(const TableContext& context, const GptImage& image) {
+  return image.header().alternateLba > context.lastLba;
+}
+
 // The record of an entry that was read from it; null when the disk holds something else now.
 GptEntryRecord* recordOf(GptImage& image, const PartitionEntry& entry) {
   if (entry.tableIndex < 0 || entry.tableIndex >= static_cast<i32>(image.entryCount()))
@@ -101,7 +110,7 @@ bool GptScheme::read(const TableContext& context, std::span<const u8> track,
                      TableReading& reading) const {
   if (!hasProtectiveSlot(track)) return false;
   GptImage image;
-  if (GptImage::read(context.disk, image, track) != Error::none) return false;
+  if (GptImage::read(context.disk, image, track)) return false;
   reading.diskSignature = mbrIn(image).diskSignature;
   reading.diskGuid = image.header().diskGuid;
   reading.gptHealth = GptHealth{image.source(), image.backupState(context.disk)};
@@ -120,8 +129,8 @@ bool GptScheme::read(const TableContext& context, std::span<const u8> track,
 
 Failure GptScheme::checkUnchanged(const TableContext& context, const PartitionTable& table) const {
   GptImage image;
-  if (const Failure error = GptImage::read(context.disk, image); error != Error::none)
-    return error == Error::tableReadFailed ? Error::read : Error::tableChangedMeanwhile;
+  if (const Failure failed = GptImage::read(context.disk, image))
+    return failed.as(failed == Error::tableReadFailed ? Error::read : Error::tableChangedMeanwhile);
   u32 used = 0;
   for (u32 i = 0; i < image.entryCount(); ++i) used += image.entry(i).isUsed() ? 1 : 0;
   const bool same =
@@ -132,23 +141,25 @@ Failure GptScheme::checkUnchanged(const TableContext& context, const PartitionTa
 }
 
 Failure storeGpt(DiskDevice& disk, const GptImage& old, GptImage& image) {
-  if (disk.flush() != Error::none) return Error::write;
-  if (image.write(disk) == Error::none) return Error::none;
+  if (const Failure failed = image.checkPlaces()) return failed;
+  if (const Failure failed = disk.flush()) return failed.as(Error::write);
+  const Failure failed = image.write(disk);
+  if (!failed) return failed;
   disk.dropCaches();
   GptImage found;
-  if (disk.flush() != Error::none || GptImage::read(disk, found) != Error::none)
-    return Error::writeFailedTableUnknown;
+  if (disk.flush() || GptImage::read(disk, found)) return failed.as(Error::writeFailedTableUnknown);
   const auto isOnDisk = [&found](const GptImage& table) {
     return found.holdsSameTable(table) && std::ranges::equal(found.mbr(), table.mbr());
   };
-  if (isOnDisk(old)) return Error::write;
-  return isOnDisk(image) ? Error::writeFailedNewTable : Error::writeFailedTableUnknown;
+  if (isOnDisk(old)) return failed.as(Error::write);
+  return failed.as(isOnDisk(image) ? Error::writeFailedNewTable : Error::writeFailedTableUnknown);
 }
 
 Failure GptScheme::add(const TableContext& context, const NewEntry& entry,
                        TrackContent /*content*/) const {
   GptImage old;
-  if (GptImage::read(context.disk, old) != Error::none) return Error::read;
+  if (const Failure failed = load(context, old)) return failed;
+  if (isBackupBeyondEnd(context, old)) return Error::gptTableCheck;
   if (!isRoomFree(context, old, entry)) return Error::outsideUsableArea;
   GptImage image = old;
   u32 index = 0;
@@ -179,7 +190,7 @@ void fillGptEntry(const PartitionEntry& entry, GptEntryRecord& record) {
 
 Failure GptScheme::remove(const TableContext& context, const TableEntry& entry) const {
   GptImage old;
-  if (GptImage::read(context.disk, old) != Error::none) return Error::read;
+  if (const Failure failed = load(context, old)) return failed;
   GptImage image = old;
   GptEntryRecord* record = recordOf(image, entry);
   if (record == nullptr) return Error::tableChangedMeanwhile;
@@ -187,6 +198,10 @@ Failure GptScheme::remove(const TableContext& context, const TableEntry& entry) 
   auto& mbr = *recordAt<MbrRecord>(image.mbr());
   for (MbrSlotRecord& slot : mbr.slots)
     if (holdsExtent(slot, entry)) slot.clear();
+  // What lies behind the end has to go before the table can be repaired.
+  if (isBackupBeyondEnd(context, image)) {
+    if (const Failure failed = image.moveBackupTo(context.lastLba)) return failed;
+  }
   return storeGpt(context.disk, old, image);
 }
 
@@ -205,10 +220,11 @@ void setType(const TableEntry& entry, u16 type, GptEntryRecord& record, MbrRecor
 Failure GptScheme::changeProperties(const TableContext& context, const TableEntry& entry,
                                     const EntryProperties& wanted) const {
   GptImage old;
-  if (GptImage::read(context.disk, old) != Error::none) return Error::read;
+  if (const Failure failed = load(context, old)) return failed;
   GptImage image = old;
   GptEntryRecord* record = recordOf(image, entry);
   if (record == nullptr) return Error::tableChangedMeanwhile;
+  if (isBackupBeyondEnd(context, old)) return Error::gptTableCheck;
   auto& mbr = *recordAt<MbrRecord>(image.mbr());
   const auto own = std::ranges::find_if(
       mbr.slots, [&](const MbrSlotRecord& slot) { return holdsExtent(slot, entry); });
@@ -219,7 +235,7 @@ Failure GptScheme::changeProperties(const TableContext& context, const TableEntr
   if (wanted.attributes) record->attributes = *wanted.attributes;
   if (wanted.active) markActive(mbr, *own, *wanted.active);
   const bool staysSame = image.holdsSameTable(old) && std::ranges::equal(image.mbr(), old.mbr());
-  return staysSame ? Error::none : storeGpt(context.disk, old, image);
+  return staysSame ? Failure() : storeGpt(context.disk, old, image);
 }
 
 Guid randomGuid(Host& host) {
@@ -251,11 +267,10 @@ Guid newUniqueGuid(Host& host, const GptImage& image) {
 
 Failure repairGptOn(const TableContext& context) {
   GptImage old;
-  if (GptImage::read(context.disk, old) != Error::none) return Error::read;
+  if (const Failure failed = load(context, old)) return failed;
   GptImage image = old;
   if (image.header().alternateLba != context.lastLba) {
-    if (const Failure error = image.moveBackupTo(context.lastLba); error != Error::none)
-      return error;
+    if (const Failure failed = image.moveBackupTo(context.lastLba)) return failed;
   }
   return storeGpt(context.disk, old, image);
 }

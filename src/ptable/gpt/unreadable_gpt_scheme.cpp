@@ -10,9 +10,22 @@ bool UnreadableGptScheme::read(const TableContext& context, std::span<const u8> 
 }
 
 const char* UnreadableGptScheme::changeRefusal() const {
-  return "No copy of the GPT on this disk can be read: both are damaged, or it has more entries\n"
-         "than fit here (about 128). Nothing on it is changed. If it is damaged, restore the\n"
-         "table from a copy; if there is none any more, clear its place holder in the MBR.";
+  return "Both copies of the GPT on this disk are damaged. Nothing on it is changed.\n"
+         "Restore the table from a copy; if there is none any more, clear its place holder in the\n"
+         "MBR.";
+}
+
+bool LargeGptScheme::read(const TableContext& context, std::span<const u8> track,
+                          TableReading& reading) const {
+  GptImage image;
+  return hasProtectiveSlot(track) &&
+         GptImage::read(context.disk, image, track) == Error::entriesDoNotFit &&
+         MbrScheme::read(context, track, reading);
+}
+
+const char* LargeGptScheme::changeRefusal() const {
+  return "The GPT of this disk has more entries than fit here (about 240), so nothing on it is\n"
+         "changed. Make its table shorter with the program that made it, and try again.";
 }
 
 }  // namespace tallowin
