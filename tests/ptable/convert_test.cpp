@@ -185,7 +185,9 @@ TEST(Convert, AFailedConversionOfAnEmbrKeepsItsSlots) {
       FakeHost host;
       const auto drive = TableBench::openOn(round.sharedDisk(), host);
       round.begin();
-      if (run(*drive) == Error::write) EXPECT_EQ(round.medium().sector(0), embr.sector(0));
+      if (run(*drive) == Error::write) {
+        EXPECT_EQ(round.medium().sector(0), embr.sector(0));
+      }
     });
 }
 

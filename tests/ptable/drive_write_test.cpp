@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "disk/disk_wrapper.h"
 #include "probe/type_catalogue.h"
 #include "ptable/mbr/boot_code.h"
 #include "ptable/scheme_bench.h"

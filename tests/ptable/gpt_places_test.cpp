@@ -60,12 +60,9 @@ MemoryDisk shortened(MemoryDisk& disk, u64 sectors) {
 }
 
 Failure add(Drive& drive, u64 start, u64 end) {
-  PartitionEntry& block = freeAt(drive, start);
-  block.startSector = start;
-  block.endSector = end;
-  block.type = 0x83;
-  block.uniqueGuid.bytes = {1, 2, 3, 4, 5, 6, 7, 8, 9};
-  return drive.commit(block);
+  NewEntry entry{.startSector = start, .endSector = end, .type = 0x83};
+  entry.uniqueGuid.bytes = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+  return drive.add(entry);
 }
 
 Failure removeFirst(Drive& drive) { return drive.remove(*drive.findByKernelNumber(1)); }

@@ -204,10 +204,11 @@ TEST(MbrEditor, AfterEveryFailedRequestTheErrorTellsTheTableAndTheEditCanBeRepea
     const Failure error = edit.editor.apply();
     EXPECT_EQ(edit.editor.isChanged(), bool(error));
     EXPECT_EQ(round.wasHit(), bool(error));
-    if (error == Error::read || error == Error::write)
+    if (error == Error::read || error == Error::write) {
       EXPECT_EQ(old, round.medium().sector(0));
-    else if (error)
+    } else if (error) {
       EXPECT_EQ(Error::writeFailedTableUnknown, error);
+    }
     round.heal();
     EXPECT_EQ(Error::none, edit.editor.apply());
     EXPECT_EQ(done.sector(0), round.medium().sector(0));

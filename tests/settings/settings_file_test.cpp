@@ -88,7 +88,7 @@ TEST_F(SettingsFileTest, AFileThatCannotBeReadIsNotReplaced) {
   ASSERT_EQ(0, ::mkdir(file_.path().c_str(), 0700));
   Options options;
   options.timeOut = 1;
-  EXPECT_EQ(Error::cannotOpenForReading, file_.writeOptions(options));
+  EXPECT_EQ(Error::read, file_.writeOptions(options));
 }
 
 TEST_F(SettingsFileTest, AFileThatCannotBeWrittenIsLeftAsItIs) {
