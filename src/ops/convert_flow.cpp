@@ -129,9 +129,8 @@ FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme scheme
   if (const auto stopped = change.begin(target)) return *stopped;
   const bool keepsTrack = isPlainHardDisk(drive) && drive.scheme() == Scheme::mbr;
   if (keepsTrack && !saveTrack(context, drive)) return {FlowEnd::refused, Error::cannotCreate, 0};
-  const Failure error =
-      change.end(convertAndRestore(context, drive, scheme, drive.scheme() == Scheme::wholeDisk,
-                                   *content));
+  const Failure error = change.end(
+      convertAndRestore(context, drive, scheme, drive.scheme() == Scheme::wholeDisk, *content));
   keptTable = change.keptTable();
   if (error == Error::none) return {};
   context.ui.errorBox("The partition layout could not be changed to match your selection.\n\n" +

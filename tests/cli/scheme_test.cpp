@@ -359,7 +359,9 @@ TEST_F(SchemeTest, EachPartOfAGptIsReadOnce) {
       ++reads[line.substr(line.rfind('"') + 1)];
   std::string seen;
   for (const auto& [place, count] : reads) {
-    EXPECT_EQ(count, 1) << place;
+    // The last sector is looked at for the footer of an image too.
+    const bool isLast = place.find(", 67108352)") != std::string::npos;
+    EXPECT_LE(count, isLast ? 2 : 1) << place;
     seen += place + "\n";
   }
   EXPECT_LE(reads.size(), 8u + 3 * 2) << seen;
