@@ -7,6 +7,7 @@
 #include "disk/mbr_record.h"
 #include "files/host_file.h"
 #include "ptable/embr/embr_record.h"
+#include "ptable/gpt/gpt_record.h"
 
 namespace tallowin {
 namespace {
@@ -42,6 +43,14 @@ std::optional<u64> embrHeaderIn(std::span<const u8> track, std::size_t sectorSiz
   return std::nullopt;
 }
 
+// The track, and what a GPT is written over where the track is shorter than that.
+u64 sectorsToSave(const Drive& drive) {
+  const u64 sectorSize = drive.sectorSize();
+  const u64 gptEnd = kGptPrimaryEntryLba + u64{kGptEntryCount} * kGptEntrySize / sectorSize;
+  const u64 wanted = std::max<u64>(drive.geometry().sectorsPerTrack, gptEnd);
+  return std::min({wanted, kTrackBytes / sectorSize, drive.lastLba() + 1});
+}
+
 class TrackRestore {
  public:
   TrackRestore(Drive& drive, BootCode bootCode)
@@ -55,15 +64,16 @@ class TrackRestore {
     Failure restored = Error::none;
     if (!load(path) || !mergeSectorZero()) {
       const u64 sectors = std::min<u64>(trackSectors(), drive_.lastLba() + 1);
-      if (drive_.disk().readSectors(0, track_.data(), sectors) != Error::none) return Error::read;
+      if (const Failure failed = drive_.disk().readSectors(0, track_.data(), sectors))
+        return failed.as(Error::read);
     } else {
       restored = writeDifference();
     }
     const Failure cleared = clearEmbr();
     const Failure replaced = replaceEmbrBootCode();
-    for (const Failure& error : {restored, cleared, replaced})
-      if (error != Error::none) return error;
-    return drive_.disk().flush();
+    for (const Failure& failed : {restored, cleared, replaced})
+      if (failed) return failed;
+    return drive_.disk().flush().as(Error::write);
   }
 
  private:
@@ -80,7 +90,7 @@ class TrackRestore {
     constexpr std::size_t kSignatureAt = offsetof(MbrRecord, diskSignature);
     constexpr std::size_t kSlotsAt = offsetof(MbrRecord, slots);
     std::vector<u8> current(sectorSize_);
-    if (drive_.disk().readSectors(0, current.data(), 1) != Error::none) return false;
+    if (drive_.disk().readSectors(0, current.data(), 1)) return false;
     const u32 savedSignature = mbr().diskSignature;
     if (savedSignature != 0 &&
         savedSignature != recordAt<MbrRecord>(std::span(current))->diskSignature) {
@@ -95,17 +105,18 @@ class TrackRestore {
     return true;
   }
 
-  bool write(u64 lba, u64 count) {
+  Failure write(u64 lba, u64 count) {
     drive_.setFlags(kDriveChanged, kDriveChanged);
-    return drive_.disk().writeSectors(lba, track_.data() + lba * sectorSize_, count) == Error::none;
+    return drive_.disk()
+        .writeSectors(lba, track_.data() + lba * sectorSize_, count)
+        .as(Error::write);
   }
 
   Failure writeDifference() {
-    const u64 most = std::max<u64>(
-        1, std::min({trackSectors(), lowestStart_, u64{drive_.geometry().sectorsPerTrack}}));
+    const u64 most = std::max<u64>(1, std::min(lowestStart_, sectorsToSave(drive_)));
     std::vector<u8> current(most * sectorSize_);
     u64 count = most;
-    if (drive_.disk().readSectors(0, current.data(), most) == Error::none) {
+    if (!drive_.disk().readSectors(0, current.data(), most)) {
       const auto differs = [&](u64 lba) {
         const auto at = static_cast<std::ptrdiff_t>(lba * sectorSize_);
         return !std::equal(current.begin() + at,
@@ -114,7 +125,7 @@ class TrackRestore {
       };
       while (count > 1 && !differs(count - 1)) --count;
     }
-    return write(0, count) ? Error::none : Error::write;
+    return write(0, count);
   }
 
   Failure clearEmbr() {
@@ -135,14 +146,14 @@ class TrackRestore {
                   kLoaderHeadBytes, u8{0});
       count = area + 1;
     }
-    return write(at, count) ? Error::none : Error::write;
+    return write(at, count);
   }
 
   Failure replaceEmbrBootCode() {
     constexpr std::size_t kNameAt = 11;
     if (!textAt(track_, kNameAt, "EMBRI")) return Error::none;
     installBootCode(bootCode_, mbr());
-    return write(0, 1) ? Error::none : Error::write;
+    return write(0, 1);
   }
 
   Drive& drive_;
@@ -159,10 +170,10 @@ std::string firstTrackFileName(const Drive& drive) {
 }
 
 Failure saveFirstTrack(Drive& drive, const std::string& path) {
-  const u64 sectors = std::min<u64>(
-      {drive.geometry().sectorsPerTrack, kTrackBytes / drive.sectorSize(), drive.lastLba() + 1});
+  const u64 sectors = sectorsToSave(drive);
   std::vector<u8> track(sectors * drive.sectorSize());
-  if (drive.disk().readSectors(0, track.data(), sectors) != Error::none) return Error::read;
+  if (const Failure failed = drive.disk().readSectors(0, track.data(), sectors))
+    return failed.as(Error::read);
   if (!keepOlder(path)) return Error::cannotCreate;
   const std::string_view text(reinterpret_cast<const char*>(track.data()), track.size());
   return replaceFileDurably(path, text).as(Error::cannotCreate);

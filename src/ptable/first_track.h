@@ -11,8 +11,9 @@ namespace tallowin {
 // "SAVEMBR%X.UND" for a drive.
 std::string firstTrackFileName(const Drive& drive);
 
-// Keeps the track, at most 32 KiB of it, on the medium before it returns. A file that is there
-// already is kept under a name with its date. read, cannotCreate: the older file is still there.
+// Keeps the track, and at least what a conversion overwrites, at most 32 KiB, on the medium before
+// it returns. A file that is there already is kept under a name with its date. read, cannotCreate:
+// the older file is still there.
 Failure saveFirstTrack(Drive& drive, const std::string& path);
 
 // After a change back to an MBR: what lay behind the MBR comes back, and its boot code; disk

@@ -57,6 +57,19 @@ TEST_F(FirstTrackTest, ComesBackByteForByteFromEveryScheme) {
   }
 }
 
+// A track of few sectors ends before what a GPT is written over.
+TEST_F(FirstTrackTest, HoldsWhatAConversionOverwritesWhateverTheGeometry) {
+  DriveOpenOptions options;
+  options.geometryOverride.sectorsPerTrack = 17;
+  for (const u64 lba : {20U, 33U}) disk().setSector(lba, std::vector<u8>(512, u8{0x33}));
+  MemoryDisk before = disk().copy();
+  ASSERT_EQ(saveFirstTrack(bench_.reopen(options), path_), Error::none);
+  ASSERT_EQ(convertToGpt(bench_.drive(), false, TrackContent::overwrite), Error::none);
+  ASSERT_EQ(convertToMbr(bench_.reopen(options), false), Error::none);
+  ASSERT_EQ(restoreFirstTrack(bench_.reopen(options), path_, BootCode::standard), Error::none);
+  for (u64 lba = 1; lba < 63; ++lba) EXPECT_EQ(disk().sector(lba), before.sector(lba)) << lba;
+}
+
 TEST_F(FirstTrackTest, AnOlderCopyKeepsItsContentUnderAnotherName) {
   ASSERT_EQ(saveFirstTrack(bench_.drive(), path_), Error::none);
   disk().setSector(50, std::vector<u8>(512, u8{0x77}));
