@@ -183,7 +183,6 @@ bool isFat32(u16 type) {
 }
 
 bool isNtfs(u16 type) {
-  constexpr u16 kNtfs = 0x07;
   constexpr u16 kRecoveryBit = 0x20;
   return (unhide(type) & ~kRecoveryBit) == kNtfs;
 }

@@ -13,9 +13,15 @@ namespace PartitionTypeCatalogue {
 inline constexpr u16 kFree = 0x00;
 inline constexpr u16 kExtended = 0x05;
 inline constexpr u16 kExtendedLba = 0x0F;
+inline constexpr u16 kNtfs = 0x07;
+inline constexpr u16 kWindowsRecovery = 0x27;
 inline constexpr u16 kDynamicDisk = 0x42;  // all of the disk belongs to a volume manager
 inline constexpr u16 kLinuxSwap = 0x82;
 inline constexpr u16 kLinux = 0x83;
+inline constexpr u16 kHibernation = 0x84;
+inline constexpr u16 kLinuxLvm = 0x8E;
+inline constexpr u16 kOtherData = 0xDA;    // no file system
+inline constexpr u16 kLinuxRaid = 0xFD;
 inline constexpr u16 kHidden = 0xED;       // the real type is stored elsewhere
 inline constexpr u16 kGptReserved = 0xEE;  // the disk has a GUID partition table
 inline constexpr u16 kEfiSystem = 0xEF;

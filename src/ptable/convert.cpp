@@ -5,10 +5,13 @@
 #include "base/text.h"
 #include "probe/type_catalogue.h"
 #include "ptable/convert_common.h"
-#include "ptable/gpt/gpt_scheme.h"
+#include "ptable/embr/embr_record.h"
+#include "ptable/gpt/gpt_image.h"
 #include "ptable/gpt/gpt_types.h"
 #include "ptable/mbr/boot_code.h"
 #include "ptable/mbr/mbr_edit.h"
+#include "ptable/old_signatures.h"
+#include "ptable/scheme.h"
 #include "ptable/sector_swap.h"
 #include "ptable/track_content.h"
 
@@ -22,139 +25,159 @@ u64 lowestStart(const Drive& drive) {
   return used ? used->first : kAllOnes64;
 }
 
-// Every partition into the slot that it has, then the others into free ones.
-Failure fillSlots(Drive& drive, MbrRecord& mbr) {
-  const auto put = [&](PartitionEntry& entry, u8 slot) {
-    const u8 indicator = entry.bootIndicator;
-    if (!putIntoMbrSlot(drive, entry, mbr, slot) || entry.mbrSlot >= kMbrSlots) return false;
-    mbr.slots[entry.mbrSlot].bootIndicator = indicator;
-    return true;
-  };
-  for (const bool hasSlot : {true, false}) {
-    for (const auto& entry : drive.table().entries) {
-      if (entry->isFree() || (entry->mbrSlot < kMbrSlots) != hasSlot) continue;
-      if (!hasSlot && mbrIsFull(mbr)) return Error::slotNotFree;
-      if (!put(*entry, hasSlot ? entry->mbrSlot : kNoMbrSlot)) return Error::slotNotFree;
-    }
-  }
-  return Error::none;
-}
-
-Failure readTrackSectors(Drive& drive, std::vector<u8>& sectors) {
-  sectors.assign(kTrackSectors * drive.sectorSize(), 0);
-  return drive.disk().readSectors(0, sectors.data(), kTrackSectors) == Error::none ? Error::none
-                                                                                   : Error::read;
-}
-
-// Sector 0 first: from then on a former GPT disk has the new table, and what follows only
-// clears what the old one left behind. On a former EMBR disk clearing the header is what decides.
-Failure writeMbrTable(Drive& drive, std::span<const u8> mbrSector, std::optional<u64> embrHeader) {
-  DiskDevice& disk = drive.disk();
-  TableSectorImage mbr(disk, 0);
-  if (const Failure error = mbr.load(); error != Error::none) return error;
-  const std::vector<u8> old(mbr.bytes().begin(), mbr.bytes().end());
-  std::ranges::copy(mbrSector, mbr.bytes().begin());
-  if (!embrHeader) {
-    if (const Failure error = mbr.store(); error != Error::none || !drive.isGpt()) return error;
-    const std::vector<u8> zeros((kTrackSectors - 1) * drive.sectorSize());
-    const bool cleared = disk.writeSectors(1, zeros.data(), kTrackSectors - 1) == Error::none &&
-                         invalidateGptBackup(disk) == Error::none && disk.flush() == Error::none;
-    return cleared ? Error::none : Error::writeFailedNewTable;
-  }
-  TableSectorImage header(disk, *embrHeader);
-  if (const Failure error = header.load(); error != Error::none) return error;
-  header.bytes()[0] = 0;
-  if (const Failure error = mbr.store(); error != Error::none)
-    return error == Error::writeFailedNewTable ? Error::writeFailedTableUnknown : error;
-  const Failure error = header.store();
-  if (error != Error::write) return error;
-  std::ranges::copy(old, mbr.bytes().begin());
-  return mbr.store() == Error::none ? Error::write : Error::writeFailedTableUnknown;
-}
-
 // Where an EMBR begins, or would begin.
 u64 embrSectorIn(std::span<const u8> firstThreeSectors, u32 sectorSize) {
   return textAt(firstThreeSectors, sectorSize + 2, "IBM ") ? 2 : 1;
 }
 
+Failure findEmbrHeader(Drive& drive, std::optional<u64>& header) {
+  SavedSectors track;
+  if (const Failure failed = saveSectors(drive.disk(), 0, kTrackSectors, track)) return failed;
+  const u64 sector = embrSectorIn(track.bytes, drive.sectorSize());
+  if (textAt(track.bytes, sector * drive.sectorSize(), "EMBR")) header = sector;
+  return {};
+}
+
+Failure storeMbr(DiskDevice& disk, std::span<const u8> sector) {
+  TableSectorImage mbr(disk, 0);
+  if (const Failure failed = mbr.load()) return failed;
+  std::ranges::copy(sector, mbr.bytes().begin());
+  return mbr.store();
+}
+
+// Other programs go by the boot sector, we by the header, so both are old or both are new.
+Failure replaceEmbr(DiskDevice& disk, u64 embrHeader, std::span<const u8> mbrSector) {
+  SavedSectors old;
+  if (const Failure failed = saveSectors(disk, 0, 1, old)) return failed;
+  TableSectorImage header(disk, embrHeader);
+  if (const Failure failed = header.load()) return failed;
+  header.bytes()[0] = 0;
+  if (const Failure failed = storeMbr(disk, mbrSector))
+    return failed.as(failed == Error::writeFailedNewTable ? Error::writeFailedTableUnknown
+                                                          : failed.code);
+  const Failure failed = header.store();
+  if (failed != Error::write) return failed;
+  return failed.as(storeMbr(disk, old.bytes) ? Error::writeFailedTableUnknown : Error::write);
+}
+
+Failure clearSector(DiskDevice& disk, u64 lba) {
+  const std::vector<u8> zeros(disk.sectorSize());
+  return disk.writeSectors(lba, zeros.data(), 1);
+}
+
+// From the boot sector on the disk has the new table. What follows only clears what the GPT left;
+// what lies between its header and its array is not the table's.
+Failure replaceGpt(DiskDevice& disk, std::span<const u8> mbrSector) {
+  GptImage image;
+  if (const Failure failed = GptImage::read(disk, image)) return failed.as(Error::read);
+  if (const Failure failed = storeMbr(disk, mbrSector)) return failed;
+  for (const u64 lba : {kGptPrimaryHeaderLba, u64{image.header().entryLba}})
+    if (const Failure failed = clearSector(disk, lba)) return failed.as(Error::writeFailedNewTable);
+  return endGptBackup(disk);
+}
+
+Failure replaceFileSystem(DiskDevice& disk, std::span<const u8> mbrSector) {
+  if (const Failure failed = storeMbr(disk, mbrSector)) return failed;
+  if (const Failure failed = clearOldSignatures(disk)) return failed.as(Error::writeFailedNewTable);
+  return endGptBackup(disk);
+}
+
+bool hasTable(const Drive& drive) {
+  return drive.table().slots != 0 && (drive.table().status & kTableNone) == 0;
+}
+
+Failure build(Drive& drive, MbrRecord& mbr) {
+  installBootCode(BootCode::standard, mbr);
+  mbr.diskSignature = drive.diskSignature() != 0 ? drive.diskSignature()
+                                                 : randomDiskSignature(drive.tableContext().host);
+  if (!hasTable(drive)) return {};
+  const std::vector<const TableEntry*> entries = entriesToKeep(drive);
+  return entries.size() > kMbrSlots ? Failure(Error::tooManyPartitions)
+                                    : fillSlots(drive, entries, mbr);
+}
+
+// A slot of a hybrid boot sector that names other sectors than any partition of the GPT.
+std::optional<std::string> strangeSlot(Drive& drive) {
+  SavedSectors sector;
+  if (saveSectors(drive.disk(), 0, 1, sector)) return "a boot sector that cannot be read";
+  const auto& mbr = *recordAt<MbrRecord>(std::span<const u8>(sector.bytes));
+  for (std::size_t i = 0; i < kMbrSlots; ++i) {
+    const u8 type = mbr.slots[i].type;
+    const bool isLinked = std::ranges::any_of(
+        drive.table().entries, [i](const auto& entry) { return entry->mbrSlot == i; });
+    if (type != types::kFree && type != types::kGptReserved && !isLinked)
+      return format("entry %u of the boot sector, which is no partition of the GPT",
+                    static_cast<unsigned>(i) + 1);
+  }
+  return std::nullopt;
+}
+
+// An EMBR of many partitions takes more sectors than the header of the GPT, and those may be a
+// board's loader where the entry array lies elsewhere.
+std::optional<std::string> underNewEmbr(Drive& drive) {
+  GptImage image;
+  if (GptImage::read(drive.disk(), image)) return "a GPT that cannot be read";
+  const u64 bytes = sizeof(EmbrHeaderRecord) + sizeof(MbftHeaderRecord) +
+                    entriesToKeep(drive).size() * sizeof(MptEntryRecord);
+  const u64 end = kGptPrimaryHeaderLba + (bytes + kEmbrSectorBytes - 1) / kEmbrSectorBytes;
+  return namedTrackContent(drive.disk(), kGptPrimaryHeaderLba + 1,
+                           std::min<u64>(end, image.header().entryLba));
+}
+
+std::optional<std::string> overwrittenOnGpt(Drive& drive, Scheme target) {
+  for (const auto& entry : drive.table().entries) {
+    if (entry->isFree() || entry->typeGuid != kGptBiosBoot) continue;
+    return format("the boot loader in the BIOS Boot partition %u",
+                  static_cast<unsigned>(entry->tableIndex) + 1);
+  }
+  if (auto strange = strangeSlot(drive)) return strange;
+  return target == Scheme::embr ? underNewEmbr(drive) : std::nullopt;
+}
+
 }  // namespace
 
-bool endsBeyondMbr(const Drive& drive) {
-  return std::ranges::any_of(drive.table().entries, [](const auto& entry) {
-    return !entry->isFree() && entry->endSector > kAllOnes32;
-  });
-}
-
-Failure undoConversion(Drive& drive, std::span<const u8> oldFirstSectors) {
-  DiskDevice& disk = drive.disk();
-  const Scheme before = drive.scheme();
-  static_cast<void>(
-      disk.writeSectors(0, oldFirstSectors.data(), oldFirstSectors.size() / drive.sectorSize()));
-  disk.dropCaches();
-  if (disk.flush() != Error::none || drive.reread() != Error::none ||
-      (drive.table().status & kTableUnreadable) != 0)
-    return Error::writeFailedTableUnknown;
-  return drive.scheme() == before ? Error::write : Error::writeFailedNewTable;
-}
-
-Failure checkConvertible(Drive& drive, Scheme target, TrackContent content) {
-  if (drive.table().slots == 0 || (drive.table().status & kTableNone) != 0) return Error::noTable;
-  if (const Failure error = drive.checkChange(); error != Error::none) return error;
-  if (drive.table().hasErrors()) return Error::tableInError;
-  if (drive.gptHealth() && !drive.gptHealth()->isSound()) return Error::gptTableCheck;
-  const bool keeps = content == TrackContent::keep;
-  return keeps && overwrittenByTable(drive, target) ? Error::sectorsInUse : Error::none;
-}
-
 std::optional<std::string> overwrittenByTable(Drive& drive, Scheme target) {
-  if (drive.isGpt()) {
-    for (const auto& entry : drive.table().entries) {
-      if (entry->isFree() || entry->typeGuid != kGptBiosBoot) continue;
-      return format("the boot loader in the BIOS Boot partition %u",
-                    static_cast<unsigned>(entry->tableIndex) + 1);
-    }
-    return std::nullopt;
-  }
+  if (drive.isGpt()) return overwrittenOnGpt(drive, target);
   if (target == Scheme::mbr) return std::nullopt;
   u64 from = drive.isEmbr() ? drive.firstUsableSector() : 1;
   u64 end = 2 + u64{kGptEntryCount} * kGptEntrySize / drive.sectorSize();
   if (target == Scheme::embr) {
-    std::vector<u8> sectors;
-    if (readTrackSectors(drive, sectors) != Error::none) return "sectors that cannot be read";
-    from = embrSectorIn(sectors, drive.sectorSize());
+    SavedSectors track;
+    if (saveSectors(drive.disk(), 0, kTrackSectors, track)) return "sectors that cannot be read";
+    from = embrSectorIn(track.bytes, drive.sectorSize());
     end = from + 1;
   }
   return namedTrackContent(drive.disk(), from,
                            std::min({end, lowestStart(drive), drive.lastLba()}));
 }
 
-Failure convertToMbr(Drive& drive, bool allowWithoutTable, TrackContent content) {
-  const bool hasTable = drive.table().slots != 0 && (drive.table().status & kTableNone) == 0;
-  if (!hasTable && !allowWithoutTable) return Error::noTable;
-  if (hasTable) {
+Failure convertToMbr(Drive& drive, bool allowWithoutTable, TrackContent content,
+                     const EarlierMbr* earlier) {
+  if (!hasTable(drive) && !allowWithoutTable) return Error::noTable;
+  if (hasTable(drive)) {
     if (drive.scheme() == Scheme::mbr) return Error::none;
-    if (const Failure error = checkConvertible(drive, Scheme::mbr, content); error != Error::none)
-      return error;
+    if (const Failure failed = checkConvertible(drive, Scheme::mbr, content)) return failed;
     if (endsBeyondMbr(drive)) return Error::partitionBeyondTable;
-    if (drive.table().usedSlots > kMbrSlots) return Error::tooManyPartitions;
   }
   std::optional<u64> embrHeader;
   if (!drive.isGpt()) {
-    std::vector<u8> sectors;
-    if (const Failure error = readTrackSectors(drive, sectors); error != Error::none) return error;
-    const u64 header = embrSectorIn(sectors, drive.sectorSize());
-    if (textAt(sectors, header * drive.sectorSize(), "EMBR")) embrHeader = header;
+    if (const Failure failed = findEmbrHeader(drive, embrHeader)) return failed;
+  }
+  DiskDevice& disk = drive.disk();
+  if (drive.isGpt() && earlier != nullptr) {
+    const Failure failed = restoreEarlierMbr(drive, *earlier);
+    if (failed != Error::read && failed != Error::write)
+      drive.setFlags(kDriveChanged, kDriveChanged);
+    return failed;
   }
   std::vector<u8> mbrSector(drive.sectorSize());
-  auto& mbr = *recordAt<MbrRecord>(std::span(mbrSector));
-  installBootCode(BootCode::standard, mbr);
-  mbr.diskSignature = drive.diskSignature();
-  if (hasTable) {
-    if (const Failure error = fillSlots(drive, mbr); error != Error::none) return error;
-  }
-  const Failure error = writeMbrTable(drive, mbrSector, embrHeader);
-  if (error != Error::write) drive.setFlags(kDriveChanged, kDriveChanged);
-  return error;
+  if (const Failure failed = build(drive, *recordAt<MbrRecord>(std::span(mbrSector))))
+    return failed;
+  const Failure failed = drive.isGpt() ? replaceGpt(disk, mbrSector)
+                         : embrHeader  ? replaceEmbr(disk, *embrHeader, mbrSector)
+                                       : replaceFileSystem(disk, mbrSector);
+  if (failed != Error::read && failed != Error::write) drive.setFlags(kDriveChanged, kDriveChanged);
+  return failed;
 }
 
 }  // namespace tallowin

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ptable/drive.h"
+#include "ptable/earlier_mbr.h"
 
 namespace tallowin {
 
@@ -22,17 +23,27 @@ namespace tallowin {
 // Later: write, the old table stands; writeFailedNewTable; writeFailedTableUnknown.
 // Nothing to do for a disk that has the scheme already. The entries on hand are stale afterwards.
 
-// A disk without a table gets an empty one, when `allowWithoutTable`.
+// A disk without a table gets an empty one, when `allowWithoutTable`; the marks of its file system
+// are cleared. A GPT becomes the `earlier` MBR where that is given.
 Failure convertToMbr(Drive& drive, bool allowWithoutTable,
-                     TrackContent content = TrackContent::keep);
+                     TrackContent content = TrackContent::keep,
+                     const EarlierMbr* earlier = nullptr);
 // With `createReserved` the first free block of 16 MiB or more becomes a reserved partition.
 Failure convertToGpt(Drive& drive, bool createReserved, TrackContent content = TrackContent::keep);
 // `limitPrimaries`: the new table offers four slots, all of them in the MBR as well.
 Failure convertToEmbr(Drive& drive, bool limitPrimaries, TrackContent content = TrackContent::keep);
 
+// Where convertToGpt would put the reserved partition, absolute; nothing when no block is large
+// enough.
+std::optional<SectorRegion> reservedPlace(const Drive& drive);
+// The reserved partition of a GPT, which no other table takes over; null when there is none, or
+// something is in it.
+const TableEntry* emptyReservedPartition(Drive& drive);
+
 // Names what lies where a table of `target` would be written and would be lost: a boot loader
-// behind the MBR, or a partition that only a boot loader on a GPT uses. Nothing when there is
-// no such thing. Conversions refuse while there is, unless they are told to overwrite it.
+// behind the MBR, a partition that only a boot loader on a GPT uses, or a slot beside a GPT that is
+// no partition of it. Nothing when there is no such thing. Conversions refuse while there is,
+// unless they are told to overwrite it.
 std::optional<std::string> overwrittenByTable(Drive& drive, Scheme target);
 
 }  // namespace tallowin

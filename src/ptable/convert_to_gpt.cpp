@@ -14,108 +14,116 @@ namespace {
 constexpr u64 kReservedBytes = 16 * kMiB;
 constexpr u64 kLargeReservedBytes = 128 * kMiB;
 
+u64 tableSectors(u32 sectorSize) {
+  return 1 + u64{kGptEntryCount} * kGptEntrySize / sectorSize;  // header and entry array
+}
+
 // Builds the new table entry by entry.
 class GptBuilder {
  public:
   GptBuilder(Drive& drive, GptImage& image) : drive_(drive), image_(image) {}
 
-  Failure take(PartitionEntry& entry);
-  // Only the first free block that is large enough is used; the others are passed over.
-  Failure offerBlock(const TableEntry& block);
-  std::optional<u64> reservedStart() const { return reservedStart_; }
+  Failure take(const PartitionEntry& entry) {
+    if (entry.type == types::kDynamicDisk) return Error::dynamicDisk;
+    return put(entry.startSector, entry.endSector, gptTypeFor(entry.type), entry.name);
+  }
+  Failure takeReserved(const SectorRegion& place) {
+    return put(place.first, place.last, kGptMsReserved, "Microsoft reserved partition");
+  }
 
  private:
-  Failure put(PartitionEntry& entry);
+  Failure put(u64 first, u64 last, const Guid& type, const std::string& name) {
+    if (count_ >= image_.entryCount()) return Error::tooManyPartitions;
+    if (first < image_.header().firstUsableLba || last > image_.header().lastUsableLba)
+      return Error::partitionBeyondTable;
+    GptEntryRecord& record = image_.entry(count_++);
+    record.typeGuid = type;
+    record.uniqueGuid = newUniqueGuid(drive_.tableContext().host, image_);
+    record.firstLba = first;
+    record.lastLba = last;
+    setGptName(record, name);
+    return {};
+  }
 
   Drive& drive_;
   GptImage& image_;
   u32 count_ = 0;
-  std::optional<u64> reservedStart_;
 };
 
-Failure GptBuilder::put(PartitionEntry& entry) {
-  if (count_ >= image_.entryCount()) return Error::tooManyPartitions;
-  if (entry.startSector < image_.header().firstUsableLba ||
-      entry.endSector > image_.header().lastUsableLba)
-    return Error::partitionBeyondTable;
-  if (entry.typeGuid.isZero()) entry.typeGuid = kGptBasicData;
-  if (entry.uniqueGuid.isZero())
-    entry.uniqueGuid = newUniqueGuid(drive_.tableContext().host, image_);
-  fillGptEntry(entry, image_.entry(count_++));
-  return Error::none;
-}
-
-Failure GptBuilder::take(PartitionEntry& entry) {
-  if (entry.type == types::kDynamicDisk) return Error::dynamicDisk;
-  entry.attributes = 0;
-  // Firmware finds an EFI System partition by nothing else.
-  if (entry.type == types::kEfiSystem) entry.typeGuid = kGptEfiSystem;
-  return put(entry);
-}
-
-Failure GptBuilder::offerBlock(const TableEntry& block) {
-  if (reservedStart_) return Error::none;
-  const u64 start = std::max<u64>(block.startSector, image_.header().firstUsableLba);
-  const u64 end = std::min<u64>(block.endSector, image_.header().lastUsableLba);
-  const u64 sectorSize = drive_.sectorSize();
-  if (end < start || end - start + 1 < kReservedBytes / sectorSize) return Error::none;
-  const bool isLarge = end - start + 1 >= kLargeReservedBytes / sectorSize;
-  TableEntry reserved;
-  reserved.startSector = start;
-  reserved.endSector = start + (isLarge ? kLargeReservedBytes : kReservedBytes) / sectorSize - 1;
-  reserved.typeGuid = kGptMsReserved;
-  reserved.name = "Microsoft reserved partition";
-  reservedStart_ = start;
-  return put(reserved);
-}
-
-Failure build(Drive& drive, bool createReserved, GptBuilder& builder) {
-  for (const auto& entry : drive.table().entries) {
-    Failure error = Error::none;
-    if (entry->isFree()) {
-      if (createReserved) error = builder.offerBlock(*entry);
-    } else if (entry->volumes) {
-      for (const auto& volume : entry->volumes->entries)
-        if (!volume->isFree() && error == Error::none) error = builder.take(*volume);
-    } else {
-      error = builder.take(*entry);
+// In the order of the disk, with the volumes in place of what holds them.
+Failure build(Drive& drive, const std::optional<SectorRegion>& reserved, GptBuilder& builder) {
+  bool isReservedTaken = !reserved;
+  const auto take = [&](const PartitionEntry& entry) -> Failure {
+    if (!isReservedTaken && reserved->first < entry.startSector) {
+      isReservedTaken = true;
+      if (const Failure failed = builder.takeReserved(*reserved)) return failed;
     }
-    if (error != Error::none) return error;
+    return builder.take(entry);
+  };
+  for (const auto& entry : drive.table().entries) {
+    if (entry->isFree()) continue;
+    if (!entry->volumes) {
+      if (const Failure failed = take(*entry)) return failed;
+      continue;
+    }
+    for (const auto& volume : entry->volumes->entries) {
+      if (volume->isFree()) continue;
+      if (const Failure failed = take(*volume)) return failed;
+    }
   }
-  return createReserved && !builder.reservedStart() ? Error::noRoomForReserved : Error::none;
+  return isReservedTaken ? Failure() : builder.takeReserved(*reserved);
+}
+
+Failure clearReserved(DiskDevice& disk, const SectorRegion& reserved) {
+  constexpr u64 kHeadSectors = 8;
+  const std::vector<u8> zeros(kHeadSectors * disk.sectorSize());
+  Failure failed = disk.writeSectors(reserved.first, zeros.data(), kHeadSectors);
+  if (!failed) failed = disk.flush();
+  return failed.as(Error::writeFailedNewTable);
 }
 
 }  // namespace
 
+std::optional<SectorRegion> reservedPlace(const Drive& drive) {
+  const u64 table = tableSectors(drive.sectorSize());
+  if (drive.lastLba() < table) return std::nullopt;
+  for (const auto& block : drive.table().entries) {
+    if (!block->isFree()) continue;
+    const u64 first = std::max(block->startSector, table + 1);
+    const u64 last = std::min(block->endSector, drive.lastLba() - table);
+    const u64 bytes = last < first ? 0 : (last - first + 1) * drive.sectorSize();
+    if (bytes < kReservedBytes) continue;
+    const u64 taken = bytes >= kLargeReservedBytes ? kLargeReservedBytes : kReservedBytes;
+    return SectorRegion{first, first + taken / drive.sectorSize() - 1};
+  }
+  return std::nullopt;
+}
+
 Failure convertToGpt(Drive& drive, bool createReserved, TrackContent content) {
-  constexpr u64 kReservedHeadSectors = 8;
   if (drive.isGpt()) return Error::none;
-  if (const Failure error = checkConvertible(drive, Scheme::gpt, content); error != Error::none)
-    return error;
+  if (const Failure failed = checkConvertible(drive, Scheme::gpt, content)) return failed;
   GptImage image;
   const Guid diskGuid = randomGuid(drive.tableContext().host);
-  if (GptImage::create(drive.lastLba(), drive.sectorSize(), diskGuid, image) != Error::none)
-    return Error::tableNotBuilt;
+  if (const Failure failed = GptImage::create(drive.lastLba(), drive.sectorSize(), diskGuid, image))
+    return failed.as(Error::tableNotBuilt);
   auto& mbr = *recordAt<MbrRecord>(image.mbr());
   installBootCode(BootCode::standard, mbr);
   if (drive.diskSignature() != 0) mbr.diskSignature = drive.diskSignature();
+  const auto reserved = createReserved ? reservedPlace(drive) : std::nullopt;
   GptBuilder builder(drive, image);
-  if (const Failure error = build(drive, createReserved, builder); error != Error::none)
-    return error;
+  if (const Failure failed = build(drive, reserved, builder)) return failed;
+  if (createReserved && !reserved) return Error::noRoomForReserved;
 
   DiskDevice& disk = drive.disk();
-  const u64 tableEnd = 2 + u64{kGptEntryCount} * kGptEntrySize / drive.sectorSize();
-  std::vector<u8> old(tableEnd * drive.sectorSize());
-  if (disk.readSectors(0, old.data(), tableEnd) != Error::none) return Error::read;
+  const u64 sectors = tableSectors(drive.sectorSize());
+  std::array<SavedSectors, 2> old;
+  if (const Failure failed = saveSectors(disk, 0, sectors + 1, old[0])) return failed;
+  if (const Failure failed = saveSectors(disk, drive.lastLba() + 1 - sectors, sectors, old[1]))
+    return failed;
   const Failure written = drive.isEmbr() ? image.writeOverHeaderTable(disk) : image.write(disk);
   drive.setFlags(kDriveChanged, kDriveChanged);
-  if (written != Error::none) return undoConversion(drive, old);
-  if (!builder.reservedStart()) return Error::none;
-  const std::vector<u8> zeros(kReservedHeadSectors * drive.sectorSize());
-  const bool cleared = disk.writeSectors(*builder.reservedStart(), zeros.data(),
-                                         kReservedHeadSectors) == Error::none &&
-                       disk.flush() == Error::none;
-  return cleared ? Error::none : Error::writeFailedNewTable;
+  if (written) return undoConversion(drive, old, written);
+  return reserved ? clearReserved(disk, *reserved) : Failure();
 }
 
 }  // namespace tallowin

@@ -12,6 +12,7 @@
 #include "ptable/gpt/gpt_scheme.h"
 #include "ptable/mbr/ebr_reader.h"
 #include "ptable/mbr/ebr_writer.h"
+#include "ptable/mbr/mbr_edit.h"
 #include "ptable/scheme.h"
 #include "ptable/sector_swap.h"
 
@@ -319,12 +320,7 @@ Failure Drive::setLimitPrimaries(bool limit, bool makeFirstActive) {
 Failure Drive::ensureDiskSignature(u32 value) {
   if (diskSignature_ != 0) return Error::none;
   if (const Failure error = checkChange(); error != Error::none) return error;
-  if (value == 0) {
-    std::array<u8, 4> bytes{};
-    host_.randomBytes(bytes);
-    if (bytes[0] == 0) bytes[0] = 1;
-    value = *recordAt<Le32>(std::span<const u8>(bytes));
-  }
+  if (value == 0) value = randomDiskSignature(host_);
   TableSectorImage image(*disk_, 0);
   if (const Failure error = image.load(); error != Error::none) return error;
   image.as<MbrRecord>().diskSignature = value;

@@ -4,10 +4,13 @@
 #include <map>
 #include <set>
 
+#include "probe/identify.h"
 #include "probe/type_catalogue.h"
+#include "ptable/convert_common.h"
 #include "ptable/gpt/gpt_scheme.h"
 #include "ptable/mbr/ebr_reader.h"
 #include "ptable/mbr/mbr_scheme.h"
+#include "ptable/old_signatures.h"
 #include "ptable/sector_swap.h"
 
 namespace tallowin {
@@ -25,7 +28,10 @@ class BackupDisk : public DiskDevice {
 
   Failure flush() override { return {}; }
   std::optional<u64> sectorCount() override { return diskSectors_; }
-  bool firmwareGeometry(Geometry&) override { return false; }
+  bool firmwareGeometry(Geometry& geometry) override {
+    geometry = {.maxCylinder = 1023, .maxHead = 254, .sectorsPerTrack = 63};
+    return false;
+  }
 
  protected:
   Failure transferIn(u64 lba, void* buffer, u32 count) override {
@@ -65,9 +71,12 @@ void addTrackSectors(const PartitionTable& table, std::set<u64>& lbas) {
   for (u64 lba = 1; lba < end; ++lba) lbas.insert(lba);
 }
 
-void addGptBackupSectors(u64 diskSectors, u32 sectorSize, u32 entries, std::set<u64>& lbas) {
-  const u64 entryBytes = u64{std::max(entries, kGptEntryCount)} * kGptEntrySize;
-  const u64 run = 1 + (entryBytes + sectorSize - 1) / sectorSize;
+// As far as it can be read; of an unreadable one the places that it usually has.
+void addGptSectors(DiskDevice& disk, u64 diskSectors, std::set<u64>& lbas) {
+  GptImage image;
+  if (!GptImage::read(disk, image)) return image.addTableSectors(disk, lbas);
+  const u64 entryBytes = u64{kGptEntryCount} * kGptEntrySize;
+  const u64 run = 1 + (entryBytes + disk.sectorSize() - 1) / disk.sectorSize();
   for (u64 back = 1; back <= std::min(run, diskSectors); ++back) lbas.insert(diskSectors - back);
 }
 
@@ -76,9 +85,9 @@ Failure findTableSectors(DiskDevice& disk, u64 diskSectors, Host& host, std::set
   constexpr u64 kTrackBytes = 32 * kKiB;
   const u64 trackSectors = std::min(kTrackBytes / disk.sectorSize(), diskSectors);
   std::vector<u8> track(trackSectors * disk.sectorSize());
-  if (disk.readSectors(0, track.data(), trackSectors) != Error::none) {
+  if (disk.readSectors(0, track.data(), trackSectors)) {
     track.resize(disk.sectorSize());
-    if (disk.readSectors(0, track.data(), 1) != Error::none) return Error::read;
+    if (const Failure failed = disk.readSectors(0, track.data(), 1)) return failed.as(Error::read);
   }
   lbas.insert(0);
   const LabelReader noLabels;
@@ -89,8 +98,7 @@ Failure findTableSectors(DiskDevice& disk, u64 diskSectors, Host& host, std::set
   }));
   // Of an empty table too: a conversion would put another one there.
   addTrackSectors(reading.table, lbas);
-  if (hasProtectiveSlot(track))
-    addGptBackupSectors(diskSectors, disk.sectorSize(), reading.table.slots, lbas);
+  if (hasProtectiveSlot(track)) addGptSectors(disk, diskSectors, lbas);
   for (const auto& entry : reading.table.entries) {
     if (!mayHoldVolumes(*entry)) continue;
     readVolumes(context, *entry);
@@ -100,11 +108,20 @@ Failure findTableSectors(DiskDevice& disk, u64 diskSectors, Host& host, std::set
   return Error::none;
 }
 
+// Of a disk without a table those from which a conversion clears the marks of the file system.
+std::set<u64> wholeDiskSectors(DiskDevice& disk, u64 diskSectors) {
+  std::set<u64> lbas = {0};
+  for (const u64 lba : oldSignatureSectors(disk.sectorSize()))
+    if (lba < diskSectors) lbas.insert(lba);
+  return lbas;
+}
+
 Failure readTableSectors(DiskDevice& disk, const std::set<u64>& lbas,
                          std::vector<TableSector>& sectors) {
   for (const u64 lba : lbas) {
     TableSector sector{lba, std::vector<u8>(disk.sectorSize())};
-    if (disk.readSectors(lba, sector.bytes.data(), 1) != Error::none) return Error::read;
+    if (const Failure failed = disk.readSectors(lba, sector.bytes.data(), 1))
+      return failed.as(Error::read);
     sectors.push_back(std::move(sector));
   }
   return Error::none;
@@ -140,26 +157,36 @@ Failure checkFits(Drive& drive, const TableBackup& backup, const RestoreOptions&
   BackupDisk disk(backup);
   std::set<u64> lbas;
   Host& host = drive.tableContext().host;
-  if (const Failure error = findTableSectors(disk, diskSectors, host, lbas); error != Error::none)
+  Content fileSystem;
+  if (!identify(disk, 0, fileSystem))
+    lbas = wholeDiskSectors(disk, diskSectors);
+  else if (findTableSectors(disk, diskSectors, host, lbas))
     return Error::corrupt;
   const bool leadsToAll = std::ranges::all_of(
       backup.sectors, [&](const TableSector& sector) { return lbas.contains(sector.lba); });
   return leadsToAll ? Error::none : Error::corrupt;
 }
 
-bool writeAll(DiskDevice& disk, std::span<const TableSector> sectors) {
-  return std::ranges::all_of(sectors, [&](const TableSector& sector) {
-    return disk.writeSectors(sector.lba, sector.bytes.data(), 1) == Error::none;
-  });
+Failure writeAll(DiskDevice& disk, std::span<const TableSector> sectors) {
+  for (const TableSector& sector : sectors)
+    if (const Failure failed = disk.writeSectors(sector.lba, sector.bytes.data(), 1)) return failed;
+  return {};
 }
 
 // The old MBR stands, and so must what it leads to.
-Failure putBack(DiskDevice& disk, std::span<const TableSector> old) {
-  const bool isBack = writeAll(disk, old);
-  return disk.flush() == Error::none && isBack ? Error::write : Error::writeFailedTableUnknown;
+Failure putBack(DiskDevice& disk, std::span<const TableSector> old, const Failure& failed) {
+  const Failure written = writeAll(disk, old);
+  const bool isBack = !disk.flush() && !written;
+  return failed.as(isBack ? Error::write : Error::writeFailedTableUnknown);
 }
 
 }  // namespace
+
+std::string tableOwnerName(DiskDevice& disk) {
+  std::string name = disk.model();
+  if (!disk.serial().empty()) name += (name.empty() ? "" : " ") + disk.serial();
+  return name.empty() ? disk.traits().path : name;
+}
 
 Failure takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup) {
   DiskDevice& disk = drive.disk();
@@ -167,44 +194,44 @@ Failure takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup
   taken.sectorSizeBytes = drive.sectorSize();
   taken.diskSectors = drive.lastLba() + 1;
   taken.savedAt = secondsSinceEpoch;
-  taken.diskName = disk.model();
-  if (!disk.serial().empty()) taken.diskName += (taken.diskName.empty() ? "" : " ") + disk.serial();
-  if (taken.diskName.empty()) taken.diskName = disk.traits().path;
-  std::set<u64> lbas = {0};
-  if (drive.scheme() != Scheme::wholeDisk) {
+  taken.diskName = tableOwnerName(disk);
+  const bool isWholeDisk = drive.scheme() == Scheme::wholeDisk;
+  std::set<u64> lbas;
+  if (isWholeDisk) {
+    lbas = wholeDiskSectors(disk, taken.diskSectors);
+  } else {
     Host& host = drive.tableContext().host;
-    if (const Failure error = findTableSectors(disk, taken.diskSectors, host, lbas);
-        error != Error::none)
-      return error;
+    if (const Failure failed = findTableSectors(disk, taken.diskSectors, host, lbas)) return failed;
   }
-  if (const Failure error = readTableSectors(disk, lbas, taken.sectors); error != Error::none)
-    return error;
-  taken.diskSignature = mbrOf(taken).diskSignature;
+  if (const Failure failed = readTableSectors(disk, lbas, taken.sectors)) return failed;
+  if (!isWholeDisk) taken.diskSignature = mbrOf(taken).diskSignature;
   backup = std::move(taken);
   return Error::none;
 }
 
 Failure restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions& options) {
-  if (const Failure error = checkFits(drive, backup, options); error != Error::none) return error;
+  if (const Failure failed = checkFits(drive, backup, options)) return failed;
   DiskDevice& disk = drive.disk();
   const auto wanted = std::span(backup.sectors).subspan(1);
   std::set<u64> lbas;
   for (const TableSector& sector : wanted) lbas.insert(sector.lba);
   std::vector<TableSector> old;
-  if (const Failure error = readTableSectors(disk, lbas, old); error != Error::none) return error;
+  if (const Failure failed = readTableSectors(disk, lbas, old)) return failed;
   TableSectorImage mbr(disk, 0);
-  if (const Failure error = mbr.load(); error != Error::none) return error;
+  if (const Failure failed = mbr.load()) return failed;
   std::ranges::copy(backup.sectors.front().bytes, mbr.bytes().begin());
 
-  if (!writeAll(disk, wanted)) return putBack(disk, old);
-  if (const Failure error = mbr.store(); error != Error::none)
-    return error == Error::write ? putBack(disk, old) : error;
+  if (const Failure failed = writeAll(disk, wanted)) return putBack(disk, old, failed);
+  if (const Failure failed = mbr.store())
+    return failed == Error::write ? putBack(disk, old, failed) : failed;
   drive.setFlags(kDriveChanged, kDriveChanged);
   // What is left of a GPT at the end of the disk would be taken for the table by others.
   const bool endsGpt = drive.isGpt() && !lbas.contains(drive.lastLba());
-  const bool isEnded =
-      !endsGpt || (invalidateGptBackup(disk) == Error::none && disk.flush() == Error::none);
-  return isEnded ? Error::none : Error::writeFailedNewTable;
+  return endsGpt ? endGptBackup(disk) : Failure();
+}
+
+Failure openTableBackup(const TableBackup& backup, Drive& like, std::unique_ptr<Drive>& drive) {
+  return Drive::open(std::make_shared<BackupDisk>(backup), like.tableContext().host, {}, drive);
 }
 
 }  // namespace tallowin

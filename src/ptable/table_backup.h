@@ -17,7 +17,8 @@ struct TableSector {
 };
 
 // The MBR sector, the sectors behind it up to the first partition, both copies of a GPT, every EBR,
-// and the sector behind an EBR where that belongs to the table.
+// and the sector behind an EBR where that belongs to the table. Of a disk without a table the
+// sectors by which programs know its file system.
 struct TableBackup {
   u32 sectorSizeBytes = 512;
   u64 diskSectors = 0;
@@ -32,6 +33,9 @@ struct RestoreOptions {
   bool otherDiskSize = false;
   bool otherSignature = false;
 };
+
+// Model and serial number, or the file's path: by this a disk's copies are found.
+std::string tableOwnerName(DiskDevice& disk);
 
 // Collects the table of `drive` as it lies on the disk. read.
 Failure takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup);
@@ -54,11 +58,17 @@ Failure readTableBackup(const std::string& path, TableBackup& backup);
 // read, write: as for Drive::commit. The entries on hand are stale afterwards.
 Failure restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions& options = {});
 
+// The table in a backup as a drive that can only be looked at; the backup must outlive it.
+// Errors as for Drive::open.
+Failure openTableBackup(const TableBackup& backup, Drive& like, std::unique_ptr<Drive>& drive);
+
 // A dated copy in `folder` before a change of the table: table-NAME-YYYYMMDD-HHMMSS.tbk, NAME
 // from the disk's model and serial number or its file name. Never overwrites an older copy;
 // of one disk the newest kKeptTables stay. `path` receives the file's path.
 inline constexpr std::size_t kKeptTables = 50;
 Failure keepOldTable(Drive& drive, const std::string& folder, Host& clock,
                      std::string* path = nullptr);
+// The copies of this disk's tables in `folder`, the newest first.
+std::vector<std::string> keptTablesOf(Drive& drive, const std::string& folder);
 
 }  // namespace tallowin

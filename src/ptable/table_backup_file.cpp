@@ -48,8 +48,12 @@ std::string reserveFile(const std::string& stem) {
   return {};
 }
 
-// The names sort by date, so the first ones are the oldest. A copy that cannot be removed stays.
-void dropOldest(const std::string& folder, const std::string& prefix) {
+std::string filePrefix(const std::string& diskName) {
+  return "table-" + fileNamePart(diskName) + "-";
+}
+
+// The names sort by date, so the first ones are the oldest.
+std::vector<std::string> copiesIn(const std::string& folder, const std::string& prefix) {
   std::error_code error;
   std::vector<std::string> names;
   for (const auto& file : std::filesystem::directory_iterator(folder, error)) {
@@ -59,6 +63,13 @@ void dropOldest(const std::string& folder, const std::string& prefix) {
     if (isCopy) names.push_back(std::move(name));
   }
   std::ranges::sort(names);
+  return names;
+}
+
+// A copy that cannot be removed stays.
+void dropOldest(const std::string& folder, const std::string& prefix) {
+  std::error_code error;
+  const std::vector<std::string> names = copiesIn(folder, prefix);
   for (std::size_t i = 0; i + kKeptTables < names.size(); ++i)
     std::filesystem::remove(std::filesystem::path(folder) / names[i], error);
 }
@@ -126,28 +137,36 @@ Failure writeTableBackup(const TableBackup& backup, const std::string& path) {
 Failure readTableBackup(const std::string& path, TableBackup& backup) {
   constexpr u64 kLargestFile = 64 * kMiB;
   u64 sizeBytes = 0;
-  if (hostFileSize(path, sizeBytes) != Error::none) return Error::noSuchFile;
+  if (const Failure failed = hostFileSize(path, sizeBytes)) return failed.as(Error::noSuchFile);
   if (sizeBytes > kLargestFile) return Error::notThisFormat;
   std::string text;
-  if (loadTextFile(path, text) != Error::none) return Error::noSuchFile;
+  if (const Failure failed = loadTextFile(path, text)) return failed.as(Error::noSuchFile);
   return decodeTableBackup({reinterpret_cast<const u8*>(text.data()), text.size()}, backup);
 }
 
 Failure keepOldTable(Drive& drive, const std::string& folder, Host& clock, std::string* path) {
   TableBackup backup;
   const u64 now = clock.secondsSinceEpoch();
-  if (const Failure error = takeTableBackup(drive, now, backup); error != Error::none) return error;
-  const std::string prefix = "table-" + fileNamePart(backup.diskName) + "-";
+  if (const Failure failed = takeTableBackup(drive, now, backup)) return failed;
+  const std::string prefix = filePrefix(backup.diskName);
   const std::string file = reserveFile(folder + "/" + prefix + dateStamp(now));
   if (file.empty()) return Error::cannotCreate;
-  if (const Failure error = writeTableBackup(backup, file); error != Error::none) {
+  if (const Failure failed = writeTableBackup(backup, file)) {
     std::error_code ignored;
     std::filesystem::remove(file, ignored);
-    return error;
+    return failed;
   }
   dropOldest(folder, prefix);
   if (path != nullptr) *path = file;
   return Error::none;
+}
+
+std::vector<std::string> keptTablesOf(Drive& drive, const std::string& folder) {
+  std::vector<std::string> paths;
+  for (const std::string& name : copiesIn(folder, filePrefix(tableOwnerName(drive.disk()))))
+    paths.push_back(folder + "/" + name);
+  std::ranges::reverse(paths);
+  return paths;
 }
 
 }  // namespace tallowin

@@ -16,7 +16,10 @@
 #include "ptable/scheme_bench.h"
 #include "ptable/table_backup.h"
 #include "ptable/table_bench.h"
+#include "support/disk_file.h"
 #include "support/fault_loops.h"
+#include "support/oracle.h"
+#include "support/temp_folder.h"
 
 namespace tallowin {
 namespace {
@@ -138,6 +141,186 @@ TEST(Convert, PartitionsStayAndOnlyTheTablesAreWritten) {
     }
     EXPECT_EQ(c.run(*drive), Error::none) << c.what << ": nothing to do the second time";
   }
+}
+
+// What another program reads of the disk: its kind of table, and the extents in it.
+std::string pictureOfOthers(MemoryDisk& disk) {
+  const TempFolder folder;
+  storeDisk(disk, folder.file("disk.img"));
+  const std::string dump = runProgram({"sfdisk", "-d", folder.file("disk.img")}).output;
+  static const std::regex telling("label: [a-z]+|start= *[0-9]+, size= *[0-9]+");
+  std::set<std::string> lines;
+  for (auto line = std::sregex_iterator(dump.begin(), dump.end(), telling);
+       line != std::sregex_iterator(); ++line)
+    lines.insert(line->str());
+  std::string text;
+  for (const std::string& line : lines) text += line + "\n";
+  return text;
+}
+
+TEST(Convert, WhatAFailureTellsIsWhatOtherProgramsSee) {
+  std::set<std::string> done;
+  for (Case& c : cases()) {
+    TableBench bench(c.disk.copy());
+    if (!done.insert(bench.drive().schemeName() + std::to_string(static_cast<int>(c.scheme)))
+             .second)
+      continue;
+    expectFaultsAreTold(c.disk, {c.what, c.run, pictureOfOthers, {}});
+  }
+}
+
+// Entries of the boot sector that are no partition of the GPT would become some at the next start,
+// and take the slots of others.
+TEST(Convert, StrangeSlotsBesideAGptAreNamedAndOnlyDroppedForWhoInsists) {
+  MemoryDisk disk = diskFromScript(kSectors, kGptOfThree);
+  std::vector<u8> sector = disk.sector(0);
+  auto& slots = recordAt<MbrRecord>(std::span(sector))->slots;
+  for (std::size_t i = 1; i < kMbrSlots; ++i) {
+    slots[i].type = 0x83;
+    slots[i].startLba = static_cast<u32>(60000 + i * 100);
+    slots[i].sectorCount = 50;
+  }
+  disk.setSector(0, sector);
+  for (const Scheme target : {Scheme::mbr, Scheme::embr}) {
+    TableBench bench(disk.copy());
+    const auto named = overwrittenByTable(bench.drive(), target);
+    ASSERT_TRUE(named.has_value());
+    EXPECT_NE(named->find("entry 2 of the boot sector"), std::string::npos) << *named;
+  }
+  for (const Conversion run : {toMbr, toEmbr, toLimitedEmbr})
+    expectRefused(disk.copy(), run, Error::sectorsInUse, "strange slots");
+  TableBench bench(disk.copy());
+  ASSERT_EQ(convertToEmbr(bench.drive(), true, TrackContent::overwrite), Error::none);
+  EXPECT_EQ(readTable(bench.disk()).rows.size(), 3U);
+  EmbrSync sync;
+  ASSERT_EQ(synchronizeEmbr(
+                bench.reopen(), [] { return true; }, sync),
+            Error::none);
+  EXPECT_FALSE(sync.wrote);
+  EXPECT_EQ(extentsOn(bench.disk()), extentsOn(disk));
+}
+
+// A board's loader between the header of a GPT and its entries outlives every conversion.
+TEST(Convert, ALoaderBeforeAMovedArrayStays) {
+  MemoryDisk disk = diskFromCommands(kSectors * 512, 512,
+                                     {words("sgdisk -j 64 -n 1:2048:4095 -n 2:8192:16383 IMAGE")});
+  for (u64 lba = 2; lba < 64; ++lba) disk.setSector(lba, std::vector<u8>(512, 0x5A));
+  for (const Conversion run : {toMbr, toEmbr, toLimitedEmbr}) {
+    TableBench bench(disk.copy());
+    ASSERT_EQ(run(bench.drive()), Error::none);
+    EXPECT_EQ(extentsOn(bench.disk()), extentsOn(disk));
+    for (u64 lba = 2; lba < 64; ++lba) EXPECT_EQ(bench.disk().sector(lba), disk.sector(lba)) << lba;
+  }
+}
+
+TEST(Convert, TypesFollowTheirMeaningBothWays) {
+  struct Same {
+    const char* byte;
+    const char* guid;
+  };
+  const Same all[] = {{"83", "0FC63DAF-8483-4772-8E79-3D69D8477DE4"},
+                      {"82", "0657FD6D-A4AB-43C4-84E5-0933C84B4F4F"},
+                      {"8e", "E6D6D379-F507-44C2-A23C-238F2A3DF928"},
+                      {"fd", "A19D880F-05FC-4D3B-A006-743F0F84911E"},
+                      {"27", "DE94BBA4-06D1-4D40-A16A-BFD50179D6AC"},
+                      {"ef", "C12A7328-F81F-11D2-BA4B-00A0C93EC93B"},
+                      {"7", "EBD0A0A2-B9E5-4433-87C0-68B6B72699C7"}};
+  for (const Same& same : all) {
+    TableBench bench(diskFromScript(
+        kSectors, std::string("label: dos\n1:start=2048,size=4096,type=") + same.byte + "\n"));
+    const auto before = readTable(bench.disk()).rows;
+    ASSERT_EQ(toGpt(bench.drive()), Error::none);
+    EXPECT_EQ(gptRowsOf(bench.reopen()).at(0).type, same.guid) << same.byte;
+    MemoryDisk gpt = bench.disk().copy();
+    ASSERT_EQ(toMbr(bench.drive()), Error::none);
+    EXPECT_EQ(readTable(bench.disk()).rows, before) << same.byte;
+    TableBench embr(std::move(gpt));
+    ASSERT_EQ(toEmbr(embr.drive()), Error::none);
+    EXPECT_EQ(readTable(embr.disk()).rows, before) << same.byte;
+    EXPECT_EQ(rowsOf(embr.reopen()), before) << same.byte;
+    // Made on a GPT it gets the same.
+    TableBench made(diskFromScript(kSectors, "label: gpt\n"));
+    const u16 type = static_cast<u16>(std::stoul(same.byte, nullptr, 16));
+    ASSERT_EQ(made.drive().add({.startSector = 2048, .endSector = 4095, .type = type}),
+              Error::none);
+    EXPECT_EQ(gptRowsBySfdisk(made.disk()).at(0).type, same.guid) << same.byte;
+  }
+  // The slot of a hybrid keeps its own, and a GPT that has no disk signature gets one.
+  TableBench hybrid(diskFromCommands(
+      kSectors * 512, 512, {words("sgdisk -n 1:2048:4095 -n 2:8192:16383 -t 2:0700 -h 2 IMAGE")}));
+  std::vector<u8> sector = hybrid.disk().sector(0);
+  auto& mbr = *recordAt<MbrRecord>(std::span(sector));
+  mbr.diskSignature = 0U;
+  for (MbrSlotRecord& slot : mbr.slots)
+    if (slot.startLba == 8192U) slot.type = 0x0C;
+  hybrid.disk().setSector(0, sector);
+  ASSERT_EQ(toMbr(hybrid.reopen()), Error::none);
+  const SfdiskTable seen = readTable(hybrid.disk());
+  EXPECT_NE(seen.diskSignature, 0U);
+  ASSERT_EQ(seen.rows.size(), 2U);
+  EXPECT_TRUE(std::ranges::any_of(
+      seen.rows, [](const auto& row) { return row.start == 8192 && row.type == 0x0C; }));
+}
+
+class EarlierMbrTest : public ::testing::Test {
+ protected:
+  // A disk with volumes, boot code and an active mark, as a GPT, with its old table kept.
+  EarlierMbrTest() : before_(diskFromScript(kSectors, std::string(kVolumes) + "\n")) {
+    std::vector<u8> sector = before_.sector(0);
+    for (std::size_t i = 0; i < kBootCodeBytes; ++i) sector[i] = static_cast<u8>(i | 1);
+    recordAt<MbrRecord>(std::span(sector))->slots[0].bootIndicator = kBootActive;
+    before_.setSector(0, sector);
+    TableBench bench(before_.copy());
+    EXPECT_EQ(keepOldTable(bench.drive(), folder_.path(), bench.host()), Error::none);
+    EXPECT_EQ(toGptWithReserved(bench.drive()), Error::none);
+    gpt_.emplace(bench.disk().copy());
+  }
+  Failure back(Drive& drive) {
+    const auto earlier = findEarlierMbr(drive, folder_.path());
+    return earlier ? convertToMbr(drive, false, TrackContent::keep, &*earlier)
+                   : Failure(Error::noTable);
+  }
+
+  TempFolder folder_;
+  MemoryDisk before_;
+  std::optional<MemoryDisk> gpt_;
+};
+
+TEST_F(EarlierMbrTest, ComesBackWithBootCodeSignatureMarkTypesAndVolumes) {
+  TableBench bench(gpt_->copy());
+  ASSERT_EQ(gptRowsOf(bench.drive()).size(), 6U) << "with the reserved one";
+  // The boot records of volumes lie in what is free space for a GPT.
+  bench.disk().setSector(8192, std::vector<u8>(512, 0xCC));
+  ASSERT_EQ(back(bench.drive()), Error::none);
+  for (u64 lba = 0; lba < 20000; ++lba)
+    ASSERT_EQ(bench.disk().sector(lba), before_.sector(lba)) << lba;
+  EXPECT_EQ(readTable(bench.disk()).rows, readTable(before_).rows);
+  EXPECT_NE(bench.disk().sector(kSectors - 1)[0], 'E');
+}
+
+TEST_F(EarlierMbrTest, OnlyWhileThePartitionsAreTheSame) {
+  TableBench bench(gpt_->copy());
+  PartitionEntry& first = *bench.drive().findByKernelNumber(1);
+  ASSERT_EQ(bench.drive().changeProperties(first, {.typeGuid = kGptLinuxSwap}), Error::none);
+  ASSERT_EQ(back(bench.reopen()), Error::none);
+  auto rows = readTable(before_).rows;
+  rows[0].type = 0x82;
+  EXPECT_EQ(readTable(bench.disk()).rows, rows) << "a type that was changed since";
+  TableBench fewer(gpt_->copy());
+  ASSERT_EQ(fewer.drive().remove(*fewer.drive().findByKernelNumber(1)), Error::none);
+  EXPECT_EQ(back(fewer.reopen()), Error::noTable);
+}
+
+TEST_F(EarlierMbrTest, FailuresAndPowerCutsLeaveTheOldTableOrTheNewOne) {
+  TableBench bench(gpt_->copy());
+  const auto earlier = findEarlierMbr(bench.drive(), folder_.path());
+  ASSERT_TRUE(earlier.has_value());
+  const auto run = [&](Drive& drive) {
+    return convertToMbr(drive, false, TrackContent::keep, &*earlier);
+  };
+  const TableChange change = {"back", run, picture, {}};
+  expectFaultsAreTold(*gpt_, change);
+  expectCutsLeaveOldOrNew(*gpt_, change);
 }
 
 TEST(Convert, TheCopyOfTheOldTableBringsItBackByteForByte) {
@@ -308,17 +491,29 @@ TEST(Convert, BootLoadersInTheWayAreNamedAndKept) {
 }
 
 TEST(Convert, ADiskWithoutATableGetsAnEmptyOneWhenThatIsAllowed) {
-  const std::vector<std::string> makers[] = {{"mkfs.fat", "IMAGE"},
-                                             {"mkfs.ext4", "-q", "-F", "IMAGE"}};
+  const std::vector<std::string> makers[] = {
+      {"mkfs.fat", "IMAGE"}, {"mkfs.ext4", "-q", "-F", "IMAGE"}, {"mkswap", "IMAGE"}};
   for (const std::vector<std::string>& maker : makers) {
     TableBench bench(diskFromCommands(kSectors * 512, 512, {maker}));
     ASSERT_EQ(bench.drive().scheme(), Scheme::wholeDisk) << maker.front();
     for (const Conversion run : {toMbr, toGpt, toEmbr})
       EXPECT_EQ(run(bench.drive()), Error::noTable) << maker.front();
+    MemoryDisk before = bench.disk().copy();
+    TableBackup backup;
+    ASSERT_EQ(takeTableBackup(bench.drive(), 0, backup), Error::none);
     ASSERT_EQ(convertToMbr(bench.drive(), true), Error::none) << maker.front();
     EXPECT_EQ(bench.reopen().scheme(), Scheme::mbr) << maker.front();
     EXPECT_EQ(bench.drive().table().usedSlots, 0U) << maker.front();
     EXPECT_EQ(readTable(bench.disk()).problems, "") << maker.front();
+    const TempFolder folder;
+    storeDisk(bench.disk(), folder.file("disk.img"));
+    const std::string seen =
+        runProgram({"blkid", "-p", "-o", "export", folder.file("disk.img")}).output;
+    EXPECT_NE(seen.find("PTTYPE=dos"), std::string::npos) << seen;
+    EXPECT_EQ(seen.find("\nTYPE="), std::string::npos) << maker.front() << ": " << seen;
+    // The kept copy brings the file system back whole.
+    EXPECT_EQ(restoreTable(bench.drive(), backup), Error::none) << maker.front();
+    EXPECT_TRUE(bench.disk().sameContent(before)) << maker.front();
   }
 }
 

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <limits>
 
-#include "ptable/mbr/mbr_edit.h"
 #include "ptable/table_bench.h"
 
 namespace tallowin {
@@ -84,25 +83,6 @@ TEST(DriveQuery, TypesFollowTheEndOfTheChsArea) {
     EXPECT_EQ(drive.typeForEnd(v.type, inside), v.inside) << v.type;
     EXPECT_EQ(drive.typeForEnd(v.type, inside + 1), v.beyond) << v.type;
   }
-}
-
-TEST(DriveQuery, EntriesArePutIntoSlotsOfAnMbrImage) {
-  TableBench bench(diskFromScript(204800, kScript), alignedTo(2048));
-  Drive& drive = bench.drive();
-  MbrRecord mbr = mbrOf(bench.disk());
-  PartitionEntry& entry = *drive.findByKernelNumber(1);
-  mbr.slots[0].bootIndicator = kBootActive;
-  EXPECT_TRUE(putIntoMbrSlot(drive, entry, mbr, 3));
-  EXPECT_EQ(mbr.slots[3].startLba, 2048U);
-  EXPECT_EQ(entry.mbrSlot, 3);
-  EXPECT_TRUE(putIntoMbrSlot(drive, entry, mbr, kNoMbrSlot));
-  EXPECT_EQ(entry.mbrSlot, 2);
-  EXPECT_EQ(mbr.slots[3].type, 0);
-  EXPECT_FALSE(putIntoMbrSlot(drive, *drive.findByKernelNumber(5), mbr, 3));
-  for (MbrSlotRecord& slot : mbr.slots) slot.type = 0x83;
-  PartitionEntry& extended = *drive.findByKernelNumber(2);
-  extended.mbrSlot = kNoMbrSlot;
-  EXPECT_FALSE(putIntoMbrSlot(drive, extended, mbr, kNoMbrSlot));
 }
 
 }  // namespace

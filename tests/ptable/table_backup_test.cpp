@@ -5,8 +5,10 @@
 
 #include <algorithm>
 
+#include "ptable/scheme_bench.h"
 #include "ptable/table_bench.h"
 #include "support/fault_loops.h"
+#include "support/oracle.h"
 #include "support/temp_folder.h"
 
 namespace tallowin {
@@ -49,6 +51,26 @@ TEST(TableBackup, HoldsMbrAndChainAndComesBackThroughAFile) {
   ASSERT_EQ(restoreTable(bench.drive(), read), Error::none);
   EXPECT_EQ(readTable(bench.disk()).rows, readTable(before).rows);
   EXPECT_EQ(readTableBackup(folder.file("missing"), read), Error::noSuchFile);
+}
+
+// Of the longest table that is accepted, and of one whose entries lie elsewhere.
+TEST(TableBackup, GptsOfAnySizeAndPlaceComeBackWhole) {
+  MemoryDisk disks[] = {
+      diskFromCommands(kDiskSectors * 512, 512, {{"sfdisk", "-q", "IMAGE"}},
+                       "label: gpt\ntable-length: 248\nstart=2048, size=100\n"
+                       "248: start=4096, size=1, name=last\n"),
+      diskFromCommands(kDiskSectors * 512, 512,
+                       {words("sgdisk -j 1000 -n 1:2048:4095 -n 2:8192:16383 IMAGE")})};
+  for (MemoryDisk& before : disks) {
+    TableBench bench(before.copy());
+    ASSERT_TRUE(bench.drive().isGpt());
+    const TableBackup backup = backupOf(bench.drive());
+    const std::vector<u8> zeros(512);
+    for (u64 lba = 0; lba < 2048; ++lba) bench.disk().setSector(lba, zeros);
+    for (u64 back = 1; back < 100; ++back) bench.disk().setSector(kDiskSectors - back, zeros);
+    ASSERT_EQ(restoreTable(bench.reopen(), backup, {.otherSignature = true}), Error::none);
+    EXPECT_TRUE(bench.disk().sameContent(before));
+  }
 }
 
 TEST(TableBackup, FilesThatWereTamperedWithAreRefused) {

@@ -73,7 +73,8 @@ Failure EmbrImage::read(DiskDevice& disk, EmbrImage& image) {
   const u32 count =
       static_cast<u32>(std::min<u64>({kMaxBytes / disk.sectorSize(), kMaxSectors, disksSectors}));
   std::vector<u8> track(std::size_t{count} * disk.sectorSize());
-  if (disk.readSectors(0, track.data(), count) != Error::none) return Error::tableReadFailed;
+  if (const Failure failed = disk.readSectors(0, track.data(), count))
+    return failed.as(Error::tableReadFailed);
   return parse(track, disk.sectorSize(), image);
 }
 
@@ -190,34 +191,28 @@ std::span<const u8> EmbrImage::firstSectors(u32 count) const {
       std::min(std::size_t{count} * sectorSize_, bytes_.size()));
 }
 
-void EmbrImage::clearBehindHeader() {
-  const std::size_t from = std::size_t{endSector()} * sectorSize_;
-  if (from >= bytes_.size()) return;
-  std::fill_n(bytes_.begin() + static_cast<std::ptrdiff_t>(from), sectorSize_, u8{0});
-}
-
 std::span<const u8> EmbrImage::bootManagerTables() const {
   const std::size_t from = entryAt(entryCount());
   return std::span<const u8>(bytes_).subspan(from, usedEnd_ - from);
 }
 
 Failure EmbrImage::writeRun(DiskDevice& disk, u32 first, u32 end) {
-  const bool written = disk.writeSectors(first, sector(first).data(), end - first) == Error::none &&
-                       disk.flush() == Error::none;
-  return written ? Error::none : Error::tableWriteFailed;
+  Failure failed = disk.writeSectors(first, sector(first).data(), end - first);
+  if (!failed) failed = disk.flush();
+  return failed.as(Error::tableWriteFailed);
 }
 
-Failure EmbrImage::write(DiskDevice& disk, u32 extraSectors) {
-  return writeRun(disk, 0, std::min(endSector() + extraSectors, trackSectors()));
+Failure EmbrImage::write(DiskDevice& disk) {
+  return writeRun(disk, 0, std::min(endSector(), trackSectors()));
 }
 
-Failure EmbrImage::writeAsNewTable(DiskDevice& disk, u32 extraSectors) {
-  const u32 end = std::min(endSector() + extraSectors, trackSectors());
+Failure EmbrImage::writeAsNewTable(DiskDevice& disk) {
+  const u32 end = std::min(endSector(), trackSectors());
   const u32 behindHeader = headerSector_ + 1;
   if (behindHeader < end) {
-    if (const Failure error = writeRun(disk, behindHeader, end); error != Error::none) return error;
+    if (const Failure failed = writeRun(disk, behindHeader, end)) return failed;
   }
-  if (const Failure error = writeRun(disk, 1, behindHeader); error != Error::none) return error;
+  if (const Failure failed = writeRun(disk, 1, behindHeader)) return failed;
   return writeRun(disk, 0, 1);
 }
 

@@ -52,17 +52,15 @@ class EmbrImage {
   std::span<const u8> firstSectors(u32 count) const;
   // Whether the device was large enough for an EMBR.
   bool hasRoom() const { return !bytes_.empty(); }
-  // Clears the sector behind the area, where an older table may have left something.
-  void clearBehindHeader();
   std::span<const u8> bootManagerTables() const;
   // Whether both have the same sectors behind the MBR.
   bool holdsSameTable(const EmbrImage& other) const;
 
-  // Writes LBA 0 .. endSector() + extraSectors - 1, at most the first track. tableWriteFailed.
-  Failure write(DiskDevice& disk, u32 extraSectors = 0);
+  // Writes LBA 0 .. endSector() - 1, at most the first track. tableWriteFailed.
+  Failure write(DiskDevice& disk);
   // Turns a disk with another table into one with this EMBR: the write of the header's sector is
-  // what decides, the MBR comes last. `extraSectors` as for write().
-  Failure writeAsNewTable(DiskDevice& disk, u32 extraSectors);
+  // what decides, the MBR comes last.
+  Failure writeAsNewTable(DiskDevice& disk);
   // The same without sector 0, which stays as it is on the disk.
   Failure writeBehindMbr(DiskDevice& disk);
 

@@ -341,6 +341,22 @@ Failure GptImage::checkPlaces() const {
   return isFree ? Error::none : Error::backupOverlaps;
 }
 
+void GptImage::addTableSectors(DiskDevice& disk, std::set<u64>& lbas) const {
+  const auto add = [&](u64 first, u64 count) {
+    for (u64 lba = first; lba < first + count; ++lba) lbas.insert(lba);
+  };
+  add(kGptPrimaryHeaderLba, 1);
+  add(header().entryLba, entrySectors());
+  const u64 sectors = disk.sectorCount().value_or(0);
+  const u64 backupLba = header().alternateLba;
+  if (backupLba < sectors && backupLba > entrySectors()) {
+    add(backupArrayPlace(disk), entrySectors());
+    add(backupLba, 1);
+  }
+  const u64 run = entrySectors() + kHeaderSectors;
+  if (sectors > run && !isInUse(sectors - run, sectors - 1)) add(sectors - run, run);
+}
+
 Failure GptImage::writeBackup(DiskDevice& disk) const {
   const u64 backupLba = header().alternateLba;
   const u64 sectors = disk.sectorCount().value_or(0);

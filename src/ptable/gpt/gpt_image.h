@@ -1,6 +1,7 @@
 // A whole GUID Partition Table in memory: protective MBR, header and entry array.
 #pragma once
 
+#include <set>
 #include <vector>
 
 #include "base/error.h"
@@ -41,6 +42,10 @@ class GptImage {
   // belongs. sectorsInUse: the primary is damaged, and another program uses each place that its
   // entry array may have had.
   Failure checkPlaces() const;
+
+  // Adds the sectors of both copies as they lie on the disk, and those at its end where a repair
+  // puts the backup.
+  void addTableSectors(DiskDevice& disk, std::set<u64>& lbas) const;
 
   // Where the entries came from at read().
   GptCopy source() const { return source_; }

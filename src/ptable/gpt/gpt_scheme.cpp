@@ -33,8 +33,7 @@ void linkToSlot(const MbrRecord& mbr, PartitionEntry& entry) {
 }
 
 u16 modelType(DiskDevice& disk, const GptEntryRecord& record) {
-  constexpr u16 kHibernation = 0x84;
-  if (record.typeGuid == kGptIntelRst) return kHibernation;
+  if (record.typeGuid == kGptIntelRst) return types::kHibernation;
   const u16 content = typeOfContent(disk, record.firstLba);
   if (content == types::kFree) return types::kGptEntry;
   return types::isFat(content) && record.typeGuid == kGptEfiSystem ? u16{types::kEfiSystem}
@@ -165,10 +164,9 @@ Failure GptScheme::add(const TableContext& context, const NewEntry& entry,
   u32 index = 0;
   while (index < image.entryCount() && image.entry(index).isUsed()) ++index;
   if (index == image.entryCount()) return Error::noFreeEntry;
-  const Guid& fitting = entry.type == types::kEfiSystem ? kGptEfiSystem : kGptBasicData;
   GptEntryRecord& record = image.entry(index);
   record.clear();
-  record.typeGuid = entry.typeGuid.isZero() ? fitting : entry.typeGuid;
+  record.typeGuid = entry.typeGuid.isZero() ? gptTypeFor(entry.type) : entry.typeGuid;
   record.uniqueGuid =
       entry.uniqueGuid.isZero() ? newUniqueGuid(context.host, image) : entry.uniqueGuid;
   record.firstLba = entry.startSector;
@@ -176,16 +174,6 @@ Failure GptScheme::add(const TableContext& context, const NewEntry& entry,
   record.attributes = entry.attributes;
   setGptName(record, entry.name);
   return storeGpt(context.disk, old, image);
-}
-
-void fillGptEntry(const PartitionEntry& entry, GptEntryRecord& record) {
-  record.clear();
-  record.typeGuid = entry.typeGuid;
-  record.uniqueGuid = entry.uniqueGuid;
-  record.firstLba = entry.startSector;
-  record.lastLba = entry.endSector;
-  if (!entry.isVolume()) record.attributes = entry.attributes;
-  setGptName(record, entry.tableName.empty() ? entry.name : entry.tableName);
 }
 
 Failure GptScheme::remove(const TableContext& context, const TableEntry& entry) const {

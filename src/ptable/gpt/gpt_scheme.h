@@ -25,9 +25,6 @@ Guid newUniqueGuid(Host& host, const GptImage& image);
 // Random with the time in it; byte 0 is never 0.
 Guid randomGuid(Host& host);
 
-// Fills a slot with extent, GUIDs, name and, for entries of the top level, attributes.
-void fillGptEntry(const PartitionEntry& entry, GptEntryRecord& record);
-
 // Writes the image and finds out, when that failed, which table is on the disk: see
 // Drive::add. `old` is what was read before the change.
 Failure storeGpt(DiskDevice& disk, const GptImage& old, GptImage& image);

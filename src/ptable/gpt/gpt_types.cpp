@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "probe/type_catalogue.h"
+
 namespace tallowin {
 namespace {
 
@@ -73,7 +75,34 @@ std::vector<GptType> makeTypes() {
   return types;
 }
 
+struct SameType {
+  Guid guid;
+  u16 type;
+};
+
+constexpr std::array<SameType, 7> kSameTypes = {{
+    {kGptEfiSystem, types::kEfiSystem},
+    {kGptRecovery, types::kWindowsRecovery},
+    {kGptLinux, types::kLinux},
+    {kGptLinuxSwap, types::kLinuxSwap},
+    {kGptLinuxLvm, types::kLinuxLvm},
+    {kGptLinuxRaid, types::kLinuxRaid},
+    {kGptIntelRst, types::kHibernation},
+}};
+
 }  // namespace
+
+Guid gptTypeFor(u16 type) {
+  const auto same = std::ranges::find(kSameTypes, type, &SameType::type);
+  return same != kSameTypes.end() ? same->guid : kGptBasicData;
+}
+
+u8 mbrTypeFor(const Guid& guid, u16 content) {
+  const auto same = std::ranges::find(kSameTypes, guid, &SameType::guid);
+  if (same != kSameTypes.end()) return static_cast<u8>(same->type);
+  if (types::isForPartitions(content)) return static_cast<u8>(content);
+  return static_cast<u8>(guid == kGptBasicData ? types::kNtfs : types::kOtherData);
+}
 
 const std::vector<GptType>& gptTypes() {
   static const std::vector<GptType> types = makeTypes();
