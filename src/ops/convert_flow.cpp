@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "disk/disk_handles.h"
 #include "disk/mount_check.h"
+#include "ops/convert_text.h"
 #include "ops/error_text.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
@@ -79,14 +80,14 @@ std::optional<TrackContent> acceptedLoss(const OperationContext& context, Drive&
 }
 
 Failure convert(const OperationContext& context, Drive& drive, Scheme target,
-                bool allowWithoutTable, TrackContent content) {
+                bool allowWithoutTable, TrackContent content, const EarlierMbr* earlier) {
   switch (target) {
     case Scheme::gpt:
       return convertToGpt(drive, true, content);
     case Scheme::embr:
       return convertToEmbr(drive, context.options.limitPrimaries, content);
     default:
-      return convertToMbr(drive, allowWithoutTable, content);
+      return convertToMbr(drive, allowWithoutTable, content, earlier);
   }
 }
 
@@ -104,9 +105,9 @@ bool saveTrack(const OperationContext& context, Drive& drive) {
 
 // The table is changed and the disk left in order; the answer is about the table.
 Failure convertAndRestore(const OperationContext& context, Drive& drive, Scheme target,
-                          bool allowWithoutTable, TrackContent content) {
-  const bool hadTable = hasTable(drive);
-  const Failure error = convert(context, drive, target, allowWithoutTable, content);
+                          bool allowWithoutTable, TrackContent content, const EarlierMbr* earlier) {
+  const bool hadTable = hasTable(drive) && earlier == nullptr;
+  const Failure error = convert(context, drive, target, allowWithoutTable, content, earlier);
   if (error != Error::none || target != Scheme::mbr || !hadTable || !isPlainHardDisk(drive))
     return error;
   static_cast<void>(drive.reread());
@@ -121,7 +122,8 @@ Failure convertAndRestore(const OperationContext& context, Drive& drive, Scheme 
 }
 
 FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme scheme,
-                    const WriteTarget& target, std::string& keptTable) {
+                    const WriteTarget& target, std::string& keptTable,
+                    const EarlierMbr* earlier = nullptr) {
   if (drive.scheme() == scheme) return {};
   const auto content = acceptedLoss(context, drive, scheme);
   if (!content) return stoppedByUser();
@@ -129,8 +131,8 @@ FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme scheme
   if (const auto stopped = change.begin(target)) return *stopped;
   const bool keepsTrack = isPlainHardDisk(drive) && drive.scheme() == Scheme::mbr;
   if (keepsTrack && !saveTrack(context, drive)) return {FlowEnd::refused, Error::cannotCreate, 0};
-  const Failure error = change.end(
-      convertAndRestore(context, drive, scheme, drive.scheme() == Scheme::wholeDisk, *content));
+  const Failure error = change.end(convertAndRestore(
+      context, drive, scheme, drive.scheme() == Scheme::wholeDisk, *content, earlier));
   keptTable = change.keptTable();
   if (error == Error::none) return {};
   context.ui.errorBox("The partition layout could not be changed to match your selection.\n\n" +
@@ -183,11 +185,17 @@ FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme tar
   if (drive.scheme() == target) return {};
   if (holdsEfiSystem(drive))
     return refuse(context, "Your request is being ignored because EFI Systems required a GPT.");
+  if (const std::string repair = repairFirstText(drive); !repair.empty())
+    return refuse(context, repair, Error::gptTableCheck);
+  const auto earlier =
+      target == Scheme::mbr ? findEarlierMbr(drive, context.folders.backupFolder()) : std::nullopt;
+  const EarlierMbr* wayBack = earlier ? &*earlier : nullptr;
   const std::string text = "Are you sure you want to change the partitioning type?\n\n" +
                            describeDisk(drive.disk()) +
-                           format("\n%s to %s", drive.schemeName(), nameOf(target));
+                           format("\n%s to %s\n\n", drive.schemeName(), nameOf(target)) +
+                           convertConsequences(drive, target, wayBack);
   if (!context.ui.confirm(Consent::general, kTitle, text)) return stoppedByUser();
-  return changeTo(context, drive, target, WriteTarget::wholeDisk(), keptTable);
+  return changeTo(context, drive, target, WriteTarget::wholeDisk(), keptTable, wayBack);
 }
 
 FlowResult changeDiskTypeFlow(const OperationContext& context, Drive& drive) {

@@ -44,6 +44,45 @@ TEST_F(ConvertFlowTest, TheChoiceLeadsThroughAllSchemesAndBack) {
   }
 }
 
+TEST_F(ConvertFlowTest, WhatComesAndWhatGoesIsToldBeforeAndTheOldMbrComesBack) {
+  const auto drive = open(disk_);
+  add(*drive, 0, 20480, 0x82, "ONE");
+  add(*drive, 0, 20480, 0x8E, "TWO");
+  MemoryDisk before = disk_.copy();
+  ui_.expectMessage(
+      "A reserved partition of 128 MiB is made at sector 43008. It goes on the way back.",
+      MessageResult::yes);
+  ASSERT_EQ(convert(*drive, Scheme::gpt).end, FlowEnd::done);
+  ui_.expectMessage(
+      "The empty reserved partition 3 goes.\nBoot code, disk signature, active mark and "
+      "types come back from the table of 20231114-221320.",
+      MessageResult::yes);
+  ASSERT_EQ(convert(*drive, Scheme::mbr).end, FlowEnd::done);
+  for (u64 lba = 0; lba < 2048; ++lba) ASSERT_EQ(disk_.sector(lba), before.sector(lba)) << lba;
+  // With other partitions it says what is not kept.
+  expectSure();
+  ASSERT_EQ(convert(*drive, Scheme::gpt).end, FlowEnd::done);
+  ASSERT_EQ(drive->remove(*drive->findByKernelNumber(2)), Error::none);
+  ASSERT_EQ(drive->reread(), Error::none);
+  ui_.expectMessage("No partition will be active", MessageResult::no);
+  EXPECT_EQ(convert(*drive, Scheme::mbr).end, FlowEnd::cancelled);
+}
+
+TEST_F(ConvertFlowTest, AGptWithABadCopyIsRepairedFirstAndNothingIsAsked) {
+  auto drive = open(disk_);
+  add(*drive, 0, 20480, 0x83, "L");
+  expectSure();
+  ASSERT_EQ(convert(*drive, Scheme::gpt).end, FlowEnd::done);
+  disk_.setSector(kSectors - 1, std::vector<u8>(512));
+  drive = open(disk_);
+  MemoryDisk before = disk_.copy();
+  expectFailure("Repair it first:\ntallowinctl table repair /dev/sda");
+  const FlowResult result = convert(*drive, Scheme::mbr);
+  EXPECT_EQ(result.end, FlowEnd::refused);
+  EXPECT_EQ(result.code, Error::gptTableCheck);
+  EXPECT_TRUE(before.sameContent(disk_));
+}
+
 TEST_F(ConvertFlowTest, AnEfiSystemKeepsItsGpt) {
   const auto drive = open(disk_);
   expectSure();
