@@ -109,6 +109,13 @@ class DiskDevice {
   // Forgets what caches hold of this disk, so that the next read comes from the medium.
   // Called after flush; a failure loses nothing.
   virtual void dropCaches() {}
+  // The same, and for what caches hold of partitions with sectors in this range: the kernel keeps
+  // buffers of its own for each partition's node.
+  virtual void dropCachesOf(u64 lba, u64 count) {
+    static_cast<void>(lba);
+    static_cast<void>(count);
+    dropCaches();
+  }
 
   // Sectors of the disk; nothing when the size cannot be found out.
   virtual std::optional<u64> sectorCount() = 0;

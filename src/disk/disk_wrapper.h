@@ -12,6 +12,7 @@ class DiskWrapper : public DiskDevice {
 
   Failure flush() override { return inner_.flush(); }
   void dropCaches() override { inner_.dropCaches(); }
+  void dropCachesOf(u64 lba, u64 count) override { inner_.dropCachesOf(lba, count); }
   std::optional<u64> sectorCount() override { return inner_.sectorCount(); }
   std::string displayName() override { return inner_.displayName(); }
   std::string model() override { return inner_.model(); }

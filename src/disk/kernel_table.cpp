@@ -1,5 +1,6 @@
 #include "disk/kernel_table.h"
 
+#include <fcntl.h>
 #include <linux/blkpg.h>
 #include <linux/fs.h>
 
@@ -7,6 +8,7 @@
 #include <cerrno>
 #include <vector>
 
+#include "base/text.h"
 #include "disk/sys_block.h"
 
 namespace tallowin {
@@ -102,6 +104,23 @@ void bringUpToDate(PartitionRequests requests, const Extents& known, const Exten
 }
 
 }  // namespace
+
+void dropPartitionBuffers(Host& host, const std::string& sysFolder, u32 sectorSizeBytes, u64 lba,
+                          u64 count) {
+  const u64 scale = sectorSizeBytes / kSysSectorBytes;
+  for (const SysPartition& partition : kernelPartitions(host, sysFolder)) {
+    const u64 first = partition.start / scale;
+    const u64 sectors = (partition.start % scale + partition.size + scale - 1) / scale;
+    if (first < lba ? lba - first >= sectors : first - lba >= count) continue;
+    const int node = host.open(devicePathOf(partition.name), O_RDONLY | O_NONBLOCK);
+    if (node < 0) continue;
+    const auto info = host.nodeInfo(node);
+    const auto number = host.firstLine(sysFolder + "/" + partition.name + "/dev");
+    if (info && info->isBlockDevice && number == format("%u:%u", info->major, info->minor))
+      static_cast<void>(host.control(node, BLKFLSBUF, nullptr));
+    host.close(node);
+  }
+}
 
 KernelTable tellKernelTable(Host& host, int descriptor, const std::string& sysFolder,
                             u32 sectorSizeBytes, std::span<const KernelPartition> wanted) {

@@ -15,4 +15,9 @@ namespace tallowin {
 KernelTable tellKernelTable(Host& host, int descriptor, const std::string& sysFolder,
                             u32 sectorSizeBytes, std::span<const KernelPartition> wanted);
 
+// Writes out and forgets what the kernel's buffers hold of the partitions that it knows with
+// sectors in the range; device sectors. A partition that cannot be opened is left out.
+void dropPartitionBuffers(Host& host, const std::string& sysFolder, u32 sectorSizeBytes, u64 lba,
+                          u64 count);
+
 }  // namespace tallowin

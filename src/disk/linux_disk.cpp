@@ -231,6 +231,13 @@ void LinuxDisk::dropCaches() {
   static_cast<void>(host_.control(descriptor_, BLKFLSBUF, nullptr));
 }
 
+void LinuxDisk::dropCachesOf(u64 lba, u64 count) {
+  dropCaches();
+  const SystemCallScope scope;
+  dropPartitionBuffers(host_, sysFolderOf(host_, traits_.path, traits_.deviceNumber), sectorSize(),
+                       lba, count);
+}
+
 std::optional<u64> LinuxDisk::sectorCount() {
   const std::lock_guard lock(mutex_);
   const off_t bytes = ::lseek(descriptor_, 0, SEEK_END);
@@ -241,7 +248,7 @@ std::optional<u64> LinuxDisk::sectorCount() {
 std::string LinuxDisk::displayName() { return diskDisplayName(host_, traits_.path); }
 
 std::string LinuxDisk::model() {
-  const std::string device = sysFolderOf(host_, traits_.path) + "/device/";
+  const std::string device = sysFolderOf(host_, traits_.path, traits_.deviceNumber) + "/device/";
   const std::string vendor(trim(host_.firstLine(device + "vendor").value_or("")));
   const std::string model(trim(host_.firstLine(device + "model").value_or("")));
   // Virtual disks have a vendor's number there and no model.
@@ -250,7 +257,7 @@ std::string LinuxDisk::model() {
 }
 
 std::string LinuxDisk::serial() {
-  const std::string folder = sysFolderOf(host_, traits_.path);
+  const std::string folder = sysFolderOf(host_, traits_.path, traits_.deviceNumber);
   for (const char* attribute : {"/device/serial", "/serial"}) {
     std::string text(trim(host_.firstLine(folder + attribute).value_or("")));
     if (!text.empty()) return text;
@@ -311,8 +318,8 @@ void LinuxDisk::releaseLock() { ::flock(descriptor_, LOCK_UN); }
 
 KernelTable LinuxDisk::tellKernel(std::span<const KernelPartition> wanted) {
   const SystemCallScope scope;
-  return tellKernelTable(host_, descriptor_, sysFolderOf(host_, traits_.path), sectorSize(),
-                         wanted);
+  return tellKernelTable(host_, descriptor_, sysFolderOf(host_, traits_.path, traits_.deviceNumber),
+                         sectorSize(), wanted);
 }
 
 }  // namespace tallowin

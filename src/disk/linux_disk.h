@@ -26,6 +26,7 @@ class LinuxDisk : public DiskDevice {
   Failure finish(DiskTransfer& transfer) override;
   Failure flush() override;
   void dropCaches() override;
+  void dropCachesOf(u64 lba, u64 count) override;
   std::optional<u64> sectorCount() override;
   std::string displayName() override;
   std::string model() override;

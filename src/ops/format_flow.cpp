@@ -148,7 +148,7 @@ class Formatting {
     badClusters_ = request.badClusters;
     if (drive_.disk().flush() != Error::none && formatErrorText(error).empty())
       error = Error::write;
-    drive_.disk().dropCaches();
+    drive_.disk().dropCachesOf(entry_->startSector, entry_->sectorCount());
     traceLine(context_.folders, "Format: ended with %u, %u bad clusters", codeOf(error),
               badClusters_);
     return error;

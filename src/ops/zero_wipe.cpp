@@ -21,7 +21,7 @@ class ZeroWiper {
       stopped = job_.shouldStop() ? Failure(Error::cancelled)
                                   : wipePiece(std::min(piece, total - report_.sectorsDone));
     const Failure unflushed = disk_.flush();
-    disk_.dropCaches();
+    disk_.dropCachesOf(extent_.startSector, total);
     return stopped && stopped != Error::cancelled ? stopped : unflushed ? unflushed : stopped;
   }
 

@@ -365,6 +365,30 @@ TEST_P(LoopDiskTest, DroppedCachesReadFromTheMedium) {
   EXPECT_EQ(sector, other);
 }
 
+// Whoever has the node of a partition open, as udev may, keeps the kernel's buffers of it.
+TEST_P(LoopDiskTest, TheBuffersOfAPartitionsOwnNodeAreDropped) {
+  const u64 perMiB = kMiB / GetParam();
+  ASSERT_EQ(disk_->tellKernel(std::vector<KernelPartition>{{1, perMiB, 20 * perMiB},
+                                                           {2, 30 * perMiB, 5 * perMiB}}),
+            KernelTable::upToDate);
+  if (kernelPartitions(host_, sysFolderOf(host_, loop_->path())).empty())
+    GTEST_SKIP() << "this kernel keeps no partitions of loop devices";
+  const int node = ::open(loop_->partition(2).c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(node, 0);
+  const auto throughNode = [&] {
+    std::vector<u8> bytes(4096);
+    EXPECT_EQ(::pread(node, bytes.data(), bytes.size(), 0), 4096);
+    return bytes;
+  };
+  EXPECT_EQ(throughNode(), std::vector<u8>(4096));
+  const std::vector<u8> fresh(4096, 0x33);
+  ASSERT_EQ(disk_->writeSectors(30 * perMiB, fresh.data(), 4096 / GetParam()), Error::none);
+  ASSERT_EQ(disk_->flush(), Error::none);
+  disk_->dropCachesOf(30 * perMiB, 1);
+  EXPECT_EQ(throughNode(), fresh);
+  ::close(node);
+}
+
 TEST_P(LoopDiskTest, TheKernelLearnsANewTableBesideAMountedPartition) {
   const u64 perMiB = kMiB / GetParam();
   const std::string sys = sysFolderOf(host_, loop_->path());
