@@ -1,6 +1,6 @@
 #include "cli/command.h"
 
-#include "cli/interrupt.h"
+#include "base/stop_request.h"
 #include "ops/error_text.h"
 
 namespace tallowin {
@@ -26,7 +26,7 @@ CommandResult failedBecause(const std::string& what, Failure code) {
 CommandResult resultOfFlow(const FlowResult& flow, const ConsoleFrontEnd& ui,
                            const std::string& what) {
   if (flow.succeeded()) {
-    if (wasInterrupted())
+    if (stopRequested())
       return {ExitStatus::stopped, Error::cancelled, flow.phase,
               "Stopped; what was begun had been completed by then."};
     return {flow.end == FlowEnd::done ? ExitStatus::done : ExitStatus::doneWithLosses,
@@ -34,7 +34,7 @@ CommandResult resultOfFlow(const FlowResult& flow, const ConsoleFrontEnd& ui,
             flow.phase,
             {}};
   }
-  if (wasInterrupted())
+  if (stopRequested())
     return {ExitStatus::stopped, Error::cancelled, flow.phase,
             joined(ui.told(), "Stopped by the user; nothing more was changed.")};
   if (ui.lackedInsistence())

@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "cli/interrupt.h"
+#include "base/stop_request.h"
 
 namespace tallowin {
 namespace {
@@ -26,7 +26,7 @@ class ConsoleProgress : public ProgressDialog, public ProgressBox {
   void setProgress(u32 percent, const std::string& details) override {
     line_.draw(text_, percent, details);
   }
-  bool isCancelled() override { return wasInterrupted() || (skipScan_ && button_ == kSkipLabel); }
+  bool isCancelled() override { return stopRequested() || (skipScan_ && button_ == kSkipLabel); }
 
  private:
   ProgressLine& line_;
@@ -48,7 +48,7 @@ ConsoleFrontEnd::ConsoleFrontEnd(bool showsProgress)
       progressLine_(::isatty(STDERR_FILENO) == 1 && showsProgress) {}
 
 std::optional<std::string> ConsoleFrontEnd::readLine(const std::string& prompt) {
-  if (!hasTerminal_ || wasInterrupted()) return std::nullopt;
+  if (!hasTerminal_ || stopRequested()) return std::nullopt;
   progressLine_.end();
   std::fputs(prompt.c_str(), stderr);
   std::fflush(stderr);
@@ -68,7 +68,7 @@ bool ConsoleFrontEnd::ask(const std::string& question, const std::string& hint) 
 }
 
 bool ConsoleFrontEnd::consents(const MessageBox& box) {
-  if (wasInterrupted()) return false;
+  if (stopRequested()) return false;
   if ((agreedTo_ & bitOf(box.consent)) != 0) return true;
   if (box.consent == Consent::general && !hasTerminal_) lackedConfirmation_ = true;
   const bool isDiskError = box.consent == Consent::diskError;

@@ -6,9 +6,9 @@
 #include <filesystem>
 
 #include "app/start_up.h"
+#include "base/stop_request.h"
 #include "base/text.h"
 #include "cli/command_line.h"
-#include "cli/interrupt.h"
 
 namespace tallowin {
 namespace {
@@ -121,7 +121,7 @@ int tallowinctl(const std::vector<std::string>& words, std::unique_ptr<Host> hos
   const ParsedCommandLine parsed = parseCommandLine(rest);
   ExitStatus status = parsed.status;
   if (parsed.command) {
-    catchInterrupts();
+    catchStopSignals();
     status = run(parsed, ownProgramFile(words), std::move(host));
   } else if (status == ExitStatus::done) {
     std::fputs(parsed.text.c_str(), stdout);
