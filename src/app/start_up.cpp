@@ -9,10 +9,13 @@
 #include <ostream>
 #include <span>
 
+#include "base/stop_request.h"
+
 namespace tallowin {
 namespace {
 
 constexpr const char* kEnvironmentVariable = "strandel";
+constexpr const char* kNoMemory = "Insufficent memory to complete operation";
 constexpr const char* kNotice =
     "\nPartition manager. Free software under the GNU General Public License, version 3 or later;"
     "\nit comes without any warranty.\n";
@@ -30,7 +33,9 @@ class Banner {
   bool verbose_;
 };
 
+// Where none was set, the user's own stays.
 void applyTimeZone(const Options& options) {
+  if (options.timeZone.empty()) return;
   ::setenv("TZ", options.timeZone.c_str(), 1);
   ::tzset();
 }
@@ -50,17 +55,18 @@ StartUp start(const std::vector<std::string>& arguments, std::unique_ptr<Host> h
   banner.say("Strandel 1.32");
   // Files that are named without a folder live beside the program.
   static_cast<void>(::chdir(folders.program.c_str()));
-  auto session = std::make_unique<Session>(std::move(host), folders, std::move(options));
+  StartUp result;
+  // A faulty command line was not read to its end, where it might say to keep off the devices.
+  if (fault.empty()) result.session = std::make_unique<Session>(std::move(host), folders, options);
   banner.say(kNotice);
   banner.say(".");
-  applyTimeZone(session->options());
+  applyTimeZone(options);
   banner.say(".");
-  if (!fault.empty()) {
+  if (fault.empty())
+    banner.say(".\n");
+  else
     out << fault << '\n';
-    return {};
-  }
-  banner.say(".\n");
-  return {std::move(session), kExitDone};
+  return result;
 }
 
 }  // namespace
@@ -87,9 +93,29 @@ StartUp startUp(const std::vector<std::string>& arguments, std::unique_ptr<Host>
   try {
     return start(arguments, std::move(host), out);
   } catch (const std::bad_alloc&) {
-    out << "Insufficent memory to complete operation";
+    out << kNoMemory;
     return {nullptr, kExitNoMemory};
   }
+}
+
+int runFrontEnd(std::ostream& out, const std::function<int()>& program) {
+  int status = kExitFailed;
+  try {
+    status = program();
+  } catch (const std::bad_alloc&) {
+    requestStop(StopReason::outOfMemory);
+  }
+  switch (stopReason()) {
+    case StopReason::none:
+    case StopReason::signal:
+      return status;
+    case StopReason::displayLost:
+      break;
+    case StopReason::outOfMemory:
+      out << kNoMemory << std::endl;
+      break;
+  }
+  return kExitFailed;
 }
 
 }  // namespace tallowin

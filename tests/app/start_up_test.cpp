@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <iostream>
+#include <new>
 #include <sstream>
 
 #include "support/fake_host.h"
@@ -13,6 +16,18 @@ namespace tallowin {
 namespace {
 
 constexpr const char* kGreeting = "Starting...\n\n";
+
+class CountingHost : public FakeHost {
+ public:
+  explicit CountingHost(int& opens) : opens_(opens) {}
+  int open(const std::string& path, int flags) override {
+    ++opens_;
+    return FakeHost::open(path, flags);
+  }
+
+ private:
+  int& opens_;
+};
 
 // A program folder of its own, started from another folder.
 class StartUpTest : public testing::Test {
@@ -30,8 +45,8 @@ class StartUpTest : public testing::Test {
 
   StartUp start(std::vector<std::string> switches) {
     switches.insert(switches.begin(), program_.file("tallowin"));
-    auto host = std::make_unique<FakeHost>();
-    host_ = host.get();
+    opens_ = 0;
+    auto host = std::make_unique<CountingHost>(opens_);
     host->node("/dev/sda", 8, 0, kMiB);
     host->file("/proc/scsi/sg/device_hdr", "host\tchan\tid\tlun\ttype\topens\n");
     host->file("/proc/scsi/sg/devices", "0\t0\t0\t0\t0\t1\n1\t0\t0\t0\t5\t1\n");
@@ -43,7 +58,7 @@ class StartUpTest : public testing::Test {
   std::filesystem::path before_;
   TempFolder program_;
   TempFolder elsewhere_;
-  FakeHost* host_ = nullptr;
+  int opens_ = 0;  // of the last start
   std::ostringstream out_;
 };
 
@@ -87,7 +102,12 @@ TEST_F(StartUpTest, AnInvalidParameterOpensNoWindow) {
 TEST_F(StartUpTest, WithNdNoDeviceIsEverOpened) {
   const StartUp hidden = start({"-nd"});
   ASSERT_TRUE(hidden.session);
-  EXPECT_EQ(host_->opened(), std::vector<std::string>{});
+  EXPECT_EQ(opens_, 0);
+  for (const std::vector<std::string>& switches :
+       {std::vector<std::string>{"-faulty", "-nd"}, {"-vs", "-nd", "x"}, {"-img", "-nd"}}) {
+    EXPECT_FALSE(start(switches).session) << "a faulty command line ends the start";
+    EXPECT_EQ(opens_, 0) << switches.front();
+  }
   EXPECT_TRUE(hidden.session->scsiGenericList().empty());
   const StartUp scanned = start({});
   EXPECT_EQ(scanned.session->driveNames(DriveClass::device), std::vector<std::string>{"/dev/sda"});
@@ -115,7 +135,29 @@ TEST_F(StartUpTest, AFileSystemOnAWholeImageTellsItsSectorSize) {
   EXPECT_STREQ(drive->schemeName(), "VOL");
 }
 
-TEST_F(StartUpTest, TheTimeZoneIsApplied) {
+TEST_F(StartUpTest, AWorkingFolderThatWasRemovedDoesNotEndTheProgram) {
+  const std::filesystem::path gone = elsewhere_.path() + "/gone";
+  std::filesystem::create_directory(gone);
+  std::filesystem::current_path(gone);
+  std::filesystem::remove(gone);
+  EXPECT_TRUE(start({"-nd", "-img:disk.img"}).session);
+}
+
+TEST(RunFrontEnd, MemoryThatRanOutIsToldAndItsStatusIsOne) {
+  std::ostringstream out;
+  EXPECT_EQ(runFrontEnd(out, [] { return 7; }), 7);
+  EXPECT_EQ(out.str(), "");
+  EXPECT_EXIT(std::exit(runFrontEnd(std::cerr, []() -> int { throw std::bad_alloc(); })),
+              testing::ExitedWithCode(1), "Insufficent memory to complete operation");
+}
+
+TEST_F(StartUpTest, ATimeZoneThatIsNotSetLeavesTheUsersAlone) {
+  ::setenv("TZ", "UTC+3", 1);
+  ASSERT_TRUE(start({"-nd"}).session);
+  EXPECT_STREQ(::getenv("TZ"), "UTC+3");
+  ::unsetenv("TZ");
+  ASSERT_TRUE(start({"-nd"}).session);
+  EXPECT_EQ(::getenv("TZ"), nullptr);
   program_.write("STRANDEL.INI", "[OPTIONS]\nTimeZone=UTC-5\n");
   ASSERT_TRUE(start({"-nd"}).session);
   EXPECT_STREQ(::getenv("TZ"), "UTC-5");
