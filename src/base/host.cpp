@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "base/text.h"
+#include "base/waiting.h"
 
 namespace tallowin {
 namespace {
@@ -64,22 +65,27 @@ std::string normalised(const std::string& path) {
 }  // namespace
 
 int Host::open(const std::string& path, int flags) {
-  return ::open(real(path).c_str(), flags | O_CLOEXEC, 0600);
+  const std::string whole = real(path);
+  return blockingCall([&] { return ::open(whole.c_str(), flags | O_CLOEXEC, 0600); });
 }
 
-void Host::close(int descriptor) { ::close(descriptor); }
+void Host::close(int descriptor) {
+  blockingCall([&] { return ::close(descriptor); });
+}
 
 int Host::control(int descriptor, unsigned long request, void* argument) {
-  return ::ioctl(descriptor, request, argument);
+  return blockingCall([&] { return ::ioctl(descriptor, request, argument); });
 }
 
 i64 Host::readAt(int descriptor, void* buffer, std::size_t bytes, u64 offset) {
-  return ::pread(descriptor, buffer, bytes, static_cast<off_t>(offset));
+  return waitedRead(descriptor, buffer, bytes, offset);
 }
 
 i64 Host::writeAt(int descriptor, const void* buffer, std::size_t bytes, u64 offset) {
-  return ::pwrite(descriptor, buffer, bytes, static_cast<off_t>(offset));
+  return waitedWrite(descriptor, {static_cast<const u8*>(buffer), bytes}, {}, offset);
 }
+
+int Host::sync(int descriptor) { return waitedSync(descriptor); }
 
 std::optional<NodeInfo> Host::nodeInfo(const std::string& path) {
   struct stat status {};
@@ -157,10 +163,7 @@ u64 Host::monotonicNanoseconds() {
   return static_cast<u64>(now.tv_sec) * 1'000'000'000 + static_cast<u64>(now.tv_nsec);
 }
 
-void Host::pause(u32 milliseconds) {
-  const timespec duration{milliseconds / 1000, i64{milliseconds % 1000} * 1'000'000};
-  ::nanosleep(&duration, nullptr);
-}
+void Host::pause(u32 milliseconds) { waitedPause(milliseconds); }
 
 void Host::randomBytes(std::span<u8> out) {
   while (!out.empty()) {

@@ -30,11 +30,14 @@ class Host {
   // A descriptor, or -1 with errno set. `flags` are the open(2) flags.
   virtual int open(const std::string& path, int flags);
   virtual void close(int descriptor);
-  // ioctl(2): -1 with errno set on failure. The argument is what the request takes.
+  // ioctl(2): -1 with errno set on failure. The argument is what the request takes. This and all
+  // other calls on descriptors are waited for as base/waiting.h says.
   virtual int control(int descriptor, unsigned long request, void* argument);
   // pread(2) and pwrite(2): the bytes moved, or -1 with errno set.
   virtual i64 readAt(int descriptor, void* buffer, std::size_t bytes, u64 offset);
   virtual i64 writeAt(int descriptor, const void* buffer, std::size_t bytes, u64 offset);
+  // fsync(2): 0, or -1 with errno set.
+  virtual int sync(int descriptor);
   // Follows symbolic links; nothing when the path does not exist.
   virtual std::optional<NodeInfo> nodeInfo(const std::string& path);
   // Of what is open, whatever its path names by now.

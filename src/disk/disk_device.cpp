@@ -1,21 +1,10 @@
 #include "disk/disk_device.h"
 
 #include <algorithm>
-#include <csignal>
 
 #include "disk/transfer_buffer.h"
 
 namespace tallowin {
-namespace {
-
-volatile std::sig_atomic_t inSystemCall = 0;
-
-}  // namespace
-
-bool DiskDevice::isInSystemCall() { return inSystemCall != 0; }
-
-DiskDevice::SystemCallScope::SystemCallScope() { inSystemCall = 1; }
-DiskDevice::SystemCallScope::~SystemCallScope() { inSystemCall = 0; }
 
 u32 DiskDevice::sectorsPerChunk() const {
   return std::max(u32{1}, traits_.maxTransferBytes / traits_.sectorSizeBytes);

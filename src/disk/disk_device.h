@@ -141,10 +141,6 @@ class DiskDevice {
     return KernelTable::upToDate;
   }
 
-  // Set while the thread sits inside a blocking system call of any device: the only moment in
-  // which a repaint may run from a signal.
-  static bool isInSystemCall();
-
  protected:
   explicit DiskDevice(DiskTraits traits) : traits_(std::move(traits)) {}
   DiskDevice() = default;
@@ -162,15 +158,6 @@ class DiskDevice {
   // The lock itself, asked for the first hold and given back after the last.
   [[nodiscard]] virtual bool acquireLock() { return true; }
   virtual void releaseLock() {}
-
-  // Around every blocking call of an implementation.
-  class SystemCallScope {
-   public:
-    SystemCallScope();
-    ~SystemCallScope();
-    SystemCallScope(const SystemCallScope&) = delete;
-    SystemCallScope& operator=(const SystemCallScope&) = delete;
-  };
 
   DiskTraits traits_;
 

@@ -30,41 +30,6 @@ DiskType typeOf(ImageForm form) {
 
 class ImageDisk : public DiskDevice {
  public:
-  // Marks each blocking call of the container; what the container does between them must not be
-  // interrupted by a repaint.
-  class MarkedFile : public ImageFile {
-   public:
-    explicit MarkedFile(std::unique_ptr<ImageFile> inner) : inner_(std::move(inner)) {}
-
-    u64 sizeBytes() const override { return inner_->sizeBytes(); }
-    bool isReadOnly() const override { return inner_->isReadOnly(); }
-    Failure readAt(u64 offset, std::span<u8> bytes) override {
-      const SystemCallScope scope;
-      return inner_->readAt(offset, bytes);
-    }
-    Failure writeAt(u64 offset, std::span<const u8> bytes, std::span<const u8> following) override {
-      const SystemCallScope scope;
-      return inner_->writeAt(offset, bytes, following);
-    }
-    std::optional<Failure> clearFast(u64 offset, u64 bytes) override {
-      const SystemCallScope scope;
-      return inner_->clearFast(offset, bytes);
-    }
-    Failure resize(u64 newSizeBytes) override {
-      const SystemCallScope scope;
-      return inner_->resize(newSizeBytes);
-    }
-    Failure flush() override {
-      const SystemCallScope scope;
-      return inner_->flush();
-    }
-    bool lock() override { return inner_->lock(); }
-    void unlock() override { inner_->unlock(); }
-
-   private:
-    std::unique_ptr<ImageFile> inner_;
-  };
-
   ImageDisk(std::unique_ptr<ImageContainer> image, const std::string& path, u8 kind,
             u32 sectorSizeBytes)
       : image_(std::move(image)) {
@@ -154,7 +119,6 @@ OpenedImage openImageFile(const std::string& path, DiskAccess access, u8 kind, u
       path, access == DiskAccess::readOnly ? ImageAccess::readOnly : ImageAccess::readWrite,
       failure);
   if (!file) return failed(path, failure);
-  file = std::make_unique<ImageDisk::MarkedFile>(std::move(file));
   std::unique_ptr<ImageContainer> image =
       kind == kOpticalKind ? openRaw(file, failure) : openImage(file, failure);
   if (!image) return failed(path, failure);

@@ -14,7 +14,9 @@
 #include <cstring>
 #include <limits>
 
+#include "base/io_ring.h"
 #include "base/text.h"
+#include "base/waiting.h"
 #include "disk/device_mapper.h"
 #include "disk/kernel_table.h"
 #include "disk/sys_block.h"
@@ -74,7 +76,6 @@ LinuxDisk::LinuxDisk(Host& host, const DriveListEntry& entry, int descriptor)
 }
 
 LinuxDisk::~LinuxDisk() {
-  ring_.reset();
   if (direct_ >= 0) host_.close(direct_);
   host_.close(descriptor_);
 }
@@ -116,7 +117,6 @@ bool LinuxDisk::isBulk(const void* buffer, u64 bytes) const {
 
 i64 LinuxDisk::moveOnce(Direction direction, int descriptor, u8* buffer, std::size_t bytes,
                         u64 offset) {
-  const SystemCallScope scope;
   return direction == Direction::read ? host_.readAt(descriptor, buffer, bytes, offset)
                                       : host_.writeAt(descriptor, buffer, bytes, offset);
 }
@@ -125,7 +125,6 @@ Failure LinuxDisk::move(Direction direction, u64 lba, u8* buffer, u32 count) {
   const auto offset = offsetOf(lba, count);
   if (!offset) return failureOf(direction, EOVERFLOW, lba);
   const std::size_t bytes = std::size_t{count} * sectorSize();
-  const std::lock_guard lock(mutex_);
   if (isBulk(buffer, bytes)) {
     const i64 moved = moveOnce(direction, direct_, buffer, bytes, *offset);
     // A device may want more alignment than its sector size; all else is the medium's answer.
@@ -158,24 +157,23 @@ Failure LinuxDisk::transferOut(u64 lba, const void* buffer, u32 count) {
   return move(Direction::write, lba, static_cast<u8*>(const_cast<void*>(buffer)), count);
 }
 
+std::optional<u32> LinuxDisk::submit(const DiskTransfer& transfer, u32 bytes, u64 offset) const {
+  IoRing* const ring = IoRing::shared();
+  if (ring == nullptr) return std::nullopt;
+  if (transfer.direction == Direction::read)
+    return ring->read(direct_, transfer.buffer, bytes, offset);
+  const iovec part = {transfer.buffer, bytes};
+  return ring->write(direct_, {&part, 1}, offset);
+}
+
 void LinuxDisk::begin(DiskTransfer& transfer) {
   const u64 bytes = u64{transfer.count} * sectorSize();
   const auto offset = offsetOf(transfer.lba, transfer.count);
   transfer.ticket = 0;
   if (offset && bytes <= traits_.maxTransferBytes && isBulk(transfer.buffer, bytes)) {
-    const std::lock_guard lock(mutex_);
-    if (!ringTried_) ring_ = IoRing::create();
-    ringTried_ = true;
-    if (ring_ != nullptr) {
-      const auto direction = transfer.direction == Direction::read ? IoRing::Direction::read
-                                                                   : IoRing::Direction::write;
-      const SystemCallScope scope;
-      const auto ticket =
-          ring_->submit(direction, direct_, transfer.buffer, static_cast<u32>(bytes), *offset);
-      if (ticket) {
-        transfer.ticket = u64{*ticket} + 1;
-        return;
-      }
+    if (const auto ticket = submit(transfer, static_cast<u32>(bytes), *offset)) {
+      transfer.ticket = u64{*ticket} + 1;
+      return;
     }
   }
   DiskDevice::begin(transfer);
@@ -183,12 +181,7 @@ void LinuxDisk::begin(DiskTransfer& transfer) {
 
 Failure LinuxDisk::finish(DiskTransfer& transfer) {
   if (transfer.ticket == 0) return transfer.failure;
-  i32 moved = 0;
-  {
-    const std::lock_guard lock(mutex_);
-    const SystemCallScope scope;
-    moved = ring_->wait(static_cast<u32>(transfer.ticket - 1));
-  }
+  const i32 moved = waitFor(*IoRing::shared(), static_cast<u32>(transfer.ticket - 1));
   transfer.ticket = 0;
   if (moved == -EINVAL || moved == -EAGAIN || moved == -EOPNOTSUPP) {
     DiskDevice::begin(transfer);
@@ -206,11 +199,9 @@ std::optional<Failure> LinuxDisk::zeroFast(u64 lba, u64 count) {
   if (!offset) return failureOf(Direction::write, EOVERFLOW, lba);
   u64 done = 0;
   const u64 bytes = count * sectorSize();
-  const std::lock_guard lock(mutex_);
   while (done != bytes) {
     const u64 piece = std::min(bytes - done, kMaxZeroPiece);
     std::array<u64, 2> range = {*offset + done, piece};
-    const SystemCallScope scope;
     if (host_.control(descriptor_, BLKZEROOUT, range.data()) != 0) {
       const bool isUnknown = errno == EOPNOTSUPP || errno == ENOTTY || errno == EINVAL;
       if (done == 0 && isUnknown) return std::nullopt;
@@ -222,24 +213,18 @@ std::optional<Failure> LinuxDisk::zeroFast(u64 lba, u64 count) {
 }
 
 Failure LinuxDisk::flush() {
-  const SystemCallScope scope;
-  return ::fsync(descriptor_) == 0 ? Failure() : Failure(Error::flush, errno);
+  return host_.sync(descriptor_) == 0 ? Failure() : Failure(Error::flush, errno);
 }
 
-void LinuxDisk::dropCaches() {
-  const SystemCallScope scope;
-  static_cast<void>(host_.control(descriptor_, BLKFLSBUF, nullptr));
-}
+void LinuxDisk::dropCaches() { static_cast<void>(host_.control(descriptor_, BLKFLSBUF, nullptr)); }
 
 void LinuxDisk::dropCachesOf(u64 lba, u64 count) {
   dropCaches();
-  const SystemCallScope scope;
   dropPartitionBuffers(host_, sysFolderOf(host_, traits_.path, traits_.deviceNumber), sectorSize(),
                        lba, count);
 }
 
 std::optional<u64> LinuxDisk::sectorCount() {
-  const std::lock_guard lock(mutex_);
   const off_t bytes = ::lseek(descriptor_, 0, SEEK_END);
   if (bytes <= 0) return std::nullopt;
   return static_cast<u64>(bytes) / sectorSize();
@@ -317,7 +302,6 @@ bool LinuxDisk::acquireLock() {
 void LinuxDisk::releaseLock() { ::flock(descriptor_, LOCK_UN); }
 
 KernelTable LinuxDisk::tellKernel(std::span<const KernelPartition> wanted) {
-  const SystemCallScope scope;
   return tellKernelTable(host_, descriptor_, sysFolderOf(host_, traits_.path, traits_.deviceNumber),
                          sectorSize(), wanted);
 }

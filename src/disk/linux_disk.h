@@ -2,19 +2,18 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 
 #include "base/host.h"
 #include "disk/drive_list.h"
 #include "disk/firmware_geometry.h"
-#include "disk/io_ring.h"
 
 namespace tallowin {
 
 // Two descriptors of one device. Ordinary requests go through the page cache; bulk requests (see
 // DiskDevice::kBulkBytes) go past it, and may overlap by begin and finish. Both are coherent:
-// before a direct transfer the kernel writes back and drops what its cache holds of the range.
+// before a direct transfer the kernel writes back and drops what its cache holds of the range. All
+// its calls are waited for as base/waiting.h says.
 class LinuxDisk : public DiskDevice {
  public:
   // `openFlags` as of open(2). Null with errno on failure; a node that does not exist is ENODEV.
@@ -58,15 +57,13 @@ class LinuxDisk : public DiskDevice {
   i64 moveOnce(DiskTransfer::Direction direction, int descriptor, u8* buffer, std::size_t bytes,
                u64 offset);
   Failure moveBySectors(DiskTransfer::Direction direction, u8* buffer, std::size_t bytes, u64 lba);
+  std::optional<u32> submit(const DiskTransfer& transfer, u32 bytes, u64 offset) const;
   const FirmwareDisk& firmwareDisk();
   std::unique_ptr<DiskDevice> openUnderlyingDisk() const;
 
   Host& host_;
   int descriptor_;   // through the page cache
   int direct_ = -1;  // past it; -1 when the device does not take that
-  std::mutex mutex_;
-  bool ringTried_ = false;
-  std::unique_ptr<IoRing> ring_;  // made for the first overlapped request
   std::optional<FirmwareDisk> firmware_;
 };
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "base/waiting.h"
 #include "files/descriptor.h"
 
 namespace tallowin {
@@ -60,7 +61,7 @@ Failure flushFolderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return opened.get() >= 0 && ::fsync(opened.get()) == 0 ? Failure() : flushFailure(errno);
+  return opened.get() >= 0 && waitedSync(opened.get()) == 0 ? Failure() : flushFailure(errno);
 }
 
 // A failure to take over the owner is no failure: only root may give files away.
@@ -73,7 +74,7 @@ void takeOverModeAndOwner(const std::string& from, const Descriptor& to) {
 
 Failure writeAndFlush(Descriptor file, std::string_view text) {
   if (const Failure failed = writeAll(file, text)) return failed;
-  if (::fsync(file.get()) != 0) return flushFailure(errno);
+  if (waitedSync(file.get()) != 0) return flushFailure(errno);
   return file.close() == 0 ? Failure() : writeFailure(errno);
 }
 

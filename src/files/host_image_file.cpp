@@ -2,17 +2,16 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <optional>
 #include <utility>
 
 #include "base/text.h"
+#include "base/waiting.h"
 #include "files/descriptor.h"
 #include "files/image_file.h"
 
@@ -48,8 +47,8 @@ class HostImageFile : public ImageFile {
   Failure readAt(u64 offset, std::span<u8> bytes) override {
     while (!bytes.empty()) {
       const bool direct = isDirect(offset, bytes);
-      const ssize_t got = ::pread((direct ? direct_ : cached_).get(), bytes.data(), bytes.size(),
-                                  static_cast<off_t>(offset));
+      const i64 got =
+          waitedRead((direct ? direct_ : cached_).get(), bytes.data(), bytes.size(), offset);
       if (got < 0) {
         if (mayRetry(direct)) continue;
         return {Error::read, errno};
@@ -69,9 +68,7 @@ class HostImageFile : public ImageFile {
       writesDirectly_ = false;
     while (!bytes.empty() || !following.empty()) {
       const bool direct = writesDirectly_ && isDirect(offset, bytes, following);
-      const std::array<iovec, 2> parts = {part(bytes), part(following)};
-      const ssize_t put = ::pwritev((direct ? direct_ : cached_).get(), parts.data(),
-                                    static_cast<int>(parts.size()), static_cast<off_t>(offset));
+      const i64 put = waitedWrite((direct ? direct_ : cached_).get(), bytes, following, offset);
       if (put <= 0) {
         if (put < 0 && mayRetry(direct)) continue;
         return put < 0 ? writeFailure(errno) : Failure(Error::write);
@@ -91,8 +88,10 @@ class HostImageFile : public ImageFile {
          {FALLOC_FL_ZERO_RANGE | FALLOC_FL_KEEP_SIZE, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE}) {
       int result = 0;
       do {
-        result =
-            ::fallocate(cached_.get(), mode, static_cast<off_t>(offset), static_cast<off_t>(bytes));
+        result = blockingCall([&] {
+          return ::fallocate(cached_.get(), mode, static_cast<off_t>(offset),
+                             static_cast<off_t>(bytes));
+        });
       } while (result != 0 && errno == EINTR);
       if (result == 0) return Failure();
       // A full file system has no room for zeros, but a hole may still be had.
@@ -103,22 +102,21 @@ class HostImageFile : public ImageFile {
   }
 
   Failure resize(u64 newSizeBytes) override {
-    if (::ftruncate(cached_.get(), static_cast<off_t>(newSizeBytes)) != 0)
-      return writeFailure(errno);
+    const int result =
+        blockingCall([&] { return ::ftruncate(cached_.get(), static_cast<off_t>(newSizeBytes)); });
+    if (result != 0) return writeFailure(errno);
     sizeBytes_ = newSizeBytes;
     return {};
   }
 
-  Failure flush() override { return ::fsync(cached_.get()) == 0 ? Failure() : flushFailure(errno); }
+  Failure flush() override {
+    return waitedSync(cached_.get()) == 0 ? Failure() : flushFailure(errno);
+  }
 
   bool lock() override { return ::flock(cached_.get(), LOCK_EX | LOCK_NB) == 0; }
   void unlock() override { ::flock(cached_.get(), LOCK_UN); }
 
  private:
-  static iovec part(std::span<const u8> bytes) {
-    return {const_cast<u8*>(bytes.data()), bytes.size()};
-  }
-
   bool isDirect(u64 offset, std::span<const u8> bytes, std::span<const u8> following = {}) const {
     if (direct_.get() < 0 || bytes.size() + following.size() < kDirectMinBytes) return false;
     const u64 bits = offset | reinterpret_cast<std::uintptr_t>(bytes.data()) | bytes.size() |
@@ -162,6 +160,9 @@ std::unique_ptr<ImageFile> openHostImageFile(const std::string& path, ImageAcces
     return nullptr;
   }
   Descriptor direct(::open(path.c_str(), flags | O_DIRECT));
+  // Without it a pipe in place of the file would be waited for; with it a ring would not wait.
+  for (const Descriptor* each : {&cached, &direct})
+    ::fcntl(each->get(), F_SETFL, ::fcntl(each->get(), F_GETFL) & ~O_NONBLOCK);
   return std::make_unique<HostImageFile>(std::move(cached), std::move(direct),
                                          static_cast<u64>(status.st_size),
                                          static_cast<u64>(status.st_blksize), readOnly);

@@ -6,6 +6,7 @@
 #include <cstdarg>
 
 #include "base/text.h"
+#include "base/waiting.h"
 
 namespace tallowin {
 
@@ -19,7 +20,7 @@ void traceLine(const ProgramFolders& folders, const char* pattern, ...) {
       ::open(folders.traceFile().c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
   if (file < 0) return;
   // A short write leaves a cut line, which is all that a full disk allows.
-  if (::write(file, line.data(), line.size()) >= 0) ::fsync(file);
+  if (::write(file, line.data(), line.size()) >= 0) static_cast<void>(waitedSync(file));
   ::close(file);
 }
 

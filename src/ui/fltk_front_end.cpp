@@ -7,6 +7,7 @@
 #include "app/drive_settings_model.h"
 #include "app/mbr_view_model.h"
 #include "app/settings_model.h"
+#include "base/stop_request.h"
 #include "ops/create_model.h"
 #include "ops/delete_model.h"
 #include "ops/format_model.h"
@@ -34,6 +35,19 @@ void setLook() {
   Fl_Tooltip::delay(static_cast<float>(layout::kHintDelay));
 }
 
+namespace {
+
+// What stands for a window once the program has been asked to stop.
+class NoProgress : public ProgressBox, public ProgressDialog {
+ public:
+  void setText(const std::string&) override {}
+  void setProgress(u32, const std::string&) override {}
+  void setButton(const std::string&) override {}
+  bool isCancelled() override { return true; }
+};
+
+}  // namespace
+
 FltkFrontEnd::FltkFrontEnd(const Options& options) : options_(options) {
   addView<CreateModel, CreateView>();
   addView<DeleteModel, DeleteView>();
@@ -54,19 +68,25 @@ std::size_t FltkFrontEnd::choiceBox(const ChoiceBox& box) { return showChoiceBox
 
 std::unique_ptr<ProgressBox> FltkFrontEnd::progressBox(const std::string& title, MessageKind icon,
                                                        const std::string& text) {
+  if (stopRequested()) return std::make_unique<NoProgress>();
   return std::make_unique<ProgressBoxWindow>(title, icon, text);
 }
 
 std::unique_ptr<ProgressDialog> FltkFrontEnd::progressDialog(const std::string& title,
                                                              const std::string& text,
                                                              const std::string& buttonLabel) {
+  if (stopRequested()) return std::make_unique<NoProgress>();
   return std::make_unique<ProgressDialogWindow>(title, text, buttonLabel);
 }
 
 std::optional<std::string> FltkFrontEnd::chooseFile(const FileChoice& choice) {
+  if (stopRequested()) return std::nullopt;
   return showFileDialog(choice, options_.iso8601);
 }
 
-void FltkFrontEnd::run(DialogModel& model) { views_.at(typeid(model))(model)->run(); }
+void FltkFrontEnd::run(DialogModel& model) {
+  if (stopRequested()) return model.cancel();
+  views_.at(typeid(model))(model)->run();
+}
 
 }  // namespace tallowin

@@ -10,6 +10,7 @@
 #include "ops/front_end.h"
 #include "settings/options.h"
 #include "ui/views/dialog_view.h"
+#include "ui/widgets/event_pump.h"
 
 namespace tallowin {
 
@@ -17,7 +18,8 @@ namespace tallowin {
 void setLook();
 
 // Shows what flows ask in windows, one above the other. Needs a display; its windows process
-// events only while one of these calls runs.
+// events only while one of these calls runs or a disk is waited for. Once the program has been
+// asked to stop it shows nothing more, and every question is answered as by closing its window.
 class FltkFrontEnd : public FrontEnd {
  public:
   // Knows the view of every dialog model that the program has. The options are borrowed: the file
@@ -45,6 +47,7 @@ class FltkFrontEnd : public FrontEnd {
   }
 
   using MakeView = std::function<std::unique_ptr<DialogView>(DialogModel&)>;
+  EventPump pump_;
   std::unordered_map<std::type_index, MakeView> views_;
   const Options& options_;
 };

@@ -1,5 +1,6 @@
 // Every dialog as a person works it: real keys and clicks on a display of the test's own.
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include "support/temp_folder.h"
 #include "ui/screen.h"
@@ -165,6 +166,14 @@ TEST_F(DialogTest, DeleteFormatAndSummaryAreWorkedByKeyboard) {
       {{"progress"}, "Format", "Escape", "cancelled"},
       {{"progress"}, "Format", "alt+s", "cancelled"},
   });
+  ChildProcess child(gallery({"progress"}));
+  ASSERT_FALSE(screen_->waitFor("Format").empty());
+  // Keys that were meant for whatever stood there before.
+  screen_->press("Return space F10 Tab Return");
+  screen_->press("Return");
+  EXPECT_TRUE(child.runs());
+  screen_->press("Escape");
+  expectAnswer(child, "cancelled");
 }
 
 TEST_F(DialogTest, DriveSettingsAreWorkedByKeyboard) {
@@ -255,11 +264,30 @@ TEST_F(DialogTest, ADisabledControlSaysWhy) {
   expectAnswer(child, "no 0000");
 }
 
-TEST_F(DialogTest, WindowsAnswerWhileADiskDoesNot) {
-  ChildProcess child(gallery({"busy"}));
-  ASSERT_FALSE(screen_->waitFor("Busy").empty());
-  screen_->press("space");
-  expectAnswer(child, "answered, stopped");
+TEST_F(DialogTest, WindowsArePaintedAndCancelIsNotedWhileADiskDoesNotAnswer) {
+  run({
+      {{"stuck"}, "Format", "Escape", "read, cancelled, painted"},
+      {{"stuck", "pipe"}, "Format", "alt+F4", "read, cancelled, painted"},
+  });
+}
+
+TEST_F(DialogTest, ASignalOrALostDisplayEndsWhatIsUnderWayAndThenTheProgram) {
+  for (const bool isWork : {true, false}) {
+    ChildProcess child(gallery({isWork ? "progress" : "choice"}));
+    ASSERT_FALSE(screen_->waitFor(isWork ? "Format" : "Change Disk Type").empty());
+    kill(child.id(), SIGTERM);
+    expectAnswer(child, isWork ? "cancelled" : "2");
+  }
+  ChildProcess work(gallery({"progress"}));
+  ASSERT_FALSE(screen_->waitFor("Format").empty());
+  ChildProcess question(gallery({"message", "question", "yesNo"}));
+  ASSERT_FALSE(screen_->waitFor("Question").empty());
+  screen_.reset();
+  for (const auto& [child, answer] : {std::pair(&work, "cancelled\n"), {&question, "0\n"}}) {
+    int status = -1;
+    EXPECT_EQ(child->output(status), answer);
+    EXPECT_EQ(status, 1);
+  }
 }
 
 TEST_F(DialogTest, FileDialogWalksAndChooses) {

@@ -2,7 +2,11 @@
 //   ui_gallery NAME [ARGUMENT ...]
 // For looking at windows, and for tests that press their keys.
 #include <FL/Fl.H>
+#include <FL/Fl_Box.H>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <functional>
@@ -14,8 +18,12 @@
 
 #include "app/drive_settings_list_model.h"
 #include "app/settings_model.h"
+#include "app/start_up.h"
+#include "base/host.h"
+#include "base/stop_request.h"
 #include "base/text.h"
-#include "disk/memory_disk.h"
+#include "base/waiting.h"
+#include "disk/linux_disk.h"
 #include "ops/create_model.h"
 #include "ops/delete_model.h"
 #include "ops/format_model.h"
@@ -101,7 +109,7 @@ void progress(FrontEnd& ui, const Arguments& arguments) {
       std::cout << "cancelled" << std::endl;
       return;
     }
-    Fl::wait(0.02);
+    waitedPause(20);
   }
   std::cout << "done" << std::endl;
 }
@@ -110,46 +118,75 @@ void progress(FrontEnd& ui, const Arguments& arguments) {
 void box(FrontEnd& ui, const Arguments& arguments) {
   const auto box = ui.progressBox("Startup", kindNamed(argument(arguments, 1, "notice")),
                                   argument(arguments, 0, "Synchronizing In Progress..."));
-  for (int tick = 0; tick < 100; ++tick) Fl::wait(0.1);
+  waitedPause(10'000);
 }
 
-// Answers no read until the button of the window is pressed, ten seconds at most.
-class StuckDisk : public MemoryDisk {
+// A disk that answers no read until it is let go, ten seconds at most: one that sleeps in its call,
+// or a pipe that holds nothing yet, for which the ring waits.
+class StuckHost : public Host {
  public:
-  explicit StuckDisk(DialogWindow& window) : MemoryDisk(1), window_(window) {}
-  bool isReleased() const { return released_; }
-
- private:
-  Failure transferIn(u64 lba, void* buffer, u32 count) override {
-    const SystemCallScope call;
-    for (int tick = 0; tick < 1000 && !released_; ++tick) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-      released_ = window_.takePressed() != nullptr;
-    }
-    return MemoryDisk::transferIn(lba, buffer, count);
+  explicit StuckHost(bool isPipe) : isPipe_(isPipe) {
+    if (::pipe(ends_) != 0) std::exit(1);
   }
 
-  DialogWindow& window_;
-  bool released_ = false;
+  void letGo() {
+    isLetGo_ = true;
+    const std::string sector(512, 'x');
+    if (isPipe_ && ::write(ends_[1], sector.data(), sector.size()) < 0) std::exit(1);
+  }
+  bool isLetGo() const { return isLetGo_; }
+
+  int open(const std::string&, int flags) override {
+    return (flags & O_DIRECT) != 0 ? -1 : ::dup(ends_[0]);
+  }
+  i64 readAt(int descriptor, void* buffer, std::size_t bytes, u64 offset) override {
+    if (isPipe_) return Host::readAt(descriptor, buffer, bytes, offset);
+    return blockingCall([&]() -> i64 {
+      for (int tick = 0; tick < 1000 && !isLetGo_; ++tick)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      return static_cast<i64>(bytes);
+    });
+  }
+
+ private:
+  bool isPipe_;
+  int ends_[2] = {-1, -1};
+  std::atomic<bool> isLetGo_{false};
 };
 
-// busy: whether a window answers while a disk does not, and whether its timer then stops.
-void busy(FrontEnd& ui, const Arguments&) {
-  auto first = ui.progressBox("First", MessageKind::notice, "The first of two boxes");
-  ui.progressBox("Second", MessageKind::notice, "Closed at once; the timer stays");
-  DialogWindow window(200, 60, "Busy");
-  auto* button = new Fl_Button(20, 15, 160, 30, "Answer");
-  window.watch(button);
-  window.setAcceptButton(button);
+class CountingBox : public Fl_Box {
+ public:
+  using Fl_Box::Fl_Box;
+  int drawn = 0;
+
+ private:
+  void draw() override {
+    ++drawn;
+    Fl_Box::draw();
+  }
+};
+
+// stuck [pipe]: whether a window is painted and Cancel is noted while a disk does not answer.
+void stuck(FrontEnd& ui, const Arguments& arguments) {
+  StuckHost host(argument(arguments, 0, "") == "pipe");
+  const auto disk = LinuxDisk::open(host, {.path = "/dev/stuck"}, O_RDONLY);
+  DialogWindow window(200, 60, "Beside");
+  auto* box = new CountingBox(0, 0, 200, 60, "Painted when it is shown");
   window.end();
-  window.showCentred();
-  button->take_focus();
-  StuckDisk disk(window);
+  window.show();
+  const auto dialog = ui.progressDialog("Format", "Reading a disk that is stuck", "Cancel");
+  // Called whenever events have been served.
+  std::pair watched(dialog.get(), &host);
+  Fl::add_check(
+      [](void* data) {
+        const auto& [progress, stuckHost] = *static_cast<decltype(watched)*>(data);
+        if (!stuckHost->isLetGo() && progress->isCancelled()) stuckHost->letGo();
+      },
+      &watched);
   u8 sector[512];
-  static_cast<void>(disk.readSectors(0, sector, 1));
-  first.reset();
-  std::cout << (disk.isReleased() ? "answered" : "starved") << ", "
-            << (RepaintTimer::isRunning() ? "running" : "stopped") << std::endl;
+  const Failure failed = disk->readSectors(0, sector, 1);
+  std::cout << (failed ? "failed" : "read") << (host.isLetGo() ? ", cancelled" : ", starved")
+            << (box->drawn > 0 ? ", painted" : ", blank") << std::endl;
 }
 
 // file FOLDER [FLAGS [PATTERNS]]
@@ -288,10 +325,7 @@ void settings(FrontEnd& ui, const Arguments& arguments) {
 void help(FrontEnd&, const Arguments& arguments) {
   HelpWindow window(argument(arguments, 0, "tallowin.hlp"));
   window.showTopic(static_cast<int>(number(argument(arguments, 1, "4"))));
-  while (window.shown()) {
-    waitForEvents();
-    window.pass();
-  }
+  while (window.shown() && waitForEvents()) window.pass();
   std::cout << "closed" << std::endl;
 }
 
@@ -300,7 +334,7 @@ const std::map<std::string, std::function<void(FrontEnd&, const Arguments&)>> kW
     {"progress", progress}, {"box", box},           {"file", file},
     {"create", create},     {"delete", remove},     {"format", formatDialog},
     {"summary", summary},   {"help", help},         {"drive", driveSettings},
-    {"drives", drives},     {"settings", settings}, {"busy", busy},
+    {"drives", drives},     {"settings", settings}, {"stuck", stuck},
 };
 
 }  // namespace
@@ -316,9 +350,12 @@ int main(int argc, char** argv) {
     std::cerr << '\n';
     return 2;
   }
-  setLook();
-  const Options options;
-  FltkFrontEnd ui(options);
-  window->second(ui, {arguments.begin() + 1, arguments.end()});
-  return 0;
+  catchStopSignals();
+  return runFrontEnd(std::cout, [&] {
+    setLook();
+    const Options options;
+    FltkFrontEnd ui(options);
+    window->second(ui, {arguments.begin() + 1, arguments.end()});
+    return 0;
+  });
 }

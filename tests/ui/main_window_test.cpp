@@ -1,6 +1,7 @@
 // A person in front of the program: creates, formats and deletes on an image, while independent
 // programs watch what is written.
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include "support/oracle.h"
 #include "support/sfdisk.h"
@@ -139,6 +140,20 @@ TEST_F(MainWindowTest, KeysSelectDrivesReadAgainAndWalk) {
   ASSERT_FALSE(screen_->waitFor(kTitle).empty());
   screen_->press("F10");
   expectClosed();
+}
+
+TEST_F(MainWindowTest, ASignalAndALostDisplayEndTheProgramFromAnOpenMenuToo) {
+  screen_->press("alt+d space");
+  kill(program_->id(), SIGTERM);
+  expectClosed();
+
+  ChildProcess again({UI_PROGRAM, "-nd", "-img:" + image_});
+  ASSERT_FALSE(screen_->waitFor(kTitle).empty());
+  screen_->press("alt+d space");
+  screen_.reset();
+  int status = -1;
+  again.output(status);
+  EXPECT_EQ(status, 1);
 }
 
 }  // namespace

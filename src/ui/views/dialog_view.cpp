@@ -45,8 +45,7 @@ void DialogView::run() {
   write();
   window_.showCentred();
   if (startsOnCancel_) cancel_->take_focus();
-  while (model_.isOpen()) {
-    waitForEvents();
+  while (model_.isOpen() && waitForEvents()) {
     read();
     model_.pass();
     write();
@@ -58,6 +57,7 @@ void DialogView::run() {
     else if (pressed)
       pressedOther(*pressed);
   }
+  if (model_.isOpen()) model_.cancel();
   window_.hide();
 }
 

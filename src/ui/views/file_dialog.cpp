@@ -200,8 +200,7 @@ std::optional<std::string> FileDialog::choose() {
   showCentred();
   name_->take_focus();
   bool done = false;
-  while (!done) {
-    waitForEvents();
+  while (!done && waitForEvents()) {
     const Fl_Button* pressed = takePressed();
     if (pressed && pressed != ok_) break;
     if (deleteAsked_) deleteSelected();

@@ -184,10 +184,7 @@ bool MainWindow::onKey(int key) {
 void MainWindow::run() {
   showCentred();
   list_->take_focus();
-  while (model_.isOpen()) {
-    waitForEvents();
-    pass();
-  }
+  while (model_.isOpen() && waitForEvents()) pass();
   hide();
 }
 
@@ -271,10 +268,7 @@ void MainWindow::showHelpAbove(int topic) {
   HelpWindow help(helpFile_);
   help.set_modal();
   help.showTopic(topic);
-  while (help.shown()) {
-    waitForEvents();
-    help.pass();
-  }
+  while (help.shown() && waitForEvents()) help.pass();
 }
 
 void MainWindow::showHelp(int topic) {

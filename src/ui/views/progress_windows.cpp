@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "base/stop_request.h"
 #include "base/text.h"
 #include "ui/views/question_window.h"
 #include "ui/widgets/layout.h"
@@ -37,6 +38,7 @@ ProgressBoxWindow::ProgressBoxWindow(const std::string& title, MessageKind icon,
 }
 
 void ProgressBoxWindow::setText(const std::string& text) {
+  if (displayIsLost()) return;
   const int maxWidth = Fl::w() - kBoxPadding;
   TextSize needed = measureText(text, 0, kFontSize);
   if (needed.width + kBoxPadding > maxWidth)
@@ -72,7 +74,7 @@ ProgressDialogWindow::ProgressDialogWindow(const std::string& title, const std::
   button_->labelsize(kFontSize);
   window_.watch(button_);
   window_.setCancelButton(button_);
-  window_.setAcceptButton(button_);
+  button_->clear_visible_focus();
   window_.setCloseIsNoted();
   window_.end();
   window_.size(kDialogWidth, y + kButtonRowHeight);
@@ -83,9 +85,12 @@ ProgressDialogWindow::ProgressDialogWindow(const std::string& title, const std::
   Fl::flush();
 }
 
-void ProgressDialogWindow::setText(const std::string& text) { label_->setText(text); }
+void ProgressDialogWindow::setText(const std::string& text) {
+  if (!displayIsLost()) label_->setText(text);
+}
 
 void ProgressDialogWindow::setProgress(u32 percent, const std::string& details) {
+  if (displayIsLost()) return;
   const u32 shown = std::min(percent, 100u);
   const std::string text = format("%u %%", shown);
   if (text != percentText_) {
@@ -97,6 +102,7 @@ void ProgressDialogWindow::setProgress(u32 percent, const std::string& details) 
 }
 
 void ProgressDialogWindow::setButton(const std::string& label) {
+  if (displayIsLost()) return;
   const bool wanted = !label.empty();
   if (wanted) button_->copy_label(label.c_str());
   if (wanted != (button_->visible() != 0)) {
@@ -115,7 +121,7 @@ bool ProgressDialogWindow::isCancelled() {
   serveEvents();
   const bool pressed = window_.takePressed() != nullptr;
   if (window_.takeClosed() || pressed) cancelled_ = true;
-  return cancelled_;
+  return cancelled_ || stopRequested();
 }
 
 }  // namespace tallowin

@@ -1,4 +1,4 @@
-// The windows that stay while work goes on.
+// The windows that stay while work goes on. Once the display is lost their calls do nothing.
 #pragma once
 
 #include <FL/Fl_Progress.H>
@@ -21,13 +21,13 @@ class ProgressBoxWindow : public ProgressBox {
   void setText(const std::string& text) override;
 
  private:
-  RepaintTimer timer_;
   DialogWindow window_;
   TextLabel* label_ = nullptr;
 };
 
-// A text above a bar, a line of details below it, and perhaps a button. Modal, so that nothing
-// else can be started meanwhile.
+// A text above a bar, a line of details below it, and perhaps a button, which a click, its letter,
+// Escape and the window manager press: Enter, meant for whatever stood there before, does not.
+// Modal, so that nothing else can be started meanwhile.
 class ProgressDialogWindow : public ProgressDialog {
  public:
   ProgressDialogWindow(const std::string& title, const std::string& text,
@@ -38,7 +38,7 @@ class ProgressDialogWindow : public ProgressDialog {
   bool isCancelled() override;
 
  private:
-  RepaintTimer timer_;
+  InputDuringWork input_;
   DialogWindow window_;
   TextLabel* label_;
   Fl_Progress* bar_;

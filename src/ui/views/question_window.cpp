@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 
+#include "base/stop_request.h"
 #include "ui/widgets/event_pump.h"
 #include "ui/widgets/labels.h"
 #include "ui/widgets/layout.h"
@@ -190,8 +191,7 @@ std::optional<std::size_t> QuestionWindow::ask() {
   else
     buttons_[focusIndex_]->take_focus();
   std::optional<std::size_t> answer;
-  while (shown()) {
-    waitForEvents();
+  while (shown() && waitForEvents()) {
     if (const Fl_Button* button = takePressed()) {
       const auto found = std::find(buttons_.begin(), buttons_.end(), button);
       answer = static_cast<std::size_t>(found - buttons_.begin());
@@ -214,12 +214,14 @@ MessageResult showMessageBox(const MessageBox& box) {
   question.focusIndex = asksYesOrNo && startsOnNo(box) ? 1 : 0;
   question.escapeIndex = buttons.size() - 1;
 
-  if (const auto index = QuestionWindow(question).ask()) return buttons[*index].result;
+  const auto index = stopRequested() ? std::nullopt : QuestionWindow(question).ask();
+  if (index) return buttons[*index].result;
   if (buttons.size() == 1) return buttons.front().result;
   return buttons.size() == 3 ? buttons.back().result : MessageResult::none;
 }
 
 bool showTextInput(TextInput& input) {
+  if (stopRequested()) return false;
   Question question;
   question.title = input.title;
   question.text = input.prompt;
@@ -244,8 +246,8 @@ std::size_t showChoiceBox(const ChoiceBox& box) {
   }
   if (question.buttons.empty()) question.buttons = {"&OK"};
   // Closing the window must not choose anything: it is the cancel button's, else the last one's.
-  return QuestionWindow(question).ask().value_or(
-      question.escapeIndex.value_or(question.buttons.size() - 1));
+  const auto index = stopRequested() ? std::nullopt : QuestionWindow(question).ask();
+  return index.value_or(question.escapeIndex.value_or(question.buttons.size() - 1));
 }
 
 }  // namespace tallowin

@@ -1,32 +1,30 @@
 #include "ui/widgets/event_pump.h"
 
 #include <FL/Fl.H>
+#include <FL/x.H>
+#include <poll.h>
 
-#include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <ctime>
+#include <new>
 
-#include "base/types.h"
-#include "disk/disk_device.h"
+#include "base/stop_request.h"
 
 namespace tallowin {
 namespace {
 
-constexpr long kTickNanoseconds = 250'000'000;
 constexpr auto kServeInterval = std::chrono::milliseconds(10);
+constexpr double kBeatSeconds = 0.5;
 
-// A signal carries no context, so what its handler needs lives as long as the process.
-std::atomic<int> busy{0};
-std::atomic<bool> repaintDue{false};
-std::atomic<int> timerUsers{0};
-timer_t timerId;
+// The toolkit has one event loop, and so has this file.
+int busy = 0;
+int inputWanted = 0;
+bool isLost = false;
 
 class BusyMark {
  public:
-  BusyMark() : wasFree_(busy.fetch_add(1) == 0) {}
-  ~BusyMark() { busy.fetch_sub(1); }
+  BusyMark() : wasFree_(busy++ == 0) {}
+  ~BusyMark() { --busy; }
   BusyMark(const BusyMark&) = delete;
   BusyMark& operator=(const BusyMark&) = delete;
 
@@ -36,59 +34,100 @@ class BusyMark {
   bool wasFree_;
 };
 
-// Inside the system call of a disk the interrupted code holds no lock of the toolkit or of
-// malloc, and has no half-changed object that a callback could see.
-void onTick(int) {
-  const int savedErrno = errno;
-  const BusyMark mark;
-  if (mark.wasFree() && DiskDevice::isInSystemCall())
-    Fl::check();
-  else
-    repaintDue = true;
-  errno = savedErrno;
+void noteLostDisplay() {
+  isLost = true;
+  requestStop(StopReason::displayLost);
+}
+
+// Asked before every step, so that the toolkit hardly ever meets a connection that is gone. Where
+// it does, its library comes here instead of ending the program, and its calls do nothing then.
+bool isDisplayThere() {
+  if (isLost) return false;
+  pollfd connection = {ConnectionNumber(fl_display), POLLIN | POLLRDHUP, 0};
+  const bool isAnswered = ::poll(&connection, 1, 0) == 1;
+  if (isAnswered && (connection.revents & (POLLHUP | POLLRDHUP | POLLERR | POLLNVAL)) != 0)
+    noteLostDisplay();
+  return !isLost;
+}
+
+// Both would end the program otherwise: the toolkit's in place of the first, the library's in place
+// of the second, which follows it.
+int onDisplayError(Display*) { return 0; }
+void onLostDisplay(Display*, void*) { noteLostDisplay(); }
+
+// An open menu has a loop of its own inside the toolkit, which only a key ends.
+void leaveMenu() {
+  if (Fl::grab() == nullptr) return;
+  Fl::e_keysym = FL_Escape;
+  Fl::handle(FL_KEYBOARD, Fl::grab());
+}
+
+// Ends the toolkit's waits now and then, for a signal that came just before one began.
+void onBeat(void*) {
+  if (stopRequested() || !isDisplayThere()) leaveMenu();
+  Fl::repeat_timeout(kBeatSeconds, onBeat);
+}
+
+Bool isPainting(Display*, XEvent* event, XPointer) {
+  switch (event->type) {
+    case Expose:
+    case GraphicsExpose:
+    case ConfigureNotify:
+    case MapNotify:
+    case UnmapNotify:
+    case ReparentNotify:
+      return True;
+    default:
+      return False;
+  }
+}
+
+void paint() {
+  XEvent event;
+  while (XCheckIfEvent(fl_display, &event, isPainting, nullptr) != 0) fl_handle(event);
+  Fl::flush();
 }
 
 }  // namespace
 
-void waitForEvents() {
+EventPump::EventPump() : server_(serveEvents) {
+  fl_open_display();
+  XSetIOErrorHandler(onDisplayError);
+  XSetIOErrorExitHandler(fl_display, onLostDisplay, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);  // a display that is gone is an error of the call that met it
+  Fl::add_timeout(kBeatSeconds, onBeat);
+}
+
+EventPump::~EventPump() { Fl::remove_timeout(onBeat); }
+
+bool waitForEvents() {
+  if (!isDisplayThere() || stopRequested()) return false;
   const BusyMark mark;
-  repaintDue = false;
   Fl::wait();
+  return !stopRequested();
 }
 
 void serveEvents() {
   static auto last = std::chrono::steady_clock::time_point();
   const auto now = std::chrono::steady_clock::now();
-  if (!repaintDue.exchange(false) && now - last < kServeInterval) return;
+  if (now - last < kServeInterval || !isDisplayThere()) return;
   last = now;
   const BusyMark mark;
-  if (mark.wasFree()) Fl::check();
+  if (!mark.wasFree()) return;
+  try {
+    if (inputWanted > 0)
+      Fl::check();
+    else
+      paint();
+  } catch (const std::bad_alloc&) {
+    // What is under way cannot be left in its middle.
+    requestStop(StopReason::outOfMemory);
+  }
 }
 
-RepaintTimer::RepaintTimer() {
-  if (timerUsers.fetch_add(1) > 0) return;
-  struct sigaction action {};
-  action.sa_handler = onTick;
-  action.sa_flags = SA_RESTART;  // the disk's call that is interrupted goes on
-  sigaction(SIGRTMIN, &action, nullptr);
-  sigevent event{};
-  event.sigev_notify = SIGEV_SIGNAL;
-  event.sigev_signo = SIGRTMIN;
-  // Without a timer windows are painted by serveEvents alone.
-  if (timer_create(CLOCK_MONOTONIC, &event, &timerId) != 0) return;
-  itimerspec interval{};
-  interval.it_interval.tv_nsec = interval.it_value.tv_nsec = kTickNanoseconds;
-  timer_settime(timerId, 0, &interval, nullptr);
-}
+InputDuringWork::InputDuringWork() { ++inputWanted; }
+InputDuringWork::~InputDuringWork() { --inputWanted; }
 
-RepaintTimer::~RepaintTimer() {
-  if (timerUsers.fetch_sub(1) > 1) return;
-  timer_delete(timerId);
-  std::signal(SIGRTMIN, SIG_IGN);
-  repaintDue = true;
-  serveEvents();
-}
-
-bool RepaintTimer::isRunning() { return timerUsers > 0; }
+bool displayIsLost() { return isLost; }
 
 }  // namespace tallowin

@@ -1,29 +1,46 @@
-// The one door to the toolkit's event processing, and the timer that keeps windows painted.
+// The one door to the toolkit's event processing.
 #pragma once
+
+#include "base/waiting.h"
 
 namespace tallowin {
 
-// Both process events with a busy mark set, under which nothing else may process any: event
-// processing never nests inside itself. Callbacks of widgets only note what the user did; what
-// follows from it is done by whoever called.
+// Event processing never nests inside itself, and callbacks of widgets only note what the user did;
+// what follows from it is done by whoever called.
 
-// Waits for the next event. One step of a main loop.
-void waitForEvents();
-// Serves what is pending without waiting. Cheap enough for the callbacks of long operations:
-// calls that come within a few milliseconds of the last one do nothing, unless a repaint is due.
+// Opens the display, and keeps windows painted while the program waits for a disk. One, made before
+// the first window.
+class EventPump {
+ public:
+  EventPump();
+  ~EventPump();
+  EventPump(const EventPump&) = delete;
+  EventPump& operator=(const EventPump&) = delete;
+
+ private:
+  WaitServer server_;
+};
+
+// Waits for the next event. One step of a main loop; false when the program has been asked to stop
+// (see base/stop_request.h), whereupon every such loop ends as if its window had been closed.
+[[nodiscard]] bool waitForEvents();
+// Paints what is due without waiting. What the user does is left for the next waitForEvents(),
+// unless a window wants it now. Cheap enough for the callbacks of long operations: calls that come
+// within a few milliseconds of the last one do nothing.
 void serveEvents();
 
-// While one of these lives, windows are painted (and clicks are noted) every 250 ms also when the
-// program sits in a system call of a disk. At any other moment the tick only notes that a repaint
-// is due, which the next serveEvents() does.
-class RepaintTimer {
+// While one of these lives, serveEvents() also notes what the user does. Only for a window that is
+// modal and has nothing but buttons that are noted.
+class InputDuringWork {
  public:
-  RepaintTimer();
-  ~RepaintTimer();
-  RepaintTimer(const RepaintTimer&) = delete;
-  RepaintTimer& operator=(const RepaintTimer&) = delete;
-
-  static bool isRunning();
+  InputDuringWork();
+  ~InputDuringWork();
+  InputDuringWork(const InputDuringWork&) = delete;
+  InputDuringWork& operator=(const InputDuringWork&) = delete;
 };
+
+// The connection to the display is gone: from then on nothing may be shown or changed in a window.
+// The stop of the program has been requested.
+bool displayIsLost();
 
 }  // namespace tallowin
