@@ -5,11 +5,19 @@
 
 namespace tallowin {
 
-// Forwards everything to `inner`, which it borrows. A derived class overrides the transfers.
+// Forwards everything to `inner`, which it borrows. A derived class overrides the transfers, and
+// sees overlapped ones among them: they are carried out where they are finished, the last moment
+// that whoever began them has to reckon with. Sectors that are to be cleared arrive as writes of
+// zeros, unless it overrides zeroFast too.
 class DiskWrapper : public DiskDevice {
  public:
   explicit DiskWrapper(DiskDevice& inner) : DiskDevice(inner.traits()), inner_(inner) {}
 
+  void begin(DiskTransfer&) override {}
+  Failure finish(DiskTransfer& transfer) override {
+    DiskDevice::begin(transfer);
+    return transfer.failure;
+  }
   Failure flush() override { return inner_.flush(); }
   void dropCaches() override { inner_.dropCaches(); }
   void dropCachesOf(u64 lba, u64 count) override { inner_.dropCachesOf(lba, count); }

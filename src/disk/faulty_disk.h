@@ -18,6 +18,7 @@ class FaultyDisk : public DiskWrapper {
   using DiskWrapper::DiskWrapper;
 
   // Fails the n-th read or write from now on, counted from 0; with `forever` all later ones too.
+  // Sectors that are cleared count as one write, and overlapped transfers where they are finished.
   void failRead(u64 n, bool forever = false) { readFault_ = {reads_ + n, forever}; }
   void failWrite(u64 n, bool forever = false, After after = After::nothingWritten) {
     writeFault_ = {writes_ + n, forever};
@@ -40,6 +41,7 @@ class FaultyDisk : public DiskWrapper {
  protected:
   Failure transferIn(u64 lba, void* buffer, u32 count) override;
   Failure transferOut(u64 lba, const void* buffer, u32 count) override;
+  std::optional<Failure> zeroFast(u64 lba, u64 count) override;
 
  private:
   struct Fault {
@@ -47,7 +49,8 @@ class FaultyDisk : public DiskWrapper {
     bool forever = false;
     bool hits(u64 n) const { return n == at || (forever && n > at); }
   };
-  static bool touches(const std::vector<SectorRange>& ranges, u64 lba, u32 count);
+  static bool touches(const std::vector<SectorRange>& ranges, u64 lba, u64 count);
+  bool failsWrite(u64 lba, u64 count);
 
   Fault readFault_;
   Fault writeFault_;

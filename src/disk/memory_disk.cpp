@@ -33,6 +33,11 @@ MemoryDisk::MemoryDisk(MemoryDisk&& other) noexcept
       biosNumber_(other.biosNumber_),
       pages_(std::move(other.pages_)) {}
 
+u8* MemoryDisk::own(Page& page) {
+  if (page.use_count() > 1) page = std::make_shared<std::vector<u8>>(*page);
+  return page->data();
+}
+
 Failure MemoryDisk::transferIn(u64 lba, void* buffer, u32 count) {
   if (!inside(lba, count)) return {Error::read, 0, lba};
   auto* out = static_cast<u8*>(buffer);
@@ -42,7 +47,7 @@ Failure MemoryDisk::transferIn(u64 lba, void* buffer, u32 count) {
                 if (found == pages_.end()) {
                   std::memset(out + done, 0, take);
                 } else {
-                  std::memcpy(out + done, found->second.data() + inPage, take);
+                  std::memcpy(out + done, found->second->data() + inPage, take);
                 }
               });
   return {};
@@ -56,9 +61,9 @@ Failure MemoryDisk::transferOut(u64 lba, const void* buffer, u32 count) {
                 auto found = pages_.find(page);
                 if (found == pages_.end()) {
                   if (isAllZero({in + done, take})) return;
-                  found = pages_.emplace(page, std::vector<u8>(kPageBytes)).first;
+                  found = pages_.emplace(page, std::make_shared<std::vector<u8>>(kPageBytes)).first;
                 }
-                std::memcpy(found->second.data() + inPage, in + done, take);
+                std::memcpy(own(found->second) + inPage, in + done, take);
               });
   return {};
 }
@@ -67,12 +72,17 @@ std::optional<Failure> MemoryDisk::zeroFast(u64 lba, u64 count) {
   if (!inside(lba, count)) return Failure(Error::write, 0, lba);
   const u64 first = lba * sectorSize();
   const u64 end = first + count * sectorSize();
-  for (auto page = pages_.lower_bound(first / kPageBytes);
-       page != pages_.end() && page->first * kPageBytes < end; ++page) {
+  auto page = pages_.lower_bound(first / kPageBytes);
+  while (page != pages_.end() && page->first * kPageBytes < end) {
     const u64 pageStart = page->first * kPageBytes;
     const u64 from = std::max(first, pageStart) - pageStart;
     const u64 to = std::min(end, pageStart + kPageBytes) - pageStart;
-    std::memset(page->second.data() + from, 0, to - from);
+    if (to - from == kPageBytes) {
+      page = pages_.erase(page);
+    } else {
+      std::memset(own(page->second) + from, 0, to - from);
+      ++page;
+    }
   }
   return Failure();
 }
@@ -89,12 +99,13 @@ void MemoryDisk::setSector(u64 lba, std::span<const u8> bytes) {
   static_cast<void>(transferOut(lba, whole.data(), 1));
 }
 
-bool MemoryDisk::sameContent(MemoryDisk& other) {
+bool MemoryDisk::sameContent(const MemoryDisk& other) const {
   if (sectors_ != other.sectors_ || sectorSize() != other.sectorSize()) return false;
   const auto coveredBy = [](const MemoryDisk& a, const MemoryDisk& b) {
     return std::all_of(a.pages_.begin(), a.pages_.end(), [&](const auto& page) {
       const auto found = b.pages_.find(page.first);
-      return found == b.pages_.end() ? isAllZero(page.second) : page.second == found->second;
+      if (found == b.pages_.end()) return isAllZero(*page.second);
+      return page.second == found->second || *page.second == *found->second;
     });
   };
   return coveredBy(*this, other) && coveredBy(other, *this);

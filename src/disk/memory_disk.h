@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <vector>
 
 #include "disk/disk_device.h"
@@ -29,10 +30,11 @@ class MemoryDisk : public DiskDevice {
   // Calls use(byte offset, bytes) for every piece that was ever written, in order.
   template <typename Use>
   void forEachData(Use use) const {
-    for (const auto& [page, bytes] : pages_) use(page * kPageBytes, std::span<const u8>(bytes));
+    for (const auto& [page, bytes] : pages_) use(page * kPageBytes, std::span<const u8>(*bytes));
   }
   // Same size and same bytes everywhere.
-  bool sameContent(MemoryDisk& other);
+  bool sameContent(const MemoryDisk& other) const;
+  // Cheap: what neither disk has written since is shared.
   MemoryDisk copy() const;
   MemoryDisk(MemoryDisk&& other) noexcept;
 
@@ -43,13 +45,16 @@ class MemoryDisk : public DiskDevice {
 
  private:
   static constexpr u64 kPageBytes = 64 * kKiB;
+  using Page = std::shared_ptr<std::vector<u8>>;
 
+  // The bytes of a page that this disk has alone.
+  static u8* own(Page& page);
   bool inside(u64 lba, u64 count) const { return lba <= sectors_ && count <= sectors_ - lba; }
 
   u64 sectors_;
   Geometry geometry_{1023, 254, 63};
   u32 biosNumber_ = 0x80;
-  std::map<u64, std::vector<u8>> pages_;  // page number -> page bytes
+  std::map<u64, Page> pages_;  // by page number; never null
 };
 
 }  // namespace tallowin

@@ -3,61 +3,43 @@
 #include <algorithm>
 
 namespace tallowin {
-namespace {
 
-void apply(MemoryDisk& disk, const WriteLog::Step& step, std::size_t bytes) {
+void play(const WriteLog::Step& step, MemoryDisk& disk, Arrival arrival) {
   const u32 sectorSize = disk.sectorSize();
-  for (std::size_t done = 0; done < bytes; done += sectorSize) {
-    const u64 lba = step.lba + done / sectorSize;
-    std::vector<u8> sector = disk.sector(lba);
-    std::copy_n(step.bytes.begin() + static_cast<std::ptrdiff_t>(done),
-                std::min<std::size_t>(sectorSize, bytes - done), sector.begin());
-    disk.setSector(lba, sector);
-  }
-}
-
-}  // namespace
-
-MemoryDisk WriteLog::replay(const MemoryDisk& before, std::size_t count) const {
-  MemoryDisk disk = before.copy();
-  for (std::size_t i = 0; i < std::min(count, steps_.size()); ++i)
-    apply(disk, steps_[i], steps_[i].bytes.size());
-  return disk;
-}
-
-std::size_t WriteLog::firstUnflushed(std::size_t count) const {
-  std::size_t first = std::min(count, steps_.size());
-  while (first != 0 && !steps_[first - 1].isFlush) --first;
-  return first;
-}
-
-std::size_t WriteLog::unflushedBefore(std::size_t count) const {
-  return std::min(count, steps_.size()) - firstUnflushed(count);
-}
-
-MemoryDisk WriteLog::replaySubset(const MemoryDisk& before, std::size_t count, u64 subset,
-                                  std::size_t tornStep) const {
-  const std::size_t first = firstUnflushed(count);
-  MemoryDisk disk = replay(before, first);
-  for (std::size_t i = first; i < std::min(count, steps_.size()); ++i) {
-    const std::size_t unflushed = i - first;
-    if (unflushed < 64 && (subset >> unflushed & 1) == 0) continue;
-    const std::size_t bytes = steps_[i].bytes.size();
-    apply(disk, steps_[i], unflushed == tornStep ? bytes / 2 : bytes);
-  }
-  return disk;
+  const u64 bytes = step.count * sectorSize / (arrival == Arrival::half ? 2 : 1);
+  const u64 whole = bytes / sectorSize;
+  const bool isZero = step.bytes.empty();
+  // A step that the disk took once lies inside it.
+  static_cast<void>(isZero ? disk.clearSectors(step.lba, whole)
+                           : disk.writeSectors(step.lba, step.bytes.data(), whole));
+  const u64 rest = bytes % sectorSize;
+  if (rest == 0) return;
+  std::vector<u8> torn = disk.sector(step.lba + whole);
+  if (isZero)
+    std::fill_n(torn.begin(), rest, u8{0});
+  else
+    std::copy_n(step.bytes.begin() + static_cast<std::ptrdiff_t>(whole * sectorSize), rest,
+                torn.begin());
+  disk.setSector(step.lba + whole, torn);
 }
 
 Failure RecordingDisk::flush() {
-  log_.add({.isFlush = true, .lba = 0, .bytes = {}});
+  log_.add({.isFlush = true, .lba = 0, .count = 0, .bytes = {}});
   return inner_.flush();
 }
 
 Failure RecordingDisk::transferOut(u64 lba, const void* buffer, u32 count) {
   const auto* bytes = static_cast<const u8*>(buffer);
-  log_.add(
-      {.isFlush = false, .lba = lba, .bytes = {bytes, bytes + std::size_t{count} * sectorSize()}});
+  log_.add({.isFlush = false,
+            .lba = lba,
+            .count = count,
+            .bytes = {bytes, bytes + std::size_t{count} * sectorSize()}});
   return inner_.writeSectors(lba, buffer, count);
+}
+
+std::optional<Failure> RecordingDisk::zeroFast(u64 lba, u64 count) {
+  log_.add({.isFlush = false, .lba = lba, .count = count, .bytes = {}});
+  return inner_.clearSectors(lba, count);
 }
 
 }  // namespace tallowin

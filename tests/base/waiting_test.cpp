@@ -44,7 +44,7 @@ TEST_F(WaitingTest, ARequestAndACallThatBlockAreServedMeanwhile) {
   const i64 moved = waitedRead(ends_[0], buffer.data(), buffer.size(), 0);
   if (moved < 0 && errno == ESPIPE) GTEST_SKIP() << "needs io_uring";
   EXPECT_EQ(moved, 4);
-  EXPECT_EQ(served_, kServed);
+  EXPECT_GE(served_, kServed);
 
   served_ = 0;
   std::thread::id where;
@@ -53,7 +53,7 @@ TEST_F(WaitingTest, ARequestAndACallThatBlockAreServedMeanwhile) {
     return ::read(ends_[0], buffer.data(), buffer.size());
   });
   EXPECT_EQ(got, 4);
-  EXPECT_EQ(served_, kServed);
+  EXPECT_GE(served_, kServed);
   EXPECT_NE(where, owner_);
 }
 

@@ -28,6 +28,12 @@ TEST(MemoryDisk, HoldsWhatWasWrittenAndNothingBeyondItsEnd) {
   EXPECT_FALSE(disk.sameContent(copy));
   ASSERT_EQ(copy.writeZeros(651, 298), Error::none);
   EXPECT_TRUE(disk.sameContent(copy));
+  // A page that two disks share is changed in one of them.
+  MemoryDisk other = disk.copy();
+  ASSERT_EQ(other.writeSectors(650, sectors(1, 1).data(), 1), Error::none);
+  EXPECT_EQ(disk.sector(650), sectors(1, 0x77));
+  ASSERT_EQ(disk.clearSectors(949, 1), Error::none);
+  EXPECT_EQ(other.sector(949), sectors(1, 0x77));
 }
 
 TEST(FaultyDisk, FailsWhereItIsTold) {
@@ -42,6 +48,18 @@ TEST(FaultyDisk, FailsWhereItIsTold) {
   EXPECT_EQ(disk.writeSectors(10, bytes.data(), 2), Error::none);
   disk.failRead(0, true);
   for (int i = 0; i < 3; ++i) EXPECT_NE(disk.readSectors(0, bytes.data(), 1), Error::none);
+  FaultyDisk slow(memory);
+  slow.failWrite(1, false, FaultyDisk::After::halfWritten);
+  DiskTransfer transfer{
+      .direction = DiskTransfer::Direction::write, .lba = 30, .buffer = bytes.data(), .count = 2};
+  slow.begin(transfer);
+  EXPECT_EQ(memory.sector(30), sectors(1, 0)) << "the latest moment counts";
+  EXPECT_EQ(slow.finish(transfer), Error::none);
+  EXPECT_EQ(slow.clearSectors(30, 2), Error::write);
+  EXPECT_EQ(memory.sector(30), sectors(1, 0));
+  EXPECT_NE(memory.sector(31), sectors(1, 0));
+  EXPECT_EQ(slow.clearSectors(30, 2), Error::none);
+  EXPECT_EQ(slow.writes(), 3U);
   FaultyDisk spots(memory);
   spots.failReadsOf({5, 6});
   spots.failAccessTo({20, 20});
@@ -52,29 +70,37 @@ TEST(FaultyDisk, FailsWhereItIsTold) {
   EXPECT_EQ(spots.reads() + spots.writes(), 4U);
 }
 
-TEST(RecordingDisk, APowerCutKeepsWhatWasFlushedAndAnySubsetOfTheRest) {
+TEST(RecordingDisk, WhatItLoggedIsPlayedBackWholeAndTorn) {
   MemoryDisk before(100);
+  before.setSector(50, sectors(1, 5));
+  before.setSector(51, sectors(1, 5));
   MemoryDisk memory = before.copy();
   RecordingDisk disk(memory);
-  const auto a = sectors(1, 0xA);
-  const auto b = sectors(2, 0xB);
-  const auto c = sectors(1, 0xC);
+  auto a = sectors(1, 0xA);
+  auto b = sectors(2, 0xB);
   ASSERT_EQ(disk.writeSectors(1, a.data(), 1), Error::none);
   ASSERT_EQ(disk.flush(), Error::none);
   ASSERT_EQ(disk.writeSectors(2, b.data(), 2), Error::none);
-  ASSERT_EQ(disk.writeSectors(4, c.data(), 1), Error::none);
-  const WriteLog& log = disk.log();
-  ASSERT_EQ(log.size(), 4U);
-  EXPECT_EQ(log.unflushedBefore(4), 2U);
-  EXPECT_EQ(log.unflushedBefore(2), 0U);
-  EXPECT_TRUE(log.replay(before, 4).sameContent(memory));
-  MemoryDisk cut = log.replaySubset(before, 4, 0b10);
-  EXPECT_EQ(cut.sector(1), a);
-  EXPECT_EQ(cut.sector(2), sectors(1, 0));
-  EXPECT_EQ(cut.sector(4), c);
-  MemoryDisk torn = log.replaySubset(before, 4, 0b11, 0);
+  DiskTransfer transfer{
+      .direction = DiskTransfer::Direction::write, .lba = 4, .buffer = a.data(), .count = 1};
+  disk.begin(transfer);
+  ASSERT_EQ(disk.finish(transfer), Error::none);
+  ASSERT_EQ(disk.clearSectors(50, 2), Error::none);
+
+  const std::vector<WriteLog::Step>& steps = disk.log().steps();
+  ASSERT_EQ(steps.size(), 5U);
+  EXPECT_TRUE(steps[1].isFlush);
+  MemoryDisk all = before.copy();
+  for (const WriteLog::Step& step : steps) play(step, all);
+  EXPECT_TRUE(all.sameContent(memory));
+  MemoryDisk torn = before.copy();
+  for (const WriteLog::Step& step : steps) play(step, torn, Arrival::half);
+  EXPECT_EQ(torn.sector(1)[255], 0xA);
+  EXPECT_EQ(torn.sector(1)[256], 0);
   EXPECT_EQ(torn.sector(2), sectors(1, 0xB));
   EXPECT_EQ(torn.sector(3), sectors(1, 0));
+  EXPECT_EQ(torn.sector(50), sectors(1, 0));
+  EXPECT_EQ(torn.sector(51), sectors(1, 5));
 }
 
 class OverlayTest : public ::testing::Test {

@@ -127,7 +127,7 @@ TEST(Convert, PartitionsStayAndOnlyTheTablesAreWritten) {
     EXPECT_FALSE(drive->table().hasErrors()) << c.what;
     EXPECT_EQ(extentsOn(disk), extentsOn(c.disk)) << c.what;
     for (const WriteLog::Step& step : recording->log().steps()) {
-      for (u64 lba = step.lba; lba < step.lba + step.bytes.size() / 512; ++lba)
+      for (u64 lba = step.lba; lba < step.lba + step.count; ++lba)
         EXPECT_TRUE(c.writes.contains(lba) || lba >= kSectors - 33) << c.what << ": " << lba;
     }
     if (c.scheme == Scheme::gpt) {

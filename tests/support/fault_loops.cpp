@@ -51,17 +51,6 @@ std::vector<Subset> subsetsOf(std::size_t count) {
   return subsets;
 }
 
-// Writes the first `bytes` of a step; the rest of the last sector stays as it was.
-void apply(MemoryDisk& disk, const WriteLog::Step& step, std::size_t bytes) {
-  const u64 whole = bytes / disk.sectorSize();
-  EXPECT_EQ(disk.writeSectors(step.lba, step.bytes.data(), whole), Error::none);
-  if (whole * disk.sectorSize() == bytes) return;
-  std::vector<u8> last = disk.sector(step.lba + whole);
-  std::copy(step.bytes.begin() + static_cast<std::ptrdiff_t>(whole * disk.sectorSize()),
-            step.bytes.begin() + static_cast<std::ptrdiff_t>(bytes), last.begin());
-  disk.setSector(step.lba + whole, last);
-}
-
 }  // namespace
 
 std::ostream& operator<<(std::ostream& out, const Fault& fault) {
@@ -193,7 +182,7 @@ void forEachPowerCut(const MemoryDisk& before, const RoundTest& run,
         std::string arrived;
         for (std::size_t i = 0; i < writes.size(); ++i) {
           if (!subset[i]) continue;
-          apply(after, writes[i], i == torn ? writes[i].bytes.size() / 2 : writes[i].bytes.size());
+          play(writes[i], after, i == torn ? Arrival::half : Arrival::whole);
           arrived += " " + std::to_string(first + i) + (i == torn ? " (half)" : "");
         }
         SCOPED_TRACE("power cut with all before step " + std::to_string(first) + " and" + arrived);
@@ -201,7 +190,7 @@ void forEachPowerCut(const MemoryDisk& before, const RoundTest& run,
         if (testing::Test::HasFatalFailure()) return;
       }
     }
-    for (const WriteLog::Step& step : writes) apply(flushed, step, step.bytes.size());
+    for (const WriteLog::Step& step : writes) play(step, flushed);
     first += writes.size() + 1;
   }
 }
