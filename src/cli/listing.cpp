@@ -155,12 +155,13 @@ std::optional<std::string> contentName(Drive& drive, const PartitionEntry& entry
 std::optional<std::string> faultText(const PartitionEntry& entry) {
   if (entry.status & kEntryImpossible) return "ends before it starts, or starts before its EBR";
   if (entry.status & kEntryOverlaps) return "overlaps its neighbour or leaves its container";
-  if (entry.isInError()) return "cannot be right";
+  if (entry.status & kEntryUnclear) return "its boot record holds more than a volume and a link";
   const auto* table = dynamic_cast<const TableEntry*>(&entry);
   if (!table || !table->volumes) return std::nullopt;
   if (table->volumes->status & kChainLoops) return "its chain of volumes loops or points backwards";
   if (table->volumes->status & kChainReadError) return "its chain of volumes cannot be read";
   if (table->volumes->status & kChainOutOfMemory) return "its chain of volumes is too long";
+  if (table->volumes->status & kChainUnclear) return "its chain of volumes is not understood";
   return std::nullopt;
 }
 

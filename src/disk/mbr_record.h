@@ -6,7 +6,7 @@
 //   440 +--------------------------+    394 +--------------------------+
 //       | disk signature, reserved |        | name, real type          |
 //   446 +--------------------------+    446 +--------------------------+
-//       | four slots               |        | volume, link, two unused |
+//       | four slots               |        | volume and link          |
 //   510 +--------------------------+    510 +--------------------------+
 //       | 0x55 0xAA                |        | 0x55 0xAA                |
 //       +--------------------------+        +--------------------------+
@@ -65,7 +65,7 @@ struct EbrRecord {
   std::array<u8, kVolumeNameBytes> name;       // 394  ends at a NUL; starts at 395 when this is NUL
   u8 hiddenType;                               // 402  the real type of a volume of type 0xED
   std::array<u8, 43> unused2;                  // 403
-  std::array<MbrSlotRecord, kMbrSlots> slots;  // 446  the first two: the volume and the link
+  std::array<MbrSlotRecord, kMbrSlots> slots;  // 446  in any of them: the volume and the link
   BootSignature signature;                     // 510
 };
 static_assert(sizeof(EbrRecord) == 512 && offsetof(EbrRecord, name) == 394);

@@ -24,8 +24,10 @@ constexpr u64 kEmbrMultiOsFlag = 0x1000;
 // Where swap and Linux partitions keep a superblock of their own that would be found again.
 constexpr u64 kFarSuperblockSector = 128;
 
-// The sectors at the start of a new partition that old content is recognised by.
+// The sectors at the start of a new partition that old content is recognised by. That of an
+// extended partition holds its first EBR.
 u64 sectorsToClear(u16 type) {
+  if (types::isExtended(type)) return 0;
   const u64 count = types::isFat32(type) ? 7 : 1;
   const u16 plain = types::unhide(type);
   return plain == types::kLinuxSwap || plain == types::kLinux ? count + 7 : count;

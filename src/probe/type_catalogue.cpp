@@ -168,12 +168,12 @@ bool isHidden(u16 type) { return hasHiddenByte(type) || type == kHidden; }
 
 bool isHideableData(u16 type) { return contains(kHideableData, type); }
 
-bool isChainLink(u16 type) { return type == kExtended || type == kExtendedLba; }
-
-bool isExtended(u16 type) {
+bool isChainLink(u16 type) {
   constexpr u16 kLinuxExtended = 0x85;
-  return isChainLink(unhide(type)) || type == kLinuxExtended;
+  return type == kExtended || type == kExtendedLba || type == kLinuxExtended;
 }
+
+bool isExtended(u16 type) { return isChainLink(unhide(type)); }
 
 bool isFat(u16 type) { return contains(kFatFamily, unhide(type)); }
 

@@ -43,7 +43,8 @@ u16 hide(u16 type);
 bool isHidden(u16 type);
 // Data types with a hidden form of their own.
 bool isHideableData(u16 type);
-// Exactly the two types that link an EBR to the next one, hidden forms not among them.
+// The types that link an EBR to the next one, and whose volumes the kernel looks for; hidden forms
+// are not among them.
 bool isChainLink(u16 type);
 // The families look through a hidden form.
 bool isExtended(u16 type);

@@ -200,6 +200,7 @@ void Drive::addFreeBlocks() {
   checkTable(bounds, rules, *table_);
   for (const auto& entry : table_->entries)
     if (entry->volumes) checkVolumes(bounds, rules, *table_, *entry);
+  withholdStrays(*table_);
   if (!changesAllowed()) return;
   const auto isFreeBlock = [](const auto& entry) { return entry->isFree(); };
   std::erase_if(table_->entries, isFreeBlock);

@@ -28,45 +28,54 @@ std::optional<u32> kernelSlot(const PartitionEntry& entry, bool isEmbr) {
   return entry.tableIndex < 0 ? std::nullopt : std::optional(static_cast<u32>(entry.tableIndex));
 }
 
-bool isCounted(const VolumeEntry& volume) { return !volume.isFree() && volume.sectorCount() != 0; }
+// The kernel passes over volumes without sectors.
+bool isCounted(const VolumeEntry& volume) {
+  return !volume.isFree() && volume.tableIndex >= 0 && volume.sectorCount() != 0;
+}
 
-// The volumes in the order in which the kernel counts them: by the slot of their extended
-// partition, then along the chain. It passes over volumes without sectors.
-std::vector<const VolumeEntry*> volumesInKernelOrder(const PartitionTable& table, bool isEmbr) {
-  std::vector<const TableEntry*> containers;
-  for (const auto& entry : table.entries)
-    if (entry->volumes && kernelSlot(*entry, isEmbr)) containers.push_back(entry.get());
-  std::ranges::sort(containers, {},
-                    [isEmbr](const TableEntry* entry) { return kernelSlot(*entry, isEmbr); });
-  std::vector<const VolumeEntry*> volumes;
-  for (const TableEntry* container : containers) {
-    const auto first = volumes.size();
+// Where a volume stands in the numbers that lists show: those that the kernel counts come first, by
+// the slot of their extended partition and then along the chain.
+struct VolumePlace {
+  bool isHidden = false;  // the kernel looks into no extended partition of a hidden type
+  u32 slot = 0;
+  i32 inChain = 0;
+
+  auto operator<=>(const VolumePlace&) const = default;
+};
+
+struct PlacedVolume {
+  VolumePlace place;
+  const VolumeEntry* volume = nullptr;
+};
+
+std::vector<PlacedVolume> placedVolumes(const PartitionTable& table, bool isEmbr) {
+  std::vector<PlacedVolume> volumes;
+  for (const auto& container : table.entries) {
+    const auto slot = container->volumes ? kernelSlot(*container, isEmbr) : std::nullopt;
+    if (!slot) continue;
+    const bool isHidden = !types::isChainLink(container->mbrType);
     for (const auto& volume : container->volumes->entries)
-      if (isCounted(*volume)) volumes.push_back(volume.get());
-    std::sort(volumes.begin() + static_cast<std::ptrdiff_t>(first), volumes.end(),
-              [](const auto* a, const auto* b) { return a->tableIndex < b->tableIndex; });
+      if (isCounted(*volume))
+        volumes.push_back({{isHidden, *slot, volume->tableIndex}, volume.get()});
   }
   return volumes;
 }
 
-// By that order, without a list for each question.
-std::optional<u32> volumeNumber(const PartitionTable& table, bool isEmbr,
-                                const PartitionEntry& asked) {
-  using Place = std::pair<u32, i32>;  // slot of the container, place in its chain
-  std::vector<Place> places;
-  std::optional<Place> own;
-  for (const auto& container : table.entries) {
-    const auto slot = container->volumes ? kernelSlot(*container, isEmbr) : std::nullopt;
-    if (!slot) continue;
-    for (const auto& volume : container->volumes->entries) {
-      if (!isCounted(*volume)) continue;
-      places.emplace_back(*slot, volume->tableIndex);
-      if (volume.get() == &asked) own = places.back();
-    }
-  }
-  if (!own) return std::nullopt;
-  const auto before = std::ranges::count_if(places, [&](const Place& p) { return p < *own; });
-  return kFirstVolumeNumber + static_cast<u32>(before);
+struct VolumeNumber {
+  u32 number = 0;
+  bool isKernels = false;
+};
+
+std::optional<VolumeNumber> volumeNumber(const PartitionTable& table, bool isEmbr,
+                                         const PartitionEntry& asked) {
+  const std::vector<PlacedVolume> volumes = placedVolumes(table, isEmbr);
+  const auto own = std::ranges::find(volumes, &asked, [](const PlacedVolume& placed) {
+    return static_cast<const PartitionEntry*>(placed.volume);
+  });
+  if (own == volumes.end()) return std::nullopt;
+  const auto before = std::ranges::count_if(
+      volumes, [&](const PlacedVolume& other) { return other.place < own->place; });
+  return VolumeNumber{kFirstVolumeNumber + static_cast<u32>(before), !own->place.isHidden};
 }
 
 // Narrows `region` by what lies at `first`..`last` on one side of the entry.
@@ -91,7 +100,8 @@ std::optional<u32> Drive::kernelNumber(const PartitionEntry& entry) const {
     const auto slot = kernelSlot(entry, isEmbr());
     return slot ? std::optional(*slot + 1) : std::nullopt;
   }
-  return volumeNumber(*table_, isEmbr(), entry);
+  const auto found = volumeNumber(*table_, isEmbr(), entry);
+  return found && found->isKernels ? std::optional(found->number) : std::nullopt;
 }
 
 PartitionEntry* Drive::findByKernelNumber(u32 number) {
@@ -99,8 +109,10 @@ PartitionEntry* Drive::findByKernelNumber(u32 number) {
 }
 
 std::optional<u32> Drive::listNumber(const PartitionEntry& entry) const {
-  if (!isEmbr() || entry.isFree()) return kernelNumber(entry);
-  return entry.id;
+  if (isEmbr() && !entry.isFree()) return entry.id;
+  if (!entry.isVolume()) return kernelNumber(entry);
+  const auto found = volumeNumber(*table_, isEmbr(), entry);
+  return found ? std::optional(found->number) : std::nullopt;
 }
 
 PartitionEntry* Drive::findByListNumber(u32 number) {
@@ -198,13 +210,16 @@ std::vector<KernelPartition> Drive::kernelPartitions() const {
     const auto slot = kernelSlot(*entry, isEmbr());
     if (entry->isFree() || entry->sectorCount() == 0 || !slot) continue;
     u64 sectors = entry->sectorCount();
-    if (types::isChainLink(entry->mbrType) || entry->mbrType == 0x85)
+    if (types::isChainLink(entry->mbrType))
       sectors = std::min<u64>(sectors, std::max<u64>(1, kExtendedBytes / disk_->sectorSize()));
     partitions.push_back({*slot + 1, entry->startSector, sectors});
   }
+  std::vector<PlacedVolume> volumes = placedVolumes(*table_, isEmbr());
+  std::ranges::sort(volumes, {}, &PlacedVolume::place);
   u32 number = kFirstVolumeNumber;
-  for (const VolumeEntry* volume : volumesInKernelOrder(*table_, isEmbr()))
-    partitions.push_back({number++, volume->startSector, volume->sectorCount()});
+  for (const auto& [place, volume] : volumes)
+    if (!place.isHidden)
+      partitions.push_back({number++, volume->startSector, volume->sectorCount()});
   return partitions;
 }
 

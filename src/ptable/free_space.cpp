@@ -161,6 +161,11 @@ void checkVolumes(const DiskBounds& bounds, const AlignmentRules& rules,
                   const PartitionTable& table, TableEntry& container) {
   const VolumeList& list = *container.volumes;
   for (const auto& volume : list.entries) markVolumeAlone(container, *volume);
+  // What could not be read or understood may lie anywhere in the container.
+  if (list.status != 0) {
+    container.status |= kEntryBrokenChain;
+    return;
+  }
   const std::vector<Gap> gaps =
       markOverlaps(list.entries, 0, container.sectorCount(), [&](const VolumeEntry& volume) {
         return Gap{std::min(volume.ebr, container.sectorCount()),
@@ -168,6 +173,16 @@ void checkVolumes(const DiskBounds& bounds, const AlignmentRules& rules,
       });
   VolumeGaps blocks(bounds, rules, table, container);
   for (const Gap& gap : gaps) blocks.add(gap.start, gap.end);
+}
+
+void withholdStrays(PartitionTable& table) {
+  u64 reachedFrom = kAllOnes64;
+  for (const auto& entry : table.entries)
+    if (entry->volumes && entry->volumes->leavesContainer)
+      reachedFrom = std::min(reachedFrom, entry->endSector);
+  std::erase_if(table.entries, [reachedFrom](const auto& entry) {
+    return entry->isFree() && entry->endSector > reachedFrom;
+  });
 }
 
 bool isAlignedTo1MiB(const PartitionTable& table, const Geometry& geometry, u32 sectorSizeBytes) {

@@ -21,6 +21,9 @@ void checkTable(const DiskBounds& bounds, const AlignmentRules& rules, Partition
 void checkVolumes(const DiskBounds& bounds, const AlignmentRules& rules,
                   const PartitionTable& table, TableEntry& container);
 
+// Takes away the free blocks of the top level that a chain of volumes may reach into.
+void withholdStrays(PartitionTable& table);
+
 // Whether the entries of the top level lie on whole MiB rather than on whole cylinders.
 bool isAlignedTo1MiB(const PartitionTable& table, const Geometry& geometry, u32 sectorSizeBytes);
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "base/error.h"
 #include "base/guid.h"
 #include "base/types.h"
 
@@ -18,8 +19,10 @@ using PartitionId = u16;
 enum EntryStatus : u32 {
   kEntryIsVolume = 0x1,
   kEntryErrorMask = 0xF0000000,
-  kEntryOverlaps = 0x40000000,    // overlaps its neighbour or leaves its container
-  kEntryImpossible = 0x80000000,  // start after end, or EBR after the volume's start
+  kEntryBrokenChain = 0x10000000,  // its chain of volumes could not be followed or understood
+  kEntryUnclear = 0x20000000,      // its EBR holds more than a volume and a link
+  kEntryOverlaps = 0x40000000,     // overlaps its neighbour or leaves its container
+  kEntryImpossible = 0x80000000,   // start after end, or EBR after the volume's start
 };
 
 inline constexpr i32 kNoTableIndex = -1;
@@ -48,9 +51,10 @@ class PartitionEntry {
   u64 endSector = 0;               // inclusive
   Guid uniqueGuid;                 // GPT only
   Guid typeGuid;                   // GPT only
-  i32 tableIndex = kNoTableIndex;  // slot, entry index, or number in the chain; of free blocks none
+  i32 tableIndex = kNoTableIndex;  // slot, entry index, or number in the chain; none: free blocks,
+                                   // and volumes that the kernel passes over
   PartitionId id = 0;
-  u8 mbrSlot = kNoMbrSlot;  // for volumes 0 or 1: which EBR entry holds it
+  u8 mbrSlot = kNoMbrSlot;  // for volumes: which slot of the EBR holds it
   std::array<u8, 3> endChs{};
   u8 bootIndicator = 0;  // 0x80 active
   u16 mbrType = 0;       // the type byte as it stands in the table
@@ -75,6 +79,7 @@ class VolumeEntry : public PartitionEntry {
 };
 
 enum VolumeListStatus : u32 {
+  kChainUnclear = 0x1000,      // an EBR says more than is understood, or a link leads to none
   kChainLoops = 0x2000,        // loops or points backwards
   kChainOutOfMemory = 0x4000,  // longer than the ids, or any real chain, reach
   kChainReadError = 0x8000,
@@ -82,10 +87,11 @@ enum VolumeListStatus : u32 {
 
 // The volumes and free blocks of one extended partition, sorted by EBR position.
 struct VolumeList {
-  u32 status = 0;  // VolumeListStatus bits
-  u64 lastEbrLba = 0;
-  std::vector<u64> chain;      // every EBR position, in the order in which they are linked
-  std::vector<u64> emptyEbrs;  // of these the ones that hold a link only, ascending
+  u32 status = 0;                // VolumeListStatus bits
+  Failure readFailure;           // with kChainReadError
+  bool leavesContainer = false;  // a volume, or a link, names sectors behind its end
+  std::vector<u64> chain;        // every EBR position, in the order in which they are linked
+  std::vector<u64> emptyEbrs;    // of these the ones that hold a link only, ascending
   std::vector<std::unique_ptr<VolumeEntry>> entries;
 
   bool isInError() const;

@@ -31,7 +31,7 @@ class TableSectorImage {
   Failure store();
 
  private:
-  bool put(std::span<const u8> bytes);
+  Failure put(std::span<const u8> bytes);
   bool isOnDisk(std::span<const u8> bytes);
 
   DiskDevice& disk_;

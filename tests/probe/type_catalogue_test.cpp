@@ -27,7 +27,7 @@ TEST(TypeCatalogue, HidesAndUnhides) {
 }
 
 TEST(TypeCatalogue, FamiliesLookThroughHiddenForms) {
-  EXPECT_TRUE(types::isExtended(0x85) && types::isExtended(0x15) && !types::isChainLink(0x85) &&
+  EXPECT_TRUE(types::isExtended(0x85) && types::isExtended(0x15) && types::isChainLink(0x85) &&
               !types::isChainLink(0x15));
   EXPECT_TRUE(types::isFat(0x16) && types::isFat(0xEF) && !types::isFat(0x07));
   EXPECT_TRUE(types::isFat32(0x1C) && types::isFat32(0xEF) && !types::isFat32(0x0E));

@@ -44,7 +44,7 @@ const Change kChanges[] = {
      [](Drive& d) { return create(d, 20480, 2048, 0x83); },
      "1: 2048..6143 83h\n2: 20480..22527 83h *\n3: 40960..49151 07h\n"},
     {"extended partition", kPrimaries, [](Drive& d) { return create(d, 51200, 102400, 0x0F); },
-     "1: 2048..6143 83h\n3: 40960..49151 07h\n2: 51200..153599 0Fh *\n"},
+     "1: 2048..6143 83h\n3: 40960..49151 07h\n2: 51200..153599 0Fh\n"},
     {"first volume", kEmptyExtended, [](Drive& d) { return create(d, 22528, 2048, 0x83); },
      "2: 20480..122879 05h\n  5: 22528..24575 83h\n"},
     {"first volume, not at the start of its container", kEmptyExtended,

@@ -4,6 +4,7 @@
 
 #include "base/text.h"
 #include "probe/type_catalogue.h"
+#include "ptable/mbr/ebr_writer.h"
 #include "ptable/mbr/mbr_edit.h"
 #include "ptable/mbr/mbr_scheme.h"
 #include "ptable/mbr/slot.h"
@@ -131,7 +132,11 @@ bool takeSlot(const TableContext& context, EmbrImage& image, const NewEntry& ent
   const auto slot = std::ranges::find(mbr.slots, types::kFree, &MbrSlotRecord::type);
   if (slot == mbr.slots.end() || !fitsSlot(0, entry.startSector, entry.endSector))
     return !image.limitsPrimaries();
-  chooseBootIndicator(context, mbr, *slot);
+  if (types::isExtended(entry.type)) {
+    slot->clear();
+  } else {
+    chooseBootIndicator(context, mbr, *slot);
+  }
   writeSlot(context, 0, entry.startSector, entry.endSector, static_cast<u8>(entry.type), *slot);
   return true;
 }
@@ -218,6 +223,9 @@ Failure EmbrScheme::add(const TableContext& context, const NewEntry& entry,
   printableFromUtf8(entry.name).copy(record.name, sizeof record.name - 1);
   if (const Failure failed = image.insert(image.entryCount(), record)) return failed;
   if (const Failure failed = checkEmbrGrowth(context, old, image, content)) return failed;
+  if (types::isExtended(entry.type)) {
+    if (const Failure failed = putEmptyEbr(context.disk, entry.startSector)) return failed;
+  }
   return storeEmbrFirst(context.disk, old, image);
 }
 

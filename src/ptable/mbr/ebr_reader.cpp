@@ -1,7 +1,6 @@
 #include "ptable/mbr/ebr_reader.h"
 
 #include <algorithm>
-#include <optional>
 #include <unordered_set>
 
 #include "base/text.h"
@@ -15,6 +14,9 @@ namespace {
 constexpr std::size_t kMaxVolumes = 255;
 constexpr std::size_t kMaxChainLength = 1024;
 constexpr u8 kFirstStoredSequence = 128;
+// Other programs take what these two slots hold as it stands. In the others they expect garbage,
+// and the kernel passes over a volume there that leaves the reach of its EBR.
+constexpr std::size_t kUsualSlots = 2;
 
 // The name behind an optional leading NUL, up to the next one.
 std::string nameIn(const EbrRecord& ebr) {
@@ -23,6 +25,11 @@ std::string nameIn(const EbrRecord& ebr) {
   const std::size_t skipped = bytes[0] == '\0' ? 1 : 0;
   const std::string_view field(bytes + skipped, kVolumeNameBytes);
   return std::string(trimRight(field.substr(0, field.find('\0'))));
+}
+
+bool isEmpty(const MbrSlotRecord& slot) {
+  const bool namesNothing = slot.sectorCount == 0 && slot.startLba == 0;
+  return namesNothing && (slot.type == types::kFree || types::isChainLink(slot.type));
 }
 
 class ChainReader {
@@ -34,54 +41,80 @@ class ChainReader {
         sectors_(std::size_t{2} * context.disk.sectorSize()) {}
 
   void run() {
-    u64 position = 0;
+    Link link{0, container_.sectorCount()};
     u64 previous = VolumeEntry::kNoPrevious;
-    while (readEbr(position)) {
-      if (!ebr().signature.isValid()) return;
-      if (!visited_.insert(position).second) return fail(kChainLoops);
+    for (;;) {
+      if (const Failure failed = readEbr(link.position)) {
+        list_.readFailure = failed;
+        return fail(kChainReadError);
+      }
+      if (!ebr().signature.isValid()) return endWithoutSignature(link.position);
+      if (!visited_.insert(link.position).second) return fail(kChainLoops);
       if (list_.chain.size() == kMaxChainLength) return fail(kChainOutOfMemory);
-      list_.chain.push_back(position);
-      if (!addVolume(position, previous)) return fail(kChainOutOfMemory);
-      const MbrSlotRecord& link = ebr().slots[linkSlotOf(ebr())];
-      if (!types::isChainLink(link.type)) return;
-      if (link.startLba == position) return fail(kChainLoops);
-      previous = position;
-      position = link.startLba;
+      list_.chain.push_back(link.position);
+      const EbrSlots slots = slotsOf(ebr());
+      if (list_.entries.size() + slots.volumes.size() > kMaxVolumes) return fail(kChainOutOfMemory);
+      take(slots, link, previous);
+      if (!slots.link) return;
+      const MbrSlotRecord& next = ebr().slots[*slots.link];
+      if (next.startLba == link.position) return fail(kChainLoops);
+      previous = link.position;
+      link = {next.startLba, next.sectorCount};
     }
-    fail(kChainReadError);
   }
 
  private:
+  struct Link {
+    u64 position = 0;  // of an EBR
+    u64 sectors = 0;   // the reach that the link gives it
+  };
+
   void fail(VolumeListStatus status) { list_.status |= status; }
   const EbrRecord& ebr() const { return *recordAt<EbrRecord>(std::span<const u8>(sectors_)); }
   u8 storedSequence() const { return sectors_[context_.disk.sectorSize()]; }
 
   // The EBR and the sector behind it, which reads as zeros behind the end of the disk.
-  bool readEbr(u64 position) {
+  Failure readEbr(u64 position) {
     const u64 lba = container_.startSector + position;
-    if (lba > context_.lastLba) return false;
-    list_.lastEbrLba = lba;
+    list_.leavesContainer |= lba > container_.endSector;
+    if (lba > context_.lastLba) return {Error::read, 0, lba};
     std::fill(sectors_.begin(), sectors_.end(), u8{0});
-    return context_.disk.readSectors(lba, sectors_.data(), lba == context_.lastLba ? 1 : 2) ==
-           Error::none;
+    return context_.disk.readSectors(lba, sectors_.data(), lba == context_.lastLba ? 1 : 2);
   }
 
-  // False when there is no number left for the volume.
-  bool addVolume(u64 position, u64 previous) {
-    const std::size_t slotIndex = volumeSlotOf(ebr());
-    const MbrSlotRecord& slot = ebr().slots[slotIndex];
-    if (slot.type == types::kFree || types::isChainLink(slot.type)) {
-      list_.emptyEbrs.insert(std::ranges::upper_bound(list_.emptyEbrs, position), position);
-      return true;
+  // An extended partition may begin without a chain; what a link leads to, and what fills the
+  // slots of such a sector, was meant to be an EBR.
+  void endWithoutSignature(u64 position) {
+    if (position != 0 || !std::ranges::all_of(ebr().slots, isEmpty)) fail(kChainUnclear);
+  }
+
+  void take(const EbrSlots& slots, const Link& link, u64 previous) {
+    if (!slots.isClear) fail(kChainUnclear);
+    for (const std::size_t slot : slots.volumes) {
+      VolumeEntry& volume = addVolume(slot, link.position, previous);
+      if (!slots.isClear) volume.status |= kEntryUnclear;
+      if (slot >= kUsualSlots && !isWithinReach(volume, link)) volume.tableIndex = kNoTableIndex;
     }
-    if (list_.entries.size() == kMaxVolumes) return false;
+    if (slots.volumes.empty())
+      list_.emptyEbrs.insert(std::ranges::upper_bound(list_.emptyEbrs, link.position),
+                             link.position);
+  }
+
+  bool isWithinReach(const VolumeEntry& volume, const Link& link) const {
+    return volume.volumeStart + volume.sectorCount() <= link.position + link.sectors &&
+           volume.endSector <= container_.endSector;
+  }
+
+  VolumeEntry& addVolume(std::size_t slotIndex, u64 position, u64 previous) {
+    const MbrSlotRecord& slot = ebr().slots[slotIndex];
     auto volume = std::make_unique<VolumeEntry>();
     readSlot(slot, container_.startSector + position, *volume);
+    list_.leavesContainer |= volume->endSector > container_.endSector;
     volume->status = kEntryIsVolume;
     volume->previousEbr = previous;
     volume->ebr = position;
     volume->volumeStart = position + slot.startLba;
-    volume->tableIndex = static_cast<i32>(list_.entries.size());
+    volume->tableIndex = nextIndex_++;
     volume->mbrSlot = static_cast<u8>(slotIndex);
     if (slot.type == types::kHidden && ebr().hiddenType != 0) volume->type = ebr().hiddenType;
     volume->id = static_cast<PartitionId>(container_.id << 8 | unusedSequence());
@@ -89,8 +122,7 @@ class ChainReader {
     const auto at =
         std::upper_bound(list_.entries.begin(), list_.entries.end(), position,
                          [](u64 wanted, const auto& other) { return wanted < other->ebr; });
-    list_.entries.insert(at, std::move(volume));
-    return true;
+    return **list_.entries.insert(at, std::move(volume));
   }
 
   u8 unusedSequence() {
@@ -114,17 +146,29 @@ class ChainReader {
   std::vector<u8> sectors_;
   std::unordered_set<u64> visited_;
   std::unordered_set<u8> sequences_;
+  i32 nextIndex_ = 0;
 };
 
 }  // namespace
 
-std::size_t volumeSlotOf(const EbrRecord& ebr) {
-  const u8 first = ebr.slots[0].type;
-  return types::isChainLink(first) || first == types::kFree ? 1 : 0;
-}
-
-std::size_t linkSlotOf(const EbrRecord& ebr) {
-  return types::isChainLink(ebr.slots[0].type) ? 0 : 1;
+EbrSlots slotsOf(const EbrRecord& ebr) {
+  EbrSlots found;
+  for (std::size_t i = 0; i < ebr.slots.size(); ++i) {
+    const MbrSlotRecord& slot = ebr.slots[i];
+    if (isEmpty(slot)) continue;
+    if (slot.type == types::kFree || (types::isChainLink(slot.type) && slot.sectorCount == 0)) {
+      // Sectors without a type, or a link without sectors.
+      found.isClear = false;
+    } else if (!types::isChainLink(slot.type)) {
+      found.volumes.push_back(i);
+    } else if (!found.link) {
+      found.link = i;
+    } else {
+      found.isClear = false;
+    }
+  }
+  found.isClear = found.isClear && found.volumes.size() <= 1;
+  return found;
 }
 
 bool mayHoldVolumes(const TableEntry& entry) {

@@ -2,15 +2,23 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <vector>
 
 #include "disk/mbr_record.h"
 #include "ptable/scheme.h"
 
 namespace tallowin {
 
-// Which of the first two slots of an EBR is which; 0 or 1.
-std::size_t volumeSlotOf(const EbrRecord& ebr);
-std::size_t linkSlotOf(const EbrRecord& ebr);
+// What the slots of an EBR hold. Either may lie in any of the four.
+struct EbrSlots {
+  std::vector<std::size_t> volumes;
+  std::optional<std::size_t> link;
+  // At most one volume and one link, and no slot whose meaning is not known. Only of such an EBR is
+  // it certain what a change of it leaves.
+  bool isClear = true;
+};
+EbrSlots slotsOf(const EbrRecord& ebr);
 
 // An extended partition with room for a chain.
 bool mayHoldVolumes(const TableEntry& entry);

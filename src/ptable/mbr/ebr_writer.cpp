@@ -13,8 +13,8 @@ namespace tallowin {
 namespace {
 
 bool sameVolume(const VolumeEntry& a, const VolumeEntry& b) {
-  return a.ebr == b.ebr && a.startSector == b.startSector && a.endSector == b.endSector &&
-         a.mbrType == b.mbrType;
+  return a.ebr == b.ebr && a.mbrSlot == b.mbrSlot && a.startSector == b.startSector &&
+         a.endSector == b.endSector && a.mbrType == b.mbrType;
 }
 
 // Without the free blocks between them.
@@ -46,11 +46,10 @@ bool isRoomFree(const TableEntry& container, const Room& room) {
   return !touchesVolume && !coversEbr;
 }
 
-// Where an EBR links to the next one, or could; null when both slots hold volumes.
-MbrSlotRecord* slotForLink(EbrRecord& ebr) {
-  MbrSlotRecord& link = ebr.slots[linkSlotOf(ebr)];
-  if (types::isChainLink(link.type) || link.type == types::kFree) return &link;
-  return ebr.slots[0].type == types::kFree ? &ebr.slots[0] : nullptr;
+// Where a clear EBR links to the next one, or could: the second slot, if that is not the volume's.
+MbrSlotRecord& slotForLink(EbrRecord& ebr) {
+  if (const auto link = slotsOf(ebr).link) return ebr.slots[*link];
+  return ebr.slots[ebr.slots[1].type == types::kFree ? 1 : 0];
 }
 
 // One change of a chain.
@@ -73,7 +72,8 @@ class ChainChange {
   void fillVolume(const NewEntry& volume, const Room& room, EbrRecord& ebr) const;
   u8 unusedSequence(PartitionId wanted) const;
   Failure storeSequence(PartitionId wanted, const Room& room) const;
-  Failure linkBehind(u64 previous, const Room& room, TableSectorImage& image);
+  void writeLink(const Room& room, MbrSlotRecord& link) const;
+  Failure putSector(TableSectorImage& image) const;
   u64 nearestEbrBefore(u64 position) const;
 
   const TableContext& context_;
@@ -112,10 +112,10 @@ Failure ChainChange::storeSequence(PartitionId wanted, const Room& room) const {
   const u64 lba = container_.startSector + room.ebr + 1;
   if (room.start - room.ebr < kFirstVolumeAfterSequence) return Error::none;
   std::vector<u8> sector(context_.disk.sectorSize());
-  if (context_.disk.readSectors(lba, sector.data(), 1) != Error::none) return Error::read;
+  if (const Failure failed = context_.disk.readSectors(lba, sector.data(), 1))
+    return failed.as(Error::read);
   sector[0] = unusedSequence(wanted);
-  return context_.disk.writeSectors(lba, sector.data(), 1) == Error::none ? Error::none
-                                                                          : Error::write;
+  return context_.disk.writeSectors(lba, sector.data(), 1).as(Error::write);
 }
 
 u64 ChainChange::nearestEbrBefore(u64 position) const {
@@ -125,47 +125,55 @@ u64 ChainChange::nearestEbrBefore(u64 position) const {
   return nearest;
 }
 
-// Writes the new EBR, which takes over the link of the one before it, and then that link.
-Failure ChainChange::linkBehind(u64 previous, const Room& room, TableSectorImage& image) {
-  TableSectorImage before = imageAt(previous);
-  if (const Failure error = before.load(); error != Error::none) return error;
-  auto& ebr = before.as<EbrRecord>();
-  if (!ebr.signature.isValid()) {
-    // An extended partition without a chain yet: it begins with a link-only EBR.
-    std::ranges::fill(before.bytes(), u8{0});
-    ebr.signature.set();
-  }
-  MbrSlotRecord* link = slotForLink(ebr);
-  if (link == nullptr) return Error::tableInError;
-  if (types::isChainLink(link->type)) image.as<EbrRecord>().slots[1] = *link;
-  if (context_.disk.writeSectors(image.lba(), image.bytes().data(), 1) != Error::none)
-    return Error::write;
+void ChainChange::writeLink(const Room& room, MbrSlotRecord& link) const {
   const u64 base = container_.startSector;
-  link->clear();
-  writeSlot(context_, base, base + room.ebr, base + room.end, types::kExtended, *link);
-  return before.store();
+  link.clear();
+  writeSlot(context_, base, base + room.ebr, base + room.end, types::kExtended, link);
 }
 
+Failure ChainChange::putSector(TableSectorImage& image) const {
+  return context_.disk.writeSectors(image.lba(), image.bytes().data(), 1).as(Error::write);
+}
+
+// All that can refuse comes before the first write. The new EBR takes over the link of the one
+// before it, and is on the medium when that one leads to it.
 Failure ChainChange::add(const NewEntry& volume, const Room& room) {
-  TableSectorImage image = imageAt(room.ebr);
-  if (const Failure error = image.load(); error != Error::none) return error;
+  TableSectorImage own = imageAt(room.ebr);
+  if (const Failure failed = own.load()) return failed;
   const bool isLinked = isEmptyEbr(room.ebr);
-  if (!isLinked) std::ranges::fill(image.bytes(), u8{0});
-  fillVolume(volume, room, image.as<EbrRecord>());
-  if (const Failure error = storeSequence(volume.id, room); error != Error::none) return error;
+  if (!isLinked) std::ranges::fill(own.bytes(), u8{0});
+  fillVolume(volume, room, own.as<EbrRecord>());
   // An EBR that the chain already leads to, or that begins the chain, becomes visible itself.
-  if (isLinked || room.ebr == 0) return image.store();
-  return linkBehind(nearestEbrBefore(room.ebr), room, image);
+  if (isLinked || room.ebr == 0) {
+    if (const Failure failed = storeSequence(volume.id, room)) return failed;
+    return own.store();
+  }
+  TableSectorImage before = imageAt(nearestEbrBefore(room.ebr));
+  if (const Failure failed = before.load()) return failed;
+  auto& previous = before.as<EbrRecord>();
+  if (!previous.signature.isValid()) {
+    // An extended partition without a chain yet: it begins with a link-only EBR.
+    std::ranges::fill(before.bytes(), u8{0});
+    previous.signature.set();
+  }
+  MbrSlotRecord& link = slotForLink(previous);
+  if (types::isChainLink(link.type)) own.as<EbrRecord>().slots[1] = link;
+  writeLink(room, link);
+  if (const Failure failed = storeSequence(volume.id, room)) return failed;
+  if (const Failure failed = putSector(own)) return failed;
+  return before.store();
 }
 
 Failure ChainChange::remove(const VolumeEntry& volume) {
   TableSectorImage own = imageAt(volume.ebr);
-  if (const Failure error = own.load(); error != Error::none) return error;
+  if (const Failure failed = own.load()) return failed;
   auto& ebr = own.as<EbrRecord>();
-  MbrSlotRecord& next = ebr.slots[linkSlotOf(ebr)];
+  const EbrSlots slots = slotsOf(ebr);
+  if (!slots.isClear) return Error::tableInError;
   // Of a chain that loops nothing is kept behind the last volume that was reached.
-  const bool leadsNowhere = list_.status == kChainLoops && list_.chain.back() == volume.ebr;
-  if (!types::isChainLink(next.type) || leadsNowhere) next.clear();
+  const bool loops = (list_.status & kChainLoops) != 0 && list_.chain.back() == volume.ebr;
+  if (slots.link && loops) ebr.slots[*slots.link].clear();
+  const MbrSlotRecord next = slots.link ? ebr.slots[*slots.link] : MbrSlotRecord{};
   if (volume.previousEbr == VolumeEntry::kNoPrevious) {
     ebr.slots[volume.mbrSlot].clear();
     ebr.name.fill(0);
@@ -173,16 +181,19 @@ Failure ChainChange::remove(const VolumeEntry& volume) {
     return own.store();
   }
   TableSectorImage before = imageAt(volume.previousEbr);
-  if (const Failure error = before.load(); error != Error::none) return error;
+  if (const Failure failed = before.load()) return failed;
   auto& previous = before.as<EbrRecord>();
-  previous.slots[linkSlotOf(previous)] = next;
+  const EbrSlots others = slotsOf(previous);
+  if (!others.isClear || !others.link) return Error::tableInError;
+  previous.slots[*others.link] = next;
   return before.store();
 }
 
 Failure ChainChange::change(const VolumeEntry& volume, const EntryProperties& wanted) {
   TableSectorImage image = imageAt(volume.ebr);
-  if (const Failure error = image.load(); error != Error::none) return error;
+  if (const Failure failed = image.load()) return failed;
   auto& ebr = image.as<EbrRecord>();
+  if (!slotsOf(ebr).isClear) return Error::tableInError;
   if (wanted.name) fillName(*wanted.name, ebr);
   if (wanted.type == types::kHidden) ebr.hiddenType = static_cast<u8>(volume.type);
   if (wanted.type) ebr.slots[volume.mbrSlot].type = static_cast<u8>(*wanted.type);
@@ -206,12 +217,19 @@ Failure checkChainUnchanged(const TableContext& context, const TableEntry& conta
       std::ranges::equal(before, after, [](const VolumeEntry* a, const VolumeEntry* b) {
         return sameVolume(*a, *b);
       });
-  if (same && now.volumes->status == container.volumes->status) return Error::none;
-  return (now.volumes->status & kChainReadError) != 0 ? Error::read : Error::tableChangedMeanwhile;
+  if (same && now.volumes->status == container.volumes->status) return {};
+  const Failure& unread = now.volumes->readFailure;
+  return unread ? unread.as(Error::read) : Failure(Error::tableChangedMeanwhile);
+}
+
+Failure putEmptyEbr(DiskDevice& disk, u64 lba) {
+  std::vector<u8> sector(disk.sectorSize());
+  recordAt<EbrRecord>(std::span(sector))->signature.set();
+  return disk.writeSectors(lba, sector.data(), 1).as(Error::write);
 }
 
 Failure addVolume(const TableContext& context, const TableEntry& container, const NewEntry& entry) {
-  if (container.isInError() || container.volumes->status != 0) return Error::tableInError;
+  if (container.isInError() || container.volumes->isInError()) return Error::tableInError;
   const u64 base = container.startSector;
   if (*entry.ebrSector < base || entry.startSector < base || entry.endSector < base)
     return Error::outsideUsableArea;

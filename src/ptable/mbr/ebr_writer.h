@@ -11,9 +11,13 @@ namespace tallowin {
 // Whether the disk still holds the chain that was read: read, tableChangedMeanwhile. The changes
 // below are for a chain of which that is known.
 Failure checkChainUnchanged(const TableContext& context, const TableEntry& container);
+// Writes an EBR without a volume and without a link; the flush is left to who leads to it. A new
+// extended partition begins with one, for other programs refuse a disk where it lacks.
+Failure putEmptyEbr(DiskDevice& disk, u64 lba);
 // Puts a new volume into the chain; see Drive::add. The low byte of its id goes to the disk.
 Failure addVolume(const TableContext& context, const TableEntry& container, const NewEntry& entry);
-// The EBR at the start of the container stays, with a link only; others are unlinked.
+// The EBR at the start of the container stays, with a link only; others are unlinked. tableInError:
+// its EBR, or the one that leads to it, holds something beside that is not understood.
 Failure removeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume);
 // Its name and type; see Drive::changeProperties.

@@ -6,6 +6,7 @@
 #include "probe/disk_content.h"
 #include "probe/type_catalogue.h"
 #include "ptable/mbr/boot_code.h"
+#include "ptable/mbr/ebr_writer.h"
 #include "ptable/mbr/slot.h"
 #include "ptable/sector_swap.h"
 
@@ -108,7 +109,13 @@ Failure MbrScheme::add(const TableContext& context, const NewEntry& entry,
   const auto slot = std::ranges::find(mbr.slots, types::kFree, &MbrSlotRecord::type);
   if (slot == mbr.slots.end()) return Error::noFreeEntry;
   if (mbr.bootCode[0] == 0) installBootCode(BootCode::standard, mbr);
-  chooseBootIndicator(context, mbr, *slot);
+  if (types::isExtended(entry.type)) {
+    // What a boot loader starts is never an extended partition.
+    slot->clear();
+    if (const Failure failed = putEmptyEbr(context.disk, entry.startSector)) return failed;
+  } else {
+    chooseBootIndicator(context, mbr, *slot);
+  }
   writeSlot(context, 0, entry.startSector, entry.endSector, static_cast<u8>(entry.type), *slot);
   mbr.signature.set();
   return image.store();
