@@ -193,12 +193,8 @@ std::string MainWindowModel::whyWithoutTable() const {
 }
 
 std::string MainWindowModel::whyTypeIsFixed() const {
-  constexpr u8 kFirstBiosDisk = 0x80;
   if (std::string why = whyWithoutDrive(); !why.empty()) return why;
-  const bool isDevice = busIndex_ == static_cast<std::size_t>(DriveClass::device);
-  return isDevice && drive_->isEmbr() && drive_->biosNumber() == kFirstBiosDisk
-             ? "The first disk keeps its EMBR, because the boot manager starts from there."
-             : drive_->changeRefusal();
+  return drive_->schemeChangeRefusal();
 }
 
 std::string MainWindowModel::errorLabel() const {

@@ -183,11 +183,14 @@ Failure DiskHandles::fail(const std::string& what, int errorNumber) {
   return {Error::deviceNotOpened, errorNumber};
 }
 
-u8 DiskHandles::biosNumberOf(u32 driveNumber, DiskDevice& disk) {
-  constexpr u32 kFirstHardDisk = 0x80;
+std::optional<u8> DiskHandles::biosNumberOf(u32 driveNumber, DiskDevice& disk) {
   const u32 matched = disk.biosNumber();
-  const bool isKnown = matched != kBiosNumberUnknown && matched != kBiosNumberNoMatch;
-  return static_cast<u8>(isKnown ? matched : kFirstHardDisk + indexOf(driveNumber));
+  if (matched != kBiosNumberUnknown && matched != kBiosNumberNoMatch)
+    return static_cast<u8>(matched);
+  const bool isListed = classOf(driveNumber) == static_cast<u32>(DriveClass::device) &&
+                        (driveNumber & kOpticalDriveBit) == 0;
+  if (!isListed) return std::nullopt;
+  return static_cast<u8>(kFirstBiosDisk + indexOf(driveNumber));
 }
 
 u32 DiskHandles::driveCount(DriveClass driveClass) const {

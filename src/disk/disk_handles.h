@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -49,8 +50,9 @@ class DiskHandles {
   Failure openPath(const std::string& path, DiskAccess access, std::shared_ptr<DiskDevice>& disk,
                    u32& driveNumber);
 
-  // The firmware's number when it is known, else 0x80 + the index of the drive.
-  static u8 biosNumberOf(u32 driveNumber, DiskDevice& disk);
+  // The firmware's number when it is known; else the hard disks of the list count from the first
+  // one by their index, and no other disk has a number.
+  static std::optional<u8> biosNumberOf(u32 driveNumber, DiskDevice& disk);
   // Hard disks of the list, or registered images.
   u32 driveCount(DriveClass driveClass) const;
   // Of the last open that answered deviceNotOpened or deviceChanged: which device, why, and what to

@@ -34,10 +34,7 @@ bool hasTable(const Drive& drive) {
 }
 
 // Images have their kept tables; a track that belongs to a number would be taken for another's.
-bool isPlainHardDisk(const Drive& drive) {
-  return drive.driveNumber() >> 16 == static_cast<u32>(DriveClass::device) &&
-         (drive.driveNumber() & kOpticalDriveBit) == 0;
-}
+bool isPlainHardDisk(const Drive& drive) { return drive.biosNumber().has_value(); }
 
 std::string firstTrackPath(const OperationContext& context, const Drive& drive) {
   return context.folders.state + "/" + firstTrackFileName(drive);
@@ -183,6 +180,8 @@ FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme tar
   }
   if (const auto unreadable = refuseWhenReadOnlyTable(context, drive)) return *unreadable;
   if (drive.scheme() == target) return {};
+  if (const std::string why = drive.schemeChangeRefusal(); !why.empty())
+    return refuse(context, why);
   if (holdsEfiSystem(drive))
     return refuse(context, "Your request is being ignored because EFI Systems required a GPT.");
   if (const std::string repair = repairFirstText(drive); !repair.empty())
@@ -246,10 +245,9 @@ FlowResult offerEmbr(const OperationContext& context, Drive& drive) {
 }
 
 Failure limitPrimaries(const OperationContext& context, Drive& drive, bool limit) {
-  constexpr u8 kFirstBiosDisk = 0x80;
   TableChange change(context, drive);
   if (const auto stopped = change.begin(WriteTarget::tableOnly())) return stopped->code;
-  const bool makesActive = context.options.makeHd0Active && drive.biosNumber() == kFirstBiosDisk;
+  const bool makesActive = context.options.makeHd0Active && drive.isFirstBiosDisk();
   return change.end(drive.setLimitPrimaries(limit, makesActive));
 }
 

@@ -18,7 +18,6 @@
 namespace tallowin {
 namespace {
 
-constexpr u32 kFirstBiosDisk = 0x80;
 constexpr u64 kSmallFat16Sectors = 65535;
 
 FatKind kindOfType(u16 type) {
@@ -120,7 +119,9 @@ class Formatting {
     if (clusterBytes_ != 0)
       request.sectorsPerCluster = std::max<u32>(1, clusterBytes_ / drive_.sectorSize());
     request.typeId = type_;
-    request.driveNumber = context_.options.useHd0InBpb ? kFirstBiosDisk : drive_.biosNumber();
+    request.driveNumber = context_.options.useHd0InBpb
+                              ? kFirstBiosDisk
+                              : drive_.biosNumber().value_or(kFirstBiosDisk);
     request.label = options_.label.value_or(ownName());
     if (options_.surfaceScan) request.options |= kFatScanSurface;
     if (alignForNtfs_) request.options |= kFatAlignForNtfs;

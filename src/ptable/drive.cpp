@@ -71,12 +71,7 @@ bool Drive::prepare(const DriveOpenOptions& options) {
   setGeometry(options.geometryOverride);
   if (geometry_.sectorsPerTrack == 0) return false;
   static_cast<void>(setAlignment(options.alignment));
-  // Behind the firmware's disks come those that it does not know, by their index.
-  constexpr u32 kFirstBiosDisk = 0x80;
-  const u32 matched = disk_->biosNumber();
-  const bool isMatched = matched != kBiosNumberUnknown && matched != kBiosNumberNoMatch;
-  biosNumber_ =
-      static_cast<u8>(isMatched ? matched : kFirstBiosDisk + (driveNumber_ & kDriveIndexMask));
+  biosNumber_ = DiskHandles::biosNumberOf(driveNumber_, *disk_);
   return true;
 }
 
@@ -225,6 +220,12 @@ const char* Drive::schemeName() const {
 }
 
 std::string Drive::changeRefusal() const { return scheme_->changeRefusal(); }
+
+std::string Drive::schemeChangeRefusal() const {
+  return isEmbr() && isFirstBiosDisk()
+             ? "The first disk keeps its EMBR, because the boot manager starts from there."
+             : changeRefusal();
+}
 
 Failure Drive::changesAllowed() const {
   return changeRefusal().empty() ? Error::none : Error::tableUnreadable;

@@ -128,8 +128,10 @@ class Drive {
   u32 flags() const { return flags_; }
   void setFlags(u32 mask, u32 value) { flags_ = (flags_ & ~mask) | (value & mask); }
   u32 driveNumber() const { return driveNumber_; }
-  // 0x80..; the drive is shown as HDn with n = this - 0x80.
-  u8 biosNumber() const { return biosNumber_; }
+  // The firmware's number, from kFirstBiosDisk; nothing: the firmware cannot start from this disk,
+  // an image file or a device that is not in the list.
+  std::optional<u8> biosNumber() const { return biosNumber_; }
+  bool isFirstBiosDisk() const { return biosNumber_ == kFirstBiosDisk; }
 
   // Zero fields keep the current value. Returns whether the geometry changed.
   bool setGeometry(Geometry geometry);
@@ -148,6 +150,9 @@ class Drive {
   // system that fills it: tableChangedMeanwhile; read; tableReadFailed, there was nothing to
   // compare with.
   Failure checkUnchanged() const;
+  // Why the disk keeps the kind of its table, as one sentence for the user; empty: it may change.
+  std::string schemeChangeRefusal() const;
+
   // What every change of the table asks first: changesAllowed; unsupportedForm, there is no table,
   // or it could not be read; checkUnchanged.
   Failure checkChange() const;
@@ -237,7 +242,7 @@ class Drive {
   u32 flags_ = 0;
   i64 alignment_ = AlignmentRules::kDefaultUnit;
   u32 driveNumber_ = 0;
-  u8 biosNumber_ = 0x80;
+  std::optional<u8> biosNumber_;
   LabelReader labelReader_;
 };
 

@@ -13,7 +13,6 @@ namespace tallowin {
 namespace {
 
 constexpr std::size_t kTrackBytes = 32 * kKiB;
-constexpr u8 kFirstBiosDisk = 0x80;
 
 // Another name for an older copy, by the time at which it was written.
 bool keepOlder(const std::string& path) {
@@ -166,7 +165,8 @@ class TrackRestore {
 }  // namespace
 
 std::string firstTrackFileName(const Drive& drive) {
-  return format("SAVEMBR%X.UND", static_cast<unsigned>(drive.biosNumber() - kFirstBiosDisk));
+  return format("SAVEMBR%X.UND", static_cast<unsigned>(drive.biosNumber().value_or(kFirstBiosDisk) -
+                                                       kFirstBiosDisk));
 }
 
 Failure saveFirstTrack(Drive& drive, const std::string& path) {

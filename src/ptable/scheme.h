@@ -16,7 +16,7 @@ struct TableContext {
   Geometry geometry;
   u64 lastLba = 0;
   u32 flags = 0;  // DriveFlags
-  u8 biosNumber = 0x80;
+  std::optional<u8> biosNumber;
   Host& host;
   const LabelReader& labelReader;  // may be empty
 

@@ -179,10 +179,12 @@ TEST_F(DiskHandlesTest, AnotherDeviceUnderThePathOfAListedOneIsNotOpened) {
   EXPECT_EQ(host.openCount(), 0U);
 }
 
-TEST_F(DiskHandlesTest, ADiskWithoutAFirmwareNumberIsNumberedByItsIndex) {
+TEST_F(DiskHandlesTest, OnlyAListedHardDiskIsNumberedByItsIndex) {
   DiskHandles table = handles();
   ASSERT_EQ(table.open(1, disk), Error::none);
   EXPECT_EQ(DiskHandles::biosNumberOf(1, *disk), 0x81);
+  for (const u32 none : {kUnlistedDrive, driveNumberOf(DriveClass::image, 0), kOpticalDriveBit})
+    EXPECT_FALSE(DiskHandles::biosNumberOf(none, *disk)) << none;
   disk.reset();
   host.file("/sys/firmware/edd/int13_dev85/sectors", "2048\n");
   ASSERT_EQ(table.open(1, disk), Error::none);

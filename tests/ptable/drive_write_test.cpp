@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "disk/disk_handles.h"
 #include "disk/disk_wrapper.h"
 #include "probe/type_catalogue.h"
 #include "ptable/mbr/boot_code.h"
@@ -159,6 +160,16 @@ TEST(DriveWrite, BootCodeAndActiveSlotFollowTheFirstDiskRule) {
   ASSERT_EQ(first.drive().reread(), Error::none);
   ASSERT_EQ(create(first.drive(), 8192, 2048, 0x83), Error::none);
   EXPECT_EQ(mbrOf(first.disk()).slots[1].bootIndicator, 0);
+
+  // A disk that the firmware does not know is not its first one.
+  MemoryDisk image(kDiskSectors);
+  image.setBiosNumber(kBiosNumberNoMatch);
+  DriveOpenOptions unlisted = kAligned;
+  unlisted.driveNumber = kUnlistedDrive;
+  TableBench unknown(std::move(image), unlisted);
+  EXPECT_FALSE(unknown.drive().biosNumber());
+  ASSERT_EQ(create(unknown.drive(), 2048, 2048, 0x83), Error::none);
+  EXPECT_EQ(mbrOf(unknown.disk()).slots[0].bootIndicator, 0);
 
   MemoryDisk other(kDiskSectors);
   other.setBiosNumber(0x81);

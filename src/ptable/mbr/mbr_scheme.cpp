@@ -14,7 +14,6 @@ namespace tallowin {
 namespace {
 
 constexpr u64 kMbrLba = 0;
-constexpr u8 kFirstBiosDisk = 0x80;
 
 const TableEntry* entryOfSlot(const PartitionTable& table, std::size_t slot) {
   const auto found = std::ranges::find_if(table.entries, [slot](const auto& entry) {
