@@ -155,6 +155,7 @@ std::optional<std::string> contentName(Drive& drive, const PartitionEntry& entry
 std::optional<std::string> faultText(const PartitionEntry& entry) {
   if (entry.status & kEntryImpossible) return "ends before it starts, or starts before its EBR";
   if (entry.status & kEntryOverlaps) return "overlaps its neighbour or leaves its container";
+  if (entry.type == types::kUntyped) return "has sectors but no type";
   if (entry.status & kEntryUnclear) return "its boot record holds more than a volume and a link";
   const auto* table = dynamic_cast<const TableEntry*>(&entry);
   if (!table || !table->volumes) return std::nullopt;

@@ -44,6 +44,8 @@ struct MbrSlotRecord {
   Le32 startLba;     //  8  in an EBR: of a volume relative to that EBR, of a link to the container
   Le32 sectorCount;  // 12  a length, not the last sector
 
+  // Other programs take sectors without a type for a partition.
+  bool isFree() const { return type == 0 && sectorCount == 0; }
   void clear() { *this = MbrSlotRecord{}; }
 };
 static_assert(sizeof(MbrSlotRecord) == 16 && alignof(MbrSlotRecord) == 1);

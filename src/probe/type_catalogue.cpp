@@ -113,6 +113,7 @@ constexpr NamedType kNames[] = {
     {253, "Linux RAID"},
     {254, "PS/2 IML"},
     {255, "XENIX BBT"},
+    {256, "No Type"},
     {387, "GPT Entry"},
 };
 static_assert(std::is_sorted(std::begin(kNames), std::end(kNames),

@@ -20,7 +20,7 @@ enum EntryStatus : u32 {
   kEntryIsVolume = 0x1,
   kEntryErrorMask = 0xF0000000,
   kEntryBrokenChain = 0x10000000,  // its chain of volumes could not be followed or understood
-  kEntryUnclear = 0x20000000,      // its EBR holds more than a volume and a link
+  kEntryUnclear = 0x20000000,      // its EBR holds more than a volume and a link; its slot no type
   kEntryOverlaps = 0x40000000,     // overlaps its neighbour or leaves its container
   kEntryImpossible = 0x80000000,   // start after end, or EBR after the volume's start
 };

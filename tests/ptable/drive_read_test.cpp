@@ -104,6 +104,7 @@ TEST(DriveRead, DamagedTablesAreShownWithTheirErrors) {
       {"an extended partition over the whole disk",
        {{0x05, 0, 204800}, {0x83, 4096, 2048}},
        "1: 0..204799 05h !\n2: 4096..6143 83h\n"},
+      {"sectors without a type", {{0, 4096, 8192}}, "free 2048..4095\n1: 4096..12287 100h !\n"},
       {"ends behind the disk",
        {{0x83, 4096, 0xFFFFFFFF}},
        "free 2048..4095\n1: 4096..4294971390 83h !\n"},

@@ -25,7 +25,7 @@ const TableEntry* entryOfSlot(const PartitionTable& table, std::size_t slot) {
 bool isRoomFree(const TableContext& context, const MbrRecord& mbr, const NewEntry& entry) {
   if (entry.startSector == 0 || entry.endSector > context.lastLba) return false;
   return std::ranges::none_of(mbr.slots, [&](const MbrSlotRecord& slot) {
-    return slot.type != types::kFree && slot.startLba <= entry.endSector &&
+    return slot.startLba <= entry.endSector &&
            entry.startSector < u64{slot.startLba} + slot.sectorCount;
   });
 }
@@ -62,9 +62,13 @@ bool MbrScheme::read(const TableContext& context, std::span<const u8> track,
   reading.diskSignature = mbr.diskSignature;
   if (!mbr.signature.isValid()) return true;
   for (std::size_t slot = 0; slot < kMbrSlots; ++slot) {
-    if (mbr.slots[slot].type == types::kFree) continue;
+    if (mbr.slots[slot].isFree()) continue;
     auto entry = std::make_unique<TableEntry>();
     readSlot(mbr.slots[slot], 0, *entry);
+    if (entry->type == types::kFree) {
+      entry->type = types::kUntyped;
+      entry->status |= kEntryUnclear;
+    }
     entry->tableIndex = static_cast<i32>(slot);
     entry->mbrSlot = static_cast<u8>(slot);
     entry->id = unusedId(reading.table, static_cast<PartitionId>(slot + 1));
@@ -84,8 +88,8 @@ Failure MbrScheme::checkUnchanged(const TableContext& context, const PartitionTa
     return table.usedSlots == 0 ? Error::none : Error::tableChangedMeanwhile;
   for (std::size_t slot = 0; slot < kMbrSlots; ++slot) {
     const TableEntry* entry = entryOfSlot(table, slot);
-    const bool same = entry == nullptr ? mbr.slots[slot].type == types::kFree
-                                       : holdsEntry(mbr.slots[slot], 0, *entry);
+    const bool same =
+        entry == nullptr ? mbr.slots[slot].isFree() : holdsEntry(mbr.slots[slot], 0, *entry);
     if (!same) return Error::tableChangedMeanwhile;
   }
   return Error::none;
@@ -105,7 +109,7 @@ Failure MbrScheme::add(const TableContext& context, const NewEntry& entry,
   }
   if (!fitsSlot(0, entry.startSector, entry.endSector) || !isRoomFree(context, mbr, entry))
     return Error::outsideUsableArea;
-  const auto slot = std::ranges::find(mbr.slots, types::kFree, &MbrSlotRecord::type);
+  const auto slot = std::ranges::find_if(mbr.slots, &MbrSlotRecord::isFree);
   if (slot == mbr.slots.end()) return Error::noFreeEntry;
   if (mbr.bootCode[0] == 0) installBootCode(BootCode::standard, mbr);
   if (types::isExtended(entry.type)) {
