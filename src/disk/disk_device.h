@@ -42,7 +42,6 @@ struct DiskTraits {
   u64 deviceNumber = 0;  // st_rdev of a block device
 };
 
-inline constexpr u8 kFirstBiosDisk = 0x80;             // the firmware starts from it
 inline constexpr u32 kBiosNumberUnknown = 0;           // not yet determined
 inline constexpr u32 kBiosNumberNoMatch = kAllOnes32;  // no firmware disk matched
 

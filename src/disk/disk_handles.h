@@ -13,6 +13,9 @@
 
 namespace tallowin {
 
+// The firmware's number of the disk that it starts from.
+inline constexpr u8 kFirstBiosDisk = 0x80;
+
 // The bus of a drive, bits 16..23 of a drive number.
 enum class DriveClass : u32 { device = 0, image = 1 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "disk/disk_handles.h"
 #include "fat/fat_format.h"
 #include "move/move_callback.h"
 #include "ops/error_text.h"

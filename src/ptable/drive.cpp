@@ -221,6 +221,8 @@ const char* Drive::schemeName() const {
 
 std::string Drive::changeRefusal() const { return scheme_->changeRefusal(); }
 
+bool Drive::isFirstBiosDisk() const { return biosNumber_ == kFirstBiosDisk; }
+
 std::string Drive::schemeChangeRefusal() const {
   return isEmbr() && isFirstBiosDisk()
              ? "The first disk keeps its EMBR, because the boot manager starts from there."

@@ -131,7 +131,7 @@ class Drive {
   // The firmware's number, from kFirstBiosDisk; nothing: the firmware cannot start from this disk,
   // an image file or a device that is not in the list.
   std::optional<u8> biosNumber() const { return biosNumber_; }
-  bool isFirstBiosDisk() const { return biosNumber_ == kFirstBiosDisk; }
+  bool isFirstBiosDisk() const;
 
   // Zero fields keep the current value. Returns whether the geometry changed.
   bool setGeometry(Geometry geometry);

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "base/text.h"
+#include "disk/disk_handles.h"
 #include "disk/mbr_record.h"
 #include "files/host_file.h"
 #include "ptable/embr/embr_record.h"

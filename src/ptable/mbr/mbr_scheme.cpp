@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "disk/disk_handles.h"
 #include "probe/disk_content.h"
 #include "probe/type_catalogue.h"
 #include "ptable/mbr/boot_code.h"
