@@ -17,11 +17,11 @@ FlowResult refuse(const OperationContext& context, const Failure& failure) {
   return {FlowEnd::refused, failure, 0};
 }
 
-// Whether the disk still holds the table that the drive was read from.
+// Whether the disk still holds what the drive was read from, as far as that could be read.
 Failure checkTable(const Drive& drive) {
-  if (drive.changesAllowed() || drive.scheme() == Scheme::wholeDisk) return {};
-  const Failure failed = drive.checkChange();
-  return failed == Error::unsupportedForm ? Failure() : failed;
+  if (drive.changesAllowed()) return {};
+  const Failure failed = drive.checkUnchanged();
+  return failed == Error::tableReadFailed ? Failure() : failed;
 }
 
 }  // namespace

@@ -192,10 +192,12 @@ class Drive {
   PartitionEntry* findById(PartitionId id);
   // The number that the kernel gives the partition: slot + 1, volumes from 5 in chain order,
   // 0 for a whole-disk volume; nothing for free blocks. The kernel knows no EMBR: of one it sees
-  // what the MBR has a slot for, and the volumes in that.
+  // what the MBR has a slot for, and the volumes in that. It looks into no extended partition of a
+  // hidden type, so the volumes in one have no number either.
   std::optional<u32> kernelNumber(const PartitionEntry& entry) const;
   PartitionEntry* findByKernelNumber(u32 number);
-  // The number that lists show and scripts name: the id on an EMBR disk, else the kernel's.
+  // The number that lists show and scripts name: the id on an EMBR disk, else the kernel's; volumes
+  // in extended partitions of a hidden type are numbered on behind the last one that it counts.
   std::optional<u32> listNumber(const PartitionEntry& entry) const;
   PartitionEntry* findByListNumber(u32 number);
   // The extended partition that holds a volume or an inner free block; null on the top level.

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "disk/disk_handles.h"
 #include "ops/flow_bench.h"
 
 namespace tallowin {
@@ -22,6 +23,7 @@ class ConvertFlowTest : public FlowTest {
 };
 
 TEST_F(ConvertFlowTest, TheChoiceLeadsThroughAllSchemesAndBack) {
+  disk_.setBiosNumber(kFirstBiosDisk + 1);
   const auto drive = open(disk_);
   add(*drive, 0, 20480, 0x83, "ONE");
   add(*drive, 0, 20480, 0x0B, "TWO");
@@ -80,6 +82,18 @@ TEST_F(ConvertFlowTest, AGptWithABadCopyIsRepairedFirstAndNothingIsAsked) {
   const FlowResult result = convert(*drive, Scheme::mbr);
   EXPECT_EQ(result.end, FlowEnd::refused);
   EXPECT_EQ(result.code, Error::gptTableCheck);
+  EXPECT_TRUE(before.sameContent(disk_));
+}
+
+TEST_F(ConvertFlowTest, TheFirstDiskKeepsItsEmbr) {
+  const auto drive = open(disk_);
+  expectSure();
+  ASSERT_EQ(convert(*drive, Scheme::embr).end, FlowEnd::done);
+  MemoryDisk before = disk_.copy();
+  for (const Scheme target : {Scheme::mbr, Scheme::gpt}) {
+    ui_.expectMessage("The first disk keeps its EMBR, because the boot manager starts from there.");
+    EXPECT_EQ(convert(*drive, target).end, FlowEnd::refused);
+  }
   EXPECT_TRUE(before.sameContent(disk_));
 }
 

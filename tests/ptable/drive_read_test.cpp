@@ -149,7 +149,8 @@ TEST(DriveRead, ChainsThatDoNotEndAreCutWhereTheyTurn) {
   for (const u8 type : {u8{0x83}, u8{0}}) {
     auto endless = chainOn([type](MemoryDisk& disk) {
       for (u32 i = 0; i < 4000; ++i)
-        putEbr(disk, kStart + i * 16, {{type, 2, 8}, {0x05, (i + 1) * 16, 16}});
+        putEbr(disk, kStart + i * 16,
+               {{type, 2U * (type != 0), 8U * (type != 0)}, {0x05, (i + 1) * 16, 16}});
     });
     EXPECT_EQ(statusOf(endless), u32{kChainOutOfMemory});
     EXPECT_EQ(endless.drive().partitionCount(), type == 0 ? 1U : 256U);
@@ -236,9 +237,13 @@ TEST(DriveRead, WholeDisksForeignSchemesAndHugeDisks) {
   EXPECT_EQ(pictureOf(whole.drive()), "0: 0..204799 0Bh\n");
   EXPECT_EQ(whole.drive().findByKernelNumber(0)->name, "----->");
   EXPECT_EQ(whole.drive().ensureDiskSignature(), Error::unsupportedForm);
+  EXPECT_EQ(whole.drive().checkUnchanged(), Error::none);
   DriveOpenOptions tablesOnly;
   tablesOnly.flags = kDriveReadVolumes;
   EXPECT_EQ(whole.reopen(tablesOnly).table().status, u32{kTableNone});
+  whole.reopen();
+  whole.disk().setSector(0, std::vector<u8>(512));
+  EXPECT_EQ(whole.drive().checkUnchanged(), Error::tableChangedMeanwhile);
 
   TableBench huge(MemoryDisk(u64{6} * 1024 * kMiBSectors * 1024), alignedTo(kMiBSectors));
   EXPECT_EQ(huge.drive().lastUsableSector(), u64{0xFFFFFFFF});

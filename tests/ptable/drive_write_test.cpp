@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "disk/disk_handles.h"
 #include "disk/disk_wrapper.h"
+#include "disk/faulty_disk.h"
 #include "probe/type_catalogue.h"
 #include "ptable/mbr/boot_code.h"
 #include "ptable/scheme_bench.h"
@@ -119,6 +121,32 @@ TEST(DriveWrite, EachFailedTransferLeavesTheTableThatTheErrorNames) {
   for (const Change& change : kChanges) {
     MemoryDisk before = diskOf(change);
     expectFaultsAreTold(before, tableChange(change));
+  }
+}
+
+// The errno and the sector of the transfer that failed come with the name that the contract gives.
+TEST(DriveWrite, TheReasonOfAFailedTransferIsTold) {
+  for (const Change& change : kChanges) {
+    for (const bool isWrite : {false, true}) {
+      bool goesOn = true;
+      for (u64 n = 0; goesOn; ++n) {
+        MemoryDisk disk = diskOf(change);
+        FakeHost host;
+        auto faulty = std::make_shared<FaultyDisk>(disk);
+        auto drive = TableBench::openOn(faulty, host, kAligned);
+        if (isWrite) {
+          faulty->failWrite(n, false);
+        } else {
+          faulty->failRead(faulty->reads() + n, false);
+        }
+        const Failure failed = change.run(*drive);
+        goesOn = bool(failed);
+        // Sectors that cannot be read may hold something, and are not overwritten.
+        const bool keeps = !isWrite && failed == Error::sectorsInUse;
+        EXPECT_TRUE(!failed || keeps || (failed.systemError == EIO && failed.lba != kNoSector))
+            << change.what << ", " << (isWrite ? "write " : "read ") << n;
+      }
+    }
   }
 }
 
@@ -269,7 +297,9 @@ TEST(DriveWrite, SignatureAndKernelNumbersAreSettled) {
       told.assign(wanted.begin(), wanted.end());
       return KernelTable::upToDate;
     }
+    Failure flush() override { return failsFlush ? Failure(Error::flush, EIO) : Failure(); }
     std::vector<KernelPartition> told;
+    bool failsFlush = false;
   };
   MemoryDisk disk(kDiskSectors);
   FakeHost host;
@@ -288,6 +318,8 @@ TEST(DriveWrite, SignatureAndKernelNumbersAreSettled) {
   EXPECT_EQ(spy->told[0].sectorCount, 2U);
   EXPECT_EQ(spy->told[1].number, 5U);
   EXPECT_EQ(spy->told[1].startSector, 22528U);
+  spy->failsFlush = true;
+  EXPECT_EQ(drive->settle().failure, Failure(Error::flush, EIO));
   ASSERT_EQ(drive->reread(), Error::none);
   EXPECT_EQ(drive->diskSignature(), signature);
 }
