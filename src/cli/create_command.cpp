@@ -113,6 +113,7 @@ void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& b
 
 CommandResult noFreeBlock(const std::string& path, const std::optional<u32>& wanted,
                           const Drive& drive) {
+  if (const std::string why = drive.changeRefusal(); !why.empty()) return refused(why);
   if (const std::string why = emptyTableText(drive); !why.empty()) return refused(why);
   if (!wanted) return refused("'" + path + "' has no free block; delete a partition first.");
   return refused(

@@ -75,6 +75,8 @@ const GptCase kCases[] = {
      "sgdisk -n 1:2048:+8M $1; dd if=/dev/zero of=$1 bs=512 seek=131071 count=1 conv=notrunc",
      "missing-backup"},
     {"GrownDisk", "sgdisk -n 1:2048:+8M $1; truncate -s 96M $1", "misplaced-backup"},
+    {"ShortenedDisk", "sgdisk -n 1:2048:+8M $1; truncate -s 48M $1", "shortened-disk"},
+    {"MovedArray", "sgdisk -j 64 -n 1:2048:+8M $1"},
     {"DamagedPrimary",
      "sgdisk -n 1:2048:+8M $1; dd if=/dev/zero of=$1 bs=512 seek=1 count=1 conv=notrunc",
      "damaged-primary"},
@@ -195,7 +197,7 @@ TEST_F(SchemeTest, GptIsCreatedDeletedAndSet) {
   expectSoundGpt();
   EXPECT_EQ(gptRow(path_, 4).type, "C12A7328-F81F-11D2-BA4B-00A0C93EC93B");
   EXPECT_EQ(gptRow(path_, 4).name, "ESP");
-  EXPECT_EQ(gptRow(path_, 5).type, "EBD0A0A2-B9E5-4433-87C0-68B6B72699C7");
+  EXPECT_EQ(gptRow(path_, 5).type, "0FC63DAF-8483-4772-8E79-3D69D8477DE4");
   expectDone("delete", {"--part", "2"});
   expectSoundGpt();
   EXPECT_EQ(gptRow(path_, 2), GptRow{});
@@ -339,6 +341,21 @@ TEST_F(SchemeTest, BothCopiesOfAGptAreLost) {
   EXPECT_EQ(run("set", {"--part", "1", "--type", "7", "--yes"}).status, 1);
   EXPECT_EQ(run("create", {"--type", "linux", "--size", "5"}).status, 1);
   EXPECT_EQ(run("delete", {"--part", "1", "--yes"}).status, 1);
+  EXPECT_EQ(fileHash(path_), before);
+}
+
+TEST_F(SchemeTest, AGptOfTooManyEntriesIsCalledThat) {
+  ASSERT_EQ(makeTable(path_, "label: gpt\ntable-length: 256\nstart=2048,size=100\n"), "");
+  const std::string before = fileHash(path_);
+  const std::vector<std::vector<std::string>> changes = {
+      {"create", path_, "--type", "linux", "--size", "5", "--yes"},
+      {"convert", path_, "--to", "mbr", "--yes"}};
+  for (const auto& change : changes) {
+    const ProgramResult refused = ctl_.run(change);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.output.find("has more entries than fit here"), std::string::npos)
+        << refused.output;
+  }
   EXPECT_EQ(fileHash(path_), before);
 }
 
