@@ -1,11 +1,10 @@
 #include "app/main_window_model.h"
 
 #include <algorithm>
-#include <array>
+#include <cassert>
 
 #include "app/enabled_actions.h"
 #include "app/mbr_view_model.h"
-#include "app/settings_flow.h"
 #include "base/text.h"
 #include "ops/convert_flow.h"
 #include "ops/create_flow.h"
@@ -18,53 +17,106 @@
 namespace tallowin {
 namespace {
 
-// What is fixed about a button.
-struct ActionRow {
-  Action action;
-  const char* label;
-  u32 bit = 0;                    // of enabledActions; 0: does not depend on the row
-  const char* missing = nullptr;  // the engine that comes with a later release
-};
-constexpr std::array<ActionRow, kActionCount> kActions = {{
-    {Action::create, "Crea&te", kCreateBit},
-    {Action::deleteOrUndelete, "De&lete", kDeleteBit},
-    {Action::format, "&Format", kFormatBit},
-    {Action::resize, "&Resize", kResizeBit, "Resizing"},
-    {Action::slide, "&Slide", kSlideBit, "Sliding"},
-    {Action::copy, "&Copy", kCopyBit, "Copying"},
-    {Action::align, "&Align", kAlignBit, "Aligning"},
-    {Action::paste, "&Paste", kPasteBit, "Copying"},
-    {Action::groups, "&Groups", 0, "Groups"},
-    {Action::properties, "Proper&ties", kPropertiesBit, "Editing properties"},
-    {Action::editFile, "&Edit File", kEditFileBit, "Editing files"},
-    {Action::bcdEdit, "&BCD Edit", kBcdEditBit, "Editing the boot configuration"},
-    {Action::trim, "Tri&m", kTrimBit, "Trimming"},
-    {Action::driveSettings, "Dr&ive Settings"},
-    {Action::changeDiskType, "C&hange Disk Type"},
-    {Action::wipeEntireDrive, "&Wipe Entire Drive", 0, "Wiping a drive"},
-    {Action::viewMbr, "&View MBR"},
-    {Action::close, "Close"},
-    {Action::help, "Help"},
-    {Action::settings, "Settings"},
-}};
-
-const ActionRow& rowOf(Action action) { return kActions[static_cast<std::size_t>(action)]; }
-
-// What a row must be for the action, said to somebody who has selected another one.
-const char* wantedRow(Action action) {
-  switch (action) {
-    case Action::create:
-      return "Select free space to create a partition in.";
-    case Action::format:
-      return "Select a FAT partition or volume to format.";
-    default:
-      return "Select a partition that this works with.";
-  }
-}
-
 Control disabled(std::string why) { return {true, false, std::move(why)}; }
 
 }  // namespace
+
+struct MainWindowModel::ActionRow {
+  Action action;
+  Area area;
+  const char* label;
+  Key key = Key::none;
+  // Of enabledActions; 0: it does not depend on the selected row, else `wantedRow` says to somebody
+  // who has selected another one what is to be selected.
+  u32 bit = 0;
+  const char* wantedRow = "Select a partition that this works with.";
+  // What else must be so; null: nothing.
+  std::string (MainWindowModel::*whyNot)() const = nullptr;
+  // Null: the engine comes with a later release.
+  void (MainWindowModel::*run)() = nullptr;
+};
+
+using Model = MainWindowModel;
+const std::array<Model::ActionRow, kActionCount> Model::kActions = {{
+    {.action = Action::driveSettings,
+     .area = Area::drive,
+     .label = "Dr&ive Settings",
+     .whyNot = &Model::whyWithoutDrive,
+     .run = &Model::runDriveSettings},
+    {.action = Action::changeDiskType,
+     .area = Area::drive,
+     .label = "C&hange Disk Type",
+     .whyNot = &Model::whyTypeIsFixed,
+     .run = &Model::runChangeDiskType},
+    {.action = Action::wipeEntireDrive, .area = Area::drive, .label = "&Wipe Entire Drive"},
+    {.action = Action::viewMbr,
+     .area = Area::drive,
+     .label = "&View MBR",
+     .whyNot = &Model::whyWithoutTable,
+     .run = &Model::runViewMbr},
+    {.action = Action::repairTable,
+     .area = Area::aboveList,
+     .label = "* GPT Needs Repair *",
+     .run = &Model::runRepair},
+    {.action = Action::create,
+     .area = Area::besideList,
+     .label = "Crea&te",
+     .key = Key::insert,
+     .bit = kCreateBit,
+     .wantedRow = "Select free space to create a partition in.",
+     .whyNot = &Model::whyTableIsFixed,
+     .run = &Model::runCreate},
+    {.action = Action::deleteOrUndelete,
+     .area = Area::besideList,
+     .label = "De&lete",
+     .key = Key::del,
+     .bit = kDeleteBit,
+     .whyNot = &Model::whyNotDeletable,
+     .run = &Model::runDelete},
+    {.action = Action::format,
+     .area = Area::besideList,
+     .label = "&Format",
+     .bit = kFormatBit,
+     .wantedRow = "Select a FAT partition or volume to format.",
+     .whyNot = &Model::whyNotThisType,
+     .run = &Model::runFormat},
+    {.action = Action::resize, .area = Area::besideList, .label = "&Resize", .bit = kResizeBit},
+    {.action = Action::slide, .area = Area::besideList, .label = "&Slide", .bit = kSlideBit},
+    {.action = Action::copy, .area = Area::besideList, .label = "&Copy", .bit = kCopyBit},
+    {.action = Action::align, .area = Area::besideList, .label = "&Align", .bit = kAlignBit},
+    {.action = Action::paste, .area = Area::besideList, .label = "&Paste", .bit = kPasteBit},
+    {.action = Action::groups, .area = Area::besideList, .label = "&Groups"},
+    {.action = Action::properties,
+     .area = Area::besideList,
+     .label = "Proper&ties",
+     .bit = kPropertiesBit},
+    {.action = Action::editFile,
+     .area = Area::besideList,
+     .label = "&Edit File",
+     .bit = kEditFileBit},
+    {.action = Action::bcdEdit, .area = Area::besideList, .label = "&BCD Edit", .bit = kBcdEditBit},
+    {.action = Action::trim, .area = Area::besideList, .label = "Tri&m", .bit = kTrimBit},
+    {.action = Action::close,
+     .area = Area::lowerEdge,
+     .label = "Close",
+     .key = Key::escape,
+     .run = &Model::runClose},
+    {.action = Action::help,
+     .area = Area::lowerEdge,
+     .label = "Help",
+     .key = Key::f1,
+     .run = &Model::runHelp},
+    {.action = Action::settings,
+     .area = Area::lowerEdge,
+     .label = "Settings",
+     .run = &Model::runSettings},
+}};
+
+const MainWindowModel::ActionRow& MainWindowModel::rowOf(Action action) {
+  const ActionRow& row = kActions[static_cast<std::size_t>(action)];
+  assert(row.action == action);
+  return row;
+}
 
 MainWindowModel::MainWindowModel(Session& session, FrontEnd& frontEnd)
     : session_(session), frontEnd_(frontEnd) {
@@ -111,7 +163,7 @@ void MainWindowModel::refresh(Refresh kind) {
     if (drive_) static_cast<void>(drive_->settle());
   }
   openCurrentDrive();
-  rows_ = drive_ ? partitionRows(*drive_, RowMode::mainList) : std::vector<PartitionRow>{};
+  rows_ = drive_ ? partitionRows(*drive_) : std::vector<PartitionRow>{};
   selectAgain(id, row);
   ++revision_;
 }
@@ -164,6 +216,8 @@ std::string MainWindowModel::geometryLabel() const {
   return format("%u/%u/%u", geometry.maxCylinder, geometry.maxHead, geometry.sectorsPerTrack);
 }
 
+Area MainWindowModel::area(Action action) { return rowOf(action).area; }
+
 std::string MainWindowModel::label(Action action) const {
   const PartitionEntry* entry = selection();
   if (action == Action::deleteOrUndelete && entry && entry->isFree()) return "Unde&lete";
@@ -172,16 +226,10 @@ std::string MainWindowModel::label(Action action) const {
 
 Control MainWindowModel::control(Action action) const {
   const ActionRow& row = rowOf(action);
-  if (row.missing) return disabled(std::string(row.missing) + " comes with a later release.");
-  std::string why;
-  if (row.bit != 0)
-    why = whyUnavailable(action);
-  else if (action == Action::driveSettings)
-    why = whyWithoutDrive();
-  else if (action == Action::viewMbr)
-    why = whyWithoutTable();
-  else if (action == Action::changeDiskType)
-    why = whyTypeIsFixed();
+  if (action == Action::repairTable && !needsRepair()) return {false, true, {}};
+  if (!row.run) return disabled("This comes with a later release.");
+  std::string why = row.bit != 0 ? whyNotOnRow(row) : std::string();
+  if (why.empty() && row.whyNot) why = (this->*row.whyNot)();
   return why.empty() ? Control{} : disabled(std::move(why));
 }
 
@@ -197,10 +245,8 @@ std::string MainWindowModel::whyTypeIsFixed() const {
   return drive_->schemeChangeRefusal();
 }
 
-std::string MainWindowModel::errorLabel() const {
-  if (hasErrors()) return kErrorLabel;
-  const bool isSound = !drive_ || !drive_->gptHealth() || drive_->gptHealth()->isSound();
-  return isSound ? "" : "* GPT Needs Repair *";
+bool MainWindowModel::needsRepair() const {
+  return drive_ && drive_->gptHealth() && !drive_->gptHealth()->isSound();
 }
 
 std::string MainWindowModel::whyWithoutDrive() const {
@@ -215,45 +261,52 @@ std::string MainWindowModel::whyEmpty() const {
   return drive_ && whyNoDrive_.empty() ? emptyTableText(*drive_) : whyWithoutDrive();
 }
 
-std::string MainWindowModel::whyUnavailable(Action action) const {
+std::string MainWindowModel::whyNotOnRow(const ActionRow& row) const {
   if (std::string why = whyWithoutDrive(); !why.empty()) return why;
   const PartitionEntry* entry = selection();
   if (!entry) {
     const std::string why = whyEmpty();
     return !why.empty() ? why : "Select a row of the list first.";
   }
-  if (action == Action::deleteOrUndelete && entry->isFree())
-    return "Recovering deleted partitions comes with a later release.";
-  if (entry->isInError() && action != Action::deleteOrUndelete)
-    return "This entry overlaps another one or cannot be right; it can only be deleted.";
-  const ActionFacts facts{.isGpt = drive_->isGpt()};
-  if ((enabledActions(*entry, facts) & rowOf(action).bit) == 0) return wantedRow(action);
-  return action == Action::format ? whyNotFormattable(entry->type) : drive_->changeRefusal();
+  if ((enabledActions(*entry, {.isGpt = drive_->isGpt()}) & row.bit) != 0) return {};
+  if (const auto fault = faultText(*entry))
+    return "This partition can only be deleted: " + *fault + ".";
+  return row.wantedRow;
 }
+
+std::string MainWindowModel::whyTableIsFixed() const { return drive_->changeRefusal(); }
+
+std::string MainWindowModel::whyNotDeletable() const {
+  return selection()->isFree() ? "Recovering deleted partitions comes with a later release."
+                               : whyTableIsFixed();
+}
+
+std::string MainWindowModel::whyNotThisType() const { return whyNotFormattable(selection()->type); }
 
 void MainWindowModel::press(Action action) {
-  if (!control(action).enabled) return;
-  if (action == Action::close) return closeWindow();
-  if (action == Action::help) {
-    if (showHelp_) showHelp_(kHelpTopic);
-    return;
-  }
-  if (action == Action::settings || action == Action::driveSettings) return runSettings(action);
-  if (action == Action::viewMbr) return runViewMbr();
-  if (action == Action::changeDiskType) return runChangeDiskType();
-  runFlow(action);
+  if (const Control button = control(action); button.shown && button.enabled)
+    (this->*rowOf(action).run)();
 }
 
-void MainWindowModel::runSettings(Action action) {
-  const SettingsContext context{session_, frontEnd_,
-                                [this](Drive& drive, bool limit) {
-                                  return limitPrimaries(session_.context(frontEnd_), drive, limit);
-                                },
-                                showHelp_};
-  const bool changed = action == Action::settings
-                           ? editSettings(context, drive_.get(), whyWithoutDrive())
-                           : editDriveSettings(context, *drive_);
-  if (changed) refresh(Refresh::afterAction);
+SettingsContext MainWindowModel::settingsContext() {
+  return {session_, frontEnd_,
+          [this](Drive& drive, bool limit) {
+            return limitPrimaries(session_.context(frontEnd_), drive, limit);
+          },
+          showHelp_};
+}
+
+void MainWindowModel::runSettings() {
+  if (editSettings(settingsContext(), drive_.get(), whyWithoutDrive()))
+    refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runDriveSettings() {
+  if (editDriveSettings(settingsContext(), *drive_)) refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runHelp() {
+  if (showHelp_) showHelp_(kHelpTopic);
 }
 
 void MainWindowModel::runViewMbr() {
@@ -263,45 +316,59 @@ void MainWindowModel::runViewMbr() {
   refresh(Refresh::afterAction);
 }
 
-// Before a change of the table: offers to repair a GPT of which one copy is not sound. False when
-// the action makes no sense any more.
-bool MainWindowModel::offerRepair(Action action) {
-  if (!drive_->gptHealth() || drive_->gptHealth()->isSound()) return true;
-  // Whatever the answer, the flow that follows is the one that says what it cannot do.
+// The flows below have told the user how they ended.
+
+void MainWindowModel::runRepair() {
   static_cast<void>(repairGptFlow(session_.context(frontEnd_), *drive_));
   refresh(Refresh::afterAction);
+}
+
+// Before a change of the table: offers to repair a GPT of which one copy is not sound. Whatever the
+// answer, the flow that follows is the one that says what it cannot do. False when the action makes
+// no sense any more.
+bool MainWindowModel::offerRepair(Action action) {
+  if (!needsRepair()) return true;
+  runRepair();
   return control(action).enabled;
 }
 
 void MainWindowModel::runChangeDiskType() {
   if (!offerRepair(Action::changeDiskType)) return;
-  // The flow has told the user how it ended.
   static_cast<void>(changeDiskTypeFlow(session_.context(frontEnd_), *drive_));
   refresh(Refresh::afterAction);
 }
 
-void MainWindowModel::runFlow(Action action) {
-  const OperationContext context = session_.context(frontEnd_);
-  if (action != Action::format && !offerRepair(action)) return;
-  PartitionEntry& entry = *selectedEntry();
-  // The flow has told the user how it ended.
-  switch (action) {
-    case Action::create:
-      static_cast<void>(createFlow(context, *drive_, entry));
-      break;
-    case Action::deleteOrUndelete:
-      static_cast<void>(deleteFlow(context, *drive_, entry));
-      break;
-    case Action::format:
-      static_cast<void>(formatFlow(context, *drive_, entry));
-      break;
-    default:
-      return;
-  }
+void MainWindowModel::runCreate() {
+  if (!offerRepair(Action::create)) return;
+  const std::vector<PartitionRow> before = rows_;
+  static_cast<void>(createFlow(session_.context(frontEnd_), *drive_, *selectedEntry()));
+  refresh(Refresh::afterAction);
+  selectNew(before);
+}
+
+// The partition that was not there before, when there is one.
+void MainWindowModel::selectNew(const std::vector<PartitionRow>& before) {
+  const auto isNew = [&](const PartitionRow& row) {
+    return !row.isFree && std::ranges::none_of(before, [&](const PartitionRow& old) {
+      return !old.isFree && old.startSector == row.startSector && old.isVolume == row.isVolume;
+    });
+  };
+  if (const auto found = std::ranges::find_if(rows_, isNew); found != rows_.end())
+    selectedRow_ = static_cast<std::size_t>(found - rows_.begin());
+}
+
+void MainWindowModel::runDelete() {
+  if (!offerRepair(Action::deleteOrUndelete)) return;
+  static_cast<void>(deleteFlow(session_.context(frontEnd_), *drive_, *selectedEntry()));
   refresh(Refresh::afterAction);
 }
 
-void MainWindowModel::closeWindow() {
+void MainWindowModel::runFormat() {
+  static_cast<void>(formatFlow(session_.context(frontEnd_), *drive_, *selectedEntry()));
+  refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runClose() {
   drive_.reset();
   rows_.clear();
   selectedRow_.reset();
@@ -310,19 +377,10 @@ void MainWindowModel::closeWindow() {
 }
 
 void MainWindowModel::key(Key key) {
-  switch (key) {
-    case Key::insert:
-      return press(Action::create);
-    case Key::del:
-      return press(Action::deleteOrUndelete);
-    case Key::f1:
-      return press(Action::help);
-    case Key::f5:
-      return refresh(Refresh::afterAction);
-    case Key::f10:
-    case Key::escape:
-      return press(Action::close);
-  }
+  if (key == Key::f5) return refresh(Refresh::afterAction);
+  if (key == Key::f10) key = Key::escape;
+  for (const ActionRow& row : kActions)
+    if (key != Key::none && row.key == key) return press(row.action);
 }
 
 void MainWindowModel::digit(u32 digit) {

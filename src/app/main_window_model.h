@@ -1,6 +1,7 @@
 // What the main window shows and does, without a widget.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -9,13 +10,19 @@
 
 #include "app/partition_rows.h"
 #include "app/session.h"
+#include "app/settings_flow.h"
 #include "ops/dialog_model.h"
 #include "ops/front_end.h"
 
 namespace tallowin {
 
-// One value per button of the window.
+// One value per button of the window, in the order of the Tab key within its area.
 enum class Action {
+  driveSettings,
+  changeDiskType,
+  wipeEntireDrive,
+  viewMbr,
+  repairTable,
   create,
   deleteOrUndelete,  // one button with two labels
   format,
@@ -29,18 +36,17 @@ enum class Action {
   editFile,
   bcdEdit,
   trim,
-  driveSettings,
-  changeDiskType,
-  wipeEntireDrive,
-  viewMbr,
   close,
   help,
   settings,
 };
 inline constexpr std::size_t kActionCount = static_cast<std::size_t>(Action::settings) + 1;
 
+// Where the button of an action stands.
+enum class Area { drive, aboveList, besideList, lowerEdge };
+
 // The keys that the window answers to wherever its focus is.
-enum class Key { insert, del, f1, f5, f10, escape };
+enum class Key : u8 { none, insert, del, f1, f5, f10, escape };
 
 // The view shows the model's answers, reports what the user did, and fills its widgets again
 // whenever revision() has changed. Everything that is asked or said goes through the front end.
@@ -81,14 +87,15 @@ class MainWindowModel {
   std::string whyWithoutDrive() const;
   // Why there are no rows; empty when there are, and of a table that cannot be read.
   std::string whyEmpty() const;
-  bool hasErrors() const;          // of the rows
-  std::string errorLabel() const;  // what is wrong with the table; empty when nothing is
+  bool hasErrors() const;  // of the rows
   static constexpr const char* kErrorLabel = "* Errors Exist *";
   std::string geometryLabel() const;  // "%u/%u/%u"; empty without a drive
 
+  static Area area(Action action);
   // With its mnemonic; only that of deleteOrUndelete changes.
   std::string label(Action action) const;
-  // A disabled button says in `whyDisabled` what is missing.
+  // A disabled button says in `whyDisabled` what is missing; that of repairTable is shown when
+  // there is something to repair.
   Control control(Action action) const;
 
   // Does nothing when the action's button is disabled.
@@ -113,16 +120,33 @@ class MainWindowModel {
   void fillDrives();
   void refresh(Refresh kind);
   void openCurrentDrive();
+  void selectNew(const std::vector<PartitionRow>& before);
   void selectAgain(std::optional<PartitionId> id, std::optional<std::size_t> row);
+  // One row per action: where it is, what it is called, when it can be had, what it does.
+  struct ActionRow;
+  static const std::array<ActionRow, kActionCount> kActions;
+  static const ActionRow& rowOf(Action action);
+
+  void runCreate();
+  void runDelete();
+  void runFormat();
   void runViewMbr();
-  void runFlow(Action action);
   void runChangeDiskType();
+  void runRepair();
+  void runSettings();
+  void runDriveSettings();
+  void runHelp();
+  void runClose();
+
   bool offerRepair(Action action);
-  std::string whyTypeIsFixed() const;
-  void runSettings(Action action);
-  void closeWindow();
+  bool needsRepair() const;
+  SettingsContext settingsContext();
+  std::string whyNotOnRow(const ActionRow& row) const;
+  std::string whyNotDeletable() const;
+  std::string whyNotThisType() const;
   std::string whyWithoutTable() const;
-  std::string whyUnavailable(Action action) const;
+  std::string whyTypeIsFixed() const;
+  std::string whyTableIsFixed() const;
   const PartitionEntry* selection() const;
 
   Session& session_;

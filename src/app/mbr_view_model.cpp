@@ -7,22 +7,17 @@
 #include "base/text.h"
 #include "ops/error_text.h"
 #include "ops/mbr_edit_flow.h"
+#include "ops/restore_table_flow.h"
+#include "ops/target_text.h"
 
 namespace tallowin {
 namespace {
 
+constexpr const char* kTitle = "View MBR";
+
 constexpr std::array<const char*, kMbrActionCount> kLabels = {
     "&Set Active", "&Insert",    "&Delete",   "Move &Up",    "Move Dow&n", "Std &MBR",
     "Win&7 MBR",   "&Clear Sig", "&Edit Sig", "&Fill E-CHS", "A&pply",     "Cancel"};
-
-std::string rowText(const MbrSlotRow& row) {
-  const char* const tab = "\t";
-  return format(
-      "%s%s%s%s\x0fr%u%s\x0fr%u%s\x0fr%u%s\x0fr%Xh%s\x0fr%u%s\x0fr%u%s\x0fr%u%s\x0fr%u%s\x0fr%u%s",
-      row.name.c_str(), tab, row.isActive ? "Active" : " ", tab, row.start.cylinder, tab,
-      row.start.head, tab, row.start.sector, tab, row.type, tab, row.end.cylinder, tab,
-      row.end.head, tab, row.end.sector, tab, row.startLba, tab, row.sectorCount, tab);
-}
 
 }  // namespace
 
@@ -36,14 +31,7 @@ MbrViewModel::MbrViewModel(FrontEnd& ui, Drive& drive, MbrEditor& editor,
     : ui_(ui), drive_(drive), editor_(editor), apply_(std::move(apply)) {}
 
 std::string MbrViewModel::title() const {
-  constexpr const char* kTitle = "View MBR";
   return drive_.isGpt() ? format("%s - ", kTitle) + guidText(drive_.diskGuid()) : kTitle;
-}
-
-std::vector<std::string> MbrViewModel::rows() const {
-  std::vector<std::string> texts;
-  for (const MbrSlotRow& row : editor_.rows()) texts.push_back(rowText(row));
-  return texts;
 }
 
 std::string MbrViewModel::signatureLabel() const {
@@ -102,7 +90,7 @@ void MbrViewModel::edit(MbrAction action, bool shiftHeld) {
     case MbrAction::apply:
       return write();
     case MbrAction::cancel:
-      return close();
+      return cancel();
   }
 }
 
@@ -110,7 +98,7 @@ void MbrViewModel::insert() {
   if (!mayGiveUpSlot(ui_, editor_, selected_, Consent::insist)) return;
   const auto candidates = editor_.candidates(selected_);
   std::vector<PartitionRow> rows;
-  for (PartitionRow& row : partitionRows(drive_, RowMode::tableEntries))
+  for (PartitionRow& row : partitionRows(drive_))
     if (std::ranges::find(candidates, row.id, &TableEntry::id) != candidates.end())
       rows.push_back(std::move(row));
   if (rows.empty())
@@ -147,9 +135,22 @@ void MbrViewModel::tellDone() {
                 "Notice");
 }
 
+bool MbrViewModel::isSure(const std::string& what) {
+  return ui_.confirm(Consent::general, kTitle, what + "\n\nAre you sure you want to continue?");
+}
+
 void MbrViewModel::write() {
+  if (!editor_.isChanged()) return close();
+  if (!isSure("The changes are written to the boot sector of\n" + describeDisk(drive_.disk()) +
+              "."))
+    return;
   applied = apply_().succeeded();
   if (applied) close();
+}
+
+void MbrViewModel::cancel() {
+  if (!editor_.isChanged() || isSure("The changes are not on the disk yet, and are dropped."))
+    close();
 }
 
 FlowResult viewMbr(const OperationContext& context, Drive& drive,
@@ -159,10 +160,13 @@ FlowResult viewMbr(const OperationContext& context, Drive& drive,
     context.ui.errorBox(tableErrorText(error));
     return {FlowEnd::failed, error, 0};
   }
+  std::string keptTable;
   MbrViewModel model(context.ui, drive, editor,
-                     [&] { return applyMbrEdit(context, drive, editor); });
+                     [&] { return applyMbrEdit(context, drive, editor, keptTable); });
   if (showHelp) model.help = [&] { showHelp(MbrViewModel::kHelpTopic); };
   context.ui.run(model);
+  if (model.applied && !keptTable.empty())
+    tellWithUndo(context, drive, kTitle, "The boot sector was written.", keptTable);
   return model.applied ? FlowResult{} : FlowResult{FlowEnd::cancelled, Error::cancelled, 0};
 }
 

@@ -54,8 +54,7 @@ class MbrViewModel : public DialogModel {
   // Grows with every change of what is shown.
   u32 revision() const { return revision_; }
   std::string title() const;
-  // Fields separated by tabs, as in PartitionRow.
-  std::vector<std::string> rows() const;
+  std::vector<MbrSlotRow> rows() const { return editor_.rows(); }
   std::string signatureLabel() const;  // "0x%08X"
 
   std::size_t selected() const { return selected_; }
@@ -65,6 +64,8 @@ class MbrViewModel : public DialogModel {
   Control control(MbrAction action) const;
   // Does nothing when the button is disabled. `shiftHeld` counts for setActive only.
   void press(MbrAction action, bool shiftHeld = false);
+  // Asks before changes are dropped.
+  void cancel() override;
 
   // The F1 key; shows the help window. Set before the dialog is run.
   std::function<void()> help = [] {};
@@ -80,6 +81,7 @@ class MbrViewModel : public DialogModel {
   void editSignature();
   void tellDone();
   void write();
+  bool isSure(const std::string& what);
 
   FrontEnd& ui_;
   Drive& drive_;

@@ -8,23 +8,21 @@
 
 namespace tallowin {
 
-// Which rows a list has, and their columns.
-enum class RowMode : u32 {
-  mainList = 1,      // every entry of the top level, each followed by its volumes
-  tableEntries = 5,  // entries of the top level that are not free; columns as in the main list
-  names = 7,         // used partitions, then used volumes, by name only
-};
-
-// Fields are separated by tabs; one that starts with 0x0F and `r` is right-aligned.
-inline constexpr char kRowFormatEscape = 0x0F;
-// Widths in pixels of the columns of mainList and tableEntries; the last takes the rest.
-inline constexpr int kRowColumnWidths[] = {160, 55, 80};
-
+// What a list knows of one entry; how it looks is the view's.
 struct PartitionRow {
-  std::string text;
   PartitionId id = 0;
+  bool isVolume = false;
+  bool isFree = false;
+  bool isInError = false;  // itself, or its chain of volumes
+  u64 startSector = 0;
+  std::string name;  // UTF-8
+  std::string kind;  // "Partition", "Volume"
+  std::string size;
+  std::string type;
 };
 
-std::vector<PartitionRow> partitionRows(const Drive& drive, RowMode mode);
+// Every entry of the top level in the order of the disk, each followed by its volumes; free blocks
+// too.
+std::vector<PartitionRow> partitionRows(const Drive& drive);
 
 }  // namespace tallowin

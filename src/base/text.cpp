@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "base/utf8.h"
+
 namespace tallowin {
 
 std::string formatList(const char* pattern, std::va_list arguments) {
@@ -99,13 +101,15 @@ bool parseNumber(std::string_view text, u64& value) {
 }
 
 std::string printableFromUtf8(std::string_view text) {
-  std::string plain;
-  for (const char c : text) {
-    const auto byte = static_cast<u8>(c);
-    const bool isContinuation = (byte & 0xC0) == 0x80;
-    if (!isContinuation) plain += byte < 0x80 ? c : '?';
+  std::string result;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t start = at;
+    const char32_t c = nextCharacter(text, at);
+    const bool isControl = c < 0x20 || (c >= 0x7F && c < 0xA0);
+    const bool isNone = c == kReplacementCharacter && at == start + 1;
+    result += isControl || isNone ? std::string_view(" ") : text.substr(start, at - start);
   }
-  return printable(plain);
+  return result;
 }
 
 std::string printable(std::string_view text) {

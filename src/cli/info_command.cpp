@@ -5,6 +5,7 @@
 #include "cli/commands.h"
 #include "cli/fat_facts.h"
 #include "cli/target.h"
+#include "ops/target_text.h"
 #include "probe/type_catalogue.h"
 #include "ptable/gpt/gpt_types.h"
 
@@ -41,7 +42,7 @@ std::string factsText(Drive& drive, const ListedRow& row, const PartitionFacts& 
   std::string text = format(
       "Name           %s\nType           %s (%u, 0x%02X)\nSize           %s, %llu sectors\n"
       "Sectors        %llu..%llu\nCHS            %s..%s\nBoot flag      0x%02X\n",
-      entry.name.c_str(), types::name(entry.type).c_str(), entry.type, entry.type,
+      entry.name.c_str(), typeText(entry).c_str(), entry.type, entry.type,
       sizeText(entry.startSector, entry.endSector, drive.sectorSize()).c_str(),
       static_cast<unsigned long long>(entry.sectorCount()),
       static_cast<unsigned long long>(entry.startSector),

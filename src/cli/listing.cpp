@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "base/utf8.h"
 #include "cli/progress_line.h"
 #include "fat/fat_volume.h"
 #include "ops/target_text.h"
@@ -59,15 +60,23 @@ std::string flagsOf(const PartitionEntry& entry) {
   return std::string(trimRight(flags));
 }
 
+// Columns are of characters, which printf counts in bytes.
+std::string padded(std::string text, std::size_t width) {
+  std::size_t characters = 0;
+  for (std::size_t at = 0; at < text.size(); ++characters) nextCharacter(text, at);
+  if (characters < width) text.append(width - characters, ' ');
+  return text;
+}
+
 std::string rowLine(Drive& drive, const ListedRow& row) {
   const PartitionEntry& entry = *row.entry;
   const std::string number = row.number ? format("%u", *row.number) : "-";
-  return format("%4s  %-10s %-24s %12llu %12llu %10s  %-20s %-8s %s", number.c_str(),
-                kindName(row.kind), entry.name.c_str(),
+  return format("%4s  %-10s %s %12llu %12llu %10s  %-20s %-8s %s", number.c_str(),
+                kindName(row.kind), padded(entry.name, 24).c_str(),
                 static_cast<unsigned long long>(entry.startSector),
                 static_cast<unsigned long long>(entry.endSector),
                 sizeText(entry.startSector, entry.endSector, drive.sectorSize()).c_str(),
-                types::name(entry.type).c_str(), contentName(drive, entry).value_or("").c_str(),
+                typeText(entry).c_str(), contentName(drive, entry).value_or("").c_str(),
                 flagsOf(entry).c_str());
 }
 
@@ -152,20 +161,6 @@ std::optional<std::string> contentName(Drive& drive, const PartitionEntry& entry
   }
 }
 
-std::optional<std::string> faultText(const PartitionEntry& entry) {
-  if (entry.status & kEntryImpossible) return "ends before it starts, or starts before its EBR";
-  if (entry.status & kEntryOverlaps) return "overlaps its neighbour or leaves its container";
-  if (entry.type == types::kUntyped) return "has sectors but no type";
-  if (entry.status & kEntryUnclear) return "its boot record holds more than a volume and a link";
-  const auto* table = dynamic_cast<const TableEntry*>(&entry);
-  if (!table || !table->volumes) return std::nullopt;
-  if (table->volumes->status & kChainLoops) return "its chain of volumes loops or points backwards";
-  if (table->volumes->status & kChainReadError) return "its chain of volumes cannot be read";
-  if (table->volumes->status & kChainOutOfMemory) return "its chain of volumes is too long";
-  if (table->volumes->status & kChainUnclear) return "its chain of volumes is not understood";
-  return std::nullopt;
-}
-
 std::string listingText(Drive& drive) {
   DiskDevice& disk = drive.disk();
   const u64 sectors = drive.lastLba() + 1;
@@ -191,9 +186,8 @@ std::string listingText(Drive& drive) {
 std::string rowText(const Drive& drive, const ListedRow& row) {
   const PartitionEntry& entry = *row.entry;
   return format("%s: %s '%s', sectors %llu..%llu, %s",
-                row.number ? format("%u", *row.number).c_str() : "-",
-                types::name(entry.type).c_str(), entry.name.c_str(),
-                static_cast<unsigned long long>(entry.startSector),
+                row.number ? format("%u", *row.number).c_str() : "-", typeText(entry).c_str(),
+                entry.name.c_str(), static_cast<unsigned long long>(entry.startSector),
                 static_cast<unsigned long long>(entry.endSector),
                 sizeText(entry.startSector, entry.endSector, drive.sectorSize()).c_str());
 }
@@ -208,7 +202,7 @@ void writeRow(JsonWriter& json, Drive& drive, const ListedRow& row) {
   json.number("end", entry.endSector);
   json.number("sectors", entry.sectorCount());
   json.number("type", entry.type);
-  json.text("type_name", types::name(entry.type));
+  json.text("type_name", typeText(entry));
   json.textOrNull("type_guid", guidOrNothing(entry.typeGuid));
   json.textOrNull("unique_guid", guidOrNothing(entry.uniqueGuid));
   json.number("attributes", entry.attributes);

@@ -28,9 +28,6 @@ PartitionEntry* findFreeBlock(Drive& drive, std::optional<u32> number);
 // What lies in the partition ("fat16", "ntfs", "ext"); nothing when that is not known.
 std::optional<std::string> contentName(Drive& drive, const PartitionEntry& entry);
 
-// What is wrong with the entry; nothing when it is sound.
-std::optional<std::string> faultText(const PartitionEntry& entry);
-
 bool isHiddenEntry(const PartitionEntry& entry);
 
 // What is wrong with the copies of the table, and what to do about it; empty when nothing is.

@@ -145,7 +145,9 @@ CommandResult change(CommandContext& context, const MbrWish& wanted, Target& tar
                           "The boot sector of this disk is changed.\nDisk: " +
                               describeDisk(drive.disk()) + "\nAre you sure you want to continue?"))
     return notConfirmed(context);
-  const FlowResult flow = applyMbrEdit(context.session.context(context.ui), drive, editor);
+  std::string keptTable;
+  const FlowResult flow =
+      applyMbrEdit(context.session.context(context.ui), drive, editor, keptTable);
   CommandResult result = resultOfFlow(flow, context.ui, "The boot sector was not changed.");
   if (!result.succeeded()) return result;
   show(context, editor);

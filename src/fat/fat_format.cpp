@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/text.h"
+#include "base/utf8.h"
 #include "fat/fat_layout.h"
 #include "fat/fat_surface_scan.h"
 #include "move/move_callback.h"
@@ -209,11 +210,12 @@ bool FatFormatter::makeRootAt(u32 cluster) {
 
 std::string fatLabelText(std::string_view label) {
   constexpr std::string_view kAllowed = " !#$%&()-^_{}~";
-  std::string text(label.substr(0, kFatLabelLength));
-  for (char& c : text) {
-    c = upperAscii(c);
+  std::string text;
+  for (std::size_t at = 0; at < label.size() && text.size() < kFatLabelLength;) {
+    const char32_t wide = nextCharacter(label, at);
+    const char c = wide < 0x80 ? upperAscii(static_cast<char>(wide)) : '_';
     const bool isAlphanumeric = (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-    if (!isAlphanumeric && kAllowed.find(c) == std::string_view::npos) c = '_';
+    text += isAlphanumeric || kAllowed.find(c) != std::string_view::npos ? c : '_';
   }
   text.resize(kFatLabelLength, ' ');
   return text;

@@ -7,6 +7,7 @@
 #include "disk/mount_check.h"
 #include "ops/convert_text.h"
 #include "ops/error_text.h"
+#include "ops/restore_table_flow.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
@@ -220,9 +221,7 @@ FlowResult changeDiskTypeFlow(const OperationContext& context, Drive& drive) {
   if (pressed >= offered.size()) return stoppedByUser();
   const FlowResult result = convertFlow(context, drive, offered[pressed], keptTable);
   if (result.succeeded() && !keptTable.empty())
-    context.ui.noticeBox(
-        "The disk has the new type now.\n\n" + undoText(drive.disk().displayName(), keptTable),
-        kTitle);
+    tellWithUndo(context, drive, kTitle, "The disk has the new type now.", keptTable);
   return result;
 }
 

@@ -21,11 +21,13 @@ std::optional<u32> parseSignature(std::string_view text) {
   return static_cast<u32>(value);
 }
 
-FlowResult applyMbrEdit(const OperationContext& context, Drive& drive, MbrEditor& editor) {
+FlowResult applyMbrEdit(const OperationContext& context, Drive& drive, MbrEditor& editor,
+                        std::string& keptTable) {
   if (const auto stopped = refuseWhenReadOnlyDisk(context, drive)) return *stopped;
   TableChange change(context, drive);
   if (const auto stopped = change.begin(WriteTarget::tableOnly())) return *stopped;
   const Failure error = change.end(editor.apply());
+  keptTable = change.keptTable();
   if (error == Error::none) return {};
   context.ui.errorBox(mbrErrorText(error));
   return {FlowEnd::failed, error, 0};

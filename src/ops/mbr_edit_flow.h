@@ -20,7 +20,9 @@ bool mayGiveUpSlot(FrontEnd& ui, const MbrEditor& editor, std::size_t slot, Cons
 std::optional<u32> parseSignature(std::string_view text);
 
 // Locks the disk, keeps the old table, applies the copy, and reads the drive again: entries on
-// hand are stale afterwards.
-FlowResult applyMbrEdit(const OperationContext& context, Drive& drive, MbrEditor& editor);
+// hand are stale afterwards. `keptTable` receives the file with the old table; it stays empty when
+// nothing was kept.
+FlowResult applyMbrEdit(const OperationContext& context, Drive& drive, MbrEditor& editor,
+                        std::string& keptTable);
 
 }  // namespace tallowin

@@ -61,4 +61,18 @@ FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
   return {FlowEnd::failed, error, 0};
 }
 
+void tellWithUndo(const OperationContext& context, Drive& drive, const std::string& title,
+                  const std::string& what, const std::string& keptTable) {
+  const ChoiceBox box{title,
+                      MessageKind::notice,
+                      what + "\n\nThe old partition table is kept in\n" + keptTable,
+                      {"\x1B&OK", "&Undo the Change"}};
+  if (context.ui.choiceBox(box) == 0) return;
+  TableBackup backup;
+  if (readTableBackup(keptTable, backup))
+    return context.ui.errorBox("The kept partition table could not be read.\nNothing was changed.");
+  // It tells how it ended.
+  static_cast<void>(restoreTableFlow(context, drive, backup));
+}
+
 }  // namespace tallowin

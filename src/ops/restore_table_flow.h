@@ -13,4 +13,8 @@ namespace tallowin {
 FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
                             const TableBackup& backup);
 
+// Says what was done to the table and where the old one is kept, beside a button that puts it back.
+void tellWithUndo(const OperationContext& context, Drive& drive, const std::string& title,
+                  const std::string& what, const std::string& keptTable);
+
 }  // namespace tallowin

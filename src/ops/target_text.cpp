@@ -2,6 +2,7 @@
 
 #include "base/text.h"
 #include "probe/type_catalogue.h"
+#include "ptable/gpt/gpt_types.h"
 
 namespace tallowin {
 
@@ -32,6 +33,26 @@ const char* kindWord(const PartitionEntry& entry) {
   return entry.isVolume() ? "Volume" : "Partition";
 }
 
+std::string typeText(const PartitionEntry& entry) {
+  const char* const byGuid = entry.type == types::kGptEntry ? gptTypeName(entry.typeGuid) : nullptr;
+  return byGuid ? byGuid : types::name(entry.type);
+}
+
+std::optional<std::string> faultText(const PartitionEntry& entry) {
+  if (entry.status & kEntryImpossible) return "ends before it starts, or starts before its EBR";
+  if (entry.status & kEntryOverlaps) return "overlaps its neighbour or leaves its container";
+  if (entry.type == types::kUntyped) return "has sectors but no type";
+  if (entry.status & kEntryUnclear) return "its boot record holds more than a volume and a link";
+  if (entry.isInError()) return "cannot be right";
+  const auto* table = dynamic_cast<const TableEntry*>(&entry);
+  if (!table || !table->volumes) return std::nullopt;
+  if (table->volumes->status & kChainLoops) return "its chain of volumes loops or points backwards";
+  if (table->volumes->status & kChainReadError) return "its chain of volumes cannot be read";
+  if (table->volumes->status & kChainOutOfMemory) return "its chain of volumes is too long";
+  if (table->volumes->status & kChainUnclear) return "its chain of volumes is not understood";
+  return std::nullopt;
+}
+
 std::string describeTarget(Drive& drive, const PartitionEntry& entry) {
   std::string which = kindWord(entry);
   if (const auto number = drive.listNumber(entry))
@@ -46,7 +67,7 @@ std::string summaryLine(const std::string& what, const std::string& value) {
 }
 
 EntrySummary summaryOf(const Drive& drive, const PartitionEntry& entry) {
-  return {summaryLine("Name", entry.name), summaryLine("Type", types::name(entry.type)),
+  return {summaryLine("Name", entry.name), summaryLine("Type", typeText(entry)),
           summaryLine("Size", sizeText(entry.startSector, entry.endSector, drive.sectorSize()))};
 }
 

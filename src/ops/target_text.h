@@ -1,6 +1,7 @@
 // How disks and partitions are named in questions and summaries.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "ptable/drive.h"
@@ -16,6 +17,13 @@ std::string describeTarget(Drive& drive, const PartitionEntry& entry);
 
 // "Partition" or "Volume".
 const char* kindWord(const PartitionEntry& entry);
+
+// The name of its type. Of a GPT entry whose content is not recognised it is that of its GUID.
+std::string typeText(const PartitionEntry& entry);
+
+// What is wrong with an entry or its chain of volumes, as in "overlaps its neighbour"; nothing when
+// all is well.
+std::optional<std::string> faultText(const PartitionEntry& entry);
 
 // Why a sound table shows neither a partition nor free space, and what would help; empty when it
 // shows something.

@@ -3,11 +3,12 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "base/utf8.h"
 
 namespace tallowin {
 
 void PartitionEntry::setName(std::string_view text) {
-  name = printable(text.substr(0, kMaxNameLength));
+  name = printableFromUtf8(text.substr(0, bytesOfCharacters(text, kMaxNameLength)));
 }
 
 bool VolumeList::isInError() const {

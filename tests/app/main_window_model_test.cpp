@@ -40,18 +40,19 @@ class MainWindowTest : public testing::Test {
     model_ = std::make_unique<MainWindowModel>(*session_, ui_);
     return *model_;
   }
-  // The first row with this text in it.
-  void select(const std::string& part) {
+  // The first row of this type.
+  void select(const std::string& type) {
     const auto& rows = window().rows();
-    const auto row = std::find_if(rows.begin(), rows.end(), [&](const PartitionRow& r) {
-      return r.text.find(part) != std::string::npos;
-    });
-    ASSERT_NE(row, rows.end()) << part;
+    const auto row = std::ranges::find(rows, type, &PartitionRow::type);
+    ASSERT_NE(row, rows.end()) << type;
     window().selectRow(static_cast<std::size_t>(row - rows.begin()));
   }
+  // "name|kind|size|type", with an E before the name of what is in error.
   std::vector<std::string> texts() {
     std::vector<std::string> all;
-    for (const PartitionRow& row : window().rows()) all.push_back(row.text);
+    for (const PartitionRow& row : window().rows())
+      all.push_back((row.isInError ? "E " : "") + row.name + "|" + row.kind + "|" + row.size + "|" +
+                    row.type);
     return all;
   }
   bool isEnabled(Action action) { return window().control(action).enabled; }
@@ -74,34 +75,22 @@ TEST_F(MainWindowTest, RowsAndLabels) {
   EXPECT_EQ(window().driveCountLabel(), "(1)");
   EXPECT_EQ(window().schemeLabel(), "MBR Partitions");
   EXPECT_FALSE(window().hasErrors());
-  const auto rows = texts();
-  ASSERT_GE(rows.size(), 4u);
-  EXPECT_NE(std::ranges::find(rows, "MBR 0\tPartition  \t\x0fr2 MiB\t FAT-16"), rows.end())
-      << "1.5 MiB is shown as 2: " << testing::PrintToString(rows);
-  EXPECT_NE(std::ranges::find(rows, "MBR 1\tPartition  \t\x0fr16 MiB\t Extended"), rows.end());
-  EXPECT_NE(std::ranges::find_if(rows,
-                                 [](const std::string& row) {
-                                   return row.starts_with("    ") &&
-                                          row.ends_with("\tVolume  \t\x0fr< 1 MiB\t Linux Native");
-                                 }),
-            rows.end());
-  EXPECT_NE(std::ranges::find_if(rows,
-                                 [](const std::string& row) {
-                                   return row.starts_with("-------\tPartition  \t\x0fr") &&
-                                          row.ends_with("\t Free Space");
-                                 }),
-            rows.end());
+  const std::vector<std::string> rows = texts();
+  for (const char* row : {"MBR 0|Partition|2 MiB|FAT-16", "MBR 1|Partition|16 MiB|Extended",
+                          "|Volume|< 1 MiB|Linux Native", "-------|Volume|13 MiB|Free Space"})
+    EXPECT_NE(std::ranges::find(rows, row), rows.end()) << row << testing::PrintToString(rows);
 }
 
-TEST_F(MainWindowTest, ChooserRowsOfTheOtherModes) {
-  addImage(kScript);
-  const auto table = partitionRows(*window().drive(), RowMode::tableEntries);
-  EXPECT_EQ(table.size(), 3u) << "neither volumes nor free space";
-  const auto names = partitionRows(*window().drive(), RowMode::names);
-  ASSERT_EQ(names.size(), 3u) << "not the extended partition";
-  EXPECT_EQ(names[0].text, "MBR 0");
-  EXPECT_EQ(names[1].text, "MBR 2");
-  EXPECT_TRUE(names[2].text.starts_with("(vol) "));
+TEST_F(MainWindowTest, RowsOfAGptHaveTheirOwnNamesAndTypes) {
+  addImage(
+      "label: gpt\nsize=4M,name=\"Größe 測試\",type=C12A7328-F81F-11D2-BA4B-00A0C93EC93B\n"
+      "size=4M,name=swap,type=0657FD6D-A4AB-43C4-84E5-0933C84B4F4F\n"
+      "size=4M,name=other,type=01234567-F81F-11D2-BA4B-00A0C93EC93B\n");
+  std::vector<std::string> rows = texts();
+  std::erase_if(rows, [](const std::string& row) { return row.ends_with("Free Space"); });
+  EXPECT_EQ(rows, (std::vector<std::string>{"Größe 測試|Partition|4 MiB|EFI System",
+                                            "swap|Partition|4 MiB|Linux Swap",
+                                            "other|Partition|4 MiB|GPT Entry"}));
 }
 
 TEST_F(MainWindowTest, EveryDisabledButtonSaysWhy) {
@@ -111,10 +100,10 @@ TEST_F(MainWindowTest, EveryDisabledButtonSaysWhy) {
     for (std::size_t i = 0; i < kActionCount; ++i) {
       const Control control = window().control(static_cast<Action>(i));
       EXPECT_EQ(control.enabled, control.whyDisabled.empty())
-          << window().label(static_cast<Action>(i)) << window().rows()[row].text;
+          << window().label(static_cast<Action>(i)) << window().rows()[row].type;
     }
   }
-  select("-------");
+  select("Free Space");
   EXPECT_TRUE(isEnabled(Action::create));
   EXPECT_FALSE(isEnabled(Action::deleteOrUndelete));
   EXPECT_EQ(window().label(Action::deleteOrUndelete), "Unde&lete");
@@ -127,13 +116,25 @@ TEST_F(MainWindowTest, EveryDisabledButtonSaysWhy) {
   EXPECT_FALSE(isEnabled(Action::format));
 }
 
-TEST_F(MainWindowTest, OverlapsAreMarkedAndCanOnlyBeDeleted) {
-  addImage("label: dos\nstart=2048,size=4096,type=6\nstart=8192,size=4096,type=83\n");
-  damage(446 + 16 + 8, {0x00, 0x10, 0, 0});  // starts in the first one
+TEST_F(MainWindowTest, WhatIsInErrorIsMarkedAndCanOnlyBeDeleted) {
+  addImage("label: dos\nstart=2048,size=4096,type=83\nstart=8192,size=4096,type=6\n");
+  damage(446 + 16 + 8, {0x00, 0x10, 0, 0});
   EXPECT_TRUE(window().hasErrors());
-  select("\tPartition E\t");
+  select("FAT-16");
+  EXPECT_TRUE(window().rows()[*window().selectedRow()].isInError);
   EXPECT_TRUE(isEnabled(Action::deleteOrUndelete));
   EXPECT_FALSE(isEnabled(Action::format));
+  EXPECT_NE(window().control(Action::format).whyDisabled.find("overlaps"), std::string::npos);
+}
+
+TEST_F(MainWindowTest, AChainThatLoopsMarksItsRow) {
+  addImage(kScript);
+  const long link = 20480L * 512 + 446 + 16;  // of the first EBR, to itself
+  damage(link, {0, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0, 0, 8, 0, 0});
+  EXPECT_TRUE(window().hasErrors());
+  select("Extended");
+  EXPECT_TRUE(window().rows()[*window().selectedRow()].isInError);
+  EXPECT_TRUE(isEnabled(Action::deleteOrUndelete));
 }
 
 TEST_F(MainWindowTest, AnEmptyListSaysWhatWouldFillIt) {
@@ -156,14 +157,23 @@ TEST_F(MainWindowTest, AGptDamagedInBothCopiesIsShownAndNotChanged) {
             window().drive()->changeRefusal());
 }
 
-TEST_F(MainWindowTest, AGptWithOneBadCopyIsMarkedAndRepairedBeforeAChange) {
+TEST_F(MainWindowTest, AGptWithOneBadCopyIsRepairedByAClickOrBeforeAChange) {
   addImage("label: gpt\nsize=20M\n");
   damage(-512, {'X'});
-  EXPECT_EQ(window().errorLabel(), "* GPT Needs Repair *");
+  EXPECT_TRUE(window().control(Action::repairTable).shown);
+  ui_.expectMessage("The backup of the GPT is missing or damaged.", MessageResult::no);
+  window().press(Action::repairTable);
+  EXPECT_FALSE(window().drive()->gptHealth()->isSound());
+  ui_.expectMessage("The backup of the GPT is missing or damaged.", MessageResult::yes);
+  window().press(Action::repairTable);
+  EXPECT_TRUE(window().drive()->gptHealth()->isSound());
+  EXPECT_FALSE(window().control(Action::repairTable).shown);
+
+  damage(-512, {'X'});
+  window().key(Key::f5);
   ui_.expectMessage("The backup of the GPT is missing or damaged.", MessageResult::yes);
   ui_.expectChoice("Please select the partition style to use:", 2);
   window().press(Action::changeDiskType);
-  EXPECT_EQ(window().errorLabel(), "");
   EXPECT_TRUE(window().drive()->gptHealth()->isSound());
 }
 
@@ -197,14 +207,15 @@ TEST_F(MainWindowTest, CreateByKeyAndByDoubleClickThenDelete) {
     dialog.name = "WORK";
     dialog.fileSystem = "131";
     dialog.pass();
-    dialog.sizeMiB.value = 20;
+    dialog.sizeMiB.setValue(20);
     dialog.pass();
     dialog.ok();
   };
   ui_.expect<CreateModel>(linux20);
   window().key(Key::insert);
+  EXPECT_EQ(window().rows()[*window().selectedRow()].name, "MBR 0") << "the new one is selected";
   ui_.expect<CreateModel>(linux20);
-  select("-------");
+  select("Free Space");
   window().setScrollPosition(40);
   window().doubleClick();
   EXPECT_EQ(window().scrollPosition(), 40) << "the list stays where it was";
@@ -227,9 +238,11 @@ TEST_F(MainWindowTest, TheTableIsReadAgainAfterTheMbrEditor) {
   addImage("label: dos\nsize=10M,type=83\nsize=10M,type=7\n");
   int topic = 0;
   window().setHelpHook([&](int shown) { topic = shown; });
-  ui_.expect<MbrViewModel>([](MbrViewModel& editor) {
+  ui_.expect<MbrViewModel>([this](MbrViewModel& editor) {
     editor.help();
     editor.press(MbrAction::remove);
+    ui_.expectMessage("The changes are written to the boot sector", MessageResult::yes);
+    ui_.expectChoice("The old partition table is kept in", 0);
     editor.press(MbrAction::apply);
   });
   window().press(Action::viewMbr);

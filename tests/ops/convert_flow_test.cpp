@@ -39,7 +39,7 @@ TEST_F(ConvertFlowTest, TheChoiceLeadsThroughAllSchemesAndBack) {
     ui_.expectChoice("Please select the partition style to use:",
                      std::string_view(scheme) == "MBR" ? 1U : 0U);
     expectSure();
-    ui_.expectMessage("tallowinctl table restore /dev/sda " + folders_.backupFolder() + "/table-");
+    ui_.expectChoice("kept in\n" + folders_.backupFolder() + "/table-", 0);
     EXPECT_EQ(changeDiskTypeFlow(with(ui_), *drive).end, FlowEnd::done) << scheme;
     EXPECT_STREQ(drive->schemeName(), scheme);
     EXPECT_EQ(extents(), before) << scheme;
@@ -95,6 +95,21 @@ TEST_F(ConvertFlowTest, TheFirstDiskKeepsItsEmbr) {
     EXPECT_EQ(convert(*drive, target).end, FlowEnd::refused);
   }
   EXPECT_TRUE(before.sameContent(disk_));
+}
+
+TEST_F(ConvertFlowTest, AButtonUndoesTheChange) {
+  const auto drive = open(disk_);
+  add(*drive, 0, 20480, 0x83, "ONE");
+  const std::string before = tableOf(*drive);
+  const std::vector<u8> mbr = disk_.sector(0);
+  ui_.expectChoice("Please select the partition style to use:", 0);
+  expectSure();
+  ui_.expectChoice("kept in\n" + folders_.backupFolder() + "/table-", 1);
+  ui_.expectMessage("replaces the present one", MessageResult::yes);
+  EXPECT_EQ(changeDiskTypeFlow(with(ui_), *drive).end, FlowEnd::done);
+  EXPECT_STREQ(drive->schemeName(), "MBR");
+  EXPECT_EQ(tableOf(*drive), before);
+  EXPECT_EQ(disk_.sector(0), mbr);
 }
 
 TEST_F(ConvertFlowTest, AnEfiSystemKeepsItsGpt) {

@@ -40,7 +40,7 @@ TEST_F(FlowTest, WhatCanOnlyBeReadIsRefusedBeforeAnythingIsAsked) {
       [&] { return formatFlow(with(ui_), *drive, first); },
       [&] { return changePropertiesFlow(with(ui_), *drive, first, {.active = true}); },
       [&] { return convertFlow(with(ui_), *drive, Scheme::gpt, file); },
-      [&] { return applyMbrEdit(with(ui_), *drive, editor); },
+      [&] { return applyMbrEdit(with(ui_), *drive, editor, file); },
       [&] { return restoreTableFlow(with(ui_), *drive, kept); },
   };
   for (const auto& flow : flows) {

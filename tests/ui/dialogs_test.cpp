@@ -32,6 +32,7 @@ class DialogTest : public testing::Test {
     int status = -1;
     EXPECT_EQ(child.output(status), answer + "\n");
     EXPECT_EQ(status, 0);
+    screen_->forget();
   }
 
   void run(const std::vector<Case>& cases) {
@@ -316,6 +317,7 @@ TEST_F(DialogTest, FileDialogWalksAndChooses) {
   screen_->press("Return");
   ASSERT_FALSE(screen_->waitFor("Save As").empty());
   screen_->press("alt+n");  // keeps the file: the dialog stays open
+  ASSERT_FALSE(screen_->waitFor("Save As").empty());
   screen_->press("Escape");
   expectAnswer(child, "cancelled");
 }

@@ -72,6 +72,20 @@ class MbrViewTest : public testing::Test {
     ASSERT_FALSE(screen_->waitFor(title_).empty());
   }
   void expectClosed() { EXPECT_FALSE(screen_->waitFor(kMain).empty()); }
+  // Cancel asks before it drops what was changed.
+  void expectDropped() {
+    ASSERT_FALSE(screen_->waitFor(kTitle).empty());
+    screen_->press("alt+y");
+    expectClosed();
+  }
+  // Apply asks, and then says where the old table is.
+  void expectApplied() {
+    ASSERT_FALSE(screen_->waitFor(kTitle).empty());
+    screen_->press("alt+y");
+    ASSERT_FALSE(screen_->waitFor(kTitle).empty());
+    screen_->press("Return");
+    expectClosed();
+  }
   std::string track() { return runProgram({"head", "-c", "32768", image_}).output; }
   void expectUntouched() { EXPECT_TRUE(track() == before_) << "something was written"; }
 
@@ -110,7 +124,7 @@ TEST_F(MbrViewTest, EveryButtonByMouse) {
   ASSERT_FALSE(screen_->waitFor(kTitle).empty());
   expectUntouched();
   click(kCancel);
-  expectClosed();
+  expectDropped();
   expectUntouched();
 
   openEditor();
@@ -118,7 +132,7 @@ TEST_F(MbrViewTest, EveryButtonByMouse) {
   click(kMoveUp);
   click(kSetActive);
   click(kApply);
-  expectClosed();
+  expectApplied();
   const SfdiskTable table = readTable(image_);
   EXPECT_EQ(table.problems, "");
   ASSERT_EQ(table.rows.size(), 3u);
@@ -146,7 +160,7 @@ TEST_F(MbrViewTest, EveryButtonByKey) {
   answer("Notice", "Return");
   expectUntouched();
   screen_->press("Escape");
-  expectClosed();
+  expectDropped();
   expectUntouched();
 
   openEditor();
@@ -155,7 +169,7 @@ TEST_F(MbrViewTest, EveryButtonByKey) {
   screen_->press("ctrl+a 0 x a b Return");
   answer("Notice", "Return");
   screen_->press("F10");
-  expectClosed();
+  expectApplied();
   SfdiskTable table = readTable(image_);
   EXPECT_EQ(table.diskSignature, 0xABu);
   EXPECT_FALSE(table.rows[0].bootable);
@@ -163,7 +177,7 @@ TEST_F(MbrViewTest, EveryButtonByKey) {
 
   openEditor();
   screen_->press("Down Delete alt+p");
-  expectClosed();
+  expectApplied();
   table = readTable(image_);
   ASSERT_EQ(table.rows.size(), 2u);
   EXPECT_EQ(table.rows[1].number, 3u);
@@ -198,7 +212,7 @@ TEST_F(MbrViewTest, ThePlaceHolderOfAGptIsKeptUntilYes) {
   screen_->press("Delete");
   answer("Warning", "alt+y");
   screen_->press("Delete Escape");
-  expectClosed();
+  expectDropped();
   expectUntouched();
   EXPECT_EQ(runProgram({"sgdisk", "-v", image_}).status, 0);
 
@@ -207,7 +221,7 @@ TEST_F(MbrViewTest, ThePlaceHolderOfAGptIsKeptUntilYes) {
   screen_->press("Down Insert");
   answer("Select", "Return");
   screen_->press("F10");
-  expectClosed();
+  expectApplied();
   const std::string extent = runProgram({"od", "-An", "-tu4", "-j470", "-N8", image_}).output;
   EXPECT_NE(extent.find("2048"), std::string::npos) << extent;
   EXPECT_NE(extent.find("6144"), std::string::npos) << extent;
@@ -229,7 +243,7 @@ TEST_F(MbrViewTest, TheFifthPrimaryOfAnEmbrGetsASlotByApplyAlone) {
   answer("Select", "Down Return");
   expectUntouched();
   screen_->press("F10");
-  expectClosed();
+  expectApplied();
   rows[3] = {4, 10240, 10240, 0x83};
   EXPECT_EQ(readTable(image_).rows, rows);
   EXPECT_TRUE(track().substr(512) == before_.substr(512)) << "behind the MBR";

@@ -1,6 +1,7 @@
 #include "ui/screen.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -41,7 +42,16 @@ bool isSeen(const std::string& title) {
          0;
 }
 
-std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
+// The first line that an xdotool command prints; empty when it fails.
+std::string ask(std::vector<std::string> command) {
+  command.insert(command.begin(), "xdotool");
+  const ProgramResult result = runProgram(command);
+  return result.status == 0 ? result.output.substr(0, result.output.find('\n')) : std::string();
+}
+
+// The window that the server sends keys to. What the window manager calls active may be gone, and
+// a new program may have been given its number.
+std::string focusedWindow() { return ask({"getwindowfocus", "-f"}); }
 
 }  // namespace
 
@@ -114,15 +124,26 @@ Screen::~Screen() {
 }
 
 std::string Screen::waitFor(const std::string& title) {
-  std::string window;
-  waitUntil([&] {
-    const ProgramResult active = runProgram({"xdotool", "getactivewindow"});
-    if (active.status != 0) return false;
-    window = firstLine(active.output);
-    return firstLine(runProgram({"xdotool", "getwindowname", window}).output) == title;
-  }) ||
-      (window.clear(), false);
-  return window;
+  const bool found = waitUntil([&] {
+    const std::string window = ask({"getactivewindow"});
+    if (window.empty() || window == left_ || focusedWindow() != window) return false;
+    front_ = window;
+    return ask({"getwindowname", window}) == title;
+  });
+  if (!found) front_.clear();
+  left_.clear();
+  return front_;
+}
+
+void Screen::forget() {
+  front_.clear();
+  left_.clear();
+}
+
+void Screen::waitForFocus() {
+  EXPECT_TRUE(waitUntil([&] { return !front_.empty() && focusedWindow() == front_; }))
+      << "the window is not in front any more";
+  left_ = front_;
 }
 
 bool Screen::waitUntilSeen(const std::string& title) {
@@ -134,6 +155,7 @@ bool Screen::waitUntilGone(const std::string& title) {
 }
 
 void Screen::press(const std::string& keys) {
+  waitForFocus();
   std::vector<std::string> command = {"xdotool", "key", "--delay", "30"};
   std::istringstream words(keys);
   for (std::string key; words >> key;) command.push_back(key);
@@ -141,6 +163,7 @@ void Screen::press(const std::string& keys) {
 }
 
 void Screen::type(const std::string& text) {
+  waitForFocus();
   runProgram({"xdotool", "type", "--delay", "20", text});
 }
 
@@ -149,6 +172,7 @@ void Screen::point(const std::string& window, int x, int y) {
 }
 
 void Screen::click(const std::string& window, int x, int y) {
+  left_ = window;
   runProgram({"xdotool", "mousemove", "--window", window, std::to_string(x), std::to_string(y),
               "click", "1"});
 }

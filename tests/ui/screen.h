@@ -37,13 +37,17 @@ class Screen {
   Screen(const Screen&) = delete;
   Screen& operator=(const Screen&) = delete;
 
-  // Waits until a window with this title is in front. Its id, or nothing after half a minute.
+  // Waits until a window with this title is in front and keys go to it. After keys or a click it is
+  // another one than they were meant for. Its id, or nothing after half a minute.
   std::string waitFor(const std::string& title);
+  // The program has ended; windows of the next one may have the same ids.
+  void forget();
   // Waits until any window, one without a frame too, has this title.
   bool waitUntilSeen(const std::string& title);
   // Waits until no window has this title.
   bool waitUntilGone(const std::string& title);
-  // Keys by their X names, separated by blanks, as in "Tab alt+s 1 Return".
+  // Keys for the window that was waited for last, by their X names, separated by blanks, as in
+  // "Tab alt+s 1 Return".
   void press(const std::string& keys);
   void type(const std::string& text);
   // In pixels from the window's upper left corner.
@@ -54,8 +58,12 @@ class Screen {
   std::pair<int, int> size(const std::string& window);
 
  private:
+  void waitForFocus();
+
   int server_ = -1;
   int manager_ = -1;
+  std::string front_;  // the window that was waited for last
+  std::string left_;   // it, once keys or a click were sent; empty before
 };
 
 }  // namespace tallowin

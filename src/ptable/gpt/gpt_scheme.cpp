@@ -56,7 +56,7 @@ std::unique_ptr<TableEntry> modelOf(const TableContext& context, GptImage& image
   linkToSlot(mbrIn(image), *entry);
   const bool wantsLabel = entry->tableName.empty() || (context.flags & kDrivePreferLabels) != 0;
   const std::string label = wantsLabel ? context.labelOf(*entry) : std::string();
-  entry->setName(printableFromUtf8(!label.empty() ? label : entry->tableName));
+  entry->setName(!label.empty() ? label : entry->tableName);
   return entry;
 }
 

@@ -10,7 +10,7 @@ namespace {
 
 using namespace layout;
 
-constexpr int kWidth = 200;  // wider when a line needs it
+constexpr int kWidth = 260;  // the title beside its buttons; wider when a line needs it
 constexpr int kHeight = 195;
 
 int widthFor(const std::vector<std::string>& lines) {

@@ -1,7 +1,6 @@
 #include "ui/views/main_window.h"
 
 #include <FL/Fl.H>
-#include <FL/fl_draw.H>
 
 #include <algorithm>
 
@@ -19,34 +18,33 @@ using namespace layout;
 
 constexpr int kWidth = 587;
 constexpr int kHeight = 400;
+constexpr int kListRight = 426;
 
-struct ButtonPlace {
-  Action action;
+// The buttons of an area stand in rows, from its upper left corner on.
+struct ButtonGrid {
   int x, y, width, height;
+  int columns;
+  int columnStep, rowStep;
+  Fl_Fontsize fontSize;
 };
 
-constexpr ButtonPlace kDriveButtons[] = {
-    {Action::driveSettings, 312, 20, 125, 20},
-    {Action::changeDiskType, 442, 20, 125, 20},
-    {Action::wipeEntireDrive, 312, 45, 125, 20},
-    {Action::viewMbr, 442, 45, 125, 20},
-};
+ButtonGrid gridOf(Area area) {
+  switch (area) {
+    case Area::drive:
+      return {312, 20, 125, 20, 2, 130, 25, kFontSize};
+    case Area::aboveList:
+      return {286, 76, 140, 18, 1, 0, 0, kSmallFontSize};
+    case Area::besideList:
+      return {436, 101, 65, 20, 2, 70, 25, kSmallFontSize};
+    case Area::lowerEdge:
+      return {176, 366, 75, 24, 3, 80, 0, kFontSize};
+  }
+  return {};
+}
 
-constexpr ButtonPlace kActionButtons[] = {
-    {Action::create, 436, 101, 65, 20},   {Action::deleteOrUndelete, 506, 101, 65, 20},
-    {Action::format, 436, 126, 65, 20},   {Action::resize, 506, 126, 65, 20},
-    {Action::slide, 436, 151, 65, 20},    {Action::copy, 506, 151, 65, 20},
-    {Action::align, 436, 176, 65, 20},    {Action::paste, 506, 176, 65, 20},
-    {Action::groups, 436, 201, 65, 20},   {Action::properties, 506, 201, 65, 20},
-    {Action::editFile, 436, 226, 65, 20}, {Action::bcdEdit, 506, 226, 65, 20},
-    {Action::trim, 436, 251, 65, 20},
-};
-
-constexpr ButtonPlace kLowerButtons[] = {
-    {Action::close, 176, 366, 75, 24},
-    {Action::help, 256, 366, 75, 24},
-    {Action::settings, 335, 366, 75, 24},
-};
+// Name, kind, what marks an entry in error, size, type.
+constexpr ListColumn kColumns[] = {
+    {160}, {52}, {13, FL_ALIGN_CENTER, FL_RED}, {70, FL_ALIGN_RIGHT}, {0}};
 
 struct WindowKey {
   int toolkitKey;
@@ -79,28 +77,6 @@ void setLabel(TextLabel& label, const std::string& text) {
   text.empty() ? label.hide() : label.show();
 }
 
-// A column cuts what does not fit into it, and the flag of an entry in error never does; the next
-// column, whose sizes are on the right, leaves it room.
-class PartitionList : public ListBox {
- public:
-  using ListBox::ListBox;
-
- private:
-  void item_draw(void* item, int x, int y, int width, int height) const override {
-    ListBox::item_draw(item, x, y, width, height);
-    const std::string row = item_text(item);
-    const std::size_t kind = row.find(column_char()) + 1;
-    const std::string field = row.substr(kind, row.find(column_char(), kind) - kind);
-    if (field.empty() || field.back() != 'E') return;
-    fl_font(textfont(), textsize());
-    fl_color(item_selected(item) ? fl_contrast(FL_RED, selection_color()) : FL_RED);
-    const int before =
-        static_cast<int>(fl_width(field.c_str(), static_cast<int>(field.size()) - 1));
-    constexpr int kFieldPadding = 3;
-    fl_draw("E", x + column_widths()[0] + kFieldPadding + before, y, width, height, FL_ALIGN_LEFT);
-  }
-};
-
 }  // namespace
 
 MainWindow::MainWindow(MainWindowModel& model, const std::string& helpFile)
@@ -108,7 +84,8 @@ MainWindow::MainWindow(MainWindowModel& model, const std::string& helpFile)
   makeDriveArea();
   makeList();
   makeActions();
-  makeLowerEdge();
+  geometry_ = addText(12, 369, 150, 18, {});
+  addButtons(Area::lowerEdge);
   end();
   setCancelButton(buttons_[static_cast<std::size_t>(Action::close)]);
   model_.setHelpHook([this](int topic) { showHelp(topic); });
@@ -121,19 +98,16 @@ void MainWindow::makeDriveArea() {
   for (const std::string& bus : model_.buses()) buses_->addChoice(bus);
   drives_ = new ChoiceField(65, 42, 200, 21, "&Drives:");
   driveCount_ = addText(268, 42, 40, 21, {});
-  for (const ButtonPlace& place : kDriveButtons)
-    addButton(place.action, place.x, place.y, place.width, place.height, kFontSize);
+  addButtons(Area::drive);
 }
 
 void MainWindow::makeList() {
   scheme_ = addText(10, 76, 250, 18, {});
-  errors_ = addText(260, 76, 166, 18, MainWindowModel::kErrorLabel, FL_ALIGN_RIGHT);
+  errors_ = addText(kListRight - 166, 76, 166, 18, MainWindowModel::kErrorLabel, FL_ALIGN_RIGHT);
   errors_->labelcolor(FL_RED);
-  list_ = new PartitionList(10, 96, 416, 236);
-  list_->format_char(kRowFormatEscape);
-  list_->column_char('\t');
-  std::copy(std::begin(kRowColumnWidths), std::end(kRowColumnWidths), columns_);
-  list_->column_widths(columns_);
+  addButtons(Area::aboveList);
+  buttons_[static_cast<std::size_t>(Action::repairTable)]->labelcolor(FL_RED);
+  list_ = new ColumnList(10, 96, 416, 236, kColumns);
   list_->textsize(kSmallFontSize);
   list_->callback(onList, this);
   whyEmpty_ = addText(20, 104, 396, 120, {}, FL_ALIGN_LEFT | FL_ALIGN_TOP | FL_ALIGN_WRAP);
@@ -143,24 +117,24 @@ void MainWindow::makeActions() {
   Fl_Widget* frame = addFrame(431, 96, 146, 236, {});
   frame->clear_visible_focus();
   addText(504 - 40, 76, 80, 18, "Actions", FL_ALIGN_CENTER);
-  for (const ButtonPlace& place : kActionButtons)
-    addButton(place.action, place.x, place.y, place.width, place.height, kSmallFontSize);
+  addButtons(Area::besideList);
 }
 
-void MainWindow::makeLowerEdge() {
-  geometry_ = addText(12, 369, 150, 18, {});
-  for (const ButtonPlace& place : kLowerButtons)
-    addButton(place.action, place.x, place.y, place.width, place.height, kFontSize);
-}
-
-Fl_Button* MainWindow::addButton(Action action, int x, int y, int width, int height,
-                                 Fl_Fontsize size) {
-  auto* button = new Fl_Button(x, y, width, height);
-  button->copy_label(model_.label(action).c_str());
-  fitLabel(*button, size);
-  watch(button);
-  buttons_[static_cast<std::size_t>(action)] = button;
-  return button;
+void MainWindow::addButtons(Area area) {
+  const ButtonGrid grid = gridOf(area);
+  int placed = 0;
+  for (std::size_t index = 0; index < kActionCount; ++index) {
+    const auto action = static_cast<Action>(index);
+    if (MainWindowModel::area(action) != area) continue;
+    auto* button =
+        new Fl_Button(grid.x + placed % grid.columns * grid.columnStep,
+                      grid.y + placed / grid.columns * grid.rowStep, grid.width, grid.height);
+    button->copy_label(model_.label(action).c_str());
+    fitLabel(*button, grid.fontSize);
+    watch(button);
+    buttons_[index] = button;
+    ++placed;
+  }
 }
 
 void MainWindow::onList(Fl_Widget*, void* data) {
@@ -239,9 +213,10 @@ void MainWindow::refill() {
   setLabel(*scheme_, model_.schemeLabel());
   setLabel(*whyEmpty_, model_.whyEmpty());
   setLabel(*geometry_, model_.geometryLabel());
-  const std::string errorLabel = model_.errorLabel();
-  errors_->setText(errorLabel);
-  errorLabel.empty() ? errors_->hide() : errors_->show();
+  model_.hasErrors() ? errors_->show() : errors_->hide();
+  const ButtonGrid repair = gridOf(Area::aboveList);
+  const bool isBesideRepair = model_.control(Action::repairTable).shown;
+  errors_->position((isBesideRepair ? repair.x - kGap : kListRight) - errors_->w(), errors_->y());
   refillRows();
   for (std::size_t index = 0; index < kActionCount; ++index) {
     const auto action = static_cast<Action>(index);
@@ -254,8 +229,10 @@ void MainWindow::refill() {
 }
 
 void MainWindow::refillRows() {
-  list_->clear();
-  for (const PartitionRow& row : model_.rows()) list_->add(row.text.c_str());
+  list_->clearRows();
+  for (const PartitionRow& row : model_.rows())
+    list_->addRow({(row.isVolume ? "    " : "") + row.name, row.kind, row.isInError ? "E" : "",
+                   row.size, row.type});
   list_->position(model_.scrollPosition());
   if (const auto selected = model_.selectedRow()) {
     list_->value(static_cast<int>(*selected) + 1);

@@ -30,8 +30,7 @@ class MainWindow : public DialogWindow {
   void makeDriveArea();
   void makeList();
   void makeActions();
-  void makeLowerEdge();
-  Fl_Button* addButton(Action action, int x, int y, int width, int height, Fl_Fontsize size);
+  void addButtons(Area area);
 
   // One step: what the user did since the last one, handed to the model, and what became of it.
   void pass();
@@ -51,8 +50,7 @@ class MainWindow : public DialogWindow {
   TextLabel* errors_ = nullptr;
   TextLabel* whyEmpty_ = nullptr;  // lies on the list while there is nothing to show
   TextLabel* geometry_ = nullptr;
-  ListBox* list_ = nullptr;
-  int columns_[4] = {};
+  ColumnList* list_ = nullptr;
   std::array<Fl_Button*, kActionCount> buttons_{};
   u32 shownRevision_ = 0;
   // Noted while events are processed, carried out by the next pass.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "ui/widgets/layout.h"
 #include "ui/widgets/panel.h"
 
@@ -21,7 +22,11 @@ constexpr int kListHeight = 80;
 constexpr int kListInset = 3;  // of the first column in the list
 constexpr int kTextInset = 3;  // of a text in its column
 // Name, Active, C, H, S, FS, C, H, S, LBA, Sectors. The last two hold ten digits.
-constexpr int kColumnWidths[] = {121, 42, 34, 30, 26, 34, 36, 32, 26, 78, 78, 0};
+constexpr Fl_Align kRight = FL_ALIGN_RIGHT;
+constexpr ListColumn kColumns[] = {{121},        {42},         {34, kRight}, {30, kRight},
+                                   {26, kRight}, {34, kRight}, {36, kRight}, {32, kRight},
+                                   {26, kRight}, {78, kRight}, {78, kRight}};
+constexpr ListColumn kChoiceColumns[] = {{160}, {65}, {70, kRight}, {0}};
 constexpr const char* kColumnCaptions[] = {"",  "",  "C", "H",   "S",      "FS",
                                            "C", "H", "S", "LBA", "Sectors"};
 constexpr int kStartColumn = 2;
@@ -38,7 +43,7 @@ constexpr int kClosingY = 170;
 
 int columnX(int column) {
   int x = kListX + kListInset;
-  for (int i = 0; i < column; ++i) x += kColumnWidths[i];
+  for (int i = 0; i < column; ++i) x += kColumns[i].width;
   return x;
 }
 
@@ -55,6 +60,21 @@ std::optional<MbrAction> actionOfKey(int key) {
     default:
       return std::nullopt;
   }
+}
+
+std::vector<std::string> cellsOf(const MbrSlotRow& row) {
+  const auto number = [](u32 value) { return std::to_string(value); };
+  return {row.name,
+          row.isActive ? "Active" : "",
+          number(row.start.cylinder),
+          number(row.start.head),
+          number(row.start.sector),
+          format("%Xh", row.type),
+          number(row.end.cylinder),
+          number(row.end.head),
+          number(row.end.sector),
+          number(row.startLba),
+          number(row.sectorCount)};
 }
 
 }  // namespace
@@ -83,10 +103,7 @@ int SlotList::handle(int event) {
 MbrView::MbrView(MbrViewModel& model)
     : DialogView(model, kWidth, kHeight, model.title()), model_(model) {
   addCaptions();
-  list_ = new SlotList(kListX, kListY, kListWidth, kListHeight);
-  list_->format_char(kRowFormatEscape);
-  list_->column_char('\t');
-  list_->column_widths(kColumnWidths);
+  list_ = new SlotList(kListX, kListY, kListWidth, kListHeight, kColumns);
   list_->textsize(kSmallFontSize);
   list_->has_scrollbar(0);
   list_->onAction = [this](MbrAction action) { note(action); };
@@ -112,13 +129,13 @@ void MbrView::addCaptions() {
   const auto add = [](int x, int y, int width, const char* text, Fl_Align align) {
     addText(x, y, width, kCaptionHeight, text, align)->labelsize(kSmallFontSize);
   };
-  add(columnX(0) + kTextInset, kLowerCaptionY, kColumnWidths[0], "Name", FL_ALIGN_LEFT);
+  add(columnX(0) + kTextInset, kLowerCaptionY, kColumns[0].width, "Name", FL_ALIGN_LEFT);
   for (const auto& [column, text] :
        {std::pair(kStartColumn, "Starting"), std::pair(kEndColumn, "Ending")})
     add(columnX(column), kUpperCaptionY, columnX(column + kChsColumns) - columnX(column), text,
         FL_ALIGN_CENTER);
   for (int column = kStartColumn; column < static_cast<int>(std::size(kColumnCaptions)); ++column)
-    add(columnX(column), kLowerCaptionY, kColumnWidths[column] - kTextInset,
+    add(columnX(column), kLowerCaptionY, kColumns[column].width - kTextInset,
         kColumnCaptions[column], FL_ALIGN_RIGHT);
 }
 
@@ -160,8 +177,8 @@ void MbrView::write() {
   const int line = static_cast<int>(model_.selected()) + 1;
   if (shownRevision_ != model_.revision()) {
     shownRevision_ = model_.revision();
-    list_->clear();
-    for (const std::string& row : model_.rows()) list_->add(row.c_str());
+    list_->clearRows();
+    for (const MbrSlotRow& row : model_.rows()) list_->addRow(cellsOf(row));
     signature_->setText(model_.signatureLabel());
     list_->value(line);
   } else if (list_->value() != line) {
@@ -172,14 +189,10 @@ void MbrView::write() {
 PartitionChoiceView::PartitionChoiceView(PartitionChoiceModel& model)
     : DialogView(model, 430, 235, PartitionChoiceModel::kTitle), model_(model) {
   addText(10, 2, 200, kLineHeight, PartitionChoiceModel::kListLabel);
-  list_ = new ListBox(10, 20, 410, 180);
-  list_->format_char(kRowFormatEscape);
-  list_->column_char('\t');
-  static constexpr int kWidths[] = {kRowColumnWidths[0], kRowColumnWidths[1], kRowColumnWidths[2],
-                                    0};
-  list_->column_widths(kWidths);
+  list_ = new ColumnList(10, 20, 410, 180, kChoiceColumns);
   list_->textsize(kSmallFontSize);
-  for (const PartitionRow& row : model.rows) list_->add(row.text.c_str());
+  for (const PartitionRow& row : model.rows)
+    list_->addRow({row.name, row.kind, row.size, row.type});
   addButtons("&OK", "Cancel", nullptr, kMargin / 2);  // the list ends where they would begin
 }
 

@@ -13,9 +13,9 @@
 namespace tallowin {
 
 // The list of slots. Its keys count wherever the focus is, unless another widget wants them.
-class SlotList : public ListBox {
+class SlotList : public ColumnList {
  public:
-  SlotList(int x, int y, int width, int height) : ListBox(x, y, width, height) {}
+  using ColumnList::ColumnList;
   // Called within the toolkit's event processing.
   std::function<void(MbrAction)> onAction;
   std::function<void()> onHelp;
@@ -56,7 +56,7 @@ class PartitionChoiceView : public DialogView {
   void write() override;
 
   PartitionChoiceModel& model_;
-  ListBox* list_;
+  ColumnList* list_;
 };
 
 }  // namespace tallowin

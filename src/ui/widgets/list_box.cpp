@@ -1,6 +1,7 @@
 #include "ui/widgets/list_box.h"
 
 #include <FL/Fl.H>
+#include <FL/fl_draw.H>
 
 #include <algorithm>
 
@@ -35,6 +36,39 @@ int ListBox::lineOfKey(int key) const {
 // One line stays in sight from a page to the next.
 int ListBox::linesOfPage() const {
   return std::max(1, h() / std::max(1, item_height(find_line(1))) - 1);
+}
+
+ColumnList::ColumnList(int x, int y, int width, int height, std::span<const ListColumn> columns)
+    : ListBox(x, y, width, height), columns_(columns) {
+  format_char(0);
+  has_scrollbar(VERTICAL);
+}
+
+void ColumnList::clearRows() {
+  clear();
+  rows_.clear();
+}
+
+void ColumnList::addRow(std::vector<std::string> cells) {
+  add(cells.front().c_str());
+  rows_.push_back(std::move(cells));
+}
+
+void ColumnList::item_draw(void* item, int x, int y, int width, int height) const {
+  constexpr int kPadding = 3;
+  const std::vector<std::string>& cells = rows_[static_cast<std::size_t>(lineno(item) - 1)];
+  fl_font(textfont(), textsize());
+  int left = x;
+  for (std::size_t i = 0; i < columns_.size() && i < cells.size(); ++i) {
+    const ListColumn& column = columns_[i];
+    const int columnWidth = column.width > 0 ? column.width : std::max(0, x + width - left);
+    fl_color(item_selected(item) ? fl_contrast(column.color, selection_color()) : column.color);
+    fl_push_clip(left, y, columnWidth, height);
+    fl_draw(cells[i].c_str(), left + kPadding, y, columnWidth - 2 * kPadding, height, column.align,
+            nullptr, 0);
+    fl_pop_clip();
+    left += columnWidth;
+  }
 }
 
 }  // namespace tallowin

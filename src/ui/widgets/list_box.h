@@ -3,6 +3,10 @@
 
 #include <FL/Fl_Hold_Browser.H>
 
+#include <span>
+#include <string>
+#include <vector>
+
 namespace tallowin {
 
 // Up, Down, Home, End, Page Up and Page Down move the selection; the first Down selects the first
@@ -18,6 +22,29 @@ class ListBox : public Fl_Hold_Browser {
   // 0: the toolkit moves the selection.
   int lineOfKey(int key) const;
   int linesOfPage() const;
+};
+
+// One column of a list. Texts are shown as they are, cut where the column ends.
+struct ListColumn {
+  int width = 0;  // pixels; of the last column 0: the rest
+  Fl_Align align = FL_ALIGN_LEFT;
+  Fl_Color color = FL_FOREGROUND_COLOR;
+};
+
+// A list of rows of cells.
+class ColumnList : public ListBox {
+ public:
+  // The columns live as long as the list.
+  ColumnList(int x, int y, int width, int height, std::span<const ListColumn> columns);
+
+  void clearRows();
+  void addRow(std::vector<std::string> cells);
+
+ private:
+  void item_draw(void* item, int x, int y, int width, int height) const override;
+
+  std::span<const ListColumn> columns_;
+  std::vector<std::vector<std::string>> rows_;
 };
 
 }  // namespace tallowin
