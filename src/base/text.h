@@ -33,7 +33,7 @@ bool matchesWildcard(std::string_view pattern, std::string_view text);
 
 // Bytes outside 0x20..0x7E become blanks.
 std::string printable(std::string_view text);
-// The same with one "?" for each character beyond ASCII.
+// UTF-8: control characters, and bytes that are no character, become blanks.
 std::string printableFromUtf8(std::string_view text);
 // "YYYYMMDD-HHMMSS" in UTC, for names of files that sort by date.
 std::string dateStamp(u64 secondsSinceEpoch);

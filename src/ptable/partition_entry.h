@@ -27,7 +27,7 @@ enum EntryStatus : u32 {
 
 inline constexpr i32 kNoTableIndex = -1;
 inline constexpr u8 kNoMbrSlot = 255;
-inline constexpr std::size_t kMaxNameLength = 32;
+inline constexpr std::size_t kMaxNameLength = 32;  // characters
 
 class PartitionEntry {
  public:
@@ -43,7 +43,7 @@ class PartitionEntry {
   bool isFree() const { return type == 0; }
   bool isInError() const { return (status & kEntryErrorMask) != 0; }
   u64 sectorCount() const { return endSector + 1 - startSector; }
-  // At most 32 characters; bytes outside 0x20..0x7E become blanks.
+  // UTF-8, at most 32 characters; what cannot be shown becomes a blank.
   void setName(std::string_view text);
 
   u32 status = 0;                  // EntryStatus bits
