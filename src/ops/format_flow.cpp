@@ -46,6 +46,7 @@ class Formatting {
     if (const auto stopped =
             scope.begin(WriteTarget::sectors({entry_->startSector, entry_->endSector})))
       return *stopped;
+    entry_->type = type_;
     return tell(format());
   }
 
@@ -97,10 +98,7 @@ class Formatting {
     if (type_ == entry_->type) return std::nullopt;
     const bool isStored =
         drive_.scheme() != Scheme::wholeDisk && (!drive_.isGpt() || entry_->mbrSlot != kNoMbrSlot);
-    if (!isStored) {
-      entry_->type = type_;  // only what lies in the partition says it
-      return std::nullopt;
-    }
+    if (!isStored) return std::nullopt;  // only what lies in the partition says it
     const u64 start = entry_->startSector;
     TableChange change(context_, drive_);
     if (auto stopped = change.begin(WriteTarget::sectors({entry_->startSector, entry_->endSector})))

@@ -108,7 +108,10 @@ TEST_P(GptListTest, AgreesWithTheOtherProgramAndIsRepaired) {
   ASSERT_EQ(listing.status, 0);
   EXPECT_STREQ(listing.json["scheme"].GetString(), "GPT");
   EXPECT_STREQ(listing.json["gpt_health"].GetString(), row.health);
-  EXPECT_EQ(gptRowsOf(listing.json), readGpt(path));
+  // The other program falls back to the protective MBR where the disk ends too early.
+  if (row.health != std::string_view("shortened-disk")) {
+    EXPECT_EQ(gptRowsOf(listing.json), readGpt(path));
+  }
   const bool isSound = std::string(row.health) == "sound";
   EXPECT_EQ(ctl.run({"list", path}).output.find("table repair") == std::string::npos, isSound);
   EXPECT_EQ(ctl.run({"table", "repair", path, "--rehearse"}).status, 0);
@@ -121,6 +124,7 @@ TEST_P(GptListTest, AgreesWithTheOtherProgramAndIsRepaired) {
   EXPECT_STREQ(repaired.json["gpt_health"].GetString(), "sound");
   EXPECT_EQ(fileHash(path) == before, isSound);
   EXPECT_EQ(gptRowsOf(ctl.json({"list", path}).json), gptRowsOf(listing.json));
+  EXPECT_EQ(gptRowsOf(listing.json), readGpt(path));
   if (isSound) return;  // what others made of it is theirs
   EXPECT_EQ(gptProblems(path), "");
 }
