@@ -62,7 +62,8 @@ class PartitionRequests {
  public:
   PartitionRequests(Host& host, int descriptor) : host_(host), descriptor_(descriptor) {}
 
-  bool send(int operation, const Extent& extent) {
+  // Whether the kernel did it.
+  bool isDone(int operation, const Extent& extent) {
     blkpg_partition partition{};
     partition.pno = static_cast<int>(extent.number);
     partition.start = static_cast<long long>(extent.startBytes);
@@ -86,7 +87,7 @@ void bringUpToDate(PartitionRequests requests, const Extents& known, const Exten
   for (const Extent& old : known) {
     const Extent* wish = find(wanted, old.number);
     const bool canStay = wish != nullptr && wish->startBytes == old.startBytes;
-    if (canStay || !requests.send(BLKPG_DEL_PARTITION, old)) stays.push_back(old);
+    if (canStay || !requests.isDone(BLKPG_DEL_PARTITION, old)) stays.push_back(old);
   }
   for (const bool growing : {false, true}) {
     for (Extent& old : stays) {
@@ -94,12 +95,12 @@ void bringUpToDate(PartitionRequests requests, const Extents& known, const Exten
       if (wish == nullptr || wish->startBytes != old.startBytes) continue;
       if (wish->sizeBytes == old.sizeBytes || (wish->sizeBytes > old.sizeBytes) != growing)
         continue;
-      if (requests.send(BLKPG_RESIZE_PARTITION, *wish)) old = *wish;
+      if (requests.isDone(BLKPG_RESIZE_PARTITION, *wish)) old = *wish;
     }
   }
   for (const Extent& wish : wanted) {
     if (find(stays, wish.number) == nullptr)
-      static_cast<void>(requests.send(BLKPG_ADD_PARTITION, wish));
+      static_cast<void>(requests.isDone(BLKPG_ADD_PARTITION, wish));
   }
 }
 

@@ -1,5 +1,6 @@
 #include "ops/job_of_front_end.h"
 
+#include "base/stop_request.h"
 #include "ops/disk_error_prompt.h"
 #include "ops/trace_log.h"
 
@@ -24,6 +25,20 @@ PhaseWords wordsOf(Phase phase) {
   return {"", "", ""};
 }
 
+const char* whoStops() {
+  switch (stopReason()) {
+    case StopReason::none:
+      return "by the user";
+    case StopReason::signal:
+      return "by a signal";
+    case StopReason::displayLost:
+      return "because the display was lost";
+    case StopReason::outOfMemory:
+      return "because memory ran out";
+  }
+  return "";
+}
+
 }  // namespace
 
 void JobOfFrontEnd::phase(Phase phase, u64 totalBytes) {
@@ -36,6 +51,7 @@ void JobOfFrontEnd::phase(Phase phase, u64 totalBytes) {
     progress_->setTotalBytes(totalBytes);
   }
   phase_ = phase;
+  isStopped_ = false;
   bytesDone_ = 0;
 }
 
@@ -44,7 +60,13 @@ void JobOfFrontEnd::advance(u64 bytes) {
   if (progress_) progress_->setBytesDone(bytesDone_);
 }
 
-bool JobOfFrontEnd::shouldStop() { return progress_ && progress_->isCancelled(); }
+bool JobOfFrontEnd::shouldStop() {
+  if (isStopped_ || !(stopRequested() || (progress_ && progress_->isCancelled())))
+    return isStopped_;
+  isStopped_ = true;
+  note(format("Stopped %s", whoStops()));
+  return true;
+}
 
 BadSectorAnswer JobOfFrontEnd::badSector(const Failure& failure, Direction direction) {
   note(format("Bad sector %llu, system error %d", static_cast<unsigned long long>(failure.lba),

@@ -17,6 +17,7 @@ class JobOfFrontEnd : public Job {
 
   void phase(Phase phase, u64 totalBytes) override;
   void advance(u64 bytes) override;
+  // The first time that it is true within a phase, the trace says why.
   bool shouldStop() override;
   BadSectorAnswer badSector(const Failure& failure, Direction direction) override;
   void note(const std::string& text) override;
@@ -26,6 +27,7 @@ class JobOfFrontEnd : public Job {
   std::unique_ptr<OperationProgress> progress_;
   Phase phase_ = Phase::formatting;
   u64 bytesDone_ = 0;
+  bool isStopped_ = false;
 };
 
 }  // namespace tallowin

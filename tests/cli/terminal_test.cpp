@@ -118,6 +118,7 @@ TEST_F(TerminalTest, CtrlCWhileSectorsAreClearedSaysWhatIsLeft) {
   EXPECT_EQ(unwiped.status, 130) << unwiped.output;
   EXPECT_TRUE(contains(unwiped, "The partition was deleted, but the wipe was stopped"))
       << unwiped.output;
+  EXPECT_NE(ctl_.home().read("Debug.txt").find("Stopped by a signal\n"), std::string::npos);
   expectSoundTable(path, 1);
 }
 
