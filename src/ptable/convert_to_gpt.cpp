@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include "disk/mbr_record.h"
 #include "probe/type_catalogue.h"
@@ -52,12 +53,11 @@ class GptBuilder {
 
 // In the order of the disk, with the volumes in place of what holds them.
 Failure build(Drive& drive, const std::optional<SectorRegion>& reserved, GptBuilder& builder) {
-  bool isReservedTaken = !reserved;
+  const SectorRegion* waiting = reserved ? &*reserved : nullptr;
   const auto take = [&](const PartitionEntry& entry) -> Failure {
-    if (!isReservedTaken && reserved->first < entry.startSector) {
-      isReservedTaken = true;
-      if (const Failure failed = builder.takeReserved(*reserved)) return failed;
-    }
+    if (waiting != nullptr && waiting->first < entry.startSector)
+      if (const Failure failed = builder.takeReserved(*std::exchange(waiting, nullptr)))
+        return failed;
     return builder.take(entry);
   };
   for (const auto& entry : drive.table().entries) {
@@ -71,7 +71,7 @@ Failure build(Drive& drive, const std::optional<SectorRegion>& reserved, GptBuil
       if (const Failure failed = take(*volume)) return failed;
     }
   }
-  return isReservedTaken ? Failure() : builder.takeReserved(*reserved);
+  return waiting != nullptr ? builder.takeReserved(*waiting) : Failure();
 }
 
 Failure clearReserved(DiskDevice& disk, const SectorRegion& reserved) {
