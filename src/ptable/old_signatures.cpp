@@ -66,8 +66,7 @@ std::vector<u64> oldSignatureSectors(u32 sectorSizeBytes) {
   std::vector<u64> lbas;
   for (const Mark& mark : kMarks) lbas.push_back(mark.offset / sectorSizeBytes);
   std::ranges::sort(lbas);
-  const auto same = std::ranges::unique(lbas);
-  lbas.erase(same.begin(), lbas.end());
+  lbas.erase(std::unique(lbas.begin(), lbas.end()), lbas.end());
   std::erase(lbas, u64{0});  // holds the table
   return lbas;
 }
