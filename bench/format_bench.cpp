@@ -11,6 +11,7 @@
 #include "disk/transfer_buffer.h"
 #include "fat/fat_format.h"
 #include "fat/fat_surface_scan.h"
+#include "fat/fat_volume.h"
 #include "stopwatch.h"
 #include "support/loop_device.h"
 #include "support/oracle.h"
@@ -60,34 +61,34 @@ class PlainFile {
   TransferBuffer buffer_;
 };
 
+SectorRange wholeOf(DiskDevice& disk, u64 bytes) { return {disk, 0, bytes / 512}; }
+
 bool format(DiskDevice& disk, u64 bytes) {
-  FatFormatRequest request;
-  request.device = &disk;
-  request.lengthSectors = static_cast<u32>(bytes / 512);
-  request.sectorsPerCluster = kWantedClusterSectors;
-  request.typeId = kFat32Type;
-  request.label = "BENCH";
-  request.geometry = {1023, 254, 63};
-  return formatFat(request) == Error::none && disk.flush() == Error::none;
+  FormatWish wish;
+  wish.clusterBytes = kWantedClusterSectors * 512;
+  wish.type = kFat32Type;
+  wish.label = "BENCH";
+  wish.geometry = {1023, 254, 63};
+  SilentJob job;
+  FormatReport report;
+  return !formatFat(wholeOf(disk, bytes), wish, job, report);
 }
 
-std::unique_ptr<FatVolume> openVolume(DiskDevice& disk, u64 bytes) {
-  FatPlacement placement;
-  placement.lengthSectors = bytes / 512;
-  placement.typeId = kFat32Type;
-  return FatVolume::open(disk, placement);
+FatLayout layoutOf(DiskDevice& disk, u64 bytes) {
+  std::optional<FatVolume> volume;
+  return openFat(wholeOf(disk, bytes), kFat32Type, volume) ? FatLayout() : volume->layout;
 }
 
 // `disk` and `path` are the same. False when something failed.
 bool compareFormats(const std::string& title, DiskDevice& disk, const std::string& path,
                     u64 bytes) {
   if (!format(disk, bytes)) return false;
-  const auto volume = openVolume(disk, bytes);
-  const u32 clusterSectors = volume->sectorsPerCluster();
-  const u64 metadata = (volume->firstDataSector() + clusterSectors) * 512;
+  const FatLayout layout = layoutOf(disk, bytes);
+  const u32 clusterSectors = layout.sectorsPerCluster;
+  const u64 metadata = (layout.firstDataSector() + clusterSectors) * 512;
   const double mebibytes = static_cast<double>(metadata) / kMiB;
   PlainFile plain(path, O_RDWR);
-  const Contender ours{"formatFat and flush", [&] { return format(disk, bytes); }};
+  const Contender ours{"formatFat", [&] { return format(disk, bytes); }};
   std::printf("%u sectors a cluster, %.1f MiB of metadata\n", clusterSectors, mebibytes);
   return compare(
              (title + ", against the same sectors").c_str(), mebibytes, kFormatRounds,
@@ -110,19 +111,21 @@ bool compareScan(LinuxDisk& disk, const std::string& path) {
     if (!content.write(kScannedBytes)) return false;
   }
   if (!format(disk, kScannedBytes)) return false;
-  const auto volume = openVolume(disk, kScannedBytes);
-  if (!volume->setupFatCache(FatVolume::kUsualWindowSectors, FatVolume::kUsualSavedWindows))
-    return false;
+  const FatLayout layout = layoutOf(disk, kScannedBytes);
+  const SectorRange range = wholeOf(disk, kScannedBytes);
+  FatTable table(range, layout);
+  if (table.setUp()) return false;
   // Direct reads begin on a page.
-  const u64 firstByte = volume->dataStartLba() * 512 / 4096 * 4096;
+  const u64 firstByte = layout.firstDataSector() * 512 / 4096 * 4096;
   PlainFile plain(path, O_RDONLY | O_DIRECT);
   return compare(
       "search for bad clusters, loop device", static_cast<double>(kScannedBytes - firstByte) / kMiB,
       kScanRounds,
       {{"plain direct reads of 4 MiB", [&] { return plain.read(firstByte, kScannedBytes); }},
        {"FatSurfaceScan", [&] {
-          FatSurfaceScan scan(*volume, [](u32) { return true; });
-          return scan.prepare() && scan.run() && scan.badClusters() == 0;
+          SilentJob job;
+          FatSurfaceScan scan(range, table, job);
+          return !scan.prepare() && !scan.run() && scan.badClusters() == 0;
         }}});
 }
 

@@ -6,6 +6,8 @@
 
 #include "disk/memory_disk.h"
 #include "fat/fat_format.h"
+#include "fat/fat_table.h"
+#include "fat/fat_volume.h"
 
 using namespace tallowin;
 
@@ -50,13 +52,17 @@ struct Sample {
 };
 constexpr Sample kSamples[] = {{0x01, 600}, {0x04, 4200}, {0x0B, 1199}};
 
+Failure format(const SectorRange& range, const FormatWish& wish) {
+  SilentJob job;
+  FormatReport report;
+  return formatFat(range, wish, job, report);
+}
+
 MemoryDisk formatted(const Sample& sample) {
   MemoryDisk disk(sample.sectors);
-  FatFormatRequest request;
-  request.device = &disk;
-  request.lengthSectors = sample.sectors;
-  request.typeId = sample.typeId;
-  require(formatFat(request) == Error::none);
+  FormatWish wish;
+  wish.type = sample.typeId;
+  require(!format({disk, 0, sample.sectors}, wish));
   return disk;
 }
 
@@ -74,25 +80,19 @@ void place(MemoryDisk& disk, u64 lba, std::span<const u8> bytes, bool change) {
   disk.setSector(lba, sector);
 }
 
-std::unique_ptr<FatVolume> open(DiskDevice& disk, const FatPlacement& placement, u32 window,
-                                u32 saved) {
-  auto volume = FatVolume::open(disk, placement);
-  if (!volume->isValid() || !volume->setupFatCache(window, saved)) return nullptr;
-  return volume;
-}
-
 // In every copy of the FAT is what was set.
-void requireEntries(DiskDevice& disk, const FatPlacement& placement,
-                    const std::map<u32, u32>& expected) {
-  auto volume = open(disk, placement, 1, 0);
-  require(volume != nullptr);
-  for (u32 copy = 0; copy < volume->numberOfFats();
-       copy += std::max(1U, volume->numberOfFats() - 1)) {
-    volume->setFatStartOverride(volume->startSector() + volume->reservedSectors() +
-                                u64{copy} * volume->sectorsPerFat());
-    require(volume->resetFatCache(1, 0));
-    for (const auto& [cluster, value] : expected) require(volume->getFat(cluster) == value);
-    require(!volume->hasError());
+void requireEntries(const FatVolume& volume, const std::map<u32, u32>& expected) {
+  const FatLayout& layout = volume.layout;
+  FatTable table(volume.range, layout);
+  for (u32 copy = 0; copy < layout.numberOfFats; copy += std::max(1U, layout.numberOfFats - 1)) {
+    const u64 start = volume.range.firstSector + layout.reservedSectors;
+    require(!table.setUp({.windowSectors = 1,
+                          .savedWindows = 0,
+                          .elsewhereLba = start + u64{copy} * layout.sectorsPerFat}));
+    for (const auto& [cluster, value] : expected) {
+      u32 found = 0;
+      require(!table.get(cluster, found) && found == value);
+    }
   }
 }
 
@@ -103,9 +103,6 @@ void changeEntries(Input& input) {
   const u32 window = 1 + input.number(1) % 24;
   const u32 saved = input.number(1) % 4;
   MemoryDisk disk = change ? copyOf(index) : MemoryDisk(sample.sectors);
-  FatPlacement placement;
-  placement.lengthSectors = sample.sectors;
-  placement.typeId = sample.typeId;
   place(disk, 0, input.take(90), change);
   if (!change) {
     std::vector<u8> boot = disk.sector(0);
@@ -113,39 +110,39 @@ void changeEntries(Input& input) {
               boot.begin() + kBootSignatureOffset);
     disk.setSector(0, boot);
   }
-  auto volume = open(disk, placement, window, saved);
-  if (volume == nullptr) return;
-  place(disk, volume->fatStartLba(), input.take(input.number(1)), false);
+  const SectorRange range{disk, 0, sample.sectors};
+  std::optional<FatVolume> volume;
+  if (openFat(range, sample.typeId, volume)) return;
+  const FatLayout& layout = volume->layout;
+  const u64 fatStart = layout.reservedSectors;
+  place(disk, fatStart, input.take(input.number(1)), false);
+  FatTable table(range, layout);
+  if (table.setUp({.windowSectors = window, .savedWindows = saved})) return;
 
   MemoryDisk before = disk.copy();
-  const u32 mask = volume->kind() == FatKind::fat12   ? 0xFFF
-                   : volume->kind() == FatKind::fat16 ? 0xFFFF
-                                                      : 0x0FFFFFFF;
+  const u32 mask = layout.kind == FatKind::fat12   ? 0xFFF
+                   : layout.kind == FatKind::fat16 ? 0xFFFF
+                                                   : 0x0FFFFFFF;
   std::map<u32, u32> expected;
   while (!input.isEmpty()) {
     const u32 what = input.number(1);
     const u32 cluster = what % 2 == 0 ? input.number(4) : input.number(2) % 3000;
     if (what / 2 % 4 == 0) {
-      require(volume->flushFat());
+      require(!table.flush());
     } else if (what / 2 % 4 == 1) {
-      const u32 value = volume->getFat(cluster);
+      u32 value = 0;
       const auto known = expected.find(cluster);
-      require(volume->hasError() || known == expected.end() || known->second == value);
+      require(table.get(cluster, value) || known == expected.end() || known->second == value);
     } else {
-      const u32 value = what / 2 % 4 == 2 ? volume->badMark() : input.number(4);
-      volume->setFat(cluster, value);
-      if (!volume->hasError()) expected[cluster] = value & mask;
+      const u32 value = what / 2 % 4 == 2 ? layout.badMark() : input.number(4);
+      if (!table.set(cluster, value)) expected[cluster] = value & mask;
     }
-    volume->clearError();
   }
-  const u64 fatStart = volume->fatStartLba();
-  const u64 fatEnd = fatStart + u64{volume->numberOfFats()} * volume->sectorsPerFat();
-  require(volume->flushFat());
-  volume.reset();
-  requireEntries(disk, placement, expected);
+  require(!table.flush());
+  requireEntries(*volume, expected);
   // Nothing beside the FATs was touched.
   for (MemoryDisk* both : {&disk, &before})
-    require(both->writeZeros(fatStart, fatEnd - fatStart) == Error::none);
+    require(!both->writeZeros(fatStart, u64{layout.numberOfFats} * layout.sectorsPerFat));
   require(disk.sameContent(before));
 }
 
@@ -158,54 +155,58 @@ constexpr u32 kLongestScannedBytes = kMiB;
 void format(Input& input) {
   const u32 options = input.number(1);
   const u32 sectorSize = options % 8 >= 4 ? 4096 : 512;
-  FatFormatRequest request;
-  request.options = options % 4;
-  request.startSector = kNeighbour;
-  request.lengthSectors =
-      input.number(3) %
-      ((options & kFatScanSurface) != 0 ? kLongestScannedBytes / sectorSize : kLongest);
+  FormatWish wish;
+  wish.surfaceScan = options % 2 != 0;
+  wish.alignForNtfs = options / 2 % 2 != 0;
+  const u64 length =
+      input.number(3) % (wish.surfaceScan ? kLongestScannedBytes / sectorSize : kLongest);
   const std::vector<u8> neighbour(std::size_t{kNeighbour} * sectorSize, 0x5A);
-  const u64 behind = kNeighbour + request.lengthSectors;
+  const u64 behind = kNeighbour + length;
   MemoryDisk disk(behind + kNeighbour, sectorSize);
-  require(disk.writeSectors(0, neighbour.data(), kNeighbour) == Error::none);
-  require(disk.writeSectors(behind, neighbour.data(), kNeighbour) == Error::none);
-  request.device = &disk;
-  request.typeId = static_cast<u16>(input.number(1));
-  request.sectorsPerCluster = (options & 8) != 0 ? input.number(4) : input.number(1);
-  request.driveNumber = input.number(2);
-  request.hiddenSectors = input.number(4);
-  request.geometry.maxHead = static_cast<u8>(input.number(1));
-  request.geometry.sectorsPerTrack = static_cast<u8>(input.number(1));
+  require(!disk.writeSectors(0, neighbour.data(), kNeighbour));
+  require(!disk.writeSectors(behind, neighbour.data(), kNeighbour));
+  wish.type = static_cast<u16>(input.number(1));
+  wish.clusterBytes = (options & 8) != 0 ? input.number(4) : input.number(1) * sectorSize;
+  if ((options & 16) != 0) wish.driveNumber = static_cast<u8>(input.number(1));
+  wish.hiddenSectors = input.number(4);
+  wish.geometry.maxHead = static_cast<u8>(input.number(1));
+  wish.geometry.sectorsPerTrack = static_cast<u8>(input.number(1));
   const auto label = input.take(16);
-  request.label.assign(label.begin(), label.end());
+  wish.label.assign(label.begin(), label.end());
   MemoryDisk before = disk.copy();
 
-  const Failure error = formatFat(request);
+  const SectorRange range{disk, kNeighbour, length};
+  SilentJob job;
+  FormatReport report;
+  const Failure failed = formatFat(range, wish, job, report);
   require(sectors(disk, 0, kNeighbour) == neighbour);
   require(sectors(disk, behind, kNeighbour) == neighbour);
-  require(request.badClusters == 0);
-  if (error != Error::none) {
-    require(error == Error::invalidSizeForType && disk.sameContent(before));
+  require(report.badClusters == 0);
+  if (failed) {
+    require(failed == Error::invalidSizeForType && !report.touched && disk.sameContent(before));
     return;
   }
-  FatPlacement placement;
-  placement.startSector = request.startSector;
-  placement.lengthSectors = request.lengthSectors;
-  auto volume = open(disk, placement, 24, 32);
-  require(volume != nullptr);
-  const u32 clusters = volume->clusterCount();
+  std::optional<FatVolume> volume;
+  require(!openFat(range, 0, volume));
+  const FatLayout& layout = volume->layout;
+  const u32 clusters = layout.clusterCount();
   require(clusters != 0);
-  if (!volume->isFat32())
-    require(clusters < (volume->kind() == FatKind::fat12 ? 4085U : 65525U) &&
-            (clusters >= 4085) == (volume->kind() == FatKind::fat16));
-  require((request.options & kFatAlignForNtfs) == 0 ||
-          volume->firstDataSector() * sectorSize % 4096 == 0);
-  require(volume->clusterToLba(volume->highestCluster()) + volume->sectorsPerCluster() <= behind);
-  require((volume->getFat(0) & 0xFF) == volume->bpb().media);
-  require(volume->getFat(1) == volume->endMark());
-  require(volume->getFat(2) == (volume->isFat32() ? volume->endMark() : 0));
-  if (clusters > 1) require(volume->getFat(volume->highestCluster()) == 0);
-  require(!volume->hasError());
+  if (!layout.isFat32())
+    require(clusters < (layout.kind == FatKind::fat12 ? 4085U : 65525U) &&
+            (clusters >= 4085) == (layout.kind == FatKind::fat16));
+  require(!wish.alignForNtfs || layout.firstDataSector() * sectorSize % 4096 == 0);
+  require(layout.clusterToSector(layout.highestCluster()) + layout.sectorsPerCluster <= length);
+  FatTable table(range, layout);
+  require(!table.setUp());
+  const auto entry = [&](u32 cluster) {
+    u32 value = 0;
+    require(!table.get(cluster, value));
+    return value;
+  };
+  require((entry(0) & 0xFF) == volume->boot.bpb().media);
+  require(entry(1) == layout.endMark());
+  require(entry(2) == (layout.isFat32() ? layout.endMark() : 0));
+  if (clusters > 1) require(entry(layout.highestCluster()) == 0);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Which actions make sense for the row that is selected.
 #pragma once
 
-#include "ptable/drive.h"
+#include "ops/file_systems.h"
 
 namespace tallowin {
 
@@ -23,10 +23,12 @@ inline constexpr u32 kTrimBit = 0x2000;
 struct ActionFacts {
   bool isGpt = false;
   bool canTrim = false;                 // the drive releases unused sectors
+  bool holdsNothing = false;            // the drive has no table with partitions
   u64 pendingCopySectors = kAllOnes64;  // size of the copy source, all ones without one
 };
 
 // For an entry of any kind, free blocks included.
-u32 enabledActions(const PartitionEntry& entry, const ActionFacts& facts);
+u32 enabledActions(const FileSystemKinds& kinds, const PartitionEntry& entry,
+                   const ActionFacts& facts);
 
 }  // namespace tallowin

@@ -77,7 +77,7 @@ const std::array<Model::ActionRow, kActionCount> Model::kActions = {{
      .area = Area::besideList,
      .label = "&Format",
      .bit = kFormatBit,
-     .wantedRow = "Select a FAT partition or volume to format.",
+     .wantedRow = "Select a partition or volume to format, or the free space of a disk without any.",
      .whyNot = &Model::whyNotThisType,
      .run = &Model::runFormat},
     {.action = Action::resize, .area = Area::besideList, .label = "&Resize", .bit = kResizeBit},
@@ -268,7 +268,11 @@ std::string MainWindowModel::whyNotOnRow(const ActionRow& row) const {
     const std::string why = whyEmpty();
     return !why.empty() ? why : "Select a row of the list first.";
   }
-  if ((enabledActions(*entry, {.isGpt = drive_->isGpt()}) & row.bit) != 0) return {};
+  const FileSystemKinds& kinds = session_.fileSystems();
+  const ActionFacts facts{
+      .isGpt = drive_->isGpt(),
+      .holdsNothing = drive_->scheme() == Scheme::mbr && drive_->partitionCount() == 0};
+  if ((enabledActions(kinds, *entry, facts) & row.bit) != 0) return {};
   if (const auto fault = faultText(*entry))
     return "This partition can only be deleted: " + *fault + ".";
   return row.wantedRow;
@@ -281,7 +285,12 @@ std::string MainWindowModel::whyNotDeletable() const {
                                : whyTableIsFixed();
 }
 
-std::string MainWindowModel::whyNotThisType() const { return whyNotFormattable(selection()->type); }
+std::string MainWindowModel::whyNotThisType() const {
+  const PartitionEntry& entry = *selection();
+  const FileSystemKinds& kinds = session_.fileSystems();
+  if (entry.isFree() || mayHoldAnyKind(kinds, entry)) return {};
+  return whyNotFormattable(kindOf(kinds, entry), entry.type);
+}
 
 void MainWindowModel::press(Action action) {
   if (const Control button = control(action); button.shown && button.enabled)
@@ -364,7 +373,10 @@ void MainWindowModel::runDelete() {
 }
 
 void MainWindowModel::runFormat() {
-  static_cast<void>(formatFlow(session_.context(frontEnd_), *drive_, *selectedEntry()));
+  const OperationContext context = session_.context(frontEnd_);
+  PartitionEntry& entry = *selectedEntry();
+  static_cast<void>(entry.isFree() ? formatWholeFlow(context, *drive_)
+                                   : formatFlow(context, *drive_, entry));
   refresh(Refresh::afterAction);
 }
 

@@ -75,7 +75,8 @@ Failure Session::openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,
   const bool takesSettings = (driveNumber & kDriveTakesNoSettings) == 0;
   DriveSettingsRecord* record =
       takesSettings ? &driveSettings(driveNumber, disk->traits().path) : nullptr;
-  return openDriveWithSettings(std::move(disk), *host_, options_, record, driveNumber, {}, drive);
+  return openDriveWithSettings(std::move(disk), *host_, options_, record, driveNumber,
+                               labelReaderOf(fileSystems_), drive);
 }
 
 }  // namespace tallowin

@@ -10,6 +10,7 @@
 #include "disk/disk_handles.h"
 #include "disk/drive_list.h"
 #include "disk/scsi_generic.h"
+#include "ops/file_systems.h"
 #include "ops/operation_context.h"
 #include "ptable/drive.h"
 #include "settings/drive_settings.h"
@@ -41,7 +42,10 @@ class Session {
   const std::vector<ScsiGenericDevice>& scsiGenericList() const { return scsiGenericList_; }
   DiskHandles& handles() { return handles_; }
   // What a flow is given.
-  OperationContext context(FrontEnd& frontEnd) { return {frontEnd, *host_, options_, folders_}; }
+  OperationContext context(FrontEnd& frontEnd) {
+    return {frontEnd, *host_, options_, folders_, fileSystems_};
+  }
+  const FileSystemKinds& fileSystems() const { return fileSystems_; }
 
   // "OS" and "Image": the buses of the chooser, indexed by the numbers of DriveClass.
   static const std::vector<std::string>& busNames();
@@ -70,6 +74,7 @@ class Session {
   DriveList driveList_;
   std::vector<ScsiGenericDevice> scsiGenericList_;
   DiskHandles handles_;
+  const FileSystemKinds fileSystems_ = registeredFileSystems();
 };
 
 }  // namespace tallowin

@@ -9,11 +9,14 @@ void declareTarget(OptionSet& options, CommonOptions& common) {
       .required();
 }
 
+DeclaredOption declareOptionalPart(OptionSet& options, CommonOptions& common) {
+  return options.value(
+      "--part", "N", common.part, parseCount, "a partition's number",
+      "Partition: its number in the list (the kernel's, or the id on an EMBR disk)");
+}
+
 void declarePart(OptionSet& options, CommonOptions& common) {
-  options
-      .value("--part", "N", common.part, parseCount, "a partition's number",
-             "Partition: its number in the list (the kernel's, or the id on an EMBR disk)")
-      .required();
+  declareOptionalPart(options, common).required();
 }
 
 void declareWriting(OptionSet& options, CommonOptions& common) {

@@ -21,6 +21,8 @@ struct CommonOptions {
 
 void declareTarget(OptionSet& options, CommonOptions& common);
 void declarePart(OptionSet& options, CommonOptions& common);
+// Where another option may stand in its place.
+DeclaredOption declareOptionalPart(OptionSet& options, CommonOptions& common);
 void declareWriting(OptionSet& options, CommonOptions& common);
 // What every command has.
 void declareOutput(OptionSet& options, CommonOptions& common);

@@ -104,7 +104,7 @@ std::optional<ListedRow> newRow(Drive& drive, const std::set<u64>& before) {
 void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& before) {
   if (const auto row = newRow(drive, before)) {
     if (context.options.json) {
-      writePartition(context.json, drive, *row);
+      writePartition(context.json, context.session.fileSystems(), drive, *row);
     } else {
       std::printf("Created %s\n", rowText(drive, *row).c_str());
     }
@@ -118,6 +118,11 @@ CommandResult noFreeBlock(const std::string& path, const std::optional<u32>& wan
   if (!wanted) return refused("'" + path + "' has no free block; delete a partition first.");
   return refused(
       format("'%s' has no free block %u; see the free rows of the list.", path.c_str(), *wanted));
+}
+
+bool takesAutomatic(const FileSystemKinds& kinds, u16 type) {
+  const FileSystemKind* kind = kinds.byType(type);
+  return kind && takesAutomaticClusters(*kind, type);
 }
 
 class CreateCommand : public Command {
@@ -154,7 +159,8 @@ void CreateCommand::declare(OptionSet& options, CommonOptions& common) {
 
 CommandResult CreateCommand::run(CommandContext& context) {
   context.ui.skipScans();
-  if (wanted_.clusterBytes && takesAutomaticClusters(static_cast<u16>(wanted_.type)))
+  if (wanted_.clusterBytes &&
+      takesAutomatic(context.session.fileSystems(), static_cast<u16>(wanted_.type)))
     return refused("--cluster: this type always takes the automatic cluster size; leave it out.");
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())

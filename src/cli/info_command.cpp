@@ -3,7 +3,7 @@
 
 #include "base/text.h"
 #include "cli/commands.h"
-#include "cli/fat_facts.h"
+#include "cli/file_system_facts.h"
 #include "cli/target.h"
 #include "ops/target_text.h"
 #include "probe/type_catalogue.h"
@@ -15,18 +15,18 @@ namespace {
 struct PartitionFacts {
   ChsAddress start;  // by the drive's geometry
   ChsAddress end;    // as it stands in the table
-  std::optional<FatFacts> fat;
+  std::optional<FileSystemFacts> fileSystem;
 };
 
-CommandResult gather(Drive& drive, const PartitionEntry& entry, PartitionFacts& facts) {
+CommandResult gather(const FileSystemKinds& kinds, Drive& drive, const PartitionEntry& entry,
+                     PartitionFacts& facts) {
   facts.start = lbaToChs(entry.startSector, drive.geometry(), kChsBeyondGeometry);
   facts.end = unpackedChs(entry.endChs);
-  FatFacts fat;
-  const bool mayBeFat = types::isFat(entry.type) && !entry.isInError();
-  const Failure error = mayBeFat ? readFatFacts(drive, entry, fat) : Error::invalidVolume;
-  if (error == Error::none) facts.fat = fat;
-  if (error == Error::none || error == Error::invalidVolume) return {};
-  return failedBecause("The FAT of the partition cannot be counted.", error);
+  FileSystemFacts found;
+  const Failure failed = readFileSystemFacts(kinds, drive, entry, found);
+  if (!failed) facts.fileSystem = std::move(found);
+  if (!failed || failed == Error::invalidVolume) return {};
+  return failedBecause("The clusters of the partition cannot be counted.", failed);
 }
 
 std::string gptFactsText(const PartitionEntry& entry) {
@@ -37,7 +37,8 @@ std::string gptFactsText(const PartitionEntry& entry) {
       guidText(entry.uniqueGuid).c_str(), static_cast<unsigned long long>(entry.attributes));
 }
 
-std::string factsText(Drive& drive, const ListedRow& row, const PartitionFacts& facts) {
+std::string partitionText(const FileSystemKinds& kinds, Drive& drive, const ListedRow& row,
+                          const PartitionFacts& facts) {
   const PartitionEntry& entry = *row.entry;
   std::string text = format(
       "Name           %s\nType           %s (%u, 0x%02X)\nSize           %s, %llu sectors\n"
@@ -52,8 +53,8 @@ std::string factsText(Drive& drive, const ListedRow& row, const PartitionFacts& 
   if (drive.isEmbr())
     text += format("Flags          0x%04llX\n", static_cast<unsigned long long>(entry.attributes));
   if (const auto fault = faultText(entry)) text += "Error          " + *fault + "\n";
-  if (facts.fat) return text + fatFactsText(*facts.fat);
-  return text + "File system    " + contentName(drive, entry).value_or("not known") + "\n";
+  if (facts.fileSystem) return text + factsText(*facts.fileSystem);
+  return text + "File system    " + contentName(kinds, drive, entry).value_or("not known") + "\n";
 }
 
 class InfoCommand : public Command {
@@ -70,21 +71,24 @@ CommandResult InfoCommand::run(CommandContext& context) {
   if (CommandResult result = openPart(context, TargetUse::look, target, row); !result.succeeded())
     return result;
   PartitionFacts facts;
-  if (CommandResult result = gather(*target.drive, *row.entry, facts); !result.succeeded())
+  if (CommandResult result =
+          gather(context.session.fileSystems(), *target.drive, *row.entry, facts);
+      !result.succeeded())
     return result;
   if (!context.options.json) {
-    std::fputs(factsText(*target.drive, row, facts).c_str(), stdout);
+    std::fputs(partitionText(context.session.fileSystems(), *target.drive, row, facts).c_str(),
+               stdout);
     if (const std::string problem = tableProblemText(*target.drive); !problem.empty())
       std::printf("Table          %s\n", problem.c_str());
     return {};
   }
   context.json.text("path", context.options.target);
-  writeRow(context.json, *target.drive, row);
+  writeRow(context.json, context.session.fileSystems(), *target.drive, row);
   context.json.textOrNull("gpt_health", gptHealthFor(*target.drive));
   writeChs(context.json, "start_chs", facts.start);
   writeChs(context.json, "end_chs", facts.end);
-  if (facts.fat)
-    writeFatFacts(context.json, *facts.fat);
+  if (facts.fileSystem)
+    writeFacts(context.json, *facts.fileSystem);
   else
     context.json.null("file_system");
   return {};

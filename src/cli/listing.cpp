@@ -5,7 +5,6 @@
 #include "base/text.h"
 #include "base/utf8.h"
 #include "cli/progress_line.h"
-#include "fat/fat_volume.h"
 #include "ops/target_text.h"
 #include "probe/identify.h"
 #include "probe/type_catalogue.h"
@@ -22,18 +21,6 @@ const char* kindName(ListedRow::Kind kind) {
       return "volume";
     case ListedRow::Kind::free:
       return "free";
-  }
-  return "";
-}
-
-const char* fatName(Drive& drive, const PartitionEntry& entry) {
-  switch (FatVolume::open(drive, entry)->kind()) {
-    case FatKind::fat12:
-      return "fat12";
-    case FatKind::fat16:
-      return "fat16";
-    case FatKind::fat32:
-      return "fat32";
   }
   return "";
 }
@@ -68,7 +55,7 @@ std::string padded(std::string text, std::size_t width) {
   return text;
 }
 
-std::string rowLine(Drive& drive, const ListedRow& row) {
+std::string rowLine(const FileSystemKinds& kinds, Drive& drive, const ListedRow& row) {
   const PartitionEntry& entry = *row.entry;
   const std::string number = row.number ? format("%u", *row.number) : "-";
   return format("%4s  %-10s %s %12llu %12llu %10s  %-20s %-8s %s", number.c_str(),
@@ -76,7 +63,7 @@ std::string rowLine(Drive& drive, const ListedRow& row) {
                 static_cast<unsigned long long>(entry.startSector),
                 static_cast<unsigned long long>(entry.endSector),
                 sizeText(entry.startSector, entry.endSector, drive.sectorSize()).c_str(),
-                typeText(entry).c_str(), contentName(drive, entry).value_or("").c_str(),
+                typeText(entry).c_str(), contentName(kinds, drive, entry).value_or("").c_str(),
                 flagsOf(entry).c_str());
 }
 
@@ -127,15 +114,15 @@ PartitionEntry* findFreeBlock(Drive& drive, std::optional<u32> number) {
   return found;
 }
 
-std::optional<std::string> contentName(Drive& drive, const PartitionEntry& entry) {
+std::optional<std::string> contentName(const FileSystemKinds& kinds, Drive& drive,
+                                       const PartitionEntry& entry) {
   Content content;
   if (entry.isFree() || entry.isInError() || types::isExtended(entry.type) ||
       identify(drive.disk(), entry.startSector, content) != Error::none)
     return std::nullopt;
+  if (const auto* kind = kinds.byContent(content.code, rangeOf(drive, entry), entry.type))
+    return std::string(kind->word);
   switch (content.code) {
-    case ContentCode::fat:
-    case ContentCode::fat32:
-      return fatName(drive, entry);
     case ContentCode::ntfs:
       return "ntfs";
     case ContentCode::linuxSwap:
@@ -161,7 +148,7 @@ std::optional<std::string> contentName(Drive& drive, const PartitionEntry& entry
   }
 }
 
-std::string listingText(Drive& drive) {
+std::string listingText(const FileSystemKinds& kinds, Drive& drive) {
   DiskDevice& disk = drive.disk();
   const u64 sectors = drive.lastLba() + 1;
   const Geometry& geometry = drive.geometry();
@@ -177,7 +164,7 @@ std::string listingText(Drive& drive) {
   text += format("%4s  %-10s %-24s %12s %12s %10s  %-20s %-8s %s\n", "No", "Kind", "Name", "Start",
                  "End", "Size", "Type", "Holds", "");
   for (const ListedRow& row : listedRows(drive))
-    text += std::string(trimRight(rowLine(drive, row))) + "\n";
+    text += std::string(trimRight(rowLine(kinds, drive, row))) + "\n";
   if (drive.table().hasErrors()) text += "\n* Errors Exist *\n";
   if (const std::string why = emptyTableText(drive); !why.empty()) text += "\n" + why + "\n";
   return text;
@@ -192,7 +179,7 @@ std::string rowText(const Drive& drive, const ListedRow& row) {
                 sizeText(entry.startSector, entry.endSector, drive.sectorSize()).c_str());
 }
 
-void writeRow(JsonWriter& json, Drive& drive, const ListedRow& row) {
+void writeRow(JsonWriter& json, const FileSystemKinds& kinds, Drive& drive, const ListedRow& row) {
   const PartitionEntry& entry = *row.entry;
   const bool isFree = row.kind == ListedRow::Kind::free;
   json.numberOrNull("number", isFree ? std::nullopt : row.number);
@@ -207,7 +194,7 @@ void writeRow(JsonWriter& json, Drive& drive, const ListedRow& row) {
   json.textOrNull("unique_guid", guidOrNothing(entry.uniqueGuid));
   json.number("attributes", entry.attributes);
   json.text("name", entry.tableName.empty() ? entry.name : entry.tableName);
-  json.textOrNull("fs", contentName(drive, entry));
+  json.textOrNull("fs", contentName(kinds, drive, entry));
   json.boolean("active", entry.bootIndicator == 0x80);
   json.boolean("hidden", isHiddenEntry(entry));
   json.textOrNull("error", faultText(entry));
@@ -225,17 +212,18 @@ void writeChs(JsonWriter& json, const char* key, const ChsAddress& address) {
   json.endObject();
 }
 
-void writePartition(JsonWriter& json, Drive& drive, const ListedRow& row) {
+void writePartition(JsonWriter& json, const FileSystemKinds& kinds, Drive& drive,
+                    const ListedRow& row) {
   json.beginObject("partition");
-  writeRow(json, drive, row);
+  writeRow(json, kinds, drive, row);
   json.endObject();
 }
 
-void writeRows(JsonWriter& json, Drive& drive) {
+void writeRows(JsonWriter& json, const FileSystemKinds& kinds, Drive& drive) {
   json.beginArray("rows");
   for (const ListedRow& row : listedRows(drive)) {
     json.beginObject();
-    writeRow(json, drive, row);
+    writeRow(json, kinds, drive, row);
     json.endObject();
   }
   json.endArray();

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "cli/json_writer.h"
-#include "ptable/drive.h"
+#include "ops/file_systems.h"
 
 namespace tallowin {
 
@@ -26,7 +26,8 @@ std::vector<ListedRow> listedRows(Drive& drive);
 PartitionEntry* findFreeBlock(Drive& drive, std::optional<u32> number);
 
 // What lies in the partition ("fat16", "ntfs", "ext"); nothing when that is not known.
-std::optional<std::string> contentName(Drive& drive, const PartitionEntry& entry);
+std::optional<std::string> contentName(const FileSystemKinds& kinds, Drive& drive,
+                                       const PartitionEntry& entry);
 
 bool isHiddenEntry(const PartitionEntry& entry);
 
@@ -37,7 +38,7 @@ std::string tableProblemText(const Drive& drive);
 std::optional<std::string> gptHealthFor(const Drive& drive);
 
 // A table for people.
-std::string listingText(Drive& drive);
+std::string listingText(const FileSystemKinds& kinds, Drive& drive);
 // "2: FAT-32 'NAME', sectors 63..16064, 8 MiB".
 std::string rowText(const Drive& drive, const ListedRow& row);
 
@@ -46,11 +47,12 @@ std::string chsText(const ChsAddress& address);
 void writeChs(JsonWriter& json, const char* key, const ChsAddress& address);
 
 // The row's members; the object is begun and ended by the caller.
-void writeRow(JsonWriter& json, Drive& drive, const ListedRow& row);
+void writeRow(JsonWriter& json, const FileSystemKinds& kinds, Drive& drive, const ListedRow& row);
 // The member "partition".
-void writePartition(JsonWriter& json, Drive& drive, const ListedRow& row);
+void writePartition(JsonWriter& json, const FileSystemKinds& kinds, Drive& drive,
+                    const ListedRow& row);
 // The member "rows".
-void writeRows(JsonWriter& json, Drive& drive);
+void writeRows(JsonWriter& json, const FileSystemKinds& kinds, Drive& drive);
 // "path" to "gpt_health".
 void writeDrive(JsonWriter& json, Drive& drive, const std::string& path);
 

@@ -89,9 +89,9 @@ CommandResult ListCommand::run(CommandContext& context) {
     return result;
   if (context.options.json) {
     writeDrive(context.json, *target.drive, context.options.target);
-    writeRows(context.json, *target.drive);
+    writeRows(context.json, context.session.fileSystems(), *target.drive);
   } else {
-    std::fputs(listingText(*target.drive).c_str(), stdout);
+    std::fputs(listingText(context.session.fileSystems(), *target.drive).c_str(), stdout);
   }
   return {};
 }

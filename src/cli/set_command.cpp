@@ -14,7 +14,7 @@ void reportPart(CommandContext& context, Drive& drive) {
   ListedRow row;
   if (!findPart(context, drive, row).succeeded()) return;
   if (context.options.json) {
-    writePartition(context.json, drive, row);
+    writePartition(context.json, context.session.fileSystems(), drive, row);
   } else {
     std::printf("%s\n", rowText(drive, row).c_str());
   }

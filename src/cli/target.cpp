@@ -27,7 +27,8 @@ std::string writtenText(const OverlayDisk& overlay, const std::string& path) {
   return text;
 }
 
-void writeRehearsal(JsonWriter& json, const OverlayDisk& overlay, Drive& drive) {
+void writeRehearsal(JsonWriter& json, const FileSystemKinds& kinds, const OverlayDisk& overlay,
+                    Drive& drive) {
   json.boolean("rehearsal", true);
   json.number("bytes", overlay.writtenBytes());
   json.beginArray("writes");
@@ -38,7 +39,7 @@ void writeRehearsal(JsonWriter& json, const OverlayDisk& overlay, Drive& drive) 
     json.endObject();
   }
   json.endArray();
-  writeRows(json, drive);
+  writeRows(json, kinds, drive);
 }
 
 }  // namespace
@@ -91,10 +92,13 @@ CommandResult endChange(CommandContext& context, Target& target, bool hadErrors,
     return refused("The rehearsed table has errors; do not run this on the disk.",
                    Error::tableInError);
   if (context.options.json) {
-    writeRehearsal(context.json, *target.overlay, *target.drive);
+    writeRehearsal(context.json, context.session.fileSystems(), *target.overlay, *target.drive);
   } else {
     std::fputs(writtenText(*target.overlay, context.options.target).c_str(), stdout);
-    std::fputs(("\nThe table would then be:\n\n" + listingText(*target.drive)).c_str(), stdout);
+    std::fputs(("\nThe table would then be:\n\n" +
+                listingText(context.session.fileSystems(), *target.drive))
+                   .c_str(),
+               stdout);
   }
   return result;
 }

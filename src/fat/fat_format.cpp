@@ -1,209 +1,224 @@
 #include "fat/fat_format.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "base/text.h"
 #include "base/utf8.h"
+#include "fat/fat_boot_area.h"
 #include "fat/fat_layout.h"
 #include "fat/fat_surface_scan.h"
-#include "move/move_callback.h"
-#include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
 
 // Between two questions whether to go on.
 constexpr u64 kClearBytes = 16 * kMiB;
-constexpr u32 kNtfsAlignmentBytes = 4096;
-// Every system takes a volume with fewer clusters for the smaller kind.
-constexpr u32 kFewestFat16Clusters = 4085;
-constexpr u32 kFewestFat32Clusters = 65525;
 // How many clusters are tried for a root directory that cannot stay in the first one.
 constexpr u32 kRootCandidates = 64;
 constexpr std::string_view kNoLabel = "           ";
 static_assert(kNoLabel.size() == kFatLabelLength);
 
-// --- The layout that formatting settles on
-
-bool hasTooFewClusters(const FatVolume& volume) {
-  if (volume.kind() == FatKind::fat12) return false;
-  return volume.clusterCount() < (volume.isFat32() ? kFewestFat32Clusters : kFewestFat16Clusters);
+FatLayoutWish layoutWishOf(const SectorRange& range, const FormatWish& wish) {
+  const u32 sectorBytes = range.disk.sectorSize();
+  return {.type = wish.type,
+          .totalSectors = range.sectorCount,
+          .bytesPerSector = sectorBytes,
+          .sectorsPerCluster =
+              wish.clusterBytes == 0 ? 0 : std::max<u32>(1, wish.clusterBytes / sectorBytes),
+          .alignForNtfs = wish.alignForNtfs};
 }
 
-bool growReserved(FatVolume& volume, u64 sectors) {
-  if (sectors > u64{0xFFFF} - volume.reservedSectors()) return false;
-  volume.bpb().reservedSectors = static_cast<u16>(volume.reservedSectors() + sectors);
-  volume.classify();
-  return volume.isValid();
-}
-
-// A FAT12 or FAT16 with more clusters than its kind can have gives up the last few.
-bool limitClusters(FatVolume& volume) {
-  if (volume.isFat32()) return true;
-  const u32 most =
-      (volume.kind() == FatKind::fat12 ? kFewestFat16Clusters : kFewestFat32Clusters) - 1;
-  if (volume.clusterCount() <= most) return true;
-  const u64 largest = (u64{most} + 1) * volume.sectorsPerCluster() - 1;
-  return growReserved(volume, volume.totalSectors() - volume.firstDataSector() - largest);
-}
-
-bool alignDataArea(FatVolume& volume) {
-  if (volume.bytesPerSector() >= kNtfsAlignmentBytes) return true;
-  const u64 unit = kNtfsAlignmentBytes / volume.bytesPerSector();
-  const u64 excess = volume.firstDataSector() % unit;
-  return excess == 0 || growReserved(volume, unit - excess);
-}
-
-// Takes smaller clusters while there are too few of them for the kind.
-bool settleLayout(FatVolume& volume, i32 wanted, bool align) {
-  const u16 reserved = volume.bpb().reservedSectors;
-  for (;;) {
-    if (!limitClusters(volume) || (align && !alignDataArea(volume))) return false;
-    const u32 size = volume.sectorsPerCluster();
-    // A FAT32 is told from a FAT16 by more than its clusters, so the smallest are left as such.
-    if (!hasTooFewClusters(volume) || (volume.isFat32() && size == 1)) return true;
-    volume.bpb().reservedSectors = reserved;
-    if (!(size > 1 ? layOutFat(volume, volume.kind(), static_cast<i32>(size / 2))
-                   : layOutFat(volume, FatKind::fat12, wanted)))
-      return false;
-    volume.classify();
-  }
+FatPlace placeOf(const SectorRange& range, const FormatWish& wish) {
+  FatPlace place;
+  place.media = fatMediaOf(range.sectorCount);
+  if (wish.driveNumber) place.media.driveNumber = *wish.driveNumber;
+  place.geometry = wish.geometry;
+  place.hiddenSectors = wish.hiddenSectors <= kAllOnes32 ? static_cast<u32>(wish.hiddenSectors) : 0;
+  return place;
 }
 
 class FatFormatter {
  public:
-  explicit FatFormatter(FatFormatRequest& request)
-      : request_(request), disk_(*request.device), label_(fatLabelText(request.label)) {}
+  FatFormatter(const SectorRange& range, const FormatWish& wish, const FatLayout& layout, Job& job,
+               FormatReport& report)
+      : range_(range),
+        disk_(range.disk),
+        wish_(wish),
+        layout_(layout),
+        job_(job),
+        report_(report),
+        label_(fatLabelText(wish.label)),
+        boot_(FatBootArea::fresh(disk_.sectorSize(), static_cast<u32>(wish.secondsSinceEpoch))),
+        table_(range, layout) {
+    boot_.setLayout(layout, placeOf(range, wish));
+    if (label_ != kNoLabel) boot_.setLabel(label_);
+  }
 
   Failure run();
 
  private:
-  bool report(u32 id, u32 value) {
-    return !request_.callback || request_.callback(request_, id, value);
-  }
-  bool buildVolume();
+  void noteWhatDiffers();
+  u64 clearedSectors() const { return layout_.firstDataSector() + layout_.sectorsPerCluster; }
+  Failure invalidate();
   Failure clear();
-  Failure writeFileSystem();
+  Failure writeTables();
   Failure scanSurface(FatSurfaceScan& scan);
-  bool flushFat() { return volume_->flushFat() && !volume_->hasError(); }
+  Failure finish();
   u64 rootDirLba() const;
-  bool writeLabel();
-  bool moveRootFromBadCluster();
-  bool makeRootAt(u32 cluster);
+  Failure writeLabel();
+  Failure moveRootFromBadCluster();
+  Failure makeRootAt(u32 cluster);
 
-  FatFormatRequest& request_;
+  const SectorRange& range_;
   DiskDevice& disk_;
+  const FormatWish& wish_;
+  const FatLayout& layout_;
+  Job& job_;
+  FormatReport& report_;
   const std::string label_;
-  std::unique_ptr<FatVolume> volume_;
+  FatBootArea boot_;
+  FatTable table_;
 };
 
 Failure FatFormatter::run() {
-  request_.badClusters = 0;
-  if (!report(CALLBACKidStatus, kFatFormatBegins)) return Error::cancelled;
-  if (!buildVolume()) return Error::invalidSizeForType;
-  FatSurfaceScan scan(*volume_,
-                      [this](u32 percent) { return report(CALLBACKidProgress, percent); });
-  const bool scans = (request_.options & kFatScanSurface) != 0;
-  if (scans && !scan.prepare()) return Error::outOfMemory;
+  FatSurfaceScan scan(range_, table_, job_);
+  if (wish_.surfaceScan)
+    if (const Failure failed = scan.prepare()) return failed;
+  if (const Failure failed = table_.setUp()) return failed;
+  noteWhatDiffers();
+  job_.phase(Phase::formatting, clearedSectors() * disk_.sectorSize());
+  if (job_.shouldStop()) return Error::cancelled;
 
-  Failure result = clear();
-  if (result == Error::none) result = writeFileSystem();
-  if (result == Error::none && scans) result = scanSurface(scan);
-  if (result != Error::none && result != Error::scanStopped) return result;
-  return disk_.flush() == Error::none ? result : Error::write;
+  report_.touched = true;
+  const Failure uncleared = invalidate();
+  if (const Failure failed = uncleared ? uncleared : clear())
+    return failed == Error::write ? failed.as(Error::clearingFailed) : failed;
+  if (const Failure failed = writeTables()) return failed;
+  if (wish_.surfaceScan)
+    if (const Failure failed = scanSurface(scan)) return failed;
+  return finish();
 }
 
-bool FatFormatter::buildVolume() {
-  FatPlacement placement;
-  placement.startSector = request_.startSector;
-  placement.lengthSectors = request_.lengthSectors;
-  placement.typeId = static_cast<u8>(types::unhide(request_.typeId));
-  placement.geometry = request_.geometry;
-  placement.hiddenValue = request_.hiddenSectors;
-  volume_ = FatVolume::createEmpty(disk_, placement);
-  const i32 wanted = static_cast<i32>(std::min(request_.sectorsPerCluster, u32{0x7FFFFFFF}));
-  if (!buildBootSector(*volume_, BootSectorOrigin::fresh, request_.lengthSectors, wanted,
-                       kDriveNumberDefault, static_cast<u32>(request_.secondsSinceEpoch)) ||
-      !volume_->isValid() ||
-      !settleLayout(*volume_, wanted, (request_.options & kFatAlignForNtfs) != 0))
-    return false;
-  if (request_.driveNumber < kDriveNumberDefault)
-    volume_->identity().driveNumber = static_cast<u8>(request_.driveNumber);
-  if (label_ != kNoLabel) volume_->setLabel(label_);
-  return volume_->clusterCount() != 0;
+void FatFormatter::noteWhatDiffers() {
+  const FatKind wanted = fatKindOfType(wish_.type);
+  if (layout_.kind != wanted)
+    report_.notes.push_back(format("A volume of this size is made as %s, not as %s.",
+                                   fatKindName(layout_.kind), fatKindName(wanted)));
+  if (wish_.clusterBytes != 0 && layout_.clusterBytes() != wish_.clusterBytes)
+    report_.notes.push_back(format("Clusters of %u bytes are not possible here; they have %u.",
+                                   wish_.clusterBytes, layout_.clusterBytes()));
+  const std::string kept(trimRight(label_));
+  if (!equalsIgnoreCase(kept, trimRight(wish_.label)))
+    report_.notes.push_back(
+        format("The label '%s' was stored as '%s'.", wish_.label.c_str(), kept.c_str()));
+  if (wish_.hiddenSectors > kAllOnes32)
+    report_.notes.push_back(
+        "The volume begins too far behind for its boot sector to say where, so that it says 0: "
+        "old systems cannot start from it.");
+}
+
+// While this volume is made, nobody is to find the one that was here: neither by its boot sector
+// nor by the copy that a FAT32 keeps of that.
+Failure FatFormatter::invalidate() {
+  FatBootArea old(disk_.sectorSize());
+  // What cannot be read has no copy that anybody knows of.
+  const bool isKnown = !old.read(range_);
+  if (const Failure failed = disk_.writeZeros(range_.firstSector, 1)) {
+    FatBootArea now(disk_.sectorSize());
+    report_.touched = !isKnown || now.read(range_) || !std::ranges::equal(now.bytes(), old.bytes());
+    return failed;
+  }
+  if (const Failure failed = disk_.flush()) return failed;
+  const u32 copy = isKnown ? old.backupBootSector() : 0;
+  if (copy == 0 || copy >= range_.sectorCount) return {};
+  if (const Failure failed = disk_.writeZeros(range_.firstSector + copy, 1)) return failed;
+  return disk_.flush();
 }
 
 // Boot area, FATs, root directory and the first cluster.
 Failure FatFormatter::clear() {
-  const u64 total = volume_->firstDataSector() + volume_->sectorsPerCluster();
+  const u64 total = clearedSectors();
   const u64 piece = kClearBytes / disk_.sectorSize();
   for (u64 done = 0; done < total;) {
     const u64 count = std::min(piece, total - done);
-    if (disk_.clearSectors(request_.startSector + done, count) != Error::none)
-      return Error::clearingFailed;
+    if (const Failure failed = disk_.clearSectors(range_.firstSector + done, count)) return failed;
     done += count;
-    if (!report(CALLBACKidProgress, static_cast<u32>(done * 100 / total))) return Error::cancelled;
+    job_.advance(count * disk_.sectorSize());
+    if (job_.shouldStop()) return Error::cancelled;
   }
-  return Error::none;
+  return {};
 }
 
-Failure FatFormatter::writeFileSystem() {
-  if (!volume_->writeBootArea()) return Error::write;
-  if (!volume_->setupFatCache(FatVolume::kUsualWindowSectors, FatVolume::kUsualSavedWindows))
-    return Error::outOfMemory;
-  volume_->setFat(0, 0xFFFFFF00 | volume_->bpb().media);
-  volume_->setFat(1, kAllOnes32);
-  if (volume_->isFat32()) volume_->markEnd(volume_->bpb32().rootCluster);
-  return flushFat() && writeLabel() ? Error::none : Error::write;
+Failure FatFormatter::writeTables() {
+  if (const Failure failed = table_.set(0, 0xFFFFFF00 | boot_.bpb().media)) return failed;
+  if (const Failure failed = table_.set(1, kAllOnes32)) return failed;
+  if (layout_.isFat32())
+    if (const Failure failed = table_.markEnd(boot_.bpb32().rootCluster)) return failed;
+  return writeLabel();
+}
+
+Failure FatFormatter::scanSurface(FatSurfaceScan& scan) {
+  job_.note("Format: surface scan");
+  const Failure ended = scan.run();
+  report_.badClusters = scan.badClusters();
+  report_.scanStopped = ended == Error::cancelled;
+  if (ended && !report_.scanStopped) return ended;
+  return moveRootFromBadCluster();
+}
+
+Failure FatFormatter::finish() {
+  if (const Failure failed = table_.flush()) return failed;
+  if (const Failure failed = boot_.writeBehindBootSector(range_)) return failed;
+  if (const Failure failed = disk_.flush()) return failed;
+  report_.usedClusters = layout_.isFat32() ? 1 : 0;
+  if (const Failure failed = boot_.writeBootSector(range_)) return failed;
+  return disk_.flush();
 }
 
 u64 FatFormatter::rootDirLba() const {
-  return volume_->isFat32() ? volume_->clusterToLba(volume_->bpb32().rootCluster)
-                            : volume_->startSector() + volume_->rootDirSector();
+  return range_.firstSector + (layout_.isFat32()
+                                   ? layout_.clusterToSector(boot_.bpb32().rootCluster)
+                                   : layout_.rootDirSector());
 }
 
-bool FatFormatter::writeLabel() {
-  if (label_ == kNoLabel) return true;
+Failure FatFormatter::writeLabel() {
+  if (label_ == kNoLabel) return {};
   std::vector<u8> sector(disk_.sectorSize());
   auto& entry = *recordAt<FatDirectoryEntryRecord>(std::span(sector));
   label_.copy(entry.name, sizeof(entry.name));
   entry.attributes = kFatVolumeLabel;
-  return disk_.writeSectors(rootDirLba(), sector.data(), 1) == Error::none;
-}
-
-Failure FatFormatter::scanSurface(FatSurfaceScan& scan) {
-  if (!report(CALLBACKidStatus, kFatScanBegins)) return Error::scanStopped;
-  const bool finished = scan.run();
-  request_.badClusters = scan.badClusters();
-  if (!moveRootFromBadCluster() || !flushFat()) return Error::write;
-  return finished ? Error::none : Error::scanStopped;
+  return disk_.writeSectors(rootDirLba(), sector.data(), 1);
 }
 
 // The root directory of a FAT32 was made in the first cluster before that was tested.
-bool FatFormatter::moveRootFromBadCluster() {
-  const u32 root = volume_->isFat32() ? u32{volume_->bpb32().rootCluster} : 0;
-  if (root == 0 || volume_->getFat(root) != volume_->badMark()) return true;
+Failure FatFormatter::moveRootFromBadCluster() {
+  if (!layout_.isFat32()) return {};
+  const u32 root = boot_.bpb32().rootCluster;
+  u32 value = 0;
+  if (const Failure failed = table_.get(root, value)) return failed;
+  if (value != layout_.badMark()) return {};
+  Failure last = Error::write;
   u32 candidates = 0;
-  for (u32 cluster = root + 1; cluster <= volume_->highestCluster() && candidates < kRootCandidates;
+  for (u32 cluster = root + 1; cluster <= layout_.highestCluster() && candidates < kRootCandidates;
        ++cluster) {
-    if (volume_->getFat(cluster) != 0) continue;
-    if (makeRootAt(cluster)) return true;
+    if (const Failure failed = table_.get(cluster, value)) return failed;
+    if (value != 0) continue;
+    last = makeRootAt(cluster);
+    if (!last) return {};
     ++candidates;
   }
-  return false;
+  return last;
 }
 
-bool FatFormatter::makeRootAt(u32 cluster) {
-  const u32 sectors = volume_->sectorsPerCluster();
-  const u64 lba = volume_->clusterToLba(cluster);
+Failure FatFormatter::makeRootAt(u32 cluster) {
+  const u32 sectors = layout_.sectorsPerCluster;
+  const u64 lba = range_.firstSector + layout_.clusterToSector(cluster);
   std::vector<u8> readBack(std::size_t{sectors} * disk_.sectorSize());
-  volume_->bpb32().rootCluster = cluster;
-  if (disk_.clearSectors(lba, sectors) != Error::none || !writeLabel() ||
-      disk_.readSectors(lba, readBack.data(), sectors) != Error::none)
-    return false;
-  volume_->markEnd(cluster);
-  return volume_->writeBootArea();
+  boot_.bpb32().rootCluster = cluster;
+  if (const Failure failed = disk_.clearSectors(lba, sectors)) return failed;
+  if (const Failure failed = writeLabel()) return failed;
+  if (const Failure failed = disk_.readSectors(lba, readBack.data(), sectors)) return failed;
+  return table_.markEnd(cluster);
 }
 
 }  // namespace
@@ -221,6 +236,12 @@ std::string fatLabelText(std::string_view label) {
   return text;
 }
 
-Failure formatFat(FatFormatRequest& request) { return FatFormatter(request).run(); }
+Failure formatFat(const SectorRange& range, const FormatWish& wish, Job& job,
+                  FormatReport& report) {
+  report = {};
+  const std::optional<FatLayout> layout = newFatLayout(layoutWishOf(range, wish));
+  if (!layout) return Error::invalidSizeForType;
+  return FatFormatter(range, wish, *layout, job, report).run();
+}
 
 }  // namespace tallowin

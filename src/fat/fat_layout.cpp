@@ -1,19 +1,24 @@
 #include "fat/fat_layout.h"
 
-#include <algorithm>
 #include <bit>
 
-#include "fat/fat_format.h"
-#include "fat/new_boot_sector.h"
+#include "base/text.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
 
-constexpr u8 kTypeFat12 = 0x01;
-constexpr u8 kTypeSmallFat16 = 0x04;
 constexpr u64 kFat16FromSectors = 32718;  // smaller ones are FAT12, but for type 0x04
+constexpr u64 kMostFat16Sectors = 8387840;
+constexpr u64 kMostSmallFat16Sectors = 65535;
+constexpr u64 kFirstTooSmallForFat32 = 1200;
+constexpr u64 kLeastFat32Sectors = 66727;
 constexpr u64 kFat32EndSectors = 0xFFFFFF81;
+constexpr u32 kNtfsAlignmentBytes = 4096;
+constexpr u32 kMostReservedSectors = 0xFFFF;
+// Every system takes a volume with fewer clusters for the smaller kind.
+constexpr u32 kFewestFat16Clusters = 4085;
+constexpr u32 kFewestFat32Clusters = 65525;
 
 // What the choice of a cluster size goes by, in sectors. Signed: small volumes go below zero.
 struct Room {
@@ -56,154 +61,172 @@ i64 fatSectors(FatKind kind, i64 sectorBytes, i64 clusterSize, i64 data, i64 cop
   return std::max<i64>(2, (data + 2 * clusterSize + perFatSector - 1) / perFatSector);
 }
 
-const char* typeTextOf(FatKind kind) {
-  return kind == FatKind::fat12 ? "FAT12   " : kind == FatKind::fat16 ? "FAT16   " : "FAT32   ";
+// As computeFatLayout, for `kind`, whatever kind the size would choose.
+bool layOutAs(FatKind kind, FatLayout& layout, i32 wanted, const FatMedia& media) {
+  const bool keep = wanted < 0;
+  i64 size = keep ? i64{layout.sectorsPerCluster} : wanted;
+  if (!keep && !std::has_single_bit(static_cast<u32>(wanted))) size = 0;
+
+  layout.kind = kind;
+  const Room room{i64{layout.totalSectors} - layout.reservedSectors, layout.rootDirSectors()};
+  if (kind == FatKind::fat16) {
+    size = fat16ClusterSize(room, size);
+  } else if (kind == FatKind::fat12) {
+    size = fat12ClusterSize(room, size, media.driveNumber >= 0x80);
+  } else {
+    size = fat32ClusterSize(room, size, wanted > kKeepClusterSizeExactly);
+  }
+  const i64 fat = fatSectors(kind, layout.bytesPerSector, size, room.data(), layout.numberOfFats);
+  if (!layout.isFat32() && fat > 0xFFFF) return false;
+  layout.sectorsPerFat = static_cast<u32>(fat);
+  layout.sectorsPerCluster = static_cast<u32>(size);
+  return true;
 }
 
-// --- buildBootSector
-
-struct Media {
-  u8 descriptor = 0xF8;
-  u16 rootEntries = 512;
-  u8 driveNumber = 0x80;
-};
-
-Media mediaFor(u64 length, u32 driveNumber) {
-  Media media;
-  const bool mayBeFloppy = driveNumber < 0x80 || driveNumber == kDriveNumberDefault;
-  const u8 floppy = length == 720                      ? 0xFD
-                    : length == 1440 || length == 2400 ? 0xF9
-                    : length == 2880 || length == 5760 ? 0xF0
-                                                       : 0;
-  if (mayBeFloppy && floppy != 0) media = {floppy, 224, 0};
-  if (driveNumber != kDriveNumberDefault) media.driveNumber = static_cast<u8>(driveNumber);
-  return media;
+bool hasTooFewClusters(const FatLayout& layout) {
+  if (layout.kind == FatKind::fat12) return false;
+  return layout.clusterCount() < (layout.isFat32() ? kFewestFat32Clusters : kFewestFat16Clusters);
 }
 
-void setTotalSectors(FatVolume& volume, u64 length) {
-  const bool fits16 = length < 0x10000 && !volume.isFat32();
-  volume.bpb().totalSectors16 = fits16 ? static_cast<u16>(length) : u16{0};
-  volume.bpb().totalSectors32 = fits16 ? u32{0} : static_cast<u32>(length);
+bool growReserved(FatLayout& layout, u64 sectors) {
+  if (sectors > kMostReservedSectors - layout.reservedSectors) return false;
+  layout.reservedSectors += static_cast<u32>(sectors);
+  return layout.firstDataSector() <= layout.totalSectors;
 }
 
-u32 hiddenSectorsOf(const FatVolume& volume) {
-  const u32 gap = volume.placement().hiddenValue;
-  return gap != 0 ? gap
-                  : static_cast<u32>(volume.startSector() + volume.disk().traits().startOffset);
+// A FAT12 or FAT16 with more clusters than its kind can have gives up the last few.
+bool limitClusters(FatLayout& layout) {
+  if (layout.isFat32()) return true;
+  const u32 most =
+      (layout.kind == FatKind::fat12 ? kFewestFat16Clusters : kFewestFat32Clusters) - 1;
+  if (layout.clusterCount() <= most) return true;
+  const u64 largest = (u64{most} + 1) * layout.sectorsPerCluster - 1;
+  return growReserved(layout, layout.totalSectors - layout.firstDataSector() - largest);
 }
 
-// What a volume keeps when its boot sector is rebuilt; its place depends on the kind.
-struct Identity {
-  u32 serial = 0;
-  std::string label;
-};
-
-void fillFat32Fields(FatVolume& volume) {
-  Fat32BpbRecord& fields = volume.bpb32();
-  fields = {};
-  fields.rootCluster = 2;
-  fields.fsInfoSector = 1;
-  fields.backupBootSector = 6;
-}
-
-void initialiseFsInfo(FatVolume& volume) {
-  auto* info = recordAt<FatFsInfoRecord>(volume.bootAreaSector(1));
-  if (info == nullptr) return;  // a boot area has three whole sectors
-  std::copy_n(kFsInfoLeadSignature, sizeof(info->leadSignature), info->leadSignature);
-  std::copy_n(kFsInfoStructSignature, sizeof(info->structSignature), info->structSignature);
-  info->freeClusters = kFreeClustersUnknown;
-  info->nextFreeCluster = 4;
-  std::copy_n(kFatSectorTrail, sizeof(info->trailSignature), info->trailSignature);
-}
-
-void clearBehindBootSector(FatVolume& volume) {
-  for (const u32 slot : {1U, 2U}) std::ranges::fill(volume.bootAreaSector(slot), u8{0});
+bool alignDataArea(FatLayout& layout) {
+  if (layout.bytesPerSector >= kNtfsAlignmentBytes) return true;
+  const u64 unit = kNtfsAlignmentBytes / layout.bytesPerSector;
+  const u64 excess = layout.firstDataSector() % unit;
+  return excess == 0 || growReserved(layout, unit - excess);
 }
 
 }  // namespace
 
-bool isSizeValidForType(u16 typeId, u64 sectors) { return types::sizeFits(typeId, sectors); }
-
-bool layOutFat(FatVolume& volume, FatKind kind, i32 wanted) {
-  const bool keep = wanted < 0;
-  i64 size = keep ? i64{volume.sectorsPerCluster()} : wanted;
-  if (!keep && !std::has_single_bit(static_cast<u32>(wanted))) size = 0;
-
-  volume.setKind(kind);
-  const Room room{i64{volume.totalSectors()} - volume.reservedSectors(), volume.rootDirSectors()};
-  if (kind == FatKind::fat16) {
-    size = fat16ClusterSize(room, size);
-  } else if (kind == FatKind::fat12) {
-    size = fat12ClusterSize(
-        room, size, !volume.hasExtendedBootSignature() || volume.identity().driveNumber >= 0x80);
-  } else {
-    size = fat32ClusterSize(room, size, wanted > kKeepClusterSizeExactly);
+const char* fatKindName(FatKind kind) {
+  switch (kind) {
+    case FatKind::fat12:
+      return "FAT12";
+    case FatKind::fat16:
+      return "FAT16";
+    case FatKind::fat32:
+      break;
   }
-  if (volume.hasExtendedBootSignature()) volume.setTypeText(typeTextOf(kind));
-
-  const i64 fat =
-      fatSectors(kind, volume.disk().sectorSize(), size, room.data(), volume.numberOfFats());
-  if (!volume.isFat32() && fat > 0xFFFF) return false;
-  volume.bpb().sectorsPerFat16 = volume.isFat32() ? u16{0} : static_cast<u16>(fat);
-  if (volume.isFat32()) volume.bpb32().sectorsPerFat = static_cast<u32>(fat);
-  volume.bpb().sectorsPerCluster = static_cast<u8>(size);
-  return true;
+  return "FAT32";
 }
 
-bool computeFatLayout(FatVolume& volume, i32 sectorsPerCluster) {
-  const u64 total = volume.totalSectors();
-  if (!isSizeValidForType(volume.typeId(), total)) return false;
-  const bool largeEnough = total >= kFat16FromSectors || volume.typeId() == kTypeSmallFat16;
-  const FatKind kind = volume.isFat32() ? FatKind::fat32
+FatKind fatKindOfType(u16 type) {
+  if (types::unhide(type) == kFatTypeFat12) return FatKind::fat12;
+  return types::isFat32(type) ? FatKind::fat32 : FatKind::fat16;
+}
+
+FatMedia fatMediaOf(u64 totalSectors) {
+  constexpr u16 kFloppyRootEntries = 224;
+  switch (totalSectors) {
+    case 720:
+      return {0xFD, kFloppyRootEntries, 0};
+    case 1440:
+    case 2400:
+      return {0xF9, kFloppyRootEntries, 0};
+    case 2880:
+    case 5760:
+      return {0xF0, kFloppyRootEntries, 0};
+    default:
+      return {};
+  }
+}
+
+FatLayout emptyFatLayout(u16 type, u64 totalSectors, u32 bytesPerSector, const FatMedia& media) {
+  FatLayout layout;
+  layout.kind = fatKindOfType(type);
+  layout.bytesPerSector = bytesPerSector;
+  layout.reservedSectors = layout.isFat32() ? 32 : 1;
+  layout.totalSectors = static_cast<u32>(totalSectors);
+  // Whole sectors: programs disagree about a root directory that ends within one.
+  const u32 perSector = bytesPerSector / u32{sizeof(FatDirectoryEntryRecord)};
+  const u32 rootSectors = (media.rootEntries + perSector - 1) / perSector;
+  layout.rootEntries = layout.isFat32() ? 0 : rootSectors * perSector;
+  return layout;
+}
+
+bool isFatSizeValid(u16 type, u64 sectors) {
+  const u16 plain = types::unhide(type);
+  // Between the two a volume would have too many clusters for FAT16 and too few for FAT32.
+  if (fatKindOfType(type) == FatKind::fat32)
+    return (sectors < kFirstTooSmallForFat32 || sectors >= kLeastFat32Sectors) &&
+           sectors < kFat32EndSectors;
+  return sectors <= kMostFat16Sectors && (plain != kFatTypeFat12 || sectors < kFat16FromSectors) &&
+         (plain != kFatTypeSmallFat16 || sectors <= kMostSmallFat16Sectors);
+}
+
+bool computeFatLayout(FatLayout& layout, u16 type, i32 sectorsPerCluster, const FatMedia& media) {
+  const u64 total = layout.totalSectors;
+  if (!isFatSizeValid(type, total)) return false;
+  const bool largeEnough = total >= kFat16FromSectors || types::unhide(type) == kFatTypeSmallFat16;
+  const FatKind kind = layout.isFat32() ? FatKind::fat32
                        : largeEnough    ? FatKind::fat16
                                         : FatKind::fat12;
-  return layOutFat(volume, kind, sectorsPerCluster);
+  return layOutAs(kind, layout, sectorsPerCluster, media);
 }
 
-bool buildBootSector(FatVolume& volume, BootSectorOrigin origin, u64 lengthSectors,
-                     i32 sectorsPerCluster, u32 driveNumber, u32 newSerial) {
-  const bool fresh = origin == BootSectorOrigin::fresh;
-  Identity identity{newSerial, kFatNoName};
-  if (fresh) {
-    std::ranges::fill(volume.bootArea(), u8{0});
-    std::ranges::copy(tallowinNewFatBootSector, volume.bootArea().begin());
-  } else {
-    identity = {volume.identity().serial, std::string(volume.label())};
+std::optional<FatLayout> newFatLayout(const FatLayoutWish& wish) {
+  if (wish.totalSectors == 0 || wish.totalSectors >= kFat32EndSectors ||
+      wish.bytesPerSector > kFatLongestSector)
+    return std::nullopt;
+  const FatMedia media = fatMediaOf(wish.totalSectors);
+  FatLayout layout = emptyFatLayout(wish.type, wish.totalSectors, wish.bytesPerSector, media);
+  const u32 reserved = layout.reservedSectors;
+  const i32 wanted = static_cast<i32>(std::min(wish.sectorsPerCluster, u32{0x7FFFFFFF}));
+  if (!computeFatLayout(layout, wish.type, wanted, media)) return std::nullopt;
+  for (;;) {
+    if (layout.firstDataSector() > layout.totalSectors || !limitClusters(layout) ||
+        (wish.alignForNtfs && !alignDataArea(layout)))
+      return std::nullopt;
+    const u32 size = layout.sectorsPerCluster;
+    // A FAT32 is told from a FAT16 by more than its clusters, so the smallest are left as such.
+    if (!hasTooFewClusters(layout) || (layout.isFat32() && size == 1)) break;
+    layout.reservedSectors = reserved;
+    if (!(size > 1 ? layOutAs(layout.kind, layout, static_cast<i32>(size / 2), media)
+                   : layOutAs(FatKind::fat12, layout, wanted, media)))
+      return std::nullopt;
   }
-  const bool wasFat32 = !fresh && volume.isFat32();
-  volume.setKind(volume.typeId() == kTypeFat12     ? FatKind::fat12
-                 : types::isFat32(volume.typeId()) ? FatKind::fat32
-                                                   : FatKind::fat16);
-  if (volume.isFat32() && !wasFat32) clearBehindBootSector(volume);
+  if (layout.clusterCount() == 0) return std::nullopt;
+  return layout;
+}
 
-  FatBpbRecord& bpb = volume.bpb();
-  bpb.bytesPerSector = static_cast<u16>(volume.disk().sectorSize());
-  bpb.reservedSectors = volume.isFat32() ? 32 : 1;
-  bpb.numberOfFats = 2;
-  setTotalSectors(volume, lengthSectors);
-  const Media media = mediaFor(lengthSectors, driveNumber);
-  bpb.media = media.descriptor;
-  // Whole sectors: programs disagree about a root directory that ends within one.
-  const u32 entriesPerSector = volume.disk().sectorSize() / u32{sizeof(FatDirectoryEntryRecord)};
-  const u32 rootSectors = (media.rootEntries + entriesPerSector - 1) / entriesPerSector;
-  bpb.rootEntries = volume.isFat32() ? u16{0} : static_cast<u16>(rootSectors * entriesPerSector);
-  bpb.sectorsPerTrack = volume.placement().geometry.sectorsPerTrack;
-  bpb.heads = static_cast<u16>(volume.placement().geometry.maxHead + 1);
-  bpb.hiddenSectors = hiddenSectorsOf(volume);
-  if (volume.isFat32()) {
-    fillFat32Fields(volume);
-    initialiseFsInfo(volume);
-  }
-  volume.identity().driveNumber = media.driveNumber;
-  volume.identity().reserved = 0;
-  volume.identity().extendedSignature = kFatExtendedSignature;
-  volume.identity().serial = identity.serial;
-  volume.setLabel(identity.label);
-
-  const bool ok = lengthSectors < kFat32EndSectors && computeFatLayout(volume, sectorsPerCluster);
-  volume.setLengthSectors(lengthSectors);
-  volume.classify();
-  return ok;
+std::string whyNotFatOfSize(u16 type, u64 sectors, u32 sectorSizeBytes) {
+  FatLayoutWish wish{.type = type, .totalSectors = sectors, .bytesPerSector = sectorSizeBytes};
+  if (newFatLayout(wish)) return {};
+  const auto sizeOf = [&](u64 count) {
+    return format("%.1f MiB", static_cast<double>(count * sectorSizeBytes) / kMiB);
+  };
+  const u16 plain = types::unhide(type);
+  const bool isFat32 = fatKindOfType(type) == FatKind::fat32;
+  const u64 least = isFat32 ? kLeastFat32Sectors : 0;
+  const u64 most = isFat32                       ? kFat32EndSectors - 1
+                   : plain == kFatTypeFat12      ? kFat16FromSectors - 1
+                   : plain == kFatTypeSmallFat16 ? kMostSmallFat16Sectors
+                                                 : kMostFat16Sectors;
+  const std::string what =
+      format("A %s volume of %llu sectors (%s) is not possible", types::name(plain).c_str(),
+             static_cast<unsigned long long>(sectors), sizeOf(sectors).c_str());
+  if (sectors > most)
+    return what + format(": it has at most %llu sectors (%s).",
+                         static_cast<unsigned long long>(most), sizeOf(most).c_str());
+  if (sectors < least)
+    return what + format(": it has at least %llu sectors (%s).",
+                         static_cast<unsigned long long>(least), sizeOf(least).c_str());
+  return what + ": it is too small for a cluster.";
 }
 
 }  // namespace tallowin

@@ -62,6 +62,8 @@ static_assert(kFat16IdentityOffset == 36 && kFat32IdentityOffset == 64);
 inline constexpr std::size_t kBootSignatureOffset = 510;
 inline constexpr u8 kBootSignature[2] = {0x55, 0xAA};
 
+inline constexpr u32 kFatLongestSector = 4096;
+
 inline constexpr u8 kFatExtendedSignature = 0x29;
 constexpr bool isFatExtendedSignature(u8 value) { return value >= 0x26 && value <= 0x29; }
 

@@ -2,11 +2,10 @@
 #pragma once
 
 #include <array>
-#include <functional>
 
-#include "disk/disk_device.h"
+#include "base/job.h"
 #include "disk/transfer_buffer.h"
-#include "fat/fat_volume.h"
+#include "fat/fat_table.h"
 
 namespace tallowin {
 
@@ -15,17 +14,15 @@ namespace tallowin {
 // cluster belong to none and mark nothing.
 class FatSurfaceScan {
  public:
-  // The percent of the area that is done; false stops.
-  using Progress = std::function<bool(u32 percent)>;
+  // `table` must be set up; it and the job are borrowed.
+  FatSurfaceScan(const SectorRange& range, FatTable& table, Job& job);
 
-  // The FAT cache of `volume` must be set up; both are borrowed.
-  FatSurfaceScan(FatVolume& volume, Progress progress);
-
-  // Gets the buffers; false when there is not so much memory.
-  [[nodiscard]] bool prepare();
-  // False when it was stopped. Marks are left in the FAT cache, for the caller to flush.
-  bool run();
-  u32 badClusters() const { return badClusters_; }
+  // Gets the buffers: outOfMemory.
+  Failure prepare();
+  // The whole phase surfaceScan of the job. cancelled: it was stopped. Marks are left in the
+  // table, for the caller to flush; else errors of FatTable::set.
+  Failure run();
+  u64 badClusters() const { return badClusters_; }
 
  private:
   struct Piece {
@@ -34,20 +31,20 @@ class FatSurfaceScan {
   };
 
   bool begin(Piece& piece);
-  bool narrow(const Piece& piece);
-  void testClusters(u64 firstLba, u64 count, u8* buffer);
-  bool report(u64 doneLba) const;
+  Failure narrow(const Piece& piece);
+  Failure testClusters(u64 firstLba, u64 count, u8* buffer);
+  Failure advance(u64 sectors);
 
-  FatVolume& volume_;
+  SectorRange range_;
+  FatTable& table_;
+  Job& job_;
   DiskDevice& disk_;
-  Progress progress_;
   u64 firstLba_;
-  u64 endLba_;  // of the partition, one past its last sector
   u64 nextLba_;
   u32 pieceSectors_;
   u32 chunkSectors_;
   u32 nextCluster_ = 2;  // all below are tested
-  u32 badClusters_ = 0;
+  u64 badClusters_ = 0;
   std::array<Piece, 2> pieces_;
 };
 

@@ -26,19 +26,26 @@ constexpr u64 kFarSuperblockSector = 128;
 
 // The sectors at the start of a new partition that old content is recognised by. That of an
 // extended partition holds its first EBR.
-u64 sectorsToClear(u16 type) {
+u64 sectorsToClear(const FileSystemKinds& kinds, u16 type) {
   if (types::isExtended(type)) return 0;
-  const u64 count = types::isFat32(type) ? 7 : 1;
+  const FileSystemKind* kind = kinds.byType(type);
+  const u64 count = kind ? kind->bootSectors : 1;
   const u16 plain = types::unhide(type);
   return plain == types::kLinuxSwap || plain == types::kLinux ? count + 7 : count;
 }
 
-Failure clearFirstSectors(DiskDevice& disk, u16 type, const SectorExtent& extent) {
+Failure clearFirstSectors(DiskDevice& disk, const FileSystemKinds& kinds, u16 type,
+                          const SectorExtent& extent) {
   const u64 length = extent.endSector - extent.startSector + 1;
-  const u64 count = std::min(sectorsToClear(type), length);
+  const u64 count = std::min(sectorsToClear(kinds, type), length);
   if (const Failure failed = disk.writeZeros(extent.startSector, count)) return failed;
   if (count <= 7 || length <= kFarSuperblockSector) return {};
   return disk.writeZeros(extent.startSector + kFarSuperblockSector, 1);
+}
+
+// The name that an MBR cannot keep is no label.
+std::string labelOf(const CreateModel& model) {
+  return model.name == kNewMbrEntryName ? std::string() : model.name;
 }
 
 // One run of the dialog: its OK button may be pressed several times until all is well.
@@ -57,7 +64,8 @@ class Creation {
             drive_.isGpt(),
             drive_.isEmbr(),
             context_.options.volumeLabels,
-            context_.options.fullPartitionList};
+            context_.options.fullPartitionList,
+            &context_.fileSystems};
   }
 
   // The OK button: true when the dialog is to close, because the entry was written, or could not
@@ -82,6 +90,7 @@ class Creation {
       return refuse(
           "Unable to align the partition in the target area.\n"
           "This is probably due to unaligned partitions.");
+    if (model.format && !canBeFormatted(*found)) return false;
     return write(model, target, *found);
   }
 
@@ -97,6 +106,15 @@ class Creation {
     context_.ui.noticeBox(text, title);
     result_ = {FlowEnd::refused, code, 0};
     return false;
+  }
+
+  // Before anything is written, by the rule that Format goes by.
+  bool canBeFormatted(const SectorExtent& found) {
+    const u64 sectors = found.endSector + 1 - found.startSector;
+    const std::string why =
+        whyNotFormattable(context_.fileSystems.byType(type_), type_, sectors, drive_.sectorSize());
+    return why.empty() || refuse(why + "\nNothing was changed. Please choose another size or type.",
+                                 {}, Error::invalidSizeForType);
   }
 
   bool hasRoomForPrimary() {
@@ -187,7 +205,7 @@ class Creation {
     type_ = drive_.typeForEnd(type_, found.endSector);
     Failure uncleared;
     Failure failed = add(newEntry(model, target, found));
-    if (!failed) uncleared = clearFirstSectors(drive_.disk(), type_, found);
+    if (!failed) uncleared = clearFirstSectors(drive_.disk(), context_.fileSystems, type_, found);
     failed = change.end(failed);
     result_ = {};
     if (failed) {
@@ -233,7 +251,7 @@ FlowResult createFlow(const OperationContext& context, Drive& drive, PartitionEn
   if (!created) return creation.result();
   return formatFlow(
       context, drive, *created,
-      {.mode = FormatMode::afterCreate, .label = model.name, .type = creation.type()});
+      {.mode = FormatMode::afterCreate, .label = labelOf(model), .type = creation.type()});
 }
 
 }  // namespace tallowin

@@ -36,9 +36,10 @@ std::size_t nameLimit(const CreateFacts& facts) {
   return facts.insideExtended ? 8 : 15;
 }
 
-Control formatControlFor(u16 type) {
+Control formatControlFor(const FileSystemKinds* kinds, u16 type) {
   Control control;
-  if (types::isFat(type)) return control;
+  const FileSystemKind* kind = kinds ? kinds->byType(type) : nullptr;
+  if (kind && kind->format) return control;
   control.enabled = false;
   if (type == types::kFree) {
     control.whyDisabled = "Choose a file system first.";
@@ -62,7 +63,7 @@ CreateModel::CreateModel(const CreateFacts& facts)
       groupLabel(facts.insideExtended ? "Volume Information" : "Partition Information"),
       nameMaxLength(nameLimit(facts)),
       fileSystemChoices(typeChoices(facts)),
-      formatControl(formatControlFor(types::kFree)),
+      formatControl(formatControlFor(facts.fileSystems, types::kFree)),
       facts_(facts),
       blockMiB_(sizeInMiB(facts.startSector, facts.endSector, facts.sectorSizeBytes)) {
   winNtOnlyLabel.shown = false;
@@ -95,7 +96,7 @@ void CreateModel::fileSystemChanged() {
   if (requestedSizeMiB_ == 0) requestedSizeMiB_ = sizeMiB.value;
   sizeMiB.setRange(0, std::min(maxSizeMiBForType(type, unitBytes), blockMiB_));
   sizeMiB.setValue(requestedSizeMiB_);
-  formatControl = formatControlFor(type);
+  formatControl = formatControlFor(facts_.fileSystems, type);
   format = formatControl.enabled;
 }
 

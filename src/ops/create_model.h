@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ops/dialog_model.h"
+#include "probe/file_system_kind.h"
 
 namespace tallowin {
 
@@ -20,6 +21,7 @@ struct CreateFacts {
   bool isEmbr = false;
   bool volumeLabels = true;  // the settings VolumeLabels and FullPartitionList
   bool fullPartitionList = false;
+  const FileSystemKinds* fileSystems = nullptr;  // which types can be formatted; null: none
 };
 
 // The name that a primary of an MBR disk is shown with when it has no label.

@@ -46,18 +46,19 @@ DeleteFacts deleteFacts(Drive& drive, const PartitionEntry& entry) {
 }
 
 // The sectors that Clear Boot Sector takes, from the entry's first on.
-u64 bootSectors(u16 type, bool shiftHeld) {
-  if (types::isFat32(type)) return shiftHeld ? 1 : 7;
+u64 bootSectors(const FileSystemKinds& kinds, u16 type, bool shiftHeld) {
+  if (const FileSystemKind* kind = kinds.byType(type)) return shiftHeld ? 1 : kind->bootSectors;
   const u16 plain = types::unhide(type);
   if (plain == types::kLinuxSwap) return 8;
   return plain == types::kLinux ? 129 : 1;
 }
 
 // What Yes overwrites; nothing when no box is ticked.
-std::optional<SectorExtent> extentToWipe(const DeleteModel& model, const PartitionEntry& entry) {
+std::optional<SectorExtent> extentToWipe(const FileSystemKinds& kinds, const DeleteModel& model,
+                                         const PartitionEntry& entry) {
   if (model.wipePartition) return SectorExtent{entry.startSector, entry.endSector};
   if (!model.clearBootSector) return std::nullopt;
-  const u64 count = std::min(bootSectors(entry.type, model.shiftHeld), entry.sectorCount());
+  const u64 count = std::min(bootSectors(kinds, entry.type, model.shiftHeld), entry.sectorCount());
   return SectorExtent{entry.startSector, entry.startSector + count - 1};
 }
 
@@ -87,7 +88,7 @@ FlowResult tellWipe(const OperationContext& context, const Failure& failed, cons
 // The entry goes first, and the disk stays locked until its sectors are overwritten.
 FlowResult removeEntry(const OperationContext& context, Drive& drive, const PartitionEntry& entry,
                        const DeleteModel& model) {
-  const auto wiped = extentToWipe(model, entry);
+  const auto wiped = extentToWipe(context.fileSystems, model, entry);
   TableChange change(context, drive);
   if (const auto stopped = change.begin(WriteTarget::sectors({entry.startSector, entry.endSector})))
     return *stopped;

@@ -3,50 +3,53 @@
 #include <algorithm>
 
 #include "base/text.h"
-#include "disk/disk_handles.h"
-#include "fat/fat_format.h"
-#include "move/move_callback.h"
+#include "disk/mbr_record.h"
+#include "ops/create_model.h"
 #include "ops/error_text.h"
 #include "ops/format_model.h"
+#include "ops/format_operation.h"
 #include "ops/format_summary_model.h"
-#include "ops/operation_progress.h"
+#include "ops/job_of_front_end.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
 #include "ops/trace_log.h"
+#include "probe/disk_content.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
 
-constexpr u64 kSmallFat16Sectors = 65535;
-
-FatKind kindOfType(u16 type) {
-  if (types::unhide(type) == 0x01) return FatKind::fat12;
-  return types::isFat32(type) ? FatKind::fat32 : FatKind::fat16;
-}
-
 FlowResult cancelled() { return {FlowEnd::cancelled, Error::cancelled, 0}; }
 
+// Of a partition that no table and no file system gives a name.
+bool isPlaceholderName(const PartitionEntry& entry) {
+  return entry.name == kUnlabelledWholeDisk || entry.name == kNewMbrEntryName ||
+         entry.name == format("MBR %d", entry.tableIndex);
+}
+
+// One run of the flow, for a partition or, without an entry, for the whole disk.
 class Formatting {
  public:
-  Formatting(const OperationContext& context, Drive& drive, PartitionEntry& entry,
+  Formatting(const OperationContext& context, Drive& drive, PartitionEntry* entry,
              const FormatOptions& options)
-      : context_(context),
-        drive_(drive),
-        entry_(&entry),
-        options_(options),
-        type_(options.type.value_or(entry.type)) {}
+      : context_(context), drive_(drive), entry_(entry), options_(options) {
+    kind_ = options.kind;
+    if (!kind_ && options.type) kind_ = context.fileSystems.byType(*options.type);
+    if (!kind_ && !options.type && entry_) kind_ = kindOf(context.fileSystems, *entry_);
+    mayChooseKind_ = !kind_ && (!entry_ || mayHoldAnyKind(context.fileSystems, *entry_));
+    settleTarget();
+  }
 
   FlowResult run() {
     if (const auto stopped = checkTarget()) return *stopped;
-    if (!askForClusters() || !confirmErase()) return cancelled();
-    if (const auto stopped = changeType()) return *stopped;
+    if (!runDialog()) return cancelled();
+    if (const auto stopped = checkSize()) return *stopped;
+    if (!confirmErase()) return cancelled();
+    if (entry_ && tableWish_ != EntryProperties{}) return changeTableAndFormat();
+    if (!entry_) return formatInPlaceOfTable();
     DiskWriteScope scope(context_, drive_);
-    if (const auto stopped =
-            scope.begin(WriteTarget::sectors({entry_->startSector, entry_->endSector})))
-      return *stopped;
-    entry_->type = type_;
+    if (const auto stopped = scope.begin(WriteTarget::sectors(target_.extent))) return *stopped;
     return tell(format());
   }
 
@@ -56,185 +59,238 @@ class Formatting {
     return FlowResult{FlowEnd::refused, code, 0};
   }
 
+  void settleTarget() {
+    if (!entry_) {
+      name_ = describeDisk(drive_.disk());
+      if (kind_)
+        target_ = wholeDiskTarget(drive_, *kind_);
+      else
+        target_.extent = {0, drive_.lastLba()};
+      return;
+    }
+    name_ = entry_->name;
+    isPlaceholder_ = isPlaceholderName(*entry_);
+    u16 type = options_.type.value_or(entry_->type);
+    if (kind_ && !options_.type) type = typeForKind(drive_, *entry_, *kind_);
+    target_ = formatTargetOf(drive_, *entry_, type);
+    if (kind_) tableWish_ = propertiesForKind(drive_, *entry_, type, *kind_);
+  }
+
   std::optional<FlowResult> checkTarget() {
-    if (const std::string why = whyNotFormattable(type_); !why.empty()) {
-      context_.ui.noticeBox(why);
-      return FlowResult{FlowEnd::refused, Error::unsupportedFileSystem, 0};
+    const u16 isNow = entry_ ? entry_->type : u16{0};
+    if (types::isExtended(isNow))
+      return refuse(
+          "An extended partition holds volumes and no file system of its own.\n"
+          "Nothing was changed. Please format its volumes, or delete it first.",
+          Error::unsupportedFileSystem);
+    if (!mayChooseKind_) {
+      if (const std::string why = whyNotFormattable(kind_, target_.type); !why.empty()) {
+        context_.ui.noticeBox(why);
+        return FlowResult{FlowEnd::refused, Error::unsupportedFileSystem, 0};
+      }
     }
     if (auto stopped = refuseWhenReadOnlyDisk(context_, drive_)) return stopped;
-    if (entry_->isInError())
+    if (!entry_) {
+      if (auto stopped = checkWholeDisk()) return stopped;
+    } else if (entry_->isInError()) {
       return refuse(tableErrorText(Error::tableInError), Error::tableInError);
-    if (type_ != entry_->type) {
-      if (const auto refused = refuseWhenReadOnlyTable(context_, drive_)) return refused;
     }
-    if (entry_->sectorCount() > kAllOnes32 || !types::sizeFits(type_, entry_->sectorCount()))
-      return refuse(formatErrorText(Error::invalidSizeForType), Error::invalidSizeForType);
-    if (auto refused = refuseWhenInUse(context_, drive_, {entry_->startSector, entry_->endSector}))
-      return refused;
-    if (options_.mode == FormatMode::afterCreate) return std::nullopt;
+    if (kind_)
+      if (auto stopped = checkSize()) return stopped;
+    if (auto stopped = refuseWhenInUse(context_, drive_, target_.extent)) return stopped;
+    if (options_.mode == FormatMode::afterCreate || !entry_) return std::nullopt;
     return askAboutBootManager(context_, drive_, *entry_);
   }
 
-  bool askForClusters() {
-    if (takesAutomaticClusters(type_)) return true;
-    FormatModel model(types::isFat(type_));
+  std::optional<FlowResult> checkSize() {
+    if (tableWish_ != EntryProperties{})
+      if (auto stopped = refuseWhenReadOnlyTable(context_, drive_)) return stopped;
+    const u64 sectors = target_.extent.endSector + 1 - target_.extent.startSector;
+    const std::string why = whyNotFormattable(kind_, target_.type, sectors, drive_.sectorSize());
+    if (why.empty()) return std::nullopt;
+    return refuse(formatErrorText(Error::invalidSizeForType) + "\n\n" + why,
+                  Error::invalidSizeForType);
+  }
+
+  // A volume without a table takes the place of every table.
+  std::optional<FlowResult> checkWholeDisk() {
+    if (drive_.partitionCount() != 0 && drive_.scheme() != Scheme::wholeDisk)
+      return refuse("This disk has partitions.\nNothing was changed. Please delete them first.",
+                    Error::slotNotFree);
+    if (const Failure unreadable = drive_.changesAllowed())
+      return refuse(drive_.changeRefusal(), unreadable);
+    if (drive_.isGpt() || drive_.isEmbr())
+      return refuse(tallowin::format("This disk has a %s.\nNothing was changed. Please change the "
+                                     "disk to an MBR first.",
+                                     drive_.schemeName()),
+                    Error::unsupportedForm);
+    return std::nullopt;
+  }
+
+  bool runDialog() {
+    std::vector<const FileSystemKind*> kinds;
+    if (kind_) {
+      kinds.push_back(kind_);
+      if (takesAutomaticClusters(*kind_, target_.type)) return true;
+    } else {
+      const u64 sectors = target_.extent.endSector + 1 - target_.extent.startSector;
+      for (const FileSystemKind* kind : context_.fileSystems.all())
+        if (kind->wantedType &&
+            whyNotFormattable(kind, kind->wantedType(sectors), sectors, drive_.sectorSize())
+                .empty())
+          kinds.push_back(kind);
+      if (kinds.empty()) {
+        context_.ui.errorBox(formatErrorText(Error::invalidSizeForType));
+        return false;
+      }
+    }
+    FormatModel model(std::move(kinds));
     context_.ui.run(model);
     clusterBytes_ = model.clusterBytes();
     alignForNtfs_ = model.alignForNtfs;
+    if (!kind_) {
+      kind_ = &model.kind();
+      settleTarget();
+    }
     return model.confirmed;
   }
 
   bool confirmErase() {
     if (options_.mode == FormatMode::afterCreate) return true;
-    const std::string erased = tallowin::format("All data on %s '%s' will be erased.",
-                                                kindWord(*entry_), entry_->name.c_str());
-    const std::string text =
-        tallowin::format("%s\n\n%s", erased.c_str(), "Are you sure you want to continue?") +
-        "\n\n" + describeTarget(drive_, *entry_);
-    return context_.ui.confirm(Consent::general, "Format", text, MessageKind::question);
+    const std::string erased = entry_ ? tallowin::format("All data on %s '%s' will be erased.",
+                                                         kindWord(*entry_), name_.c_str())
+                                      : std::string(
+                                            "All data on this disk will be erased.\n"
+                                            "It will hold one volume and no partition table.");
+    const std::string target =
+        entry_ ? describeTarget(drive_, *entry_) : "Disk: " + describeDisk(drive_.disk());
+    const std::string text = erased + "\n\nAre you sure you want to continue?\n\n" + target;
+    if (!context_.ui.confirm(Consent::general, "Format", text, MessageKind::question)) return false;
+    if (entry_) return true;
+    const std::optional<std::string> content = contentWithoutTable();
+    return !content ||
+           context_.ui.confirm(Consent::insist, "Format",
+                               tallowin::format("This disk has no partitions, but it holds %s.\n"
+                                                "Are you sure you want to continue?\n\n",
+                                                content->c_str()) +
+                                   target);
   }
 
-  std::optional<FlowResult> changeType() {
-    if (type_ == entry_->type) return std::nullopt;
-    const bool isStored =
-        drive_.scheme() != Scheme::wholeDisk && (!drive_.isGpt() || entry_->mbrSlot != kNoMbrSlot);
-    if (!isStored) return std::nullopt;  // only what lies in the partition says it
-    const u64 start = entry_->startSector;
+  // Of a disk with an empty table: that may be given up.
+  std::optional<std::string> contentWithoutTable() {
+    std::vector<u8> first(drive_.sectorSize());
+    if (drive_.disk().readSectors(0, first.data(), 1)) return "sectors that cannot be read";
+    const bool hasTable = recordAt<MbrRecord>(std::span<const u8>(first))->signature.isValid();
+    return hasTable ? std::nullopt : namedDiskContent(drive_.disk());
+  }
+
+  // Under one lock, with one kept table.
+  FlowResult changeTableAndFormat() {
     TableChange change(context_, drive_);
-    if (auto stopped = change.begin(WriteTarget::sectors({entry_->startSector, entry_->endSector})))
-      return stopped;
-    const Failure error = change.end(drive_.changeProperties(*entry_, {.type = type_}));
-    entry_ = findByStart(drive_, start);
-    if (error == Error::none && entry_) return std::nullopt;
-    const Failure code = error != Error::none ? error : Error::tableChangedMeanwhile;
-    context_.ui.errorBox(tableErrorText(code));
-    return FlowResult{FlowEnd::failed, code, 0};
+    if (auto stopped = change.begin(WriteTarget::sectors(target_.extent))) return *stopped;
+    const Failure failed = change.end(drive_.changeProperties(*entry_, tableWish_));
+    if (failed) {
+      context_.ui.errorBox(tableErrorText(failed));
+      return {FlowEnd::failed, failed, 0};
+    }
+    typeChanged_ = true;
+    return tell(format());
   }
 
-  void fillRequest(FatFormatRequest& request) {
-    request.device = &drive_.disk();
-    request.startSector = entry_->startSector;
-    request.lengthSectors = static_cast<u32>(entry_->sectorCount());
-    if (clusterBytes_ != 0)
-      request.sectorsPerCluster = std::max<u32>(1, clusterBytes_ / drive_.sectorSize());
-    request.typeId = type_;
-    request.driveNumber = context_.options.useHd0InBpb
-                              ? kFirstBiosDisk
-                              : drive_.biosNumber().value_or(kFirstBiosDisk);
-    request.label = options_.label.value_or(ownName());
-    if (options_.surfaceScan) request.options |= kFatScanSurface;
-    if (alignForNtfs_) request.options |= kFatAlignForNtfs;
-    request.geometry = drive_.geometry();
-    if (entry_->isVolume()) request.hiddenSectors = static_cast<u32>(drive_.volumeGap(*entry_));
-    request.secondsSinceEpoch = context_.host.secondsSinceEpoch();
-  }
-
-  std::string ownName() const {
-    return entry_->name == kUnlabelledWholeDisk ? std::string() : entry_->name;
+  // The kept table is the way back as long as nothing but the first sectors was overwritten.
+  FlowResult formatInPlaceOfTable() {
+    TableChange change(context_, drive_);
+    if (auto stopped = change.begin(WriteTarget::wholeDisk())) return *stopped;
+    return tell(change.end(format()));
   }
 
   Failure format() {
-    traceLine(context_.folders, "Format: %s, start %llu, %llu sectors, type %Xh",
-              describeDisk(drive_.disk()).c_str(),
-              static_cast<unsigned long long>(entry_->startSector),
-              static_cast<unsigned long long>(entry_->sectorCount()), type_);
-    OperationProgress progress(context_.ui, context_.host, "Format", "Formatting", {});
-    FatFormatRequest request;
-    fillRequest(request);
-    request.callback = [&](FatFormatRequest&, u32 id, u32 value) {
-      return step(progress, id, value);
-    };
-    Failure error = formatFat(request);
-    badClusters_ = request.badClusters;
-    if (drive_.disk().flush() != Error::none && formatErrorText(error).empty())
-      error = Error::write;
-    drive_.disk().dropCachesOf(entry_->startSector, entry_->sectorCount());
-    traceLine(context_.folders, "Format: ended with %u, %u bad clusters", codeOf(error),
-              badClusters_);
-    return error;
+    traceLine(
+        context_.folders, "Format: %s, start %llu, %llu sectors, type %Xh",
+        describeDisk(drive_.disk()).c_str(),
+        static_cast<unsigned long long>(target_.extent.startSector),
+        static_cast<unsigned long long>(target_.extent.endSector + 1 - target_.extent.startSector),
+        target_.type);
+    FormatWish wish =
+        formatWishFor(drive_, target_, context_.options, context_.host.secondsSinceEpoch());
+    wish.clusterBytes = clusterBytes_;
+    wish.alignForNtfs = alignForNtfs_;
+    wish.surfaceScan = options_.surfaceScan;
+    wish.label = options_.label.value_or(entry_ && !isPlaceholder_ ? name_ : std::string());
+    JobOfFrontEnd job(context_);
+    const Failure failed = formatVolume(drive_, target_, *kind_, wish, job, report_);
+    traceLine(context_.folders, "Format: ended with %u, %llu bad clusters",
+              codeOf(!failed && report_.scanStopped ? Failure(Error::scanStopped) : failed),
+              static_cast<unsigned long long>(report_.badClusters));
+    return failed;
   }
 
-  bool step(OperationProgress& progress, u32 id, u32 value) {
-    if (id == CALLBACKidStatus && value == kFatScanBegins) {
-      traceLine(context_.folders, "Format: surface scan");
-      progress.begin("Checking for surface defects...", "&Skip",
-                     entry_->sectorCount() * drive_.sectorSize());
-    } else if (id == CALLBACKidProgress) {
-      progress.setPercent(value);
-    } else if (id != CALLBACKidStatus) {
-      context_.ui.errorBox(tallowin::format("Unexpected ID (%u) in SlideCallBack()", id));
-      return false;
-    }
-    return !progress.isCancelled();
+  // What is on the disk after a format that did not end well.
+  std::string stateText() const {
+    std::string text =
+        report_.touched
+            ? "The partition is partly overwritten and must be formatted before it can be used."
+            : "What the partition holds was not changed.";
+    if (typeChanged_)
+      text += tallowin::format("\nIts type in the partition table was changed to %s.",
+                               std::string(kind_->name).c_str());
+    return text;
   }
 
-  FlowResult tell(Failure error) {
-    if (error == Error::cancelled) {
-      context_.ui.noticeBox(
-          "Formatting was stopped.\n"
-          "The partition is partly overwritten and must be formatted before it can be used.");
+  FlowResult tell(Failure failed) {
+    if (failed == Error::cancelled) {
+      context_.ui.noticeBox("Formatting was stopped.\n" + stateText());
       return cancelled();
     }
-    if (const std::string text = formatErrorText(error); !text.empty()) {
-      context_.ui.errorBox(text);
-      return {FlowEnd::failed, error, 0};
+    if (failed) {
+      context_.ui.errorBox(formatErrorText(failed) + "\n\n" + stateText());
+      return {FlowEnd::failed, failed, 0};
     }
-    showSummary(error == Error::scanStopped);
-    return {};
+    showSummary();
+    return {report_.badClusters != 0 ? FlowEnd::doneWithLosses : FlowEnd::done, Error::none, 0};
   }
 
-  void showSummary(bool scanSkipped) {
-    const auto volume = FatVolume::open(drive_, *entry_);
-    if (!volume || !volume->isValid()) return;
+  void showSummary() {
     FormatSummary summary;
-    summary.name = entry_->name;
-    summary.typeName = types::name(type_);
-    summary.sizeText = sizeText(entry_->startSector, entry_->endSector, drive_.sectorSize());
-    summary.fileSystemText = volume->typeText();
-    summary.clusterBytes = volume->bytesPerSector() * volume->sectorsPerCluster();
-    summary.totalClusters = volume->clusterCount();
-    summary.isFat32 = volume->isFat32();
-    summary.badClusters = badClusters_;
-    summary.scanSkipped = scanSkipped;
+    const SectorRange range{drive_.disk(), target_.extent.startSector,
+                            target_.extent.endSector + 1 - target_.extent.startSector};
+    if (!kind_->facts || kind_->facts(range, target_.type, CountClusters::no, summary.facts))
+      return;
+    summary.name = name_;
+    summary.typeName = types::name(target_.type);
+    summary.sizeText =
+        sizeText(target_.extent.startSector, target_.extent.endSector, drive_.sectorSize());
+    summary.report = report_;
     FormatSummaryModel model(summary);
     context_.ui.run(model);
   }
 
   const OperationContext& context_;
   Drive& drive_;
-  PartitionEntry* entry_;
+  PartitionEntry* entry_;  // stale once the table was changed; null for the whole disk
   const FormatOptions& options_;
-  u16 type_;  // what the partition is to be
+  const FileSystemKind* kind_ = nullptr;
+  bool mayChooseKind_ = false;  // the user says in the dialog what nothing else does
+  FormatTarget target_;
+  EntryProperties tableWish_;
+  std::string name_;
+  bool isPlaceholder_ = false;
   u32 clusterBytes_ = 0;
   bool alignForNtfs_ = false;
-  u32 badClusters_ = 0;
+  bool typeChanged_ = false;
+  FormatReport report_;
 };
 
 }  // namespace
 
-std::string whyNotFormattable(u16 type) {
-  if (types::isFat(type)) return {};
-  return types::isNtfs(type) ? "NTFS cannot be formatted by this version."
-                             : "Only partitions of a FAT or NTFS type can be formatted.";
-}
-
-bool takesAutomaticClusters(u16 type) {
-  const u16 plain = types::unhide(type);
-  return plain == 0x01 || plain == 0x04 || plain == 0xDF;
-}
-
-u16 typeForKind(const Drive& drive, const PartitionEntry& entry, FormatKind kind) {
-  if (types::isFat(entry.type) && kindOfType(entry.type) == kind) return entry.type;
-  u16 type = 0x01;
-  if (kind == FatKind::fat16) type = entry.sectorCount() <= kSmallFat16Sectors ? 0x04 : 0x06;
-  if (kind == FatKind::fat32) type = 0x0B;
-  type = drive.typeForEnd(type, entry.endSector);
-  return types::isHidden(entry.type) ? types::hide(type) : type;
-}
-
 FlowResult formatFlow(const OperationContext& context, Drive& drive, PartitionEntry& entry,
                       const FormatOptions& options) {
-  return Formatting(context, drive, entry, options).run();
+  return Formatting(context, drive, &entry, options).run();
+}
+
+FlowResult formatWholeFlow(const OperationContext& context, Drive& drive,
+                           const FormatOptions& options) {
+  return Formatting(context, drive, nullptr, options).run();
 }
 
 }  // namespace tallowin

@@ -1,12 +1,11 @@
-// Format: a new, empty file system in an existing partition.
+// Format: a new, empty file system in an existing partition, or on a whole disk.
 #pragma once
 
 #include <optional>
 #include <string>
 
-#include "fat/fat_volume.h"
+#include "ops/file_systems.h"
 #include "ops/operation_context.h"
-#include "ptable/drive.h"
 
 namespace tallowin {
 
@@ -15,32 +14,28 @@ enum class FormatMode {
   afterCreate  // without them
 };
 
-using FormatKind = FatKind;
-
 struct FormatOptions {
   FormatMode mode = FormatMode::fromList;
   bool surfaceScan = true;
-  // The label; without one the partition's name.
+  // The label; without one the partition's own name.
   std::optional<std::string> label = {};
-  // What the partition is to be; when the table says another type, it is changed first. Without it
-  // the partition's type decides.
+  // What the partition is to hold, and to be; when the table says another type, it is changed
+  // first. Without a kind the type decides, and without a type the partition's own.
+  const FileSystemKind* kind = nullptr;
   std::optional<u16> type = {};
 };
 
-// Why a partition of this type cannot be formatted; empty when it can.
-std::string whyNotFormattable(u16 type);
-
-// Whether volumes of this type take no other cluster size than the automatic one.
-bool takesAutomaticClusters(u16 type);
-
-// The type that a partition needs for `kind`: the present one when it fits.
-u16 typeForKind(const Drive& drive, const PartitionEntry& entry, FormatKind kind);
-
 // Runs the Format dialog (not for the types that always take the automatic cluster size), asks,
 // formats, and shows the summary.
-// refused: mounted, in use, or not formattable; nothing was written. failed: the partition keeps
-// what was written before. The entry stays valid unless its type was changed.
+// refused: mounted, in use, or not formattable; nothing was written. cancelled, failed: what was
+// written was told. doneWithLosses: the scan found bad clusters. The entry stays valid unless its
+// type was changed.
 FlowResult formatFlow(const OperationContext& context, Drive& drive, PartitionEntry& entry,
                       const FormatOptions& options = {});
+
+// The same for a disk that is to hold one volume and no table. It must have no partitions; what
+// else lies on it is given up only after insisting. The drive is read again when it was changed.
+FlowResult formatWholeFlow(const OperationContext& context, Drive& drive,
+                           const FormatOptions& options = {});
 
 }  // namespace tallowin

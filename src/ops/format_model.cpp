@@ -1,33 +1,41 @@
 #include "ops/format_model.h"
 
-#include <cstdlib>
-
-#include "base/types.h"
+#include "base/text.h"
 
 namespace tallowin {
 namespace {
 
-constexpr unsigned long kBytesChoice = 512;  // the one choice that is not in KiB
-
-u32 bytesOfChoice(const char* text) {
-  const unsigned long number = std::strtoul(text, nullptr, 10);
-  return static_cast<u32>(number == kBytesChoice ? number : number * kKiB);
+std::string clusterText(u32 bytes) {
+  return bytes < kKiB ? format("%uB", bytes) : format("%uKiB", static_cast<u32>(bytes / kKiB));
 }
 
 }  // namespace
 
-FormatModel::FormatModel(bool isFat) : isFat_(isFat) {
+FormatModel::FormatModel(std::vector<const FileSystemKind*> kinds) : kinds_(std::move(kinds)) {
+  for (const FileSystemKind* kind : kinds_) kindChoices.emplace_back(kind->name);
+  kindControl.shown = kinds_.size() > 1;
   winNtOnlyLabel.shown = false;
-  alignForNtfsControl.shown = isFat;
+  kindChanged();
+}
+
+void FormatModel::kindChanged() {
+  const u32 wanted = clusterBytes();
+  clusterChoices = {"Auto"};
+  for (const u32 bytes : kind().clusterChoices) clusterChoices.push_back(clusterText(bytes));
+  seenKind_ = kindChoice;
+  if (!setClusterBytes(wanted)) clusterChoice = 0;
+  alignForNtfsControl.shown = kind().alignsForNtfs;
 }
 
 u32 FormatModel::clusterBytes() const {
-  return clusterChoice < kClusterChoices.size() ? bytesOfChoice(kClusterChoices[clusterChoice]) : 0;
+  const auto& choices = kinds_[seenKind_]->clusterChoices;
+  return clusterChoice == 0 || clusterChoice > choices.size() ? 0 : choices[clusterChoice - 1];
 }
 
 bool FormatModel::setClusterBytes(u32 bytes) {
-  for (std::size_t i = 0; i < kClusterChoices.size(); ++i) {
-    if (bytesOfChoice(kClusterChoices[i]) != bytes) continue;
+  const auto& choices = kind().clusterChoices;
+  for (std::size_t i = 0; i <= choices.size(); ++i) {
+    if ((i == 0 ? 0 : choices[i - 1]) != bytes) continue;
     clusterChoice = i;
     return true;
   }
@@ -35,7 +43,8 @@ bool FormatModel::setClusterBytes(u32 bytes) {
 }
 
 void FormatModel::pass() {
-  winNtOnlyLabel.shown = isFat_ && clusterChoice == kClusterChoices.size() - 1;
+  if (kindChoice != seenKind_) kindChanged();
+  winNtOnlyLabel.shown = clusterBytes() > kind().widelyReadClusterBytes;
   if (!alignForNtfsControl.shown) alignForNtfs = false;
 }
 

@@ -1,23 +1,26 @@
-// The Format dialog: the cluster size.
+// The Format dialog: the kind of file system where nothing else says it, and the cluster size.
 #pragma once
 
-#include <array>
 #include <string>
+#include <vector>
 
 #include "ops/dialog_model.h"
+#include "probe/file_system_kind.h"
 
 namespace tallowin {
 
 class FormatModel : public DialogModel {
  public:
-  static constexpr std::array<const char*, 9> kClusterChoices = {
-      "Auto", "512B", "1KiB", "2KiB", "4KiB", "8KiB", "16KiB", "32KiB", "64KiB"};
-
-  explicit FormatModel(bool isFat);
+  // At least one kind; with more the user chooses. They are borrowed.
+  explicit FormatModel(std::vector<const FileSystemKind*> kinds);
 
   std::string title = "Format";
 
-  std::size_t clusterChoice = 0;  // index into kClusterChoices
+  std::vector<std::string> kindChoices;
+  std::size_t kindChoice = 0;
+  Control kindControl;                      // shown while there is a choice
+  std::vector<std::string> clusterChoices;  // "Auto", "512B", "1KiB" ...; by the kind
+  std::size_t clusterChoice = 0;
   Control clusterControl;
   Control winNtOnlyLabel;  // "Win NT+ Only!"
   bool alignForNtfs = false;
@@ -26,6 +29,7 @@ class FormatModel : public DialogModel {
   // Set by OK.
   bool confirmed = false;
 
+  const FileSystemKind& kind() const { return *kinds_[kindChoice]; }
   // 0: automatic.
   u32 clusterBytes() const;
   // False when there is no such choice.
@@ -35,7 +39,10 @@ class FormatModel : public DialogModel {
   void ok() override;
 
  private:
-  bool isFat_;
+  void kindChanged();
+
+  std::vector<const FileSystemKind*> kinds_;
+  std::size_t seenKind_ = 0;
 };
 
 }  // namespace tallowin

@@ -6,11 +6,10 @@
 namespace tallowin {
 namespace {
 
-// "Type: FAT-16/FAT16   " and "Type: NTFS".
+// "Type: FAT-16/FAT16   ", or, where the file system does not spell its type, "Type: NTFS".
 std::string typeLine(const FormatSummary& summary) {
-  const std::string line = summaryLine("Type", summary.typeName);
-  if (summary.isFat) return line + "/" + summary.fileSystemText;
-  return line.substr(0, line.find(' ') + 1) + summary.fileSystemText;
+  const std::string& stored = summary.facts.storedTypeText;
+  return summaryLine("Type", stored.empty() ? summary.facts.name : summary.typeName + "/" + stored);
 }
 
 std::string countLine(const char* what, u64 count) {
@@ -20,17 +19,17 @@ std::string countLine(const char* what, u64 count) {
 }  // namespace
 
 FormatSummaryModel::FormatSummaryModel(const FormatSummary& summary)
-    : scanSkipped(summary.scanSkipped) {
-  lines = {summaryLine("Name", summary.name), typeLine(summary),
+    : notes(summary.report.notes), scanSkipped(summary.report.scanStopped) {
+  const u64 bad = summary.report.badClusters;
+  const u64 used = bad + summary.report.usedClusters;
+  const u64 total = summary.facts.clusters;
+  lines = {summaryLine("Name", summary.name),
+           typeLine(summary),
            summaryLine("Size", summary.sizeText),
-           format("%s: %u %s", "Cluster size", summary.clusterBytes, "byte(s)"),
-           countLine("Total clusters", summary.totalClusters)};
-  if (!summary.isFat) return;
-  lines.push_back(countLine("Bad clusters", summary.badClusters) +
-                  (summary.scanSkipped ? " (skipped)" : ""));
-  const u64 used = u64{summary.badClusters} + (summary.isFat32 ? 1 : 0);
-  lines.push_back(
-      countLine("Free clusters", summary.totalClusters > used ? summary.totalClusters - used : 0));
+           format("%s: %u %s", "Cluster size", summary.facts.clusterBytes, "byte(s)"),
+           countLine("Total clusters", total),
+           countLine("Bad clusters", bad) + (scanSkipped ? " (skipped)" : ""),
+           countLine("Free clusters", total > used ? total - used : 0)};
 }
 
 }  // namespace tallowin

@@ -1,26 +1,20 @@
 // The Format Summary dialog: what the new file system looks like.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "ops/dialog_model.h"
+#include "probe/file_system_kind.h"
 
 namespace tallowin {
 
-// What was read back from the new file system.
 struct FormatSummary {
   std::string name;
-  std::string typeName;        // as the catalogue has it
-  std::string fileSystemText;  // the BPB's type text, or "NTFS"
+  std::string typeName;  // as the catalogue has it
   std::string sizeText;
-  u32 clusterBytes = 0;
-  u64 totalClusters = 0;
-  bool isFat = true;
-  bool isFat32 = false;
-  u32 badClusters = 0;
-  bool scanSkipped = false;
+  FileSystemFacts facts;  // read back
+  FormatReport report;
 };
 
 class FormatSummaryModel : public DialogModel {
@@ -29,7 +23,8 @@ class FormatSummaryModel : public DialogModel {
 
   std::string title = "Format Summary";
   std::vector<std::string> lines;
-  bool scanSkipped;  // before its end
+  std::vector<std::string> notes;  // what is not as it was wished for
+  bool scanSkipped;                // before its end
 };
 
 }  // namespace tallowin

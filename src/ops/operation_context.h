@@ -4,6 +4,7 @@
 #include "base/error.h"
 #include "base/host.h"
 #include "ops/front_end.h"
+#include "probe/file_system_kind.h"
 #include "settings/options.h"
 #include "settings/program_folders.h"
 
@@ -14,6 +15,7 @@ struct OperationContext {
   Host& host;
   const Options& options;
   const ProgramFolders& folders;
+  const FileSystemKinds& fileSystems;
 };
 
 enum class FlowEnd {

@@ -215,18 +215,4 @@ u32 maxFatSizeMiB(u16 type, u64 unitBytes, FatLimit limit) {
   return mib != kNoSizeLimit && wholeUnits ? mib - 1 : mib;
 }
 
-bool sizeFits(u16 type, u64 sectors) {
-  // Between the two a volume would have too many clusters for FAT-16 and too few for FAT-32.
-  constexpr u64 kFirstTooSmallForFat32 = 1200;
-  constexpr u64 kLastTooSmallForFat32 = 66726;
-  if (isFat32(type)) {
-    return (sectors < kFirstTooSmallForFat32 || sectors > kLastTooSmallForFat32) &&
-           sectors <= 0xFFFFFF80;
-  }
-  if (!isFat(type)) return true;
-  const u16 shown = unhide(type);
-  return sectors <= 8387840 && (shown != 0x01 || sectors <= 32717) &&
-         (shown != 0x04 || sectors <= 65535);
-}
-
 }  // namespace tallowin::PartitionTypeCatalogue

@@ -56,7 +56,6 @@ bool isNtfs(u16 type);
 // The largest size in MiB, or kNoSizeLimit. One less when 1 MiB is a whole multiple of
 // `unitBytes`, the unit that partitions are aligned to; 0 when that is not known.
 u32 maxFatSizeMiB(u16 type, u64 unitBytes, FatLimit limit);
-bool sizeFits(u16 type, u64 sectors);
 
 }  // namespace PartitionTypeCatalogue
 

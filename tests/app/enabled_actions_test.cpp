@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include "probe/gpt_type_guids.h"
+
 namespace tallowin {
 namespace {
 
+const FileSystemKinds kKinds = registeredFileSystems();
 constexpr u32 kMovable = kDeleteBit | kPropertiesBit | kCopyBit | kSlideBit;
 constexpr u32 kData = kMovable | kResizeBit | kEditFileBit | kTrimBit;
 
@@ -12,7 +15,7 @@ u32 actionsFor(u16 type, ActionFacts facts = {.canTrim = true}) {
   TableEntry entry;
   entry.type = type;
   entry.endSector = 99;
-  return enabledActions(entry, facts);
+  return enabledActions(kKinds, entry, facts);
 }
 
 TEST(EnabledActions, ByTypeHiddenOrNot) {
@@ -41,25 +44,37 @@ TEST(EnabledActions, AFreeBlockTakesAPendingCopyThatFits) {
   EXPECT_EQ(actionsFor(0, {.pendingCopySectors = 101}), plain);
 }
 
+TEST(EnabledActions, WhatHoldsNothingCanBeFormatted) {
+  EXPECT_TRUE(actionsFor(0, {.holdsNothing = true}) & kFormatBit);
+  TableEntry entry;
+  entry.type = 387;
+  entry.typeGuid = kGptBasicData;
+  EXPECT_TRUE(enabledActions(kKinds, entry, {.isGpt = true}) & kFormatBit);
+  entry.typeGuid = kGptEfiSystem;
+  EXPECT_TRUE(enabledActions(kKinds, entry, {.isGpt = true}) & kFormatBit);
+  entry.typeGuid = kGptMsReserved;
+  EXPECT_FALSE(enabledActions(kKinds, entry, {.isGpt = true}) & kFormatBit);
+}
+
 TEST(EnabledActions, WhatIsInErrorCanOnlyBeDeletedAndLookedAt) {
   TableEntry entry;
   entry.type = 0x0F;
   entry.volumes = std::make_unique<VolumeList>();
-  EXPECT_EQ(enabledActions(entry, {}) & kResizeBit, kResizeBit);
+  EXPECT_EQ(enabledActions(kKinds, entry, {}) & kResizeBit, kResizeBit);
   entry.volumes->status = kChainLoops;
-  EXPECT_EQ(enabledActions(entry, {}), kDeleteBit | kPropertiesBit);
+  EXPECT_EQ(enabledActions(kKinds, entry, {}), kDeleteBit | kPropertiesBit);
   TableEntry overlapping;
   overlapping.type = 0x06;
   overlapping.status = kEntryOverlaps;
-  EXPECT_EQ(enabledActions(overlapping, {}), kDeleteBit | kPropertiesBit);
+  EXPECT_EQ(enabledActions(kKinds, overlapping, {}), kDeleteBit | kPropertiesBit);
 }
 
 TEST(EnabledActions, AnEfiSystemPartitionOfAGptHasABootConfiguration) {
   TableEntry entry;
   entry.type = 0xEF;
-  ASSERT_TRUE(parseGuid("c12a7328-f81f-11d2-ba4b-00a0c93ec93b", entry.typeGuid));
-  EXPECT_TRUE(enabledActions(entry, {.isGpt = true}) & kBcdEditBit);
-  EXPECT_FALSE(enabledActions(entry, {}) & kBcdEditBit);
+  entry.typeGuid = kGptEfiSystem;
+  EXPECT_TRUE(enabledActions(kKinds, entry, {.isGpt = true}) & kBcdEditBit);
+  EXPECT_FALSE(enabledActions(kKinds, entry, {}) & kBcdEditBit);
 }
 
 }  // namespace

@@ -106,15 +106,36 @@ TEST_F(ChangeTest, AWholeDiskVolumeBecomesAnotherKindWithoutALabel) {
   }
 }
 
-TEST_F(ChangeTest, APartitionThatCouldNotBeFormattedIsNamed) {
+TEST_F(ChangeTest, ASizeThatItsTypeCannotHaveIsSaidBeforeAnythingIsWritten) {
   const std::string path = newDisk("disk.img", 100 * kMiB);
+  const std::string before = folder_.read("disk.img");
   const ProgramResult result =
       ctl_.run({"create", path, "--type", "fat32", "--size", "25", "--format"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.output.find("tallowinctl create: Partition 1 was created, but not formatted. "),
-            0u)
-      << result.output;
-  EXPECT_EQ(sfdiskRow(path, 1).type, 0x0Bu);
+  EXPECT_NE(result.output.find("at least 66727 sectors"), std::string::npos) << result.output;
+  EXPECT_EQ(folder_.read("disk.img"), before);
+}
+
+TEST_F(ChangeTest, ABlankImageBecomesAVolumeWithoutATable) {
+  const std::string path = folder_.sparse("floppy.img", 2880 * 512);
+  EXPECT_EQ(ctl_.run({"format", path, "--whole", "--yes"}).status, 1) << "nothing says the kind";
+  const Ctl::Answer answer =
+      ctl_.json({"format", path, "--whole", "--fs", "fat12", "--label", "a long label!", "--yes"});
+  ASSERT_EQ(answer.status, 0);
+  EXPECT_STREQ(answer.json["file_system"]["kind"].GetString(), "FAT12");
+  EXPECT_EQ(answer.json["partition"]["number"].GetUint(), 0u);
+  EXPECT_STREQ(answer.json["partition"]["name"].GetString(), "A LONG LABE");
+  ASSERT_EQ(answer.json["notes"].Size(), 1u);
+  EXPECT_EQ(runProgram({"fsck.fat", "-n", path}).status, 0);
+  EXPECT_EQ(runProgram({"mdir", "-i", path, "::"}).status, 0);
+  EXPECT_EQ(runProgram({"blkid", "-p", path}).output.find(" PTTYPE="), std::string::npos);
+  EXPECT_EQ(ctl_.run({"format", path, "--whole", "--yes"}).status, 0) << "it is one already";
+
+  const std::string disk = newDisk("disk.img", 64 * kMiB);
+  ctl_.expectDone({"create", disk, "--type", "fat16", "--size", "20"});
+  const std::string before = folder_.read("disk.img");
+  EXPECT_EQ(ctl_.run({"format", disk, "--whole", "--fs", "fat16", "--yes"}).status, 1);
+  EXPECT_EQ(folder_.read("disk.img"), before);
 }
 
 // One disk in every container: what is done to it is done to the same bytes.

@@ -243,6 +243,7 @@ TEST_F(SchemeTest, PartitionsOfAGptAreFormatted) {
   };
   EXPECT_NE(kindOf(format({"--part", "1"})).find("--fs"), std::string::npos);
   EXPECT_EQ(kindOf(format({"--part", "1", "--fs", "fat16"})), "FAT16");
+  EXPECT_EQ(gptRow(path, 1).type, "EBD0A0A2-B9E5-4433-87C0-68B6B72699C7") << "it was Linux data";
   EXPECT_EQ(kindOf(format({"--part", "1"})), "FAT16");
   EXPECT_EQ(kindOf(format({"--part", "1", "--fs", "fat32"})), "FAT32");
   EXPECT_EQ(ctl_.run({"create", path, "--type", "fat32", "--size", "100", "--name", "DATA",

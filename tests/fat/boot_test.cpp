@@ -31,8 +31,8 @@ TEST_P(FatBootTest, SaysThatNothingIsThereAndAKeyRunsTheBootstrapLoader) {
   {
     const OpenedImage opened = openImageFile(image, DiskAccess::readWrite, kHardDiskKind, 512);
     ASSERT_EQ(Error::none, opened.error) << opened.reason;
-    FatFormatRequest request = formatRequest(*opened.disk, 0, GetParam().sectors, GetParam().type);
-    ASSERT_EQ(Error::none, formatFat(request));
+    ASSERT_EQ(Error::none,
+              formatQuietly({*opened.disk, 0, GetParam().sectors}, wishFor(GetParam().type)));
   }
   BootMachine machine(image);
   ASSERT_TRUE(machine.shows(kMessage)) << machine.screen();

@@ -4,38 +4,52 @@
 #include <gtest/gtest.h>
 
 #include "fat/fat_format.h"
+#include "fat/fat_table.h"
+#include "fat/fat_volume.h"
 
 namespace tallowin {
 
-inline FatFormatRequest formatRequest(DiskDevice& disk, u64 start, u32 length, u16 type,
-                                      u32 sectorsPerCluster = 0, u32 options = 0) {
-  FatFormatRequest request;
-  request.device = &disk;
-  request.startSector = start;
-  request.lengthSectors = length;
-  request.typeId = type;
-  request.sectorsPerCluster = sectorsPerCluster;
-  request.options = options;
-  request.geometry = {1023, 254, 63};
-  return request;
+inline FormatWish wishFor(u16 type, u32 clusterBytes = 0) {
+  FormatWish wish;
+  wish.type = type;
+  wish.clusterBytes = clusterBytes;
+  wish.geometry = {1023, 254, 63};
+  return wish;
 }
 
-inline std::unique_ptr<FatVolume> openVolume(DiskDevice& disk, u64 start, u64 length, u8 type = 0) {
-  FatPlacement placement;
-  placement.startSector = start;
-  placement.lengthSectors = length;
-  placement.typeId = type;
-  return FatVolume::open(disk, placement);
+inline Failure formatQuietly(const SectorRange& range, const FormatWish& wish) {
+  SilentJob job;
+  FormatReport report;
+  return formatFat(range, wish, job, report);
 }
 
-// Formats and opens; the volume's FAT cache is not set up yet.
-inline std::unique_ptr<FatVolume> formatAndOpen(DiskDevice& disk, u64 start, u32 length, u16 type,
-                                                u32 sectorsPerCluster = 0) {
-  FatFormatRequest request = formatRequest(disk, start, length, type, sectorsPerCluster);
-  EXPECT_EQ(Error::none, formatFat(request));
-  auto volume = openVolume(disk, start, length, static_cast<u8>(type));
-  EXPECT_TRUE(volume->isValid());
+// Fails the test, and stays empty, where there is no sound volume.
+inline std::optional<FatVolume> opened(const SectorRange& range, u16 type = 0) {
+  std::optional<FatVolume> volume;
+  EXPECT_EQ(Error::none, openFat(range, type, volume));
   return volume;
+}
+
+inline bool isFat(const SectorRange& range, u16 type = 0) {
+  std::optional<FatVolume> volume;
+  return !openFat(range, type, volume);
+}
+
+inline FatVolume formatAndOpen(const SectorRange& range, u16 type, u32 clusterBytes = 0) {
+  EXPECT_EQ(Error::none, formatQuietly(range, wishFor(type, clusterBytes)));
+  return opened(range, type).value();
+}
+
+inline FatTable tableOf(const FatVolume& volume, const FatTable::Options& options = {}) {
+  FatTable table(volume.range, volume.layout);
+  EXPECT_EQ(Error::none, table.setUp(options));
+  return table;
+}
+
+inline u32 entryOf(FatTable& table, u32 cluster) {
+  u32 value = 1;
+  EXPECT_EQ(Error::none, table.get(cluster, value)) << cluster;
+  return value;
 }
 
 // An entry as it lies in a FAT, read without the window cache.
@@ -53,6 +67,14 @@ inline std::vector<u8> readAll(DiskDevice& disk, u64 lba, u64 count) {
   std::vector<u8> bytes(count * disk.sectorSize());
   EXPECT_EQ(disk.readSectors(lba, bytes.data(), count), Error::none);
   return bytes;
+}
+
+// Copy 0 or 1 of the FAT, as it lies on the disk.
+inline std::vector<u8> fatCopy(const FatVolume& volume, u32 copy) {
+  const FatLayout& layout = volume.layout;
+  return readAll(volume.range.disk,
+                 volume.range.firstSector + layout.reservedSectors + copy * layout.sectorsPerFat,
+                 layout.sectorsPerFat);
 }
 
 }  // namespace tallowin

@@ -1,3 +1,5 @@
+#include "fat/fat_table.h"
+
 #include <map>
 #include <random>
 #include <tuple>
@@ -5,7 +7,6 @@
 #include "disk/faulty_disk.h"
 #include "disk/memory_disk.h"
 #include "fat/fat_requests.h"
-#include "fat/fat_volume.h"
 
 namespace tallowin {
 namespace {
@@ -28,9 +29,9 @@ class FatTableModelTest : public testing::TestWithParam<CacheCase> {};
 TEST_P(FatTableModelTest, KeepsEveryEntryThroughEveryWindow) {
   const auto& [kind, windowSectors, savedWindows] = GetParam();
   MemoryDisk disk(80000);
-  auto volume = formatAndOpen(disk, 100, kind.sectors, kind.type);
-  ASSERT_TRUE(volume->setupFatCache(windowSectors, savedWindows));
-  const u32 highest = volume->highestCluster();
+  const FatVolume volume = formatAndOpen({disk, 100, kind.sectors}, kind.type);
+  FatTable table = tableOf(volume, {.windowSectors = windowSectors, .savedWindows = savedWindows});
+  const u32 highest = volume.layout.highestCluster();
   std::mt19937 generator(windowSectors * 100 + savedWindows);
   const auto random = [&] { return static_cast<u32>(generator()); };
   std::map<u32, u32> expected;
@@ -40,25 +41,23 @@ TEST_P(FatTableModelTest, KeepsEveryEntryThroughEveryWindow) {
     const u32 cluster = 2 + (random() % 4 != 0 ? near + random() % 9 : random()) % (highest - 1);
     if (random() % 3 == 0) {
       const auto known = expected.find(cluster);
-      const u32 untouched = cluster == 2 && volume->isFat32() ? 0x0FFFFFFF : 0;
-      ASSERT_EQ(known == expected.end() ? untouched : known->second, volume->getFat(cluster))
+      const u32 untouched = cluster == 2 && volume.layout.isFat32() ? 0x0FFFFFFF : 0;
+      ASSERT_EQ(known == expected.end() ? untouched : known->second, entryOf(table, cluster))
           << cluster;
     } else {
-      volume->setFat(cluster, expected[cluster] = random() & kind.mask);
+      ASSERT_EQ(Error::none, table.set(cluster, expected[cluster] = random() & kind.mask));
     }
     if (random() % 500 == 0) {
-      ASSERT_TRUE(volume->flushFat());
+      ASSERT_EQ(Error::none, table.flush());
     }
   }
-  ASSERT_FALSE(volume->hasError());
-  ASSERT_TRUE(volume->flushFat());
+  ASSERT_EQ(Error::none, table.flush());
   for (u32 copy = 0; copy < 2; ++copy) {
-    const std::vector<u8> fat = readAll(
-        disk, volume->fatStartLba() + copy * volume->sectorsPerFat(), volume->sectorsPerFat());
+    const std::vector<u8> fat = fatCopy(volume, copy);
     for (const auto& [cluster, value] : expected)
-      ASSERT_EQ(value, rawEntry(fat, volume->kind(), cluster))
+      ASSERT_EQ(value, rawEntry(fat, volume.layout.kind, cluster))
           << "copy " << copy << ", " << cluster;
-    EXPECT_EQ(0xF8U, rawEntry(fat, volume->kind(), 0) & 0xFF);
+    EXPECT_EQ(0xF8U, rawEntry(fat, volume.layout.kind, 0) & 0xFF);
   }
 }
 
@@ -69,147 +68,145 @@ INSTANTIATE_TEST_SUITE_P(Caches, FatTableModelTest,
 
 class FatTableTest : public testing::Test {
  protected:
-  std::unique_ptr<FatVolume> openOn(DiskDevice& disk, u32 windowSectors = 1, u32 saved = 2) {
-    auto volume = openVolume(disk, 0, kFat32.sectors, 0x0B);
-    EXPECT_TRUE(volume->setupFatCache(windowSectors, saved));
-    return volume;
+  FatVolume make(const Kind& kind) { return formatAndOpen({disk_, 0, kind.sectors}, kind.type); }
+  // The FAT32 of the test on another device.
+  FatTable tableOn(DiskDevice& disk,
+                   FatTable::Options options = {.windowSectors = 1, .savedWindows = 2}) {
+    return tableOf(opened({disk, 0, kFat32.sectors}).value(), options);
   }
 
   MemoryDisk disk_{80000};
 };
 
 TEST_F(FatTableTest, EntriesKeepTheBitsTheyShareWithOthers) {
-  auto fat12 = formatAndOpen(disk_, 0, kFat12.sectors, kFat12.type);
-  ASSERT_TRUE(fat12->setupFatCache(24, 32));
-  fat12->setFat(4, 0x123);
-  fat12->setFat(2, 0xABC);
-  fat12->setFat(3, 0xDEF);
-  fat12->setFat(2, 0x456);
-  ASSERT_TRUE(fat12->flushFat());
-  const std::vector<u8> sector = readAll(disk_, fat12->fatStartLba(), 1);
+  const FatVolume fat12 = make(kFat12);
+  FatTable table = tableOf(fat12);
+  for (const auto& [cluster, value] :
+       std::initializer_list<std::pair<u32, u32>>{{4, 0x123}, {2, 0xABC}, {3, 0xDEF}, {2, 0x456}})
+    ASSERT_EQ(Error::none, table.set(cluster, value));
+  ASSERT_EQ(Error::none, table.flush());
+  const std::vector<u8> sector = fatCopy(fat12, 0);
   EXPECT_EQ((std::vector<u8>{0xF8, 0xFF, 0xFF, 0x56, 0xF4, 0xDE, 0x23, 0x01, 0x00}),
             std::vector<u8>(sector.begin(), sector.begin() + 9));
 
-  auto fat32 = formatAndOpen(disk_, 0, kFat32.sectors, kFat32.type);
-  std::vector<u8> fat = readAll(disk_, fat32->fatStartLba(), 1);
+  const FatVolume fat32 = make(kFat32);
+  const u64 fatStart = fat32.layout.reservedSectors;
+  std::vector<u8> fat = disk_.sector(fatStart);
   fat[4 * 9 + 3] = 0xA0;
-  disk_.setSector(fat32->fatStartLba(), fat);
-  ASSERT_TRUE(fat32->setupFatCache(24, 32));
-  fat32->setFat(9, 0x01234567);
-  EXPECT_EQ(0x01234567U, fat32->getFat(9));
-  fat32->setFat(10, kAllOnes32);
-  EXPECT_EQ(0x0FFFFFFFU, fat32->getFat(10));
-  ASSERT_TRUE(fat32->flushFat());
-  fat = readAll(disk_, fat32->fatStartLba(), 1);
+  disk_.setSector(fatStart, fat);
+  FatTable wide = tableOf(fat32);
+  ASSERT_EQ(Error::none, wide.set(9, 0x01234567));
+  EXPECT_EQ(0x01234567U, entryOf(wide, 9));
+  ASSERT_EQ(Error::none, wide.set(10, kAllOnes32));
+  EXPECT_EQ(0x0FFFFFFFU, entryOf(wide, 10));
+  ASSERT_EQ(Error::none, wide.flush());
+  fat = fatCopy(fat32, 0);
   EXPECT_EQ(0xA1234567U, rawEntry(fat, FatKind::fat32, 9));
   EXPECT_EQ(0xFFFFFFFFU, rawEntry(fat, FatKind::fat32, 10));
 }
 
 TEST_F(FatTableTest, WritesOnlyTheChangedSectorsAndOnlyWhenItMust) {
-  const u64 fatStart = formatAndOpen(disk_, 0, kFat32.sectors, kFat32.type)->fatStartLba();
+  const FatVolume made = make(kFat32);
   FaultyDisk counted(disk_);
-  auto volume = openOn(counted, 4, 2);
-  volume->setFat(128, 1);  // sectors 1 and 3 of the first window
-  volume->setFat(3 * 128, 1);
-  volume->setFat(4 * 128, 1);  // the first sector of the second window: touches the first range
-  EXPECT_EQ(1U, volume->getFat(128));
+  FatTable table = tableOn(counted, {.windowSectors = 4, .savedWindows = 2});
+  // Sectors 1 and 3 of the first window, and the first of the second: it touches the first range.
+  for (const u32 cluster : {128U, 3 * 128U, 4 * 128U})
+    ASSERT_EQ(Error::none, table.set(cluster, 1));
+  EXPECT_EQ(1U, entryOf(table, 128));
   EXPECT_EQ(0U, counted.writes()) << "there is room for both windows";
-  EXPECT_EQ(0U, volume->getFat(100 * 128));
+  EXPECT_EQ(0U, entryOf(table, 100 * 128));
   EXPECT_EQ(2U, counted.writes()) << "one write to each copy before a window is given up";
-  EXPECT_EQ(1U, rawEntry(readAll(disk_, fatStart, 1 + 4), FatKind::fat32, 4 * 128));
-  ASSERT_TRUE(volume->flushFat());
+  EXPECT_EQ(1U, rawEntry(fatCopy(made, 0), FatKind::fat32, 4 * 128));
+  ASSERT_EQ(Error::none, table.flush());
   EXPECT_EQ(2U, counted.writes());
 }
 
 TEST_F(FatTableTest, AFatElsewhereIsReadAndWrittenThereAlone) {
-  formatAndOpen(disk_, 0, kFat32.sectors, kFat32.type);
-  auto volume = openOn(disk_);
-  volume->setFatStartOverride(75000);
-  volume->setNewFatMode(true);
+  const FatVolume made = make(kFat32);
   disk_.setSector(75000, std::vector<u8>(512, 0x77));
-  volume->setFat(5, 6);
-  ASSERT_TRUE(volume->flushFat());
-  const std::vector<u8> there = readAll(disk_, 75000, 1);
+  FatTable table =
+      tableOn(disk_, {.windowSectors = 1, .savedWindows = 2, .elsewhereLba = 75000, .isNew = true});
+  ASSERT_EQ(Error::none, table.set(5, 6));
+  ASSERT_EQ(Error::none, table.flush());
+  const std::vector<u8> there = disk_.sector(75000);
   EXPECT_EQ(6U, rawEntry(there, FatKind::fat32, 5));
   EXPECT_EQ(0U, rawEntry(there, FatKind::fat32, 6)) << "a new FAT begins with zeros";
-  EXPECT_EQ(std::vector<u8>(512), readAll(disk_, 75000 + volume->sectorsPerFat(), 1));
-  volume->setFatStartOverride(0);
-  ASSERT_TRUE(volume->resetFatCache(1, 0));
-  volume->setNewFatMode(false);
-  EXPECT_EQ(0U, volume->getFat(5));
+  EXPECT_EQ(std::vector<u8>(512), disk_.sector(75000 + made.layout.sectorsPerFat));
+  ASSERT_EQ(Error::none, table.setUp());
+  EXPECT_EQ(0U, entryOf(table, 5));
 }
 
-TEST_F(FatTableTest, AReadErrorStopsAllChangesUnlessErrorsAreIgnored) {
-  const u32 perFat = formatAndOpen(disk_, 0, kFat32.sectors, kFat32.type)->sectorsPerFat();
-  {
-    auto volume = openOn(disk_);
-    volume->setFat(256, 77);
-  }  // the destructor flushes
+TEST_F(FatTableTest, AReadErrorNamesItsSectorAndTheSecondCopyRescues) {
+  const FatVolume made = make(kFat32);
+  const u32 perFat = made.layout.sectorsPerFat;
+  FatTable first = tableOn(disk_);
+  ASSERT_EQ(Error::none, first.set(256, 77));
+  ASSERT_EQ(Error::none, first.flush());
   FaultyDisk faulty(disk_);
   faulty.failReadsOf({32 + 2, 32 + 2});
-  auto volume = openOn(faulty);
-  EXPECT_EQ(0U, volume->getFat(3));
-  EXPECT_EQ(1U, volume->getFat(256));
-  EXPECT_TRUE(volume->hasError());
-  volume->setFat(3, 9);
-  EXPECT_EQ(0U, volume->getFat(3)) << "set after an error";
+  FatTable table = tableOn(faulty);
+  u32 value = 1;
+  const Failure failed = table.get(256, value);
+  EXPECT_EQ(Error::read, failed);
+  EXPECT_EQ(32U + 2, failed.lba);
+  EXPECT_EQ(Error::read, table.set(256, 9));
+  EXPECT_EQ(0U, entryOf(table, 3)) << "the others are still there";
 
-  volume = openOn(faulty);
-  volume->setIgnoreErrors(true);
-  EXPECT_EQ(77U, volume->getFat(256)) << "the second copy has it";
+  const FatTable::Options rescuing{.windowSectors = 1, .savedWindows = 2, .rescues = true};
+  FatTable rescued = tableOn(faulty, rescuing);
+  EXPECT_EQ(77U, entryOf(rescued, 256)) << "the second copy has it";
   faulty.failReadsOf({32 + perFat + 2, 32 + perFat + 2});
-  volume = openOn(faulty);
-  volume->setIgnoreErrors(true);
-  EXPECT_EQ(0U, volume->getFat(256));
-  EXPECT_FALSE(volume->hasError());
+  FatTable lost = tableOn(faulty, rescuing);
+  EXPECT_EQ(0U, entryOf(lost, 256));
 }
 
 TEST_F(FatTableTest, AFailedFlushLosesNothing) {
-  formatAndOpen(disk_, 0, kFat32.sectors, kFat32.type);
+  make(kFat32);
   FaultyDisk faulty(disk_);
-  auto volume = openOn(faulty, 1, 0);
-  volume->setFat(5, 6);
+  FatTable table = tableOn(faulty, {.windowSectors = 1, .savedWindows = 0});
+  ASSERT_EQ(Error::none, table.set(5, 6));
   faulty.failWrite(1);
-  EXPECT_FALSE(volume->flushFat());
-  EXPECT_TRUE(volume->flushFat());
-  EXPECT_EQ(6U, openOn(disk_)->getFat(5));
-  volume->setFat(5, 7);
+  EXPECT_EQ(Error::write, table.flush());
+  EXPECT_EQ(Error::none, table.flush());
+  FatTable again = tableOn(disk_);
+  EXPECT_EQ(6U, entryOf(again, 5));
+  ASSERT_EQ(Error::none, table.set(5, 7));
   faulty.failWrite(0);
-  EXPECT_EQ(1U, volume->getFat(128)) << "the only window could not be given up";
-  EXPECT_TRUE(volume->hasError());
-  volume->clearError();
-  EXPECT_EQ(7U, volume->getFat(5));
+  u32 value = 1;
+  EXPECT_EQ(Error::write, table.get(128, value)) << "the only window could not be given up";
+  EXPECT_EQ(7U, entryOf(table, 5));
 }
 
 TEST_F(FatTableTest, WhatLiesBehindTheFatIsNoEntry) {
-  auto volume = formatAndOpen(disk_, 0, kFat12.sectors, kFat12.type);
-  ASSERT_TRUE(volume->setupFatCache(1, 0));
-  const u32 entries = volume->sectorsPerFat() * 512 * 2 / 3;
-  volume->setFat(entries - 1, 5);
-  EXPECT_EQ(5U, volume->getFat(entries - 1));
-  EXPECT_FALSE(volume->hasError());
-  EXPECT_EQ(1U, volume->getFat(entries));
-  EXPECT_TRUE(volume->hasError());
+  const FatVolume fat12 = make(kFat12);
+  FatTable table = tableOf(fat12);
+  const u32 entries = fat12.layout.sectorsPerFat * 512 * 2 / 3;
+  ASSERT_EQ(Error::none, table.set(entries - 1, 5));
+  EXPECT_EQ(5U, entryOf(table, entries - 1));
+  u32 value = 1;
+  EXPECT_EQ(Error::corrupt, table.get(entries, value));
+  EXPECT_EQ(Error::corrupt, table.set(entries, 5));
 
-  volume = formatAndOpen(disk_, 0, kFat16.sectors, kFat16.type);
-  EXPECT_FALSE(volume->setupFatCache(24, kAllOnes32)) << "so much memory is not there";
-  EXPECT_EQ(1U, volume->getFat(2)) << "without a cache nothing can be read";
+  const FatVolume fat16 = make(kFat16);
+  FatTable without(fat16.range, fat16.layout);
+  EXPECT_EQ(Error::outOfMemory, without.setUp({.savedWindows = kAllOnes32}));
+  EXPECT_EQ(Error::outOfMemory, without.get(2, value)) << "without a cache nothing can be read";
 }
 
 // Reading on from window to window asks for 256 KiB at a time, and still sees what was written.
 TEST_F(FatTableTest, ReadsAheadWhenWindowsFollowOneAnother) {
-  auto made = formatAndOpen(disk_, 0, kFat32.sectors, kFat32.type);
+  const u32 perFat = make(kFat32).layout.sectorsPerFat;
   FaultyDisk counted(disk_);
-  auto volume = openOn(counted, 1, 0);
-  for (u32 sector = 0; sector < made->sectorsPerFat(); ++sector) {
-    ASSERT_EQ(sector == 0 ? 0xFFFFFF8U : 0U, volume->getFat(sector * 128)) << sector;
-    volume->setFat(sector * 128 + 1, sector);
+  FatTable table = tableOn(counted, {.windowSectors = 1, .savedWindows = 0});
+  for (u32 sector = 0; sector < perFat; ++sector) {
+    ASSERT_EQ(sector == 0 ? 0xFFFFFF8U : 0U, entryOf(table, sector * 128)) << sector;
+    ASSERT_EQ(Error::none, table.set(sector * 128 + 1, sector));
   }
-  EXPECT_LE(counted.reads(), 1U + made->sectorsPerFat()) << "boot area, and at most one a window";
-  ASSERT_TRUE(volume->flushFat());
+  EXPECT_LE(counted.reads(), 1U + perFat) << "boot area, and at most one a window";
+  ASSERT_EQ(Error::none, table.flush());
   const u64 before = counted.reads();
-  for (u32 sector = 0; sector < made->sectorsPerFat(); ++sector)
-    ASSERT_EQ(sector, volume->getFat(sector * 128 + 1));
+  for (u32 sector = 0; sector < perFat; ++sector)
+    ASSERT_EQ(sector, entryOf(table, sector * 128 + 1));
   EXPECT_LE(counted.reads() - before, 5U);
 }
 

@@ -53,21 +53,19 @@ class FormatOracleTest : public testing::Test {
   }
 
   // Formats the whole image, and lets the others check and use it.
-  void judge(u16 type, u32 sectors, u32 sectorSize, u32 clusterBytes, u32 options) {
+  void judge(u16 type, u32 sectors, u32 sectorSize, u32 clusterBytes, bool align) {
     SCOPED_TRACE(testing::Message()
                  << "type " << type << ", " << sectors << " sectors of " << sectorSize
-                 << ", clusters " << clusterBytes << ", options " << options);
+                 << ", clusters " << clusterBytes << ", aligned " << align);
     auto disk = newImage(sectors, sectorSize);
-    const u32 perCluster = clusterBytes == 0 ? 0 : std::max(u32{1}, clusterBytes / sectorSize);
-    FatFormatRequest request = formatRequest(*disk, 0, sectors, type, perCluster, options);
-    request.label = "Label";
-    ASSERT_EQ(Error::none, formatFat(request));
-    auto volume = openVolume(*disk, 0, sectors, static_cast<u8>(type));
-    ASSERT_TRUE(volume->isValid());
-    EXPECT_EQ(volume->kind(), kindByCount(readAll(*disk, 0, 1)));
-    EXPECT_TRUE(options == 0 || volume->firstDataSector() * sectorSize % 4096 == 0);
-    if (u64{volume->clusterCount()} * volume->sectorsPerCluster() * sectorSize > 600 * kKiB)
-      expectUsable(0);
+    FormatWish wish = wishFor(type, clusterBytes);
+    wish.alignForNtfs = align;
+    wish.label = "Label";
+    ASSERT_EQ(Error::none, formatQuietly({*disk, 0, sectors}, wish));
+    const FatLayout layout = opened({*disk, 0, sectors}, type).value().layout;
+    EXPECT_EQ(layout.kind, kindByCount(readAll(*disk, 0, 1)));
+    EXPECT_TRUE(!align || layout.firstDataSector() * sectorSize % 4096 == 0);
+    if (u64{layout.clusterCount()} * layout.clusterBytes() > 600 * kKiB) expectUsable(0);
     expectSound();
   }
 
@@ -77,39 +75,39 @@ class FormatOracleTest : public testing::Test {
 TEST_F(FormatOracleTest, Fat12AndSmallFat16OfEverySize) {
   for (const u32 sectorSize : {512U, 4096U}) {
     for (const u32 sectors : {50U, 720U, 1440U, 2880U, 5760U, 4085U, 8200U, 16340U, 32600U, 32717U})
-      judge(0x01, sectors, sectorSize, 0, 0);
+      judge(0x01, sectors, sectorSize, 0, false);
     for (const u32 sectors : {60U, 4000U, 4130U, 4160U, 8300U, 16400U, 16500U, 32717U, 65535U})
-      judge(0x04, sectors, sectorSize, 0, 0);
+      judge(0x04, sectors, sectorSize, 0, false);
   }
 }
 
 TEST_F(FormatOracleTest, Fat16OfEveryClusterSize) {
   for (const u32 sectorSize : {512U, 4096U}) {
-    u32 options = 0;
+    bool align = false;
     for (const u32 sectors : {32717U, 32718U, 300001U, 8387745U, 8387840U})
       for (const u32 cluster : kEveryClusterSize) {
         if (cluster != 0 && cluster < sectorSize) continue;
-        judge(0x06, sectors, sectorSize, cluster, options);
-        options ^= kFatAlignForNtfs;
+        judge(0x06, sectors, sectorSize, cluster, align);
+        align = !align;
       }
   }
 }
 
 TEST_F(FormatOracleTest, Fat32OfEveryClusterSize) {
   for (const u32 sectorSize : {512U, 4096U}) {
-    u32 options = 0;
+    bool align = false;
     for (const u32 sectors : {66727U, 132110U, 132113U, 1000003U})
       for (const u32 cluster : kEveryClusterSize) {
         if (cluster != 0 && cluster < sectorSize) continue;
-        judge(options == 0 ? 0x0B : 0x1C, sectors, sectorSize, cluster, options);
-        options ^= kFatAlignForNtfs;
+        judge(align ? 0x1C : 0x0B, sectors, sectorSize, cluster, align);
+        align = !align;
       }
   }
-  judge(0x0C, 33554432, 512, 4096, 0);
-  judge(0xEF, 1199, 512, 0, 0);
+  judge(0x0C, 33554432, 512, 4096, false);
+  judge(0xEF, 1199, 512, 0, false);
 }
 
-TEST_F(FormatOracleTest, TheLargestFat32) { judge(0x0C, 0xFFFFFF80, 512, 0, kFatAlignForNtfs); }
+TEST_F(FormatOracleTest, TheLargestFat32) { judge(0x0C, 0xFFFFFF80, 512, 0, true); }
 
 // What the scan marks is bad for everybody, in both FATs, and no file is put there.
 TEST_F(FormatOracleTest, BadClustersAreKeptFree) {
@@ -117,28 +115,25 @@ TEST_F(FormatOracleTest, BadClustersAreKeptFree) {
     SCOPED_TRACE(testing::Message() << "type " << type);
     const u32 sectors = type == 0x01 ? 20000 : 70000;
     auto image = newImage(sectors, 512);
-    FatFormatRequest request = formatRequest(*image, 0, sectors, type);
-    ASSERT_EQ(Error::none, formatFat(request));
-    auto volume = openVolume(*image, 0, sectors);
-    const std::vector<u32> bad{2, 5, 6, 9, volume->highestCluster()};
+    const FatLayout layout = formatAndOpen({*image, 0, sectors}, type).layout;
+    const std::vector<u32> bad{2, 5, 6, 9, layout.highestCluster()};
     FaultyDisk faulty(*image);
     for (const u32 cluster : bad) {
-      const u64 lba = volume->clusterToLba(cluster);
+      const u64 lba = layout.clusterToSector(cluster);
       faulty.failReadsOf({lba, lba});
     }
-    request.device = &faulty;
-    request.options = kFatScanSurface;
-    ASSERT_EQ(Error::none, formatFat(request));
-    EXPECT_EQ(bad.size(), request.badClusters);
+    FormatWish wish = wishFor(type);
+    wish.surfaceScan = true;
+    ASSERT_EQ(Error::none, formatQuietly({faulty, 0, sectors}, wish));
+    const FatVolume volume = opened({*image, 0, sectors}).value();
 
     expectUsable(0);
     expectSound();
     for (u32 copy = 0; copy < 2; ++copy) {
-      const std::vector<u8> fat = readAll(
-          *image, volume->fatStartLba() + copy * volume->sectorsPerFat(), volume->sectorsPerFat());
+      const std::vector<u8> fat = fatCopy(volume, copy);
       std::vector<u32> marked;
-      for (u32 cluster = 2; cluster <= volume->highestCluster(); ++cluster)
-        if (rawEntry(fat, volume->kind(), cluster) == volume->badMark()) marked.push_back(cluster);
+      for (u32 cluster = 2; cluster <= layout.highestCluster(); ++cluster)
+        if (rawEntry(fat, layout.kind, cluster) == layout.badMark()) marked.push_back(cluster);
       EXPECT_EQ(bad, marked) << "copy " << copy;
     }
   }
@@ -150,8 +145,9 @@ TEST_F(FormatOracleTest, APartitionInADisk) {
   auto disk = newImage(kStart + 70000, 512);
   for (const u16 type : {u16{0x01}, u16{0x06}, u16{0x0C}}) {
     const u32 sectors = type == 0x01 ? 20000 : 70000;
-    FatFormatRequest request = formatRequest(*disk, kStart, sectors, type, 0, kFatScanSurface);
-    ASSERT_EQ(Error::none, formatFat(request));
+    FormatWish wish = wishFor(type);
+    wish.surfaceScan = true;
+    ASSERT_EQ(Error::none, formatQuietly({*disk, kStart, sectors}, wish));
     expectUsable(kStart * 512);
   }
 }

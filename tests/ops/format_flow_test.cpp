@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include "fat/fat_volume.h"
 #include "ops/error_text.h"
 #include "ops/flow_bench.h"
 #include "ops/format_model.h"
 #include "ops/format_summary_model.h"
+#include "probe/gpt_type_guids.h"
+#include "probe/type_catalogue.h"
+#include "ptable/convert.h"
 #include "support/disk_file.h"
 #include "support/oracle.h"
 
@@ -39,9 +41,7 @@ class FormatFlowTest : public FlowTest {
   }
   // Partition 2, which is NTFS, becomes FAT-32.
   FlowResult toFat32(Drive& drive, ScriptedFrontEnd& ui) {
-    FormatOptions options;
-    options.type = 0x0B;
-    options.surfaceScan = false;
+    const FormatOptions options{.surfaceScan = false, .kind = kind("fat32")};
     expectDialogs(ui);
     ui.answerOthers(MessageResult::cancel);
     ui.expect<FormatSummaryModel>([](FormatSummaryModel& model) { model.ok(); });
@@ -73,8 +73,22 @@ class FormatFlowTest : public FlowTest {
     MemoryDisk after = rest(disk);
     return before.sameContent(after);
   }
-  static bool isFat(Drive& drive, u32 number) {
-    return FatVolume::open(drive, *drive.findByKernelNumber(number))->isValid();
+  static void makeGpt(Drive& drive) {
+    ASSERT_EQ(Error::none, convertToMbr(drive, true));
+    ASSERT_EQ(Error::none, drive.reread());
+    ASSERT_EQ(Error::none, convertToGpt(drive, false));
+    ASSERT_EQ(Error::none, drive.reread());
+  }
+  const FileSystemKind* kind(std::string_view word) const { return fileSystems_.byWord(word); }
+  // Any of the three: recognised as such, with sound facts.
+  bool isFat(Drive& drive, u32 number) const {
+    const PartitionEntry& entry = *drive.findByKernelNumber(number);
+    return isFat(rangeOf(drive, entry), entry.type);
+  }
+  bool isFat(const SectorRange& range, u16 type) const {
+    const FileSystemKind* found = fileSystems_.byContent(range, type);
+    FileSystemFacts facts;
+    return found && !found->facts(range, type, CountClusters::no, facts);
   }
 };
 
@@ -135,15 +149,176 @@ TEST_F(FormatFlowTest, WhatCannotBeFormattedIsRefusedBeforeAnythingIsAsked) {
 
 TEST_F(FormatFlowTest, AnotherKindChangesTheTypeFirst) {
   const auto drive = open(disk_);
-  FormatOptions options;
-  options.type = 0x0B;
-  options.surfaceScan = false;
-  expectDialogs(ui_);
-  expectSummary(ui_);
-  EXPECT_EQ(FlowEnd::done, format(*drive, ui_, 2, options).end);
+  EXPECT_EQ(FlowEnd::done, toFat32(*drive, ui_).end);
   EXPECT_EQ(0x0B, drive->findByKernelNumber(2)->type);
   EXPECT_TRUE(isFat(*open(disk_), 2));
   EXPECT_EQ(1U, keptTables());
+}
+
+// A GPT says the kind by its GUID where it says one; another one is changed to one that fits.
+TEST_F(FormatFlowTest, AGptGetsATypeThatFits) {
+  struct Case {
+    Guid before;
+    const char* word;
+    Guid after;
+  };
+  for (const Case& c :
+       {Case{kGptLinux, "fat32", kGptBasicData}, Case{kGptEfiSystem, "fat16", kGptEfiSystem},
+        Case{kGptEfiSystem, nullptr, kGptEfiSystem}}) {
+    MemoryDisk disk(kSectors);
+    auto drive = open(disk);
+    makeGpt(*drive);
+    add(*drive, 0, 102400, 0x0B, "DATA");
+    ASSERT_EQ(Error::none,
+              drive->changeProperties(*drive->findByKernelNumber(1), {.typeGuid = c.before}));
+    ASSERT_EQ(Error::none, drive->reread());
+    expectDialogs(ui_);
+    expectSummary(ui_);
+    FormatOptions options{.surfaceScan = false};
+    if (c.word) options.kind = kind(c.word);
+    EXPECT_EQ(FlowEnd::done, format(*drive, ui_, 1, options).end);
+    drive = open(disk);
+    const PartitionEntry& entry = *drive->findByKernelNumber(1);
+    EXPECT_EQ(c.after, entry.typeGuid);
+    EXPECT_EQ(kind(c.word ? c.word : "fat32"), fileSystems_.byContent(rangeOf(*drive, entry), 0));
+  }
+}
+
+TEST_F(FormatFlowTest, WhatNothingSaysIsChosenInTheDialog) {
+  MemoryDisk disk(kSectors);
+  auto drive = open(disk);
+  makeGpt(*drive);
+  add(*drive, 0, 102400, 0x06, "DATA");
+  ASSERT_EQ(types::kGptEntry, drive->findByKernelNumber(1)->type);
+  ui_.expect<FormatModel>([](FormatModel& model) {
+    EXPECT_EQ((std::vector<std::string>{"FAT16", "FAT32"}), model.kindChoices)
+        << "too large for 12";
+    model.kindChoice = 1;
+    model.ok();
+  });
+  ui_.expectMessage("will be erased.", MessageResult::yes);
+  expectSummary(ui_);
+  EXPECT_EQ(FlowEnd::done, format(*drive, ui_, 1).end);
+  EXPECT_EQ(
+      "fat32",
+      fileSystems_.byContent({disk, drive->table().entries[1]->startSector, 102400}, 0)->word);
+}
+
+TEST_F(FormatFlowTest, AnExtendedPartitionKeepsItsVolumes) {
+  const auto drive = open(disk_);
+  add(*drive, 0, 40960, 0x05, "");
+  MemoryDisk before = disk_.copy();
+  ui_.expectMessage("An extended partition holds volumes");
+  EXPECT_EQ(FlowEnd::refused, format(*drive, ui_, 4, {.kind = kind("fat16")}).end);
+  EXPECT_TRUE(before.sameContent(disk_));
+}
+
+TEST_F(FormatFlowTest, AWholeDiskBecomesAVolumeWithoutATable) {
+  MemoryDisk floppy(2880);
+  floppy.setName("/dev/fd0");
+  ui_.expectMessage("All data on this disk will be erased.", MessageResult::yes);
+  expectSummary(ui_);
+  EXPECT_EQ(FlowEnd::done,
+            formatWholeFlow(context_, *open(floppy), {.label = "boot", .kind = kind("fat12")}).end);
+  const std::vector<u8> boot = floppy.sector(0);
+  EXPECT_EQ(0, boot[36]) << "the drive number of a floppy";
+  EXPECT_EQ(18, boot[24]);
+  EXPECT_EQ(2, boot[26]);
+  EXPECT_EQ(0, boot[28]) << "nothing lies before it";
+  EXPECT_EQ(Scheme::wholeDisk, open(floppy)->scheme());
+  if (hasProgram("fsck.fat")) {
+    storeDisk(floppy, home_.file("floppy"));
+    EXPECT_EQ(0, runProgram({"fsck.fat", "-n", home_.file("floppy")}).status);
+  }
+  if (hasProgram("mdir"))
+    EXPECT_EQ(0, runProgram({"mdir", "-i", home_.file("floppy"), "::"}).status);
+
+  ui_.expectMessage("This disk has partitions.");
+  MemoryDisk before = disk_.copy();
+  EXPECT_EQ(FlowEnd::refused, formatWholeFlow(context_, *open(disk_), {.kind = kind("fat16")}).end);
+  EXPECT_TRUE(before.sameContent(disk_));
+
+  MemoryDisk luks(kSectors);
+  std::vector<u8> header(512);
+  std::ranges::copy(std::string_view("LUKS\xBA\xBE", 6), header.begin());
+  luks.setSector(0, header);
+  before = luks.copy();
+  expectDialogs(ui_);
+  ui_.expectMessage("it holds a LUKS container", MessageResult::no);
+  EXPECT_EQ(FlowEnd::cancelled,
+            formatWholeFlow(context_, *open(luks), {.kind = kind("fat32")}).end);
+  EXPECT_TRUE(before.sameContent(luks));
+}
+
+TEST_F(FormatFlowTest, BadClustersAreALossAndPlaceholdersNoLabels) {
+  FaultyDisk faulty(disk_);
+  const PartitionEntry& first = *open(disk_)->findByKernelNumber(1);
+  faulty.failReadsOf({first.endSector - 100, first.endSector - 100});
+  const auto drive = open(borrowed(faulty));
+  expectDialogs(ui_);
+  ui_.expect<FormatSummaryModel>([](FormatSummaryModel& model) {
+    EXPECT_EQ("Bad clusters: 1", model.lines[5]);
+    model.ok();
+  });
+  EXPECT_EQ(FlowEnd::doneWithLosses, format(*drive, ui_, 1).end);
+  EXPECT_EQ("", kind("fat16")->label(rangeOf(*drive, *drive->findByKernelNumber(1)), 0x06));
+}
+
+// A new kind needs nothing but its row: here one that writes its name into the first sector.
+TEST_F(FormatFlowTest, AKindOfItsOwnIsFormattedByItsRow) {
+  static constexpr u16 kToyTypes[] = {0x63};
+  static constexpr u32 kToyClusters[] = {4096};
+  FileSystemKind toy;
+  toy.word = "toy";
+  toy.name = "TOYFS";
+  toy.types = kToyTypes;
+  toy.clusterChoices = kToyClusters;
+  toy.wantedType = [](u64) { return kToyTypes[0]; };
+  toy.whyNotOfSize = [](u16, u64 sectors, u32) {
+    return sectors < 50000 ? std::string("A TOYFS has at least 50000 sectors.") : std::string();
+  };
+  toy.format = [](const SectorRange& range, const FormatWish& wish, Job& job,
+                  FormatReport& report) -> Failure {
+    job.phase(Phase::formatting, 512);
+    report.touched = true;
+    std::vector<u8> sector(512);
+    std::ranges::copy("TOY" + wish.label, sector.begin());
+    return range.disk.writeSectors(range.firstSector, sector.data(), 1);
+  };
+  toy.facts = [](const SectorRange&, u16, CountClusters, FileSystemFacts& facts) -> Failure {
+    facts.name = "TOYFS";
+    facts.clusterBytes = 4096;
+    return {};
+  };
+  FileSystemKinds kinds = registeredFileSystems();
+  kinds.add(toy);
+  const OperationContext context{ui_, host_, options_, folders_, kinds};
+  const auto drive = open(disk_);
+
+  ui_.expectMessage("A TOYFS has at least 50000 sectors.");
+  EXPECT_EQ(FlowEnd::refused,
+            formatFlow(context, *drive, *drive->findByKernelNumber(3), {.kind = &toy}).end);
+  ui_.expect<FormatModel>([](FormatModel& model) {
+    EXPECT_EQ((std::vector<std::string>{"Auto", "4KiB"}), model.clusterChoices);
+    EXPECT_FALSE(model.alignForNtfsControl.shown);
+    model.ok();
+  });
+  ui_.expectMessage("will be erased.", MessageResult::yes);
+  ui_.expect<FormatSummaryModel>([](FormatSummaryModel& model) {
+    EXPECT_EQ("Type: TOYFS", model.lines[1]);
+    model.ok();
+  });
+  EXPECT_EQ(FlowEnd::done, formatFlow(context, *drive, *drive->findByKernelNumber(2),
+                                      {.label = "BOX", .kind = &toy})
+                               .end);
+  const PartitionEntry& entry = *drive->findByKernelNumber(2);
+  EXPECT_EQ(0x63, entry.type) << "the table says it";
+  EXPECT_TRUE(textAt(disk_.sector(entry.startSector), 0, "TOYBOX"));
+
+  CreateModel create({.startSector = 0, .endSector = 409599, .fileSystems = &kinds});
+  create.fileSystem = "99";
+  create.pass();
+  EXPECT_TRUE(create.formatControl.enabled);
 }
 
 TEST_F(FormatFlowTest, EveryLookAtTheButtonMayStopIt) {
@@ -163,7 +338,12 @@ TEST_F(FormatFlowTest, EveryLookAtTheButtonMayStopIt) {
     ui.forget();
     EXPECT_TRUE(round.wasHit() || !skipped);
     if (result.end == FlowEnd::cancelled) {
-      EXPECT_TRUE(round.wasHit() && ui.wasTold("Formatting was stopped."));
+      EXPECT_TRUE(round.wasHit());
+      // What is told is what is on the disk.
+      const bool isWhole = round.medium().sameContent(disk_);
+      EXPECT_EQ(!isWhole, ui.wasTold("The partition is partly overwritten"));
+      EXPECT_EQ(isWhole, ui.wasTold("What the partition holds was not changed."));
+      EXPECT_FALSE(isFat(*drive, 1));
       return;
     }
     EXPECT_EQ(FlowEnd::done, result.end);
@@ -186,9 +366,11 @@ TEST_F(FormatFlowTest, EveryFailedTransferIsToldOrTheFileSystemIsSound) {
   forEachFailedRequest(flow, [this](const FaultRun& run) {
     if (run.result.succeeded()) {
       EXPECT_TRUE(isFat(*open(run.round.medium()), 1));
-    } else if (run.round.fault().isWrite()) {
-      EXPECT_TRUE(run.ui.wasTold("Due to surface defects"));
+      return;
     }
+    const bool isWhole = run.round.medium().sameContent(disk_);
+    EXPECT_EQ(!isWhole, run.ui.wasTold("The partition is partly overwritten"));
+    EXPECT_EQ(run.round.fault().isWrite() && !isWhole, run.ui.wasTold("Due to surface defects"));
   });
 }
 
@@ -199,6 +381,9 @@ TEST_F(FormatFlowTest, FailedTransfersAndPowerCutsLeaveTheOldTableOrTheNewAndThe
   forEachFailedRequest(flow, [this](const FaultRun& run) {
     EXPECT_TRUE(neighboursAreWhole(run.round.medium()));
     EXPECT_TRUE(!run.result.succeeded() || isFat(*open(run.round.medium()), 2));
+    const bool isChanged = run.table != tableOf(*open(disk_));
+    EXPECT_EQ(isChanged && !run.result.succeeded() && run.ui.wasTold("The partition is partly"),
+              run.ui.wasTold("Its type in the partition table was changed to FAT32"));
   });
   expectCutsLeaveOldOrNew(flow,
                           [this](MemoryDisk& disk) { EXPECT_TRUE(neighboursAreWhole(disk)); });

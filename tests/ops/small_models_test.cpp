@@ -31,55 +31,63 @@ TEST(DeleteModel, SecureWipeSaysWhyItCannotBeTicked) {
   EXPECT_FALSE(model.confirmed);
 }
 
-TEST(FormatModel, ClusterChoicesAreBytes) {
-  FormatModel model(true);
-  const u32 expected[] = {0, 512, 1024, 2048, 4096, 8192, 16384, 32768, 65536};
-  for (std::size_t i = 0; i < FormatModel::kClusterChoices.size(); ++i) {
-    model.clusterChoice = i;
-    EXPECT_EQ(expected[i], model.clusterBytes());
-  }
-  EXPECT_TRUE(model.setClusterBytes(4096));
-  EXPECT_EQ(4U, model.clusterChoice);
-  EXPECT_FALSE(model.setClusterBytes(131072));
-  EXPECT_EQ(4U, model.clusterChoice);
+// A kind with clusters of its own, and one that has nothing but a name.
+constexpr u32 kToyClusters[] = {1024, 65536};
+FileSystemKind toyKind(std::string_view name) {
+  FileSystemKind kind;
+  kind.word = kind.name = name;
+  return kind;
 }
 
-TEST(FormatModel, OnlyFatHasTheWarningAndTheAlignment) {
-  for (const bool isFat : {true, false}) {
-    FormatModel model(isFat);
-    model.alignForNtfs = true;
-    model.pass();
-    EXPECT_FALSE(model.winNtOnlyLabel.shown);
-    ASSERT_TRUE(model.setClusterBytes(65536));
-    model.pass();
-    EXPECT_EQ(isFat, model.winNtOnlyLabel.shown);
-    EXPECT_EQ(isFat, model.alignForNtfsControl.shown);
-    EXPECT_EQ(isFat, model.alignForNtfs);
-  }
+TEST(FormatModel, TheChoicesAreThoseOfTheKind) {
+  FileSystemKind wide = toyKind("wide");
+  wide.clusterChoices = kToyClusters;
+  wide.widelyReadClusterBytes = 32 * kKiB;
+  wide.alignsForNtfs = true;
+  const FileSystemKind plain = toyKind("plain");
+
+  FormatModel one({&wide});
+  EXPECT_FALSE(one.kindControl.shown);
+  EXPECT_EQ((std::vector<std::string>{"Auto", "1KiB", "64KiB"}), one.clusterChoices);
+  EXPECT_EQ(0U, one.clusterBytes());
+  EXPECT_TRUE(one.setClusterBytes(1024));
+  EXPECT_FALSE(one.setClusterBytes(131072));
+  EXPECT_EQ(1024U, one.clusterBytes());
+  one.pass();
+  EXPECT_FALSE(one.winNtOnlyLabel.shown);
+  EXPECT_TRUE(one.setClusterBytes(65536));
+  one.pass();
+  EXPECT_TRUE(one.winNtOnlyLabel.shown);
+
+  FormatModel both({&wide, &plain});
+  EXPECT_TRUE(both.kindControl.shown);
+  both.alignForNtfs = true;
+  EXPECT_TRUE(both.setClusterBytes(65536));
+  both.kindChoice = 1;
+  both.ok();
+  EXPECT_EQ("plain", both.kind().word);
+  EXPECT_EQ(0U, both.clusterBytes());
+  EXPECT_FALSE(both.alignForNtfs || both.alignForNtfsControl.shown || both.winNtOnlyLabel.shown);
 }
 
 TEST(FormatSummaryModel, TellsWhatWasMade) {
   FormatSummary summary;
   summary.name = "DATA";
   summary.typeName = "FAT-32";
-  summary.fileSystemText = "FAT32   ";
+  summary.facts.name = "FAT32";
+  summary.facts.storedTypeText = "FAT32   ";
   summary.sizeText = "500 MiB";
-  summary.clusterBytes = 4096;
-  summary.totalClusters = 127749;
-  summary.isFat32 = true;
-  summary.badClusters = 3;
-  summary.scanSkipped = true;
+  summary.facts.clusterBytes = 4096;
+  summary.facts.clusters = 127749;
+  summary.report.badClusters = 3;
+  summary.report.usedClusters = 1;
+  summary.report.scanStopped = true;
   EXPECT_EQ((std::vector<std::string>{"Name: DATA", "Type: FAT-32/FAT32   ", "Size: 500 MiB",
                                       "Cluster size: 4096 byte(s)", "Total clusters: 127749",
                                       "Bad clusters: 3 (skipped)", "Free clusters: 127745"}),
             FormatSummaryModel(summary).lines);
-
-  summary.isFat = false;
-  summary.typeName = "NTFS/exFAT/HPFS/+";
-  summary.fileSystemText = "NTFS";
-  const FormatSummaryModel ntfs(summary);
-  EXPECT_EQ("Type: NTFS", ntfs.lines[1]);
-  EXPECT_EQ(5U, ntfs.lines.size());
+  summary.facts.storedTypeText.clear();
+  EXPECT_EQ("Type: FAT32", FormatSummaryModel(summary).lines[1]);
 }
 
 }  // namespace

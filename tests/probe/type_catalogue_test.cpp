@@ -43,18 +43,6 @@ TEST(TypeCatalogue, SizesOfFat) {
   EXPECT_EQ(types::maxFatSizeMiB(0xDE, 0, FatLimit::large), 0x1FFFFFU);
   EXPECT_EQ(types::maxFatSizeMiB(0xDE, 0, FatLimit::usual), 4096U);
   EXPECT_EQ(types::maxFatSizeMiB(0x83, 512, FatLimit::large), types::kNoSizeLimit);
-  struct Limit {
-    u16 type;
-    u64 fits;
-    u64 tooLarge;
-  };
-  for (const Limit& limit :
-       {Limit{0x01, 32717, 32718}, Limit{0x04, 65535, 65536}, Limit{0x06, 8387840, 8387841},
-        Limit{0x0B, 0xFFFFFF80, 0xFFFFFF81}, Limit{0xEF, 0xFFFFFF80, 0xFFFFFF81},
-        Limit{0x0B, 1199, 1200}, Limit{0x0C, 66727, 66726}}) {
-    EXPECT_TRUE(types::sizeFits(limit.type, limit.fits)) << limit.fits;
-    EXPECT_FALSE(types::sizeFits(limit.type, limit.tooLarge)) << limit.tooLarge;
-  }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ops/file_systems.h"
 #include "ops/operation_context.h"
 #include "support/fake_host.h"
 #include "support/scripted_front_end.h"
@@ -26,7 +27,8 @@ class OpsTest : public ::testing::Test {
   Options options_;
   ProgramFolders folders_{home_.path(), home_.path(), home_.path()};
   ScriptedFrontEnd ui_;
-  OperationContext context_{ui_, host_, options_, folders_};
+  const FileSystemKinds fileSystems_ = registeredFileSystems();
+  OperationContext context_{ui_, host_, options_, folders_, fileSystems_};
 };
 
 }  // namespace tallowin

@@ -237,25 +237,32 @@ void remove(FrontEnd& ui, const Arguments& arguments) {
             << model.secureWipe << model.shiftHeld << std::endl;
 }
 
-// format [ntfs]
+// format [kind...]: without one a kind that offers nothing but its clusters
 void formatDialog(FrontEnd& ui, const Arguments& arguments) {
-  FormatModel model(argument(arguments, 0, "") != "ntfs");
+  static const FileSystemKinds kKinds = registeredFileSystems();
+  static const FileSystemKind kPlain;
+  std::vector<const FileSystemKind*> kinds;
+  for (const std::string& word : arguments) kinds.push_back(kKinds.byWord(word));
+  if (kinds.empty()) kinds.push_back(&kPlain);
+  FormatModel model(kinds);
   ui.run(model);
   std::cout << (model.confirmed ? "ok " : "cancel ") << model.clusterBytes() << ','
-            << model.alignForNtfs << std::endl;
+            << model.alignForNtfs;
+  if (kinds.size() > 1) std::cout << ',' << model.kind().word;
+  std::cout << std::endl;
 }
 
 void summary(FrontEnd& ui, const Arguments&) {
   FormatSummary summary;
   summary.name = "LETTERS";
   summary.typeName = "FAT32 LBA";
-  summary.fileSystemText = "FAT32   ";
+  summary.facts.storedTypeText = "FAT32   ";
   summary.sizeText = "500 MiB";
-  summary.clusterBytes = 4096;
-  summary.totalClusters = 127744;
-  summary.isFat32 = true;
-  summary.badClusters = 3;
-  summary.scanSkipped = true;
+  summary.facts.clusterBytes = 4096;
+  summary.facts.clusters = 127744;
+  summary.report.badClusters = 3;
+  summary.report.usedClusters = 1;
+  summary.report.scanStopped = true;
   FormatSummaryModel model(summary);
   ui.run(model);
   std::cout << "closed" << std::endl;

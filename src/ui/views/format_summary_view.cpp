@@ -13,6 +13,12 @@ using namespace layout;
 constexpr int kWidth = 260;  // the title beside its buttons; wider when a line needs it
 constexpr int kHeight = 195;
 
+std::vector<std::string> allLines(const FormatSummaryModel& model) {
+  std::vector<std::string> lines = model.lines;
+  lines.insert(lines.end(), model.notes.begin(), model.notes.end());
+  return lines;
+}
+
 int widthFor(const std::vector<std::string>& lines) {
   int width = kWidth;
   for (const std::string& line : lines)
@@ -23,9 +29,10 @@ int widthFor(const std::vector<std::string>& lines) {
 }  // namespace
 
 FormatSummaryView::FormatSummaryView(FormatSummaryModel& model)
-    : DialogView(model, widthFor(model.lines), kHeight, model.title) {
+    : DialogView(model, widthFor(allLines(model)),
+                 kHeight + kLineHeight * static_cast<int>(model.notes.size()), model.title) {
   int y = kMargin;
-  for (const std::string& line : model.lines) {
+  for (const std::string& line : allLines(model)) {
     addText(kMargin, y, window().w() - 2 * kMargin, kLineHeight, line);
     y += kLineHeight;
   }

@@ -16,7 +16,9 @@ class FormatView : public DialogView {
   void write() override;
 
   FormatModel& model_;
+  ChoiceField* kind_ = nullptr;  // only where there is a choice
   ChoiceField* clusterSize_;
+  std::vector<std::string> shownClusters_;
   Fl_Widget* winNtOnly_;
   CheckBox* alignForNtfs_;
 };

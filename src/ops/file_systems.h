@@ -1,0 +1,24 @@
+// The kinds of file systems of this program, and how they are asked about a drive's partitions.
+#pragma once
+
+#include "probe/file_system_kind.h"
+#include "ptable/drive.h"
+
+namespace tallowin {
+
+// All kinds that the folders below have. To be called once, by whoever starts; kept in the session.
+FileSystemKinds registeredFileSystems();
+
+SectorRange rangeOf(Drive& drive, const PartitionEntry& entry);
+
+// The kind that the partition is formatted as: by its type, else by what the table of a GPT says.
+// Null when neither says one.
+const FileSystemKind* kindOf(const FileSystemKinds& kinds, const PartitionEntry& entry);
+
+// Whether the partition holds nothing that is recognised and its type leaves the kind to the user.
+bool mayHoldAnyKind(const FileSystemKinds& kinds, const PartitionEntry& entry);
+
+// Names entries by the labels of their file systems. `kinds` is borrowed for the reader's life.
+LabelReader labelReaderOf(const FileSystemKinds& kinds);
+
+}  // namespace tallowin

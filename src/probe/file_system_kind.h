@@ -1,0 +1,141 @@
+// `FileSystemKind`: what the program can do with one kind of file system, as a row that the folder
+// of its engine registers.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/geometry.h"
+#include "base/guid.h"
+#include "base/job.h"
+#include "disk/sector_range.h"
+#include "probe/identify.h"
+
+namespace tallowin {
+
+// Everything that is asked before a format begins.
+struct FormatWish {
+  u16 type = 0;          // of the partition: decides what the kind leaves open
+  u32 clusterBytes = 0;  // 0 automatic
+  std::string label;     // empty: none
+  bool surfaceScan = false;
+  bool alignForNtfs = false;  // the data area begins on a multiple of 4 KiB of the range
+
+  // What a boot sector says of its place.
+  Geometry geometry;
+  u64 hiddenSectors = 0;
+  std::optional<u8> driveNumber;  // of the firmware; without one the usual for the size
+  u64 secondsSinceEpoch = 0;      // serial numbers come from it
+};
+
+struct FormatReport {
+  bool touched = false;  // something of the range was written, or may have been
+  bool scanStopped = false;
+  u64 badClusters = 0;   // marked by the scan
+  u64 usedClusters = 0;  // of the empty file system, for its own needs
+  // What could not be made as it was wished for, a sentence each.
+  std::vector<std::string> notes;
+};
+
+// What `info` tells.
+struct FileSystemFacts {
+  struct Number {
+    const char* key;  // for scripts
+    u64 value;
+  };
+  std::string name;            // "FAT32"
+  std::string storedTypeText;  // as the boot sector spells it; may be empty
+  std::string label;           // may be empty
+  std::optional<u32> serial;
+  u32 clusterBytes = 0;
+  u64 clusters = 0;
+  u64 freeClusters = 0;  // both 0 unless the clusters were counted
+  u64 badClusters = 0;
+  std::string layout;  // one line of what is particular to the kind
+  std::vector<Number> layoutNumbers;
+
+  u64 freeBytes() const { return freeClusters * clusterBytes; }
+  u64 usedBytes() const { return (clusters - freeClusters - badClusters) * clusterBytes; }
+};
+
+enum class CountClusters { no, yes };
+
+// Functions may be absent: then the program does not offer what they do. They know neither drive
+// nor table. Rows live as long as the program.
+struct FileSystemKind {
+  std::string_view word;  // for scripts: "fat32"
+  std::string_view name;  // for lists: "FAT32"
+
+  // The types of partitions that are formatted as this kind, hidden forms not among them, and
+  // those of a GPT that say the kind alone.
+  std::span<const u16> types;
+  std::span<const Guid> typeGuids;
+  // For a partition of so many sectors that is to become one.
+  u16 (*wantedType)(u64 sectors) = nullptr;
+  Guid wantedTypeGuid;
+
+  // What identify() answers for it. Where kinds share a content, `holds` tells which it is.
+  std::span<const ContentCode> contents;
+  bool (*holds)(const SectorRange& range, u16 type) = nullptr;
+
+  // So many sectors from the first on have to go for it not to be recognised any more.
+  u32 bootSectors = 1;
+
+  // In bytes, ascending, without the automatic choice.
+  std::span<const u32> clusterChoices;
+  u32 widelyReadClusterBytes = kAllOnes32;  // larger ones are read by few other systems
+  bool alignsForNtfs = false;               // FormatWish::alignForNtfs can be had
+  // Types that take neither a cluster size nor an alignment.
+  bool (*takesAutomaticClusters)(u16 type) = nullptr;
+
+  // Why a volume of so many sectors is not possible, with the sizes that are; empty when it is.
+  // `format` asks it too.
+  std::string (*whyNotOfSize)(u16 type, u64 sectors, u32 sectorSizeBytes) = nullptr;
+  // Makes a new, empty file system, on the medium when it returns. Asked by the job: phases
+  // formatting and, when the scan is wished for, surfaceScan; a stop there ends the scan alone.
+  // invalidSizeForType, outOfMemory: nothing was written. cancelled, read, write, noSpaceLeft,
+  // flush: what was in the range is overwritten when the report says touched; nobody recognises
+  // a volume in it then.
+  Failure (*format)(const SectorRange& range, const FormatWish& wish, Job& job,
+                    FormatReport& report) = nullptr;
+
+  // Empty when there is none, or it cannot be read.
+  std::string (*label)(const SectorRange& range, u16 type) = nullptr;
+  // invalidVolume: it is none of this kind, or damaged; read, outOfMemory.
+  Failure (*facts)(const SectorRange& range, u16 type, CountClusters count,
+                   FileSystemFacts& facts) = nullptr;
+};
+
+// The kinds that the program knows, in the order of their registration.
+class FileSystemKinds {
+ public:
+  // `kind` is borrowed.
+  void add(const FileSystemKind& kind) { kinds_.push_back(&kind); }
+  std::span<const FileSystemKind* const> all() const { return kinds_; }
+
+  // Null when there is none. Words in any case; types look through their hidden form.
+  const FileSystemKind* byWord(std::string_view word) const;
+  const FileSystemKind* byType(u16 type) const;
+  // By the type, else by the type of a GPT.
+  const FileSystemKind* byType(u16 type, const Guid& typeGuid) const;
+  // By what lies in the range; `type` helps where that does not say.
+  const FileSystemKind* byContent(const SectorRange& range, u16 type) const;
+  const FileSystemKind* byContent(ContentCode code, const SectorRange& range, u16 type) const;
+
+ private:
+  std::vector<const FileSystemKind*> kinds_;
+};
+
+// Why `kind`, null for a type without one, cannot be made in so many sectors; empty when it can.
+// Format and Create both ask it before anything is written.
+std::string whyNotFormattable(const FileSystemKind* kind, u16 type, u64 sectors,
+                              u32 sectorSizeBytes);
+// The same for a type as such.
+std::string whyNotFormattable(const FileSystemKind* kind, u16 type);
+
+bool takesAutomaticClusters(const FileSystemKind& kind, u16 type);
+
+}  // namespace tallowin
