@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "ops/file_systems.h"
 #include "ops/placement.h"
 
 namespace tallowin {
@@ -157,7 +158,10 @@ TEST(CreateModel, WarnsOfFatSixteenThatOlderSystemsCannotRead) {
 }
 
 TEST(CreateModel, FormatIsOfferedForWhatCanBeFormatted) {
-  CreateModel model(block(100));
+  const FileSystemKinds kinds = registeredFileSystems();
+  CreateFacts facts = block(100);
+  facts.fileSystems = &kinds;
+  CreateModel model(facts);
   type(model, "12");
   EXPECT_TRUE(model.formatControl.enabled && model.format);
   for (const char* text : {"7", "131", "5", "300"}) {
