@@ -17,6 +17,23 @@ std::string withExplanation(const std::string& what, Failure code) {
   return why.empty() ? what : what + " " + why;
 }
 
+const char* whatWasLacking(Consent consent) {
+  switch (consent) {
+    case Consent::general:
+      return " It needs a confirmation and there is no terminal to ask on; nothing was changed. "
+             "Repeat it with --yes.";
+    case Consent::withoutCopy:
+      return " --yes does not answer that, and nothing was changed. Name another folder with "
+             "--keep-table, or go on without a copy with --no-keep-table.";
+    case Consent::insist:
+    case Consent::diskError:
+    case Consent::none:
+      break;
+  }
+  return " --yes does not answer that, and nothing was changed. Repeat it on a terminal and answer "
+         "y, or change the table with 'convert' and its --overwrite.";
+}
+
 }  // namespace
 
 CommandResult failedBecause(const std::string& what, Failure code) {
@@ -37,14 +54,9 @@ CommandResult resultOfFlow(const FlowResult& flow, const ConsoleFrontEnd& ui,
   if (stopRequested())
     return {ExitStatus::stopped, Error::cancelled, flow.phase,
             joined(ui.told(), "Stopped by the user; nothing more was changed.")};
-  if (ui.lackedInsistence())
-    return refused(joined(ui.told(), what) +
-                   " --yes does not answer that, and nothing was changed. Repeat it on a terminal "
-                   "and answer y, or change the table with 'convert' and its --overwrite.");
-  if (ui.lackedConfirmation())
-    return refused(what +
-                   " It needs a confirmation and there is no terminal to ask on; nothing was "
-                   "changed. Repeat it with --yes.");
+  if (const auto lacked = ui.lackedConsent())
+    return refused((*lacked == Consent::general ? what : joined(ui.told(), what)) +
+                   whatWasLacking(*lacked));
   if (flow.end == FlowEnd::cancelled)
     return {ExitStatus::failed, Error::cancelled, flow.phase,
             joined(ui.told(), what + " The question was not answered with yes; nothing more was "

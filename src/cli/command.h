@@ -18,6 +18,8 @@ struct CommandContext {
   ConsoleFrontEnd& ui;
   // The members beside "ok" of the object for scripts; dropped when the command fails.
   JsonWriter& json;
+  // Set before the first write of the command can be made.
+  bool mayHaveChanged = false;
 };
 
 struct [[nodiscard]] CommandResult {

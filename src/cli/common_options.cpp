@@ -7,6 +7,9 @@ namespace tallowin {
 void declareTarget(OptionSet& options, CommonOptions& common) {
   options.text("TARGET", "TEXT", common.target, "Block device or image file (raw, VHD, VMDK)")
       .required();
+  options.value("--sector-size", "B", common.sectorSizeBytes, parseSectorSize,
+                "a sector size: 512, 1024, 2048, 4096",
+                "Sector size of an image; by default 512, unless the image proves another");
 }
 
 DeclaredOption declareOptionalPart(OptionSet& options, CommonOptions& common) {
@@ -23,6 +26,11 @@ void declareWriting(OptionSet& options, CommonOptions& common) {
   options.flag("--yes", common.yes, "Answer the confirmations");
   options.flag("--rehearse", common.rehearse,
                "Do it on a copy-on-write overlay, say what would be written, change nothing");
+  const DeclaredOption keep =
+      options.text("--keep-table", "DIR", common.keepTableIn,
+                   "The folder that keeps a copy of the old partition table");
+  options.flag("--no-keep-table", common.keepNoTable, "Keep no copy of the old partition table")
+      .excludes(keep);
 }
 
 void declareOutput(OptionSet& options, CommonOptions& common) {

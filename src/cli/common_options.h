@@ -7,8 +7,9 @@
 namespace tallowin {
 
 struct CommonOptions {
-  std::string target;       // device or image; empty for a command without one
-  std::optional<u32> part;  // Drive::listNumber
+  std::string target;                  // device or image; empty for a command without one
+  std::optional<u32> part;             // Drive::listNumber
+  std::optional<u32> sectorSizeBytes;  // of an image; else it is found out
 
   bool json = false;
   bool quiet = false;
@@ -17,6 +18,8 @@ struct CommonOptions {
   // Of commands that write.
   bool yes = false;
   bool rehearse = false;
+  std::optional<std::string> keepTableIn;  // a folder, in place of the usual one
+  bool keepNoTable = false;
 };
 
 void declareTarget(OptionSet& options, CommonOptions& common);

@@ -70,11 +70,13 @@ bool ConsoleFrontEnd::ask(const std::string& question, const std::string& hint) 
 bool ConsoleFrontEnd::consents(const MessageBox& box) {
   if (stopRequested()) return false;
   if ((agreedTo_ & bitOf(box.consent)) != 0) return true;
-  if (box.consent == Consent::general && !hasTerminal_) lackedConfirmation_ = true;
   const bool isDiskError = box.consent == Consent::diskError;
   if (ask(box.text, isDiskError ? "Ignore all errors?" : "Continue?")) return true;
-  if (box.consent == Consent::insist) {
-    lackedInsistence_ = true;
+  if (wasInterrupted()) return false;
+  if (box.consent == Consent::general) {
+    if (!hasTerminal_) lackedConsent_ = box.consent;
+  } else if (!isDiskError) {
+    lackedConsent_ = box.consent;
     told_.push_back(onOneLine(box.text));
   }
   return false;

@@ -27,10 +27,9 @@ class ConsoleFrontEnd : public FrontEnd {
 
   // What message boxes with nothing but an OK button said, each on one line.
   const std::vector<std::string>& told() const { return told_; }
-  // A confirmation was wanted, and nobody was there to give it.
-  bool lackedConfirmation() const { return lackedConfirmation_; }
-  // Nobody insisted on what Consent::insist would have given up; its text was told.
-  bool lackedInsistence() const { return lackedInsistence_; }
+  // The consent that was wanted and that nobody gave; that of Consent::general only when nobody was
+  // there to give it. For the others the text of the question was told.
+  std::optional<Consent> lackedConsent() const { return lackedConsent_; }
 
   MessageResult messageBox(const MessageBox& box) override;
   bool textInput(TextInput& input) override;
@@ -54,8 +53,7 @@ class ConsoleFrontEnd : public FrontEnd {
   ProgressLine progressLine_;
   DialogHandler handler_;
   std::vector<std::string> told_;
-  bool lackedConfirmation_ = false;
-  bool lackedInsistence_ = false;
+  std::optional<Consent> lackedConsent_;
 };
 
 }  // namespace tallowin

@@ -48,6 +48,12 @@ CommandResult ConvertCommand::run(CommandContext& context) {
   if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
     return result;
   Drive& drive = *target.drive;
+  if (drive.gptHealth() && !drive.gptHealth()->isSound() && drive.scheme() != to_)
+    return refused(gptHealthText(*drive.gptHealth()) +
+                       " Nothing was changed. Run 'tallowinctl table "
+                       "repair " +
+                       context.options.target + "' first.",
+                   Error::gptTableCheck);
   const bool hadErrors = drive.table().hasErrors();
   std::string keptTable;
   FlowResult flow = convertFlow(context.session.context(context.ui), drive, to_, keptTable);

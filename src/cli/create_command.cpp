@@ -13,11 +13,14 @@
 #include "ops/create_model.h"
 #include "ops/format_flow.h"
 #include "ops/format_model.h"
+#include "ops/property_rules.h"
 #include "ops/target_text.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
+
+constexpr u32 kLargestType = 255;
 
 struct CreateWish {
   Amount size;
@@ -34,8 +37,13 @@ struct CreateWish {
 // remembered as the reason to refuse.
 class CreateAnswers {
  public:
-  CreateAnswers(const CreateWish& wanted, u32 sectorSizeBytes, const char* defaultName)
-      : wanted_(wanted), sectorSizeBytes_(sectorSizeBytes), defaultName_(defaultName) {}
+  CreateAnswers(CommandContext& context, const CreateWish& wanted, Drive& drive,
+                const PartitionEntry& block)
+      : ui_(context.ui),
+        wanted_(wanted),
+        drive_(drive),
+        isVolume_(drive.containerOf(block) != nullptr),
+        blockSectors_(block.sectorCount()) {}
 
   const std::string& refusal() const { return refusal_; }
 
@@ -48,30 +56,80 @@ class CreateAnswers {
   void fillCreate(CreateModel& model) {
     model.fileSystem = std::to_string(wanted_.type);
     model.pass();
-    if (!setNumber(wanted_.size, model.sizeMiB, "--size", model) ||
-        (wanted_.before && !setNumber(*wanted_.before, model.freeBeforeMiB, "--before", model)) ||
-        (wanted_.after && !setNumber(*wanted_.after, model.freeAfterMiB, "--after", model)))
+    if (!setSize(model) || !setSpace(wanted_.before, model.freeBeforeMiB, "--before", model) ||
+        !setSpace(wanted_.after, model.freeAfterMiB, "--after", model) || !setName(model))
       return;
     if (wanted_.format && !model.formatControl.enabled) {
       refusal_ = "--format: a partition of this type cannot be formatted; leave it out.";
       return;
     }
     model.format = wanted_.format;
-    if (model.nameControl.enabled) model.name = wanted_.name.value_or(defaultName_);
-    model.ok();
+    if (ui_.confirm(Consent::general, "", question(model))) model.ok();
   }
 
-  // The field takes no value outside its range: a dialog shows that, a script has to be told.
-  bool setNumber(const Amount& amount, NumberField& field, const char* option, CreateModel& model) {
-    const std::optional<u32> mebibytes = amountInMiB(amount, sectorSizeBytes_);
+  // To the sector; the field of the dialog knows no more than MiB.
+  bool setSize(CreateModel& model) {
+    const u32 sectorBytes = drive_.sectorSize();
+    const u32 blockMiB = static_cast<u32>(sectorsToMiB(blockSectors_, sectorBytes));
+    const u32 largest = model.sizeMiB.maximum;
+    const std::optional<u64> bytes = wanted_.size.bytes(sectorBytes);
+    const std::optional<u32> mebibytes = amountInMiB(wanted_.size, sectorBytes);
+    const u64 sectors = bytes ? *bytes / sectorBytes + (*bytes % sectorBytes != 0 ? 1 : 0) : 0;
+    const bool exceedsType = mebibytes && *mebibytes > largest && largest < blockMiB;
+    if (!mebibytes || sectors > blockSectors_ || exceedsType) {
+      refusal_ =
+          format("--size is larger than the free block and the type allow; %llu MiB is possible.",
+                 static_cast<unsigned long long>(
+                     std::min<u64>(largest, blockSectors_ * sectorBytes / kMiB)));
+      return false;
+    }
+    model.exactSectors = sectors;
+    model.sizeMiB.setValue(*mebibytes);
+    model.pass();
+    return true;
+  }
+
+  // A dialog shows what is out of range; a script has to be told.
+  bool setSpace(const std::optional<Amount>& amount, NumberField& field, const char* option,
+                CreateModel& model) {
+    if (!amount) return true;
+    const std::optional<u32> mebibytes = amountInMiB(*amount, drive_.sectorSize());
     if (!mebibytes || *mebibytes > field.maximum) {
-      refusal_ = format("%s is larger than the free block and the type allow; %u MiB is possible.",
+      refusal_ = format("%s is larger than what the partition leaves free; %u MiB is possible.",
                         option, field.maximum);
       return false;
     }
     field.setValue(*mebibytes);
     model.pass();
     return true;
+  }
+
+  // An entry of an MBR has no place for a name; a file system in it has one for a label.
+  bool setName(CreateModel& model) {
+    const bool hasNone = !drive_.isGpt() && !drive_.isEmbr() && !isVolume_;
+    const bool isLabelOnly = hasNone && wanted_.format;
+    if (wanted_.name && !isLabelOnly) {
+      const std::string why = whyNotNamed(drive_, isVolume_, *wanted_.name);
+      if (!why.empty()) {
+        refusal_ = "--name: " + why;
+        if (hasNone) refusal_ += " With --format it becomes the volume label.";
+        return false;
+      }
+    }
+    const char* usual = isVolume_ ? "Volume" : kNewMbrEntryName;
+    model.nameIsOptional = true;
+    model.name = wanted_.name.value_or(drive_.isGpt() ? "" : usual);
+    model.label = wanted_.name.value_or("");
+    return true;
+  }
+
+  std::string question(const CreateModel& model) const {
+    std::string text = model.title + "\nA new " + (isVolume_ ? "volume" : "partition") +
+                       " of type " + types::name(static_cast<u16>(wanted_.type)) +
+                       " is made there. ";
+    text += wanted_.format ? "It is formatted: everything in its place is overwritten."
+                           : "Its first sectors are overwritten with zeros.";
+    return text + "\nDisk: " + describeDisk(drive_.disk()) + "\nAre you sure you want to continue?";
   }
 
   void fillFormat(FormatModel& model) {
@@ -81,9 +139,11 @@ class CreateAnswers {
     model.ok();
   }
 
+  ConsoleFrontEnd& ui_;
   const CreateWish& wanted_;
-  u32 sectorSizeBytes_;
-  const char* defaultName_;
+  Drive& drive_;
+  bool isVolume_;
+  u64 blockSectors_;
   std::string refusal_;
 };
 
@@ -136,13 +196,14 @@ void CreateCommand::declare(OptionSet& options, CommonOptions& common) {
   declareTarget(options, common);
   options
       .value("--size", "SIZE", wanted_.size, parseAmount, kAmountForm,
-             "Size, rounded up to whole MiB")
+             "Size; never less, and more only as far as the alignment needs")
       .required();
   options
       .value("--type", "TYPE", wanted_.type, parseType, kTypeForm,
              "Number, or fat12 fat16 fat32 ntfs linux swap extended efi")
       .required();
-  options.text("--name", "NAME", wanted_.name, "Name");
+  options.text("--name", "NAME", wanted_.name,
+               "Name; in an MBR the volume label, with --format only");
   options.value("--free", "K", wanted_.freeBlock, parseFromOne, "a free block's number, from 1",
                 "The K-th free block of the list; by default the largest");
   const DeclaredOption before = options.value("--before", "SIZE", wanted_.before, parseAmount,
@@ -159,6 +220,9 @@ void CreateCommand::declare(OptionSet& options, CommonOptions& common) {
 
 CommandResult CreateCommand::run(CommandContext& context) {
   context.ui.skipScans();
+  if (wanted_.type > kLargestType)
+    return refused(
+        format("--type: %u is no type of a partition; give 1 to %u.", wanted_.type, kLargestType));
   if (wanted_.clusterBytes &&
       takesAutomatic(context.session.fileSystems(), static_cast<u16>(wanted_.type)))
     return refused("--cluster: this type always takes the automatic cluster size; leave it out.");
@@ -171,8 +235,7 @@ CommandResult CreateCommand::run(CommandContext& context) {
 
   const std::set<u64> before = usedStarts(drive);
   const bool hadErrors = drive.table().hasErrors();
-  CreateAnswers answers(wanted_, drive.sectorSize(),
-                        block->isVolume() ? "Volume" : kNewMbrEntryName);
+  CreateAnswers answers(context, wanted_, drive, *block);
   context.ui.setDialogHandler([&](DialogModel& model) { answers.fill(model); });
   const FlowResult flow = createFlow(context.session.context(context.ui), drive, *block);
   if (!answers.refusal().empty()) return refused(answers.refusal());

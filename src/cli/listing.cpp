@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "base/utf8.h"
 #include "cli/progress_line.h"
+#include "ops/property_rules.h"
 #include "ops/target_text.h"
 #include "probe/identify.h"
 #include "probe/type_catalogue.h"
@@ -68,11 +69,6 @@ std::string rowLine(const FileSystemKinds& kinds, Drive& drive, const ListedRow&
 }
 
 }  // namespace
-
-bool isHiddenEntry(const PartitionEntry& entry) {
-  if (!entry.typeGuid.isZero()) return (entry.attributes >> kGptHidden & 1) != 0;
-  return types::isHidden(entry.type) || entry.mbrType == types::kHidden;
-}
 
 std::optional<std::string> gptHealthFor(const Drive& drive) {
   if (drive.gptHealth()) return gptHealthWord(*drive.gptHealth());

@@ -29,8 +29,6 @@ PartitionEntry* findFreeBlock(Drive& drive, std::optional<u32> number);
 std::optional<std::string> contentName(const FileSystemKinds& kinds, Drive& drive,
                                        const PartitionEntry& entry);
 
-bool isHiddenEntry(const PartitionEntry& entry);
-
 // What is wrong with the copies of the table, and what to do about it; empty when nothing is.
 std::string tableProblemText(const Drive& drive);
 

@@ -1,4 +1,4 @@
-// What `set` changes in an entry: the options, checked against what the table has a place for.
+// What `set` is to change in an entry, as the properties that the table is asked for.
 #pragma once
 
 #include <optional>
@@ -15,7 +15,8 @@ struct FlagChange {
   bool isSet = false;
 };
 
-struct SetArguments {
+struct PropertyWish {
+  std::optional<std::string> name;
   std::optional<u32> type;
   std::optional<bool> active;
   std::optional<bool> hide;
@@ -30,7 +31,6 @@ std::optional<Guid> parseTypeGuid(std::string_view text);
 
 // Fills `change`. Else why the table of the drive cannot hold what is wanted, the option first.
 std::string planProperties(const Drive& drive, const PartitionEntry& entry,
-                           const std::optional<std::string>& name, const SetArguments& wanted,
-                           EntryProperties& change);
+                           const PropertyWish& wanted, EntryProperties& change);
 
 }  // namespace tallowin

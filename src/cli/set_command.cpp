@@ -24,27 +24,26 @@ class SetCommand : public Command {
   void declare(OptionSet& options, CommonOptions& common) override;
   CommandResult run(CommandContext& context) override;
 
-  std::optional<std::string> name_;
-  SetArguments set_;
+  PropertyWish wanted_;
 };
 
 void SetCommand::declare(OptionSet& options, CommonOptions& common) {
   declareTarget(options, common);
   declarePart(options, common);
-  options.text("--name", "NAME", name_, "Name; entries of an MBR have none");
-  options.value("--type", "TYPE", set_.type, parseType, kTypeForm,
+  options.text("--name", "NAME", wanted_.name, "Name; entries of an MBR have none");
+  options.value("--type", "TYPE", wanted_.type, parseType, kTypeForm,
                 "Number, or fat12 fat16 fat32 ntfs linux swap efi");
-  options.value("--type-guid", "GUID", set_.typeGuid, parseTypeGuid,
+  options.value("--type-guid", "GUID", wanted_.typeGuid, parseTypeGuid,
                 "a GUID or the name of a type, as \"Linux Data\"",
                 "GPT: type GUID, or the name of the type");
   const DeclaredOption active =
-      options.choice("--active", set_.active, true, "Make it the only active one");
-  options.choice("--inactive", set_.active, false, "Take its active mark").excludes(active);
+      options.choice("--active", wanted_.active, true, "Make it the only active one");
+  options.choice("--inactive", wanted_.active, false, "Take its active mark").excludes(active);
   const DeclaredOption hide =
-      options.choice("--hide", set_.hide, true, "Hide it: by its type, on a GPT by a flag");
-  options.choice("--unhide", set_.hide, false, "Show it again").excludes(hide);
+      options.choice("--hide", wanted_.hide, true, "Hide it: by its type, on a GPT by a flag");
+  options.choice("--unhide", wanted_.hide, false, "Show it again").excludes(hide);
   options.list(
-      "--flag", "FLAG=0/1", set_.flags, parseFlagChange, "FLAG=0 or FLAG=1",
+      "--flag", "FLAG=0/1", wanted_.flags, parseFlagChange, "FLAG=0 or FLAG=1",
       "GPT: 0 to 63, required no-block-io legacy-boot read-only shadow-copy hidden no-mount; "
       "EMBR: boot manager bootable multi-os hd0-only; may be repeated");
   declareWriting(options, common);
@@ -58,7 +57,7 @@ CommandResult SetCommand::run(CommandContext& context) {
   Drive& drive = *target.drive;
   const bool hadErrors = drive.table().hasErrors();
   EntryProperties change;
-  const std::string refusal = planProperties(drive, *row.entry, name_, set_, change);
+  const std::string refusal = planProperties(drive, *row.entry, wanted_, change);
   if (!refusal.empty()) return refused(refusal + " Nothing was changed.", Error::unsupportedForm);
   CommandResult result;
   if (change != EntryProperties{}) {

@@ -39,10 +39,27 @@ std::string optionText(const OptionRow<Owner>& row, const Owner& owner) {
   return std::visit([&](auto member) { return valueText(owner.*member); }, row.member);
 }
 
+// A text that the file holds scrambled is given as it is; one line.
+template <typename Owner>
+bool setPlain(const OptionRow<Owner>& row, Owner& owner, const std::string& text) {
+  if (text.find_first_of("\r\n") != std::string::npos) return false;
+  return std::visit(
+      [&](auto member) {
+        if constexpr (requires { owner.*member = text; }) {
+          owner.*member = text;
+          return true;
+        } else {
+          return false;
+        }
+      },
+      row.member);
+}
+
 // Refuses what the file's own reader would silently take for 0.
 template <typename Owner>
 bool setChecked(const OptionRow<Owner>& row, Owner& owner, const std::string& text) {
-  const bool isText = row.type == OptionType::text || row.type == OptionType::encodedText;
+  if (row.type == OptionType::encodedText) return setPlain(row, owner, text);
+  const bool isText = row.type == OptionType::text;
   u64 number = 0;
   if (!isText && !parseNumber(text, number)) return false;
   if (row.type == OptionType::number && row.limit != 0 && number > row.limit) return false;
@@ -81,6 +98,7 @@ CommandResult showOrChange(CommandContext& context, const SettingWish& wish,
       if (!setChecked(row, owner, *wish.value))
         return wrongUsage(
             format("'%s' is no value for %s.", wish.value->c_str(), std::string(row.key).c_str()));
+      context.mayHaveChanged = true;
       if (const Failure error = write(owner); error != Error::none)
         return failedBecause(
             "'" + context.session.settingsFile().path() + "' could not be written.", error);

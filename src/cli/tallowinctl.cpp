@@ -1,11 +1,13 @@
 #include "cli/tallowinctl.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
 #include "app/start_up.h"
+#include "base/standard_streams.h"
 #include "base/stop_request.h"
 #include "base/text.h"
 #include "cli/command_line.h"
@@ -62,6 +64,11 @@ ExitStatus report(const ParsedCommandLine& parsed, const CommandResult& result,
     return result.status;
   }
   for (const std::string& note : ui.told()) std::fprintf(stderr, "note: %s\n", note.c_str());
+  if (!ui.told().empty()) {
+    json.beginArray("notes");
+    for (const std::string& note : ui.told()) json.text(nullptr, note);
+    json.endArray();
+  }
   json.endObject();
   if (asJson) std::printf("%s\n", json.content());
   return result.status;
@@ -89,7 +96,7 @@ class ScratchFolder {
 };
 
 ExitStatus run(const ParsedCommandLine& parsed, const std::string& programFile,
-               std::unique_ptr<Host> host) {
+               std::unique_ptr<Host> host, bool& mayHaveChanged) {
   const CommonOptions& wanted = parsed.options;
   ProgramFolders folders = ProgramFolders::find(programFile);
   Options options = readOptions(folders);
@@ -107,31 +114,47 @@ ExitStatus run(const ParsedCommandLine& parsed, const std::string& programFile,
   chooseDrives(parsed, targetIsDevice, options);
   std::optional<ScratchFolder> scratch;
   if (wanted.rehearse) folders.state = scratch.emplace().path();
+  if (wanted.keepTableIn)
+    folders.keptTables = std::filesystem::absolute(*wanted.keepTableIn).string();
+  if (wanted.keepNoTable) folders.keptTables = std::string();
   if (scratch && folders.state.empty())
     return end(refused("There is no folder for temporary files; set TMPDIR."));
   Session session(std::move(host), folders, std::move(options));
   CommandContext context{wanted, session, ui, json};
-  return end(parsed.command->run(context));
+  const ExitStatus status = end(parsed.command->run(context));
+  mayHaveChanged = context.mayHaveChanged;
+  return status;
 }
 
 }  // namespace
 
 int tallowinctl(const std::vector<std::string>& words, std::unique_ptr<Host> host) {
+  occupyStandardStreams();
   const std::vector<std::string> rest(words.begin() + (words.empty() ? 0 : 1), words.end());
   const ParsedCommandLine parsed = parseCommandLine(rest);
   ExitStatus status = parsed.status;
+  bool mayHaveChanged = false;
   if (parsed.command) {
     catchStopSignals();
-    status = run(parsed, ownProgramFile(words), std::move(host));
+    // A reader that went away is an output that fails, and no end in the middle of a change.
+    std::signal(SIGPIPE, SIG_IGN);
+    status = run(parsed, ownProgramFile(words), std::move(host), mayHaveChanged);
   } else if (status == ExitStatus::done) {
     std::fputs(parsed.text.c_str(), stdout);
   } else {
     const bool asJson = std::find(rest.begin(), rest.end(), "--json") != rest.end();
     reportFailure(rest.empty() ? "" : rest[0], {status, Error::none, 0, parsed.text}, asJson);
   }
-  // What a full disk or a closed pipe swallowed was not said.
-  const bool said = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
-  return static_cast<int>(said || status != ExitStatus::done ? status : ExitStatus::failed);
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return static_cast<int>(status);
+  // What a full disk or a closed pipe swallowed was not said; what was changed stays changed.
+  const bool isChanged =
+      mayHaveChanged && (status == ExitStatus::done || status == ExitStatus::doneWithLosses);
+  std::fputs(isChanged ? "tallowinctl: The change was made, but its report could not be written "
+                         "to standard output.\n"
+                       : "tallowinctl: Standard output could not be written.\n",
+             stderr);
+  const bool isLost = status == ExitStatus::done && !isChanged;
+  return static_cast<int>(isLost ? ExitStatus::failed : status);
 }
 
 }  // namespace tallowin

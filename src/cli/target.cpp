@@ -47,11 +47,17 @@ void writeRehearsal(JsonWriter& json, const FileSystemKinds& kinds, const Overla
 CommandResult openTarget(CommandContext& context, TargetUse use, Target& target) {
   const bool rehearse = context.options.rehearse;
   const bool readOnly = use == TargetUse::look || rehearse;
+  const std::optional<u32> stated = context.options.sectorSizeBytes;
+  if (stated) context.session.handles().stateSectorSize(*stated);
+  if (!readOnly) context.mayHaveChanged = true;
   u32 driveNumber = kUnlistedDrive;
   Failure error = context.session.handles().openPath(
       context.options.target, readOnly ? DiskAccess::readOnly : DiskAccess::readWrite, target.disk,
       driveNumber);
   if (error != Error::none) return cannotOpen(context, error);
+  if (stated && target.disk->sectorSize() != *stated)
+    return refused(format("'%s' has sectors of %u bytes, which --sector-size cannot change.",
+                          context.options.target.c_str(), target.disk->sectorSize()));
   if (rehearse) target.overlay = std::make_shared<OverlayDisk>(*target.disk);
   std::shared_ptr<DiskDevice> disk = target.disk;
   if (target.overlay) disk = target.overlay;

@@ -34,6 +34,12 @@ std::optional<u32> parseType(std::string_view text) {
   return parseFromOne(text);
 }
 
+std::optional<u32> parseSectorSize(std::string_view text) {
+  const std::optional<u32> value = parseCount(text);
+  const bool isOne = value == 512 || value == 1024 || value == 2048 || value == 4096;
+  return isOne ? value : std::nullopt;
+}
+
 std::optional<u32> parseCluster(std::string_view text) {
   const std::optional<Amount> amount = parseAmount(text);
   if (!amount || amount->unit != Amount::Unit::bytes) return std::nullopt;

@@ -16,6 +16,8 @@ std::optional<u32> parseCount(std::string_view text);
 std::optional<u32> parseFromOne(std::string_view text);
 // A type number from 1, or one of the words that stand for the usual types.
 std::optional<u32> parseType(std::string_view text);
+// 512, 1024, 2048 or 4096.
+std::optional<u32> parseSectorSize(std::string_view text);
 // A cluster size in bytes: a power of two from 512B to 64KiB.
 std::optional<u32> parseCluster(std::string_view text);
 

@@ -42,6 +42,9 @@ class DiskHandles {
   // Asked when a raw image is opened, whose sector size has to be found out.
   void setSectorSizeProbe(SectorSizeProbe probe) { sectorSizeProbe_ = std::move(probe); }
 
+  // The sector size of the raw images that are opened from now on; 0: it is found out.
+  void stateSectorSize(u32 sectorSizeBytes) { statedSectorSizeBytes_ = sectorSizeBytes; }
+
   // Read-write. An open drive is shared, not opened again.
   // unknownDriveClass; tooManyOpenDrives: the 33rd distinct drive; deviceNotOpened, deviceChanged
   // (the path leads to another device than it did): see lastFailure(). `disk` is then left as it
@@ -79,6 +82,7 @@ class DiskHandles {
   const DriveList& list_;
   std::vector<std::string> imagePaths_;
   SectorSizeProbe sectorSizeProbe_;
+  u32 statedSectorSizeBytes_ = 0;
   std::vector<Slot> slots_;
   std::string lastFailure_;
 };

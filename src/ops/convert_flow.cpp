@@ -235,8 +235,8 @@ FlowResult offerEmbr(const OperationContext& context, Drive& drive) {
       context.ui.confirm(Consent::insist, "EMBR needed",
                          "In order to create more primary partitions an EMBR must be created.\n"
                          "Once created, you should be sure to NOT use another partitioning\n"
-                         "utility unless it is compatible with the EMBR.\n\n"
-                         "Would you like to create an EMBR?",
+                         "utility unless it is compatible with the EMBR.\n\nDisk: " +
+                             describeDisk(drive.disk()) + "\n\nWould you like to create an EMBR?",
                          MessageKind::question);
   if (!insists) return stoppedByUser();
   std::string keptTable;

@@ -72,10 +72,9 @@ class Creation {
   // be written. False, with the reason told, leaves the block and the disk as they are.
   bool tryToCreate(const CreateModel& model) {
     const u32 value = model.fileSystemValue();
-    if (model.name.empty() || value == 0 || model.sizeMiB.value == 0)
+    if ((model.name.empty() && !model.nameIsOptional) || value == 0 || model.sizeMiB.value == 0)
       return refuse("You must enter a Name, File System, and Size to continue.");
-    if (value > kMaxTypeByte && !drive_.isGpt())
-      return refuse("The file system value cannot be larger than 255.");
+    if (value > kMaxTypeByte) return refuse("The file system value cannot be larger than 255.");
     type_ = static_cast<u16>(value);
     if (!drive_.isGpt() && !types::isForPartitions(type_))
       return refuse(
@@ -84,7 +83,7 @@ class Creation {
     if (!isInsideExtended() && !hasRoomForPrimary()) return false;
 
     const PlacementTarget target = placementTarget();
-    auto found = createPlacement(target, type_, model.sizeMiB.value, model.placement());
+    auto found = createPlacement(target, type_, model.sizeSectors(), model.placement());
     if (types::isExtended(type_) && !admitExtended(target, found)) return false;
     if (!found)
       return refuse(
@@ -249,9 +248,10 @@ FlowResult createFlow(const OperationContext& context, Drive& drive, PartitionEn
 
   PartitionEntry* created = findByStart(drive, creation.extent().startSector);
   if (!created) return creation.result();
-  return formatFlow(
-      context, drive, *created,
-      {.mode = FormatMode::afterCreate, .label = labelOf(model), .type = creation.type()});
+  return formatFlow(context, drive, *created,
+                    {.mode = FormatMode::afterCreate,
+                     .label = model.label.value_or(labelOf(model)),
+                     .type = creation.type()});
 }
 
 }  // namespace tallowin

@@ -86,7 +86,16 @@ u32 CreateModel::fileSystemValue() const {
   return parseNumber(number, value) && value <= kAllOnes32 ? static_cast<u32>(value) : 0;
 }
 
+u64 CreateModel::sizeSectors() const {
+  if (exactSectors) return *exactSectors;
+  const u64 block = facts_.endSector - facts_.startSector + 1;
+  if (sizeMiB.value == blockMiB_) return block;
+  return std::min(block, u64{sizeMiB.value} * (kMiB / facts_.sectorSizeBytes));
+}
+
 u32 CreateModel::placement() const {
+  // Less than a MiB that is left over stays behind the partition.
+  if (exactSectors && roomMiB_ == 0) return 0;
   return freeAfterMiB.value == 0 ? kPlaceAtEnd : freeBeforeMiB.value;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,9 @@ class CreateModel : public DialogModel {
   std::string groupLabel;  // "Partition Information", "Volume Information"
 
   std::string name;
+  bool nameIsOptional = false;
+  // Of the file system that Format makes; without it the name is the label too.
+  std::optional<std::string> label;
   Control nameControl;  // not enabled: read-only
   std::size_t nameMaxLength = 32;
 
@@ -48,6 +52,8 @@ class CreateModel : public DialogModel {
   std::vector<TypeChoice> fileSystemChoices;
 
   NumberField sizeMiB;
+  // What a script asks for to the sector; the field then holds it in whole MiB.
+  std::optional<u64> exactSectors;
   Control sizeControl;
   Control winNtOnlyLabel;  // "Win NT+ Only!"
 
@@ -63,6 +69,8 @@ class CreateModel : public DialogModel {
 
   // The number in `fileSystem`; 0 when there is none.
   u32 fileSystemValue() const;
+  // What is to be created. All of the block when the field says so, whatever its rest of a MiB.
+  u64 sizeSectors() const;
   // Free space before, or at the end of the region: see placement.h.
   u32 placement() const;
 

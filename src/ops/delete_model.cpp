@@ -23,6 +23,8 @@ void DeleteModel::pass() {
   if (!clearBootSectorControl.enabled) clearBootSector = false;
   if (!wipePartitionControl.enabled) wipePartition = false;
   if (!secureWipeControl.enabled) secureWipe = false;
+  question = wipePartition ? "All of it will be overwritten. Are you sure you want to continue?"
+                           : "Are you sure you want to continue?";
 }
 
 void DeleteModel::ok() {

@@ -113,18 +113,15 @@ std::optional<SectorExtent> placePartition(const PlacementTarget& target, u64 le
   return SectorExtent{found->startSector + target.volumeGap, found->endSector};
 }
 
-std::optional<SectorExtent> createPlacement(const PlacementTarget& target, u16 type, u32 sizeMiB,
-                                            u32 placement) {
+std::optional<SectorExtent> createPlacement(const PlacementTarget& target, u16 type,
+                                            u64 sizeSectors, u32 placement) {
   const SectorExtent& entry = target.entry;
-  const u64 perMiB = sectorsPerMiB(target.rules);
   const u64 start =
       types::isExtended(type) ? alignUp(target.rules, entry.startSector) : entry.startSector;
-  if (start > entry.endSector) return std::nullopt;
+  if (start > entry.endSector || sizeSectors > entry.endSector - start + 1) return std::nullopt;
 
-  u64 boundary = alignDown(target.rules, start + u64{sizeMiB} * perMiB + perMiB / 2);
-  if (boundary <= start) boundary = alignUp(target.rules, start + 1);
-  const u64 length = boundary < entry.endSector ? boundary - start : entry.endSector - start + 1;
-
+  const u64 boundary = alignUp(target.rules, start + sizeSectors);
+  const u64 length = std::min(boundary - 1, entry.endSector) - start + 1;
   auto extent = placePartition(target, length, placement,
                                target.insideExtended ? EndAlignment::no : EndAlignment::yes);
   if (extent && !target.insideExtended) extent->startSector = loweredStart(target, *extent);

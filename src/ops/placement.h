@@ -35,10 +35,11 @@ enum class EndAlignment { no, yes };
 std::optional<SectorExtent> placePartition(const PlacementTarget& target, u64 lengthSectors,
                                            u32 placement, EndAlignment endAlignment);
 
-// Places a new partition of about `sizeMiB`: its end is the alignment boundary nearest to the
-// requested one, or that of the free block. Nothing when the block cannot hold it.
-std::optional<SectorExtent> createPlacement(const PlacementTarget& target, u16 type, u32 sizeMiB,
-                                            u32 placement);
+// Places a new partition of `sizeSectors`: exactly these where the alignment allows it, else more,
+// up to the next alignment boundary or the end of the free block; never less. Nothing when the
+// block cannot hold it.
+std::optional<SectorExtent> createPlacement(const PlacementTarget& target, u16 type,
+                                            u64 sizeSectors, u32 placement);
 
 // The largest size that the Size field offers for a type, or types::kNoSizeLimit.
 u32 maxSizeMiBForType(u16 type, u64 alignmentUnitBytes);

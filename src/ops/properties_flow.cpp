@@ -1,6 +1,7 @@
 #include "ops/properties_flow.h"
 
 #include "ops/error_text.h"
+#include "ops/property_rules.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
@@ -23,6 +24,10 @@ FlowResult failWith(const OperationContext& context, const std::string& what, Fa
 FlowResult changePropertiesFlow(const OperationContext& context, Drive& drive,
                                 const PartitionEntry& entry, const EntryProperties& wanted) {
   if (const auto refused = refuseWhenReadOnlyTable(context, drive)) return *refused;
+  if (const auto refusal = refusedProperty(drive, entry, wanted)) {
+    context.ui.noticeBox(refusal->why);
+    return {FlowEnd::refused, Error::unsupportedForm, 0};
+  }
   if (!isConfirmed(context, "Properties",
                    "The entry of this partition is changed.\n" + describeTarget(drive, entry)))
     return {FlowEnd::cancelled, Error::cancelled, 0};

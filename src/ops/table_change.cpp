@@ -48,6 +48,7 @@ std::optional<FlowResult> TableChange::begin(const WriteTarget& target) {
 
 std::optional<FlowResult> TableChange::keepTable() {
   const std::string folder = context_.folders.backupFolder();
+  if (folder.empty()) return std::nullopt;  // none is wanted
   const Failure failed = makeFolders(folder)
                              ? keepOldTable(drive_, folder, context_.host, &keptTable_)
                              : Failure(Error::cannotCreate, errno);

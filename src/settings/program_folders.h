@@ -24,7 +24,9 @@ struct ProgramFolders {
   std::string settingsFile() const { return settings + "/STRANDEL.INI"; }
   std::string helpFile() const { return program + "/tallowin.hlp"; }
   std::string traceFile() const { return state + "/Debug.txt"; }
-  std::string backupFolder() const { return state + "/backup"; }
+  // A folder for the table backups in place of the usual one; empty: none are made.
+  std::optional<std::string> keptTables = {};
+  std::string backupFolder() const { return keptTables.value_or(state + "/backup"); }
 
   // `programPath` is the program's own file; relative paths count from the current folder.
   static ProgramFolders find(const std::string& programPath,

@@ -2,6 +2,7 @@
 
 #include "base/text.h"
 #include "files/host_file.h"
+#include "settings/options.h"
 #include "settings/program_folders.h"
 
 namespace tallowin {
@@ -11,6 +12,9 @@ bool isMissing(const std::string& path) {
   u64 sizeBytes = 0;
   return hostFileSize(path, sizeBytes) == Error::noSuchFile;
 }
+
+// Who has no settings yet begins with an alignment to 1 MiB.
+void startWith1MiB(Options& options) { options.globalGeoAlign2K = true; }
 
 std::string folderOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
@@ -25,19 +29,26 @@ SettingsText SettingsFile::load() const {
 template <typename Change>
 Failure SettingsFile::update(const Change& change) const {
   std::string before;
-  if (!isMissing(path_)) {
+  const bool isNew = isMissing(path_);
+  if (!isNew) {
     if (const Failure failed = loadTextFile(path_, before, kMostBytes)) return failed;
   } else if (!makeFolders(folderOf(path_))) {
     return Error::cannotCreate;
   }
   SettingsText text(before);
+  if (isNew) {
+    Options first;
+    startWith1MiB(first);
+    writeOptionSection(optionTable(), first, kOptionsSection, text);
+  }
   change(text);
-  if (text.text() == before) return {};
+  if (!isNew && text.text() == before) return {};
   return replaceFileDurably(path_, text.text());
 }
 
 void SettingsFile::readOptions(Options& options) const {
   readOptionSection(optionTable(), load(), kOptionsSection, options);
+  if (isMissing(path_)) startWith1MiB(options);
 }
 
 Failure SettingsFile::writeOptions(const Options& options) const {

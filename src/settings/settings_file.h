@@ -27,7 +27,8 @@ class SettingsFile {
   // Empty when the file is missing or cannot be read: then everything has its default.
   SettingsText load() const;
 
-  // Section OPTIONS; switch-only options and what is not in the file are left as they are.
+  // Section OPTIONS; switch-only options are left as they are. Without a file those of a first
+  // start, which the file then holds once something else is written into it.
   void readOptions(Options& options) const;
   // cannotOpenForReading, read, fileTooLarge (more than kMostBytes): the file is there but cannot
   // be read, so it is not replaced. write, noSpaceLeft, flush, cannotCreate: the old file is still

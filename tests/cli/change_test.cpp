@@ -61,6 +61,136 @@ TEST_F(ChangeTest, PrimariesExtendedAndVolumes) {
   EXPECT_EQ(readTable(path).rows.size(), 2u) << "the volumes go with the extended partition";
 }
 
+// Never less than asked: to the sector where the alignment allows it, else up to the next boundary.
+TEST_F(ChangeTest, TheSizeIsAPromise) {
+  struct Case {
+    const char* settings;  // null: nobody has been here yet
+    const char* sectorSize;
+    const char* size;
+    u64 start;
+    u64 sectors;
+  };
+  const Case cases[] = {
+      {nullptr, "512", "100", 2048, 204800},
+      {nullptr, "512", "5", 2048, 10240},
+      {nullptr, "512", "10241s", 2048, 12288},
+      {nullptr, "512", "5000001B", 2048, 10240},
+      {nullptr, "4096", "100", 256, 25600},
+      {"[OPTIONS]\n", "512", "100", 63, 16065 * 13 - 63},
+      {"[OPTIONS]\n", "512", "5", 63, 16065 - 63},
+      {"[OPTIONS]\n", "4096", "100", 63, 2 * 16065 - 63},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.settings) + " " + c.sectorSize + " " + c.size);
+    Ctl ctl;
+    if (c.settings) ctl.home().write("STRANDEL.INI", c.settings);
+    const std::string path = newDisk("promise.img", 8 * kGiB);
+    ctl.expectDone(
+        {"create", path, "--type", "fat32", "--size", c.size, "--sector-size", c.sectorSize});
+    const Ctl::Answer list = ctl.json({"list", path, "--sector-size", c.sectorSize});
+    ASSERT_EQ(list.status, 0);
+    const std::vector<SfdiskRow> rows = rowsOf(list.json);
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0].start, c.start);
+    EXPECT_EQ(rows[0].size, c.sectors);
+  }
+}
+
+TEST_F(ChangeTest, NamesAreKeptAsTheyAreOrRefused) {
+  const std::string tooLong(37, 'x');
+  struct Case {
+    const char* table;
+    std::vector<std::string> words;
+    const char* name;   // null: refused, naming the option
+    const char* label;  // of the file system; null: there is none
+  };
+  const Case cases[] = {
+      {"label: gpt\n", {"--type", "linux", "--name", "Größe 😀"}, "Größe 😀", nullptr},
+      {"label: gpt\n", {"--type", "fat16", "--format", "--name", "DATA"}, "DATA", "DATA"},
+      {"label: gpt\n", {"--type", "fat16", "--format"}, "", ""},
+      {"label: gpt\n", {"--type", "linux", "--name", tooLong}, nullptr, nullptr},
+      {"label: gpt\n", {"--type", "65537"}, nullptr, nullptr},
+      {"label: dos\n", {"--type", "linux", "--name", "DATA"}, nullptr, nullptr},
+      {"label: dos\n", {"--type", "fat16", "--format", "--name", "DATA"}, "DATA", "DATA"},
+      {"label: dos\n", {"--type", "fat16", "--format"}, "MBR 1", ""},
+      {"label: dos\nstart=2048,size=100M,type=5\n",
+       {"--free", "1", "--type", "linux", "--name", "VOLUME"},
+       "VOLUME",
+       nullptr},
+      {"label: dos\nstart=2048,size=100M,type=5\n",
+       {"--free", "1", "--type", "linux", "--name", "NINEBYTES"},
+       nullptr,
+       nullptr},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.table + testing::PrintToString(c.words));
+    const std::string path = newDisk("names.img", 200 * kMiB, c.table);
+    const std::string before = fileHash(path);
+    std::vector<std::string> words = {"create", path, "--size", "20", "--yes"};
+    words.insert(words.end(), c.words.begin(), c.words.end());
+    const Ctl::Answer answer = ctl_.json(words);
+    ASSERT_EQ(answer.status, c.name ? 0 : 1);
+    if (!c.name) {
+      EXPECT_EQ(std::string(answer.json["error"]["message"].GetString()).find("--"), 0u);
+      EXPECT_EQ(fileHash(path), before);
+      continue;
+    }
+    EXPECT_STREQ(answer.json["partition"]["name"].GetString(), c.name);
+    if (std::string(c.table) == "label: gpt\n") {
+      EXPECT_EQ(readGpt(path)[0].name, c.name);
+    }
+    if (!c.label) continue;
+    const std::string number = std::to_string(answer.json["partition"]["number"].GetUint());
+    EXPECT_STREQ(
+        ctl_.json({"info", path, "--part", number}).json["file_system"]["label"].GetString(),
+        c.label);
+  }
+}
+
+TEST_F(ChangeTest, TheOldTableIsKeptWhereItIsAskedFor) {
+  const std::string path = newDisk("disk.img", 100 * kMiB, "label: dos\nsize=10M,type=83\n");
+  const std::string copies = folder_.file("copies");
+  const auto count = [](const std::string& folder) {
+    return runProgram({"sh", "-c", "ls $1 2>/dev/null | wc -l", "sh", folder}).output;
+  };
+  ctl_.home().write("backup", "a file, where the folder belongs");
+  const std::string before = fileHash(path);
+  const ProgramResult refused = ctl_.run({"delete", path, "--part", "1", "--yes"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.output.find("--no-keep-table"), std::string::npos) << refused.output;
+  EXPECT_NE(refused.output.find(ctl_.home().file("backup")), std::string::npos) << refused.output;
+  EXPECT_EQ(fileHash(path), before);
+
+  ctl_.expectDone({"set", path, "--part", "1", "--active", "--keep-table", copies});
+  EXPECT_EQ(count(copies), "1\n");
+  ctl_.expectDone({"delete", path, "--part", "1", "--no-keep-table"});
+  EXPECT_EQ(count(copies), "1\n");
+  EXPECT_EQ(ctl_.home().read("backup"), "a file, where the folder belongs");
+}
+
+// The change is made to the byte, whatever becomes of what is said about it.
+TEST_F(ChangeTest, AnOutputThatFailsDoesNotUndoWhatIsDone) {
+  const std::string path = newDisk("disk.img", 100 * kMiB, "label: dos\nsize=10M,type=83\n");
+  const std::string twin = folder_.file("twin.img");
+  ASSERT_EQ(runProgram({"cp", "--sparse=always", path, twin}).status, 0);
+  ctl_.expectDone({"delete", twin, "--part", "1"});
+  const auto redirected = [&](const std::vector<std::string>& words, const std::string& where) {
+    std::vector<std::string> command = ctl_.command(words);
+    command.insert(command.begin(), {"sh", "-c", "\"$@\" " + where, "sh"});
+    return runProgram(command);
+  };
+  for (const std::string where : {">/dev/full", ">&-"}) {
+    SCOPED_TRACE(where);
+    const std::string copy = folder_.file("copy.img");
+    ASSERT_EQ(runProgram({"cp", "--sparse=always", path, copy}).status, 0);
+    const ProgramResult done = redirected({"delete", copy, "--part", "1", "--yes"}, where);
+    EXPECT_EQ(done.status, 0);
+    EXPECT_NE(done.output.find("The change was made"), std::string::npos) << done.output;
+    EXPECT_EQ(runProgram({"cmp", copy, twin}).output, "");
+  }
+  EXPECT_EQ(redirected({"list", path}, ">/dev/full").status, 1);
+}
+
 TEST_F(ChangeTest, AFullTableIsRefusedAndADeletedSlotIsUsedAgain) {
   const std::string path = newDisk("disk.img", 100 * kMiB);
   for (int i = 0; i < 4; ++i) ctl_.expectDone({"create", path, "--type", "linux", "--size", "10"});
@@ -110,7 +240,7 @@ TEST_F(ChangeTest, ASizeThatItsTypeCannotHaveIsSaidBeforeAnythingIsWritten) {
   const std::string path = newDisk("disk.img", 100 * kMiB);
   const std::string before = folder_.read("disk.img");
   const ProgramResult result =
-      ctl_.run({"create", path, "--type", "fat32", "--size", "25", "--format"});
+      ctl_.run({"create", path, "--type", "fat32", "--size", "25", "--format", "--yes"});
   EXPECT_EQ(result.status, 1);
   EXPECT_NE(result.output.find("at least 66727 sectors"), std::string::npos) << result.output;
   EXPECT_EQ(folder_.read("disk.img"), before);
@@ -141,7 +271,6 @@ TEST_F(ChangeTest, ABlankImageBecomesAVolumeWithoutATable) {
 // One disk in every container: what is done to it is done to the same bytes.
 TEST_F(ChangeTest, ImagesChangeLikeTheirRawTwin) {
   const std::string raw = newDisk("twin.img", 128 * kMiB);
-  ctl_.expectDone({"settings", "GlobalGeoAlign2K=1"});
   struct Container {
     const char* format;
     std::vector<std::string> options;

@@ -138,6 +138,24 @@ TEST_F(ConvertTest, RefusalsAndRehearsalsChangeNothing) {
   EXPECT_EQ(schemeOf(path), "GPT");
 }
 
+// The next step is named, and not taken: it was not asked for.
+TEST_F(ConvertTest, ADamagedCopyIsRepairedFirst) {
+  const std::string path = disk("label: gpt\nsize=10M\n");
+  ASSERT_EQ(runProgram(
+                {"dd", "if=/dev/zero", "of=" + path, "bs=512", "seek=1", "count=1", "conv=notrunc"})
+                .status,
+            0);
+  const std::string before = fileHash(path);
+  const ProgramResult refused = ctl_.run({"convert", path, "--to", "mbr", "--yes"});
+  EXPECT_EQ(refused.status, 1) << refused.output;
+  EXPECT_NE(refused.output.find("'tallowinctl table repair " + path + "'"), std::string::npos)
+      << refused.output;
+  EXPECT_EQ(fileHash(path), before);
+  ctl_.expectDone({"table", "repair", path, "--yes"});
+  ctl_.expectDone({"convert", path, "--to", "mbr", "--yes"});
+  EXPECT_EQ(schemeOf(path), "MBR");
+}
+
 // What nobody asked for is not answered by --yes.
 TEST_F(ConvertTest, AFifthPrimaryDoesNotChangeTheKindOfTableUnseen) {
   const std::string path = disk(

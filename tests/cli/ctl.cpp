@@ -16,7 +16,9 @@ ProgramResult Ctl::run(std::vector<std::string> words) {
   return runProgram(command(std::move(words)));
 }
 
-void Ctl::expectDone(const std::vector<std::string>& words) {
+void Ctl::expectDone(std::vector<std::string> words) {
+  const bool asks = words[0] != "table" && words[0] != "settings" && words[0] != "list";
+  if (asks && std::ranges::find(words, "--yes") == words.end()) words.push_back("--yes");
   const ProgramResult result = run(words);
   EXPECT_EQ(result.status, 0) << testing::PrintToString(words) << result.output;
 }

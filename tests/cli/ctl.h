@@ -21,8 +21,8 @@ class Ctl {
 
   // Both outputs together.
   ProgramResult run(std::vector<std::string> words);
-  // Fails the test unless the command succeeds.
-  void expectDone(const std::vector<std::string>& words);
+  // Fails the test unless the command succeeds; its questions are answered with yes.
+  void expectDone(std::vector<std::string> words);
   // --json; the document is what stood on standard output, alone.
   struct Answer {
     int status = -1;

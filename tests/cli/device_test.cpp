@@ -37,8 +37,7 @@ class DeviceTest : public testing::TestWithParam<u32> {
   void step(std::vector<std::string> words) {
     SCOPED_TRACE(testing::PrintToString(words));
     words.insert(words.begin() + 1, path());
-    const ProgramResult result = ctl_.run(words);
-    ASSERT_EQ(result.status, 0) << result.output;
+    ctl_.expectDone(words);
     const SfdiskTable table = readTable(path());
     EXPECT_EQ(table.problems, "");
     EXPECT_EQ(rowsByCtl(ctl_, path()), table.rows);

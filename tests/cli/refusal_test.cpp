@@ -31,7 +31,10 @@ TEST_F(RefusalTest, NothingIsChangedAndOneLineSaysWhy) {
   const std::vector<std::vector<std::string>> cases = {
       {"delete", "DISK", "--part", "1"},  // no --yes, no terminal
       {"format", "DISK", "--part", "1"},
+      {"create", "DISK", "--type", "linux", "--size", "5"},
       {"delete", "DISK", "--part", "4", "--yes"},
+      {"set", "DISK", "--part", "2", "--type", "0x0F", "--yes"},  // it holds a volume
+      {"set", "DISK", "--part", "2", "--hide", "--yes"},
       {"format", "DISK", "--part", "5", "--yes"},  // not a type to format
       {"format", "DISK", "--part", "2", "--yes"},
       {"format", "DISK", "--part", "1", "--fs", "fat12", "--cluster", "1KiB", "--yes"},
@@ -62,6 +65,8 @@ TEST_F(RefusalTest, WrongUsageIsTwo) {
       {"polish", "DISK"},
       {"list"},
       {"list", "DISK", "--bright"},
+      {"list", "DISK", "--sector-size", "513"},
+      {"delete", "DISK", "--part", "1", "--keep-table", "x", "--no-keep-table"},
       {"delete", "DISK"},
       {"delete", "DISK", "--part", "one"},
       {"delete", "DISK", "--part", "1", "--wipe", "gutmann"},

@@ -144,6 +144,12 @@ TEST_F(TerminalTest, QuestionsAreAskedAndOnlyYesChangesAnything) {
     EXPECT_TRUE(contains(result, answer.said)) << result.output;
   }
   expectSoundTable(path, 0);
+  Terminal create(ctl_.command({"create", path, "--type", "fat16", "--size", "20", "--format"}));
+  ASSERT_TRUE(create.waitFor("everything in its place is overwritten"));
+  ASSERT_TRUE(create.waitFor("[y/N] "));
+  create.type(kCtrlC);
+  EXPECT_EQ(create.finish().status, 130);
+  expectSoundTable(path, 0);
 }
 
 // The signal comes when the question is out and nobody waits for the answer yet.

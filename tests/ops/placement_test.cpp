@@ -24,23 +24,52 @@ PlacementTarget primary(u64 start, u64 end, i64 unit = AlignmentRules::kDefaultU
   return target;
 }
 
-TEST(CreatePlacement, TheWholeBlockIsFilled) {
-  // 1 GiB, aligned to 1 MiB: from sector 2048 to the last whole MiB.
-  const PlacementTarget onMiB = primary(2048, 2097151, 2048);
-  EXPECT_EQ((SectorExtent{2048, 2097151}), createPlacement(onMiB, 0x07, 1023, kPlaceAtEnd));
-  // On cylinders the first partition begins behind the first track.
-  const PlacementTarget onCylinders = primary(63, 16065 * 100 - 1);
-  EXPECT_EQ((SectorExtent{63, 16065 * 100 - 1}),
-            createPlacement(onCylinders, 0x07, 784, kPlaceAtEnd));
+constexpr u64 kSectorsPerMiB = 2048;
+
+TEST(CreatePlacement, TheSizeIsExactOrRoundedUpToTheBoundary) {
+  constexpr i64 kOnCylinders = AlignmentRules::kDefaultUnit;
+  struct Case {
+    const char* what;
+    SectorExtent block;
+    i64 unit;
+    u32 sectorSize;
+    u64 size;
+    std::optional<SectorExtent> placed;
+  };
+  const SectorExtent onMiB{2048, 2097151};
+  const SectorExtent onCylinders{63, 16065 * 100 - 1};
+  const Case cases[] = {
+      {"exact", onMiB, 2048, 512, 100 * kSectorsPerMiB, {{2048, 206847}}},
+      {"up to the boundary", onMiB, 2048, 512, 100 * kSectorsPerMiB + 1, {{2048, 208895}}},
+      {"less than a unit", onMiB, 2048, 512, 1, {{2048, 4095}}},
+      {"all of it", onMiB, 2048, 512, 1023 * kSectorsPerMiB, {onMiB}},
+      {"one sector too much", onMiB, 2048, 512, 1023 * kSectorsPerMiB + 1, std::nullopt},
+      {"nothing", onMiB, 2048, 512, 0, std::nullopt},
+      {"5 MiB on cylinders", onCylinders, kOnCylinders, 512, 5 * kSectorsPerMiB, {{63, 16064}}},
+      {"100 MiB on cylinders",
+       onCylinders,
+       kOnCylinders,
+       512,
+       100 * kSectorsPerMiB,
+       {{63, 16065 * 13 - 1}}},
+      {"all cylinders", onCylinders, kOnCylinders, 512, 16065 * 100 - 63, {onCylinders}},
+      {"large sectors", {256, 262143}, 256, 4096, 100 * 256, {{256, 25855}}},
+      {"large sectors on cylinders", onCylinders, kOnCylinders, 4096, 100 * 256, {{63, 32129}}},
+  };
+  for (const Case& c : cases) {
+    PlacementTarget target = primary(c.block.startSector, c.block.endSector, c.unit);
+    target.rules.sectorSizeBytes = c.sectorSize;
+    EXPECT_EQ(c.placed, createPlacement(target, 0x07, c.size, 0)) << c.what;
+  }
 }
 
 TEST(CreatePlacement, FreeSpaceBeforeIsKept) {
   const PlacementTarget target = primary(2048, 2097151, 2048);
-  EXPECT_EQ((SectorExtent{2048, 206847}), createPlacement(target, 0x07, 100, 0));
-  EXPECT_EQ((SectorExtent{22528, 227327}), createPlacement(target, 0x07, 100, 10));
-  EXPECT_EQ((SectorExtent{1892352, 2097151}), createPlacement(target, 0x07, 100, kPlaceAtEnd));
-  EXPECT_FALSE(createPlacement(target, 0x07, 100, 1000));
-  EXPECT_FALSE(createPlacement(target, 0x07, 100, 4000000000));
+  constexpr u64 kSize = 100 * kSectorsPerMiB;
+  EXPECT_EQ((SectorExtent{22528, 227327}), createPlacement(target, 0x07, kSize, 10));
+  EXPECT_EQ((SectorExtent{1892352, 2097151}), createPlacement(target, 0x07, kSize, kPlaceAtEnd));
+  EXPECT_FALSE(createPlacement(target, 0x07, kSize, 1000));
+  EXPECT_FALSE(createPlacement(target, 0x07, kSize, 4000000000));
 }
 
 TEST(CreatePlacement, AVolumeLeavesTheGapOfItsEbr) {
@@ -48,8 +77,9 @@ TEST(CreatePlacement, AVolumeLeavesTheGapOfItsEbr) {
   target.region = {2048, 206847};
   target.volumeGap = 2048;
   target.insideExtended = true;
-  EXPECT_EQ((SectorExtent{4096, 24575}), createPlacement(target, 0x06, 10, 0));
-  EXPECT_EQ((SectorExtent{4096, 206847}), createPlacement(target, 0x06, 99, kPlaceAtEnd));
+  EXPECT_EQ((SectorExtent{4096, 24575}), createPlacement(target, 0x06, 10 * kSectorsPerMiB, 0));
+  EXPECT_EQ((SectorExtent{4096, 206847}),
+            createPlacement(target, 0x06, 99 * kSectorsPerMiB, kPlaceAtEnd));
 }
 
 TEST(PlacePartition, ADiskWithoutATableHasNoFreeSpaceToLeave) {
@@ -162,26 +192,26 @@ TEST(PlacementProperties, NothingLeavesItsRegionAndTheEndIsTheLastThatFits) {
   EXPECT_GT(placed, 500U);
 }
 
-TEST(PlacementProperties, NewPartitionsStayInTheirRegionOnBoundariesAndNearTheirSize) {
+TEST(PlacementProperties, NewPartitionsStayInTheirRegionOnBoundariesAndHaveTheirSize) {
   RandomTargets random;
   u32 placed = 0;
   for (int i = 0; i < 30000; ++i) {
     const PlacementTarget target = random.next();
     const u32 placement = random.placement();
     const u16 type = random.upTo(3) == 0 && !target.insideExtended ? 0x05 : 0x0B;
-    const u64 perMiB = kMiB / target.rules.sectorSizeBytes;
-    const u32 sizeMiB = 1 + static_cast<u32>(random.upTo(40));
-    const auto found = createPlacement(target, type, sizeMiB, placement);
+    const u64 size = 1 + random.upTo(80000);
+    const auto found = createPlacement(target, type, size, placement);
     if (!found) continue;
     ++placed;
-    SCOPED_TRACE(describe(target, placement) + " MiB " + std::to_string(sizeMiB));
+    SCOPED_TRACE(describe(target, placement) + " size " + std::to_string(size));
     ASSERT_GE(found->startSector, target.region.startSector + target.volumeGap);
     ASSERT_LE(found->startSector, found->endSector);
     ASSERT_LE(found->endSector, target.region.endSector);
 
     const u64 unit = alignmentUnit(target.rules);
     const u64 length = found->endSector - found->startSector + 1;
-    ASSERT_LE(length, sizeMiB * perMiB + perMiB / 2 + 2 * unit);
+    ASSERT_GE(length, size);
+    ASSERT_LT(length, size + 2 * unit);
     if (!target.insideExtended) {
       const u64 start = found->startSector;
       const bool noBoundaryBefore = alignDown(target.rules, start) < target.region.startSector;

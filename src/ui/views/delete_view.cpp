@@ -46,7 +46,8 @@ DeleteView::DeleteView(DeleteModel& model)
   warning_ = addText(kMargin, y, kWidth - 2 * kMargin, kTextHeight, model.warning, FL_ALIGN_CENTER);
   warning_->labelcolor(fl_rgb_color(190, 0, 0));
   y += kTextHeight;
-  addText(kMargin, y, kWidth - 2 * kMargin, kTextHeight, model.question, FL_ALIGN_CENTER);
+  question_ =
+      addText(kMargin, y, kWidth - 2 * kMargin, kTextHeight, model.question, FL_ALIGN_CENTER);
   addButtons("&Yes", "&No");
   startOnCancel();
 }
@@ -62,6 +63,7 @@ void DeleteView::write() {
   clearBootSector_->value(model_.clearBootSector);
   wipePartition_->value(model_.wipePartition);
   secureWipe_->value(model_.secureWipe);
+  question_->setText(model_.question);
   apply(model_.clearBootSectorControl, *clearBootSector_);
   apply(model_.wipePartitionControl, *wipePartition_);
   apply(model_.secureWipeControl, *secureWipe_);

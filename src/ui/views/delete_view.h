@@ -4,6 +4,7 @@
 #include "ops/delete_model.h"
 #include "ui/views/dialog_view.h"
 #include "ui/widgets/fields.h"
+#include "ui/widgets/labels.h"
 
 namespace tallowin {
 
@@ -20,6 +21,7 @@ class DeleteView : public DialogView {
   CheckBox* wipePartition_;
   CheckBox* secureWipe_;
   Fl_Widget* warning_;
+  TextLabel* question_;
 };
 
 }  // namespace tallowin

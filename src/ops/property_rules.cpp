@@ -1,0 +1,133 @@
+#include "ops/property_rules.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "disk/mbr_record.h"
+#include "probe/type_catalogue.h"
+#include "ptable/embr/embr_record.h"
+#include "ptable/gpt/gpt_types.h"
+
+namespace tallowin {
+namespace {
+
+constexpr FlagWord kGptFlags[] = {{"required", u64{1} << kGptRequired},
+                                  {"no-block-io", u64{1} << kGptNoBlockIo},
+                                  {"legacy-boot", u64{1} << kGptLegacyBootable},
+                                  {"read-only", u64{1} << kGptReadOnly},
+                                  {"shadow-copy", u64{1} << kGptShadowCopy},
+                                  {"hidden", u64{1} << kGptHidden},
+                                  {"no-mount", u64{1} << kGptNoMount}};
+constexpr FlagWord kEmbrFlags[] = {{"boot", kMptBoot},
+                                   {"manager", kMptManager},
+                                   {"bootable", kMptBootable},
+                                   {"multi-os", kMptMultiOs},
+                                   {"hd0-only", kMptHd0Only}};
+constexpr std::size_t kGptNameUnits = 36;
+constexpr std::size_t kMptNameCharacters = 15;
+
+// In UTF-16 units.
+std::size_t gptNameLength(std::string_view utf8) {
+  std::size_t units = 0;
+  for (const char c : utf8) {
+    const u8 byte = static_cast<u8>(c);
+    if ((byte & 0xC0) != 0x80) units += byte >= 0xF0 ? 2 : 1;
+  }
+  return units;
+}
+
+bool holdsVolumes(const PartitionEntry& entry) {
+  const auto* table = dynamic_cast<const TableEntry*>(&entry);
+  return table && table->volumes &&
+         std::ranges::any_of(table->volumes->entries,
+                             [](const auto& volume) { return !volume->isFree(); });
+}
+
+std::string whyNotTyped(const Drive& drive, const PartitionEntry& entry, u16 type) {
+  const bool isHiddenVolume = type == types::kHidden && entry.isVolume();
+  if (!isHiddenVolume && (!types::isForPartitions(type) || type > 0xFF))
+    return format("%u is no type of a partition; give 1 to 255, without 237 and 238.", type);
+  if (drive.isGpt() && entry.mbrSlot == kNoMbrSlot && type != types::kEfiSystem)
+    return "A GPT stores a type GUID and no number; choose that.";
+  if (types::isExtended(type) != types::isExtended(entry.type))
+    return "A partition neither becomes an extended one nor ceases to be one by its type; delete "
+           "it and create another.";
+  if (type != entry.mbrType && holdsVolumes(entry))
+    return "An extended partition of another type would hide its volumes from other programs; "
+           "delete them first.";
+  return {};
+}
+
+std::string whyNotMarked(const Drive& drive, const PartitionEntry& entry) {
+  if (entry.isVolume()) return "A volume of an extended partition has no active mark.";
+  if (drive.scheme() != Scheme::mbr && entry.mbrSlot == kNoMbrSlot)
+    return "The partition has no slot in the MBR; put it into one first ('mbr --insert').";
+  return {};
+}
+
+}  // namespace
+
+std::string whyNotNamed(const Drive& drive, bool isVolume, std::string_view name) {
+  if (drive.isGpt())
+    return gptNameLength(name) <= kGptNameUnits ? ""
+                                                : "A GPT holds 36 characters; choose a "
+                                                  "shorter name.";
+  if (!drive.isEmbr() && !isVolume) return "An entry of an MBR has no name; only volumes have one.";
+  const std::size_t most = isVolume ? kVolumeNameBytes : kMptNameCharacters;
+  const bool isPlain = std::ranges::all_of(name, [](char c) { return c >= 0x20 && c < 0x7F; });
+  if (!name.empty() && name.size() <= most && isPlain) return {};
+  return format("The table holds 1 to %zu ASCII characters; choose another name.", most);
+}
+
+std::optional<PropertyRefusal> refusedProperty(const Drive& drive, const PartitionEntry& entry,
+                                               const EntryProperties& wanted) {
+  if (drive.scheme() == Scheme::wholeDisk)
+    return PropertyRefusal{Property::name,
+                           "A file system fills this disk; it has no partition table that could "
+                           "hold properties."};
+  const auto refuse = [](Property property, std::string why) {
+    return why.empty() ? std::nullopt : std::optional(PropertyRefusal{property, std::move(why)});
+  };
+  std::optional<PropertyRefusal> refusal;
+  if (wanted.name)
+    refusal = refuse(Property::name, whyNotNamed(drive, entry.isVolume(), *wanted.name));
+  if (!refusal && wanted.type)
+    refusal = refuse(Property::type, whyNotTyped(drive, entry, *wanted.type));
+  if (!refusal && wanted.typeGuid && !drive.isGpt())
+    refusal = refuse(Property::typeGuid, "Only a GPT has type GUIDs; choose a type number.");
+  if (!refusal && wanted.active) refusal = refuse(Property::active, whyNotMarked(drive, entry));
+  if (!refusal && wanted.attributes && (entry.isVolume() || flagWords(drive).empty()))
+    refusal = refuse(Property::flags, "An entry of an MBR and a volume have no flags.");
+  return refusal;
+}
+
+bool isHiddenEntry(const PartitionEntry& entry) {
+  if (!entry.typeGuid.isZero()) return (entry.attributes >> kGptHidden & 1) != 0;
+  return types::isHidden(entry.type) || entry.mbrType == types::kHidden;
+}
+
+std::optional<PropertyRefusal> wantHidden(const Drive& drive, const PartitionEntry& entry,
+                                          bool isHidden, EntryProperties& wanted) {
+  if (drive.isGpt()) {
+    const u64 bit = u64{1} << kGptHidden;
+    const u64 now = wanted.attributes.value_or(entry.attributes);
+    wanted.attributes = isHidden ? now | bit : now & ~bit;
+    return std::nullopt;
+  }
+  const u16 byte = wanted.type.value_or(entry.mbrType);
+  const bool keepsRealType = byte == types::kHidden && !wanted.type;
+  const u16 shown = keepsRealType ? entry.type : types::unhide(byte);
+  const u16 type = isHidden ? types::hide(shown) : shown;
+  const bool needsRealType = type == types::kHidden && byte != types::kHidden;
+  if (needsRealType && (!entry.isVolume() || wanted.type))
+    return PropertyRefusal{Property::hidden, format("Type %u has no hidden form.", shown)};
+  if (type != byte) wanted.type = type;
+  return std::nullopt;
+}
+
+std::span<const FlagWord> flagWords(const Drive& drive) {
+  if (drive.isGpt()) return kGptFlags;
+  return drive.isEmbr() ? std::span<const FlagWord>(kEmbrFlags) : std::span<const FlagWord>();
+}
+
+}  // namespace tallowin
