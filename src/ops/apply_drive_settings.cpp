@@ -78,10 +78,11 @@ Failure openDriveWithSettings(std::shared_ptr<DiskDevice> disk, Host& host, cons
       driveOpenOptions(options, record, driveNumber, std::move(labelReader));
   if (const Failure error = Drive::open(std::move(disk), host, open, drive); error != Error::none)
     return error;
-  if (record && (driveNumber & kDriveTakesNoSettings) == 0 &&
-      applyDriveSettings(*drive, *record, options))
-    return drive->reread();
-  return Error::none;
+  // A drive without settings of its own follows those of all drives.
+  DriveSettingsRecord usual;
+  const bool isListed = record && (driveNumber & kDriveTakesNoSettings) == 0;
+  return applyDriveSettings(*drive, isListed ? *record : usual, options) ? drive->reread()
+                                                                         : Failure();
 }
 
 }  // namespace tallowin

@@ -25,8 +25,8 @@ enum class BiosGeometry { keep, storeCurrent };
                                       const Options& options,
                                       BiosGeometry biosGeometry = BiosGeometry::keep);
 
-// Opens a disk with its settings applied; `record` is null for drives that take none. Errors
-// as Drive::open.
+// Opens a disk with its settings applied; `record` is null for drives that have none of
+// their own, which follow those of all drives. Errors as Drive::open.
 Failure openDriveWithSettings(std::shared_ptr<DiskDevice> disk, Host& host, const Options& options,
                               DriveSettingsRecord* record, u32 driveNumber, LabelReader labelReader,
                               std::unique_ptr<Drive>& drive);

@@ -16,6 +16,10 @@ TEST(SettingsCommand, ShowsChangesAndObeys) {
   EXPECT_EQ(ctl.run({"settings", "GlobalGeoAlign2K"}).output, "GlobalGeoAlign2K=0\n");
   EXPECT_EQ(ctl.home().read("STRANDEL.INI").find("GlobalGeoAlign2K"), std::string::npos);
 
+  Ctl fresh;
+  EXPECT_EQ(fresh.run({"settings", "GlobalGeoAlign2K=0"}).status, 0);
+  EXPECT_EQ(fresh.run({"settings", "GlobalGeoAlign2K"}).output, "GlobalGeoAlign2K=0\n");
+
   EXPECT_EQ(ctl.run({"settings", "AlignVal=1048576", "--drive", "3"}).status, 0);
   EXPECT_EQ(ctl.run({"settings", "AlignVal", "--drive", "3"}).output, "AlignVal=1048576\n");
   const Ctl::Answer all = ctl.json({"settings", "--drive", "3"});

@@ -33,6 +33,15 @@ TEST_F(ApplyDriveSettingsTest, AnEmptyDriveIsOnCylindersAndOneWithPartitionsAsTh
   EXPECT_EQ(0U, drive->flags() & kDriveAlignOnEnd);
 }
 
+TEST_F(ApplyDriveSettingsTest, ADriveWithoutSettingsOfItsOwnFollowsThoseOfAll) {
+  options_.globalGeoAlign2K = true;
+  for (const u32 number : {kUnlistedDrive, 0U}) {
+    const auto drive = openWith(nullptr, number);
+    EXPECT_EQ(2048U, alignmentUnit(drive->alignment()));
+    EXPECT_EQ(2048U, freeBlocks(*drive).at(0)->startSector);
+  }
+}
+
 TEST_F(ApplyDriveSettingsTest, TheDrivesOwnValuesAreTakenWhereTheyArePossible) {
   DriveSettingsRecord record;
   record.useGlobalSettings = false;

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "disk/mbr_record.h"
 #include "support/disk_file.h"
 #include "support/loop_device.h"
@@ -42,9 +44,11 @@ class SectorSizeTest : public testing::Test {
     put(offset, {reinterpret_cast<const u8*>(bytes.data()), bytes.size()});
   }
   void put(u64 offset, std::span<const u8> bytes) {
-    std::string image = folder_.read("image");
-    std::copy(bytes.begin(), bytes.end(), image.begin() + static_cast<std::ptrdiff_t>(offset));
-    folder_.write("image", image);
+    std::fstream image(folder_.file("image"), std::ios::in | std::ios::out | std::ios::binary);
+    image.seekp(static_cast<std::streamoff>(offset));
+    image.write(reinterpret_cast<const char*>(bytes.data()),
+                static_cast<std::streamsize>(bytes.size()));
+    ASSERT_TRUE(image.good());
   }
   u32 size() {
     MemoryDisk disk = loadDisk(folder_.file("image"));
