@@ -72,7 +72,7 @@ bool ConsoleFrontEnd::consents(const MessageBox& box) {
   if ((agreedTo_ & bitOf(box.consent)) != 0) return true;
   const bool isDiskError = box.consent == Consent::diskError;
   if (ask(box.text, isDiskError ? "Ignore all errors?" : "Continue?")) return true;
-  if (wasInterrupted()) return false;
+  if (stopRequested()) return false;
   if (box.consent == Consent::general) {
     if (!hasTerminal_) lackedConsent_ = box.consent;
   } else if (!isDiskError) {
