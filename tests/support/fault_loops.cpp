@@ -51,6 +51,17 @@ std::vector<Subset> subsetsOf(std::size_t count) {
   return subsets;
 }
 
+// Which of the writes that arrived is half done: none, each in turn, or of many the last one.
+std::vector<std::size_t> tornIn(const Subset& subset) {
+  std::vector<std::size_t> torn = {subset.size()};
+  for (std::size_t i = subset.size(); i-- > 0;) {
+    if (!subset[i]) continue;
+    torn.push_back(i);
+    if (subset.size() > kMostExhaustive) break;
+  }
+  return torn;
+}
+
 }  // namespace
 
 std::ostream& operator<<(std::ostream& out, const Fault& fault) {
@@ -175,9 +186,7 @@ void forEachPowerCut(const MemoryDisk& before, const RoundTest& run,
         std::find_if(begin, steps.end(), [](const auto& step) { return step.isFlush; });
     const std::span writes(begin, end);
     for (const Subset& subset : subsetsOf(writes.size())) {
-      // The last round is without a torn write.
-      for (std::size_t torn = 0; torn <= writes.size(); ++torn) {
-        if (torn < writes.size() && !subset[torn]) continue;
+      for (const std::size_t torn : tornIn(subset)) {
         MemoryDisk after = flushed.copy();
         std::string arrived;
         for (std::size_t i = 0; i < writes.size(); ++i) {
