@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <new>
 
 #include "base/stop_request.h"
@@ -91,6 +92,9 @@ void paint() {
 }  // namespace
 
 EventPump::EventPump() : server_(serveEvents) {
+  // The display's library writes to a null pointer when its buffer is full and the connection gone.
+  // All that one round of painting asks for fits into this one.
+  ::setenv("XLIBBUFFERSIZE", "1048576", 0);
   fl_open_display();
   XSetIOErrorHandler(onDisplayError);
   XSetIOErrorExitHandler(fl_display, onLostDisplay, nullptr);
