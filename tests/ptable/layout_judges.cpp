@@ -76,15 +76,23 @@ void askSfdisk(const Bench& bench, std::vector<Judgement>& answers) {
 }
 
 // parted stops at the first disk that it does not understand, and is asked about the rest again.
+// Where it ends by an assertion of its own, the answers before that are lost with its buffers: then
+// the first disk is asked about alone.
 void askParted(const Bench& bench, std::vector<Judgement>& answers) {
   const std::vector<std::string> paths = bench.paths();
   for (std::size_t first = 0; first < paths.size();) {
     std::vector<std::string> command = {"parted", "-sm", paths[first], "unit", "s", "print"};
+    const std::size_t wordsForOneDisk = command.size();
     for (std::size_t i = first + 1; i < paths.size(); ++i)
       command.insert(command.end(), {"select", paths[i], "print"});
+    std::string output = runProgram(command).output;
+    if (output.find("Assertion (") != std::string::npos) {
+      command.resize(wordsForOneDisk);
+      output = runProgram(command).output;
+    }
     std::size_t now = bench.find(paths[first]);
     ++first;
-    forEachLine(runProgram(command).output, [&](const std::string& line) {
+    forEachLine(output, [&](const std::string& line) {
       if (line == "Using " + (first < paths.size() ? paths[first] : "")) {
         now = bench.find(paths[first++]);
       } else if (const auto run = runIn(line, "%*u:%llus:%llus:")) {

@@ -69,6 +69,12 @@ class ChainChange {
   bool isEmptyEbr(u64 position) const {
     return std::ranges::binary_search(list_.emptyEbrs, position);
   }
+  // An EBR that lies in another volume's sectors may be that volume's data.
+  bool isInVolume(const TableSectorImage& ebr) const {
+    return std::ranges::any_of(volumesOnDisk(list_), [&](const VolumeEntry* volume) {
+      return volume->startSector <= ebr.lba() && ebr.lba() <= volume->endSector;
+    });
+  }
   void fillVolume(const NewEntry& volume, const Room& room, EbrRecord& ebr) const;
   u8 unusedSequence(PartitionId wanted) const;
   Failure storeSequence(PartitionId wanted, const Room& room) const;
@@ -170,11 +176,13 @@ Failure ChainChange::remove(const VolumeEntry& volume) {
   auto& ebr = own.as<EbrRecord>();
   const EbrSlots slots = slotsOf(ebr);
   if (!slots.isClear) return Error::tableInError;
+  const bool isFirst = volume.previousEbr == VolumeEntry::kNoPrevious;
+  if (isInVolume(isFirst ? own : imageAt(volume.previousEbr))) return Error::tableInError;
   // Of a chain that loops nothing is kept behind the last volume that was reached.
   const bool loops = (list_.status & kChainLoops) != 0 && list_.chain.back() == volume.ebr;
   if (slots.link && loops) ebr.slots[*slots.link].clear();
   const MbrSlotRecord next = slots.link ? ebr.slots[*slots.link] : MbrSlotRecord{};
-  if (volume.previousEbr == VolumeEntry::kNoPrevious) {
+  if (isFirst) {
     ebr.slots[volume.mbrSlot].clear();
     ebr.name.fill(0);
     ebr.hiddenType = 0;
@@ -193,7 +201,7 @@ Failure ChainChange::change(const VolumeEntry& volume, const EntryProperties& wa
   TableSectorImage image = imageAt(volume.ebr);
   if (const Failure failed = image.load()) return failed;
   auto& ebr = image.as<EbrRecord>();
-  if (!slotsOf(ebr).isClear) return Error::tableInError;
+  if (!slotsOf(ebr).isClear || isInVolume(image)) return Error::tableInError;
   if (wanted.name) fillName(*wanted.name, ebr);
   if (wanted.type == types::kHidden) ebr.hiddenType = static_cast<u8>(volume.type);
   if (wanted.type) ebr.slots[volume.mbrSlot].type = static_cast<u8>(*wanted.type);

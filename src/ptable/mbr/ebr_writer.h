@@ -17,7 +17,8 @@ Failure putEmptyEbr(DiskDevice& disk, u64 lba);
 // Puts a new volume into the chain; see Drive::add. The low byte of its id goes to the disk.
 Failure addVolume(const TableContext& context, const TableEntry& container, const NewEntry& entry);
 // The EBR at the start of the container stays, with a link only; others are unlinked. tableInError:
-// its EBR, or the one that leads to it, holds something beside that is not understood.
+// its EBR, or the one that leads to it, holds something beside that is not understood, or lies in
+// the sectors of another volume.
 Failure removeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume);
 // Its name and type; see Drive::changeProperties.
