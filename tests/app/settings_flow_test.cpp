@@ -19,6 +19,8 @@ namespace {
 
 constexpr const char* kNotWritten = "The data could not be written to disk.";
 
+constexpr const char* kEmptyFile = "[OPTIONS]\r\n";
+
 class SettingsFlowTest : public testing::Test {
  protected:
   SettingsFlowTest() {
@@ -27,6 +29,8 @@ class SettingsFlowTest : public testing::Test {
       EXPECT_EQ(makeTable(options_.images.back(), "label: dos\n"), "");
     }
     options_.noDevices = true;
+    // Whoever has a file keeps the alignment that it means.
+    folder_.write("home/STRANDEL.INI", kEmptyFile);
     restart();
   }
 
@@ -42,7 +46,10 @@ class SettingsFlowTest : public testing::Test {
   }
   std::string text() { return folder_.read("home/STRANDEL.INI"); }
   // A folder in the place of the file: no user can write it, not even root.
-  void blockFile() { folder_.write("home/STRANDEL.INI/inside", "x"); }
+  void blockFile() {
+    ASSERT_EQ(::unlink(folder_.file("home/STRANDEL.INI").c_str()), 0);
+    folder_.write("home/STRANDEL.INI/inside", "x");
+  }
   void unblockFile() {
     ASSERT_EQ(::unlink(folder_.file("home/STRANDEL.INI/inside").c_str()), 0);
     ASSERT_EQ(::rmdir(folder_.file("home/STRANDEL.INI").c_str()), 0);

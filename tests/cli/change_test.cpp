@@ -136,7 +136,8 @@ TEST_F(ChangeTest, NamesAreKeptAsTheyAreOrRefused) {
       continue;
     }
     EXPECT_STREQ(answer.json["partition"]["name"].GetString(), c.name);
-    EXPECT_NE(ctl_.run({"list", path}).output.find(c.name), std::string::npos);
+    const std::string listed = c.label && *c.label ? c.label : c.name;
+    EXPECT_NE(ctl_.run({"list", path}).output.find(listed), std::string::npos);
     if (std::string(c.table) == "label: gpt\n") {
       EXPECT_EQ(readGpt(path)[0].name, c.name);
     }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "disk/disk_handles.h"
 #include "ops/flow_bench.h"
 
 namespace tallowin {

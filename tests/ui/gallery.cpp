@@ -197,6 +197,11 @@ void file(FrontEnd& ui, const Arguments& arguments) {
   std::cout << (chosen ? "chosen " + *chosen : "cancelled") << std::endl;
 }
 
+const FileSystemKinds& kinds() {
+  static const FileSystemKinds kKinds = registeredFileSystems();
+  return kKinds;
+}
+
 // create [gpt | embr | volume]
 void create(FrontEnd& ui, const Arguments& arguments) {
   const std::string kind = argument(arguments, 0, "");
@@ -207,6 +212,7 @@ void create(FrontEnd& ui, const Arguments& arguments) {
   facts.isGpt = kind == "gpt";
   facts.isEmbr = kind == "embr";
   facts.insideExtended = kind == "volume";
+  facts.fileSystems = &kinds();
   CreateModel model(facts);
   bool accepted = false;
   model.create = [&] {
@@ -239,16 +245,15 @@ void remove(FrontEnd& ui, const Arguments& arguments) {
 
 // format [kind...]: without one a kind that offers nothing but its clusters
 void formatDialog(FrontEnd& ui, const Arguments& arguments) {
-  static const FileSystemKinds kKinds = registeredFileSystems();
   static const FileSystemKind kPlain;
-  std::vector<const FileSystemKind*> kinds;
-  for (const std::string& word : arguments) kinds.push_back(kKinds.byWord(word));
-  if (kinds.empty()) kinds.push_back(&kPlain);
-  FormatModel model(kinds);
+  std::vector<const FileSystemKind*> offered;
+  for (const std::string& word : arguments) offered.push_back(kinds().byWord(word));
+  if (offered.empty()) offered.push_back(&kPlain);
+  FormatModel model(offered);
   ui.run(model);
   std::cout << (model.confirmed ? "ok " : "cancel ") << model.clusterBytes() << ','
             << model.alignForNtfs;
-  if (kinds.size() > 1) std::cout << ',' << model.kind().word;
+  if (offered.size() > 1) std::cout << ',' << model.kind().word;
   std::cout << std::endl;
 }
 

@@ -124,7 +124,7 @@ TEST_F(MainWindowTest, ButtonsAnswerClicks) {
 
 TEST_F(MainWindowTest, KeysSelectDrivesReadAgainAndWalk) {
   // The second drive is another one; there is no ninth, so nothing changes.
-  press("1 8 Insert", "Create - 94 MiB Block");
+  press("1 8 Insert", "Create - 99 MiB Block");
   press("Escape", kTitle);
   press("0 Page_Down Home End Insert", "Create - 239 MiB Block");
   press("Escape", kTitle);
