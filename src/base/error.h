@@ -85,7 +85,6 @@ constexpr u32 codeOf(Error error) {
     case Error::read:
       return 3;
     case Error::write:
-      return 4;
     case Error::flush:
       return 4;
     case Error::fileSystemUnreadable:
@@ -93,7 +92,6 @@ constexpr u32 codeOf(Error error) {
     case Error::cannotOpenForReading:
       return 6;
     case Error::noSuchFile:
-      return 8;
     case Error::gptSignature:
       return 8;
     case Error::tableNotUpdated:
@@ -103,7 +101,6 @@ constexpr u32 codeOf(Error error) {
     case Error::outsideUsableArea:
       return 11;
     case Error::invalidSizeForType:
-      return 13;
     case Error::backupOverlaps:
       return 13;
     case Error::invalidVolume:
@@ -111,55 +108,41 @@ constexpr u32 codeOf(Error error) {
     case Error::sizeNotPossible:
       return 16;
     case Error::deviceNotOpened:
-      return 17;
     case Error::deviceChanged:
-      return 17;
     case Error::diskSizeUnknown:
       return 17;
     case Error::geometryNotAvailable:
       return 18;
     case Error::noSpaceLeft:
-      return 32;
     case Error::noRoomForReserved:
       return 32;
     case Error::bufferTooSmall:
       return 61;
     case Error::fileTooLarge:
-      return 63;
     case Error::entriesDoNotFit:
-      return 63;
     case Error::unknownDriveClass:
-      return 63;
     case Error::imageTableFull:
-      return 63;
     case Error::partitionBeyondTable:
       return 63;
     case Error::notThisFormat:
       return 64;
     case Error::tooManyOpenDrives:
-      return 65;
     case Error::noFreeEntry:
-      return 65;
     case Error::tooManyPartitions:
       return 65;
     case Error::lockNotMade:
-      return 68;
     case Error::readOnlyDisk:
       return 68;
     case Error::backupWriteFailed:
-      return 71;
     case Error::slotNotFree:
       return 71;
     case Error::sectorSizeDiffers:
       return 73;
     case Error::unsupportedForm:
-      return 76;
     case Error::gptRevision:
-      return 76;
     case Error::dynamicDisk:
       return 76;
     case Error::cannotCreate:
-      return 77;
     case Error::tableNotBuilt:
       return 77;
     case Error::seekFailed:
@@ -167,17 +150,14 @@ constexpr u32 codeOf(Error error) {
     case Error::scanStopped:
       return 86;
     case Error::notAFileSystem:
-      return 89;
     case Error::noTable:
       return 89;
     case Error::corrupt:
-      return 94;
     case Error::gptTableCheck:
       return 94;
     case Error::tableReadFailed:
       return 98;
     case Error::clearingFailed:
-      return 99;
     case Error::tableWriteFailed:
       return 99;
     case Error::tableUnreadable:
