@@ -158,7 +158,7 @@ FlowResult viewMbr(const OperationContext& context, Drive& drive,
   MbrEditor editor(drive);
   if (const Failure error = editor.load(); error != Error::none) {
     context.ui.errorBox(tableErrorText(error));
-    return {FlowEnd::failed, error, 0};
+    return {FlowEnd::failed, error};
   }
   std::string keptTable;
   MbrViewModel model(context.ui, drive, editor,
@@ -167,7 +167,7 @@ FlowResult viewMbr(const OperationContext& context, Drive& drive,
   context.ui.run(model);
   if (model.applied && !keptTable.empty())
     tellWithUndo(context, drive, kTitle, "The boot sector was written.", keptTable);
-  return model.applied ? FlowResult{} : FlowResult{FlowEnd::cancelled, Error::cancelled, 0};
+  return model.applied ? FlowResult{} : FlowResult{FlowEnd::cancelled, Error::cancelled};
 }
 
 }  // namespace tallowin

@@ -37,32 +37,29 @@ const char* whatWasLacking(Consent consent) {
 }  // namespace
 
 CommandResult failedBecause(const std::string& what, Failure code) {
-  return {ExitStatus::failed, code, 0, withExplanation(what, code)};
+  return {ExitStatus::failed, code, withExplanation(what, code)};
 }
 
 CommandResult resultOfFlow(const FlowResult& flow, const ConsoleFrontEnd& ui,
                            const std::string& what) {
   if (flow.succeeded()) {
     if (stopRequested())
-      return {ExitStatus::stopped, Error::cancelled, flow.phase,
+      return {ExitStatus::stopped, Error::cancelled,
               "Stopped; what was begun had been completed by then."};
-    return {flow.end == FlowEnd::done ? ExitStatus::done : ExitStatus::doneWithLosses,
-            flow.code,
-            flow.phase,
-            {}};
+    return {
+        flow.end == FlowEnd::done ? ExitStatus::done : ExitStatus::doneWithLosses, flow.code, {}};
   }
   if (stopRequested())
-    return {ExitStatus::stopped, Error::cancelled, flow.phase,
+    return {ExitStatus::stopped, Error::cancelled,
             joined(ui.told(), "Stopped by the user; nothing more was changed.")};
   if (const auto lacked = ui.lackedConsent())
     return refused((*lacked == Consent::general ? what : joined(ui.told(), what)) +
                    whatWasLacking(*lacked));
   if (flow.end == FlowEnd::cancelled)
-    return {ExitStatus::failed, Error::cancelled, flow.phase,
+    return {ExitStatus::failed, Error::cancelled,
             joined(ui.told(), what + " The question was not answered with yes; nothing more was "
                                      "changed. Repeat it and answer y, or use --yes.")};
-  return {ExitStatus::failed, flow.code, flow.phase,
-          joined(ui.told(), withExplanation(what, flow.code))};
+  return {ExitStatus::failed, flow.code, joined(ui.told(), withExplanation(what, flow.code))};
 }
 
 }  // namespace tallowin

@@ -25,8 +25,7 @@ struct CommandContext {
 struct [[nodiscard]] CommandResult {
   ExitStatus status = ExitStatus::done;
   Failure code = Error::none;  // of the engine, when it gave one
-  u32 phase = 0;
-  std::string message;  // one line: what, why, and what to do next
+  std::string message;         // one line: what, why, and what to do next
 
   bool succeeded() const {
     return status == ExitStatus::done || status == ExitStatus::doneWithLosses;
@@ -34,7 +33,7 @@ struct [[nodiscard]] CommandResult {
 };
 
 inline CommandResult refused(std::string message, Failure code = Error::none) {
-  return {ExitStatus::failed, code, 0, std::move(message)};
+  return {ExitStatus::failed, code, std::move(message)};
 }
 
 // "what" and what the code means, as one line.

@@ -83,7 +83,7 @@ void show(CommandContext& context, const MbrEditor& editor) {
 }
 
 CommandResult notConfirmed(CommandContext& context) {
-  return resultOfFlow({FlowEnd::cancelled, Error::cancelled, 0}, context.ui,
+  return resultOfFlow({FlowEnd::cancelled, Error::cancelled}, context.ui,
                       "The boot sector was not changed.");
 }
 

@@ -69,7 +69,7 @@ bool setChecked(const OptionRow<Owner>& row, Owner& owner, const std::string& te
 }
 
 CommandResult wrongUsage(std::string message) {
-  return {ExitStatus::wrongUsage, Error::none, 0, std::move(message)};
+  return {ExitStatus::wrongUsage, Error::none, std::move(message)};
 }
 
 template <typename Owner>

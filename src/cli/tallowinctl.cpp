@@ -41,7 +41,7 @@ std::string failureJson(const CommandResult& result) {
   json.boolean("ok", false);
   json.beginObject("error");
   json.number("code", codeOf(result.code));
-  json.number("phase", result.phase);
+  json.number("phase", result.code.phase);
   json.text("message", onOneLine(result.message));
   json.endObject();
   json.endObject();
@@ -51,7 +51,7 @@ std::string failureJson(const CommandResult& result) {
 void reportFailure(const std::string& command, const CommandResult& result, bool asJson) {
   std::string line = "tallowinctl " + command + ": " + onOneLine(result.message);
   if (result.code != Error::none)
-    line += format(" (error %u, phase %u)", codeOf(result.code), result.phase);
+    line += format(" (error %u, phase %u)", codeOf(result.code), result.code.phase);
   std::fprintf(stderr, "%s\n", line.c_str());
   if (asJson) std::printf("%s\n", failureJson(result).c_str());
 }
@@ -143,7 +143,7 @@ int tallowinctl(const std::vector<std::string>& words, std::unique_ptr<Host> hos
     std::fputs(parsed.text.c_str(), stdout);
   } else {
     const bool asJson = std::find(rest.begin(), rest.end(), "--json") != rest.end();
-    reportFailure(rest.empty() ? "" : rest[0], {status, Error::none, 0, parsed.text}, asJson);
+    reportFailure(rest.empty() ? "" : rest[0], {status, Error::none, parsed.text}, asJson);
   }
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return static_cast<int>(status);
   // What a full disk or a closed pipe swallowed was not said; what was changed stays changed.

@@ -25,10 +25,10 @@ constexpr const char* kSure = "Are you sure you want to continue?";
 FlowResult refuse(const OperationContext& context, const std::string& text,
                   Failure code = Error::none) {
   context.ui.errorBox(text);
-  return {FlowEnd::refused, code, 0};
+  return {FlowEnd::refused, code};
 }
 
-FlowResult stoppedByUser() { return {FlowEnd::cancelled, Error::cancelled, 0}; }
+FlowResult stoppedByUser() { return {FlowEnd::cancelled, Error::cancelled}; }
 
 bool hasTable(const Drive& drive) {
   return drive.table().slots != 0 && (drive.table().status & kTableNone) == 0;
@@ -128,14 +128,14 @@ FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme scheme
   TableChange change(context, drive);
   if (const auto stopped = change.begin(target)) return *stopped;
   const bool keepsTrack = isPlainHardDisk(drive) && drive.scheme() == Scheme::mbr;
-  if (keepsTrack && !saveTrack(context, drive)) return {FlowEnd::refused, Error::cannotCreate, 0};
+  if (keepsTrack && !saveTrack(context, drive)) return {FlowEnd::refused, Error::cannotCreate};
   const Failure error = change.end(convertAndRestore(
       context, drive, scheme, drive.scheme() == Scheme::wholeDisk, *content, earlier));
   keptTable = change.keptTable();
   if (error == Error::none) return {};
   context.ui.errorBox("The partition layout could not be changed to match your selection.\n\n" +
                       tableErrorText(error));
-  return {saysWhichTable(error) ? FlowEnd::failed : FlowEnd::refused, error, 0};
+  return {saysWhichTable(error) ? FlowEnd::failed : FlowEnd::refused, error};
 }
 
 std::optional<FlowResult> refuseWhenReadOnlyOrMounted(const OperationContext& context,
@@ -229,7 +229,7 @@ FlowResult offerEmbr(const OperationContext& context, Drive& drive) {
   const bool isPlainMbr = !drive.isGpt() && !drive.isEmbr();
   if (!isPlainMbr || context.options.limitPrimaries) {
     context.ui.noticeBox("The partition limit has been reached.", "Limit Primaries");
-    return {FlowEnd::refused, Error::noFreeEntry, 0};
+    return {FlowEnd::refused, Error::noFreeEntry};
   }
   const bool insists =
       context.ui.confirm(Consent::insist, "EMBR needed",

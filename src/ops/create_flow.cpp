@@ -7,7 +7,7 @@
 #include "ops/convert_flow.h"
 #include "ops/create_model.h"
 #include "ops/error_text.h"
-#include "ops/format_flow.h"
+#include "ops/format_step.h"
 #include "ops/placement.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
@@ -89,21 +89,29 @@ class Creation {
       return refuse(
           "Unable to align the partition in the target area.\n"
           "This is probably due to unaligned partitions.");
-    if (model.format && !canBeFormatted(*found)) return false;
+    format_.reset();
+    if (model.format && (!canBeFormatted(*found) || !askHowToFormat())) return false;
     return write(model, target, *found);
   }
 
-  const FlowResult& result() const { return result_; }
-  const SectorExtent& extent() const { return extent_; }
-  // As written; what is read back of a GPT depends on what lies in the partition.
-  u16 type() const { return type_; }
+  // What comes when the dialog has closed, still under the lock of the change.
+  FlowResult finish(const CreateModel& model) {
+    if (!result_.succeeded() || !format_) return result_;
+    const PartitionEntry* created = findByStart(drive_, extent_.startSector);
+    if (created == nullptr) return result_;
+    // What is read back of a GPT depends on what lies in the partition: its type is what was
+    // wished.
+    const FormatTarget target = formatTargetOf(drive_, *created, type_);
+    const std::string name = created->name;
+    return format_->tell(format_->format(target, model.label.value_or(labelOf(model))), name);
+  }
 
  private:
   bool isInsideExtended() { return drive_.containerOf(*block_) != nullptr; }
 
   bool refuse(const std::string& text, const std::string& title = {}, Failure code = Error::none) {
     context_.ui.noticeBox(text, title);
-    result_ = {FlowEnd::refused, code, 0};
+    result_ = {FlowEnd::refused, code};
     return false;
   }
 
@@ -116,6 +124,15 @@ class Creation {
                                  {}, Error::invalidSizeForType);
   }
 
+  // Before the table is written: who cancels goes on in the dialog of Create.
+  bool askHowToFormat() {
+    format_.emplace(context_, drive_);
+    if (format_->ask({context_.fileSystems.byType(type_)}, type_)) return true;
+    format_.reset();
+    result_ = {FlowEnd::cancelled, Error::cancelled};
+    return false;
+  }
+
   bool hasRoomForPrimary() {
     if (drive_.table().usedSlots < drive_.table().slots) return true;
     const u64 start = block_->startSector;
@@ -126,13 +143,23 @@ class Creation {
 
   // A change of the table's kind made a new model, with the same free space in it.
   bool findBlockAgain(u64 startSector, u64 endSector) {
+    block_ = freeBlockIn(startSector, endSector);
+    return block_ != nullptr ||
+           refuse("The free space is gone.\nLook at the new table and try again.");
+  }
+
+  // In the table as it is now; null when there is none.
+  PartitionEntry* freeBlockIn(u64 startSector, u64 endSector) {
+    const auto isIt = [=](const auto& entry) {
+      return entry->isFree() && entry->startSector <= endSector && startSector <= entry->endSector;
+    };
     for (const auto& entry : drive_.table().entries) {
-      if (!entry->isFree() || entry->endSector < startSector || entry->startSector > endSector)
-        continue;
-      block_ = entry.get();
-      return true;
+      if (isIt(entry)) return entry.get();
+      if (!entry->volumes) continue;
+      const auto inside = std::ranges::find_if(entry->volumes->entries, isIt);
+      if (inside != entry->volumes->entries.end()) return inside->get();
     }
-    return refuse("The free space is gone.\nLook at the new table and try again.");
+    return nullptr;
   }
 
   // What the table has to be written over, only the user can give up.
@@ -194,9 +221,10 @@ class Creation {
   }
 
   bool write(const CreateModel& model, const PlacementTarget& target, const SectorExtent& found) {
-    TableChange change(context_, drive_);
+    change_.emplace(context_, drive_);
     if (const auto stopped =
-            change.begin(WriteTarget::sectors({block_->startSector, block_->endSector}))) {
+            change_->begin(WriteTarget::sectors({block_->startSector, block_->endSector}))) {
+      change_.reset();
       result_ = *stopped;
       return false;
     }
@@ -205,19 +233,25 @@ class Creation {
     Failure uncleared;
     Failure failed = add(newEntry(model, target, found));
     if (!failed) uncleared = clearFirstSectors(drive_.disk(), context_.fileSystems, type_, found);
-    failed = change.end(failed);
+    failed = change_->end(failed);
+    if (failed) return keepTyped(failed, target.entry);
     result_ = {};
-    if (failed) {
-      context_.ui.errorBox(createErrorText(failed));
-      result_ = {FlowEnd::failed, failed, 0};
-    } else if (uncleared) {
-      context_.ui.errorBox(
-          "The partition was created, but its first sectors could not be cleared,\n"
-          "so that it may still show what was there before.\n\n" +
-          errorText(uncleared));
-      result_ = {FlowEnd::failed, uncleared.as(Error::clearingFailed), 0};
-    }
+    if (!uncleared) return true;
+    context_.ui.errorBox(
+        "The partition was created, but its first sectors could not be cleared,\n"
+        "so that it may still show what was there before.\n\n" +
+        errorText(uncleared));
+    result_ = {FlowEnd::failed, uncleared.as(Error::clearingFailed)};
     return true;
+  }
+
+  // The dialog stays open, with all that was typed, where it can be tried again.
+  bool keepTyped(const Failure& failed, const SectorExtent& block) {
+    change_.reset();
+    context_.ui.errorBox(createErrorText(failed));
+    result_ = {FlowEnd::failed, failed};
+    block_ = freeBlockIn(block.startSector, block.endSector);
+    return block_ == nullptr;
   }
 
   const OperationContext& context_;
@@ -225,7 +259,9 @@ class Creation {
   PartitionEntry* block_;  // owned by the drive's table
   u16 type_ = 0;
   SectorExtent extent_;
-  FlowResult result_{FlowEnd::cancelled, Error::cancelled, 0};
+  std::optional<FormatStep> format_;   // when the new partition is to be formatted
+  std::optional<TableChange> change_;  // from the first write to the end
+  FlowResult result_{FlowEnd::cancelled, Error::cancelled};
 };
 
 }  // namespace
@@ -234,7 +270,7 @@ FlowResult createFlow(const OperationContext& context, Drive& drive, PartitionEn
   if (!block.isFree()) {
     context.ui.errorBox(
         "Unsupported type for Setup Free Before/After during create/copy partition");
-    return {FlowEnd::refused, Error::none, 0};
+    return {FlowEnd::refused, Error::none};
   }
   if (const auto refused = refuseWhenReadOnlyTable(context, drive)) return *refused;
   if (const auto refused = refuseWhenInUse(context, drive, {block.startSector, block.endSector}))
@@ -244,14 +280,7 @@ FlowResult createFlow(const OperationContext& context, Drive& drive, PartitionEn
   CreateModel model(creation.facts());
   model.create = [&] { return creation.tryToCreate(model); };
   context.ui.run(model);
-  if (!creation.result().succeeded() || !model.format) return creation.result();
-
-  PartitionEntry* created = findByStart(drive, creation.extent().startSector);
-  if (!created) return creation.result();
-  return formatFlow(context, drive, *created,
-                    {.mode = FormatMode::afterCreate,
-                     .label = model.label.value_or(labelOf(model)),
-                     .type = creation.type()});
+  return creation.finish(model);
 }
 
 }  // namespace tallowin

@@ -70,19 +70,19 @@ FlowResult tellWipe(const OperationContext& context, const Failure& failed, cons
         format("The partition was deleted, but the wipe was stopped:\n"
                "only its first %s were overwritten with zeros.",
                done.c_str()));
-    return {FlowEnd::cancelled, Error::cancelled, 0};
+    return {FlowEnd::cancelled, Error::cancelled};
   }
   if (failed) {
     context.ui.errorBox(
         format("The partition was deleted, but an error stopped the wipe:\n"
                "at most its first %s were overwritten with zeros.\n\n%s",
                done.c_str(), errorText(failed).c_str()));
-    return {FlowEnd::failed, failed, 0};
+    return {FlowEnd::failed, failed};
   }
   if (wiped.sectorsFailed == 0) return {};
   context.ui.noticeBox(format("%llu sectors could not be overwritten.",
                               static_cast<unsigned long long>(wiped.sectorsFailed)));
-  return {FlowEnd::doneWithLosses, Error::write, 0};
+  return {FlowEnd::doneWithLosses, Error::write};
 }
 
 // The entry goes first, and the disk stays locked until its sectors are overwritten.
@@ -94,7 +94,7 @@ FlowResult removeEntry(const OperationContext& context, Drive& drive, const Part
     return *stopped;
   if (const Failure failed = change.end(drive.remove(entry))) {
     context.ui.errorBox(deleteErrorText(failed));
-    return {FlowEnd::failed, failed, 0};
+    return {FlowEnd::failed, failed};
   }
   if (!wiped) return {};
   JobOfFrontEnd job(context);
@@ -113,7 +113,7 @@ FlowResult deleteFlow(const OperationContext& context, Drive& drive, PartitionEn
 
   DeleteModel model(deleteFacts(drive, entry));
   context.ui.run(model);
-  if (!model.confirmed) return {FlowEnd::cancelled, Error::cancelled, 0};
+  if (!model.confirmed) return {FlowEnd::cancelled, Error::cancelled};
   return removeEntry(context, drive, entry, model);
 }
 

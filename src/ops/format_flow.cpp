@@ -1,26 +1,20 @@
 #include "ops/format_flow.h"
 
-#include <algorithm>
-
 #include "base/text.h"
 #include "disk/mbr_record.h"
 #include "ops/create_model.h"
 #include "ops/error_text.h"
-#include "ops/format_model.h"
-#include "ops/format_operation.h"
-#include "ops/format_summary_model.h"
-#include "ops/job_of_front_end.h"
+#include "ops/format_step.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
-#include "ops/trace_log.h"
 #include "probe/disk_content.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
 
-FlowResult cancelled() { return {FlowEnd::cancelled, Error::cancelled, 0}; }
+FlowResult cancelled() { return {FlowEnd::cancelled, Error::cancelled}; }
 
 // Of a partition that no table and no file system gives a name.
 bool isPlaceholderName(const PartitionEntry& entry) {
@@ -33,7 +27,7 @@ class Formatting {
  public:
   Formatting(const OperationContext& context, Drive& drive, PartitionEntry* entry,
              const FormatOptions& options)
-      : context_(context), drive_(drive), entry_(entry), options_(options) {
+      : context_(context), drive_(drive), entry_(entry), options_(options), step_(context, drive) {
     kind_ = options.kind;
     if (!kind_ && options.type) kind_ = context.fileSystems.byType(*options.type);
     if (!kind_ && !options.type && entry_) kind_ = kindOf(context.fileSystems, *entry_);
@@ -50,13 +44,13 @@ class Formatting {
     if (!entry_) return formatInPlaceOfTable();
     DiskWriteScope scope(context_, drive_);
     if (const auto stopped = scope.begin(WriteTarget::sectors(target_.extent))) return *stopped;
-    return tell(format());
+    return step_.tell(format(), name_);
   }
 
  private:
   std::optional<FlowResult> refuse(const std::string& text, Failure code) {
     context_.ui.errorBox(text);
-    return FlowResult{FlowEnd::refused, code, 0};
+    return FlowResult{FlowEnd::refused, code};
   }
 
   void settleTarget() {
@@ -86,7 +80,7 @@ class Formatting {
     if (!mayChooseKind_) {
       if (const std::string why = whyNotFormattable(kind_, target_.type); !why.empty()) {
         context_.ui.noticeBox(why);
-        return FlowResult{FlowEnd::refused, Error::unsupportedFileSystem, 0};
+        return FlowResult{FlowEnd::refused, Error::unsupportedFileSystem};
       }
     }
     if (auto stopped = refuseWhenReadOnlyDisk(context_, drive_)) return stopped;
@@ -98,7 +92,7 @@ class Formatting {
     if (kind_)
       if (auto stopped = checkSize()) return stopped;
     if (auto stopped = refuseWhenInUse(context_, drive_, target_.extent)) return stopped;
-    if (options_.mode == FormatMode::afterCreate || !entry_) return std::nullopt;
+    if (!entry_) return std::nullopt;
     return askAboutBootManager(context_, drive_, *entry_);
   }
 
@@ -131,7 +125,6 @@ class Formatting {
     std::vector<const FileSystemKind*> kinds;
     if (kind_) {
       kinds.push_back(kind_);
-      if (takesAutomaticClusters(*kind_, target_.type)) return true;
     } else {
       const u64 sectors = target_.extent.endSector + 1 - target_.extent.startSector;
       for (const FileSystemKind* kind : context_.fileSystems.all())
@@ -139,24 +132,20 @@ class Formatting {
             whyNotFormattable(kind, kind->wantedType(sectors), sectors, drive_.sectorSize())
                 .empty())
           kinds.push_back(kind);
-      if (kinds.empty()) {
-        context_.ui.errorBox(formatErrorText(Error::invalidSizeForType));
-        return false;
-      }
     }
-    FormatModel model(std::move(kinds));
-    context_.ui.run(model);
-    clusterBytes_ = model.clusterBytes();
-    alignForNtfs_ = model.alignForNtfs;
+    if (kinds.empty()) {
+      context_.ui.errorBox(formatErrorText(Error::invalidSizeForType));
+      return false;
+    }
+    if (!step_.ask(std::move(kinds), target_.type)) return false;
     if (!kind_) {
-      kind_ = &model.kind();
+      kind_ = &step_.kind();
       settleTarget();
     }
-    return model.confirmed;
+    return true;
   }
 
   bool confirmErase() {
-    if (options_.mode == FormatMode::afterCreate) return true;
     const std::string erased = entry_ ? tallowin::format("All data on %s '%s' will be erased.",
                                                          kindWord(*entry_), name_.c_str())
                                       : std::string(
@@ -191,78 +180,23 @@ class Formatting {
     const Failure failed = change.end(drive_.changeProperties(*entry_, tableWish_));
     if (failed) {
       context_.ui.errorBox(tableErrorText(failed));
-      return {FlowEnd::failed, failed, 0};
+      return {FlowEnd::failed, failed};
     }
-    typeChanged_ = true;
-    return tell(format());
+    return step_.tell(format(), name_,
+                      tallowin::format("Its type in the partition table was changed to %s.",
+                                       std::string(kind_->name).c_str()));
   }
 
   // The kept table is the way back as long as nothing but the first sectors was overwritten.
   FlowResult formatInPlaceOfTable() {
     TableChange change(context_, drive_);
     if (auto stopped = change.begin(WriteTarget::wholeDisk())) return *stopped;
-    return tell(change.end(format()));
+    return step_.tell(change.end(format()), name_);
   }
 
   Failure format() {
-    traceLine(
-        context_.folders, "Format: %s, start %llu, %llu sectors, type %Xh",
-        describeDisk(drive_.disk()).c_str(),
-        static_cast<unsigned long long>(target_.extent.startSector),
-        static_cast<unsigned long long>(target_.extent.endSector + 1 - target_.extent.startSector),
-        target_.type);
-    FormatWish wish =
-        formatWishFor(drive_, target_, context_.options, context_.host.secondsSinceEpoch());
-    wish.clusterBytes = clusterBytes_;
-    wish.alignForNtfs = alignForNtfs_;
-    wish.surfaceScan = options_.surfaceScan;
-    wish.label = options_.label.value_or(entry_ && !isPlaceholder_ ? name_ : std::string());
-    JobOfFrontEnd job(context_);
-    const Failure failed = formatVolume(drive_, target_, *kind_, wish, job, report_);
-    traceLine(context_.folders, "Format: ended with %u, %llu bad clusters",
-              codeOf(!failed && report_.scanStopped ? Failure(Error::scanStopped) : failed),
-              static_cast<unsigned long long>(report_.badClusters));
-    return failed;
-  }
-
-  // What is on the disk after a format that did not end well.
-  std::string stateText() const {
-    std::string text =
-        report_.touched
-            ? "The partition is partly overwritten and must be formatted before it can be used."
-            : "What the partition holds was not changed.";
-    if (typeChanged_)
-      text += tallowin::format("\nIts type in the partition table was changed to %s.",
-                               std::string(kind_->name).c_str());
-    return text;
-  }
-
-  FlowResult tell(Failure failed) {
-    if (failed == Error::cancelled) {
-      context_.ui.noticeBox("Formatting was stopped.\n" + stateText());
-      return cancelled();
-    }
-    if (failed) {
-      context_.ui.errorBox(formatErrorText(failed) + "\n\n" + stateText());
-      return {FlowEnd::failed, failed, 0};
-    }
-    showSummary();
-    return {report_.badClusters != 0 ? FlowEnd::doneWithLosses : FlowEnd::done, Error::none, 0};
-  }
-
-  void showSummary() {
-    FormatSummary summary;
-    const SectorRange range{drive_.disk(), target_.extent.startSector,
-                            target_.extent.endSector + 1 - target_.extent.startSector};
-    if (!kind_->facts || kind_->facts(range, target_.type, CountClusters::no, summary.facts))
-      return;
-    summary.name = name_;
-    summary.typeName = types::name(target_.type);
-    summary.sizeText =
-        sizeText(target_.extent.startSector, target_.extent.endSector, drive_.sectorSize());
-    summary.report = report_;
-    FormatSummaryModel model(summary);
-    context_.ui.run(model);
+    const std::string own = entry_ && !isPlaceholder_ ? name_ : std::string();
+    return step_.format(target_, options_.label.value_or(own), options_.surfaceScan);
   }
 
   const OperationContext& context_;
@@ -271,14 +205,11 @@ class Formatting {
   const FormatOptions& options_;
   const FileSystemKind* kind_ = nullptr;
   bool mayChooseKind_ = false;  // the user says in the dialog what nothing else does
+  FormatStep step_;
   FormatTarget target_;
   EntryProperties tableWish_;
   std::string name_;
   bool isPlaceholder_ = false;
-  u32 clusterBytes_ = 0;
-  bool alignForNtfs_ = false;
-  bool typeChanged_ = false;
-  FormatReport report_;
 };
 
 }  // namespace

@@ -9,13 +9,7 @@
 
 namespace tallowin {
 
-enum class FormatMode {
-  fromList,    // with the boot-manager check and the erase question
-  afterCreate  // without them
-};
-
 struct FormatOptions {
-  FormatMode mode = FormatMode::fromList;
   bool surfaceScan = true;
   // The label; without one the partition's own name.
   std::optional<std::string> label = {};

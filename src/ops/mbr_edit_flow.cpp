@@ -30,7 +30,7 @@ FlowResult applyMbrEdit(const OperationContext& context, Drive& drive, MbrEditor
   keptTable = change.keptTable();
   if (error == Error::none) return {};
   context.ui.errorBox(mbrErrorText(error));
-  return {FlowEnd::failed, error, 0};
+  return {FlowEnd::failed, error};
 }
 
 }  // namespace tallowin

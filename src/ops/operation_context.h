@@ -26,12 +26,11 @@ enum class FlowEnd {
   failed,          // the reason was told
 };
 
-// The flow has told the user everything already; `code` and `phase` are for scripts. A flow that
+// The flow has told the user everything already; `code` is for scripts. A flow that
 // changed a table has read the drive again before it returns, so entries on hand are stale.
 struct [[nodiscard]] FlowResult {
   FlowEnd end = FlowEnd::done;
   Failure code = Error::none;
-  u32 phase = 0;
 
   bool succeeded() const { return end == FlowEnd::done || end == FlowEnd::doneWithLosses; }
 };

@@ -16,7 +16,7 @@ bool isConfirmed(const OperationContext& context, const char* title, const std::
 
 FlowResult failWith(const OperationContext& context, const std::string& what, Failure error) {
   context.ui.errorBox(what + tableErrorText(error));
-  return {FlowEnd::failed, error, 0};
+  return {FlowEnd::failed, error};
 }
 
 }  // namespace
@@ -26,11 +26,11 @@ FlowResult changePropertiesFlow(const OperationContext& context, Drive& drive,
   if (const auto refused = refuseWhenReadOnlyTable(context, drive)) return *refused;
   if (const auto refusal = refusedProperty(drive, entry, wanted)) {
     context.ui.noticeBox(refusal->why);
-    return {FlowEnd::refused, Error::unsupportedForm, 0};
+    return {FlowEnd::refused, Error::unsupportedForm};
   }
   if (!isConfirmed(context, "Properties",
                    "The entry of this partition is changed.\n" + describeTarget(drive, entry)))
-    return {FlowEnd::cancelled, Error::cancelled, 0};
+    return {FlowEnd::cancelled, Error::cancelled};
 
   TableChange change(context, drive);
   if (const auto stopped = change.begin(WriteTarget::tableOnly())) return *stopped;
@@ -46,7 +46,7 @@ FlowResult repairGptFlow(const OperationContext& context, Drive& drive) {
                        "\nBoth copies of the GPT are written anew from the one that was read;\n"
                        "partitions and data stay as they are.\n\nDisk: " +
                        describeDisk(drive.disk())))
-    return {FlowEnd::cancelled, Error::cancelled, 0};
+    return {FlowEnd::cancelled, Error::cancelled};
   TableChange change(context, drive);
   if (const auto stopped = change.begin(WriteTarget::tableOnly())) return *stopped;
   const Failure error = change.end(drive.repairGpt());

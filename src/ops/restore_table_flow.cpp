@@ -13,7 +13,7 @@ namespace {
 
 FlowResult refuse(const OperationContext& context, const std::string& text, Failure code) {
   context.ui.errorBox(text);
-  return {FlowEnd::refused, code, 0};
+  return {FlowEnd::refused, code};
 }
 
 std::string dateText(u64 secondsSinceEpoch) {
@@ -45,7 +45,7 @@ FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
   if (const auto stopped = refuseWhenReadOnlyDisk(context, drive)) return *stopped;
   if (const auto stopped = refuseWhenDriveInUse(context, drive)) return *stopped;
   if (!context.ui.confirm(Consent::general, "Restore Partition Table", question(drive, backup)))
-    return {FlowEnd::cancelled, Error::cancelled, 0};
+    return {FlowEnd::cancelled, Error::cancelled};
 
   TableChange change(context, drive);
   if (const auto stopped = change.begin(WriteTarget::wholeDisk())) return *stopped;
@@ -58,7 +58,7 @@ FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
     return refuse(context, "The kept partition table does not fit this disk.\nNothing was changed.",
                   error);
   context.ui.errorBox(tableErrorText(error));
-  return {FlowEnd::failed, error, 0};
+  return {FlowEnd::failed, error};
 }
 
 void tellWithUndo(const OperationContext& context, Drive& drive, const std::string& title,

@@ -14,7 +14,7 @@ namespace {
 
 FlowResult refuse(const OperationContext& context, const Failure& failure) {
   context.ui.errorBox(tableErrorText(failure));
-  return {FlowEnd::refused, failure, 0};
+  return {FlowEnd::refused, failure};
 }
 
 // Whether the disk still holds what the drive was read from, as far as that could be read.
@@ -33,7 +33,7 @@ std::optional<FlowResult> DiskWriteScope::begin(const WriteTarget& target) {
         format("Another program is changing this disk (%s).\n"
                "Nothing was changed. Please try again when it has ended.",
                describeDisk(drive_.disk()).c_str()));
-    return FlowResult{FlowEnd::refused, Error::lockNotMade, 0};
+    return FlowResult{FlowEnd::refused, Error::lockNotMade};
   }
   if (const Failure failed = checkTable(drive_)) return refuse(context_, failed);
   if (target.isWholeDisk()) return refuseWhenDriveInUse(context_, drive_);
@@ -61,7 +61,7 @@ std::optional<FlowResult> TableChange::keepTable() {
              describeDisk(drive_.disk()).c_str(), folder.c_str(), errorText(failed).c_str()),
       MessageKind::warning, ButtonSet::continueCancel);
   if (goesOn) return std::nullopt;
-  return FlowResult{FlowEnd::cancelled, Error::cancelled, 0};
+  return FlowResult{FlowEnd::cancelled, Error::cancelled};
 }
 
 Failure TableChange::end(const Failure& changed) {

@@ -6,7 +6,7 @@
 namespace tallowin {
 namespace {
 
-FlowResult refused(Failure code) { return {FlowEnd::refused, code, 0}; }
+FlowResult refused(Failure code) { return {FlowEnd::refused, code}; }
 
 }  // namespace
 
@@ -70,7 +70,7 @@ std::optional<FlowResult> askAboutBootManager(const OperationContext& context, D
                                   "Are you sure you want to continue?") +
                            "\n\n" + describeTarget(drive, entry);
   if (context.ui.confirm(Consent::general, "", text)) return std::nullopt;
-  return FlowResult{FlowEnd::cancelled, Error::cancelled, 0};
+  return FlowResult{FlowEnd::cancelled, Error::cancelled};
 }
 
 }  // namespace tallowin

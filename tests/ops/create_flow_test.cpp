@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "disk/disk_wrapper.h"
 #include "ops/flow_bench.h"
 #include "ops/format_model.h"
 #include "ops/format_summary_model.h"
@@ -10,6 +11,29 @@
 
 namespace tallowin {
 namespace {
+
+class CountingLocks : public DiskWrapper {
+ public:
+  using DiskWrapper::DiskWrapper;
+  u32 acquired = 0;
+
+ protected:
+  bool acquireLock() override { return ++acquired != 0; }
+};
+
+// Enters the values and presses OK, once and no more.
+std::function<void(CreateModel&)> tryOnce(const std::string& type, u32 sizeMiB,
+                                          const std::function<void(CreateModel&)>& then) {
+  return [=](CreateModel& model) {
+    model.name = "KEPT";
+    model.fileSystem = type;
+    model.sizeMiB.value = sizeMiB;
+    model.pass();
+    model.ok();
+    then(model);
+    if (model.isOpen()) model.cancel();
+  };
+}
 
 class CreateFlowTest : public FlowTest {
  protected:
@@ -39,21 +63,56 @@ TEST_F(CreateFlowTest, APartitionIsWrittenItsStartClearedAndTheOldTableKept) {
 TEST_F(CreateFlowTest, FatIsClearedAsFarAsItsBackupBootSectorAndNeverBeyondThePartition) {
   fill(2048, 2300);
   const auto drive = open(disk_);
-  ui_.expect<CreateModel>(enter("11", 100));
+  ui_.expect<CreateModel>(tryOnce("11", 100, [](CreateModel& model) {
+    EXPECT_TRUE(model.isOpen());
+    model.format = false;
+    model.ok();
+  }));
   ui_.expect<FormatModel>([](FormatModel& model) { model.cancel(); });
-  EXPECT_EQ(FlowEnd::cancelled, create(*drive).end);
+  EXPECT_EQ(FlowEnd::done, create(*drive).end);
   EXPECT_EQ("1 0Bh 2048..206847\n", tableOf(*drive));
   EXPECT_TRUE(isZero(2054));
   EXPECT_FALSE(isZero(2055));
 }
 
-TEST_F(CreateFlowTest, ANewPartitionIsFormattedWithoutAnEraseQuestion) {
+TEST_F(CreateFlowTest, WhoCancelsTheFormatGoesOnInTheDialogAndNothingIsWritten) {
   const auto drive = open(disk_);
+  MemoryDisk before = disk_.copy();
+  ui_.expect<CreateModel>(tryOnce("11", 100, [](CreateModel& model) {
+    EXPECT_TRUE(model.isOpen());
+    EXPECT_EQ(model.name, "KEPT");
+  }));
+  ui_.expect<FormatModel>([](FormatModel& model) { model.cancel(); });
+  EXPECT_EQ(FlowEnd::cancelled, create(*drive).end);
+  EXPECT_TRUE(disk_.sameContent(before));
+  EXPECT_EQ(0U, keptTables());
+}
+
+TEST_F(CreateFlowTest, ANewPartitionIsFormattedUnderTheLockThatItWasMadeUnder) {
+  const auto locks = std::make_shared<CountingLocks>(disk_);
+  const auto drive = open(locks);
   ui_.expect<CreateModel>(enter("6", 100));
   ui_.expect<FormatModel>([](FormatModel& model) { model.ok(); });
   ui_.expect<FormatSummaryModel>([](FormatSummaryModel& model) { model.ok(); });
   EXPECT_EQ(FlowEnd::done, create(*drive).end);
-  EXPECT_TRUE(ui_.messages.empty());
+  EXPECT_TRUE(ui_.messages.empty()) << "no question about what is erased";
+  EXPECT_EQ(1U, locks->acquired);
+  EXPECT_EQ(1U, keptTables());
+}
+
+TEST_F(CreateFlowTest, AfterAFailedWriteTheDialogIsOpenForAnotherTry) {
+  const auto faulty = std::make_shared<FaultyDisk>(disk_);
+  const auto drive = open(faulty);
+  faulty->failWrite(0, true);
+  ui_.expectMessage("The old table is still in place.");
+  ui_.expect<CreateModel>(tryOnce("131", 100, [&](CreateModel& model) {
+    EXPECT_TRUE(model.isOpen());
+    faulty->failWrite(kAllOnes32);
+    model.ok();
+    EXPECT_FALSE(model.isOpen());
+  }));
+  EXPECT_EQ(FlowEnd::done, create(*drive).end);
+  EXPECT_EQ("1 83h 2048..206847\n", tableOf(*drive));
 }
 
 TEST_F(CreateFlowTest, VolumesFillAnExtendedPartition) {

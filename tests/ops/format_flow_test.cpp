@@ -358,7 +358,6 @@ TEST_F(FormatFlowTest, EveryFailedTransferIsToldOrTheFileSystemIsSound) {
   fillPartitions();
   const Flow flow = [this](Drive& drive, ScriptedFrontEnd& ui) {
     FormatOptions options;
-    options.mode = FormatMode::afterCreate;
     options.surfaceScan = false;
     ui.expect<FormatModel>([](FormatModel& model) { model.ok(); });
     ui.answerOthers(MessageResult::ok);
