@@ -13,6 +13,7 @@
 #include "ptable/mbr/ebr_reader.h"
 #include "ptable/mbr/ebr_writer.h"
 #include "ptable/mbr/mbr_edit.h"
+#include "ptable/old_signatures.h"
 #include "ptable/scheme.h"
 #include "ptable/sector_swap.h"
 
@@ -288,6 +289,10 @@ Failure Drive::addVolumeOf(const NewEntry& entry) {
 }
 
 Failure Drive::remove(const PartitionEntry& entry) {
+  if (table_->isWholeDisk()) {
+    if (const Failure failed = checkUnchanged()) return failed;
+    return finishChange(removeWholeDiskVolume(*disk_));
+  }
   if (const Failure error = checkChange(); error != Error::none) return error;
   if (const auto* volume = dynamic_cast<const VolumeEntry*>(&entry)) {
     const TableEntry* container = containerOf(entry);

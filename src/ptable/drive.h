@@ -167,7 +167,8 @@ class Drive {
   // sectorsInUse, the table has to grow over what `content` keeps; and what checkChange answers.
   // read, write: the old table stands. writeFailedNewTable, writeFailedTableUnknown: see there.
   Failure add(const NewEntry& entry, TrackContent content = TrackContent::keep);
-  // Removes an entry from the tables on disk; an extended partition goes with its volumes.
+  // Removes an entry from the tables on disk; an extended partition goes with its volumes. A volume
+  // that fills the disk goes with all that it is recognised by.
   // Errors as for add.
   Failure remove(const PartitionEntry& entry);
   // Writes all that is wanted in one step. unsupportedForm: the table has no place for one of

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "base/bytes.h"
+#include "ptable/sector_swap.h"
 
 namespace tallowin {
 namespace {
@@ -81,6 +82,15 @@ Failure clearOldSignatures(DiskDevice& disk) {
     if (const Failure failed = disk.writeSectors(lba, sector.data(), 1)) return failed;
   }
   return {};
+}
+
+Failure removeWholeDiskVolume(DiskDevice& disk) {
+  TableSectorImage boot(disk, 0);
+  if (const Failure failed = boot.load()) return failed;
+  std::ranges::fill(boot.bytes(), u8{0});
+  if (const Failure failed = boot.store()) return failed;
+  if (const Failure failed = clearOldSignatures(disk)) return failed.as(Error::writeFailedNewTable);
+  return disk.flush().as(Error::writeFailedNewTable);
 }
 
 }  // namespace tallowin

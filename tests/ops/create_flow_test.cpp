@@ -104,13 +104,13 @@ TEST_F(CreateFlowTest, AfterAFailedWriteTheDialogIsOpenForAnotherTry) {
   const auto faulty = std::make_shared<FaultyDisk>(disk_);
   const auto drive = open(faulty);
   faulty->failWrite(0, true);
-  ui_.expectMessage("The old table is still in place.");
   ui_.expect<CreateModel>(tryOnce("131", 100, [&](CreateModel& model) {
     EXPECT_TRUE(model.isOpen());
     faulty->failWrite(kAllOnes32);
     model.ok();
     EXPECT_FALSE(model.isOpen());
   }));
+  ui_.expectMessage("The old table is still in place.");
   EXPECT_EQ(FlowEnd::done, create(*drive).end);
   EXPECT_EQ("1 83h 2048..206847\n", tableOf(*drive));
 }

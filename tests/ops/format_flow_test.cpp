@@ -360,7 +360,7 @@ TEST_F(FormatFlowTest, EveryFailedTransferIsToldOrTheFileSystemIsSound) {
     FormatOptions options;
     options.surfaceScan = false;
     ui.expect<FormatModel>([](FormatModel& model) { model.ok(); });
-    ui.answerOthers(MessageResult::ok);
+    ui.answerOthers(MessageResult::yes);
     expectSummary(ui);
     const FlowResult result = format(drive, ui, 1, options);
     ui.forget();

@@ -517,5 +517,28 @@ TEST(Convert, ADiskWithoutATableGetsAnEmptyOneWhenThatIsAllowed) {
   }
 }
 
+TEST(DriveWrite, AVolumeThatFillsTheDiskIsRemovedForOtherProgramsToo) {
+  const std::vector<std::string> makers[] = {{"mkfs.fat", "-F32", "IMAGE"},
+                                             {"mkfs.ext4", "-q", "-F", "IMAGE"},
+                                             {"mkfs.xfs", "-q", "IMAGE"},
+                                             {"mkfs.ntfs", "-q", "-F", "-f", "IMAGE"},
+                                             {"mkswap", "IMAGE"}};
+  for (const std::vector<std::string>& maker : makers) {
+    SCOPED_TRACE(maker.front());
+    if (!hasProgram(maker.front())) continue;
+    TableBench bench(diskFromCommands(400 * kMiB, 512, {maker}));
+    MemoryDisk before = bench.disk().copy();
+    TableBackup backup;
+    ASSERT_EQ(takeTableBackup(bench.drive(), 0, backup), Error::none);
+    ASSERT_EQ(bench.drive().remove(*bench.drive().table().entries.front()), Error::none);
+    EXPECT_EQ(bench.reopen().partitionCount(), 0U);
+    const TempFolder folder;
+    storeDisk(bench.disk(), folder.file("disk.img"));
+    EXPECT_EQ(runProgram({"blkid", "-p", "-o", "export", folder.file("disk.img")}).output, "");
+    EXPECT_EQ(restoreTable(bench.drive(), backup), Error::none);
+    EXPECT_TRUE(bench.disk().sameContent(before));
+  }
+}
+
 }  // namespace
 }  // namespace tallowin
