@@ -77,7 +77,8 @@ const std::array<Model::ActionRow, kActionCount> Model::kActions = {{
      .area = Area::besideList,
      .label = "&Format",
      .bit = kFormatBit,
-     .wantedRow = "Select a partition or volume to format, or the free space of a disk without any.",
+     .wantedRow =
+         "Select a partition or volume to format, or the free space of a disk without any.",
      .whyNot = &Model::whyNotThisType,
      .run = &Model::runFormat},
     {.action = Action::resize, .area = Area::besideList, .label = "&Resize", .bit = kResizeBit},

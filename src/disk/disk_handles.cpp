@@ -152,7 +152,8 @@ Failure DiskHandles::openTarget(const Target& target, DiskAccess access,
 
 std::shared_ptr<DiskDevice> DiskHandles::openImage(const Target& target, DiskAccess access,
                                                    Failure& failed) {
-  OpenedImage image = openImageFile(target.entry.path, access, kHardDiskKind, statedSectorSizeBytes_, sectorSizeProbe_);
+  OpenedImage image = openImageFile(target.entry.path, access, kHardDiskKind,
+                                    statedSectorSizeBytes_, sectorSizeProbe_);
   if (!image.disk) {
     lastFailure_ = std::move(image.reason);
     failed = image.error.as(Error::deviceNotOpened);

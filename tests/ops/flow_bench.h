@@ -30,7 +30,9 @@ class FlowTest : public OpsTest {
   void mount(u64 startSector, u64 sectors);
 
   // The context with another user.
-  OperationContext with(ScriptedFrontEnd& ui) { return {ui, host_, options_, folders_, fileSystems_}; }
+  OperationContext with(ScriptedFrontEnd& ui) {
+    return {ui, host_, options_, folders_, fileSystems_};
+  }
   using Flow = std::function<FlowResult(Drive&, ScriptedFrontEnd&)>;
   // What a flow with a failed transfer left behind.
   struct FaultRun {
