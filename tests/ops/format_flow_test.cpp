@@ -254,8 +254,8 @@ TEST_F(FormatFlowTest, AWholeDiskBecomesAVolumeWithoutATable) {
 
 TEST_F(FormatFlowTest, BadClustersAreALossAndPlaceholdersNoLabels) {
   FaultyDisk faulty(disk_);
-  const PartitionEntry& first = *open(disk_)->findByKernelNumber(1);
-  faulty.failReadsOf({first.endSector - 100, first.endSector - 100});
+  const u64 bad = open(disk_)->findByKernelNumber(1)->endSector - 100;
+  faulty.failReadsOf({bad, bad});
   const auto drive = open(borrowed(faulty));
   expectDialogs(ui_);
   ui_.expect<FormatSummaryModel>([](FormatSummaryModel& model) {
