@@ -55,7 +55,7 @@ class Formatting {
 
   void settleTarget() {
     if (!entry_) {
-      name_ = describeDisk(drive_.disk());
+      name_ = "Whole disk";
       if (kind_)
         target_ = wholeDiskTarget(drive_, *kind_);
       else
