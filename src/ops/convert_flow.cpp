@@ -91,13 +91,13 @@ Failure convert(const OperationContext& context, Drive& drive, Scheme target,
 
 bool saveTrack(const OperationContext& context, Drive& drive) {
   const std::string path = firstTrackPath(context, drive);
-  const Failure error =
-      makeFolders(context.folders.state) ? saveFirstTrack(drive, path) : Error::cannotCreate;
-  if (error == Error::none) return true;
+  Failure failed = makeFolders(context.folders.state);
+  if (!failed) failed = saveFirstTrack(drive, path);
+  if (!failed) return true;
   context.ui.errorBox(
-      format("The first track of the disk could not be saved to\n%s.\n\n"
+      format("The first track of the disk could not be saved to\n%s.\n%s\n\n"
              "Nothing was changed. Please make room there and try again.",
-             path.c_str()));
+             path.c_str(), errorText(failed).c_str()));
   return false;
 }
 

@@ -1,7 +1,5 @@
 #include "ops/table_change.h"
 
-#include <cerrno>
-
 #include "base/text.h"
 #include "ops/error_text.h"
 #include "ops/target_check.h"
@@ -49,9 +47,8 @@ std::optional<FlowResult> TableChange::begin(const WriteTarget& target) {
 std::optional<FlowResult> TableChange::keepTable() {
   const std::string folder = context_.folders.backupFolder();
   if (folder.empty()) return std::nullopt;  // none is wanted
-  const Failure failed = makeFolders(folder)
-                             ? keepOldTable(drive_, folder, context_.host, &keptTable_)
-                             : Failure(Error::cannotCreate, errno);
+  Failure failed = makeFolders(folder);
+  if (!failed) failed = keepOldTable(drive_, folder, context_.host, &keptTable_);
   if (!failed) return std::nullopt;
   if (failed == Error::read) return refuse(context_, failed);
   const bool goesOn = context_.ui.confirm(

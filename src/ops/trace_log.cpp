@@ -15,7 +15,7 @@ void traceLine(const ProgramFolders& folders, const char* pattern, ...) {
   va_start(arguments, pattern);
   const std::string line = formatList(pattern, arguments) + "\n";
   va_end(arguments);
-  if (!makeFolders(folders.state)) return;
+  if (makeFolders(folders.state)) return;
   const int file =
       ::open(folders.traceFile().c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
   if (file < 0) return;

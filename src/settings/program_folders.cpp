@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
@@ -54,10 +55,12 @@ ProgramFolders ProgramFolders::find(const std::string& programPath,
   return folders;
 }
 
-bool makeFolders(const std::string& folder) {
-  std::error_code error;
-  fs::create_directories(folder, error);
-  return fs::is_directory(folder, error);
+Failure makeFolders(const std::string& folder) {
+  std::error_code failed;
+  fs::create_directories(folder, failed);
+  std::error_code unknown;
+  if (fs::is_directory(folder, unknown)) return {};
+  return {Error::cannotCreate, failed ? failed.value() : ENOTDIR};
 }
 
 }  // namespace tallowin

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "base/error.h"
+
 namespace tallowin {
 
 // The value of an environment variable.
@@ -33,7 +35,7 @@ struct ProgramFolders {
                              const EnvironmentLookup& environment = processEnvironment);
 };
 
-// Makes the folder and those above it. False when that is not possible.
-[[nodiscard]] bool makeFolders(const std::string& folder);
+// Makes the folder and those above it. cannotCreate.
+Failure makeFolders(const std::string& folder);
 
 }  // namespace tallowin

@@ -32,8 +32,8 @@ Failure SettingsFile::update(const Change& change) const {
   const bool isNew = isMissing(path_);
   if (!isNew) {
     if (const Failure failed = loadTextFile(path_, before, kMostBytes)) return failed;
-  } else if (!makeFolders(folderOf(path_))) {
-    return Error::cannotCreate;
+  } else if (const Failure failed = makeFolders(folderOf(path_))) {
+    return failed;
   }
   SettingsText text(before);
   if (isNew) {

@@ -79,10 +79,10 @@ TEST(ProgramFolders, AFileBesideTheProgramWinsAlsoWhenItsFolderCannotBeWritten) 
 
 TEST(ProgramFolders, MakingThemSaysWhenThatIsNotPossible) {
   const TempFolder folder;
-  EXPECT_TRUE(makeFolders(folder.file("a/b/c")));
-  EXPECT_TRUE(makeFolders(folder.file("a/b/c")));
+  EXPECT_EQ(makeFolders(folder.file("a/b/c")), Error::none);
+  EXPECT_EQ(makeFolders(folder.file("a/b/c")), Error::none);
   folder.write("file", "x");
-  EXPECT_FALSE(makeFolders(folder.file("file/d")));
+  EXPECT_EQ(makeFolders(folder.file("file/d")).systemError, ENOTDIR);
 }
 
 }  // namespace
