@@ -22,8 +22,7 @@ Control enabledIf(bool condition, const char* whyNot) {
 DriveSettingsModel::DriveSettingsModel(const DriveSettingsRecord& record, const Options& options,
                                        const DriveFacts& facts,
                                        const std::optional<EmbrPrimaries>& embr)
-    : driveLine(format("%s: %u", "Drive", record.driveNumber & kMaxDriveNumber)),
-      cylinders{0, 0, kMaxCylinderIndex},
+    : cylinders{0, 0, kMaxCylinderIndex},
       heads{0, 0, kMaxHeadIndex},
       sectors{0, 0, kMaxSectorsPerTrack},
       before_(record),
@@ -111,7 +110,6 @@ void DriveSettingsModel::enable() {
 }
 
 void DriveSettingsModel::pass() {
-  for (NumberField* number : {&cylinders, &heads, &sectors}) number->setValue(number->value);
   // Ticks that show global values are not the drive's own.
   if (!showsGlobal_) readTicks();
   own_.useGlobalSettings = useGlobalSettings.ticked;
@@ -127,6 +125,13 @@ void DriveSettingsModel::ok() {
   if (!store || !store()) return;
   confirmed = true;
   close();
+}
+
+std::string DriveSettingsModel::problem() const {
+  for (const std::string& why :
+       {cylinders.problem("Cylinders"), heads.problem("Heads"), sectors.problem("Sectors")})
+    if (!why.empty()) return why;
+  return {};
 }
 
 DriveSettingsRecord DriveSettingsModel::result() const {

@@ -32,7 +32,7 @@ class DriveSettingsModel : public DialogModel {
                      const DriveFacts& facts, const std::optional<EmbrPrimaries>& embr);
 
   std::string title = "Drive Settings";
-  std::string driveLine;  // "Drive: 0"
+  std::string driveLine;  // "Drive: 0", or "Drive: disk.img"
 
   NumberField cylinders;
   NumberField heads;
@@ -61,6 +61,8 @@ class DriveSettingsModel : public DialogModel {
   std::function<bool()> store;
   bool confirmed = false;  // set by OK
 
+  // What is wrong with a number that was typed, as a sentence; empty when nothing is.
+  std::string problem() const;
   // What OK makes of the record, and the keys that it writes with Save as Default.
   DriveSettingsRecord result() const;
   DriveKeys keysToSave() const;

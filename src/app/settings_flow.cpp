@@ -29,11 +29,22 @@ DriveSettingsRecord& recordOf(const SettingsContext& context, Drive& drive) {
   return context.session.driveSettings(drive.driveNumber(), drive.disk().traits().path);
 }
 
+// The number of a device as its list counts, an image by its file.
+std::string nameOf(Drive& drive) {
+  if (drive.driveNumber() >> 16 == static_cast<u32>(DriveClass::device))
+    return std::to_string(drive.driveNumber());
+  const std::string& path = drive.disk().traits().path;
+  return path.substr(path.rfind('/') + 1);
+}
+
 // The page of the current drive, if there is one.
 std::unique_ptr<DriveSettingsModel> drivePage(const SettingsContext& context, Drive* drive) {
   if (!drive) return nullptr;
-  return std::make_unique<DriveSettingsModel>(recordOf(context, *drive), context.session.options(),
-                                              driveFacts(*drive), embrPrimaries(*drive));
+  auto page =
+      std::make_unique<DriveSettingsModel>(recordOf(context, *drive), context.session.options(),
+                                           driveFacts(*drive), embrPrimaries(*drive));
+  page->driveLine = "Drive: " + nameOf(*drive);
+  return page;
 }
 
 bool takesSettings(const Drive& drive) {
@@ -46,6 +57,10 @@ const char* limitFailure(bool on) {
 
 // False when the record could not be saved; nothing was changed then, and the user was told.
 bool storeDrive(const SettingsContext& context, Drive& drive, const DriveSettingsModel& model) {
+  if (const std::string why = model.problem(); !why.empty()) {
+    context.ui.errorBox(why);
+    return false;
+  }
   const DriveSettingsRecord record = model.result();
   const SettingsFile& file = context.session.settingsFile();
   if (model.saveAsDefault.ticked && file.writeDrive(record, model.keysToSave()) != Error::none) {
@@ -90,11 +105,10 @@ bool storeOptions(const SettingsContext& context, const Options& wanted) {
 
 bool editDriveSettings(const SettingsContext& context, Drive& drive) {
   if (!takesSettings(drive)) return false;
-  DriveSettingsModel model(recordOf(context, drive), context.session.options(), driveFacts(drive),
-                           embrPrimaries(drive));
-  model.store = [&] { return storeDrive(context, drive, model); };
-  context.ui.run(model);
-  return model.confirmed;
+  const std::unique_ptr<DriveSettingsModel> model = drivePage(context, &drive);
+  model->store = [&] { return storeDrive(context, drive, *model); };
+  context.ui.run(*model);
+  return model->confirmed;
 }
 
 bool editSettingsOfDrives(const SettingsContext& context, std::size_t firstBus) {

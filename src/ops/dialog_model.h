@@ -1,7 +1,7 @@
 // The base of every dialog's state.
 #pragma once
 
-#include <algorithm>
+#include <optional>
 #include <string>
 
 #include "base/types.h"
@@ -15,19 +15,21 @@ struct Control {
   std::string whyDisabled;  // the tooltip while it is disabled; never empty then
 };
 
-// The value and the range of a number field.
+// A whole number of a range. What is typed is taken over as soon as it is one; until then it stays
+// as it was typed, and the value as it was before.
 struct NumberField {
   u32 value = 0;
   u32 minimum = 0;
   u32 maximum = 0;
+  std::optional<std::string> typed = {};  // what is no number of the range
 
-  // The value moves into the new range.
-  void setRange(u32 low, u32 high) {
-    minimum = low;
-    maximum = high;
-    setValue(value);
-  }
-  void setValue(u32 wanted) { value = std::clamp(wanted, minimum, maximum); }
+  // A value that leaves the new range moves into it.
+  void setRange(u32 low, u32 high);
+  void setValue(u32 wanted);
+  void type(const std::string& text);
+  std::string text() const { return typed.value_or(std::to_string(value)); }
+  // What is wrong with what was typed, as a sentence; empty when nothing is.
+  std::string problem(const char* fieldName) const;
 };
 
 // A plain object with the dialog's fields, which of them are shown, enabled and valid. It knows

@@ -39,6 +39,31 @@ FileSystemKind toyKind(std::string_view name) {
   return kind;
 }
 
+TEST(NumberField, WhatIsNoNumberOfTheRangeIsSaidAndNothingIsClamped) {
+  struct Case {
+    const char* typed;
+    u32 value;
+    bool isFine;
+  };
+  for (const Case& c : {Case{"12", 12, true},
+                        {"0012", 12, true},
+                        {"100", 100, true},
+                        {"12.7", 50, false},
+                        {"-5", 50, false},
+                        {"", 50, false},
+                        {"0x10", 50, false},
+                        {"101", 50, false},
+                        {"99999999999999999999999", 50, false}}) {
+    NumberField field{50, 0, 100};
+    field.type(c.typed);
+    EXPECT_EQ(field.value, c.value) << c.typed;
+    EXPECT_EQ(
+        field.problem("Size"),
+        c.isFine ? "" : std::string("Size: \"") + c.typed + "\" is no whole number from 0 to 100.");
+    EXPECT_EQ(field.text(), c.isFine ? std::to_string(c.value) : c.typed);
+  }
+}
+
 TEST(FormatModel, TheChoicesAreThoseOfTheKind) {
   FileSystemKind wide = toyKind("wide");
   wide.clusterChoices = kToyClusters;

@@ -13,7 +13,7 @@ constexpr int kHeight = 295;
 constexpr int kRow = kFieldHeight + 4;
 constexpr int kFieldX = 127;
 constexpr int kFieldWidth = kWidth - kMargin - 5 - kFieldX;
-constexpr int kNumberWidth = 74;
+constexpr int kNumberWidth = 82;  // seven digits
 
 // The three frames, and the first row in each.
 constexpr int kInformationY = 24;
@@ -37,7 +37,7 @@ CreateView::CreateView(CreateModel& model)
     fileSystem_->addSuggestion(choice.label);
   y += kRow;
   size_ = new NumberInput(kFieldX, y, kNumberWidth, kFieldHeight, "&Size - MiB");
-  winNtOnly_ = addText(kFieldX + kNumberWidth + 2, y, kFieldWidth - kNumberWidth - 2, kFieldHeight,
+  winNtOnly_ = addText(kFieldX + kNumberWidth, y, kFieldWidth - kNumberWidth + 3, kFieldHeight,
                        "Win NT+ Only!", FL_ALIGN_RIGHT);
 
   addFrame(kMargin, kLocationY, kWidth - 2 * kMargin, 2 * kRow + kInset, "Location");
@@ -57,9 +57,9 @@ CreateView::CreateView(CreateModel& model)
 void CreateView::read() {
   model_.name = name_->value();
   model_.fileSystem = fileSystem_->value();
-  model_.sizeMiB.setValue(size_->value());
-  model_.freeBeforeMiB.setValue(before_->value());
-  model_.freeAfterMiB.setValue(after_->value());
+  model_.sizeMiB.type(size_->text());
+  model_.freeBeforeMiB.type(before_->text());
+  model_.freeAfterMiB.type(after_->text());
   model_.format = format_->value() != 0;
   model_.multiOs = multiOs_->value() != 0;
 }

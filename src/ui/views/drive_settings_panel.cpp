@@ -80,7 +80,7 @@ DriveSettingsPanel::DriveSettingsPanel(int x, int y) {
 
 void DriveSettingsPanel::read(DriveSettingsModel& model) const {
   for (std::size_t i = 0; i < numbers_.size(); ++i)
-    (model.*kNumbers[i].field).setValue(numbers_[i]->value());
+    (model.*kNumbers[i].field).type(numbers_[i]->text());
   for (std::size_t i = 0; i < kTicks; ++i)
     (model.*kTickPlaces[i].tick).ticked = ticks_[i]->value() != 0;
 }

@@ -4,9 +4,6 @@
 #include <FL/Fl_Menu_Button.H>
 #include <FL/fl_draw.H>
 
-#include <cstdlib>
-#include <limits>
-
 #include "ui/widgets/layout.h"
 
 namespace tallowin {
@@ -64,26 +61,20 @@ NumberInput::NumberInput(int x, int y, int width, int height, const char* label)
   }
 }
 
-u64 NumberInput::entered() const { return std::strtoull(entry_.value(), nullptr, 10); }
-
-u32 NumberInput::value() const {
-  NumberField field = range_;
-  field.setValue(static_cast<u32>(std::min<u64>(entered(), std::numeric_limits<u32>::max())));
-  return field.value;
-}
-
 void NumberInput::display(const NumberField& field) {
+  NumberField shown = field;
+  shown.type(text());
   range_ = field;
-  const bool isTyping =
-      Fl::focus() == &entry_ && value() == field.value && entered() <= field.maximum;
-  const std::string text = std::to_string(field.value);
-  if (!isTyping && text != entry_.value()) entry_.value(text.c_str());
+  // "012" stays while it is typed; what is no number stays until it is one.
+  const bool isSame = !shown.typed && !field.typed && shown.value == field.value;
+  if (!isSame && field.text() != text()) entry_.value(field.text().c_str());
 }
 
 void NumberInput::step(i64 difference) {
-  const i64 wanted = static_cast<i64>(value()) + difference;
+  range_.type(text());
+  const i64 wanted = static_cast<i64>(range_.value) + difference;
   range_.setValue(wanted < 0 ? 0 : static_cast<u32>(wanted));
-  entry_.value(std::to_string(range_.value).c_str());
+  entry_.value(range_.text().c_str());
   do_callback();
 }
 
@@ -112,7 +103,7 @@ int NumberInput::Entry::handle(int event) {
         break;
     }
   }
-  return Fl_Int_Input::handle(event);
+  return Fl_Input::handle(event);
 }
 
 MenuInput::MenuInput(int x, int y, int width, int height, const char* label)

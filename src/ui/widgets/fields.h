@@ -21,21 +21,20 @@ class NumberInput : public Fl_Group {
  public:
   NumberInput(int x, int y, int width, int height, const char* label);
 
-  // The entered number moved into the range of the last display(); nothing entered counts as 0.
-  u32 value() const;
-  // Takes the range, and the value unless it is what the user is just typing.
+  // As it was entered.
+  std::string text() const { return entry_.value(); }
+  // Takes the range, and the text unless it says the same.
   void display(const NumberField& field);
 
  private:
-  class Entry : public Fl_Int_Input {
+  class Entry : public Fl_Input {
    public:
-    Entry(int x, int y, int width, int height) : Fl_Int_Input(x, y, width, height) {}
+    Entry(int x, int y, int width, int height) : Fl_Input(x, y, width, height) {}
     int handle(int event) override;
   };
 
   static void onArrow(Fl_Widget* button, void* input);
   void step(i64 difference);
-  u64 entered() const;
 
   Entry entry_;
   Fl_Repeat_Button up_;
