@@ -31,7 +31,7 @@ const char* whatWasLacking(Consent consent) {
       break;
   }
   return " --yes does not answer that, and nothing was changed. Repeat it on a terminal and answer "
-         "y, or change the table with 'convert' and its --overwrite.";
+         "y; convert takes --overwrite too.";
 }
 
 }  // namespace

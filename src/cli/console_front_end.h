@@ -25,7 +25,9 @@ class ConsoleFrontEnd : public FrontEnd {
 
   void setDialogHandler(DialogHandler handler) { handler_ = std::move(handler); }
 
-  // What message boxes with nothing but an OK button said, each on one line.
+  // Something to tell beside the result, in words and to scripts.
+  void note(const std::string& text) { told_.push_back(text); }
+  // What notes and message boxes with nothing but an OK button said, each on one line.
   const std::vector<std::string>& told() const { return told_; }
   // The consent that was wanted and that nobody gave; that of Consent::general only when nobody was
   // there to give it. For the others the text of the question was told.

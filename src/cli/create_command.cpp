@@ -13,6 +13,7 @@
 #include "ops/create_model.h"
 #include "ops/format_flow.h"
 #include "ops/format_model.h"
+#include "ops/format_summary_model.h"
 #include "ops/property_rules.h"
 #include "ops/target_text.h"
 #include "probe/type_catalogue.h"
@@ -46,10 +47,16 @@ class CreateAnswers {
         blockSectors_(block.sectorCount()) {}
 
   const std::string& refusal() const { return refusal_; }
+  // Of the format: what is not as it was wished for.
+  const std::vector<std::string>& notes() const { return notes_; }
 
   void fill(DialogModel& model) {
     if (auto* create = dynamic_cast<CreateModel*>(&model)) fillCreate(*create);
     if (auto* cluster = dynamic_cast<FormatModel*>(&model)) fillFormat(*cluster);
+    if (auto* summary = dynamic_cast<FormatSummaryModel*>(&model)) {
+      notes_ = summary->notes;
+      summary->ok();
+    }
   }
 
  private:
@@ -145,6 +152,7 @@ class CreateAnswers {
   bool isVolume_;
   u64 blockSectors_;
   std::string refusal_;
+  std::vector<std::string> notes_;
 };
 
 std::set<u64> usedStarts(Drive& drive) {
@@ -161,7 +169,8 @@ std::optional<ListedRow> newRow(Drive& drive, const std::set<u64>& before) {
   return std::nullopt;
 }
 
-void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& before) {
+void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& before,
+                   const std::vector<std::string>& notes) {
   if (const auto row = newRow(drive, before)) {
     if (context.options.json) {
       writePartition(context.json, context.session.fileSystems(), drive, *row);
@@ -169,6 +178,7 @@ void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& b
       std::printf("Created %s\n", rowText(drive, *row).c_str());
     }
   }
+  for (const std::string& note : notes) context.ui.note(note);
 }
 
 CommandResult noFreeBlock(const std::string& path, const std::optional<u32>& wanted,
@@ -248,7 +258,7 @@ CommandResult CreateCommand::run(CommandContext& context) {
           format("Partition %u was created, but not formatted. ", *row->number) + result.message;
     return result;
   }
-  reportCreated(context, drive, before);
+  reportCreated(context, drive, before, answers.notes());
   return endChange(context, target, hadErrors, std::move(result));
 }
 

@@ -84,11 +84,11 @@ void reportInWords(Drive& drive, const ListedRow* row, const FormatAnswers& answ
   std::printf("Formatted%s\n", row ? (" " + rowText(drive, *row)).c_str()
                                    : "; the disk could not be read again afterwards.");
   for (const std::string& line : answers.summary) std::printf("  %s\n", line.c_str());
-  for (const std::string& note : answers.notes) std::printf("  Note: %s\n", note.c_str());
 }
 
 // The format was done: that it cannot be read back now is no failure of it.
 void report(CommandContext& context, Target& target, const FormatAnswers& answers) {
+  for (const std::string& note : answers.notes) context.ui.note(note);
   Drive& drive = *target.drive;
   // What the list says of a partition depends on what lies in it.
   static_cast<void>(drive.reread());
@@ -104,9 +104,6 @@ void report(CommandContext& context, Target& target, const FormatAnswers& answer
     writeFacts(context.json, facts);
   else
     context.json.null("file_system");
-  context.json.beginArray("notes");
-  for (const std::string& note : answers.notes) context.json.text(nullptr, note);
-  context.json.endArray();
 }
 
 class FormatCommand : public Command {

@@ -69,11 +69,10 @@ std::optional<TrackContent> acceptedLoss(const OperationContext& context, Drive&
                                          Scheme target) {
   const auto lost = overwrittenByTable(drive, target);
   if (!lost) return TrackContent::keep;
-  const bool insists =
-      context.ui.confirm(Consent::insist, kTitle,
-                         format("This change would destroy %s.\n"
-                                "A system that starts from it will not start any more.\n\n%s",
-                                lost->c_str(), kSure));
+  const bool insists = context.ui.confirm(Consent::insist, kTitle,
+                                          format("This change would destroy %s.\n"
+                                                 "What needs it will not work any more.\n\n%s",
+                                                 lost->c_str(), kSure));
   return insists ? std::optional(TrackContent::overwrite) : std::nullopt;
 }
 
@@ -122,7 +121,7 @@ Failure convertAndRestore(const OperationContext& context, Drive& drive, Scheme 
 FlowResult changeTo(const OperationContext& context, Drive& drive, Scheme scheme,
                     const WriteTarget& target, std::string& keptTable,
                     const EarlierMbr* earlier = nullptr) {
-  if (drive.scheme() == scheme) return {};
+  if (drive.scheme() == scheme && !lacksBootSector(drive)) return {};
   const auto content = acceptedLoss(context, drive, scheme);
   if (!content) return stoppedByUser();
   TableChange change(context, drive);
@@ -175,6 +174,8 @@ std::string undoText(const std::string& disk, const std::string& keptTable) {
 FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme target,
                        std::string& keptTable) {
   if (const auto stopped = refuseWhenReadOnlyOrMounted(context, drive)) return *stopped;
+  if (target == Scheme::mbr && lacksBootSector(drive))
+    return makeFirstTable(context, drive, keptTable);
   if (!hasTable(drive)) {
     if (target == Scheme::mbr) return makeFirstTable(context, drive, keptTable);
     return refuse(context, "The disk has no partition table.\nMake an MBR first.", Error::noTable);

@@ -71,6 +71,10 @@ class Creation {
   // The OK button: true when the dialog is to close, because the entry was written, or could not
   // be written. False, with the reason told, leaves the block and the disk as they are.
   bool tryToCreate(const CreateModel& model) {
+    for (const std::string& why :
+         {model.sizeMiB.problem("Size"), model.freeBeforeMiB.problem("Free Space Before"),
+          model.freeAfterMiB.problem("Free Space After")})
+      if (!why.empty()) return refuse(why);
     const u32 value = model.fileSystemValue();
     if ((model.name.empty() && !model.nameIsOptional) || value == 0 || model.sizeMiB.value == 0)
       return refuse("You must enter a Name, File System, and Size to continue.");
@@ -103,6 +107,7 @@ class Creation {
     // wished.
     const FormatTarget target = formatTargetOf(drive_, *created, type_);
     const std::string name = created->name;
+    format_->contentIsGone();  // Create has cleared its first sectors
     return format_->tell(format_->format(target, model.label.value_or(labelOf(model))), name);
   }
 
@@ -180,8 +185,8 @@ class Creation {
           "that holds something of another program, which may be a boot loader.",
           disk.c_str());
     return format(
-        "This disk (%s) has no partition table, but it holds %s.\n"
-        "A new table would overwrite the start of it.",
+        "This disk (%s) has no partitions, but it holds %s.\n"
+        "A new partition would overwrite a part of it.",
         disk.c_str(),
         namedDiskContent(drive_.disk()).value_or("something of another program").c_str());
   }

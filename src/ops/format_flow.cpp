@@ -1,7 +1,6 @@
 #include "ops/format_flow.h"
 
 #include "base/text.h"
-#include "disk/mbr_record.h"
 #include "ops/create_model.h"
 #include "ops/error_text.h"
 #include "ops/format_step.h"
@@ -17,9 +16,9 @@ namespace {
 FlowResult cancelled() { return {FlowEnd::cancelled, Error::cancelled}; }
 
 // Of a partition that no table and no file system gives a name.
-bool isPlaceholderName(const PartitionEntry& entry) {
+bool isUnnamed(const PartitionEntry& entry) {
   return entry.name == kUnlabelledWholeDisk || entry.name == kNewMbrEntryName ||
-         entry.name == format("MBR %d", entry.tableIndex);
+         isPlaceholderName(entry);
 }
 
 // One run of the flow, for a partition or, without an entry, for the whole disk.
@@ -63,7 +62,7 @@ class Formatting {
       return;
     }
     name_ = entry_->name;
-    isPlaceholder_ = isPlaceholderName(*entry_);
+    isPlaceholder_ = isUnnamed(*entry_);
     u16 type = options_.type.value_or(entry_->type);
     if (kind_ && !options_.type) type = typeForKind(drive_, *entry_, *kind_);
     target_ = formatTargetOf(drive_, *entry_, type);
@@ -155,22 +154,14 @@ class Formatting {
         entry_ ? describeTarget(drive_, *entry_) : "Disk: " + describeDisk(drive_.disk());
     const std::string text = erased + "\n\nAre you sure you want to continue?\n\n" + target;
     if (!context_.ui.confirm(Consent::general, "Format", text, MessageKind::question)) return false;
-    if (entry_) return true;
-    const std::optional<std::string> content = contentWithoutTable();
+    if (entry_ || drive_.scheme() == Scheme::wholeDisk) return true;
+    const std::optional<std::string> content = namedDiskContent(drive_.disk());
     return !content ||
            context_.ui.confirm(Consent::insist, "Format",
                                tallowin::format("This disk has no partitions, but it holds %s.\n"
                                                 "Are you sure you want to continue?\n\n",
                                                 content->c_str()) +
                                    target);
-  }
-
-  // Of a disk with an empty table: that may be given up.
-  std::optional<std::string> contentWithoutTable() {
-    std::vector<u8> first(drive_.sectorSize());
-    if (drive_.disk().readSectors(0, first.data(), 1)) return "sectors that cannot be read";
-    const bool hasTable = recordAt<MbrRecord>(std::span<const u8>(first))->signature.isValid();
-    return hasTable ? std::nullopt : namedDiskContent(drive_.disk());
   }
 
   // Under one lock, with one kept table.

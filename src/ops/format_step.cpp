@@ -61,7 +61,7 @@ FlowResult FormatStep::tell(const Failure& failed, const std::string& name,
 }
 
 std::string FormatStep::stateText() const {
-  return report_.touched
+  return report_.touched || isGone_
              ? "The partition is partly overwritten and must be formatted before it can be used."
              : "What the partition holds was not changed.";
 }

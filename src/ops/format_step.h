@@ -27,6 +27,8 @@ class FormatStep {
 
   // An empty label: none. Errors of formatVolume.
   Failure format(const FormatTarget& target, const std::string& label, bool surfaceScan = true);
+  // What the target held is known to be gone, whatever becomes of the format.
+  void contentIsGone() { isGone_ = true; }
   // Says what became of it: the summary, or what is on the disk now; `tableText` is a further
   // sentence for that. doneWithLosses: the scan found bad clusters.
   FlowResult tell(const Failure& failed, const std::string& name,
@@ -43,6 +45,7 @@ class FormatStep {
   bool alignForNtfs_ = false;
   FormatTarget target_;
   FormatReport report_;
+  bool isGone_ = false;
 };
 
 }  // namespace tallowin

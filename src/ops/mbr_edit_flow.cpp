@@ -26,6 +26,9 @@ FlowResult applyMbrEdit(const OperationContext& context, Drive& drive, MbrEditor
   if (const auto stopped = refuseWhenReadOnlyDisk(context, drive)) return *stopped;
   TableChange change(context, drive);
   if (const auto stopped = change.begin(WriteTarget::tableOnly())) return *stopped;
+  for (const SectorRegion& region : editor.givenUp())
+    if (const auto stopped = refuseWhenInUse(context, drive, {region.first, region.last}))
+      return *stopped;
   const Failure error = change.end(editor.apply());
   keptTable = change.keptTable();
   if (error == Error::none) return {};

@@ -1,5 +1,6 @@
 #include "ops/table_change.h"
 
+#include "base/stop_request.h"
 #include "base/text.h"
 #include "ops/error_text.h"
 #include "ops/target_check.h"
@@ -33,6 +34,7 @@ std::optional<FlowResult> DiskWriteScope::begin(const WriteTarget& target) {
                describeDisk(drive_.disk()).c_str()));
     return FlowResult{FlowEnd::refused, Error::lockNotMade};
   }
+  if (stopRequested()) return FlowResult{FlowEnd::cancelled, Error::cancelled};
   if (const Failure failed = checkTable(drive_)) return refuse(context_, failed);
   if (target.isWholeDisk()) return refuseWhenDriveInUse(context_, drive_);
   if (!target.extent()) return std::nullopt;
@@ -41,7 +43,10 @@ std::optional<FlowResult> DiskWriteScope::begin(const WriteTarget& target) {
 
 std::optional<FlowResult> TableChange::begin(const WriteTarget& target) {
   if (auto stopped = scope_.begin(target)) return stopped;
-  return keepTable();
+  if (auto stopped = keepTable()) return stopped;
+  // The last moment at which nothing was written.
+  if (stopRequested()) return FlowResult{FlowEnd::cancelled, Error::cancelled};
+  return std::nullopt;
 }
 
 std::optional<FlowResult> TableChange::keepTable() {

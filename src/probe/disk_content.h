@@ -1,4 +1,4 @@
-// What a disk without a partition table holds all the same.
+// What a disk without partitions holds all the same.
 #pragma once
 
 #include <optional>
@@ -8,10 +8,10 @@
 
 namespace tallowin {
 
-// Names what is on a disk whose first sector has no boot signature, as the object of a sentence
-// ("a LUKS container"): known headers, the remains of a GPT, or anything in the first sector but
-// a disk signature. Nothing when the disk may be taken for a blank one. What cannot be read counts
-// as something.
+// Names what is on a disk without a table, or with an empty one, as the object of a sentence ("a
+// LUKS container"): known headers, a GPT that the first sector does not tell of, or, where that has
+// no boot signature, anything in it but a disk signature. Nothing when the disk may be taken for a
+// blank one. What cannot be read counts as something.
 std::optional<std::string> namedDiskContent(DiskDevice& disk);
 
 }  // namespace tallowin

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "probe/disk_content.h"
 #include "probe/type_catalogue.h"
 #include "ptable/convert_common.h"
 #include "ptable/embr/embr_record.h"
@@ -136,9 +137,18 @@ std::optional<std::string> overwrittenOnGpt(Drive& drive, Scheme target) {
 
 }  // namespace
 
+bool lacksBootSector(Drive& drive) {
+  if (drive.scheme() != Scheme::mbr || drive.partitionCount() != 0) return false;
+  std::vector<u8> sector(drive.sectorSize());
+  return !drive.disk().readSectors(0, sector.data(), 1) &&
+         !recordAt<MbrRecord>(std::span<const u8>(sector))->signature.isValid();
+}
+
 std::optional<std::string> overwrittenByTable(Drive& drive, Scheme target) {
   if (drive.isGpt()) return overwrittenOnGpt(drive, target);
-  if (target == Scheme::mbr) return std::nullopt;
+  if (drive.scheme() == Scheme::mbr && drive.partitionCount() == 0)
+    if (auto held = namedDiskContent(drive.disk())) return held;
+  if (target == Scheme::mbr) return std::nullopt;  // an EMBR's own sectors
   u64 from = drive.isEmbr() ? drive.firstUsableSector() : 1;
   u64 end = 2 + u64{kGptEntryCount} * kGptEntrySize / drive.sectorSize();
   if (target == Scheme::embr) {
@@ -155,7 +165,7 @@ Failure convertToMbr(Drive& drive, bool allowWithoutTable, TrackContent content,
                      const EarlierMbr* earlier) {
   if (!hasTable(drive) && !allowWithoutTable) return Error::noTable;
   if (hasTable(drive)) {
-    if (drive.scheme() == Scheme::mbr) return Error::none;
+    if (drive.scheme() == Scheme::mbr && !lacksBootSector(drive)) return Error::none;
     if (const Failure failed = checkConvertible(drive, Scheme::mbr, content)) return failed;
     if (endsBeyondMbr(drive)) return Error::partitionBeyondTable;
   }

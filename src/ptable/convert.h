@@ -40,6 +40,9 @@ std::optional<SectorRegion> reservedPlace(const Drive& drive);
 // something is in it.
 const TableEntry* emptyReservedPartition(Drive& drive);
 
+// Whether an MBR disk is one only because it holds nothing else: its first sector has no signature.
+bool lacksBootSector(Drive& drive);
+
 // Names what lies where a table of `target` would be written and would be lost: a boot loader
 // behind the MBR, a partition that only a boot loader on a GPT uses, or a slot beside a GPT that is
 // no partition of it. Nothing when there is no such thing. Conversions refuse while there is,

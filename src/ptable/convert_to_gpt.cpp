@@ -26,7 +26,8 @@ class GptBuilder {
 
   Failure take(const PartitionEntry& entry) {
     if (entry.type == types::kDynamicDisk) return Error::dynamicDisk;
-    return put(entry.startSector, entry.endSector, gptTypeFor(entry.type), entry.name);
+    return put(entry.startSector, entry.endSector, gptTypeFor(entry.type),
+               isPlaceholderName(entry) ? std::string() : entry.name);
   }
   Failure takeReserved(const SectorRegion& place) {
     return put(place.first, place.last, kGptMsReserved, "Microsoft reserved partition");

@@ -18,7 +18,8 @@ using PartitionId = u16;
 
 enum EntryStatus : u32 {
   kEntryIsVolume = 0x1,
-  kEntryErrorMask = 0xF0000000,
+  kEntryErrorMask = 0xF8000000,
+  kEntryForeign = 0x08000000,      // in the MBR, by another program, and not in the EMBR
   kEntryBrokenChain = 0x10000000,  // its chain of volumes could not be followed or understood
   kEntryUnclear = 0x20000000,      // its EBR holds more than a volume and a link; its slot no type
   kEntryOverlaps = 0x40000000,     // overlaps its neighbour or leaves its container
@@ -66,6 +67,11 @@ class PartitionEntry {
  protected:
   PartitionEntry() = default;
 };
+
+// What a slot of the MBR is listed as when no file system in it has a label.
+std::string placeholderName(std::size_t mbrSlot);
+// Whether the entry has no other name.
+bool isPlaceholderName(const PartitionEntry& entry);
 
 // A volume, or a free block, inside an extended partition. The three positions are relative to
 // the extended partition's start; for a free block they say where its EBR and volume would go.

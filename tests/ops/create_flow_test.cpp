@@ -261,8 +261,8 @@ TEST_F(CreateFlowTest, WhatADiskWithoutATableHoldsIsNamedAndOnlyGivenUpByWhoInsi
   const Case cases[] = {
       {0, std::string("LUKS\xBA\xBE", 6), "a LUKS container"},
       {512, "LABELONE", "an LVM physical volume"},
-      {512, "EFI PART", "a GPT whose first sector is gone"},
-      {(kSectors - 1) * 512, "EFI PART", "a GPT whose first sector is gone"},
+      {512, "EFI PART", "a GPT that its first sector does not tell of"},
+      {(kSectors - 1) * 512, "EFI PART", "a GPT that its first sector does not tell of"},
       {65600, "_BHRfS_M", "a Btrfs file system"},
       {100, "x", "data of another program"},
   };

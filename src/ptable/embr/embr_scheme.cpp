@@ -114,7 +114,32 @@ Failure storeMbrFirst(DiskDevice& disk, const EmbrImage& old, EmbrImage& image) 
   return storeMbr(disk, back) == Error::none ? Error::write : Error::writeFailedTableUnknown;
 }
 
-bool isRoomFree(const TableContext& context, const EmbrImage& image, const NewEntry& entry) {
+// A slot that names sectors of which the EMBR knows nothing: another program made a partition.
+bool isForeign(const EmbrImage& image, const MbrSlotRecord& slot) {
+  constexpr u8 kRebuildMark = 0x44;
+  if (slot.sectorCount == 0 || slot.type == types::kGptReserved || slot.type == kRebuildMark)
+    return false;
+  for (u32 i = 0; i < image.entryCount(); ++i)
+    if (holdsExtent(slot, image.entry(i).firstLba, image.entry(i).lastLba)) return false;
+  return true;
+}
+
+void addForeignSlots(const EmbrImage& image, const MbrRecord& mbr, TableReading& reading) {
+  if (!mbr.signature.isValid()) return;
+  for (std::size_t i = 0; i < kMbrSlots; ++i) {
+    if (!isForeign(image, mbr.slots[i])) continue;
+    auto entry = std::make_unique<EmbrEntry>();
+    readSlot(mbr.slots[i], 0, *entry);
+    if (entry->type == types::kFree) entry->type = types::kUntyped;
+    entry->status |= kEntryForeign;
+    entry->mbrSlot = static_cast<u8>(i);
+    entry->id = unusedId(reading.table, static_cast<PartitionId>(i + 1));
+    entry->setName(placeholderName(i));
+    insertSorted(reading.table, std::move(entry));
+  }
+}
+
+bool isRoomFree(const TableContext& context, EmbrImage& image, const NewEntry& entry) {
   if (entry.startSector > entry.endSector || entry.startSector < image.endSector() ||
       entry.endSector > context.lastLba || entry.endSector > kAllOnes32)
     return false;
@@ -122,7 +147,12 @@ bool isRoomFree(const TableContext& context, const EmbrImage& image, const NewEn
     const MptEntryRecord& other = image.entry(i);
     if (other.firstLba <= entry.endSector && entry.startSector <= other.lastLba) return false;
   }
-  return true;
+  const MbrRecord& mbr = mbrIn(image);
+  return !mbr.signature.isValid() ||
+         std::ranges::none_of(mbr.slots, [&](const MbrSlotRecord& slot) {
+           return isForeign(image, slot) && slot.startLba <= entry.endSector &&
+                  entry.startSector < u64{slot.startLba} + slot.sectorCount;
+         });
 }
 
 // The new partition's slot for other systems. False: there is none, and one is needed.
@@ -172,6 +202,7 @@ bool EmbrScheme::read(const TableContext& context, std::span<const u8> track,
     ++reading.table.usedSlots;
     insertSorted(reading.table, std::move(entry));
   }
+  addForeignSlots(image, mbr, reading);
   return true;
 }
 

@@ -54,6 +54,19 @@ std::vector<MbrSlotRow> MbrEditor::rows() const {
 
 bool MbrEditor::isChanged() const { return !isSame(read_, now_); }
 
+std::vector<SectorRegion> MbrEditor::givenUp() const {
+  std::vector<SectorRegion> regions;
+  for (const MbrSlotRecord& old : read_.slots) {
+    if (old.sectorCount == 0) continue;
+    const bool isKept = std::ranges::any_of(now_.slots, [&](const MbrSlotRecord& slot) {
+      return slot.startLba == old.startLba && slot.sectorCount == old.sectorCount &&
+             slot.type == old.type;
+    });
+    if (!isKept) regions.push_back({old.startLba, u64{old.startLba} + old.sectorCount - 1});
+  }
+  return regions;
+}
+
 void MbrEditor::setActive(std::size_t slot) {
   for (MbrSlotRecord& other : now_.slots) other.bootIndicator = 0;
   now_.slots[slot].bootIndicator = kBootActive;

@@ -37,6 +37,9 @@ class MbrEditor {
   // Whether what apply() would write differs from what was read.
   bool isChanged() const;
 
+  // What slots named when the copy was taken and name no more; [first, last].
+  std::vector<SectorRegion> givenUp() const;
+
   // Makes the slot the only active one.
   void setActive(std::size_t slot);
   // Switches one slot; several, or none, may then be active.

@@ -8,6 +8,7 @@
 #include "probe/type_catalogue.h"
 #include "ptable/mbr/boot_code.h"
 #include "ptable/mbr/ebr_writer.h"
+#include "ptable/mbr/mbr_edit.h"
 #include "ptable/mbr/slot.h"
 #include "ptable/sector_swap.h"
 
@@ -74,7 +75,7 @@ bool MbrScheme::read(const TableContext& context, std::span<const u8> track,
     entry->mbrSlot = static_cast<u8>(slot);
     entry->id = unusedId(reading.table, static_cast<PartitionId>(slot + 1));
     const std::string label = context.labelOf(*entry);
-    entry->setName(!label.empty() ? label : format("MBR %u", static_cast<unsigned>(slot)));
+    entry->setName(!label.empty() ? label : placeholderName(slot));
     ++reading.table.usedSlots;
     insertSorted(reading.table, std::move(entry));
   }
@@ -101,12 +102,15 @@ Failure MbrScheme::add(const TableContext& context, const NewEntry& entry,
   TableSectorImage image(context.disk, kMbrLba);
   if (const Failure error = image.load(); error != Error::none) return error;
   auto& mbr = image.as<MbrRecord>();
+  const bool holdsNothing =
+      !mbr.signature.isValid() || std::ranges::all_of(mbr.slots, &MbrSlotRecord::isFree);
+  if (holdsNothing && content == TrackContent::keep && namedDiskContent(context.disk))
+    return Error::sectorsInUse;
   if (!mbr.signature.isValid()) {
-    if (content == TrackContent::keep && namedDiskContent(context.disk)) return Error::sectorsInUse;
-    // The drive has its signature from there, so it outlasts the rest.
+    // The drive may have its signature from there already, so it outlasts the rest.
     const u32 diskSignature = mbr.diskSignature;
     std::ranges::fill(image.bytes(), u8{0});
-    mbr.diskSignature = diskSignature;
+    mbr.diskSignature = diskSignature != 0 ? diskSignature : randomDiskSignature(context.host);
   }
   if (!fitsSlot(0, entry.startSector, entry.endSector) || !isRoomFree(context, mbr, entry))
     return Error::outsideUsableArea;
