@@ -39,8 +39,8 @@ std::vector<char*> environment() {
 std::string exchange(int toProgram, int fromProgram, const std::string& input) {
   std::string output;
   std::size_t sent = 0;
-  ::fcntl(toProgram, F_SETFL, O_NONBLOCK);
-  if (input.empty()) {
+  if (toProgram >= 0) ::fcntl(toProgram, F_SETFL, O_NONBLOCK);
+  if (input.empty() && toProgram >= 0) {
     ::close(toProgram);
     toProgram = -1;
   }
@@ -63,7 +63,14 @@ std::string exchange(int toProgram, int fromProgram, const std::string& input) {
     }
   }
   if (toProgram >= 0) ::close(toProgram);
+  ::close(fromProgram);
   return output;
+}
+
+int endOf(pid_t program) {
+  int status = 0;
+  ::waitpid(program, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 }  // namespace
@@ -94,6 +101,11 @@ pid_t startProgram(const std::vector<std::string>& command,
   return failed == 0 ? program : -1;
 }
 
+ProgramResult collect(pid_t program, int output) {
+  std::string text = exchange(-1, output, {});
+  return {endOf(program), std::move(text)};
+}
+
 ProgramResult runProgram(const std::vector<std::string>& command, const std::string& input) {
   if (!hasProgram(command.front())) return {-1, command.front() + " is not installed"};
   std::array<int, 2> in{};
@@ -104,14 +116,9 @@ ProgramResult runProgram(const std::vector<std::string>& command, const std::str
       command, {{in[0], STDIN_FILENO}, {out[1], STDOUT_FILENO}, {out[1], STDERR_FILENO}});
   ::close(in[0]);
   ::close(out[1]);
-  ProgramResult result;
-  result.output = exchange(in[1], out[0], input);
-  ::close(out[0]);
-  int status = 0;
-  ::waitpid(child, &status, 0);
+  const std::string output = exchange(in[1], out[0], input);
   std::signal(SIGPIPE, previous);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return result;
+  return {endOf(child), output};
 }
 
 }  // namespace tallowin

@@ -24,6 +24,8 @@ struct Redirection {
 };
 pid_t startProgram(const std::vector<std::string>& command,
                    const std::vector<Redirection>& redirections);
+// All that comes through the descriptor, which is closed, and then the end of the program.
+ProgramResult collect(pid_t program, int output);
 // A command line at its spaces.
 std::vector<std::string> words(const std::string& line);
 bool hasProgram(const std::string& name);
