@@ -1,19 +1,13 @@
 // The boot code on an emulated machine.
 #include "ptable/mbr/boot_code.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 
 #include "disk/memory_disk.h"
+#include "support/boot_machine.h"
 #include "support/disk_file.h"
-#include "support/oracle.h"
-#include "support/temp_folder.h"
 
 extern "C" {
 // Assembled from fake_firmware.S.
@@ -26,38 +20,7 @@ namespace {
 constexpr u32 kPartition = 2048;
 constexpr const char* kStarted = "the active partition was started";
 
-// What the machine shows (the firmware copies its screen to the serial line) until `wanted`
-// appears or the time is over.
-std::string shownByMachine(MemoryDisk& disk, const std::string& wanted) {
-  const TempFolder folder;
-  storeDisk(disk, folder.file("disk.img"));
-  std::array<int, 2> serial{};
-  if (::pipe2(serial.data(), O_CLOEXEC) != 0) return "no pipe";
-  const pid_t machine =
-      startProgram({"qemu-system-i386", "-machine", "pc,graphics=off", "-nodefaults", "-display",
-                    "none", "-serial", "stdio", "-no-reboot", "-boot", "c", "-drive",
-                    "file=" + folder.file("disk.img") + ",format=raw,if=ide"},
-                   {{serial[1], STDOUT_FILENO}});
-  ::close(serial[1]);
-  std::string shown;
-  while (machine > 0 && shown.find(wanted) == std::string::npos) {
-    constexpr int kMilliseconds = 60'000;
-    pollfd wait{serial[0], POLLIN, 0};
-    std::array<char, 4096> piece{};
-    if (::poll(&wait, 1, kMilliseconds) <= 0) break;
-    const ssize_t got = ::read(serial[0], piece.data(), piece.size());
-    if (got <= 0) break;
-    shown.append(piece.data(), static_cast<std::size_t>(got));
-  }
-  ::close(serial[0]);
-  if (machine > 0) {
-    ::kill(machine, SIGKILL);
-    ::waitpid(machine, nullptr, 0);
-  }
-  return shown;
-}
-
-// A boot sector that tells on the serial line that it runs, and that DL and SI are right: DL is
+// A boot sector that tells that it runs, and that DL and SI are right: DL is
 // the first disk and SI points at an active slot.
 std::vector<u8> bootSector() {
   std::vector<u8> code = {
@@ -69,9 +32,10 @@ std::vector<u8> bootSector() {
       0xAC,              // next: lodsb
       0x84, 0xC0,        // test al, al
       0x74, 0x0E,        // jz stop
-      0xBA, 0xF8, 0x03,  // mov dx, 0x3f8
-      0xEE,              // out dx, al
-      0xEB, 0xF5,        // jmp next
+      0x31, 0xDB,        // xor bx, bx
+      0xB4, 0x0E,        // mov ah, 0x0e
+      0xCD, 0x10,        // int 0x10
+      0xEB, 0xF3,        // jmp next
   };
   code.resize(0x20, 0x90);
   code.insert(code.end(), {0xF4, 0xEB, 0xFD});  // stop: hlt, jmp stop
@@ -93,19 +57,25 @@ MbrSlotRecord slotAt(u32 startLba) {
 
 class BootCodeTest : public testing::TestWithParam<BootCode> {
  protected:
-  BootCodeTest() { disk_.setSector(kPartition, bootSector()); }
+  void SetUp() override {
+    TALLOWIN_NEEDS_BOOT_MACHINE();
+    disk_.setSector(kPartition, bootSector());
+  }
 
-  std::string shownWith(const std::vector<MbrSlotRecord>& slots, const std::string& wanted) {
+  void expectShown(const std::vector<MbrSlotRecord>& slots, const std::string& wanted) {
     MbrRecord mbr{};
     std::ranges::copy(slots, mbr.slots.begin());
     installBootCode(GetParam(), mbr);
     disk_.setSector(0, bytesOf(mbr));
-    return shownByMachine(disk_, wanted);
+    expectShown(wanted);
   }
-  void expectShown(const std::vector<MbrSlotRecord>& slots, const std::string& wanted) {
-    if (!hasProgram("qemu-system-i386")) GTEST_SKIP() << "no emulator";
-    const std::string shown = shownWith(slots, wanted);
-    EXPECT_NE(shown.find(wanted), std::string::npos) << shown;
+  // The disk is started, and the screen shows the text.
+  std::string expectShown(const std::string& wanted) {
+    const TempFolder folder;
+    storeDisk(disk_, folder.file("disk.img"));
+    BootMachine machine(folder.file("disk.img"));
+    EXPECT_TRUE(machine.shows(wanted)) << machine.screen();
+    return machine.screen();
   }
 
   MemoryDisk disk_{40960};
@@ -135,7 +105,6 @@ TEST_P(BootCodeTest, TellsThatThereIsNothingToStart) {
 
 // On firmware without disk extensions the CHS address counts, and a TPM is told what is started.
 TEST_P(BootCodeTest, MeasuresAndStartsByAddressOnOldFirmware) {
-  if (!hasProgram("qemu-system-i386")) GTEST_SKIP() << "no emulator";
   MbrRecord mbr{};
   mbr.slots[0] = slotAt(0x7FFFFFFF);
   mbr.slots[0].startChs = {0, 41, 0};
@@ -143,8 +112,7 @@ TEST_P(BootCodeTest, MeasuresAndStartsByAddressOnOldFirmware) {
   disk_.setSector(0, std::span<const u8>(fakeFirmware));
   disk_.setSector(1, bytesOf(mbr));
   disk_.setSector(40, bootSector());
-  const std::string shown = shownByMachine(disk_, kStarted);
-  EXPECT_NE(shown.find(kStarted), std::string::npos) << shown;
+  const std::string shown = expectShown(kStarted);
   const std::string measured = "[self][sector]" + std::string(kStarted);
   EXPECT_EQ(shown.find(measured) != std::string::npos, GetParam() == BootCode::measuring) << shown;
   EXPECT_EQ(shown.find("[?]"), std::string::npos);

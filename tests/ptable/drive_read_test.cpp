@@ -1,41 +1,69 @@
-// What a drive makes of the tables that are on disks, sound ones and others.
+// What a drive makes of the tables that are on disks, sound ones and others, and what flows ask it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 
 #include "disk/faulty_disk.h"
 #include "disk/mbr_record.h"
 #include "ptable/table_bench.h"
+#include "support/oracle.h"
 
 namespace tallowin {
 namespace {
 
 constexpr u64 kMiBSectors = 2048;
 
-// Tables that sfdisk made are read as sfdisk reads them.
-TEST(DriveRead, AgreesWithSfdiskOnEveryKindOfTable) {
-  std::string many = "label: dos\n2048,20480,83\n,,5\n";
-  for (int i = 0; i < 56; ++i)
-    many += std::to_string(i + 5) + ":size=2048,type=" + (i % 2 == 0 ? "83" : "7") + "\n";
-  const std::string scripts[] = {"label: dos\n", "label: dos\n2048,4096,83,*\n10000,5000,c\n",
-                                 R"(label: dos
-1:start=100000,size=4096,type=83
-2:start=2048,size=4096,type=7
-4:start=50000,size=100,type=82
-)",
-                                 R"(label: dos
-2048,2048,83
-10240,200000,f
-5:start=20480,size=2048,type=83
-6:start=150000,size=4096,type=b
-7:start=40960,size=2048,type=82
-)",
-                                 many};
-  for (const std::string& script : scripts) {
-    TableBench bench(diskFromScript(400 * kMiBSectors, script));
+// Tables that other programs made are read as sfdisk reads them.
+TEST(DriveRead, AgreesWithSfdiskOnTheTablesOfEveryMaker) {
+  const auto volumes = [](int count) {
+    std::string script = "label: dos\n2048,20480,83\n,,5\n";
+    for (int i = 0; i < count; ++i)
+      script += std::to_string(i + 5) + ":size=2048,type=" + (i % 2 == 0 ? "83" : "7") + "\n";
+    return script;
+  };
+  struct Made {
+    u64 mib;
+    std::string script;   // for sfdisk; empty: it makes no table
+    const char* command;  // what another program then does; empty: nothing
+  };
+  const Made tables[] = {
+      {10, "label: dos\n", ""},
+      {10, "label: dos\nstart=63,size=1,type=1\n", ""},
+      {10, "label: dos\nstart=2048,size=18432,type=83,bootable\n", ""},
+      {100, "label: dos\nstart=2048,size=2048,type=16\nstart=8192,size=77,type=1b\n",
+       "sfdisk --delete IMAGE 1"},
+      {100,
+       "label: dos\n1:start=100000,size=4096,type=83\n2:start=2048,size=4096,type=27\n"
+       "4:start=50000,size=100,type=ef\n",
+       ""},
+      {400,
+       "label: dos\n2048,2048,83\n10240,200000,f\n5:start=20480,size=2048,type=83\n"
+       "6:start=150000,size=4096,type=1b\n7:start=40960,size=2048,type=82\n",
+       ""},
+      {400, volumes(56), ""},
+      {400, volumes(5), "sfdisk --delete IMAGE 7"},
+      {400, volumes(3), "sfdisk --delete IMAGE 5"},
+      {400, "",
+       "parted -s -a cylinder IMAGE mklabel msdos unit cyl mkpart primary fat16 0 10 "
+       "mkpart extended 11 40 mkpart logical fat32 12 20"},
+      {100, "",
+       "parted -s -a none IMAGE mklabel msdos unit s mkpart primary ext4 63 10000 "
+       "mkpart extended 10001 150000 mkpart logical ext4 10064 60000 mkpart logical ext4 60101 "
+       "150000 set 1 boot on"},
+      {3 * 1024 * 1024,
+       "label: dos\nstart=2048,size=4294965247,type=f\nv5: size=1T,type=7\n"
+       "v6: size=500G,type=83\n",
+       ""},
+  };
+  for (const Made& made : tables) {
+    SCOPED_TRACE(made.script + made.command);
+    std::vector<std::vector<std::string>> commands;
+    if (!made.script.empty()) commands.push_back(words("sfdisk -q IMAGE"));
+    if (*made.command != '\0') commands.push_back(words(made.command));
+    TableBench bench(diskFromCommands(made.mib * kMiB, 512, commands, made.script));
     const SfdiskTable judged = readTable(bench.disk());
-    EXPECT_EQ(judged.problems, "") << script;
-    EXPECT_EQ(rowsOf(bench.drive()), judged.rows) << script;
+    EXPECT_EQ(rowsOf(bench.drive()), judged.rows);
     EXPECT_EQ(bench.drive().diskSignature(), judged.diskSignature);
     EXPECT_FALSE(bench.drive().table().hasErrors()) << pictureOf(bench.drive());
   }
@@ -248,6 +276,74 @@ TEST(DriveRead, WholeDisksForeignSchemesAndHugeDisks) {
   TableBench huge(MemoryDisk(u64{6} * 1024 * kMiBSectors * 1024), alignedTo(kMiBSectors));
   EXPECT_EQ(huge.drive().lastUsableSector(), u64{0xFFFFFFFF});
   EXPECT_EQ(pictureOf(huge.drive()), "free 2048..4294967295\n");
+}
+
+TEST(DriveQuery, AlignmentIsAPowerOfTwoBelowTheDisk) {
+  TableBench bench{MemoryDisk(204800)};
+  Drive& drive = bench.drive();
+  EXPECT_EQ(alignmentUnit(drive.alignment()), 16065U);
+  EXPECT_EQ(firstAlignedSector(drive.alignment()), 63U);
+  EXPECT_TRUE(drive.setAlignment(-4096));
+  EXPECT_EQ(alignmentUnit(drive.alignment()), 8U);
+  for (const i64 bad : {i64{-3000}, i64{3}, i64{262144}, std::numeric_limits<i64>::min()})
+    EXPECT_FALSE(drive.setAlignment(bad)) << bad;
+  EXPECT_EQ(alignmentUnit(drive.alignment()), 8U);
+  EXPECT_TRUE(drive.setAlignment(AlignmentRules::kDefaultUnit));
+  EXPECT_TRUE(drive.setGeometry({99, 15, 0}));
+  EXPECT_FALSE(drive.setGeometry({99, 15, 63}));
+  EXPECT_EQ(drive.lastChsSector(), 100U * 16 * 63 - 1);
+}
+
+TEST(DriveQuery, RegionsIdsAndContainers) {
+  TableBench bench(
+      diskFromScript(204800,
+                     "label: dos\n1:start=2048,size=4096,type=83\n"
+                     "2:start=20480,size=102400,type=f\n5:start=22528,size=8192,type=83\n"
+                     "6:start=61440,size=8192,type=b\n"),
+      alignedTo(2048));
+  Drive& drive = bench.drive();
+  EXPECT_NE(drive.flags() & kDriveAligned1MiB, 0U);
+  const SectorRegion used = *drive.usedRegion();
+  EXPECT_EQ(used.first, 2048U);
+  EXPECT_EQ(used.last, 122879U);
+
+  const auto regionIs = [&](const PartitionEntry& entry, u64 first, u64 last) {
+    const SectorRegion region = drive.freeRegionAround(entry);
+    EXPECT_EQ(region.first, first);
+    EXPECT_EQ(region.last, last);
+  };
+  regionIs(*drive.findByKernelNumber(1), 1, 20479);
+  regionIs(*drive.findByKernelNumber(2), 6144, 204799);
+  const auto& sixth = dynamic_cast<VolumeEntry&>(*drive.findByKernelNumber(6));
+  regionIs(sixth, 30720, 122879);
+  regionIs(*drive.findByKernelNumber(5), 20480, 20480 + sixth.ebr - 1);
+  EXPECT_EQ(drive.volumeGap(*drive.findByKernelNumber(5)), 2048U);
+  EXPECT_EQ(drive.volumeGap(*drive.findByKernelNumber(1)), 0U);
+  EXPECT_EQ(drive.containerOf(sixth), drive.findByKernelNumber(2));
+  EXPECT_EQ(drive.containerOf(*drive.findByKernelNumber(1)), nullptr);
+
+  std::vector<PartitionId> ids;
+  for (const PartitionEntry* entry : entriesOf(drive)) ids.push_back(entry->id);
+  std::ranges::sort(ids);
+  EXPECT_EQ(std::ranges::adjacent_find(ids), ids.end());
+}
+
+TEST(DriveQuery, TypesFollowTheEndOfTheChsArea) {
+  TableBench bench{MemoryDisk(u64{40} * 1024 * 2048)};
+  Drive& drive = bench.drive();
+  const u64 inside = drive.lastChsSector();
+  struct Variant {
+    u16 type;
+    u16 inside;
+    u16 beyond;
+  };
+  for (const Variant& v :
+       {Variant{0x01, 0x01, 0x01}, Variant{0x04, 0x04, 0x0E}, Variant{0x0E, 0x06, 0x0E},
+        Variant{0x0B, 0x0B, 0x0C}, Variant{0x0C, 0x0B, 0x0C}, Variant{0x05, 0x05, 0x0F},
+        Variant{0x0F, 0x05, 0x0F}, Variant{0x16, 0x16, 0x1E}, Variant{0x83, 0x83, 0x83}}) {
+    EXPECT_EQ(drive.typeForEnd(v.type, inside), v.inside) << v.type;
+    EXPECT_EQ(drive.typeForEnd(v.type, inside + 1), v.beyond) << v.type;
+  }
 }
 
 }  // namespace

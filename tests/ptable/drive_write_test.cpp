@@ -6,10 +6,8 @@
 
 #include "disk/disk_handles.h"
 #include "disk/disk_wrapper.h"
-#include "disk/faulty_disk.h"
 #include "probe/type_catalogue.h"
 #include "ptable/mbr/boot_code.h"
-#include "ptable/scheme_bench.h"
 #include "ptable/table_bench.h"
 
 namespace tallowin {
@@ -121,32 +119,6 @@ TEST(DriveWrite, EachFailedTransferLeavesTheTableThatTheErrorNames) {
   for (const Change& change : kChanges) {
     MemoryDisk before = diskOf(change);
     expectFaultsAreTold(before, tableChange(change));
-  }
-}
-
-// The errno and the sector of the transfer that failed come with the name that the contract gives.
-TEST(DriveWrite, TheReasonOfAFailedTransferIsTold) {
-  for (const Change& change : kChanges) {
-    for (const bool isWrite : {false, true}) {
-      bool goesOn = true;
-      for (u64 n = 0; goesOn; ++n) {
-        MemoryDisk disk = diskOf(change);
-        FakeHost host;
-        auto faulty = std::make_shared<FaultyDisk>(disk);
-        auto drive = TableBench::openOn(faulty, host, kAligned);
-        if (isWrite) {
-          faulty->failWrite(n, false);
-        } else {
-          faulty->failRead(faulty->reads() + n, false);
-        }
-        const Failure failed = change.run(*drive);
-        goesOn = bool(failed);
-        // Sectors that cannot be read may hold something, and are not overwritten.
-        const bool keeps = !isWrite && failed == Error::sectorsInUse;
-        EXPECT_TRUE(!failed || keeps || (failed.systemError == EIO && failed.lba != kNoSector))
-            << change.what << ", " << (isWrite ? "write " : "read ") << n;
-      }
-    }
   }
 }
 

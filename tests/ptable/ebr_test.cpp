@@ -21,12 +21,6 @@ constexpr const char* kVolumes =
 
 const DriveOpenOptions kAligned = alignedTo(2048);
 
-void edit(MemoryDisk& disk, u64 lba, const std::function<void(EbrRecord&)>& change) {
-  std::vector<u8> sector = disk.sector(lba);
-  change(*recordAt<EbrRecord>(std::span(sector)));
-  disk.setSector(lba, sector);
-}
-
 MbrSlotRecord slot(u8 type, u32 start, u32 count) {
   MbrSlotRecord record{};
   record.type = type;
@@ -66,7 +60,8 @@ TEST(Ebr, VolumeAndLinkMayLieInAnySlot) {
         const std::string what = "EBR " + std::to_string(ebr) + ", volume " +
                                  std::to_string(volume) + ", link " + std::to_string(link);
         MemoryDisk disk = plain.copy();
-        edit(disk, ebr, [&](EbrRecord& record) { moveSlots(record, volume, link); });
+        editSector<EbrRecord>(disk, ebr,
+                              [&](EbrRecord& record) { moveSlots(record, volume, link); });
         TableBench bench(disk.copy(), kAligned);
         expectAgreement(bench, what);
         EXPECT_EQ(pictureOf(bench.drive()), picture) << what;
@@ -101,7 +96,7 @@ struct Unclear {
 const Unclear kUnclear[] = {
     {"a second volume before the link",
      [](MemoryDisk& disk) {
-       edit(disk, kContainer, [](EbrRecord& ebr) {
+       editSector<EbrRecord>(disk, kContainer, [](EbrRecord& ebr) {
          moveSlots(ebr, 1, 2);
          ebr.slots[0] = slot(0x83, 12288, 2048);
        });
@@ -110,30 +105,38 @@ const Unclear kUnclear[] = {
      "  8: 81920..90111 82h\n"},
     {"a second volume behind the link",
      [](MemoryDisk& disk) {
-       edit(disk, kSecondEbr, [](EbrRecord& ebr) { ebr.slots[3] = slot(0x83, 12288, 2048); });
+       editSector<EbrRecord>(disk, kSecondEbr,
+                             [](EbrRecord& ebr) { ebr.slots[3] = slot(0x83, 12288, 2048); });
      },
      "  5: 22528..30719 83h\n  6: 61440..69631 0Bh !\n  ?: 71680..73727 83h !\n"
      "  7: 81920..90111 82h\n"},
     {"two links",
      [](MemoryDisk& disk) {
-       edit(disk, kContainer, [](EbrRecord& ebr) { ebr.slots[3] = slot(0x05, 71680, 4096); });
+       editSector<EbrRecord>(disk, kContainer,
+                             [](EbrRecord& ebr) { ebr.slots[3] = slot(0x05, 71680, 4096); });
      },
      "  5: 22528..30719 83h !\n  6: 61440..69631 0Bh\n  7: 81920..90111 82h\n"},
     {"sectors without a type",
      [](MemoryDisk& disk) {
-       edit(disk, kContainer, [](EbrRecord& ebr) { ebr.slots[2] = slot(0, 12288, 2048); });
+       editSector<EbrRecord>(disk, kContainer,
+                             [](EbrRecord& ebr) { ebr.slots[2] = slot(0, 12288, 2048); });
      },
      "  5: 22528..30719 83h !\n  6: 61440..69631 0Bh\n  7: 81920..90111 82h\n"},
     {"a link without sectors",
      [](MemoryDisk& disk) {
-       edit(disk, kContainer, [](EbrRecord& ebr) { ebr.slots[1].sectorCount = 0; });
+       editSector<EbrRecord>(disk, kContainer,
+                             [](EbrRecord& ebr) { ebr.slots[1].sectorCount = 0; });
      },
      "  5: 22528..30719 83h !\n"},
     {"a link to no EBR",
-     [](MemoryDisk& disk) { edit(disk, kSecondEbr, [](EbrRecord& ebr) { ebr.signature = {}; }); },
+     [](MemoryDisk& disk) {
+       editSector<EbrRecord>(disk, kSecondEbr, [](EbrRecord& ebr) { ebr.signature = {}; });
+     },
      "  5: 22528..30719 83h\n"},
     {"a first EBR without its mark",
-     [](MemoryDisk& disk) { edit(disk, kContainer, [](EbrRecord& ebr) { ebr.signature = {}; }); },
+     [](MemoryDisk& disk) {
+       editSector<EbrRecord>(disk, kContainer, [](EbrRecord& ebr) { ebr.signature = {}; });
+     },
      ""},
 };
 
@@ -189,12 +192,11 @@ TEST(Ebr, WhatIsSafeIsDoneInAChainThatIsNotUnderstood) {
 // Volumes whose container is of a hidden type are listed behind those that the kernel counts.
 TEST(Ebr, TheKernelCountsNoVolumeOfAHiddenExtendedPartition) {
   MemoryDisk disk = diskFromScript(kDiskSectors, kVolumes);
-  std::vector<u8> sector = disk.sector(0);
-  auto& mbr = *recordAt<MbrRecord>(std::span(sector));
-  mbr.slots[2] = mbr.slots[1];
-  mbr.slots[1] = slot(0x15, 131072, 65536);
-  disk.setSector(0, sector);
-  edit(disk, 131072, [](EbrRecord& ebr) {
+  editSector<MbrRecord>(disk, 0, [](MbrRecord& mbr) {
+    mbr.slots[2] = mbr.slots[1];
+    mbr.slots[1] = slot(0x15, 131072, 65536);
+  });
+  editSector<EbrRecord>(disk, 131072, [](EbrRecord& ebr) {
     ebr.slots[0] = slot(0x83, 2048, 2048);
     ebr.signature.set();
   });

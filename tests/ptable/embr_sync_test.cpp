@@ -25,9 +25,7 @@ class EmbrSyncTest : public ::testing::Test {
   }
   // What another program does to the four slots.
   void changeSlots(const std::function<void(std::array<MbrSlotRecord, kMbrSlots>&)>& change) {
-    std::vector<u8> sector = bench_->disk().sector(0);
-    change(recordAt<MbrRecord>(std::span(sector))->slots);
-    bench_->disk().setSector(0, sector);
+    editSector<MbrRecord>(bench_->disk(), 0, [&](MbrRecord& mbr) { change(mbr.slots); });
     bench_->reopen();
   }
   EmbrSync synchronize() {

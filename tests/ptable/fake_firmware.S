@@ -1,5 +1,5 @@
 /* A boot sector that takes the place of the firmware: it answers the calls for disk extensions and
-   for the TPM in its own way, tells on the serial line what it was asked, and then starts the
+   for the TPM in its own way, tells on the screen what it was asked, and then starts the
    sector behind itself as the firmware would start sector 0. */
 
 #define AT(label) ((label) - start + 0x8000)
@@ -75,12 +75,13 @@ notSelf:
     jne say
     movw $AT(sector), %si
 say:
-    movw $0x3F8, %dx
+    xorw %bx, %bx
 next:
     lodsb
     testb %al, %al
     jz taken
-    outb %al, %dx
+    movb $0x0E, %ah
+    int $0x10
     jmp next
 taken:
     xorl %eax, %eax

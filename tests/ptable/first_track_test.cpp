@@ -5,7 +5,6 @@
 
 #include <filesystem>
 
-#include "disk/recording_disk.h"
 #include "files/host_file.h"
 #include "ptable/convert.h"
 #include "ptable/table_bench.h"
@@ -117,16 +116,6 @@ TEST_F(FirstTrackTest, AFileOfAnotherDiskOrNoneRestoresNothingButEndsTheEmbr) {
   EXPECT_TRUE(
       std::ranges::equal(bootCodeBytes(BootCode::standard), std::span(mbr).first(kBootCodeBytes)));
   EXPECT_EQ(rowsOf(bench_.reopen()), readTable(disk()).rows);
-}
-
-TEST_F(FirstTrackTest, WhatIsTheSameIsNotWritten) {
-  ASSERT_EQ(saveFirstTrack(bench_.drive(), path_), Error::none);
-  auto recording = std::make_shared<RecordingDisk>(disk());
-  auto drive = TableBench::openOn(recording, bench_.host());
-  ASSERT_EQ(restoreFirstTrack(*drive, path_, BootCode::standard), Error::none);
-  u64 sectors = 0;
-  for (const auto& step : recording->log().steps()) sectors += step.count;
-  EXPECT_EQ(sectors, 1U);
 }
 
 }  // namespace

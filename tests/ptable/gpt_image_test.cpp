@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/crc32.h"
-#include "support/fault_loops.h"
+#include "ptable/table_bench.h"
 
 namespace tallowin {
 namespace {
@@ -33,17 +33,6 @@ MemoryDisk gptDisk() {
   addEntry(image, 0, 2048, 4095, "first");
   EXPECT_EQ(image.write(disk), Error::none);
   return disk;
-}
-
-void flipByte(MemoryDisk& disk, u64 lba, std::size_t at) {
-  std::vector<u8> sector = disk.sector(lba);
-  sector[at] ^= 0xFF;
-  disk.setSector(lba, sector);
-}
-
-u64 entryEnd(MemoryDisk& disk) {
-  GptImage image;
-  return GptImage::read(disk, image) == Error::none ? u64{image.entry(0).lastLba} : 0;
 }
 
 TEST(Gpt, EachDamageHasItsAnswer) {
@@ -76,51 +65,6 @@ TEST(Gpt, EachDamageHasItsAnswer) {
     GptImage image;
     EXPECT_EQ(GptImage::read(disk, image), damage.expected) << damage.what;
   }
-}
-
-// Changes the entry's end from 4095 to 6000 on any disk below.
-Failure changeEnd(DiskDevice& disk) {
-  GptImage image;
-  if (const Failure problem = GptImage::read(disk, image); problem != Error::none) return problem;
-  image.entry(0).lastLba = 6000;
-  return image.write(disk);
-}
-
-TEST(Gpt, EveryPowerCutLeavesTheOldOrTheNewTable) {
-  MemoryDisk noBackup = gptDisk();
-  flipByte(noBackup, kSectors - 1, 0);
-  MemoryDisk noPrimary = gptDisk();
-  flipByte(noPrimary, 1, 0);
-  const MemoryDisk sound = gptDisk();
-  for (const MemoryDisk* before : {&sound, &std::as_const(noBackup), &std::as_const(noPrimary)}) {
-    const auto change = [](FaultRound& round) { EXPECT_EQ(changeEnd(round.disk()), Error::none); };
-    forEachPowerCut(*before, change, [](MemoryDisk& after) {
-      const u64 end = entryEnd(after);
-      EXPECT_TRUE(end == 4095 || end == 6000) << end;
-    });
-  }
-}
-
-TEST(Gpt, ANewTableAppearsOnlyWithItsLastWrite) {
-  GptImage image;
-  ASSERT_EQ(GptImage::create(kSectors - 1, 512, someGuid(9), image), Error::none);
-  const auto write = [&](FaultRound& round) { EXPECT_EQ(image.write(round.disk()), Error::none); };
-  forEachPowerCut(MemoryDisk(kSectors), write, [](MemoryDisk& after) {
-    if (after.sector(0)[450] != 0xEE) return;
-    GptImage read;
-    EXPECT_EQ(GptImage::read(after, read), Error::none);
-    EXPECT_EQ(read.backupState(after), GptBackupState::sound);
-  });
-}
-
-TEST(Gpt, EveryFailedRequestIsSaidAndKeepsAValidTable) {
-  forEachFault(gptDisk(), kFailedRequests, [](FaultRound& round) {
-    round.begin();
-    const Failure problem = changeEnd(round.disk());
-    EXPECT_TRUE(problem || !round.wasHit() || round.fault().kind == Fault::Kind::read);
-    const u64 end = entryEnd(round.medium());
-    EXPECT_TRUE(end == 4095 || end == 6000) << end;
-  });
 }
 
 TEST(Gpt, NamesKeepWhatUtf16CanSay) {

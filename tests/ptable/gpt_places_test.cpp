@@ -2,11 +2,8 @@
 // a table that is too long.
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "probe/type_catalogue.h"
 #include "ptable/gpt/gpt_scheme.h"
-#include "ptable/scheme_bench.h"
 #include "ptable/table_bench.h"
 #include "support/oracle.h"
 
@@ -16,14 +13,6 @@ namespace {
 constexpr u64 kBytes = 64 * kMiB;
 constexpr u64 kSectors = kBytes / 512;
 constexpr u64 kMovedArray = 64;
-
-std::string picture(MemoryDisk& disk) {
-  TableBench bench(disk.copy());
-  std::ostringstream text;
-  text << bench.drive().schemeName() << "\n";
-  for (const GptRow& row : gptRowsOf(bench.drive())) text << row << "\n";
-  return text.str();
-}
 
 void fill(MemoryDisk& disk, u64 first, u64 last, u8 byte) {
   for (u64 lba = first; lba <= last; ++lba)
@@ -44,12 +33,6 @@ MemoryDisk movedArray() {
       {words("sgdisk -j 64 -n 1:2048:4095 -c 1:first -n 2:8192:16383 -t 2:8200 IMAGE")});
   fillLoader(disk);
   return disk;
-}
-
-void flip(MemoryDisk& disk, u64 lba, std::size_t at) {
-  std::vector<u8> sector = disk.sector(lba);
-  sector[at] ^= 0xFF;
-  disk.setSector(lba, sector);
 }
 
 // The first sectors of a disk, of which the rest is gone.
@@ -74,9 +57,9 @@ Failure repair(Drive& drive) { return drive.repairGpt(); }
 TEST(GptPlaces, AnArrayElsewhereStaysThereAndWhatLiesBeforeItToo) {
   MemoryDisk disk = movedArray();
   const std::vector<TableChange> changes = {
-      {"add", [](Drive& d) { return add(d, 20480, 30000); }, picture, {}},
-      {"remove", removeFirst, picture, {}},
-      {"rename", rename, picture, {}}};
+      {"add", [](Drive& d) { return add(d, 20480, 30000); }, gptPicture, {}},
+      {"remove", removeFirst, gptPicture, {}},
+      {"rename", rename, gptPicture, {}}};
   for (const TableChange& change : changes) {
     TableBench bench(disk.copy());
     ASSERT_TRUE(bench.drive().isGpt());
@@ -98,14 +81,14 @@ TEST(GptPlaces, ARepairFindsThePlaceOfTheArrayOrRefuses) {
     Failure expected = Error::none;
   };
   const Damage damages[] = {
-      {"header", [](MemoryDisk& d) { flip(d, 1, 60); }},
-      {"array", [](MemoryDisk& d) { flip(d, kMovedArray, 5); }},
+      {"header", [](MemoryDisk& d) { flipByte(d, 1, 60); }},
+      {"array", [](MemoryDisk& d) { flipByte(d, kMovedArray, 5); }},
       {"header and array",
        [](MemoryDisk& d) {
-         flip(d, 1, 60);
-         flip(d, kMovedArray, 130);
+         flipByte(d, 1, 60);
+         flipByte(d, kMovedArray, 130);
        }},
-      {"backup", [](MemoryDisk& d) { flip(d, kSectors - 1, 60); }},
+      {"backup", [](MemoryDisk& d) { flipByte(d, kSectors - 1, 60); }},
       {"header, and the array overwritten",
        [](MemoryDisk& d) {
          fill(d, 1, 1, 0);
@@ -115,10 +98,10 @@ TEST(GptPlaces, ARepairFindsThePlaceOfTheArrayOrRefuses) {
   };
   for (const Damage& damage : damages) {
     MemoryDisk whole = movedArray();
-    const std::string before = picture(whole);
+    const std::string before = gptPicture(whole);
     MemoryDisk disk = whole.copy();
     damage.make(disk);
-    EXPECT_EQ(picture(disk), before) << damage.what;
+    EXPECT_EQ(gptPicture(disk), before) << damage.what;
     if (damage.expected != Error::none) {
       expectRefused(disk.copy(), repair, damage.expected, damage.what);
       expectRefused(disk.copy(), rename, damage.expected, damage.what);
@@ -127,7 +110,7 @@ TEST(GptPlaces, ARepairFindsThePlaceOfTheArrayOrRefuses) {
     TableBench bench(disk.copy());
     ASSERT_EQ(repair(bench.drive()), Error::none) << damage.what;
     EXPECT_TRUE(bench.disk().sameContent(whole)) << damage.what;
-    expectCutsLeaveOldOrNew(disk, {damage.what, repair, picture, {}},
+    expectCutsLeaveOldOrNew(disk, {damage.what, repair, gptPicture, {}},
                             [](MemoryDisk& after) { EXPECT_TRUE(hasLoader(after)); });
   }
 }
@@ -166,8 +149,8 @@ TEST(GptPlaces, ATableOfTooManyEntriesIsNotCalledDamaged) {
   EXPECT_NE(large.drive().changeRefusal().find("more entries"), std::string::npos);
   EXPECT_EQ(large.drive().partitionCount(), 1U) << "nobody takes it for empty";
   MemoryDisk damaged = makeOf("256");
-  flip(damaged, 1, 60);
-  flip(damaged, kSectors - 1, 60);
+  flipByte(damaged, 1, 60);
+  flipByte(damaged, kSectors - 1, 60);
   EXPECT_NE(TableBench(damaged.copy()).drive().changeRefusal().find("damaged"), std::string::npos);
 }
 

@@ -10,7 +10,6 @@
 #include "disk/mbr_record.h"
 #include "probe/type_catalogue.h"
 #include "ptable/gpt/gpt_types.h"
-#include "ptable/scheme_bench.h"
 #include "ptable/table_bench.h"
 #include "support/loop_device.h"
 #include "support/oracle.h"
@@ -46,9 +45,7 @@ MemoryDisk hybridDisk() {
 }
 
 MemoryDisk flipped(MemoryDisk disk, u64 lba, std::size_t at) {
-  std::vector<u8> sector = disk.sector(lba);
-  sector[at] ^= 0xFF;
-  disk.setSector(lba, sector);
+  flipByte(disk, lba, at);
   return disk;
 }
 
@@ -79,14 +76,6 @@ std::string healthOf(MemoryDisk& disk) {
   return bench.drive().gptHealth() ? gptHealthWord(*bench.drive().gptHealth()) : "none";
 }
 
-std::string picture(MemoryDisk& disk) {
-  TableBench bench(disk.copy());
-  std::ostringstream text;
-  text << bench.drive().schemeName() << " " << guidText(bench.drive().diskGuid()) << "\n";
-  for (const GptRow& row : gptRowsOf(bench.drive())) text << row << "\n";
-  return text.str();
-}
-
 TEST(GptScheme, TheModelAgreesWithSfdiskOnTablesOfEveryMaker) {
   std::string many = "label: gpt\n";
   for (int i = 0; i < 128; ++i)
@@ -109,6 +98,12 @@ TEST(GptScheme, TheModelAgreesWithSfdiskOnTablesOfEveryMaker) {
       {"empty", {{"sgdisk", "-o", "IMAGE"}}, "", 128},
       {"parted", {byParted}, "", 128},
       {"sgdisk", {bySgdisk}, "", 128},
+      {"hybrid", {words("sgdisk -n 1:2048:+8M -n 2:0:+8M -h 1:2 IMAGE")}, "", 128},
+      {"both ends",
+       {words("sgdisk -a 1 -n 1:34:34 -n 2:64:65 -t 2:12345678-9ABC-DEF0-1234-56789ABCDEF0 "
+              "-n 3:4096:0 -S 32 IMAGE")},
+       "",
+       32},
       {"sfdisk, all entries", {{"sfdisk", "-q", "IMAGE"}}, many, 128},
       {"sfdisk, one entry",
        {{"sfdisk", "-q", "IMAGE"}},
@@ -181,20 +176,20 @@ TEST(GptScheme, EachDamageIsNamedAndRepaired) {
     const MemoryDisk whole = threePartitions(sectorSize);
     for (const Damage& damage : damages) {
       MemoryDisk undamaged = whole.copy();
-      const std::string before = picture(undamaged);
+      const std::string before = gptPicture(undamaged);
       MemoryDisk disk = damage.make(std::move(undamaged), kBytes / sectorSize - 1);
       const std::string what = std::string(damage.word) + ", " + std::to_string(sectorSize);
       EXPECT_EQ(healthOf(disk), damage.word) << what;
-      EXPECT_EQ(picture(disk), before) << what;
+      EXPECT_EQ(gptPicture(disk), before) << what;
       TableBench bench(disk.copy());
       ASSERT_EQ(bench.drive().repairGpt(), Error::none) << what;
       EXPECT_EQ(healthOf(bench.disk()), "sound") << what;
-      EXPECT_EQ(picture(bench.disk()), before) << what;
+      EXPECT_EQ(gptPicture(bench.disk()), before) << what;
       EXPECT_EQ(gptProblems(bench.disk()), "") << what;
       EXPECT_EQ(bench.reopen().lastUsableSector(),
                 bench.drive().lastLba() - (16384 / sectorSize + 1))
           << what;
-      const TableChange repair = {what, [](Drive& d) { return d.repairGpt(); }, picture, {}};
+      const TableChange repair = {what, [](Drive& d) { return d.repairGpt(); }, gptPicture, {}};
       if (sectorSize == 512) expectCutsLeaveOldOrNew(disk, repair);
     }
   }
@@ -232,7 +227,7 @@ TEST(GptScheme, TheBackupMovesByOneSectorToo) {
     EXPECT_EQ(gptProblems(bench.disk()), "");
     MemoryDisk before = grown(full, by);
     expectCutsLeaveOldOrNew(before,
-                            {"repair", [](Drive& d) { return d.repairGpt(); }, picture, {}});
+                            {"repair", [](Drive& d) { return d.repairGpt(); }, gptPicture, {}});
   }
 }
 
@@ -246,15 +241,15 @@ Failure create(Drive& drive, u64 start, u64 end) {
 std::vector<TableChange> changes() {
   const auto far = [](Drive& d) -> PartitionEntry& { return *d.findByKernelNumber(kFarEntry); };
   return {
-      {"add", [](Drive& d) { return create(d, 20480, 30000); }, picture, {}},
+      {"add", [](Drive& d) { return create(d, 20480, 30000); }, gptPicture, {}},
       {"add to the last sector",
        [](Drive& d) { return create(d, 20480, d.lastUsableSector()); },
-       picture,
+       gptPicture,
        {}},
-      {"remove", [=](Drive& d) { return d.remove(far(d)); }, picture, {}},
+      {"remove", [=](Drive& d) { return d.remove(far(d)); }, gptPicture, {}},
       {"type",
        [=](Drive& d) { return d.changeProperties(far(d), {.type = types::kEfiSystem}); },
-       picture,
+       gptPicture,
        {}},
       {"properties",
        [=](Drive& d) {
@@ -262,7 +257,7 @@ std::vector<TableChange> changes() {
                                             .typeGuid = kGptMsReserved,
                                             .attributes = u64{1} << 63 | 5});
        },
-       picture,
+       gptPicture,
        {}},
   };
 }

@@ -63,13 +63,8 @@ std::vector<Free> freeBlocksOf(Drive& drive) {
 }
 
 std::vector<PartitionEntry*> usedRowsOf(Drive& drive) {
-  std::vector<PartitionEntry*> rows;
-  for (const auto& entry : drive.table().entries) {
-    if (!entry->isFree()) rows.push_back(entry.get());
-    if (!entry->volumes) continue;
-    for (const auto& volume : entry->volumes->entries)
-      if (!volume->isFree()) rows.push_back(volume.get());
-  }
+  std::vector<PartitionEntry*> rows = entriesOf(drive);
+  std::erase_if(rows, [](const PartitionEntry* row) { return row->isFree(); });
   return rows;
 }
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
-#include <tuple>
 
 #include "ptable/convert.h"
 #include "ptable/mbr/boot_code.h"
@@ -81,30 +80,6 @@ TEST_F(MbrEditorTest, SlotsAreSwappedRemovedAndFilled) {
   EXPECT_EQ(7, after.slots[3].type);
   EXPECT_EQ(0, after.slots[3].bootIndicator) << "the slot's indicator, not the partition's";
   EXPECT_EQ("", readTable(bench_.disk()).problems);
-}
-
-TEST_F(MbrEditorTest, AnInsertedSlotHasTheAddressesOfTheDrivesMode) {
-  // 16 heads of 63 sectors, 100 cylinders: sector 204799 lies behind the last of them.
-  bench_.drive().setGeometry({99, 15, 63});
-  TableEntry beyond;
-  beyond.startSector = 1008;
-  beyond.endSector = u64{1024} * 1008 + 5;
-  beyond.type = 0x0C;
-  for (const auto& [flags, head, sector] :
-       {std::tuple(0U, 0U, 6U), std::tuple(u32{kDriveChsForceEnd}, 15U, 63U),
-        std::tuple(u32{kDriveChsEndIfTruncated}, 15U, 63U)}) {
-    bench_.drive().setFlags(kDriveChsForceEnd | kDriveChsEndIfTruncated, flags);
-    ASSERT_TRUE(editor_.insert(3, beyond));
-    const MbrSlotRow row = editor_.rows()[3];
-    EXPECT_EQ(1U, row.start.cylinder);
-    EXPECT_EQ(0U, row.start.head);
-    EXPECT_EQ(1U, row.start.sector);
-    EXPECT_EQ(1023U, row.end.cylinder);
-    EXPECT_EQ(head, row.end.head) << flags;
-    EXPECT_EQ(sector, row.end.sector) << flags;
-  }
-  beyond.endSector = u64{1} << 33;
-  EXPECT_FALSE(editor_.insert(3, beyond));
 }
 
 TEST_F(MbrEditorTest, CodeSignatureAndEndAddresses) {

@@ -76,7 +76,7 @@ void expectSound(TableBench& bench) {
 class RandomChanges {
  public:
   explicit RandomChanges(unsigned seed, u32 sectorSize)
-      : random_(seed), bench_(MemoryDisk(400 * kUnit, sectorSize), options()) {}
+      : random_(seed), bench_(MemoryDisk(400 * kUnit, sectorSize), alignedTo(kUnit)) {}
 
   TableBench& bench() { return bench_; }
 
@@ -92,22 +92,14 @@ class RandomChanges {
   }
 
  private:
-  static DriveOpenOptions options() {
-    DriveOpenOptions options;
-    options.alignment = kUnit;
-    return options;
-  }
   u64 pick(u64 below) { return random_() % below; }
 
   // A free block inside or outside of the extended partition; null when there is none.
   PartitionEntry* pickFree(bool inner) {
-    std::vector<PartitionEntry*> blocks;
-    for (const auto& entry : bench_.drive().table().entries) {
-      if (entry->isFree() && !inner) blocks.push_back(entry.get());
-      if (!entry->volumes || !inner) continue;
-      for (const auto& volume : entry->volumes->entries)
-        if (volume->isFree()) blocks.push_back(volume.get());
-    }
+    std::vector<PartitionEntry*> blocks = entriesOf(bench_.drive());
+    std::erase_if(blocks, [inner](const PartitionEntry* block) {
+      return !block->isFree() || block->isVolume() != inner;
+    });
     return blocks.empty() ? nullptr : blocks[pick(blocks.size())];
   }
 

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 
-#include "ptable/scheme_bench.h"
 #include "ptable/table_bench.h"
 #include "support/fault_loops.h"
 #include "support/oracle.h"

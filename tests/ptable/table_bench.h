@@ -1,4 +1,5 @@
-// A drive on a disk in memory, and its table as readable text.
+// A drive on a disk in memory, its table as readable text, tables by the tools that make and judge
+// them, and the two loops in which requests fail and the power is cut.
 #pragma once
 
 #include <functional>
@@ -11,6 +12,7 @@
 #include "ptable/drive.h"
 #include "support/fake_host.h"
 #include "support/sfdisk.h"
+#include "support/table_rows.h"
 
 namespace tallowin {
 
@@ -39,6 +41,8 @@ std::string usedRows(const Drive& drive);
 // The used rows as sfdisk lists them, in the order of their numbers.
 std::vector<SfdiskRow> rowsOf(const Drive& drive);
 MbrRecord mbrOf(DiskDevice& disk);
+// Turns one byte of a sector over.
+void flipByte(MemoryDisk& disk, u64 lba, std::size_t at);
 DriveOpenOptions alignedTo(i64 sectors);
 // The largest free block of the top level, or of the first extended partition.
 TableEntry* largestFree(Drive& drive);
@@ -51,5 +55,34 @@ Failure addAt(Drive& drive, u64 startSector, u64 sectors, u16 type, const std::s
 // The change is refused with this code, and no sector is written.
 void expectRefused(MemoryDisk disk, const std::function<Failure(Drive& drive)>& run,
                    Failure expected, const char* what, const DriveOpenOptions& options = {});
+
+std::vector<GptRow> gptRowsOf(const Drive& drive);
+// The scheme and the entries, as lines.
+std::string gptPicture(MemoryDisk& disk);
+// As sfdisk reads them; fails the test when it cannot.
+std::vector<GptRow> gptRowsBySfdisk(MemoryDisk& disk);
+// What sgdisk and sfdisk complain about; empty for a sound GPT.
+std::string gptProblems(MemoryDisk& disk);
+
+// Runs commands on an image of `bytes`; "IMAGE" in them is its path, or that of a loop device
+// with the sector size. sfdisk is fed with `input`.
+MemoryDisk diskFromCommands(u64 bytes, u32 sectorSizeBytes,
+                            const std::vector<std::vector<std::string>>& commands,
+                            const std::string& input = {});
+
+struct TableChange {
+  std::string what;
+  std::function<Failure(Drive& drive)> run;
+  // What two disks with the same table have in common.
+  std::function<std::string(MemoryDisk& disk)> picture;
+  DriveOpenOptions options;
+};
+
+// Every request fails in turn (see forEachFault): the disk has the table that the error names.
+void expectFaultsAreTold(MemoryDisk& before, const TableChange& change);
+// The power is cut in every way (see forEachPowerCut): the old table is on the disk, or the new
+// one. `judge` sees every disk.
+void expectCutsLeaveOldOrNew(MemoryDisk& before, const TableChange& change,
+                             const std::function<void(MemoryDisk& disk)>& judge = {});
 
 }  // namespace tallowin
