@@ -123,21 +123,6 @@ TEST_F(ConvertFlowTest, AnEfiSystemKeepsItsGpt) {
   EXPECT_TRUE(before.sameContent(disk_));
 }
 
-TEST_F(ConvertFlowTest, ABootLoaderBehindTheMbrIsNamedAndKeptUnlessTheUserInsists) {
-  const auto drive = open(disk_);
-  add(*drive, 0, 20480, 0x83, "L");
-  disk_.setSector(1, std::vector<u8>(512, 0x52));
-  MemoryDisk before = disk_.copy();
-  expectSure();
-  ui_.expectMessage("in sector 1", MessageResult::no);
-  EXPECT_EQ(convert(*drive, Scheme::embr).end, FlowEnd::cancelled);
-  EXPECT_TRUE(before.sameContent(disk_));
-  expectSure();
-  ui_.expectMessage("in sector 1", MessageResult::yes);
-  EXPECT_EQ(convert(*drive, Scheme::embr).end, FlowEnd::done);
-  EXPECT_STREQ(drive->schemeName(), "EMBR");
-}
-
 TEST_F(ConvertFlowTest, RefusalsSayWhyAndWriteNothing) {
   const auto drive = open(disk_);
   add(*drive, 0, 20480, 0x83, "L");

@@ -61,14 +61,6 @@ TEST_F(DeleteFlowTest, TheQuestionNamesDiskAndPartition) {
   EXPECT_EQ(1U, keptTables());
 }
 
-TEST_F(DeleteFlowTest, NoChangesNothing) {
-  const auto drive = open(disk_);
-  ui_.expect<DeleteModel>([](DeleteModel& model) { model.cancel(); });
-  EXPECT_EQ(FlowEnd::cancelled, erase(*drive, 1).end);
-  EXPECT_EQ(table_, tableOf(*open(disk_)));
-  EXPECT_EQ(0U, keptTables());
-}
-
 TEST_F(DeleteFlowTest, VolumesGoWithTheirExtendedPartition) {
   const auto drive = open(disk_);
   ui_.expect<DeleteModel>([](DeleteModel& model) {
@@ -98,27 +90,6 @@ TEST_F(DeleteFlowTest, TheBootSectorsOfEachTypeAreCleared) {
     });
     EXPECT_EQ(FlowEnd::done, erase(*drive, c.number).end);
     EXPECT_EQ(c.cleared, zerosFrom(disk, start)) << c.number;
-  }
-}
-
-TEST_F(DeleteFlowTest, TheWholePartitionIsWipedAndNoMore) {
-  const auto drive = open(disk_);
-  const PartitionEntry& entry = *drive->findByKernelNumber(3);
-  const u64 start = entry.startSector;
-  const u64 end = entry.endSector;
-  MemoryDisk before = disk_.copy();
-  ui_.expect<DeleteModel>([](DeleteModel& model) {
-    model.wipePartition = model.clearBootSector = true;
-    model.ok();
-  });
-  EXPECT_EQ(FlowEnd::done, erase(*drive, 3).end);
-  for (u64 lba = 0; lba < kSectors; ++lba) {
-    const bool isZero = disk_.sector(lba) == std::vector<u8>(512, 0);
-    if (lba >= start && lba <= end) {
-      ASSERT_TRUE(isZero) << lba;
-    } else if (lba != 0) {
-      ASSERT_EQ(before.sector(lba), disk_.sector(lba)) << lba;
-    }
   }
 }
 

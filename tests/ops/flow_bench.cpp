@@ -1,6 +1,9 @@
 #include "ops/flow_bench.h"
 
+#include <algorithm>
+
 #include "base/text.h"
+#include "support/table_rows.h"
 
 namespace tallowin {
 
@@ -84,31 +87,22 @@ std::size_t FlowTest::keptTables() {
 
 std::string tableOf(Drive& drive) {
   std::string text;
-  const auto addRow = [&](const PartitionEntry& entry) {
-    if (entry.isFree()) return;
-    text += format("%u %02Xh %llu..%llu%s\n", drive.kernelNumber(entry).value_or(99), entry.type,
-                   static_cast<unsigned long long>(entry.startSector),
-                   static_cast<unsigned long long>(entry.endSector), entry.isInError() ? " !" : "");
-  };
-  for (const auto& entry : drive.table().entries) {
-    addRow(*entry);
-    if (!entry->volumes) continue;
-    for (const auto& volume : entry->volumes->entries) addRow(*volume);
+  for (const PartitionEntry* entry : entriesOf(drive)) {
+    if (entry->isFree()) continue;
+    text +=
+        format("%u %02Xh %llu..%llu%s\n", drive.kernelNumber(*entry).value_or(99), entry->type,
+               static_cast<unsigned long long>(entry->startSector),
+               static_cast<unsigned long long>(entry->endSector), entry->isInError() ? " !" : "");
   }
   return text;
 }
 
 std::vector<PartitionEntry*> freeBlocks(Drive& drive) {
-  std::vector<PartitionEntry*> top;
-  std::vector<PartitionEntry*> inner;
-  for (const auto& entry : drive.table().entries) {
-    if (entry->isFree()) top.push_back(entry.get());
-    if (!entry->volumes) continue;
-    for (const auto& volume : entry->volumes->entries)
-      if (volume->isFree()) inner.push_back(volume.get());
-  }
-  top.insert(top.end(), inner.begin(), inner.end());
-  return top;
+  std::vector<PartitionEntry*> blocks = entriesOf(drive);
+  std::erase_if(blocks, [](const PartitionEntry* entry) { return !entry->isFree(); });
+  std::ranges::stable_partition(blocks,
+                                [](const PartitionEntry* block) { return !block->isVolume(); });
+  return blocks;
 }
 
 std::function<void(CreateModel&)> enter(const std::string& type, u32 sizeMiB,

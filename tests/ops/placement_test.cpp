@@ -222,14 +222,5 @@ TEST(PlacementProperties, NewPartitionsStayInTheirRegionOnBoundariesAndHaveTheir
   EXPECT_GT(placed, 5000U);
 }
 
-TEST(SizeInMiB, RoundsHalfUpAndIsNothingForARangeBackwards) {
-  EXPECT_EQ(1U, sizeInMiB(0, 1023, 512));
-  EXPECT_EQ(0U, sizeInMiB(0, 1022, 512));
-  EXPECT_EQ(2U, sizeInMiB(0, 3071, 0));
-  EXPECT_EQ(1U, sizeInMiB(256, 511, 4096));
-  EXPECT_EQ(0U, sizeInMiB(10, 9, 512));
-  EXPECT_EQ(0U, sizeInMiB(10, 0, 512));
-}
-
 }  // namespace
 }  // namespace tallowin

@@ -50,18 +50,6 @@ TEST(OperationProgress, DrawsAndServesAFewTimesASecondAndAlwaysTheEnd) {
   EXPECT_EQ(100U, ui.progress.back().percent);
 }
 
-TEST(OperationProgress, ACancelStaysUntilTheNextPhase) {
-  ScriptedFrontEnd ui;
-  SteppingHost host;
-  OperationProgress progress(ui, host, "Format", "", "Cancel");
-  ui.cancelAtPoll(0);
-  EXPECT_TRUE(progress.isCancelled());
-  ui.cancelAtPoll(kAllOnes64);
-  EXPECT_TRUE(progress.isCancelled());
-  progress.begin("Next", "&Skip");
-  EXPECT_FALSE(progress.isCancelled());
-}
-
 TEST(DiskErrorPrompt, OnlyContinueGoesOn) {
   for (const auto& [answer, goesOn] : {std::pair{MessageResult::goOn, true},
                                        {MessageResult::cancel, false},
@@ -156,12 +144,6 @@ TEST_F(ZeroWipeTest, AWriteErrorThatIsNotIgnoredStopsAndAFailedFlushIsOne) {
   FaultyDisk unflushed(disk_);
   unflushed.failFlush(true);
   EXPECT_EQ(Error::flush, wipe(unflushed, ui_).failure);
-}
-
-TEST(DescribeDisk, LeavesOutWhatIsNotKnown) {
-  MemoryDisk disk(4096);
-  disk.setName("/tmp/disk.img");
-  EXPECT_EQ("2 MiB, /tmp/disk.img", describeDisk(disk));
 }
 
 }  // namespace

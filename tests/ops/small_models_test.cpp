@@ -7,18 +7,6 @@
 namespace tallowin {
 namespace {
 
-TEST(DeleteModel, AnEntryInErrorKeepsItsSectors) {
-  DeleteFacts facts;
-  facts.inError = true;
-  DeleteModel model(facts);
-  model.clearBootSector = model.wipePartition = true;
-  model.ok();
-  EXPECT_TRUE(model.confirmed);
-  EXPECT_FALSE(model.clearBootSector || model.wipePartition);
-  EXPECT_FALSE(model.wipePartitionControl.whyDisabled.empty());
-  EXPECT_FALSE(model.clearBootSectorControl.whyDisabled.empty());
-}
-
 TEST(DeleteModel, SecureWipeSaysWhyItCannotBeTicked) {
   DeleteModel model(DeleteFacts{});
   model.wipePartition = model.secureWipe = true;
@@ -93,26 +81,6 @@ TEST(FormatModel, TheChoicesAreThoseOfTheKind) {
   EXPECT_EQ("plain", both.kind().word);
   EXPECT_EQ(0U, both.clusterBytes());
   EXPECT_FALSE(both.alignForNtfs || both.alignForNtfsControl.shown || both.winNtOnlyLabel.shown);
-}
-
-TEST(FormatSummaryModel, TellsWhatWasMade) {
-  FormatSummary summary;
-  summary.name = "DATA";
-  summary.typeName = "FAT-32";
-  summary.facts.name = "FAT32";
-  summary.facts.storedTypeText = "FAT32   ";
-  summary.sizeText = "500 MiB";
-  summary.facts.clusterBytes = 4096;
-  summary.facts.clusters = 127749;
-  summary.report.badClusters = 3;
-  summary.report.usedClusters = 1;
-  summary.report.scanStopped = true;
-  EXPECT_EQ((std::vector<std::string>{"Name: DATA", "Type: FAT-32/FAT32   ", "Size: 500 MiB",
-                                      "Cluster size: 4096 byte(s)", "Total clusters: 127749",
-                                      "Bad clusters: 3 (skipped)", "Free clusters: 127745"}),
-            FormatSummaryModel(summary).lines);
-  summary.facts.storedTypeText.clear();
-  EXPECT_EQ("Type: FAT32", FormatSummaryModel(summary).lines[1]);
 }
 
 }  // namespace
