@@ -1,4 +1,4 @@
-// Runs tallowinctl as a script would.
+// Runs tallowinctl as a script would: in a child of the test, which costs less than a new program.
 #pragma once
 
 #include <rapidjson/document.h>
@@ -30,16 +30,20 @@ class Ctl {
   };
   Answer json(std::vector<std::string> words);
 
-  // What is run, with the program's name and folder.
+  // The same as a program of its own, with its name and folder.
   std::vector<std::string> command(std::vector<std::string> words) const;
 
   const TempFolder& home() const { return home_; }
 
  private:
+  enum class Errors { shown, dropped };
+  ProgramResult runInChild(std::vector<std::string> words, Errors errors) const;
+
   Devices devices_;
   TempFolder home_;
 };
 
+// The same for the same bytes; holes of a file are zeros.
 std::string fileHash(const std::string& path);
 
 // The used rows of `list`, by number, in the form in which sfdisk is asked.

