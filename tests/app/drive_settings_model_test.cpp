@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "app/drive_settings_list_model.h"
-
 namespace tallowin {
 namespace {
 
@@ -43,28 +41,8 @@ TEST(DriveSettingsModel, ShowsTheRecordAndStoresItUnchanged) {
   EXPECT_EQ(model.keysToSave(), DriveKeys::all);
 }
 
-TEST(DriveSettingsModel, EachTickChangesItsOwnFieldAlone) {
-  const DriveSettingsRecord shown = ownRecord();
-  struct Case {
-    Tick DriveSettingsModel::*tick;
-    bool DriveSettingsRecord::*field;
-  };
-  const Case cases[] = {
-      {&DriveSettingsModel::align1MiB, &DriveSettingsRecord::align1MiB},
-      {&DriveSettingsModel::alignEndHs, &DriveSettingsRecord::alignEndHs},
-      {&DriveSettingsModel::alignHsOnTruncate, &DriveSettingsRecord::alignHsOnTruncate},
-      {&DriveSettingsModel::validateMbrGeometry, &DriveSettingsRecord::validateMbrGeometry},
-  };
-  for (const Case& c : cases) {
-    DriveSettingsModel model = modelOf(shown);
-    (model.*c.tick).ticked = true;
-    model.pass();
-    DriveSettingsRecord expected = shown;
-    expected.*c.field = true;
-    EXPECT_EQ(model.result(), expected);
-  }
-
-  DriveSettingsModel model = modelOf(shown);
+TEST(DriveSettingsModel, TheEndIsResizedOnlyWhereItIsAligned) {
+  DriveSettingsModel model = modelOf(ownRecord());
   EXPECT_TRUE(model.alignEndByResizing.control.enabled);
   model.alignEndByResizing.ticked = true;
   model.pass();
@@ -188,51 +166,6 @@ TEST(DriveSettingsModel, TheLimitOfPrimariesIsOfferedWhereFourSlotsAreEnough) {
     EXPECT_FALSE(model.limitPrimaries.control.enabled);
     EXPECT_FALSE(model.limitPrimaries.control.whyDisabled.empty());
   }
-}
-
-TEST(DriveSettingsModel, OkClosesWhenStoredAndCancelStoresNothing) {
-  DriveSettingsModel model = modelOf(ownRecord());
-  int asked = 0;
-  model.store = [&] { return ++asked == 2; };
-  model.align1MiB.ticked = true;
-  model.ok();
-  EXPECT_TRUE(model.isOpen());
-  EXPECT_FALSE(model.confirmed);
-  EXPECT_TRUE(model.align1MiB.ticked);
-  model.ok();
-  EXPECT_FALSE(model.isOpen());
-  EXPECT_TRUE(model.confirmed);
-
-  DriveSettingsModel cancelled = modelOf(ownRecord());
-  cancelled.store = [&] { return ++asked > 0; };
-  cancelled.cancel();
-  EXPECT_FALSE(cancelled.isOpen() || cancelled.confirmed);
-  EXPECT_EQ(asked, 2);
-}
-
-TEST(DriveSettingsListModel, EditNeedsADriveOfTheBusThatIsShown) {
-  DriveSettingsListModel model({"OS", "Image"}, 0, [](std::size_t bus) {
-    return bus == 0 ? std::vector<std::string>{"a", "b"} : std::vector<std::string>{"c"};
-  });
-  std::vector<std::pair<std::size_t, std::size_t>> edited;
-  model.editDrive = [&](std::size_t bus, std::size_t drive) { edited.emplace_back(bus, drive); };
-  EXPECT_FALSE(model.editControl.enabled);
-  model.ok();
-  model.driveIndex = 1;
-  model.pass();
-  EXPECT_TRUE(model.editControl.enabled);
-  model.ok();
-  EXPECT_TRUE(model.isOpen());
-
-  model.busIndex = 1;
-  model.pass();
-  EXPECT_EQ(model.drives(), std::vector<std::string>{"c"});
-  EXPECT_FALSE(model.editControl.enabled);
-  model.driveIndex = 1;
-  model.ok();
-  EXPECT_EQ(edited, (std::vector<std::pair<std::size_t, std::size_t>>{{0, 1}}));
-  model.cancel();
-  EXPECT_FALSE(model.isOpen());
 }
 
 }  // namespace

@@ -44,16 +44,19 @@ TEST(EnabledActions, AFreeBlockTakesAPendingCopyThatFits) {
   EXPECT_EQ(actionsFor(0, {.pendingCopySectors = 101}), plain);
 }
 
-TEST(EnabledActions, WhatHoldsNothingCanBeFormatted) {
+TEST(EnabledActions, WhatHoldsNothingAndAGptByItsGuid) {
   EXPECT_TRUE(actionsFor(0, {.holdsNothing = true}) & kFormatBit);
-  TableEntry entry;
-  entry.type = 387;
-  entry.typeGuid = kGptBasicData;
-  EXPECT_TRUE(enabledActions(kKinds, entry, {.isGpt = true}) & kFormatBit);
-  entry.typeGuid = kGptEfiSystem;
-  EXPECT_TRUE(enabledActions(kKinds, entry, {.isGpt = true}) & kFormatBit);
-  entry.typeGuid = kGptMsReserved;
-  EXPECT_FALSE(enabledActions(kKinds, entry, {.isGpt = true}) & kFormatBit);
+  const auto ofGuid = [](const Guid& guid) {
+    TableEntry entry;
+    entry.type = 387;
+    entry.typeGuid = guid;
+    return enabledActions(kKinds, entry, {.isGpt = true});
+  };
+  EXPECT_TRUE(ofGuid(kGptBasicData) & kFormatBit);
+  EXPECT_TRUE(ofGuid(kGptEfiSystem) & kFormatBit);
+  EXPECT_FALSE(ofGuid(kGptMsReserved) & kFormatBit);
+  EXPECT_TRUE(ofGuid(kGptEfiSystem) & kBcdEditBit) << "it has a boot configuration";
+  EXPECT_FALSE(ofGuid(kGptBasicData) & kBcdEditBit);
 }
 
 TEST(EnabledActions, WhatIsInErrorCanOnlyBeDeletedAndLookedAt) {
@@ -67,14 +70,6 @@ TEST(EnabledActions, WhatIsInErrorCanOnlyBeDeletedAndLookedAt) {
   overlapping.type = 0x06;
   overlapping.status = kEntryOverlaps;
   EXPECT_EQ(enabledActions(kKinds, overlapping, {}), kDeleteBit | kPropertiesBit);
-}
-
-TEST(EnabledActions, AnEfiSystemPartitionOfAGptHasABootConfiguration) {
-  TableEntry entry;
-  entry.type = 0xEF;
-  entry.typeGuid = kGptEfiSystem;
-  EXPECT_TRUE(enabledActions(kKinds, entry, {.isGpt = true}) & kBcdEditBit);
-  EXPECT_FALSE(enabledActions(kKinds, entry, {}) & kBcdEditBit);
 }
 
 }  // namespace

@@ -116,17 +116,6 @@ TEST_F(MainWindowTest, EveryDisabledButtonSaysWhy) {
   EXPECT_FALSE(isEnabled(Action::format));
 }
 
-TEST_F(MainWindowTest, WhatIsInErrorIsMarkedAndCanOnlyBeDeleted) {
-  addImage("label: dos\nstart=2048,size=4096,type=83\nstart=8192,size=4096,type=6\n");
-  damage(446 + 16 + 8, {0x00, 0x10, 0, 0});
-  EXPECT_TRUE(window().hasErrors());
-  select("FAT-16");
-  EXPECT_TRUE(window().rows()[*window().selectedRow()].isInError);
-  EXPECT_TRUE(isEnabled(Action::deleteOrUndelete));
-  EXPECT_FALSE(isEnabled(Action::format));
-  EXPECT_NE(window().control(Action::format).whyDisabled.find("overlaps"), std::string::npos);
-}
-
 TEST_F(MainWindowTest, AChainThatLoopsMarksItsRow) {
   addImage(kScript);
   const long link = 20480L * 512 + 446 + 16;  // of the first EBR, to itself
@@ -249,16 +238,6 @@ TEST_F(MainWindowTest, TheTableIsReadAgainAfterTheMbrEditor) {
   EXPECT_EQ(topic, MbrViewModel::kHelpTopic);
   for (const std::string& row : texts()) EXPECT_EQ(row.find("Linux"), std::string::npos) << row;
   EXPECT_EQ(readTable(options_.images[0]).rows.size(), 1u);
-}
-
-TEST_F(MainWindowTest, RefreshShowsWhatOthersChanged) {
-  addImage("label: dos\nsize=10M,type=83\n");
-  const std::size_t before = window().rows().size();
-  ASSERT_EQ(makeTable(options_.images[0], "label: dos\nsize=10M,type=83\nsize=10M,type=7\n"), "");
-  const u32 revision = window().revision();
-  window().key(Key::f5);
-  EXPECT_GT(window().rows().size(), before);
-  EXPECT_GT(window().revision(), revision);
 }
 
 TEST_F(MainWindowTest, HelpAndTheThreeWaysToClose) {

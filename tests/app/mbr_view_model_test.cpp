@@ -11,6 +11,7 @@
 #include "probe/type_catalogue.h"
 #include "support/ops_bench.h"
 #include "support/sfdisk.h"
+#include "support/table_rows.h"
 
 namespace tallowin {
 namespace {
@@ -40,11 +41,6 @@ class MbrViewTest : public OpsTest {
     return viewMbr(context_, *drive);
   }
   std::vector<u8> mbr() { return disk_.sector(0); }
-  void putMbr(const std::function<void(MbrRecord&)>& change) {
-    std::vector<u8> sector = mbr();
-    change(*recordAt<MbrRecord>(std::span<u8>(sector)));
-    ASSERT_EQ(disk_.writeSectors(0, sector.data(), 1), Error::none);
-  }
   void expectDone() { ui_.expectMessage(kDone); }
   void expectDropQuestion(MessageResult answer) { ui_.expectMessage("not on the disk", answer); }
   void expectApplyQuestion(MessageResult answer) { ui_.expectMessage(disk_.displayName(), answer); }
@@ -117,18 +113,6 @@ TEST_F(MbrViewTest, NothingIsWrittenBeforeApply) {
   EXPECT_EQ(2048U, after.rows[1].start);
 }
 
-TEST_F(MbrViewTest, ShiftSwitchesOneIndicatorOnly) {
-  static_cast<void>(view([&](MbrViewModel& model) {
-    model.select(1);
-    model.press(MbrAction::setActive, true);
-    EXPECT_TRUE(model.rows()[1].isActive);
-    EXPECT_TRUE(model.rows()[2].isActive);
-    model.press(MbrAction::setActive, true);
-    EXPECT_FALSE(model.rows()[1].isActive);
-    model.cancel();
-  }));
-}
-
 TEST_F(MbrViewTest, SignaturesAreNumbersOfC) {
   static_cast<void>(view([&](MbrViewModel& model) {
     for (const auto& [answer, label] : {std::pair("", "0x00000000"), std::pair("010", "0x00000008"),
@@ -152,7 +136,7 @@ TEST_F(MbrViewTest, SignaturesAreNumbersOfC) {
 }
 
 TEST_F(MbrViewTest, APlaceHolderGoesOnlyAfterYes) {
-  putMbr([](MbrRecord& mbr) { mbr.slots[3].type = types::kGptReserved; });
+  editSector<MbrRecord>(disk_, 0, [](MbrRecord& mbr) { mbr.slots[3].type = types::kGptReserved; });
   static_cast<void>(view([&](MbrViewModel& model) {
     model.select(3);
     for (const MbrAction action : {MbrAction::insert, MbrAction::remove}) {
@@ -164,18 +148,6 @@ TEST_F(MbrViewTest, APlaceHolderGoesOnlyAfterYes) {
     model.press(MbrAction::remove);
     EXPECT_EQ(model.rows()[3].type, types::kFree);
     expectDropQuestion(MessageResult::yes);
-    model.cancel();
-  }));
-}
-
-TEST_F(MbrViewTest, ButtonsThatCannotMoveSayWhy) {
-  static_cast<void>(view([&](MbrViewModel& model) {
-    model.select(0);
-    EXPECT_FALSE(model.control(MbrAction::moveUp).enabled);
-    EXPECT_FALSE(model.control(MbrAction::moveUp).whyDisabled.empty());
-    EXPECT_TRUE(model.control(MbrAction::moveDown).enabled);
-    model.select(3);
-    EXPECT_FALSE(model.control(MbrAction::moveDown).enabled);
     model.cancel();
   }));
 }
