@@ -160,19 +160,6 @@ TEST_F(DriveListTest, EncryptedContainersKnowWhereTheyStart) {
   EXPECT_EQ(list.entryOfKind(2, kHardDiskKind)->startOffset, 0U);
 }
 
-TEST_F(DriveListTest, FortySevenRowsOfSeventyFiveCharacters) {
-  const std::string longName =
-      "lvm_pv_" + std::string(75 - std::string("/dev/mapper/lvm_pv_").size(), 'x');
-  mapping(longName, 0, {"sda"});
-  mapping(longName + "x", 1, {"sda"});
-  EXPECT_EQ(rows(), "/dev/mapper/" + longName);
-  for (char c = 'a'; c <= 'z'; ++c) disks({format("/dev/sd%c", c).c_str()});
-  for (char c = 'a'; c <= 'z'; ++c) disks({format("/dev/xvd%c", c).c_str()});
-  const DriveList list(host, DriveList::Scan::machine);
-  EXPECT_EQ(list.countOfKind(kHardDiskKind), DriveList::kMaxRows);
-  EXPECT_EQ(list.entryOfKind(46, kHardDiskKind)->path, "/dev/xvdu");
-}
-
 TEST_F(DriveListTest, DisplayNamesTellVendorAndModel) {
   struct Case {
     const char *vendor, *model, *name, *expected;

@@ -62,16 +62,6 @@ TEST_F(ImageDiskTest, TheFormIsInTheTraitsAndTheGeometry) {
   EXPECT_EQ(optical->sectorSize(), 2048U);
   EXPECT_EQ(optical->sectorCount(), 512U);
   EXPECT_EQ(optical->traits().deviceKind, kOpticalKind);
-  for (const auto* disk : {&raw, &vhd, &optical}) {
-    const DiskTraits& traits = (*disk)->traits();
-    EXPECT_EQ(traits.kindByte, 0xFE);
-    EXPECT_EQ(traits.deviceClass, 8);
-    EXPECT_EQ(traits.media, MediaFlag::fixed);
-    EXPECT_EQ(traits.commandTimeoutSeconds, 5);
-    EXPECT_EQ(traits.maxTransferBytes, kAllOnes32);
-    EXPECT_FALSE(traits.readOnly);
-  }
-
   Geometry geometry;
   EXPECT_TRUE(vhd->firmwareGeometry(geometry));
   EXPECT_EQ(geometry, (Geometry{19, 4, 20})) << "as the image states it";

@@ -46,15 +46,6 @@ class LinuxDiskTest : public ::testing::Test {
   FakeHost host;
 };
 
-TEST_F(LinuxDiskTest, OpeningSaysWhyItFailed) {
-  EXPECT_EQ(openDisk(host, "/dev/sdz"), nullptr);
-  EXPECT_EQ(errno, ENODEV);
-  host.refuse("/dev/sda", EACCES);
-  EXPECT_EQ(openDisk(host, "/dev/sda"), nullptr);
-  EXPECT_EQ(errno, EACCES);
-  EXPECT_EQ(host.openCount(), 0U);
-}
-
 TEST_F(LinuxDiskTest, WhatIsFixedFromOpenToCloseIsAskedFromTheKernel) {
   struct Case {
     u8 kind;

@@ -13,29 +13,6 @@ namespace {
 
 std::vector<u8> sectors(u64 count, u8 value) { return std::vector<u8>(count * 512, value); }
 
-TEST(MemoryDisk, HoldsWhatWasWrittenAndNothingBeyondItsEnd) {
-  MemoryDisk disk(1000);
-  const auto bytes = sectors(300, 0x77);
-  ASSERT_EQ(disk.writeSectors(650, bytes.data(), 300), Error::none);
-  EXPECT_NE(disk.writeSectors(701, bytes.data(), 300), Error::none);
-  EXPECT_NE(disk.writeZeros(999, 2), Error::none);
-  EXPECT_EQ(disk.sector(649), sectors(1, 0));
-  EXPECT_EQ(disk.sector(949), sectors(1, 0x77));
-  MemoryDisk copy = disk.copy();
-  ASSERT_EQ(disk.writeZeros(651, 298), Error::none);
-  EXPECT_EQ(disk.sector(650), sectors(1, 0x77));
-  EXPECT_EQ(disk.sector(651), sectors(1, 0));
-  EXPECT_FALSE(disk.sameContent(copy));
-  ASSERT_EQ(copy.writeZeros(651, 298), Error::none);
-  EXPECT_TRUE(disk.sameContent(copy));
-  // A page that two disks share is changed in one of them.
-  MemoryDisk other = disk.copy();
-  ASSERT_EQ(other.writeSectors(650, sectors(1, 1).data(), 1), Error::none);
-  EXPECT_EQ(disk.sector(650), sectors(1, 0x77));
-  ASSERT_EQ(disk.clearSectors(949, 1), Error::none);
-  EXPECT_EQ(other.sector(949), sectors(1, 0x77));
-}
-
 TEST(FaultyDisk, FailsWhereItIsTold) {
   MemoryDisk memory(1000);
   FaultyDisk disk(memory);

@@ -140,18 +140,6 @@ TEST_P(EveryForm, ZerosThatAreWrittenLieOverTheOldBytes) {
   EXPECT_EQ(folder_.read("image").find(std::string(16, '\xEE')), std::string::npos);
 }
 
-TEST(Images, AVhdHasWholeCylindersOfItsGeometry) {
-  const FileBytes bytes = smallDynamicVhd();
-  VhdFooter& footer = *recordAt<VhdFooter>(std::span(*bytes), bytes->size() - sizeof(VhdFooter));
-  footer.cylinders = 20;
-  footer.heads = 5;
-  footer.sectorsPerTrack = 20;
-  footer.checksum = vhdChecksum(footer);
-  const auto image = openBytes(bytes);
-  EXPECT_EQ(image->sectorCount(), 2000U) << "of 2048";
-  EXPECT_EQ(image->geometry(), (Geometry{19, 4, 20}));
-}
-
 TEST(Images, AVmdkStatesItsGeometryAndGetsANewContentIdWithTheFirstWrite) {
   const FileBytes bytes = createInMemory(kVmdkSample, "100M");
   const auto contentId = [&] {

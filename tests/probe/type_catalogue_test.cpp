@@ -5,13 +5,6 @@
 namespace tallowin {
 namespace {
 
-TEST(TypeCatalogue, NamesEveryIdInItsForm) {
-  EXPECT_EQ(types::name(300), "Type 12Ch/300");
-  EXPECT_EQ(types::name(387), "GPT Entry");
-  EXPECT_EQ(types::name(13), "Type Dh/13");
-  EXPECT_FALSE(types::hasName(13));
-}
-
 TEST(TypeCatalogue, HidesAndUnhides) {
   for (const u16 type :
        std::initializer_list<u16>{0x01, 0x04, 0x05, 0x06, 0x07, 0x0B, 0x0C, 0x0E, 0x0F}) {
@@ -24,15 +17,6 @@ TEST(TypeCatalogue, HidesAndUnhides) {
     EXPECT_EQ(types::hide(type), 0xED);
   EXPECT_EQ(types::unhide(0x12), 0x12);
   EXPECT_TRUE(types::isHidden(0xED));
-}
-
-TEST(TypeCatalogue, FamiliesLookThroughHiddenForms) {
-  EXPECT_TRUE(types::isExtended(0x85) && types::isExtended(0x15) && types::isChainLink(0x85) &&
-              !types::isChainLink(0x15));
-  EXPECT_TRUE(types::isFat(0x16) && types::isFat(0xEF) && !types::isFat(0x07));
-  EXPECT_TRUE(types::isFat32(0x1C) && types::isFat32(0xEF) && !types::isFat32(0x0E));
-  EXPECT_TRUE(types::isNtfs(0x17) && types::isNtfs(0x27) && !types::isNtfs(0x87));
-  EXPECT_TRUE(types::isHideableData(0x0E) && !types::isHideableData(0x0F));
 }
 
 TEST(TypeCatalogue, SizesOfFat) {

@@ -77,9 +77,5 @@ TEST(ResolveDriveSettings, TheGlobalRuleChoosesTheAlignment) {
   EXPECT_TRUE(resolveDriveSettings(record, options, {}).alignEndHs) << "a value is no cylinder";
 }
 
-TEST(DriveSections, TheTopByteOfADriveNumberIsNotPartOfTheName) {
-  EXPECT_EQ("HD65538", driveSectionName(0xFF010002));
-}
-
 }  // namespace
 }  // namespace tallowin
