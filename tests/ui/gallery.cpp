@@ -114,13 +114,6 @@ void progress(FrontEnd& ui, const Arguments& arguments) {
   std::cout << "done" << std::endl;
 }
 
-// box [TEXT [ICON]]: stays for ten seconds.
-void box(FrontEnd& ui, const Arguments& arguments) {
-  const auto box = ui.progressBox("Startup", kindNamed(argument(arguments, 1, "notice")),
-                                  argument(arguments, 0, "Synchronizing In Progress..."));
-  waitedPause(10'000);
-}
-
 // A disk that answers no read until it is let go, ten seconds at most: one that sleeps in its call,
 // or a pipe that holds nothing yet, for which the ring waits.
 class StuckHost : public Host {
@@ -342,11 +335,10 @@ void help(FrontEnd&, const Arguments& arguments) {
 }
 
 const std::map<std::string, std::function<void(FrontEnd&, const Arguments&)>> kWindows = {
-    {"message", message},   {"input", input},       {"choice", choice},
-    {"progress", progress}, {"box", box},           {"file", file},
-    {"create", create},     {"delete", remove},     {"format", formatDialog},
-    {"summary", summary},   {"help", help},         {"drive", driveSettings},
-    {"drives", drives},     {"settings", settings}, {"stuck", stuck},
+    {"message", message},   {"input", input},   {"choice", choice},       {"progress", progress},
+    {"file", file},         {"create", create}, {"delete", remove},       {"format", formatDialog},
+    {"summary", summary},   {"help", help},     {"drive", driveSettings}, {"drives", drives},
+    {"settings", settings}, {"stuck", stuck},
 };
 
 }  // namespace
