@@ -1,7 +1,6 @@
 // table: keeps the partition table in a file, and puts it back.
-#include <unistd.h>
-
 #include <cstdio>
+#include <filesystem>
 
 #include "cli/commands.h"
 #include "cli/target.h"
@@ -12,14 +11,26 @@
 namespace tallowin {
 namespace {
 
+// Only a kept table gives way to another one.
+CommandResult checkPlace(CommandContext& context, const std::string& file) {
+  std::error_code failure;
+  const std::filesystem::file_status status = std::filesystem::status(file, failure);
+  if (!std::filesystem::exists(status)) return {};
+  const std::string other = "; choose another name.";
+  if (std::filesystem::equivalent(file, context.options.target, failure))
+    return refused("'" + file + "' is the disk itself" + other);
+  if (!std::filesystem::is_regular_file(status))
+    return refused("'" + file + "' is no regular file" + other);
+  if (!isTableBackup(file)) return refused("'" + file + "' is there and is no kept table" + other);
+  if (context.ui.confirm(Consent::general, "", "Replace the file '" + file + "'?")) return {};
+  return refused("'" + file + "' is there already; choose another name, or replace it with --yes.");
+}
+
 CommandResult backup(CommandContext& context, const std::string& file) {
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::look, target); !result.succeeded())
     return result;
-  if (::access(file.c_str(), F_OK) == 0 &&
-      !context.ui.confirm(Consent::general, "", "Replace the file '" + file + "'?"))
-    return refused("'" + file +
-                   "' is there already; choose another name, or replace it with --yes.");
+  if (CommandResult result = checkPlace(context, file); !result.succeeded()) return result;
   TableBackup table;
   Failure error = takeTableBackup(*target.drive, context.session.host().secondsSinceEpoch(), table);
   if (error != Error::none) return failedBecause("The table could not be kept.", error);

@@ -136,6 +136,9 @@ Failure createNewFile(const std::string& path) {
 
 Failure replaceFileDurably(const std::string& path, std::string_view text) {
   const std::string target = withoutLinks(path);
+  struct stat status {};
+  if (::stat(target.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+    return {Error::cannotCreate, S_ISDIR(status.st_mode) ? EISDIR : EPERM};
   std::string temporary = target + ".XXXXXX";
   Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
   if (file.get() < 0) return {Error::cannotCreate, errno};

@@ -25,9 +25,9 @@ Failure hostFileSize(const std::string& path, u64& sizeBytes);
 Failure createNewFile(const std::string& path);
 // Puts `text` in the place of the file, so that after a power cut there is either the old or the
 // new content, whole. A symbolic link stays one; mode and owner of an existing file are kept, a
-// new file has mode 0600. cannotCreate, write, noSpaceLeft, flush: the old file is untouched,
-// except that after a failed flush of the folder the new text is in place but may not survive a
-// cut.
+// new file has mode 0600. cannotCreate (also for what exists and is no regular file, as a device),
+// write, noSpaceLeft, flush: the old file is untouched, except that after a failed flush of the
+// folder the new text is in place but may not survive a cut.
 Failure replaceFileDurably(const std::string& path, std::string_view text);
 
 }  // namespace tallowin

@@ -45,9 +45,11 @@ std::vector<u8> encodeTableBackup(const TableBackup& backup);
 // notThisFormat; corrupt: checksum, lengths or sector list are wrong.
 Failure decodeTableBackup(std::span<const u8> file, TableBackup& backup);
 
-// The file is complete and on the medium, or not there: cannotCreate. An existing file is
-// replaced.
+// The file is complete and on the medium, or not there: cannotCreate. An existing regular file is
+// replaced, whatever it holds.
 Failure writeTableBackup(const TableBackup& backup, const std::string& path);
+// Whether the file begins as a kept table does, be it whole or damaged.
+bool isTableBackup(const std::string& path);
 // noSuchFile, or as decodeTableBackup.
 Failure readTableBackup(const std::string& path, TableBackup& backup);
 

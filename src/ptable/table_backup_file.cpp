@@ -56,8 +56,9 @@ std::string filePrefix(const std::string& diskName) {
 std::vector<std::string> copiesIn(const std::string& folder, const std::string& prefix) {
   std::error_code error;
   std::vector<std::string> names;
-  for (const auto& file : std::filesystem::directory_iterator(folder, error)) {
-    std::string name = file.path().filename();
+  for (std::filesystem::directory_iterator file(folder, error), end; !error && file != end;
+       file.increment(error)) {
+    std::string name = file->path().filename();
     const bool isCopy = name.starts_with(prefix) && name.ends_with(kExtension) &&
                         name.size() >= prefix.size() + kDateLength + kExtension.size();
     if (isCopy) names.push_back(std::move(name));
@@ -132,6 +133,13 @@ Failure writeTableBackup(const TableBackup& backup, const std::string& path) {
   const std::vector<u8> file = encodeTableBackup(backup);
   const std::string_view text(reinterpret_cast<const char*>(file.data()), file.size());
   return replaceFileDurably(path, text).as(Error::cannotCreate);
+}
+
+bool isTableBackup(const std::string& path) {
+  std::array<u8, kTableBackupMagic.size()> start{};
+  u32 done = 0;
+  return !readFileRange(path, start.data(), 0, u32{start.size()}, done) &&
+         textAt(std::span(start).first(done), 0, kTableBackupMagic);
 }
 
 Failure readTableBackup(const std::string& path, TableBackup& backup) {

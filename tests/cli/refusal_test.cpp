@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "cli/ctl.h"
 
@@ -45,11 +46,17 @@ TEST_F(RefusalTest, NothingIsChangedAndOneLineSaysWhy) {
       {"create", "DISK", "--type", "300", "--size", "5"},
       {"create", "DISK", "--type", "linux", "--size", "5", "--format"},
       {"table", "restore", "DISK", "DISK", "--yes"},
+      {"table", "backup", "DISK", "DISK", "--yes"},
+      {"table", "backup", "DISK", folder_.file("link"), "--yes"},   // leads to the disk
+      {"table", "backup", "DISK", folder_.file("other"), "--yes"},  // holds something else
+      {"table", "backup", "DISK", folder_.path(), "--yes"},
       {"info", "DISK", "--part", "9"},
       {"list", "/nonexistent/disk.img"},
       {"list", "/"},
       {"list", "/dev/null"},
   };
+  std::filesystem::create_symlink("disk.img", folder_.file("link"));
+  folder_.write("other", "mine");
   const std::string before = fileHash(path_);
   for (const auto& words : cases) {
     const ProgramResult result = ctl_.run(onDisk(words));
@@ -58,6 +65,7 @@ TEST_F(RefusalTest, NothingIsChangedAndOneLineSaysWhy) {
     EXPECT_EQ(result.output.find("tallowinctl " + words[0] + ": "), 0u) << result.output;
     EXPECT_EQ(fileHash(path_), before) << testing::PrintToString(words);
   }
+  EXPECT_EQ(folder_.read("other"), "mine");
 }
 
 TEST_F(RefusalTest, WrongUsageIsTwo) {

@@ -94,6 +94,11 @@ TEST(ReplaceFileDurably, KeepsLinkModeAndOldContentOnFailure) {
   }
   EXPECT_EQ(folder.read("real.ini"), "new content");
   EXPECT_EQ(replaceFileDurably(folder.file("no/such/folder"), "x"), Error::cannotCreate);
+  const std::string pipe = folder.file("pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_EQ(replaceFileDurably(pipe, "x"), Failure(Error::cannotCreate, EPERM));
+  EXPECT_TRUE(std::filesystem::is_fifo(pipe));
+  EXPECT_TRUE(std::filesystem::remove(pipe));
   ASSERT_EQ(replaceFileDurably(folder.file("fresh"), ""), Error::none);
   const auto entries = std::filesystem::directory_iterator(folder.path());
   EXPECT_EQ(std::distance(begin(entries), end(entries)), 3) << "no temporary file is left";
