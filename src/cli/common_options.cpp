@@ -3,6 +3,13 @@
 #include "cli/values.h"
 
 namespace tallowin {
+namespace {
+
+std::optional<std::string> parseFolder(std::string_view text) {
+  return text.empty() ? std::nullopt : std::optional(std::string(text));
+}
+
+}  // namespace
 
 void declareTarget(OptionSet& options, CommonOptions& common) {
   options.text("TARGET", "TEXT", common.target, "Block device or image file (raw, VHD, VMDK)")
@@ -27,8 +34,8 @@ void declareWriting(OptionSet& options, CommonOptions& common) {
   options.flag("--rehearse", common.rehearse,
                "Do it on a copy-on-write overlay, say what would be written, change nothing");
   const DeclaredOption keep =
-      options.text("--keep-table", "DIR", common.keepTableIn,
-                   "The folder that keeps a copy of the old partition table");
+      options.value("--keep-table", "DIR", common.keepTableIn, parseFolder, "a folder",
+                    "The folder that keeps a copy of the old partition table");
   options.flag("--no-keep-table", common.keepNoTable, "Keep no copy of the old partition table")
       .excludes(keep);
 }

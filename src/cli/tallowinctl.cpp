@@ -114,8 +114,10 @@ ExitStatus run(const ParsedCommandLine& parsed, const std::string& programFile,
   chooseDrives(parsed, targetIsDevice, options);
   std::optional<ScratchFolder> scratch;
   if (wanted.rehearse) folders.state = scratch.emplace().path();
-  if (wanted.keepTableIn)
-    folders.keptTables = std::filesystem::absolute(*wanted.keepTableIn).string();
+  if (wanted.keepTableIn) folders.keptTables = host->absolutePath(*wanted.keepTableIn);
+  if (wanted.keepTableIn && !folders.keptTables)
+    return end(refused("The working directory is gone; give the whole path of the folder '" +
+                       *wanted.keepTableIn + "'."));
   if (wanted.keepNoTable) folders.keptTables = std::string();
   if (scratch && folders.state.empty())
     return end(refused("There is no folder for temporary files; set TMPDIR."));

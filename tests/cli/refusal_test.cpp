@@ -75,6 +75,7 @@ TEST_F(RefusalTest, WrongUsageIsTwo) {
       {"list", "DISK", "--bright"},
       {"list", "DISK", "--sector-size", "513"},
       {"delete", "DISK", "--part", "1", "--keep-table", "x", "--no-keep-table"},
+      {"delete", "DISK", "--part", "1", "--keep-table", "", "--yes"},
       {"delete", "DISK"},
       {"delete", "DISK", "--part", "one"},
       {"delete", "DISK", "--part", "1", "--wipe", "gutmann"},

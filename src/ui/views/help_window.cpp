@@ -23,7 +23,8 @@ HelpWindow::HelpWindow(const std::string& helpFile)
   view_ = new Fl_Help_View(kMargin, kMargin, kWidth - 2 * kMargin, buttonY - kGap - kMargin);
   view_->textfont(FL_HELVETICA);
   view_->textsize(kFontSize);
-  if (std::filesystem::exists(helpFile)) {
+  std::error_code failure;
+  if (std::filesystem::exists(helpFile, failure)) {
     view_->load(helpFile.c_str());
   } else {
     view_->value(format("<P>The help file %s is missing. It belongs beside the program.</P>",
