@@ -1,6 +1,8 @@
 // What went wrong, as one small value from the device to the words.
 #pragma once
 
+#include <cerrno>
+
 #include "base/types.h"
 
 namespace tallowin {
@@ -196,6 +198,12 @@ struct [[nodiscard]] Failure {
       : code(error), systemError(errorNumber), lba(sector) {}
 
   constexpr explicit operator bool() const { return code != Error::none; }
+  // What holds the image or the file is full; the medium itself has no fault.
+  constexpr bool isOutOfSpace() const {
+    return code == Error::noSpaceLeft ||
+           (code != Error::none &&
+            (systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG));
+  }
   // The same event under the name that the caller's contract gives it; stays empty when empty.
   constexpr Failure as(Error name) const {
     Failure renamed = *this;

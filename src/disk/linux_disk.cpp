@@ -34,9 +34,9 @@ using Direction = DiskTransfer::Direction;
 
 Failure failureOf(Direction direction, int errorNumber, u64 lba) {
   if (direction == Direction::read) return {Error::read, errorNumber, lba};
-  if (errorNumber == ENOSPC) return {Error::noSpaceLeft, errorNumber, lba};
-  return {errorNumber == EROFS || errorNumber == EPERM ? Error::readOnlyDisk : Error::write,
-          errorNumber, lba};
+  const Failure failed(Error::write, errorNumber, lba);
+  if (failed.isOutOfSpace()) return failed.as(Error::noSpaceLeft);
+  return errorNumber == EROFS || errorNumber == EPERM ? failed.as(Error::readOnlyDisk) : failed;
 }
 
 // Of a call that was to move `bytes`; errno is the call's when `moved` is negative.

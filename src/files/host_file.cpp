@@ -81,8 +81,8 @@ Failure writeAndFlush(Descriptor file, std::string_view text) {
 }  // namespace
 
 Failure writeFailure(int errorNumber) {
-  const bool isFull = errorNumber == ENOSPC || errorNumber == EDQUOT;
-  return {isFull ? Error::noSpaceLeft : Error::write, errorNumber};
+  const Failure failed(Error::write, errorNumber);
+  return failed.isOutOfSpace() ? failed.as(Error::noSpaceLeft) : failed;
 }
 
 Failure flushFailure(int errorNumber) {

@@ -185,7 +185,9 @@ std::string withReason(const char* what, const Failure& failure) {
 }  // namespace
 
 std::string errorText(const Failure& failure) {
-  const Words words = wordsOf(failure.code);
+  // Whatever could not be done for it; but a file that could not be made is not in the image.
+  const bool isImageFull = failure.isOutOfSpace() && failure != Error::cannotCreate;
+  const Words words = wordsOf(isImageFull ? Error::noSpaceLeft : failure.code);
   std::string text = words.what;
   if (text.empty()) return text;
   if (failure.lba != kNoSector)
@@ -213,6 +215,7 @@ std::string mbrErrorText(const Failure& failure) {
 }
 
 std::string formatErrorText(const Failure& failure) {
+  if (failure.isOutOfSpace()) return errorText(failure);
   switch (failure.code) {
     case Error::scanStopped:
       return {};

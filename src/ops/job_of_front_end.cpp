@@ -71,6 +71,8 @@ bool JobOfFrontEnd::shouldStop() {
 BadSectorAnswer JobOfFrontEnd::badSector(const Failure& failure, Direction direction) {
   note(format("Bad sector %llu, system error %d", static_cast<unsigned long long>(failure.lba),
               failure.systemError));
+  // The other sectors would fail as well, and none of them is bad.
+  if (failure.isOutOfSpace()) return BadSectorAnswer::stop;
   const bool goesOn = phase_ == Phase::wiping ? askToIgnoreWipeErrors(context_.ui)
                                               : askDiskError(context_.ui, direction);
   return goesOn ? BadSectorAnswer::passOverAll : BadSectorAnswer::stop;

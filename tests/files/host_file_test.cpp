@@ -90,7 +90,7 @@ TEST(ReplaceFileDurably, KeepsLinkModeAndOldContentOnFailure) {
   {
     const FileSizeLimit limit(100);
     EXPECT_EQ(replaceFileDurably(folder.file("real.ini"), std::string(1000, 'x')),
-              Failure(Error::write, EFBIG));
+              Failure(Error::noSpaceLeft, EFBIG));
   }
   EXPECT_EQ(folder.read("real.ini"), "new content");
   EXPECT_EQ(replaceFileDurably(folder.file("no/such/folder"), "x"), Error::cannotCreate);

@@ -390,5 +390,29 @@ TEST(ErrorText, EveryCodeHasWordsButSuccessAndCancelled) {
   EXPECT_EQ(0U, deleteErrorText(Error::write).find("Delete failed!\n\n"));
 }
 
+TEST(ErrorText, AFullDiskBelowAnImageIsNoDiskError) {
+  struct Case {
+    std::string text;
+    const char* left;  // which table, or nothing
+  };
+  const Case cases[] = {
+      {createErrorText({Error::write, ENOSPC, 7}), "The old table is still in place."},
+      {deleteErrorText({Error::tableWriteFailed, EDQUOT}), "The old table is still in place."},
+      {mbrErrorText({Error::writeFailedNewTable, EFBIG}), "The new partition table is in place."},
+      {tableErrorText({Error::writeFailedTableUnknown, ENOSPC}), "could not be found out"},
+      {formatErrorText({Error::clearingFailed, ENOSPC}), ""},
+      {formatErrorText({Error::write, ENOSPC}), ""},
+      {errorText({Error::flush, ENOSPC}), ""},
+  };
+  for (const auto& [text, left] : cases) {
+    EXPECT_NE(text.find("no space left on the disk that holds the image"), std::string::npos)
+        << text;
+    EXPECT_NE(text.find(left), std::string::npos) << text;
+    EXPECT_EQ(text.find("kernel's log"), std::string::npos) << text;
+    EXPECT_EQ(text.find("surface defects"), std::string::npos) << text;
+  }
+  EXPECT_EQ(errorText({Error::cannotCreate, ENOSPC}).find("image"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace tallowin

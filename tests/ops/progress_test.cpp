@@ -103,6 +103,22 @@ TEST_F(ZeroWipeTest, ClearsTheExtentAndNothingElse) {
             ui_.progressTexts);
 }
 
+TEST_F(ZeroWipeTest, AFullDiskBelowTheImageIsNoBadSector) {
+  class FullDisk : public DiskWrapper {
+   public:
+    using DiskWrapper::DiskWrapper;
+
+   protected:
+    Failure transferOut(u64 lba, const void*, u32) override {
+      return {Error::noSpaceLeft, ENOSPC, lba};
+    }
+  };
+  FullDisk full(disk_);
+  const Wiped result = wipe(full, ui_);  // asks nothing
+  EXPECT_EQ(Error::noSpaceLeft, result.failure);
+  EXPECT_EQ(0U, result.report.sectorsFailed);
+}
+
 TEST_F(ZeroWipeTest, StopsAtEveryPieceAndSaysHowFarItCame) {
   u64 done = 0;
   u64 stops = 0;
