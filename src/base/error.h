@@ -22,7 +22,7 @@ enum class Error : u8 {
   cannotCreate,
   noSuchFile,
   deviceNotOpened,
-  deviceChanged,  // the path names another device by now
+  deviceChanged,  // the path names another device or file by now, or it was cut
   diskSizeUnknown,
   geometryNotAvailable,
   unknownDriveClass,

@@ -117,6 +117,10 @@ class DiskDevice {
     dropCaches();
   }
 
+  // Whether it still is the disk that was opened, before something is written to it. deviceChanged:
+  // the path leads to another one or to none by now, or the disk has become smaller.
+  virtual Failure checkSameDisk() { return {}; }
+
   // Sectors of the disk; nothing when the size cannot be found out.
   virtual std::optional<u64> sectorCount() = 0;
   virtual std::string displayName() { return traits_.path; }

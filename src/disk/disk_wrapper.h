@@ -21,6 +21,7 @@ class DiskWrapper : public DiskDevice {
   Failure flush() override { return inner_.flush(); }
   void dropCaches() override { inner_.dropCaches(); }
   void dropCachesOf(u64 lba, u64 count) override { inner_.dropCachesOf(lba, count); }
+  Failure checkSameDisk() override { return inner_.checkSameDisk(); }
   std::optional<u64> sectorCount() override { return inner_.sectorCount(); }
   std::string displayName() override { return inner_.displayName(); }
   std::string model() override { return inner_.model(); }

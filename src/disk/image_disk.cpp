@@ -50,6 +50,7 @@ class ImageDisk : public DiskDevice {
     const std::lock_guard lock(mutex_);
     return image_->flush();
   }
+  Failure checkSameDisk() override { return image_->file().checkSameFile(); }
   std::optional<u64> sectorCount() override { return image_->sectorCount() / scale(); }
 
   bool firmwareGeometry(Geometry& geometry) override {

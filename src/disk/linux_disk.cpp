@@ -66,7 +66,7 @@ std::unique_ptr<LinuxDisk> LinuxDisk::open(Host& host, const DriveListEntry& ent
 }
 
 LinuxDisk::LinuxDisk(Host& host, const DriveListEntry& entry, int descriptor)
-    : host_(host), descriptor_(descriptor) {
+    : host_(host), descriptor_(descriptor), openedBytes_(sizeBytes()) {
   traits_.deviceKind = entry.deviceKind;
   traits_.media = entry.mediaFlag;
   traits_.path = entry.path;
@@ -97,11 +97,13 @@ void LinuxDisk::openDirect(int openFlags) {
   direct_ = host_.open(traits_.path, (openFlags & O_ACCMODE) | O_DIRECT);
   if (direct_ < 0) return;
   // The path may name another device by now.
-  const auto node = host_.nodeInfo(direct_);
-  if (node && node->isBlockDevice && makedev(node->major, node->minor) == traits_.deviceNumber)
-    return;
+  if (isOpenedNode(host_.nodeInfo(direct_))) return;
   host_.close(direct_);
   direct_ = -1;
+}
+
+bool LinuxDisk::isOpenedNode(const std::optional<NodeInfo>& node) const {
+  return node && node->isBlockDevice && makedev(node->major, node->minor) == traits_.deviceNumber;
 }
 
 std::optional<u64> LinuxDisk::offsetOf(u64 lba, u64 count) const {
@@ -224,10 +226,20 @@ void LinuxDisk::dropCachesOf(u64 lba, u64 count) {
                        lba, count);
 }
 
-std::optional<u64> LinuxDisk::sectorCount() {
+u64 LinuxDisk::sizeBytes() const {
   const off_t bytes = ::lseek(descriptor_, 0, SEEK_END);
-  if (bytes <= 0) return std::nullopt;
-  return static_cast<u64>(bytes) / sectorSize();
+  return bytes > 0 ? static_cast<u64>(bytes) : 0;
+}
+
+Failure LinuxDisk::checkSameDisk() {
+  const bool isBlockDevice = traits_.deviceNumber != 0;
+  const bool isThere = !isBlockDevice || isOpenedNode(host_.nodeInfo(traits_.path));
+  return isThere && sizeBytes() >= openedBytes_ ? Error::none : Error::deviceChanged;
+}
+
+std::optional<u64> LinuxDisk::sectorCount() {
+  const u64 bytes = sizeBytes();
+  return bytes != 0 ? std::optional(bytes / sectorSize()) : std::nullopt;
 }
 
 std::string LinuxDisk::displayName() { return diskDisplayName(host_, traits_.path); }

@@ -26,6 +26,7 @@ class LinuxDisk : public DiskDevice {
   Failure flush() override;
   void dropCaches() override;
   void dropCachesOf(u64 lba, u64 count) override;
+  Failure checkSameDisk() override;
   std::optional<u64> sectorCount() override;
   std::string displayName() override;
   std::string model() override;
@@ -49,7 +50,10 @@ class LinuxDisk : public DiskDevice {
   LinuxDisk(Host& host, const DriveListEntry& entry, int descriptor);
 
   void askSectorSize();
+  // 0 when it cannot be found out.
+  u64 sizeBytes() const;
   void openDirect(int openFlags);
+  bool isOpenedNode(const std::optional<NodeInfo>& node) const;
   // Where a transfer lies in bytes; nothing when that is beyond all offsets.
   std::optional<u64> offsetOf(u64 lba, u64 count) const;
   bool isBulk(const void* buffer, u64 bytes) const;
@@ -63,6 +67,7 @@ class LinuxDisk : public DiskDevice {
 
   Host& host_;
   int descriptor_;   // through the page cache
+  u64 openedBytes_;  // the size of that moment
   int direct_ = -1;  // past it; -1 when the device does not take that
   std::optional<FirmwareDisk> firmware_;
 };

@@ -33,12 +33,14 @@ u64 directAlignment(int descriptor) {
 
 class HostImageFile : public ImageFile {
  public:
-  HostImageFile(Descriptor cached, Descriptor direct, u64 sizeBytes, u64 blockBytes, bool readOnly)
-      : cached_(std::move(cached)),
+  HostImageFile(std::string path, Descriptor cached, Descriptor direct, const struct stat& status,
+                bool readOnly)
+      : path_(std::move(path)),
+        cached_(std::move(cached)),
         direct_(std::move(direct)),
         directAlignment_(direct_.get() >= 0 ? directAlignment(direct_.get()) : 0),
-        blockBytes_(std::max(blockBytes, directAlignment_)),
-        sizeBytes_(sizeBytes),
+        blockBytes_(std::max(static_cast<u64>(status.st_blksize), directAlignment_)),
+        sizeBytes_(static_cast<u64>(status.st_size)),
         readOnly_(readOnly) {}
 
   u64 sizeBytes() const override { return sizeBytes_; }
@@ -113,6 +115,16 @@ class HostImageFile : public ImageFile {
     return waitedSync(cached_.get()) == 0 ? Failure() : flushFailure(errno);
   }
 
+  Failure checkSameFile() const override {
+    struct stat named {};
+    struct stat opened {};
+    if (::stat(path_.c_str(), &named) != 0 || ::fstat(cached_.get(), &opened) != 0)
+      return {Error::deviceChanged, errno};
+    const bool isSame = named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+    return isSame && static_cast<u64>(opened.st_size) >= sizeBytes_ ? Error::none
+                                                                    : Error::deviceChanged;
+  }
+
   bool lock() override { return ::flock(cached_.get(), LOCK_EX | LOCK_NB) == 0; }
   void unlock() override { ::flock(cached_.get(), LOCK_UN); }
 
@@ -132,6 +144,7 @@ class HostImageFile : public ImageFile {
     return direct_.close() == 0;
   }
 
+  std::string path_;
   Descriptor cached_;
   Descriptor direct_;
   u64 directAlignment_;
@@ -163,9 +176,8 @@ std::unique_ptr<ImageFile> openHostImageFile(const std::string& path, ImageAcces
   // Without it a pipe in place of the file would be waited for; with it a ring would not wait.
   for (const Descriptor* each : {&cached, &direct})
     ::fcntl(each->get(), F_SETFL, ::fcntl(each->get(), F_GETFL) & ~O_NONBLOCK);
-  return std::make_unique<HostImageFile>(std::move(cached), std::move(direct),
-                                         static_cast<u64>(status.st_size),
-                                         static_cast<u64>(status.st_blksize), readOnly);
+  return std::make_unique<HostImageFile>(path, std::move(cached), std::move(direct), status,
+                                         readOnly);
 }
 
 }  // namespace tallowin

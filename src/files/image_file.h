@@ -42,6 +42,9 @@ class ImageFile {
   // Everything written so far is on the medium, and so is the size. flush, noSpaceLeft.
   virtual Failure flush() = 0;
 
+  // deviceChanged: the path leads to another file or to none by now, or somebody has cut the file.
+  virtual Failure checkSameFile() const { return {}; }
+
   // Advisory lock against other programs; false when somebody else holds it.
   [[nodiscard]] virtual bool lock() { return true; }
   virtual void unlock() {}

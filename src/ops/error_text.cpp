@@ -39,7 +39,7 @@ Words wordsOf(Error error) {
     case Error::deviceNotOpened:
       return {"The disk could not be opened", "Check its path and that you may read and write it."};
     case Error::deviceChanged:
-      return {"The path leads to another disk than a moment ago",
+      return {"The disk was replaced by another one or changed its size meanwhile",
               "List the disks and choose it again."};
     case Error::diskSizeUnknown:
       return {"The size of the disk could not be found out", "Check that a medium is in it."};

@@ -35,6 +35,7 @@ std::optional<FlowResult> DiskWriteScope::begin(const WriteTarget& target) {
     return FlowResult{FlowEnd::refused, Error::lockNotMade};
   }
   if (stopRequested()) return FlowResult{FlowEnd::cancelled, Error::cancelled};
+  if (const Failure failed = drive_.disk().checkSameDisk()) return refuse(context_, failed);
   if (const Failure failed = checkTable(drive_)) return refuse(context_, failed);
   if (target.isWholeDisk()) return refuseWhenDriveInUse(context_, drive_);
   if (!target.extent()) return std::nullopt;

@@ -39,8 +39,8 @@ class WriteTarget {
 };
 
 // The shared beginning of every operation that writes. The world changes while a question stands:
-// the disk is locked against other programs, for the life of the object, then the table must still
-// be the one that was read, and the target still free.
+// the disk is locked against other programs, for the life of the object, then it must still be the
+// one that was opened, the table the one that was read, and the target still free.
 class DiskWriteScope {
  public:
   DiskWriteScope(const OperationContext& context, Drive& drive)

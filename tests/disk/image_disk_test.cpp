@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <vector>
 
 #include "base/text.h"
@@ -140,6 +141,32 @@ TEST_F(ImageDiskTest, AFailureNamesTheDisksSector) {
   std::filesystem::resize_file(folder.file("raw"), kImageBytes / 2);
   std::vector<u8> sector(4096);
   EXPECT_EQ(disk->readSectors(200, sector.data(), 1), Failure(Error::read, 0, 200));
+}
+
+TEST_F(ImageDiskTest, AnImageThatWasReplacedOrCutIsNoLongerTheSame) {
+  struct Case {
+    std::function<void(const std::string& path)> meanwhile;
+    Error expected;
+  };
+  const Case cases[] = {
+      {[](const std::string&) {}, Error::none},
+      {[](const std::string& path) { std::filesystem::resize_file(path, kImageBytes + 512); },
+       Error::none},
+      {[](const std::string& path) { std::filesystem::resize_file(path, kImageBytes - 1); },
+       Error::deviceChanged},
+      {[](const std::string& path) { std::filesystem::remove(path); }, Error::deviceChanged},
+      {[&](const std::string& path) {
+         std::filesystem::rename(folder.sparse("other", kImageBytes), path);
+       },
+       Error::deviceChanged},
+  };
+  for (const Case& c : cases) {
+    const std::string path = folder.sparse("raw", kImageBytes);
+    const auto disk = open("raw");
+    c.meanwhile(path);
+    EXPECT_EQ(disk->checkSameDisk().code, c.expected) << &c - cases;
+    std::filesystem::remove(path);
+  }
 }
 
 TEST_F(ImageDiskTest, OneOpenerAtATimeHoldsTheLock) {

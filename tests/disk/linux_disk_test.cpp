@@ -121,6 +121,18 @@ TEST_F(LinuxDiskTest, SizeCountsWholeSectors) {
   EXPECT_EQ(openDisk(host, "/dev/sdc")->sectorCount(), std::nullopt);
 }
 
+TEST_F(LinuxDiskTest, ADiskThatShrankOrGaveItsPathAwayIsAnotherOne) {
+  const auto disk = openDisk(host, "/dev/sda");
+  for (const auto& [bytes, expected] :
+       {std::pair(64 * kMiB, Error::none), std::pair(65 * kMiB, Error::none),
+        std::pair(63 * kMiB, Error::deviceChanged)}) {
+    ASSERT_EQ(::truncate(host.realPath("/dev/sda").c_str(), static_cast<off_t>(bytes)), 0);
+    EXPECT_EQ(disk->checkSameDisk().code, expected) << bytes;
+  }
+  host.node("/dev/sda", 8, 16, 64 * kMiB);
+  EXPECT_EQ(disk->checkSameDisk(), Error::deviceChanged);
+}
+
 TEST_F(LinuxDiskTest, TheKernelsGeometryIsUsedOnceAndKept) {
   int asked = 0;
   host.answer("/dev/sda", HDIO_GETGEO, [&](void* argument) {

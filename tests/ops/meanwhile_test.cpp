@@ -61,6 +61,15 @@ std::vector<Case> cases(const TableBackup& backup) {
   };
 }
 
+// Another disk takes its place when a test says so.
+class ReplacedDisk : public DiskWrapper {
+ public:
+  using DiskWrapper::DiskWrapper;
+  Failure checkSameDisk() override { return isReplaced ? Error::deviceChanged : Error::none; }
+
+  bool isReplaced = false;
+};
+
 class MeanwhileTest : public FlowTest {
  protected:
   MeanwhileTest() {
@@ -82,7 +91,9 @@ class MeanwhileTest : public FlowTest {
       meanwhile(disk);
       changed.emplace(disk.copy());
     });
-    const auto drive = open(disk);
+    const auto replaced = std::make_shared<ReplacedDisk>(disk);
+    replaced->isReplaced = reason == Error::deviceChanged;
+    const auto drive = open(replaced);
     const FlowResult result = tried.flow(with(ui), *drive);
     EXPECT_EQ(FlowEnd::refused, result.end);
     EXPECT_EQ(reason, result.code.code);
@@ -103,6 +114,12 @@ TEST_F(MeanwhileTest, ATableThatAnotherProgramChangesIsNotWrittenOver) {
           disk.setSector(0, sector);
         },
         Error::tableChangedMeanwhile);
+}
+
+TEST_F(MeanwhileTest, ADiskThatTookItsPlaceIsLeftAlone) {
+  for (const Case& tried : cases(backup_))
+    expectRefused(
+        tried, [](MemoryDisk&) {}, Error::deviceChanged);
 }
 
 TEST_F(MeanwhileTest, WhatIsMountedMeanwhileIsLeftAlone) {
