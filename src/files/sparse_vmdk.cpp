@@ -221,9 +221,10 @@ Failure SparseVmdk::flush() {
     if (const Failure failed = file_->flush()) return failed;
   }
   if (directoryChanged_) {
-    if (const Failure failed = writeDirectory(layout_.redundantOffset, layout_.redundant))
-      return failed;
     if (const Failure failed = writeDirectory(layout_.directoryOffset, layout_.directory))
+      return failed;
+    if (const Failure failed = file_->flush()) return failed;
+    if (const Failure failed = writeDirectory(layout_.redundantOffset, layout_.redundant))
       return failed;
     if (const Failure failed = file_->flush()) return failed;
   }

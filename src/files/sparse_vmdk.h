@@ -13,8 +13,8 @@
 namespace tallowin {
 
 // New grains go to the end of the file. Their table entries are only in memory until flush()
-// writes them between two flushes of the file, new tables before the directory that names them.
-// Whenever that stops, a grain is there whole or not at all.
+// writes them between two flushes of the file, new tables before the directory that names them, and
+// that before the redundant one. Whenever that stops, a grain is there whole or not at all.
 class SparseVmdk final : public ImageContainer {
  public:
   struct Layout {

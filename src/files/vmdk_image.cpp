@@ -121,6 +121,15 @@ bool readDirectory(ImageFile& file, u64 sector, u64 entries, std::vector<VmdkEnt
   return true;
 }
 
+// A table that only the redundant directory knows was lost from the other one: what it holds would
+// read as zeros, and be written over.
+bool lacksTables(const SparseVmdk::Layout& layout) {
+  for (std::size_t i = 0; i < layout.redundant.size(); ++i)
+    if (layout.directory[i] == kVmdkNotAllocated && layout.redundant[i] != kVmdkNotAllocated)
+      return true;
+  return false;
+}
+
 // Where header, descriptor, directories and tables lie.
 bool placeMetadata(const ImageFile& file, const SparseVmdk::Layout& layout,
                    std::vector<Extent>& extents, ImageFailure& failure) {
@@ -222,6 +231,9 @@ bool readLayout(ImageFile& file, SparseVmdk::Layout& layout, ImageFailure& failu
       return false;
     layout.redundantOffset = header.redundantDirectoryOffset * kSectorBytes;
   }
+  if (lacksTables(layout))
+    return fail(failure, Error::corrupt,
+                "The VMDK's grain directory lacks tables that its redundant copy has.");
   return checkExtents(file, layout, failure);
 }
 

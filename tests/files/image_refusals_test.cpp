@@ -206,6 +206,8 @@ TEST(ImageRefusals, HostileVmdk) {
       {"table over the header", [](auto& b) { directoryEntry(b, 0) = 1; }, Error::corrupt},
       {"one table twice", [](auto& b) { directoryEntry(b, 1) = directoryEntry(b, 0); },
        Error::corrupt},
+      {"a table that only the redundant directory has",
+       [](auto& b) { directoryEntry(b, 0) = kVmdkNotAllocated; }, Error::corrupt},
       {"both directories in one place",
        [](auto& b) { vmdkOf(b).redundantDirectoryOffset = vmdkOf(b).directoryOffset; },
        Error::corrupt},
