@@ -31,7 +31,7 @@ const char* whatWasLacking(Consent consent) {
       break;
   }
   return " --yes does not answer that, and nothing was changed. Repeat it on a terminal and answer "
-         "y; convert takes --overwrite too.";
+         "y; 'convert' takes --overwrite for it, and 'table restore' --other-disk.";
 }
 
 }  // namespace

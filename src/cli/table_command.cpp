@@ -46,7 +46,8 @@ CommandResult backup(CommandContext& context, const std::string& file) {
   return {};
 }
 
-CommandResult restore(CommandContext& context, const std::string& file) {
+CommandResult restore(CommandContext& context, const std::string& file, bool otherDisk) {
+  if (otherDisk) context.ui.agreeTo(Consent::insist);
   TableBackup table;
   if (const Failure error = readTableBackup(file, table); error != Error::none)
     return failedBecause("'" + file + "' cannot be put back.", error);
@@ -120,6 +121,7 @@ class TableCommand : public Command {
 
   TableAction action_ = TableAction::backup;
   std::string file_;
+  bool otherDisk_ = false;
 };
 
 void TableCommand::declare(OptionSet& options, CommonOptions& common) {
@@ -130,10 +132,12 @@ void TableCommand::declare(OptionSet& options, CommonOptions& common) {
       .required();
   declareTarget(options, common);
   options.text("FILE", "TEXT", file_, "The file that holds the table; none for repair");
+  options.flag("--other-disk", otherDisk_, "restore: also a table that was kept of another disk");
   declareWriting(options, common);
   options.check([this]() -> std::string {
     const bool takesFile = action_ != TableAction::repair;
     if (takesFile && file_.empty()) return "FILE is required";
+    if (otherDisk_ && action_ != TableAction::restore) return "--other-disk is for restore";
     return !takesFile && !file_.empty() ? "repair takes no FILE" : "";
   });
 }
@@ -143,7 +147,7 @@ CommandResult TableCommand::run(CommandContext& context) {
     case TableAction::backup:
       return backup(context, file_);
     case TableAction::restore:
-      return restore(context, file_);
+      return restore(context, file_, otherDisk_);
     case TableAction::repair:
       break;
   }

@@ -33,9 +33,32 @@ std::string question(Drive& drive, const TableBackup& backup) {
   return text;
 }
 
-RestoreOptions acceptedDifferences(const Drive& drive, const TableBackup& backup) {
-  return {.otherDiskSize = drive.lastLba() + 1 > backup.diskSectors,
-          .otherSignature = drive.diskSignature() == 0};
+std::string otherDiskQuestion(Drive& drive, const TableBackup& backup) {
+  return format(
+             "The partition table that was kept on %s is that of another disk.\n"
+             "The partitions of this disk can no longer be reached when it replaces their table."
+             "\n\nKept from: %s, %s\n",
+             dateText(backup.savedAt).c_str(), backup.diskName.c_str(),
+             sizeText(0, backup.diskSectors - 1, backup.sectorSizeBytes).c_str()) +
+         "Written to: " + describeDisk(drive.disk()) + "\n\nAre you sure you want to continue?";
+}
+
+// What no answer makes possible.
+std::optional<FlowResult> refuseWhenNotFit(const OperationContext& context, Drive& drive,
+                                           const TableBackup& backup) {
+  if (backup.sectorSizeBytes != drive.sectorSize())
+    return refuse(context,
+                  format("The kept partition table is that of a disk with sectors of %u bytes.\n"
+                         "Nothing was changed.",
+                         backup.sectorSizeBytes),
+                  Error::backupOfOtherDisk);
+  if (const PartitionEntry* entry = overwrittenByRestore(drive, backup))
+    return refuse(context,
+                  "A part of the kept partition table would be written into this partition:\n" +
+                      describeTarget(drive, *entry) +
+                      "\nNothing was changed. Delete the partition first if it is not needed.",
+                  Error::sectorsInUse);
+  return std::nullopt;
 }
 
 }  // namespace
@@ -44,16 +67,16 @@ FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
                             const TableBackup& backup) {
   if (const auto stopped = refuseWhenReadOnlyDisk(context, drive)) return *stopped;
   if (const auto stopped = refuseWhenDriveInUse(context, drive)) return *stopped;
-  if (!context.ui.confirm(Consent::general, "Restore Partition Table", question(drive, backup)))
+  if (const auto stopped = refuseWhenNotFit(context, drive, backup)) return *stopped;
+  const bool isOther = isOfOtherDisk(drive, backup);
+  if (!context.ui.confirm(isOther ? Consent::insist : Consent::general, "Restore Partition Table",
+                          isOther ? otherDiskQuestion(drive, backup) : question(drive, backup)))
     return {FlowEnd::cancelled, Error::cancelled};
 
   TableChange change(context, drive);
   if (const auto stopped = change.begin(WriteTarget::wholeDisk())) return *stopped;
-  const Failure error = change.end(restoreTable(drive, backup, acceptedDifferences(drive, backup)));
+  const Failure error = change.end(restoreTable(drive, backup, {.otherDisk = isOther}));
   if (error == Error::none) return {};
-  if (error == Error::backupOfOtherDisk)
-    return refuse(context,
-                  "The kept partition table belongs to another disk.\nNothing was changed.", error);
   if (error == Error::corrupt)
     return refuse(context, "The kept partition table does not fit this disk.\nNothing was changed.",
                   error);

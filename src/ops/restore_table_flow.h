@@ -7,9 +7,9 @@
 namespace tallowin {
 
 // Asks, keeps the table that is there now, and writes `backup` in its place. A disk that has grown
-// since then is accepted, and one whose signature was lost.
-// refused: in use, or the copy is of another disk; nothing was written. failed: as the code says,
-// see restoreTable.
+// since then is accepted, and one of the same size whose identity was lost; any other disk has to
+// be insisted on. refused: in use, or the copy does not fit, or lies in a partition of the disk;
+// nothing was written. failed: as the code says, see restoreTable.
 FlowResult restoreTableFlow(const OperationContext& context, Drive& drive,
                             const TableBackup& backup);
 

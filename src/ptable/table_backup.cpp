@@ -138,21 +138,51 @@ bool endsBehind(const MbrRecord& mbr, u64 diskSectors) {
          });
 }
 
+// Zero for a table that is no GPT.
+Guid guidOf(const TableBackup& backup) {
+  BackupDisk disk(backup);
+  GptImage image;
+  const bool isGpt =
+      hasProtectiveSlot(backup.sectors.front().bytes) && !GptImage::read(disk, image);
+  return isGpt ? image.header().diskGuid : Guid();
+}
+
+// Whether the disk has the identity that the backup states; nothing when one of them has none.
+std::optional<bool> hasIdentityOf(const Drive& drive, const TableBackup& backup) {
+  const Guid kept = guidOf(backup);
+  if (!kept.isZero() && !drive.diskGuid().isZero()) return kept == drive.diskGuid();
+  if (backup.diskSignature == 0 || drive.diskSignature() == 0) return std::nullopt;
+  return backup.diskSignature == drive.diskSignature();
+}
+
+// Null for a sector of no partition, or of a container.
+const PartitionEntry* partitionAt(const PartitionTable& table, u64 lba) {
+  const auto holds = [lba](const PartitionEntry& entry) {
+    return !entry.isFree() && !entry.isInError() && entry.startSector <= lba &&
+           lba <= entry.endSector;
+  };
+  for (const auto& entry : table.entries) {
+    if (!holds(*entry) || entry->type == types::kGptReserved) continue;
+    if (!mayHoldVolumes(*entry)) return entry.get();
+    if (!entry->volumes) continue;
+    for (const auto& volume : entry->volumes->entries)
+      if (holds(*volume)) return volume.get();
+  }
+  return nullptr;
+}
+
 // Everything that can be checked before the first write.
 Failure checkFits(Drive& drive, const TableBackup& backup, const RestoreOptions& options) {
   const u64 diskSectors = drive.lastLba() + 1;
-  const bool otherSize = backup.diskSectors != diskSectors;
   if (backup.sectorSizeBytes != drive.sectorSize()) return Error::backupOfOtherDisk;
-  if (otherSize && !options.otherDiskSize) return Error::backupOfOtherDisk;
-  const bool otherSignature =
-      backup.diskSignature != 0 && backup.diskSignature != drive.diskSignature();
-  if (otherSignature && !options.otherSignature) return Error::backupOfOtherDisk;
   const bool isWhole = !backup.sectors.empty() && backup.sectors.front().lba == 0 &&
                        std::ranges::all_of(backup.sectors, [&](const TableSector& sector) {
                          return sector.bytes.size() == backup.sectorSizeBytes;
                        });
   if (!isWhole) return Error::corrupt;
-  if (otherSize && endsBehind(mbrOf(backup), diskSectors)) return Error::corrupt;
+  if (isOfOtherDisk(drive, backup) && !options.otherDisk) return Error::backupOfOtherDisk;
+  if (backup.diskSectors != diskSectors && endsBehind(mbrOf(backup), diskSectors))
+    return Error::corrupt;
   // Only sectors that the table in the backup itself leads to are written.
   BackupDisk disk(backup);
   std::set<u64> lbas;
@@ -164,7 +194,8 @@ Failure checkFits(Drive& drive, const TableBackup& backup, const RestoreOptions&
     return Error::corrupt;
   const bool leadsToAll = std::ranges::all_of(
       backup.sectors, [&](const TableSector& sector) { return lbas.contains(sector.lba); });
-  return leadsToAll ? Error::none : Error::corrupt;
+  if (!leadsToAll) return Error::corrupt;
+  return overwrittenByRestore(drive, backup) != nullptr ? Error::sectorsInUse : Error::none;
 }
 
 Failure writeAll(DiskDevice& disk, std::span<const TableSector> sectors) {
@@ -207,6 +238,21 @@ Failure takeTableBackup(Drive& drive, u64 secondsSinceEpoch, TableBackup& backup
   if (!isWholeDisk) taken.diskSignature = mbrOf(taken).diskSignature;
   backup = std::move(taken);
   return Error::none;
+}
+
+bool isOfOtherDisk(Drive& drive, const TableBackup& backup) {
+  const u64 diskSectors = drive.lastLba() + 1;
+  const std::optional<bool> isSame = hasIdentityOf(drive, backup);
+  return diskSectors < backup.diskSectors || !isSame.value_or(diskSectors == backup.diskSectors);
+}
+
+const PartitionEntry* overwrittenByRestore(Drive& drive, const TableBackup& backup) {
+  const bool isAsItWas =
+      backup.diskSectors == drive.lastLba() + 1 && hasIdentityOf(drive, backup) == true;
+  if (isAsItWas || drive.table().isWholeDisk()) return nullptr;
+  for (const TableSector& sector : backup.sectors)
+    if (const PartitionEntry* entry = partitionAt(drive.table(), sector.lba)) return entry;
+  return nullptr;
 }
 
 Failure restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions& options) {

@@ -28,10 +28,8 @@ struct TableBackup {
   std::vector<TableSector> sectors;  // ascending LBA, the MBR first
 };
 
-// What a restore may accept although it does not fit.
 struct RestoreOptions {
-  bool otherDiskSize = false;
-  bool otherSignature = false;
+  bool otherDisk = false;  // go on although isOfOtherDisk
 };
 
 // Model and serial number, or the file's path: by this a disk's copies are found.
@@ -53,10 +51,19 @@ bool isTableBackup(const std::string& path);
 // noSuchFile, or as decodeTableBackup.
 Failure readTableBackup(const std::string& path, TableBackup& backup);
 
+// Whether the disk is smaller than that of the backup, or another one: by its disk GUID, else by
+// its disk signature, else, where one of the two has none, by its size.
+bool isOfOtherDisk(Drive& drive, const TableBackup& backup);
+// The first partition or volume of the disk that a restore would write into; null when there is
+// none. On a disk that is the same one at the same size none counts: that the table of then comes
+// back is what is wanted. Neither does an entry in error, whose sectors mean nothing.
+const PartitionEntry* overwrittenByRestore(Drive& drive, const TableBackup& backup);
+
 // Writes the table back, whatever scheme the disk has by now, the MBR last, after everything was
 // checked.
-// backupOfOtherDisk: size or signature differ and the options do not accept it, or the sector
-// size differs; corrupt: the sectors are no consistent table, or lie outside the disk.
+// backupOfOtherDisk: isOfOtherDisk and the options do not accept it, or the sector size differs;
+// sectorsInUse: overwrittenByRestore; corrupt: the sectors are no consistent table, or lie outside
+// the disk.
 // read, write: as for Drive::commit. The entries on hand are stale afterwards.
 Failure restoreTable(Drive& drive, const TableBackup& backup, const RestoreOptions& options = {});
 

@@ -38,5 +38,35 @@ TEST_F(RestoreTableFlowTest, FailedTransfersAndPowerCutsLeaveOneOfTheTables) {
   expectCutsLeaveOldOrNew(flow);
 }
 
+TEST_F(RestoreTableFlowTest, TheTableOfAnotherDiskIsInsistedOnWithBothNamed) {
+  backup_.diskName = "ACME 4711";
+  MemoryDisk larger(2 * kSectors);
+  larger.setName("/dev/sdb");
+  MemoryDisk before = larger.copy();
+  const auto drive = open(larger);
+  ui_.expectMessage("ACME 4711, 200 MiB\nWritten to: 400 MiB, /dev/sdb", MessageResult::no);
+  EXPECT_EQ(FlowEnd::cancelled, restoreTableFlow(context_, *drive, backup_).end);
+  EXPECT_EQ(Consent::insist, ui_.messages.back().consent);
+  EXPECT_TRUE(larger.sameContent(before));
+  ui_.expectMessage("", MessageResult::yes);
+  EXPECT_EQ(FlowEnd::done, restoreTableFlow(context_, *drive, backup_).end);
+  EXPECT_EQ(kept_, tableOf(*drive));
+}
+
+TEST_F(RestoreTableFlowTest, APartitionThatItWouldWriteIntoIsNamed) {
+  MemoryDisk larger(2 * kSectors);
+  auto drive = open(larger);
+  NewEntry entry = newEntryIn(*freeBlocks(*drive).at(0));
+  entry.startSector = 40;  // within the track that is kept
+  entry.endSector = 4095;
+  entry.type = 0x83;
+  ASSERT_EQ(Error::none, drive->add(entry));
+  drive = open(larger);
+  MemoryDisk before = larger.copy();
+  ui_.expectMessage("written into this partition:\nDisk: 400 MiB, memory\nPartition 1 ");
+  EXPECT_EQ(FlowEnd::refused, restoreTableFlow(context_, *drive, backup_).end);
+  EXPECT_TRUE(larger.sameContent(before));
+}
+
 }  // namespace
 }  // namespace tallowin

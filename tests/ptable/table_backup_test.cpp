@@ -67,7 +67,7 @@ TEST(TableBackup, GptsOfAnySizeAndPlaceComeBackWhole) {
     const std::vector<u8> zeros(512);
     for (u64 lba = 0; lba < 2048; ++lba) bench.disk().setSector(lba, zeros);
     for (u64 back = 1; back < 100; ++back) bench.disk().setSector(kDiskSectors - back, zeros);
-    ASSERT_EQ(restoreTable(bench.reopen(), backup, {.otherSignature = true}), Error::none);
+    ASSERT_EQ(restoreTable(bench.reopen(), backup), Error::none);
     EXPECT_TRUE(bench.disk().sameContent(before));
   }
 }
@@ -99,7 +99,7 @@ TEST(TableBackup, BackupsThatDoNotFitTheDiskWriteNothing) {
     EXPECT_TRUE(bench.disk().sameContent(before));
     return error;
   };
-  EXPECT_EQ(refused([](TableBackup& b) { b.sectorSizeBytes = 4096; }, {true, true}),
+  EXPECT_EQ(refused([](TableBackup& b) { b.sectorSizeBytes = 4096; }, {true}),
             Error::backupOfOtherDisk);
   EXPECT_EQ(refused([](TableBackup& b) { b.diskSectors *= 2; }), Error::backupOfOtherDisk);
   EXPECT_EQ(refused([](TableBackup& b) { b.diskSignature = 1; }), Error::backupOfOtherDisk);
@@ -108,13 +108,64 @@ TEST(TableBackup, BackupsThatDoNotFitTheDiskWriteNothing) {
   EXPECT_EQ(refused([](TableBackup& b) { b.sectors.erase(b.sectors.begin()); }), Error::corrupt);
 
   TableBench smaller{MemoryDisk(100000)};
-  EXPECT_EQ(restoreTable(smaller.drive(), good, {true, true}), Error::corrupt);
+  EXPECT_EQ(restoreTable(smaller.drive(), good, {true}), Error::corrupt);
   TableBench larger{MemoryDisk(kDiskSectors * 2)};
-  EXPECT_EQ(restoreTable(larger.drive(), good, {true, true}), Error::none);
+  EXPECT_EQ(restoreTable(larger.drive(), good, {true}), Error::none);
   EXPECT_EQ(readTable(larger.disk()).rows, readTable(bench.disk()).rows);
   TableBench gpt(diskFromScript(kDiskSectors, "label: gpt\n2048,2048\n"));
-  EXPECT_EQ(restoreTable(gpt.drive(), good, {true, true}), Error::none);
+  EXPECT_EQ(restoreTable(gpt.drive(), good, {true}), Error::none);
   EXPECT_EQ(readTable(gpt.disk()).rows, readTable(bench.disk()).rows);
+}
+
+TEST(TableBackup, AnotherDiskIsToldByItsIdentityAndItsPartitionsAreSpared) {
+  const std::string gptId = "label: gpt\nlabel-id: 11111111-2222-3333-4444-555555555555\n";
+  const std::string otherGptId = "label: gpt\nlabel-id: 99999999-2222-3333-4444-555555555555\n";
+  const std::string mbrId = "label: dos\nlabel-id: 0x12345678\n";
+  const std::string otherMbrId = "label: dos\nlabel-id: 0x87654321\n";
+  const std::string mbr = mbrId + "2048,2048\n20480,20480,5\n30720,2048\n";
+  const std::string gpt = gptId + "2048,2048\n";
+  // Over the last EBR of `mbr`, and over the end of a disk of kDiskSectors.
+  const std::string overEbr = "2048,61440\n";
+  const std::string overEnd = "4096,300000\n";
+  constexpr u64 kLarger = 2 * kDiskSectors;
+  struct Case {
+    std::string kept;
+    u64 sectors;
+    std::string present;  // empty: a blank disk
+    bool isOther;
+    bool isSpared;  // a partition that the restore would write into
+  };
+  const Case cases[] = {
+      {mbr, kDiskSectors, mbrId + overEbr, false, false},
+      {mbr, kDiskSectors, otherMbrId, true, false},
+      {mbr, kDiskSectors, otherMbrId + overEbr, true, true},
+      {mbr, kDiskSectors, "", false, false},
+      {mbr, kLarger, "", true, false},
+      {mbr, kLarger, mbrId + "2048,2048\n", false, false},
+      {mbr, kDiskSectors - 8, mbrId, true, false},
+      {gpt, kDiskSectors, gptId, false, false},
+      {gpt, kDiskSectors, otherGptId, true, false},
+      {gpt, kLarger, gptId + "4096,2048\n", false, false},
+      {gpt, kLarger, gptId + overEnd, false, true},
+      {gpt, kLarger, otherGptId + overEnd, true, true},
+      {gpt, kLarger, otherMbrId + overEnd, true, true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::to_string(c.sectors) + " " + c.kept + c.present);
+    TableBench from(diskFromScript(kDiskSectors, c.kept));
+    const TableBackup backup = backupOf(from.drive());
+    TableBench to(c.present.empty() ? MemoryDisk(c.sectors) : diskFromScript(c.sectors, c.present));
+    EXPECT_EQ(isOfOtherDisk(to.drive(), backup), c.isOther);
+    EXPECT_EQ(overwrittenByRestore(to.drive(), backup) != nullptr, c.isSpared);
+    MemoryDisk before = to.disk().copy();
+    if (c.isOther) {
+      EXPECT_EQ(restoreTable(to.drive(), backup), Error::backupOfOtherDisk);
+      EXPECT_TRUE(to.disk().sameContent(before));
+    }
+    EXPECT_EQ(restoreTable(to.drive(), backup, {.otherDisk = true}).code,
+              c.isSpared ? Error::sectorsInUse : Error::none);
+    EXPECT_EQ(to.disk().sameContent(before), c.isSpared);
+  }
 }
 
 TEST(TableBackup, EachFailedTransferOfARestoreLeavesTheOldTable) {
