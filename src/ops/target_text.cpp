@@ -23,10 +23,16 @@ std::string describeDisk(DiskDevice& disk) {
 std::string emptyTableText(const Drive& drive) {
   const bool isSound = drive.table().status == 0 && drive.changesAllowed() == Error::none;
   if (!drive.table().entries.empty() || !isSound) return {};
+  const u64 unit = alignmentUnit(drive.alignment());
+  const u64 oneMiB = kMiB / drive.sectorSize();
+  const bool isCoarse = oneMiB < unit;
+  const bool takes1MiB = 2 * oneMiB <= drive.lastLba();
   return format(
       "There is no partition, and all free space is smaller than the alignment of this drive "
-      "(%llu sectors). A finer one, as Align on 1MiB Boundaries in the settings, leaves room.",
-      static_cast<unsigned long long>(alignmentUnit(drive.alignment())));
+      "(%llu sectors%s). A finer one, as %s in the settings, leaves room.",
+      static_cast<unsigned long long>(unit),
+      isCoarse && !takes1MiB ? "; it is too small for 1 MiB, too" : "",
+      isCoarse && takes1MiB ? "Align on 1MiB Boundaries" : "GlobalGeoAlignVal=4096 (bytes)");
 }
 
 const char* kindWord(const PartitionEntry& entry) {

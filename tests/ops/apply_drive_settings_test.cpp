@@ -4,6 +4,7 @@
 
 #include "disk/disk_handles.h"
 #include "ops/flow_bench.h"
+#include "ops/target_text.h"
 
 namespace tallowin {
 namespace {
@@ -32,6 +33,26 @@ TEST_F(ApplyDriveSettingsTest, AnEmptyDriveIsOnCylindersAndOneWithPartitionsAsTh
   EXPECT_EQ(2048U, alignmentUnit(drive->alignment()));
   EXPECT_EQ(22528U, freeBlocks(*drive).at(0)->startSector) << "read again with the new unit";
   EXPECT_EQ(0U, drive->flags() & kDriveAlignOnEnd);
+}
+
+// 1 MiB, which is larger than the first disk, does not help it.
+TEST_F(ApplyDriveSettingsTest, AFinerAlignmentThatIsNamedLeavesRoom) {
+  for (const u64 sectors : {u64{80}, u64{6000}}) {
+    MemoryDisk small(sectors);
+    const auto textWith = [&](bool align1MiB, u32 alignmentBytes) {
+      options_.globalGeoAlign2K = align1MiB;
+      options_.globalGeoAlignVal = alignmentBytes;
+      std::unique_ptr<Drive> drive;
+      EXPECT_EQ(Error::none, openDriveWithSettings(borrowed(small), host_, options_, nullptr,
+                                                   kUnlistedDrive, {}, drive));
+      return emptyTableText(*drive);
+    };
+    const bool isTiny = sectors == 80;
+    const std::string why = textWith(isTiny, 0);
+    EXPECT_EQ(!isTiny, why.find("1MiB Boundaries") != std::string::npos) << why;
+    EXPECT_EQ(isTiny, why.find("GlobalGeoAlignVal=4096") != std::string::npos) << why;
+    EXPECT_EQ("", textWith(!isTiny, isTiny ? 4096 : 0)) << sectors;
+  }
 }
 
 TEST_F(ApplyDriveSettingsTest, ADriveWithoutSettingsOfItsOwnFollowsThoseOfAll) {
