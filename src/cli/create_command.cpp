@@ -115,11 +115,12 @@ class CreateAnswers {
   bool setName(CreateModel& model) {
     const bool hasNone = !drive_.isGpt() && !drive_.isEmbr() && !isVolume_;
     const bool isLabelOnly = hasNone && wanted_.format;
-    if (wanted_.name && !isLabelOnly) {
-      const std::string why = whyNotNamed(drive_, isVolume_, *wanted_.name);
+    if (wanted_.name) {
+      const std::string why =
+          isLabelOnly ? whyNoText(*wanted_.name) : whyNotNamed(drive_, isVolume_, *wanted_.name);
       if (!why.empty()) {
         refusal_ = "--name: " + why;
-        if (hasNone) refusal_ += " With --format it becomes the volume label.";
+        if (hasNone && !isLabelOnly) refusal_ += " With --format it becomes the volume label.";
         return false;
       }
     }

@@ -9,8 +9,6 @@
 namespace tallowin {
 namespace {
 
-constexpr u32 kNoType = 0xFFFF;
-
 const char* optionOf(Property property) {
   switch (property) {
     case Property::name:
@@ -71,8 +69,9 @@ std::string planProperties(const Drive& drive, const PartitionEntry& entry,
                            const PropertyWish& wanted, EntryProperties& change) {
   change = {};
   change.name = wanted.name;
-  // What does not fit stays a number that no table holds.
-  if (wanted.type) change.type = static_cast<u16>(std::min<u32>(*wanted.type, kNoType));
+  if (wanted.type && *wanted.type > 0xFFFF)
+    return std::string(optionOf(Property::type)) + ": " + whyNotTyped(drive, entry, *wanted.type);
+  if (wanted.type) change.type = static_cast<u16>(*wanted.type);
   change.typeGuid = wanted.typeGuid;
   change.active = wanted.active;
   for (const FlagChange& flag : wanted.flags) {

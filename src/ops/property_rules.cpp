@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "base/utf8.h"
 #include "disk/mbr_record.h"
 #include "probe/type_catalogue.h"
 #include "ptable/embr/embr_record.h"
@@ -43,12 +44,35 @@ bool holdsVolumes(const PartitionEntry& entry) {
                              [](const auto& volume) { return !volume->isFree(); });
 }
 
-std::string whyNotTyped(const Drive& drive, const PartitionEntry& entry, u16 type) {
-  const bool isHiddenVolume = type == types::kHidden && entry.isVolume();
-  if (!isHiddenVolume && (!types::isForPartitions(type) || type > 0xFF))
-    return format("%u is no type of a partition; give 1 to 255, without 237 and 238.", type);
-  if (drive.isGpt() && entry.mbrSlot == kNoMbrSlot && type != types::kEfiSystem)
+std::string whyNotMarked(const Drive& drive, const PartitionEntry& entry) {
+  if (entry.isVolume()) return "A volume of an extended partition has no active mark.";
+  if (drive.scheme() != Scheme::mbr && entry.mbrSlot == kNoMbrSlot)
+    return "The partition has no slot in the MBR; put it into one first ('mbr --insert').";
+  return {};
+}
+
+bool isControl(char32_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }
+
+}  // namespace
+
+std::string whyNoText(std::string_view utf8) {
+  for (std::size_t at = 0; at < utf8.size();) {
+    const std::size_t first = at;
+    const char32_t c = nextCharacter(utf8, at);
+    if (c == kReplacementCharacter && at == first + 1)
+      return "This is no text in UTF-8; choose another name.";
+    if (isControl(c)) return "A name has no control characters; choose another one.";
+  }
+  return {};
+}
+
+std::string whyNotTyped(const Drive& drive, const PartitionEntry& entry, u32 wanted) {
+  if (drive.isGpt() && entry.mbrSlot == kNoMbrSlot && wanted != types::kEfiSystem)
     return "A GPT stores a type GUID and no number; choose that.";
+  const u16 type = static_cast<u16>(std::min<u32>(wanted, 0xFFFF));
+  const bool isHiddenVolume = type == types::kHidden && entry.isVolume();
+  if (!isHiddenVolume && !types::isForPartitions(type))
+    return format("%u is no type of a partition; give 1 to 255, without 237 and 238.", wanted);
   if (types::isExtended(type) != types::isExtended(entry.type))
     return "A partition neither becomes an extended one nor ceases to be one by its type; delete "
            "it and create another.";
@@ -58,16 +82,8 @@ std::string whyNotTyped(const Drive& drive, const PartitionEntry& entry, u16 typ
   return {};
 }
 
-std::string whyNotMarked(const Drive& drive, const PartitionEntry& entry) {
-  if (entry.isVolume()) return "A volume of an extended partition has no active mark.";
-  if (drive.scheme() != Scheme::mbr && entry.mbrSlot == kNoMbrSlot)
-    return "The partition has no slot in the MBR; put it into one first ('mbr --insert').";
-  return {};
-}
-
-}  // namespace
-
 std::string whyNotNamed(const Drive& drive, bool isVolume, std::string_view name) {
+  if (std::string why = whyNoText(name); !why.empty()) return why;
   if (drive.isGpt())
     return gptNameLength(name) <= kGptNameUnits ? ""
                                                 : "A GPT holds 36 characters; choose a "

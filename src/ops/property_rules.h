@@ -22,6 +22,10 @@ struct PropertyRefusal {
 std::optional<PropertyRefusal> refusedProperty(const Drive& drive, const PartitionEntry& entry,
                                                const EntryProperties& wanted);
 
+// Why this is no name for anything: bytes that are no UTF-8, control characters. Empty when it is.
+std::string whyNoText(std::string_view utf8);
+// Why the entry cannot have this type, which may be larger than any that a table holds.
+std::string whyNotTyped(const Drive& drive, const PartitionEntry& entry, u32 wanted);
 // Why an entry of this table, or a volume in it, cannot have this name (UTF-8); empty when it can.
 std::string whyNotNamed(const Drive& drive, bool isVolume, std::string_view name);
 
