@@ -73,6 +73,16 @@ enum class Error : u8 {
   notAFileSystem,
   scanStopped,
   clearingFailed,
+  // Files inside a file system.
+  invalidName,  // or an argument that makes no sense
+  nameTooLong,
+  alreadyExists,
+  directoryNotEmpty,
+  directoryFull,  // it cannot grow
+  volumeFull,
+  tooManyOpenFiles,
+  tooManyMounts,
+  accessDenied,  // read-only, of the other kind, or in use
 };
 
 // The published number. Numbers are never given anew.
@@ -94,6 +104,7 @@ constexpr u32 codeOf(Error error) {
     case Error::cannotOpenForReading:
       return 6;
     case Error::noSuchFile:
+    case Error::directoryFull:
     case Error::gptSignature:
       return 8;
     case Error::tableNotUpdated:
@@ -102,8 +113,11 @@ constexpr u32 codeOf(Error error) {
       return 10;
     case Error::outsideUsableArea:
       return 11;
+    case Error::directoryNotEmpty:
+      return 12;
     case Error::invalidSizeForType:
     case Error::backupOverlaps:
+    case Error::invalidName:
       return 13;
     case Error::invalidVolume:
       return 15;
@@ -116,6 +130,7 @@ constexpr u32 codeOf(Error error) {
     case Error::geometryNotAvailable:
       return 18;
     case Error::noSpaceLeft:
+    case Error::volumeFull:
     case Error::noRoomForReserved:
       return 32;
     case Error::bufferTooSmall:
@@ -129,6 +144,8 @@ constexpr u32 codeOf(Error error) {
     case Error::notThisFormat:
       return 64;
     case Error::tooManyOpenDrives:
+    case Error::tooManyOpenFiles:
+    case Error::tooManyMounts:
     case Error::noFreeEntry:
     case Error::tooManyPartitions:
       return 65;
@@ -140,6 +157,8 @@ constexpr u32 codeOf(Error error) {
       return 71;
     case Error::sectorSizeDiffers:
       return 73;
+    case Error::accessDenied:
+      return 75;
     case Error::unsupportedForm:
     case Error::gptRevision:
     case Error::dynamicDisk:
@@ -149,8 +168,12 @@ constexpr u32 codeOf(Error error) {
       return 77;
     case Error::seekFailed:
       return 78;
+    case Error::nameTooLong:
+      return 84;
     case Error::scanStopped:
       return 86;
+    case Error::alreadyExists:
+      return 87;
     case Error::notAFileSystem:
     case Error::noTable:
       return 89;

@@ -150,6 +150,26 @@ Words wordsOf(Error error) {
       return {"The surface scan was stopped before its end", "Repeat it if you need it."};
     case Error::clearingFailed:
       return {"Sectors could not be cleared", "Look for disk errors in the kernel's log."};
+    case Error::invalidName:
+      return {"The name is not valid on this file system", "Choose another name."};
+    case Error::nameTooLong:
+      return {"The name or the path is too long", "Choose a shorter one."};
+    case Error::alreadyExists:
+      return {"There is already a file or directory of that name", "Choose another name."};
+    case Error::directoryNotEmpty:
+      return {"The directory is not empty", "Remove what is in it first."};
+    case Error::directoryFull:
+      return {"The directory can hold no more entries",
+              "Remove files from it, or use another directory."};
+    case Error::volumeFull:
+      return {"The file system is full", "Remove files from it and try again."};
+    case Error::tooManyOpenFiles:
+      return {"Too many files are open", "Close some of them first."};
+    case Error::tooManyMounts:
+      return {"The files of too many partitions are open", "Close some of them first."};
+    case Error::accessDenied:
+      return {"This is not possible with this file or on this file system",
+              "Check that it is no directory, is not open, and may be written."};
   }
   return {"Something unknown went wrong", "Try again."};
 }

@@ -2,6 +2,8 @@
 // of its engine registers.
 #pragma once
 
+#include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -63,6 +65,15 @@ struct FileSystemFacts {
 
 enum class CountClusters { no, yes };
 
+class FileSystem;
+
+// How the files of a volume are to be reached.
+struct OpenWish {
+  bool writable = false;
+  u32 codePage = 437;  // of short names and labels, where a file system has them: 437 or 850
+  std::function<u64()> clock = {};  // seconds since the epoch; without one the machine's own
+};
+
 // Functions may be absent: then the program does not offer what they do. They know neither drive
 // nor table. Rows live as long as the program.
 struct FileSystemKind {
@@ -107,6 +118,10 @@ struct FileSystemKind {
   // invalidVolume: it is none of this kind, or damaged; read, outOfMemory.
   Failure (*facts)(const SectorRange& range, u16 type, CountClusters count,
                    FileSystemFacts& facts) = nullptr;
+  // The files in it, see fs/file_system.h. invalidVolume, unsupportedFileSystem (a version or a
+  // feature that is not known), read, outOfMemory. Nothing is written before the first change.
+  Failure (*open)(const SectorRange& range, u16 type, const OpenWish& wish,
+                  std::unique_ptr<FileSystem>& files) = nullptr;
 };
 
 // The kinds that the program knows, in the order of their registration.
