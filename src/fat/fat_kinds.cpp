@@ -4,6 +4,7 @@
 #include <array>
 
 #include "base/text.h"
+#include "fat/fat_file_system.h"
 #include "fat/fat_format.h"
 #include "fat/fat_table.h"
 #include "fat/fat_volume.h"
@@ -124,6 +125,7 @@ constexpr FileSystemKind kindRow(std::string_view word, std::string_view name) {
   kind.format = formatFat;
   kind.label = readLabel;
   kind.facts = readFacts;
+  kind.open = openFatFiles;
   return kind;
 }
 

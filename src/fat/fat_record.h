@@ -116,4 +116,41 @@ struct FatDirectoryEntryRecord {
 static_assert(sizeof(FatDirectoryEntryRecord) == 32 && alignof(FatDirectoryEntryRecord) == 1);
 static_assert(offsetof(FatDirectoryEntryRecord, firstClusterLow) == 26);
 
+// What byte 0 of a name may say instead.
+inline constexpr u8 kFatEndOfDirectory = 0x00;
+inline constexpr u8 kFatDeleted = 0xE5;
+inline constexpr u8 kFatStandsForE5 = 0x05;
+
+inline constexpr u8 kFatLowerCaseName = 0x08;  // caseFlags
+inline constexpr u8 kFatLowerCaseExtension = 0x10;
+
+// A part of a long name. The parts lie in front of the entry that they name, the last one first.
+struct FatLongNameRecord {
+  u8 sequence;        //  0  from 1; kFatLastPart on the last one
+  Le16 units1[5];     //  1  UTF-16; behind the name a 0, then 0xFFFF
+  u8 attributes;      // 11  kFatLongName
+  u8 type;            // 12  0
+  u8 checksum;        // 13  of the short name
+  Le16 units2[6];     // 14
+  Le16 firstCluster;  // 26  0
+  Le16 units3[2];     // 28
+};
+static_assert(sizeof(FatLongNameRecord) == 32 && alignof(FatLongNameRecord) == 1);
+static_assert(offsetof(FatLongNameRecord, units2) == 14);
+
+inline constexpr u8 kFatLastPart = 0x40;
+inline constexpr std::size_t kFatUnitsPerPart = 13;
+inline constexpr std::size_t kFatLongestName = 255;
+inline constexpr u32 kFatMostDirectoryEntries = 65536;
+
+constexpr u32 firstClusterOf(const FatDirectoryEntryRecord& entry, bool isFat32) {
+  const u32 high = isFat32 ? u32{entry.firstClusterHigh} << 16 : 0;
+  return (high | entry.firstClusterLow) & 0x0FFFFFFF;
+}
+
+constexpr void setFirstCluster(FatDirectoryEntryRecord& entry, u32 cluster) {
+  entry.firstClusterHigh = static_cast<u16>(cluster >> 16);
+  entry.firstClusterLow = static_cast<u16>(cluster & 0xFFFF);
+}
+
 }  // namespace tallowin

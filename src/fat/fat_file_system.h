@@ -1,0 +1,20 @@
+// The files of a FAT12, FAT16 or FAT32 volume.
+#pragma once
+
+#include "fs/file_system.h"
+#include "probe/file_system_kind.h"
+
+namespace tallowin {
+
+// The `open` of the FAT kinds: see FileSystemKind. invalidVolume; unsupportedFileSystem: a version
+// that is not known, or FATs that are not copies of one another in a way that is not.
+//
+// Changes are held back and written together: by sync, when many have gathered, around each move,
+// and when space that was freed is needed again. They go to the disk in an order in which a power
+// cut leaves at most lost clusters, and of a move two names for one file; of a file that was
+// growing or shrinking clusters behind its end. Meanwhile the volume is marked as in use, where its
+// kind has a mark. What was not synced when the object ends is lost, and the old state stands.
+Failure openFatFiles(const SectorRange& range, u16 type, const OpenWish& wish,
+                     std::unique_ptr<FileSystem>& files);
+
+}  // namespace tallowin

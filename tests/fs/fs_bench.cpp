@@ -1,0 +1,147 @@
+#include "fs/fs_bench.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <sstream>
+
+#include "fat/fat_kinds.h"
+#include "support/disk_file.h"
+#include "support/oracle.h"
+
+namespace tallowin {
+namespace {
+
+void addFolder(FileTree& tree, const std::filesystem::path& top) {
+  for (const auto& found : std::filesystem::recursive_directory_iterator(top)) {
+    const std::string path = "/" + found.path().lexically_relative(top).string();
+    if (found.is_directory()) {
+      tree[path + "/"];
+      continue;
+    }
+    std::ifstream file(found.path(), std::ios::binary);
+    tree[path] = {std::istreambuf_iterator<char>(file), {}};
+  }
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& out, const FsSample& sample) { return out << sample.name; }
+
+const FileSystemKinds& knownKinds() {
+  static const FileSystemKinds kinds = [] {
+    FileSystemKinds all;
+    registerFat(all);
+    return all;
+  }();
+  return kinds;
+}
+
+MemoryDisk formatted(const FsSample& sample) {
+  MemoryDisk disk(sample.sectors, sample.sectorSize);
+  FormatWish wish;
+  wish.type = sample.type;
+  wish.clusterBytes = sample.clusterBytes;
+  wish.geometry = {1023, 254, 63};
+  SilentJob job;
+  FormatReport report;
+  EXPECT_EQ(Error::none,
+            knownKinds().byWord(sample.kind)->format({disk, 0, sample.sectors}, wish, job, report));
+  return disk;
+}
+
+Failure openFiles(DiskDevice& disk, const FsSample& sample, std::unique_ptr<FileSystem>& files,
+                  const OpenWish& wish) {
+  return knownKinds()
+      .byWord(sample.kind)
+      ->open({disk, 0, sample.sectors}, sample.type, wish, files);
+}
+
+std::vector<std::string> differences(const FileTree& a, const FileTree& b) {
+  std::vector<std::string> paths;
+  for (const auto& [one, other] : {std::pair(&a, &b), std::pair(&b, &a)})
+    for (const auto& [path, content] : *one)
+      if (const auto found = other->find(path); found == other->end())
+        paths.push_back(path);
+      else if (one == &a && found->second != content)
+        paths.push_back(path + " (content)");
+  return paths;
+}
+
+std::string contentOf(FileSystem& files, const std::string& path) {
+  File file;
+  FileInfo info;
+  EXPECT_EQ(Error::none, files.open(path, {}, file)) << path;
+  if (!file.isOpen() || file.info(info)) return "?";
+  std::string content(info.sizeBytes, '?');
+  u64 done = 0;
+  EXPECT_EQ(Error::none, file.read({reinterpret_cast<u8*>(content.data()), content.size()}, done))
+      << path;
+  EXPECT_EQ(content.size(), done) << path;
+  return content;
+}
+
+Failure put(FileSystem& files, const std::string& path, const std::string& content) {
+  File file;
+  if (const Failure failed =
+          files.open(path, {.access = FileAccess::write, .create = true, .truncate = true}, file))
+    return failed;
+  u64 done = 0;
+  const Failure failed =
+      file.write({reinterpret_cast<const u8*>(content.data()), content.size()}, done);
+  const Failure notClosed = file.close();
+  return failed ? failed : notClosed;
+}
+
+FileTree treeOf(FileSystem& files, const std::string& directory) {
+  FileTree tree;
+  std::vector<FileInfo> entries;
+  EXPECT_EQ(Error::none, files.list(directory, entries)) << directory;
+  for (const FileInfo& entry : entries) {
+    const std::string path = directory + entry.name;
+    if (entry.isDirectory()) {
+      tree[path + "/"];
+      tree.merge(treeOf(files, path + "/"));
+    } else {
+      tree[path] = contentOf(files, path);
+    }
+  }
+  return tree;
+}
+
+std::string randomBytes(u32 seed, std::size_t count) {
+  std::mt19937 random(seed);
+  std::string bytes(count, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(random());
+  return bytes;
+}
+
+bool hasJudges() { return hasProgram("fsck.fat") && hasProgram("mcopy"); }
+
+std::string checkerSays(MemoryDisk& disk) {
+  const TempFolder folder;
+  storeDisk(disk, folder.file("image"));
+  const ProgramResult check = runProgram({"fsck.fat", "-n", folder.file("image")});
+  return check.status == 0 ? "" : check.output;
+}
+
+FileTree treeByOthers(MemoryDisk& disk) {
+  const TempFolder folder;
+  const std::string target = folder.file("out");
+  std::filesystem::create_directory(target);
+  storeDisk(disk, folder.file("image"));
+  FileTree tree;
+  const auto run = [&](const std::vector<std::string>& command) {
+    std::vector<std::string> all = {"/usr/bin/env", "LC_ALL=C.UTF-8", "MTOOLS_SKIP_CHECK=1"};
+    all.insert(all.end(), command.begin(), command.end());
+    return runProgram(all);
+  };
+  const ProgramResult copied =
+      run({"mcopy", "-s", "-n", "-Q", "-i", folder.file("image"), "::/", target});
+  EXPECT_EQ(0, copied.status) << copied.output;
+  addFolder(tree, target);
+  return tree;
+}
+
+}  // namespace tallowin
