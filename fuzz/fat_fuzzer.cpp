@@ -1,42 +1,17 @@
 // A FAT volume from the input, in one of two ways. Either its boot sector and FATs: the volume is
 // opened and its entries are read and changed. Or a request to format, whose volume is opened.
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 
 #include "disk/memory_disk.h"
 #include "fat/fat_format.h"
 #include "fat/fat_table.h"
 #include "fat/fat_volume.h"
+#include "fuzz_input.h"
 
 using namespace tallowin;
 
 namespace {
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
-
-// Numbers from the input; zeros behind its end.
-class Input {
- public:
-  explicit Input(std::span<const u8> bytes) : bytes_(bytes) {}
-
-  bool isEmpty() const { return bytes_.empty(); }
-  u32 number(std::size_t bytes) {
-    u32 value = 0;
-    for (const u8 byte : take(bytes)) value = value << 8 | byte;
-    return value;
-  }
-  std::span<const u8> take(std::size_t count) {
-    const auto taken = bytes_.first(std::min(count, bytes_.size()));
-    bytes_ = bytes_.subspan(taken.size());
-    return taken;
-  }
-
- private:
-  std::span<const u8> bytes_;
-};
 
 std::vector<u8> sectors(DiskDevice& disk, u64 lba, u64 count) {
   std::vector<u8> bytes(count * disk.sectorSize());
