@@ -31,7 +31,6 @@ TEST(DriveSettingsModel, ShowsTheRecordAndStoresItUnchanged) {
   record.geometryCalculation = 3;
   record.alignmentBytes = 4096;
   DriveSettingsModel model = modelOf(record);
-  EXPECT_EQ(model.driveLine, "Drive: 65538");
   EXPECT_EQ(numbers(model), "100/254/63") << "zero fields show the geometry in force";
   EXPECT_TRUE(model.alignOnEnd.ticked && model.alignEndByResizing.ticked && model.align1MiB.ticked);
   EXPECT_TRUE(model.saveAsDefault.ticked);
@@ -84,8 +83,13 @@ TEST(DriveSettingsModel, TheNumbersFollowTheirSource) {
   model.pass();
   EXPECT_TRUE(model.geometryControl.enabled);
 
-  model.cylinders.value = 5000;
-  model.sectors.value = 99;
+  model.cylinders.type("5000");
+  model.sectors.type("17");
+  model.pass();
+  EXPECT_EQ(numbers(model), "500/15/17") << "nothing is clamped";
+  EXPECT_EQ(model.problem(), "Cylinders: \"5000\" is no whole number from 0 to 1023.");
+  model.cylinders.type("1023");
+  model.sectors.type("63");
   model.pass();
   EXPECT_EQ(numbers(model), "1023/15/63");
 

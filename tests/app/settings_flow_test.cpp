@@ -207,7 +207,7 @@ TEST_F(SettingsFlowTest, OtherDrivesAreEditedFromTheirList) {
       EXPECT_EQ(list.busIndex, 1u);
       list.driveIndex = 1;
       ui_.expect<DriveSettingsModel>([](DriveSettingsModel& drive) {
-        EXPECT_EQ(drive.driveLine, "Drive: 65537");
+        EXPECT_EQ(drive.driveLine, "Drive: b.img");
         drive.useGlobalSettings.ticked = false;
         drive.pass();
         drive.align1MiB.ticked = true;
