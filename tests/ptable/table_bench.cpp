@@ -233,14 +233,13 @@ void expectFaultsAreTold(MemoryDisk& before, const TableChange& change) {
   forEachFault(before, kFailedRequests, [&](FaultRound& round) {
     FakeHost host;
     const auto drive = TableBench::openOn(round.sharedDisk(), host, change.options);
-    const bool wasEmbr = drive->isEmbr();
     round.begin();
     const Failure error = change.run(*drive);
     const std::string picture = change.picture(round.medium());
-    // The errno and the sector come with the name that the contract gives; of an EMBR the name
-    // alone. Sectors that cannot be read may hold something, and are not overwritten.
+    // The errno and the sector come with the name that the contract gives. Sectors that cannot be
+    // read may hold something, and are not overwritten.
     const bool keeps = error == Error::sectorsInUse || round.fault().kind == Fault::Kind::flush;
-    EXPECT_TRUE(!error || keeps || wasEmbr || (error.systemError == EIO && error.lba != kNoSector))
+    EXPECT_TRUE(!error || keeps || (error.systemError == EIO && error.lba != kNoSector))
         << change.what << ", error " << codeOf(error);
     if (round.isSound()) {
       ASSERT_EQ(error, Error::none) << change.what;

@@ -55,19 +55,21 @@ MptEntryRecord* recordOf(EmbrImage& image, const PartitionEntry& entry) {
 }
 
 Failure load(DiskDevice& disk, EmbrImage& image) {
-  const Failure error = EmbrImage::read(disk, image);
-  if (error == Error::notThisFormat) return Error::tableChangedMeanwhile;
-  return error == Error::none ? error : Error::read;
+  const Failure failed = EmbrImage::read(disk, image);
+  if (failed == Error::notThisFormat) return Error::tableChangedMeanwhile;
+  return failed ? failed.as(Error::read) : failed;
 }
 
 // Which of the two is on the disk after a write failed.
-Failure outcome(DiskDevice& disk, const EmbrImage& old, const EmbrImage& image) {
+Failure outcome(DiskDevice& disk, const EmbrImage& old, const EmbrImage& image,
+                const Failure& failed) {
   disk.dropCaches();
   EmbrImage found;
   if (disk.flush() != Error::none || EmbrImage::read(disk, found) != Error::none)
-    return Error::writeFailedTableUnknown;
-  if (found.holdsSameTable(old)) return Error::write;
-  return found.holdsSameTable(image) ? Error::writeFailedNewTable : Error::writeFailedTableUnknown;
+    return failed.as(Error::writeFailedTableUnknown);
+  if (found.holdsSameTable(old)) return failed.as(Error::write);
+  return failed.as(found.holdsSameTable(image) ? Error::writeFailedNewTable
+                                               : Error::writeFailedTableUnknown);
 }
 
 // With the sectors that a new table grew over.
@@ -79,9 +81,10 @@ bool putBack(DiskDevice& disk, const EmbrImage& old, const EmbrImage& image) {
 }
 
 Failure storeEmbr(DiskDevice& disk, const EmbrImage& old, EmbrImage& image) {
-  if (disk.flush() != Error::none) return Error::write;
-  if (image.writeBehindMbr(disk) == Error::none) return Error::none;
-  return putBack(disk, old, image) ? Error::write : outcome(disk, old, image);
+  if (const Failure failed = disk.flush()) return failed.as(Error::write);
+  const Failure failed = image.writeBehindMbr(disk);
+  if (!failed) return {};
+  return putBack(disk, old, image) ? failed.as(Error::write) : outcome(disk, old, image, failed);
 }
 
 Failure storeMbr(DiskDevice& disk, EmbrImage& image) {
@@ -100,18 +103,19 @@ Failure storeEmbrFirst(DiskDevice& disk, const EmbrImage& old, EmbrImage& image)
   const Failure slots = storeMbr(disk, image);
   if (slots == Error::none) return slots;
   const bool oldSlotsStand = slots == Error::read || slots == Error::write;
-  if (!oldSlotsStand) return Error::writeFailedNewTable;
-  return putBack(disk, old, image) ? slots : outcome(disk, old, image);
+  if (!oldSlotsStand) return slots.as(Error::writeFailedNewTable);
+  return putBack(disk, old, image) ? slots : outcome(disk, old, image, slots);
 }
 
 // A slot that outlives its entry would bring the partition back at the next start.
 Failure storeMbrFirst(DiskDevice& disk, const EmbrImage& old, EmbrImage& image) {
   if (const Failure error = storeMbr(disk, image); error != Error::none)
-    return error == Error::writeFailedNewTable ? Error::writeFailedTableUnknown : error;
+    return error == Error::writeFailedNewTable ? error.as(Error::writeFailedTableUnknown) : error;
   const Failure error = storeEmbr(disk, old, image);
   if (error != Error::write) return error;
   EmbrImage back = old;
-  return storeMbr(disk, back) == Error::none ? Error::write : Error::writeFailedTableUnknown;
+  return error.as(storeMbr(disk, back) == Error::none ? Error::write
+                                                      : Error::writeFailedTableUnknown);
 }
 
 // A slot that names sectors of which the EMBR knows nothing: another program made a partition.
