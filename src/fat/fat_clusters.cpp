@@ -119,7 +119,7 @@ void FatClusters::link(u32 end, u32 following) {
 
 void FatClusters::cut(u32 cluster) { link(cluster, layout().endMark()); }
 
-void FatClusters::free(const ClusterRun& run) {
+void FatClusters::release(const ClusterRun& run) {
   ClusterRun old{run.first, 0};  // what the disk has in use
   const auto keep = [&] {
     if (old.count == 0) return;

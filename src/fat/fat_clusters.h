@@ -53,7 +53,7 @@ class FatClusters {
   void link(u32 end, u32 following);
   // `cluster` becomes the end of its chain.
   void cut(u32 cluster);
-  void free(const ClusterRun& run);
+  void release(const ClusterRun& run);
 
   // Whether the disk has it as free.
   bool isNew(u32 cluster) const;

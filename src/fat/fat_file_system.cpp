@@ -295,7 +295,7 @@ Failure FatFileSystem::createDirectory(FileId parent, std::string_view name) {
   setFirstCluster(entry, run.first);
   u32 index = 0;
   if (const Failure failed = addEntry(*in, name, entry, index)) {
-    clusters_.free(run);
+    clusters_.release(run);
     return failed;
   }
   directories_[run.first] =
@@ -319,7 +319,7 @@ Failure FatFileSystem::remove(FileId directory, const FileInfo& entry) {
   if (const Failure failed = removed.chain.follow(clusters_, kUpTo)) return failed;
   removed.directory->remove(removed.index);
   if (entry.isDirectory()) directories_.erase(static_cast<u32>(entry.id));
-  for (const ClusterRun& run : removed.chain.shorten(0)) clusters_.free(run);
+  for (const ClusterRun& run : removed.chain.shorten(0)) clusters_.release(run);
   return {};
 }
 
@@ -413,7 +413,7 @@ Failure FatFileSystem::writeNode(FileNode& opened, u64 position, std::span<const
   node.chain.append(added);
   isUnflushed_ = true;
   if (const Failure failed = data_.write(node.chain, position, bytes, node.sizeBytes)) {
-    for (const ClusterRun& run : node.chain.shorten(oldLength)) clusters_.free(run);
+    for (const ClusterRun& run : node.chain.shorten(oldLength)) clusters_.release(run);
     return failed;
   }
   if (!added.empty() && oldLast != 0) clusters_.link(oldLast, added.front().first);
@@ -448,7 +448,7 @@ Failure FatFileSystem::resizeNode(FileNode& opened, u64 sizeBytes) {
   }
   if (kept > length) return Error::corrupt;
   if (kept < length) {
-    for (const ClusterRun& run : node.chain.shorten(kept)) clusters_.free(run);
+    for (const ClusterRun& run : node.chain.shorten(kept)) clusters_.release(run);
     if (kept != 0) clusters_.cut(node.chain.lastCluster());
   }
   setSize(node, sizeBytes);
