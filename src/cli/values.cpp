@@ -1,5 +1,8 @@
 #include "cli/values.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "base/text.h"
 #include "cli/amount.h"
 
@@ -36,7 +39,9 @@ std::optional<u32> parseType(std::string_view text) {
 
 std::optional<u32> parseSectorSize(std::string_view text) {
   const std::optional<u32> value = parseCount(text);
-  const bool isOne = value == 512 || value == 1024 || value == 2048 || value == 4096;
+  constexpr u32 kSizes[] = {512, 1024, 2048, 4096};
+  const bool isOne =
+      value && std::find(std::begin(kSizes), std::end(kSizes), *value) != std::end(kSizes);
   return isOne ? value : std::nullopt;
 }
 

@@ -65,6 +65,7 @@ Failure VhdBitmaps::mark(ImageFile& file, u32 block, u64 fileOffset, u32 firstSe
   Cached* cached = nullptr;
   if (const Failure error = load(file, block, fileOffset, cached); error != Error::none)
     return error;
+  // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): load() has set it.
   const Bitmap before = cached->bits;
   setRun(cached->bits, firstSector, count);
   const std::span<const u8> now = bytesOf(cached->bits);

@@ -59,7 +59,7 @@ std::string whyNotFormattable(const FileSystemKind* kind, u16 type) {
 
 std::string whyNotFormattable(const FileSystemKind* kind, u16 type, u64 sectors,
                               u32 sectorSizeBytes) {
-  const std::string why = whyNotFormattable(kind, type);
+  std::string why = whyNotFormattable(kind, type);
   if (!why.empty() || !kind->whyNotOfSize) return why;
   return kind->whyNotOfSize(type, sectors, sectorSizeBytes);
 }

@@ -40,6 +40,7 @@ struct VolumePlace {
   u32 slot = 0;
   i32 inChain = 0;
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): the tool means the zero of the comparison.
   auto operator<=>(const VolumePlace&) const = default;
 };
 

@@ -95,7 +95,7 @@ class LayoutMaker {
     if (chance(30)) bounds.push_back(room.end);
     if (chance(30)) bounds.push_back(room.start);
     std::ranges::sort(bounds);
-    bounds.erase(std::ranges::unique(bounds).begin(), bounds.end());
+    bounds.erase(std::unique(bounds.begin(), bounds.end()), bounds.end());
     std::vector<SectorRun> runs;
     for (std::size_t i = 1; i < bounds.size() && runs.size() < most; ++i) {
       runs.push_back({bounds[i - 1], bounds[i]});

@@ -156,14 +156,13 @@ EbrSlots slotsOf(const EbrRecord& ebr) {
   for (std::size_t i = 0; i < ebr.slots.size(); ++i) {
     const MbrSlotRecord& slot = ebr.slots[i];
     if (isEmpty(slot)) continue;
-    if (slot.type == types::kFree || (types::isChainLink(slot.type) && slot.sectorCount == 0)) {
-      // Sectors without a type, or a link without sectors.
-      found.isClear = false;
-    } else if (!types::isChainLink(slot.type)) {
+    const bool isLink = types::isChainLink(slot.type);
+    if (!isLink && slot.type != types::kFree) {
       found.volumes.push_back(i);
-    } else if (!found.link) {
+    } else if (isLink && slot.sectorCount != 0 && !found.link) {
       found.link = i;
     } else {
+      // Sectors without a type, a link without sectors, or a second link.
       found.isClear = false;
     }
   }
