@@ -250,12 +250,15 @@ class Creation {
     return true;
   }
 
-  // The dialog stays open, with all that was typed, where it can be tried again.
+  // The dialog stays open, with all that was typed, where it can be tried again: not when the
+  // partition may be there already.
   bool keepTyped(const Failure& failed, const SectorExtent& block) {
     change_.reset();
     context_.ui.errorBox(createErrorText(failed));
     result_ = {FlowEnd::failed, failed};
-    block_ = freeBlockIn(block.startSector, block.endSector);
+    const bool mayBeThere =
+        failed == Error::writeFailedNewTable || failed == Error::writeFailedTableUnknown;
+    block_ = mayBeThere ? nullptr : freeBlockIn(block.startSector, block.endSector);
     return block_ == nullptr;
   }
 
