@@ -100,8 +100,8 @@ std::string tableOf(Drive& drive) {
 std::vector<PartitionEntry*> freeBlocks(Drive& drive) {
   std::vector<PartitionEntry*> blocks = entriesOf(drive);
   std::erase_if(blocks, [](const PartitionEntry* entry) { return !entry->isFree(); });
-  std::ranges::stable_partition(blocks,
-                                [](const PartitionEntry* block) { return !block->isVolume(); });
+  std::stable_partition(blocks.begin(), blocks.end(),
+                        [](const PartitionEntry* block) { return !block->isVolume(); });
   return blocks;
 }
 
