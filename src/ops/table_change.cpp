@@ -75,6 +75,8 @@ Failure TableChange::end(const Failure& changed) {
         "The partition table was changed, but Linux still uses the old one,\n"
         "because a partition of this disk is in use.\n\n"
         "Please restart the computer before you use this disk.");
+  if (changed == Error::writeFailedTableUnknown && !keptTable_.empty())
+    context_.ui.noticeBox("The table as it was before is kept in\n" + keptTable_);
   if (changed) return changed;
   // The change itself was flushed when it was made; what came after it may not be on the medium.
   return settled.failure ? settled.failure.as(Error::writeFailedNewTable) : unread;

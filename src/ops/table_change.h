@@ -70,7 +70,8 @@ class TableChange {
   std::optional<FlowResult> begin(const WriteTarget& target);
   // Takes the end of the change and gives it back; or writeFailedNewTable, when the change went
   // well and cannot be made safe. Entries on hand are stale afterwards. Says when a restart is
-  // needed. The disk stays locked.
+  // needed, and names the kept table when nobody knows which table is in place. The disk stays
+  // locked.
   Failure end(const Failure& changed);
 
   // The file with the old table; empty when the user went on without one.

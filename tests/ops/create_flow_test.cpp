@@ -113,6 +113,32 @@ TEST_F(CreateFlowTest, AfterAFailedWriteTheDialogIsOpenForAnotherTry) {
   EXPECT_EQ("1 83h 2048..206847\n", tableOf(*drive));
 }
 
+// It answers no more once its first sector was to be written.
+class DyingDisk : public DiskWrapper {
+ public:
+  using DiskWrapper::DiskWrapper;
+  Failure flush() override { return isDead_ ? Failure(Error::flush) : DiskWrapper::flush(); }
+
+ protected:
+  Failure transferOut(u64 lba, const void* buffer, u32 count) override {
+    isDead_ |= lba == 0;
+    return isDead_ ? Failure(Error::write) : DiskWrapper::transferOut(lba, buffer, count);
+  }
+
+ private:
+  bool isDead_ = false;
+};
+
+TEST_F(CreateFlowTest, TheDialogClosesWhenThePartitionMayBeThere) {
+  const auto drive = open(std::make_shared<DyingDisk>(disk_));
+  ui_.expect<CreateModel>(
+      tryOnce("131", 100, [&](CreateModel& model) { EXPECT_FALSE(model.isOpen()); }));
+  ui_.expectMessage("The table as it was before is kept in\n" + folders_.backupFolder());
+  ui_.expectMessage("It could not be found out whether");
+  EXPECT_EQ(create(*drive).code.code, Error::writeFailedTableUnknown);
+  EXPECT_EQ(keptTables(), 1U);
+}
+
 TEST_F(CreateFlowTest, VolumesFillAnExtendedPartition) {
   const auto drive = open(disk_);
   ui_.expect<CreateModel>(enter("5", 150));
