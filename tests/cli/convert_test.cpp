@@ -49,6 +49,26 @@ TEST_F(ConvertTest, RefusalsAndRehearsalsChangeNothing) {
 }
 
 // The next step is named, and not taken: it was not asked for.
+TEST_F(ConvertTest, ABlankImageGetsAnMbrThatComesBackBlank) {
+  const std::string path = folder_.sparse("disk.img", 64 * kMiB);
+  const Ctl::Answer made = ctl_.json({"convert", path, "--to", "mbr", "--yes"});
+  ASSERT_EQ(made.status, 0);
+  const ProgramResult dump = runProgram({"sfdisk", "-d", path});
+  EXPECT_NE(dump.output.find("label: dos\n"), std::string::npos) << dump.output;
+  EXPECT_EQ(dump.output.find("label-id: 0x00000000"), std::string::npos) << "a random signature";
+  // What could not be kept as asked is said in the answer too.
+  const Ctl::Answer created = ctl_.json({"create", path, "--type", "fat16", "--size", "20",
+                                         "--format", "--name", "a long label!", "--yes"});
+  ASSERT_EQ(created.status, 0);
+  ASSERT_EQ(created.json["notes"].Size(), 1U);
+  EXPECT_NE(std::string(created.json["notes"][0].GetString()).find("A LONG LABE"),
+            std::string::npos);
+  ctl_.expectDone({"delete", path, "--part", "1"});
+  ctl_.expectDone({"table", "restore", path, made.json["kept_table"].GetString(), "--yes"});
+  const std::string first(folder_.read("disk.img"), 0, 512);
+  EXPECT_EQ(first, std::string(512, '\0'));
+}
+
 TEST_F(ConvertTest, ADamagedCopyIsRepairedFirst) {
   const std::string path = disk("label: gpt\nsize=10M\n");
   EXPECT_EQ(ctl_.run({"table", "repair", path}).status, 0) << "nothing to do";

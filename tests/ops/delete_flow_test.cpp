@@ -107,6 +107,29 @@ TEST_F(DeleteFlowTest, AStoppedWipeSaysWhatIsDone) {
   EXPECT_EQ(nullptr, drive->findByKernelNumber(3));
 }
 
+// The medium's own fast way to zeros may leave what was there.
+class FastZeros : public DiskWrapper {
+ public:
+  using DiskWrapper::DiskWrapper;
+
+ protected:
+  std::optional<Failure> zeroFast(u64, u64) override {
+    ADD_FAILURE() << "the old bytes are left on the medium";
+    return Failure();
+  }
+};
+
+TEST_F(DeleteFlowTest, AWipeWrites) {
+  const auto drive = open(std::make_shared<FastZeros>(disk_));
+  const u64 start = drive->findByKernelNumber(1)->startSector;
+  ui_.expect<DeleteModel>([](DeleteModel& model) {
+    model.wipePartition = true;
+    model.ok();
+  });
+  EXPECT_EQ(FlowEnd::done, erase(*drive, 1).end);
+  EXPECT_LE(256U, zerosFrom(disk_, start));
+}
+
 TEST_F(DeleteFlowTest, AWipeOverBadSectorsSaysHowManyAreLeft) {
   FaultyDisk faulty(disk_);
   const auto drive = open(borrowed(faulty));

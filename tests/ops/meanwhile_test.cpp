@@ -2,6 +2,7 @@
 // checked before is checked again; or the disk can only be read.
 #include <gtest/gtest.h>
 
+#include "base/stop_request.h"
 #include "ops/convert_flow.h"
 #include "ops/create_flow.h"
 #include "ops/delete_flow.h"
@@ -129,6 +130,38 @@ TEST_F(MeanwhileTest, WhatIsMountedMeanwhileIsLeftAlone) {
         tried, [this](MemoryDisk&) { mount(0, kSectors); }, Error::targetInUse);
     host_.file("/proc/mounts", "");
   }
+}
+
+// In a process of its own: a request stays.
+TEST_F(MeanwhileTest, AStopThatCameBeforeTheFirstWriteIsObeyed) {
+  const auto child = [this] {
+    for (const Case& tried : cases(backup_)) {
+      MemoryDisk disk = disk_.copy();
+      ScriptedFrontEnd ui;
+      tried.answers(ui);
+      ui.answerOthers(MessageResult::no);
+      ui.meanwhile([] { requestStop(StopReason::signal); });
+      const auto drive = open(disk);
+      const bool isCancelled = tried.flow(with(ui), *drive).end == FlowEnd::cancelled;
+      if (!isCancelled || !disk.sameContent(disk_)) std::fprintf(stderr, "%s\n", tried.name);
+    }
+    std::fprintf(stderr, "end");
+    std::exit(0);
+  };
+  EXPECT_EXIT(child(), testing::ExitedWithCode(0), "^end$");
+}
+
+TEST_F(MeanwhileTest, AMountedPartitionKeepsItsSlot) {
+  const auto drive = open(disk_);
+  MbrEditor editor(*drive);
+  ASSERT_EQ(editor.load(), Error::none);
+  editor.remove(0);
+  mount(0, kSectors);
+  MemoryDisk before = disk_.copy();
+  std::string file;
+  ui_.expectMessage("mounted");
+  EXPECT_EQ(applyMbrEdit(with(ui_), *drive, editor, file).code, Error::targetInUse);
+  EXPECT_TRUE(disk_.sameContent(before));
 }
 
 class ReadOnly : public DiskWrapper {

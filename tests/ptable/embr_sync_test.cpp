@@ -101,6 +101,26 @@ TEST_F(EmbrSyncTest, NewSlotsBecomeEntriesAndAreWarnedOf) {
   }
 }
 
+TEST_F(EmbrSyncTest, WhatIsOnlyInTheMbrIsNeverFreeSpace) {
+  for (const bool limited : {false, true}) {
+    make(kTwo, limited);
+    changeSlots([](auto& slots) { slots[2] = slot(20480, 2048, 0x0B); });
+    Drive& drive = bench_->drive();
+    const auto& entries = drive.table().entries;
+    const auto found = std::ranges::find_if(
+        entries, [](const auto& entry) { return entry->startSector == 20480; });
+    ASSERT_NE(found, entries.end());
+    EXPECT_TRUE((*found)->isInError());
+    for (const auto& entry : entries) {
+      const bool isElsewhere = entry->endSector < 20480 || entry->startSector > 22527;
+      EXPECT_TRUE(!entry->isFree() || isElsewhere) << entry->startSector;
+    }
+    MemoryDisk before = bench_->disk().copy();
+    EXPECT_NE(drive.add({.startSector = 18432, .endSector = 20480, .type = 0x83}), Error::none);
+    EXPECT_TRUE(bench_->disk().sameContent(before));
+  }
+}
+
 TEST_F(EmbrSyncTest, UnlimitedEntriesFollowTheirStart) {
   make(kTwo, false);
   // Grown, with another type; hidden; and one that is gone from the MBR stays in the MPT.
