@@ -30,8 +30,26 @@ endif()
 
 find_program(TALLOWIN_CCACHE ccache)
 if(TALLOWIN_CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${TALLOWIN_CCACHE})
+  # With these words it remembers what was compiled with a precompiled header too, and asks the
+  # compiler for what a file includes instead of preprocessing it first.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_DEPEND=1
+                                  CCACHE_SLOPPINESS=pch_defines,time_macros
+                                  ${TALLOWIN_CCACHE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    add_compile_options("SHELL:-Xclang -fno-pch-timestamp")
+  else()
+    add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fpch-preprocess>)
+  endif()
 endif()
+
+# tallowin_precompiled_headers(NAME headers ...): compiles the headers once; target_precompile_headers
+# with REUSE_FROM NAME takes them. Every file still includes what it uses: clang-tidy reads it so.
+function(tallowin_precompiled_headers name)
+  set(empty ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp)
+  file(CONFIGURE OUTPUT ${empty} CONTENT "")
+  add_library(${name} OBJECT ${empty})
+  target_precompile_headers(${name} PRIVATE ${ARGN})
+endfunction()
 
 # tallowin_library(NAME): the folder's static library, target tallowin_NAME, of all sources in it and
 # its rooms. Public headers are included by their path below src/, as in "disk/disk_device.h".
@@ -43,6 +61,7 @@ function(tallowin_library name)
     add_library(tallowin_${name} STATIC ${sources})
     target_include_directories(tallowin_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(tallowin_${name} PUBLIC ${dependencies})
+    target_precompile_headers(tallowin_${name} REUSE_FROM tallowin_headers)
   else()
     add_library(tallowin_${name} INTERFACE)
     target_include_directories(tallowin_${name} INTERFACE ${PROJECT_SOURCE_DIR}/src)
@@ -59,9 +78,7 @@ function(tallowin_test name)
   add_executable(${name}_tests ${sources})
   target_include_directories(${name}_tests PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name}_tests PRIVATE ${libraries} tallowin_test_support GTest::gtest_main)
-  # Reading the headers of GoogleTest takes longer than compiling most tests.
-  target_precompile_headers(${name}_tests PRIVATE <algorithm> <functional> <gtest/gtest.h> <map> <memory>
-                            <optional> <span> <string> <vector>)
+  target_precompile_headers(${name}_tests REUSE_FROM tallowin_test_headers)
   set(lock)
   if(TALLOWIN_TEST_LOCK)
     set(lock RESOURCE_LOCK ${TALLOWIN_TEST_LOCK})
