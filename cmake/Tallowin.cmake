@@ -22,6 +22,8 @@ if(TALLOWIN_SANITIZE)
 endif()
 if(TALLOWIN_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
+  # Line tables are enough for a report.
+  set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -gline-tables-only")
 endif()
 if(CMAKE_BUILD_TYPE STREQUAL "Debug" AND TALLOWIN_SANITIZE)
   # Line tables are enough for a sanitizer's report and halve the time to link.
