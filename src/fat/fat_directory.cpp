@@ -199,8 +199,10 @@ FatNewName FatDirectory::newNameFor(std::u16string_view longName,
   name.caseFlags = 0;
   // Numbers below the last one that was given are still taken.
   const FatShortName stem = maker.numbered(0);
-  u32& tail = lastTails_[std::string(stem.begin(), stem.end())];
-  do name.shortName = maker.numbered(++tail);
+  name.stem.assign(stem.begin(), stem.end());
+  if (const auto last = lastNumbers_.find(name.stem); last != lastNumbers_.end())
+    name.number = last->second;
+  do name.shortName = maker.numbered(++name.number);
   while (isTaken(name.shortName));
   return name;
 }
@@ -266,6 +268,7 @@ void FatDirectory::place(u32 first, const FatNewName& name, const FatDirectoryEn
     // The mark of the end may be one of the disk's old ones.
     if (end_ < size()) markChanged(end_);
   }
+  if (name.number != 0) lastNumbers_[name.stem] = name.number;
   index(first + parts);
 }
 
@@ -280,7 +283,7 @@ void FatDirectory::remove(u32 index) {
   if (hasSameNames_) buildIndex();
   searchLength_ = 1;
   searchFrom_ = 0;
-  lastTails_.clear();
+  lastNumbers_.clear();
 }
 
 bool FatDirectory::renameInPlace(u32 index, std::u16string_view newName, Within within) {

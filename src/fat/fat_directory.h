@@ -94,7 +94,7 @@ class FatDirectory {
   // No run of so many free entries begins before it.
   u32 searchLength_ = 1;
   u32 searchFrom_ = 0;
-  mutable std::unordered_map<std::string, u32> lastTails_;  // of names that were given
+  std::unordered_map<std::string, u32> lastNumbers_;  // of names that were given, by their stem
 };
 
 }  // namespace tallowin

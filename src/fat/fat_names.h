@@ -26,6 +26,8 @@ struct FatNewName {
   FatShortName shortName;
   u8 caseFlags = 0;
   std::u16string longName;  // empty: the short name with its flags says it all
+  std::string stem = {};    // of a name with a number behind it, and that number
+  u32 number = 0;
 
   u32 entries() const {
     return 1 + static_cast<u32>((longName.size() + kFatUnitsPerPart - 1) / kFatUnitsPerPart);
