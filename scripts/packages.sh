@@ -1,8 +1,8 @@
 # Sourced by run and test: which Debian packages are needed, and how missing ones get here.
 
-build_packages="g++ cmake ninja-build pkg-config libfltk1.3-dev libxcursor-dev libxinerama-dev libcli11-dev rapidjson-dev"
+build_packages="g++ cmake ninja-build pkg-config libfltk1.3-dev libxcursor-dev libxinerama-dev libcli11-dev rapidjson-dev libxxhash-dev"
 test_packages="libgtest-dev libgmock-dev nlohmann-json3-dev strace clang clang-tidy clang-format libclang-rt-14-dev
-  fdisk gdisk parted dosfstools mtools qemu-utils qemu-system-x86 seabios
+  fdisk gdisk parted dosfstools mtools xxhash qemu-utils qemu-system-x86 seabios
   xvfb xauth xdotool imagemagick openbox e2fsprogs mount man-db"
 
 # need PACKAGE...: installs those that are missing; without the rights to, says which they are.

@@ -9,7 +9,15 @@
 namespace tallowin {
 
 // What an operation is doing; the words for it belong to whoever shows them.
-enum class Phase : u8 { formatting, surfaceScan, wiping };
+enum class Phase : u8 {
+  formatting,
+  surfaceScan,
+  wiping,
+  copyingIn,   // files of the host into a volume
+  copyingOut,  // and out of one
+  deleting,    // files
+  proving,     // reading what files hold
+};
 
 enum class Direction { read, write };
 

@@ -174,6 +174,9 @@ FileInfo FatFileSystem::infoOf(const FatDirectory& directory, u32 index) const {
   info.times = fatTimesOf(entry);
   info.sizeBytes = info.isDirectory() ? 0 : u32{entry.sizeBytes};
   info.id = idOf(directory, index);
+  info.place = firstClusterOf(entry, volume_.layout.isFat32());
+  // What no path can hold is reached by the other name.
+  if (checkName(info.name, kRules)) info.name = info.shortName;
   return info;
 }
 

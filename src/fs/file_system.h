@@ -39,6 +39,8 @@ struct FileInfo {
   FileTimes times;
   u64 sizeBytes = 0;  // 0 for directories
   FileId id = 0;
+  // Where its content begins, for who reads many files in the order of the disk; 0: not known.
+  u64 place = 0;
 
   bool isDirectory() const { return (attributes & kFileDirectory) != 0; }
 };

@@ -21,6 +21,13 @@ PhaseWords wordsOf(Phase phase) {
       return {"Format", "Checking for surface defects...", "&Skip"};
     case Phase::wiping:
       return {"Wiping", "Wipe in progress...", "Cancel"};
+    case Phase::copyingIn:
+    case Phase::copyingOut:
+      return {"Copying Files", "Copying files", "Cancel"};
+    case Phase::deleting:
+      return {"Deleting Files", "Deleting files", "Cancel"};
+    case Phase::proving:
+      return {"Reading Files", "Reading files", "Cancel"};
   }
   return {"", "", ""};
 }

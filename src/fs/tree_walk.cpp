@@ -1,0 +1,70 @@
+#include "fs/tree_walk.h"
+
+#include <algorithm>
+#include <set>
+
+namespace tallowin {
+namespace {
+
+class Walk {
+ public:
+  Walk(FileSystem& files, const VisitFile& visit) : files_(files), visit_(visit) {}
+
+  FileFailure directory(const std::string& path) {
+    std::vector<FileInfo> entries;
+    if (const Failure failed = files_.list(path, entries)) return {failed, path};
+    std::ranges::sort(entries, {}, &FileInfo::name);
+    for (const FileInfo& entry : entries)
+      if (FileFailure failed = one(joinedPath(path, entry.name), entry)) return failed;
+    return {};
+  }
+
+ private:
+  FileFailure one(const std::string& path, const FileInfo& entry) {
+    if (checkName(entry.name, files_.rules())) return {Error::corrupt, path};
+    // A directory is in one other alone, and in none that is below it.
+    if (entry.isDirectory() && !seen_.insert(entry.id).second) return {Error::corrupt, path};
+    if (const Failure failed = visit_(path, entry)) return {failed, path};
+    return entry.isDirectory() ? directory(path) : FileFailure();
+  }
+
+  FileSystem& files_;
+  const VisitFile& visit_;
+  std::set<FileId> seen_;
+};
+
+}  // namespace
+
+std::string joinedPath(const std::string& directory, const std::string& name) {
+  return directory.ends_with('/') ? directory + name : directory + "/" + name;
+}
+
+FileFailure walkTree(FileSystem& files, const std::string& directory, const VisitFile& visit) {
+  return Walk(files, visit).directory(directory);
+}
+
+FileFailure removeTree(FileSystem& files, const std::string& directory, Job& job) {
+  struct Doomed {
+    std::string path;
+    bool isDirectory;
+  };
+  std::vector<Doomed> doomed;
+  if (!componentsOf(directory).empty()) doomed.push_back({directory, true});
+  const auto add = [&](const std::string& path, const FileInfo& entry) {
+    doomed.push_back({path, entry.isDirectory()});
+    return job.shouldStop() ? Failure(Error::cancelled) : Failure();
+  };
+  if (FileFailure failed = walkTree(files, directory, add)) return failed;
+  job.phase(Phase::deleting, doomed.size());
+  for (; !doomed.empty(); doomed.pop_back()) {
+    const Doomed& last = doomed.back();
+    if (job.shouldStop()) return {Error::cancelled, last.path};
+    const Failure failed =
+        last.isDirectory ? files.removeDirectory(last.path) : files.deleteFile(last.path);
+    if (failed) return {failed, last.path};
+    job.advance(1);
+  }
+  return {};
+}
+
+}  // namespace tallowin
