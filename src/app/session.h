@@ -43,7 +43,7 @@ class Session {
   DiskHandles& handles() { return handles_; }
   // What a flow is given.
   OperationContext context(FrontEnd& frontEnd) {
-    return {frontEnd, *host_, options_, folders_, fileSystems_};
+    return {frontEnd, *host_, options_, folders_, fileSystems_, mounts_};
   }
   const FileSystemKinds& fileSystems() const { return fileSystems_; }
 
@@ -75,6 +75,7 @@ class Session {
   std::vector<ScsiGenericDevice> scsiGenericList_;
   DiskHandles handles_;
   const FileSystemKinds fileSystems_ = registeredFileSystems();
+  MountTable mounts_{fileSystems_};
 };
 
 }  // namespace tallowin

@@ -83,6 +83,10 @@ enum class Error : u8 {
   tooManyOpenFiles,
   tooManyMounts,
   accessDenied,  // read-only, of the other kind, or in use
+  // Files of the host that are copied into one.
+  specialFile,  // a symbolic link, a device, a pipe
+  nameNotUtf8,
+  sameName,  // as another one beside it, where case does not count
 };
 
 // The published number. Numbers are never given anew.
@@ -118,6 +122,7 @@ constexpr u32 codeOf(Error error) {
     case Error::invalidSizeForType:
     case Error::backupOverlaps:
     case Error::invalidName:
+    case Error::nameNotUtf8:
       return 13;
     case Error::invalidVolume:
       return 15;
@@ -162,6 +167,7 @@ constexpr u32 codeOf(Error error) {
     case Error::unsupportedForm:
     case Error::gptRevision:
     case Error::dynamicDisk:
+    case Error::specialFile:
       return 76;
     case Error::cannotCreate:
     case Error::tableNotBuilt:
@@ -173,6 +179,7 @@ constexpr u32 codeOf(Error error) {
     case Error::scanStopped:
       return 86;
     case Error::alreadyExists:
+    case Error::sameName:
       return 87;
     case Error::notAFileSystem:
     case Error::noTable:

@@ -17,7 +17,13 @@ class Descriptor {
   Descriptor(Descriptor&& other) noexcept : value_(std::exchange(other.value_, -1)) {}
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
-  Descriptor& operator=(Descriptor&&) = delete;
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    if (this != &other) {
+      static_cast<void>(close());
+      value_ = std::exchange(other.value_, -1);
+    }
+    return *this;
+  }
 
   // -1 when nothing is open.
   int get() const { return value_; }

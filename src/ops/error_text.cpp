@@ -170,6 +170,14 @@ Words wordsOf(Error error) {
     case Error::accessDenied:
       return {"This is not possible with this file or on this file system",
               "Check that it is no directory, is not open, and may be written."};
+    case Error::specialFile:
+      return {"It is a symbolic link, a device or another special file, which cannot be copied",
+              "Leave such files out with --skip-special, or copy what they lead to."};
+    case Error::nameNotUtf8:
+      return {"Its name is not UTF-8", "Rename it first."};
+    case Error::sameName:
+      return {"Another one beside it has the same name where capitals and small letters are one",
+              "Rename one of them first."};
   }
   return {"Something unknown went wrong", "Try again."};
 }

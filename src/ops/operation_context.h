@@ -3,6 +3,7 @@
 
 #include "base/error.h"
 #include "base/host.h"
+#include "fs/mount_table.h"
 #include "ops/front_end.h"
 #include "probe/file_system_kind.h"
 #include "settings/options.h"
@@ -16,6 +17,7 @@ struct OperationContext {
   const Options& options;
   const ProgramFolders& folders;
   const FileSystemKinds& fileSystems;
+  MountTable& mounts;
 };
 
 enum class FlowEnd {

@@ -31,7 +31,7 @@ class FlowTest : public OpsTest {
 
   // The context with another user.
   OperationContext with(ScriptedFrontEnd& ui) {
-    return {ui, host_, options_, folders_, fileSystems_};
+    return {ui, host_, options_, folders_, fileSystems_, mounts_};
   }
   using Flow = std::function<FlowResult(Drive&, ScriptedFrontEnd&)>;
   // What a flow with a failed transfer left behind.

@@ -277,7 +277,7 @@ TEST_F(FormatFlowTest, AKindOfItsOwnIsFormattedByItsRow) {
   };
   FileSystemKinds kinds = registeredFileSystems();
   kinds.add(toy);
-  const OperationContext context{ui_, host_, options_, folders_, kinds};
+  const OperationContext context{ui_, host_, options_, folders_, kinds, mounts_};
   const auto drive = open(disk_);
 
   ui_.expectMessage("A TOYFS has at least 50000 sectors.");

@@ -79,7 +79,7 @@ class ZeroWipeTest : public OpsTest {
     WipeReport report;
   };
   Wiped wipe(DiskDevice& disk, ScriptedFrontEnd& ui) {
-    const OperationContext context{ui, host_, options_, folders_, fileSystems_};
+    const OperationContext context{ui, host_, options_, folders_, fileSystems_, mounts_};
     JobOfFrontEnd job(context);
     Wiped wiped;
     wiped.failure = zeroWipe(disk, kExtent, job, wiped.report);

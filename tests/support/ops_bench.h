@@ -28,7 +28,8 @@ class OpsTest : public ::testing::Test {
   ProgramFolders folders_{home_.path(), home_.path(), home_.path()};
   ScriptedFrontEnd ui_;
   const FileSystemKinds fileSystems_ = registeredFileSystems();
-  OperationContext context_{ui_, host_, options_, folders_, fileSystems_};
+  MountTable mounts_{fileSystems_};
+  OperationContext context_{ui_, host_, options_, folders_, fileSystems_, mounts_};
 };
 
 }  // namespace tallowin
