@@ -26,6 +26,8 @@ extern const CommandRow kCreateCommand;
 extern const CommandRow kDeleteCommand;
 extern const CommandRow kFormatCommand;
 extern const CommandRow kSetCommand;
+extern const CommandRow kFilesCommand;
+extern const CommandRow kLabelCommand;
 extern const CommandRow kMbrCommand;
 extern const CommandRow kConvertCommand;
 extern const CommandRow kTableCommand;
