@@ -25,6 +25,13 @@ class FatFileData {
     u64 bytes = 0;   // from the offset on, at most so many as were asked for
   };
   Extent extentAt(const FatChain& chain, u64 position, u64 bytes) const;
+  // Calls move(extent, piece, position) for one extent after the other. What does not fill its
+  // sectors is small, so that it can go through a buffer.
+  template <typename Byte, typename Move>
+  Failure forEachExtent(const FatChain& chain, u64 position, std::span<Byte> bytes,
+                        Move move) const;
+  bool isWhole(const Extent& extent) const;
+  u64 sectorsOf(const Extent& extent) const;
 
   const FatVolume& volume_;
 };
