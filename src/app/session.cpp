@@ -76,7 +76,7 @@ Failure Session::openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,
   DriveSettingsRecord* record =
       takesSettings ? &driveSettings(driveNumber, disk->traits().path) : nullptr;
   return openDriveWithSettings(std::move(disk), *host_, options_, record, driveNumber,
-                               labelReaderOf(fileSystems_), drive);
+                               labelReaderOf(fileSystems_, options_), drive);
 }
 
 }  // namespace tallowin

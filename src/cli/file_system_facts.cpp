@@ -1,15 +1,42 @@
 #include "cli/file_system_facts.h"
 
 #include "base/text.h"
+#include "ops/volume_files.h"
 
 namespace tallowin {
 
-Failure readFileSystemFacts(const FileSystemKinds& kinds, Drive& drive, const PartitionEntry& entry,
-                            FileSystemFacts& facts) {
+namespace {
+
+// What any driver knows.
+Failure factsOfDriver(const OperationContext& context, const FileSystemKind& kind,
+                      const SectorRange& range, u16 type, FileSystemFacts& facts) {
+  if (!kind.open) return Error::invalidVolume;
+  std::unique_ptr<FileSystem> files;
+  if (const Failure failed = kind.open(range, type, openWishOf(context, FilesUse::look), files))
+    return failed;
+  SpaceInfo space;
+  if (const Failure failed = files->space(space)) return failed;
+  facts = {};
+  facts.name = kind.name;
+  facts.clusterBytes = space.unitBytes;
+  facts.clusters = space.totalUnits;
+  facts.freeClusters = space.freeUnits;
+  return {};
+}
+
+}  // namespace
+
+Failure readFileSystemFacts(const OperationContext& context, Drive& drive,
+                            const PartitionEntry& entry, FileSystemFacts& facts) {
   if (entry.isInError()) return Error::invalidVolume;
-  const FileSystemKind* kind = kindOf(kinds, entry);
-  if (!kind || !kind->facts) return Error::invalidVolume;
-  return kind->facts(rangeOf(drive, entry), entry.type, CountClusters::yes, facts);
+  const SectorRange range = rangeOf(drive, entry);
+  const FileSystemKind* kind = kindOf(context.fileSystems, entry);
+  if (!kind) kind = context.fileSystems.byContent(range, entry.type);
+  if (!kind) return Error::invalidVolume;
+  const Failure failed = kind->facts ? kind->facts(range, entry.type, CountClusters::yes, facts)
+                                     : factsOfDriver(context, *kind, range, entry.type, facts);
+  if (!failed) facts.label = labelIn(*kind, range, entry.type, context.options.codePage());
+  return failed;
 }
 
 std::string factsText(const FileSystemFacts& facts) {
@@ -27,7 +54,7 @@ std::string factsText(const FileSystemFacts& facts) {
   line("Bad clusters", facts.badClusters, "");
   line("Used", facts.usedBytes(), " bytes");
   line("Free", facts.freeBytes(), " bytes");
-  return text + "Layout         " + facts.layout + "\n";
+  return facts.layout.empty() ? text : text + "Layout         " + facts.layout + "\n";
 }
 
 void writeFacts(JsonWriter& json, const FileSystemFacts& facts) {

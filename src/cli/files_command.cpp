@@ -115,7 +115,7 @@ std::string FilesCommand::faultOf(const CommonOptions& common) const {
 }
 
 CommandResult FilesCommand::run(CommandContext& context) {
-  if (path_.empty()) path_ = "/";
+  if (path_.empty()) path_.assign(1, '/');
   Target target;
   ListedRow row;
   // What only reads has nothing to rehearse.

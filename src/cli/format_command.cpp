@@ -100,7 +100,7 @@ void report(CommandContext& context, Target& target, const FormatAnswers& answer
     writePartition(context.json, kinds, drive, *row);
   else
     context.json.null("partition");
-  if (row && !readFileSystemFacts(kinds, drive, *row->entry, facts))
+  if (row && !readFileSystemFacts(context.session.context(context.ui), drive, *row->entry, facts))
     writeFacts(context.json, facts);
   else
     context.json.null("file_system");

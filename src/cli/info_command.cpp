@@ -18,12 +18,12 @@ struct PartitionFacts {
   std::optional<FileSystemFacts> fileSystem;
 };
 
-CommandResult gather(const FileSystemKinds& kinds, Drive& drive, const PartitionEntry& entry,
+CommandResult gather(const OperationContext& context, Drive& drive, const PartitionEntry& entry,
                      PartitionFacts& facts) {
   facts.start = lbaToChs(entry.startSector, drive.geometry(), kChsBeyondGeometry);
   facts.end = unpackedChs(entry.endChs);
   FileSystemFacts found;
-  const Failure failed = readFileSystemFacts(kinds, drive, entry, found);
+  const Failure failed = readFileSystemFacts(context, drive, entry, found);
   if (!failed) facts.fileSystem = std::move(found);
   if (!failed || failed == Error::invalidVolume) return {};
   return failedBecause("The clusters of the partition cannot be counted.", failed);
@@ -72,7 +72,7 @@ CommandResult InfoCommand::run(CommandContext& context) {
     return result;
   PartitionFacts facts;
   if (CommandResult result =
-          gather(context.session.fileSystems(), *target.drive, *row.entry, facts);
+          gather(context.session.context(context.ui), *target.drive, *row.entry, facts);
       !result.succeeded())
     return result;
   if (!context.options.json) {

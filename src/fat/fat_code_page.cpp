@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "fs/names.h"
+
 namespace tallowin {
 namespace {
 
@@ -41,6 +43,11 @@ std::optional<u8> FatCodePage::byteOf(char16_t unit) const {
   const char16_t* found = std::find(upperHalf_, end, unit);
   if (found == end) return std::nullopt;
   return static_cast<u8>(kHalf + static_cast<std::size_t>(found - upperHalf_));
+}
+
+std::optional<u8> FatCodePage::capitalByteOf(char16_t unit) const {
+  const std::optional<u8> byte = byteOf(upperCase(unit));
+  return byte ? byte : byteOf(unit);
 }
 
 }  // namespace tallowin

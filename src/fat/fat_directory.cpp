@@ -19,6 +19,10 @@ bool isLongNamePart(const FatDirectoryEntryRecord& entry) {
   return (entry.attributes & kFatLongNameMask) == kFatLongName;
 }
 
+bool isLabel(const FatDirectoryEntryRecord& entry) {
+  return !isDeleted(entry) && (entry.attributes & kFatVolumeLabel) != 0 && !isLongNamePart(entry);
+}
+
 const FatLongNameRecord& asPart(const FatDirectoryEntryRecord& entry) {
   return reinterpret_cast<const FatLongNameRecord&>(entry);
 }
@@ -125,12 +129,40 @@ std::optional<u32> FatDirectory::nextEntry(u32 from) const {
 }
 
 std::optional<u32> FatDirectory::label() const {
-  for (u32 at = 0; at < end_; ++at) {
-    const FatDirectoryEntryRecord& found = entry(at);
-    if (!isDeleted(found) && (found.attributes & kFatVolumeLabel) != 0 && !isLongNamePart(found))
-      return at;
-  }
+  for (u32 at = 0; at < end_; ++at)
+    if (isLabel(entry(at))) return at;
   return std::nullopt;
+}
+
+Failure FatDirectory::findLabel(const FatVolume& volume, FatClusters& clusters,
+                                FatDirectoryEntryRecord& label, bool& found) {
+  const FatLayout& layout = volume.layout;
+  const u64 first = volume.range.firstSector;
+  constexpr u64 kMostBytes = u64{kFatMostDirectoryEntries} * kEntryBytes;
+  found = false;
+  bool isEnd = false;
+  const auto look = [&](u64 lba, u32 sectors) -> Failure {
+    std::vector<u8> bytes(std::size_t{sectors} * layout.bytesPerSector);
+    if (const Failure failed = volume.range.disk.readSectors(lba, bytes.data(), sectors))
+      return failed;
+    for (std::size_t at = 0; at + kEntryBytes <= bytes.size() && !isEnd; at += kEntryBytes) {
+      const auto& entry = *recordAt<FatDirectoryEntryRecord>(std::span(bytes), at);
+      found = isLabel(entry);
+      isEnd = found || firstByte(entry) == kFatEndOfDirectory;
+      if (found) label = entry;
+    }
+    return {};
+  };
+  if (!layout.isFat32()) return look(first + layout.rootDirSector(), layout.rootDirSectors());
+  FatChain chain(volume.rootCluster());
+  for (u32 index = 0; !isEnd && u64{index} * layout.clusterBytes() < kMostBytes; ++index) {
+    if (const Failure failed = chain.follow(clusters, index + 1)) return failed;
+    if (chain.length() <= index) return {};
+    if (const Failure failed =
+            look(first + layout.clusterToSector(chain.lastCluster()), layout.sectorsPerCluster))
+      return failed;
+  }
+  return {};
 }
 
 // A long name counts when its parts are all there, in order, and are of this entry.

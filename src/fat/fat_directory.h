@@ -36,6 +36,9 @@ class FatDirectory {
   // The first entry from `from` on that is in use and no long name, label, "." or "..".
   std::optional<u32> nextEntry(u32 from) const;
   std::optional<u32> label() const;
+  // The label of a volume, read no farther than that. False: there is none.
+  static Failure findLabel(const FatVolume& volume, FatClusters& clusters,
+                           FatDirectoryEntryRecord& label, bool& found);
   // By long or short name, in any case.
   std::optional<u32> find(std::u16string_view name) const;
   // Empty when it has none.

@@ -135,7 +135,7 @@ class FatReader : public DirectoryReader {
 Failure FatFileSystem::setUp() {
   if (const Failure failed = clusters_.setUp()) return failed;
   if (const FatFsInfoRecord* info = volume_.boot.fsInfo()) clusters_.setHint(info->nextFreeCluster);
-  return clusters_.isMarkedSound(wasSound_);
+  return isWritable() ? clusters_.isMarkedSound(wasSound_) : Failure();
 }
 
 // --- Looking
@@ -234,10 +234,16 @@ Failure FatFileSystem::space(SpaceInfo& space) {
 
 Failure FatFileSystem::label(std::string& label) {
   label.clear();
-  Directory root;
-  if (const Failure failed = directoryOf(0, root)) return failed;
-  if (const std::optional<u32> index = root->label())
-    label = utf8Of(fatLabelOf(root->entry(*index).name, codePage_));
+  FatDirectoryEntryRecord entry = {};
+  bool found = false;
+  if (const auto root = directories_.find(0); root != directories_.end()) {
+    const std::optional<u32> index = root->second->label();
+    found = index.has_value();
+    if (index) entry = root->second->entry(*index);
+  } else if (const Failure failed = FatDirectory::findLabel(volume_, clusters_, entry, found)) {
+    return failed;
+  }
+  if (found) label = utf8Of(fatLabelOf(entry.name, codePage_));
   return {};
 }
 

@@ -6,7 +6,9 @@
 #include "base/utf8.h"
 #include "fat/fat_boot_area.h"
 #include "fat/fat_layout.h"
+#include "fat/fat_names.h"
 #include "fat/fat_surface_scan.h"
+#include "fs/names.h"
 
 namespace tallowin {
 namespace {
@@ -47,7 +49,8 @@ class FatFormatter {
         layout_(layout),
         job_(job),
         report_(report),
-        label_(fatLabelText(wish.label)),
+        codePage_(wish.codePage),
+        label_(fatLabelText(wish.label, codePage_)),
         boot_(FatBootArea::fresh(disk_.sectorSize(), static_cast<u32>(wish.secondsSinceEpoch))),
         table_(range, layout) {
     boot_.setLayout(layout, placeOf(range, wish));
@@ -75,6 +78,7 @@ class FatFormatter {
   const FatLayout& layout_;
   Job& job_;
   FormatReport& report_;
+  const FatCodePage codePage_;
   const std::string label_;
   FatBootArea boot_;
   FatTable table_;
@@ -107,8 +111,9 @@ void FatFormatter::noteWhatDiffers() {
   if (wish_.clusterBytes != 0 && layout_.clusterBytes() != wish_.clusterBytes)
     report_.notes.push_back(format("Clusters of %u bytes are not possible here; they have %u.",
                                    wish_.clusterBytes, layout_.clusterBytes()));
-  const std::string kept(trimRight(label_));
-  if (!equalsIgnoreCase(kept, trimRight(wish_.label)))
+  const std::string kept = utf8Of(fatLabelOf(
+      std::span<const char, kFatLabelLength>(label_.data(), kFatLabelLength), codePage_));
+  if (!isSameName(kept, trimRight(wish_.label), {}))
     report_.notes.push_back(
         format("The label '%s' was stored as '%s'.", wish_.label.c_str(), kept.c_str()));
   if (wish_.hiddenSectors > kAllOnes32)
@@ -223,16 +228,19 @@ Failure FatFormatter::makeRootAt(u32 cluster) {
 
 }  // namespace
 
-std::string fatLabelText(std::string_view label) {
+std::string fatLabelText(std::string_view label, const FatCodePage& codePage) {
   constexpr std::string_view kAllowed = " !#$%&()-^_{}~";
   std::string text;
   for (std::size_t at = 0; at < label.size() && text.size() < kFatLabelLength;) {
     const char32_t wide = nextCharacter(label, at);
-    const char c = wide < 0x80 ? upperAscii(static_cast<char>(wide)) : '_';
+    const char16_t unit = wide < 0x10000 ? static_cast<char16_t>(wide) : u'\0';
+    const char c = static_cast<char>(codePage.capitalByteOf(unit).value_or(0));
     const bool isAlphanumeric = (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-    text += isAlphanumeric || kAllowed.find(c) != std::string_view::npos ? c : '_';
+    const bool isAllowed = unit >= 0x80 ? c != 0 : kAllowed.find(c) != std::string_view::npos;
+    text += isAlphanumeric || isAllowed ? c : '_';
   }
   text.resize(kFatLabelLength, ' ');
+  if (static_cast<u8>(text[0]) == kFatDeleted) text[0] = static_cast<char>(kFatStandsForE5);
   return text;
 }
 

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "fat/fat_code_page.h"
 #include "probe/file_system_kind.h"
 
 namespace tallowin {
@@ -12,8 +13,8 @@ namespace tallowin {
 // volume. clearingFailed, beside what stands there: a write failed before the FATs were written.
 Failure formatFat(const SectorRange& range, const FormatWish& wish, Job& job, FormatReport& report);
 
-// The label as it is stored: upper case, 11 bytes, '_' for what may not stand in it. All blanks
-// when there is none.
-std::string fatLabelText(std::string_view label);
+// The label as it is stored: upper case, 11 bytes, '_' for what may not stand in it or is not in
+// the code page. All blanks when there is none.
+std::string fatLabelText(std::string_view label, const FatCodePage& codePage);
 
 }  // namespace tallowin

@@ -16,8 +16,6 @@ namespace {
 
 // 256 KiB of the FAT in a read.
 constexpr u32 kCountWindowSectors = 512;
-// The label is looked for in so much of the root directory.
-constexpr u32 kLabelBytes = 16 * kKiB;
 
 Failure countClusters(const FatVolume& volume, FileSystemFacts& facts) {
   FatTable table(volume.range, volume.layout);
@@ -42,7 +40,6 @@ Failure readFacts(const SectorRange& range, u16 type, CountClusters count, FileS
   facts.name = fatKindName(layout.kind);
   if (boot.hasExtendedSignature()) {
     facts.storedTypeText = boot.typeText();
-    if (boot.label() != kFatNoName) facts.label = printable(trimRight(boot.label()));
     facts.serial = boot.identity().serial;
   }
   facts.clusterBytes = layout.clusterBytes();
@@ -55,33 +52,6 @@ Failure readFacts(const SectorRange& range, u16 type, CountClusters count, FileS
                          {"sectors_per_fat", layout.sectorsPerFat},
                          {"root_entries", layout.isFat32() ? 0 : layout.rootEntries}};
   return count == CountClusters::yes ? countClusters(*volume, facts) : Failure{};
-}
-
-// The label is an entry of the root directory; what the boot sector says may be older.
-std::string readLabel(const SectorRange& range, u16 type) {
-  std::optional<FatVolume> volume;
-  if (openFat(range, type, volume)) return {};
-  const FatLayout& layout = volume->layout;
-  const u32 root = volume->rootCluster();
-  if (layout.isFat32() && (root < 2 || root > layout.highestCluster())) return {};
-  const u64 first = layout.isFat32() ? layout.clusterToSector(root) : layout.rootDirSector();
-  const u32 sectors =
-      std::min(layout.isFat32() ? layout.sectorsPerCluster : layout.rootDirSectors(),
-               std::max(u32{1}, kLabelBytes / layout.bytesPerSector));
-  std::vector<u8> bytes(std::size_t{sectors} * layout.bytesPerSector);
-  if (range.disk.readSectors(range.firstSector + first, bytes.data(), sectors)) return {};
-  constexpr char kFree = '\0';
-  constexpr char kDeleted = '\xE5';
-  for (std::size_t at = 0; at + sizeof(FatDirectoryEntryRecord) <= bytes.size();
-       at += sizeof(FatDirectoryEntryRecord)) {
-    const auto& entry = *recordAt<FatDirectoryEntryRecord>(std::span(bytes), at);
-    if (entry.name[0] == kFree) break;
-    const bool isLabel = (entry.attributes & kFatVolumeLabel) != 0 &&
-                         (entry.attributes & kFatLongNameMask) != kFatLongName;
-    if (isLabel && entry.name[0] != kDeleted)
-      return printable(trimRight({entry.name, sizeof(entry.name)}));
-  }
-  return {};
 }
 
 template <FatKind kKind>
@@ -123,7 +93,6 @@ constexpr FileSystemKind kindRow(std::string_view word, std::string_view name) {
   kind.takesAutomaticClusters = takesAutomatic;
   kind.whyNotOfSize = whyNotFatOfSize;
   kind.format = formatFat;
-  kind.label = readLabel;
   kind.facts = readFacts;
   kind.open = openFatFiles;
   return kind;

@@ -28,7 +28,7 @@ std::optional<char> shortNameByte(char16_t unit, const FatCodePage& codePage) {
                    kShortNameMarks.find(static_cast<char>(upper)) != std::string_view::npos
                ? std::optional(static_cast<char>(upper))
                : std::nullopt;
-  const std::optional<u8> byte = codePage.byteOf(upper);
+  const std::optional<u8> byte = codePage.capitalByteOf(unit);
   return byte ? std::optional(static_cast<char>(*byte)) : std::nullopt;
 }
 
@@ -126,7 +126,7 @@ std::optional<FatShortName> fatLabelName(std::u16string_view label, const FatCod
   name.fill(' ');
   if (label.size() > name.size()) return std::nullopt;
   for (std::size_t i = 0; i < label.size(); ++i) {
-    const std::optional<u8> byte = codePage.byteOf(label[i] == u'.' ? u' ' : upperCase(label[i]));
+    const std::optional<u8> byte = codePage.capitalByteOf(label[i] == u'.' ? u' ' : label[i]);
     if (!byte || *byte < 0x20 || *byte == 0x7F ||
         kNotInLabels.find(static_cast<char>(*byte)) != std::string_view::npos)
       return std::nullopt;

@@ -10,7 +10,8 @@ bool FatWindowCache::setUp(u64 windowBytes, u32 entriesPerWindow, u32 savedWindo
   *this = FatWindowCache();
   const u32 count = std::max(savedWindows, u32{1});
   if (windowBytes == 0 || entriesPerWindow == 0 || windowBytes > kAllOnes32 / count) return false;
-  store_.reset(new (std::nothrow) u8[windowBytes * count]());
+  // Not zeroed: what no window takes is never touched.
+  store_.reset(new (std::nothrow) u8[windowBytes * count]);
   if (store_ == nullptr) return false;
   windowBytes_ = static_cast<u32>(windowBytes);
   entriesPerWindow_ = entriesPerWindow;

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "fat/fat_kinds.h"
+#include "fs/file_system.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
@@ -29,11 +31,20 @@ bool mayHoldAnyKind(const FileSystemKinds& kinds, const PartitionEntry& entry) {
          std::ranges::any_of(kinds.all(), wantsType);
 }
 
-LabelReader labelReaderOf(const FileSystemKinds& kinds) {
-  return [&kinds](DiskDevice& disk, const PartitionEntry& entry) -> std::string {
+std::string labelIn(const FileSystemKind& kind, const SectorRange& range, u16 type, u32 codePage) {
+  std::unique_ptr<FileSystem> files;
+  std::string label;
+  const OpenWish wish{.codePage = codePage};
+  if (!kind.open || kind.open(range, type, wish, files) || files->label(label)) return {};
+  return printableFromUtf8(label);
+}
+
+LabelReader labelReaderOf(const FileSystemKinds& kinds, const Options& options) {
+  return [&](DiskDevice& disk, const PartitionEntry& entry) -> std::string {
     const FileSystemKind* kind = kindOf(kinds, entry);
-    if (!kind || !kind->label || entry.startSector > entry.endSector) return {};
-    return kind->label({disk, entry.startSector, entry.sectorCount()}, entry.type);
+    if (!kind || entry.startSector > entry.endSector) return {};
+    return labelIn(*kind, {disk, entry.startSector, entry.sectorCount()}, entry.type,
+                   options.codePage());
   };
 }
 

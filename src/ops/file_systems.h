@@ -3,6 +3,7 @@
 
 #include "probe/file_system_kind.h"
 #include "ptable/drive.h"
+#include "settings/options.h"
 
 namespace tallowin {
 
@@ -18,7 +19,11 @@ const FileSystemKind* kindOf(const FileSystemKinds& kinds, const PartitionEntry&
 // Whether the partition holds nothing that is recognised and its type leaves the kind to the user.
 bool mayHoldAnyKind(const FileSystemKinds& kinds, const PartitionEntry& entry);
 
-// Names entries by the labels of their file systems. `kinds` is borrowed for the reader's life.
-LabelReader labelReaderOf(const FileSystemKinds& kinds);
+// The label of the file system in the range, as its driver reads it. Empty when there is none, or
+// it cannot be read.
+std::string labelIn(const FileSystemKind& kind, const SectorRange& range, u16 type, u32 codePage);
+
+// Names entries by the labels of their file systems. Both are borrowed for the reader's life.
+LabelReader labelReaderOf(const FileSystemKinds& kinds, const Options& options);
 
 }  // namespace tallowin

@@ -73,6 +73,7 @@ FormatWish formatWishFor(Drive& drive, const FormatTarget& target, const Options
   wish.type = target.type;
   wish.geometry = drive.geometry();
   wish.secondsSinceEpoch = secondsSinceEpoch;
+  wish.codePage = options.codePage();
   if (const FloppySize* floppy = floppyOf(target)) {
     wish.geometry = floppy->geometry;
     return wish;

@@ -37,6 +37,7 @@ std::string lossText(const std::string& path, u64 files, u64 bytes) {
 OpenWish openWishOf(const OperationContext& context, FilesUse use) {
   Host& host = context.host;
   return {.writable = use == FilesUse::change,
+          .codePage = context.options.codePage(),
           .clock = [&host] { return host.secondsSinceEpoch(); }};
 }
 

@@ -23,6 +23,7 @@ struct FormatWish {
   u16 type = 0;          // of the partition: decides what the kind leaves open
   u32 clusterBytes = 0;  // 0 automatic
   std::string label;     // empty: none
+  u32 codePage = 437;    // as OpenWish::codePage
   bool surfaceScan = false;
   bool alignForNtfs = false;  // the data area begins on a multiple of 4 KiB of the range
 
@@ -113,8 +114,6 @@ struct FileSystemKind {
   Failure (*format)(const SectorRange& range, const FormatWish& wish, Job& job,
                     FormatReport& report) = nullptr;
 
-  // Empty when there is none, or it cannot be read.
-  std::string (*label)(const SectorRange& range, u16 type) = nullptr;
   // invalidVolume: it is none of this kind, or damaged; read, outOfMemory.
   Failure (*facts)(const SectorRange& range, u16 type, CountClusters count,
                    FileSystemFacts& facts) = nullptr;

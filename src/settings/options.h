@@ -60,6 +60,7 @@ struct Options {
   bool allowPwChange = false;
   bool mbrEncryption = true;
   bool cacheResize = true;
+  bool codePage850 = false;  // of short names and labels of FAT; else 437
   std::string resumeB;
   std::string resumeU;
 
@@ -67,6 +68,8 @@ struct Options {
   u32 displayMode = 0;              // DisplayMode bits
   bool noDevices = false;           // keep off the machine's own devices
   std::vector<std::string> images;  // image files that are shown as disks, at most kMaxImages
+
+  u32 codePage() const { return codePage850 ? 850 : 437; }
 
   friend bool operator==(const Options&, const Options&) = default;
 };
