@@ -246,7 +246,7 @@ TEST_F(FormatFlowTest, BadClustersAreALossAndPlaceholdersNoLabels) {
     model.ok();
   });
   EXPECT_EQ(FlowEnd::doneWithLosses, format(*drive, ui_, 1).end);
-  EXPECT_EQ("", kind("fat16")->label(rangeOf(*drive, *drive->findByKernelNumber(1)), 0x06));
+  EXPECT_EQ("", labelIn(*kind("fat16"), rangeOf(*drive, *drive->findByKernelNumber(1)), 0x06, 437));
 }
 
 // A new kind needs nothing but its row: here one that writes its name into the first sector.
