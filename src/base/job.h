@@ -13,6 +13,7 @@ enum class Phase : u8 {
   formatting,
   surfaceScan,
   wiping,
+  checking,
   copyingIn,   // files of the host into a volume
   copyingOut,  // and out of one
   deleting,    // files

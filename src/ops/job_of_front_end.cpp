@@ -28,6 +28,8 @@ PhaseWords wordsOf(Phase phase) {
       return {"Deleting Files", "Deleting files", "Cancel"};
     case Phase::proving:
       return {"Reading Files", "Reading files", "Cancel"};
+    case Phase::checking:
+      return {"Check", "Checking for errors...", "Cancel"};
   }
   return {"", "", ""};
 }
