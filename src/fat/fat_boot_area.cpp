@@ -15,14 +15,6 @@ constexpr u16 kRootCluster = 2;
 constexpr u16 kFsInfoSector = 1;
 constexpr u16 kBackupBootSector = 6;
 
-void initialise(FatFsInfoRecord& info) {
-  std::copy_n(kFsInfoLeadSignature, sizeof(info.leadSignature), info.leadSignature);
-  std::copy_n(kFsInfoStructSignature, sizeof(info.structSignature), info.structSignature);
-  info.freeClusters = kFreeClustersUnknown;
-  info.nextFreeCluster = 4;
-  std::copy_n(kFatSectorTrail, sizeof(info.trailSignature), info.trailSignature);
-}
-
 }  // namespace
 
 FatBootArea::FatBootArea(u32 sectorBytes)
@@ -85,7 +77,22 @@ FatFsInfoRecord* FatBootArea::fsInfo() {
   return found ? recordAt<FatFsInfoRecord>(sector(1)) : nullptr;
 }
 
+bool FatBootArea::hasFsInfoSector() const {
+  return isFat32() && bpb32().fsInfoSector == kFsInfoSector &&
+         bpb().reservedSectors > kFsInfoSector;
+}
+
 // --- Changing it
+
+void FatBootArea::renewFsInfo() {
+  auto* info = recordAt<FatFsInfoRecord>(sector(1));
+  if (info == nullptr) return;
+  std::copy_n(kFsInfoLeadSignature, sizeof(info->leadSignature), info->leadSignature);
+  std::copy_n(kFsInfoStructSignature, sizeof(info->structSignature), info->structSignature);
+  info->freeClusters = kFreeClustersUnknown;
+  info->nextFreeCluster = 4;
+  std::copy_n(kFatSectorTrail, sizeof(info->trailSignature), info->trailSignature);
+}
 
 void FatBootArea::setLabel(std::string_view elevenBytes) {
   std::memcpy(identity().label, elevenBytes.data(),
@@ -121,7 +128,7 @@ void FatBootArea::setLayout(const FatLayout& layout, const FatPlace& place) {
     fields.rootCluster = kRootCluster;
     fields.fsInfoSector = kFsInfoSector;
     fields.backupBootSector = kBackupBootSector;
-    if (auto* info = recordAt<FatFsInfoRecord>(sector(1))) initialise(*info);
+    renewFsInfo();
   }
   kept.driveNumber = place.media.driveNumber;
   kept.reserved = 0;
@@ -152,6 +159,14 @@ Failure FatBootArea::read(const SectorRange& range) {
 
 Failure FatBootArea::writeBootSector(const SectorRange& range) const {
   return range.disk.writeSectors(range.firstSector, bytes_.data(), 1);
+}
+
+Failure FatBootArea::writeFsInfo(const SectorRange& range, u32 freeClusters, u32 nextFree) {
+  FatFsInfoRecord* info = fsInfo();
+  if (info == nullptr || !hasFsInfoSector()) return {};
+  info->freeClusters = freeClusters;
+  info->nextFreeCluster = nextFree;
+  return range.disk.writeSectors(range.firstSector + kFsInfoSector, sector(1).data(), 1);
 }
 
 Failure FatBootArea::writeBehindBootSector(const SectorRange& range) const {

@@ -36,6 +36,8 @@ class FatBootArea {
   // third sector at their places, and the three with the boot sector at the backup's.
   Failure writeBehindBootSector(const SectorRange& range) const;
   Failure writeBootSector(const SectorRange& range) const;
+  // Where the volume has an FSInfo sector; nothing is written where it has none.
+  Failure writeFsInfo(const SectorRange& range, u32 freeClusters, u32 nextFree);
 
   // From the boot sector, and where it does not say from the type of the partition.
   FatKind kind(u16 type) const;
@@ -63,6 +65,10 @@ class FatBootArea {
   std::string_view typeText() const { return {identity().typeText, sizeof(identity().typeText)}; }
   // Null when the second sector is none, or the volume no FAT32.
   FatFsInfoRecord* fsInfo();
+  // Whether there is a place for one, whatever it holds.
+  bool hasFsInfoSector() const;
+  // Makes the second sector one, whose numbers are not known; what it holds beside them stays.
+  void renewFsInfo();
   // Of a FAT32, relative; 0 when it has none.
   u32 backupBootSector() const;
 

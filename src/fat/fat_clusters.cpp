@@ -202,7 +202,7 @@ u32 FatClusters::soundBit() const {
 Failure FatClusters::isMarkedSound(bool& sound) {
   u32 value = 0;
   if (const Failure failed = table_.get(1, value)) return failed;
-  sound = (value & soundBit()) == soundBit();
+  sound = isSoundEntry(value);
   return {};
 }
 

@@ -67,6 +67,7 @@ class FatClusters {
   Failure writeFreed(bool& wrote);
 
   // The mark of a volume that is in use, where its kind has one. Written at once.
+  bool isSoundEntry(u32 secondEntry) const { return (secondEntry & soundBit()) == soundBit(); }
   Failure isMarkedSound(bool& sound);
   Failure markSound(bool sound);
 

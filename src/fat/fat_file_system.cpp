@@ -4,6 +4,7 @@
 #include <ctime>
 #include <map>
 
+#include "base/text.h"
 #include "fat/fat_directory.h"
 #include "fat/fat_file_data.h"
 #include "fat/fat_time.h"
@@ -49,6 +50,8 @@ class FatFileSystem : public FileSystem {
         clock_(wish.clock) {}
 
   Failure setUp();
+  // Entries in a directory that is there, for chains that no entry names.
+  Failure adopt(std::string_view directory, std::span<const FatLostChain> chains);
   FileInfo infoOf(const FatDirectory& directory, u32 index) const;
 
   Failure sync() override;
@@ -95,7 +98,6 @@ class FatFileSystem : public FileSystem {
 
   Failure markInUse();
   Failure markSound();
-  Failure writeFsInfo(u32 freeClusters, u32 nextFree);
   Failure writeDirectories(FatDirectory::Part part);
   Failure flushWritten();
   Failure commit();
@@ -477,6 +479,25 @@ Failure FatFileSystem::setNodeTimes(FileNode& node, const FileTimes& times) {
   return {};
 }
 
+// --- Chains that no entry names
+
+Failure FatFileSystem::adopt(std::string_view directory, std::span<const FatLostChain> chains) {
+  if (const Failure failed = beginChange()) return failed;
+  FileInfo info;
+  if (const Failure failed = this->info(directory, info)) return failed;
+  Directory in;
+  if (const Failure failed = directoryOf(info.id, in)) return failed;
+  for (std::size_t i = 0; i < chains.size(); ++i) {
+    FatDirectoryEntryRecord entry = newEntry(kFatArchive);
+    setFirstCluster(entry, chains[i].firstCluster);
+    entry.sizeBytes = static_cast<u32>(u64{chains[i].clusters} * volume_.layout.clusterBytes());
+    u32 index = 0;
+    if (const Failure failed = addEntry(*in, format("FILE%04zu.CHK", i), entry, index))
+      return failed;
+  }
+  return {};
+}
+
 // --- The label
 
 Failure FatFileSystem::changeLabelEntry(const std::optional<FatShortName>& name) {
@@ -523,21 +544,13 @@ Failure FatFileSystem::flushWritten() {
   return {};
 }
 
-Failure FatFileSystem::writeFsInfo(u32 freeClusters, u32 nextFree) {
-  FatFsInfoRecord* info = volume_.boot.fsInfo();
-  constexpr u32 kUsualSector = 1;
-  if (info == nullptr || volume_.boot.bpb32().fsInfoSector != kUsualSector) return {};
-  info->freeClusters = freeClusters;
-  info->nextFreeCluster = nextFree;
-  return volume_.range.disk.writeSectors(volume_.range.firstSector + kUsualSector,
-                                         volume_.boot.sector(kUsualSector).data(), 1);
-}
-
 Failure FatFileSystem::markInUse() {
   if (isMarkedInUse_) return {};
   isUnflushed_ = true;
   if (const Failure failed = clusters_.markSound(false)) return failed;
-  if (const Failure failed = writeFsInfo(kFreeClustersUnknown, clusters_.hint())) return failed;
+  if (const Failure failed =
+          volume_.boot.writeFsInfo(volume_.range, kFreeClustersUnknown, clusters_.hint()))
+    return failed;
   if (const Failure failed = flushWritten()) return failed;
   isMarkedInUse_ = true;
   return {};
@@ -545,7 +558,8 @@ Failure FatFileSystem::markInUse() {
 
 // A volume that was not sound when we came stays so.
 Failure FatFileSystem::markSound() {
-  if (const Failure failed = writeFsInfo(static_cast<u32>(clusters_.freeCount()), clusters_.hint()))
+  if (const Failure failed = volume_.boot.writeFsInfo(
+          volume_.range, static_cast<u32>(clusters_.freeCount()), clusters_.hint()))
     return failed;
   if (wasSound_)
     if (const Failure failed = clusters_.markSound(true)) return failed;
@@ -589,6 +603,23 @@ Failure FatFileSystem::sync() {
 }
 
 }  // namespace
+
+Failure keepLostChains(const SectorRange& range, u16 type, std::span<const FatLostChain> chains,
+                       u64 secondsSinceEpoch) {
+  constexpr u32 kMostFolders = 1000;
+  std::optional<FatVolume> volume;
+  if (const Failure failed = openFat(range, type, volume)) return failed;
+  FatFileSystem files(*volume, {.writable = true, .clock = [=] { return secondsSinceEpoch; }});
+  if (const Failure failed = files.setUp()) return failed;
+  std::string folder;
+  for (u32 number = 0; folder.empty() || files.exists(folder); ++number) {
+    if (number == kMostFolders) return Error::directoryFull;
+    folder = format("/FOUND.%03u", number);
+  }
+  if (const Failure failed = files.makeDirectory(folder)) return failed;
+  if (const Failure failed = files.adopt(folder, chains)) return failed;
+  return files.sync();
+}
 
 Failure openFatFiles(const SectorRange& range, u16 type, const OpenWish& wish,
                      std::unique_ptr<FileSystem>& files) {

@@ -1,6 +1,8 @@
 // The files of a FAT12, FAT16 or FAT32 volume.
 #pragma once
 
+#include <span>
+
 #include "fs/file_system.h"
 #include "probe/file_system_kind.h"
 
@@ -16,5 +18,16 @@ namespace tallowin {
 // kind has a mark. What was not synced when the object ends is lost, and the old state stands.
 Failure openFatFiles(const SectorRange& range, u16 type, const OpenWish& wish,
                      std::unique_ptr<FileSystem>& files);
+
+// Clusters that are in use and in no file, one chain of them.
+struct FatLostChain {
+  u32 firstCluster = 0;
+  u32 clusters = 0;  // no more than a file may have
+};
+
+// Gives each of them a name, in a new directory of the root. Errors of FileSystem::makeDirectory;
+// what no name was given to is as before.
+Failure keepLostChains(const SectorRange& range, u16 type, std::span<const FatLostChain> chains,
+                       u64 secondsSinceEpoch);
 
 }  // namespace tallowin

@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "fat/fat_file_system.h"
 #include "fat/fat_format.h"
+#include "fat/fat_repair.h"
 #include "fat/fat_table.h"
 #include "fat/fat_volume.h"
 #include "probe/gpt_type_guids.h"
@@ -94,6 +95,8 @@ constexpr FileSystemKind kindRow(std::string_view word, std::string_view name) {
   kind.whyNotOfSize = whyNotFatOfSize;
   kind.format = formatFat;
   kind.facts = readFacts;
+  kind.check = checkFatVolume;
+  kind.repair = repairFatVolume;
   kind.open = openFatFiles;
   return kind;
 }

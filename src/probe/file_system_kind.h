@@ -66,6 +66,49 @@ struct FileSystemFacts {
 
 enum class CountClusters { no, yes };
 
+// Something about a volume that can be put right without a choice between its files.
+struct Mend {
+  // In the order in which they are done: each rests on those before it.
+  enum class Kind : u8 {
+    bootSector,        // from its backup
+    tableCopies,       // the sound copy over the others
+    keepLostClusters,  // as files
+    freeLostClusters,  // in place of that
+    freeCount,
+    backupBootSector,  // from the boot sector
+    inUseMark,
+  };
+  Kind kind = Kind::bootSector;
+  std::string fault;     // what is wrong: a sentence
+  std::string remedy;    // what would be done about it: a sentence
+  bool givesUp = false;  // it may cost something that could still be had
+
+  friend bool operator==(const Mend&, const Mend&) = default;
+};
+
+struct CheckReport {
+  u32 fault = 0;          // the number that the kind publishes for the first one; 0: none
+  bool isSound = false;   // nothing is wrong with files and directories
+  std::string faultText;  // what is wrong, or what could not be looked at: a sentence
+  u64 files = 0;
+  u64 directories = 0;
+  u64 usedClusters = 0;
+  u64 freeClusters = 0;
+  u64 badClusters = 0;
+  std::vector<Mend> mends;  // also of a sound volume
+};
+
+struct RepairWish {
+  std::vector<Mend> mends;    // as the check gave them
+  u64 secondsSinceEpoch = 0;  // for files that are made
+};
+
+struct RepairReport {
+  bool touched = false;  // something was written, or may have been
+  std::vector<Mend> done;
+  CheckReport after;  // what a check says then
+};
+
 class FileSystem;
 
 // How the files of a volume are to be reached.
@@ -117,6 +160,15 @@ struct FileSystemKind {
   // invalidVolume: it is none of this kind, or damaged; read, outOfMemory.
   Failure (*facts)(const SectorRange& range, u16 type, CountClusters count,
                    FileSystemFacts& facts) = nullptr;
+  // Whether its structures are sound. Writes nothing. read, cancelled, outOfMemory: it could not be
+  // looked at; the report has the number that the kind publishes for that.
+  Failure (*check)(const SectorRange& range, u16 type, Job& job, CheckReport& report) = nullptr;
+  // Does what was wished for, as far as a check finds it still necessary, and nothing else; all of
+  // it is on the medium then. A power cut leaves what is not done yet to be found again. read,
+  // write, flush, noSpaceLeft, outOfMemory, volumeFull, directoryFull, cancelled: the report has
+  // what was done before.
+  Failure (*repair)(const SectorRange& range, u16 type, const RepairWish& wish, Job& job,
+                    RepairReport& report) = nullptr;
   // The files in it, see fs/file_system.h. invalidVolume, unsupportedFileSystem (a version or a
   // feature that is not known), read, outOfMemory. Nothing is written before the first change.
   Failure (*open)(const SectorRange& range, u16 type, const OpenWish& wish,

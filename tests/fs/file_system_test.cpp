@@ -21,6 +21,7 @@ class FileSystemTest : public testing::TestWithParam<FsSample> {
     ASSERT_EQ(Error::none, files_->sync());
     const FileTree ours = treeOf(*files_);
     EXPECT_EQ("", checkerSays(disk_));
+    EXPECT_EQ("", ownCheckSays(disk_));
     EXPECT_EQ(std::vector<std::string>(), differences(ours, treeByOthers(disk_)));
     reopen();
     EXPECT_EQ(std::vector<std::string>(), differences(ours, treeOf(*files_)));

@@ -126,6 +126,19 @@ std::string checkerSays(MemoryDisk& disk) {
   return check.status == 0 ? "" : check.output;
 }
 
+std::string ownCheckSays(MemoryDisk& disk) {
+  const SectorRange range{disk, 0, *disk.sectorCount()};
+  const FileSystemKind* kind = knownKinds().byContent(range, 0);
+  if (kind == nullptr) return "nothing is there";
+  if (kind->check == nullptr) return "";
+  SilentJob job;
+  CheckReport report;
+  if (kind->check(range, 0, job, report)) return "it cannot be checked";
+  std::string text = report.fault == 0 ? "" : report.faultText;
+  for (const Mend& mend : report.mends) text += mend.fault;
+  return text;
+}
+
 FileTree treeByOthers(MemoryDisk& disk) {
   const TempFolder folder;
   const std::string target = folder.file("out");

@@ -53,6 +53,8 @@ std::string randomBytes(u32 seed, std::size_t count);
 
 // What an independent checker finds; empty when it finds nothing.
 std::string checkerSays(MemoryDisk& disk);
+// What our own check of its kind finds, and what it would mend; empty when it finds nothing.
+std::string ownCheckSays(MemoryDisk& disk);
 // Everything, read through an independent driver.
 FileTree treeByOthers(MemoryDisk& disk);
 bool hasJudges();

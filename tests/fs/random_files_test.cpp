@@ -324,6 +324,7 @@ void RandomFilesTest::judge() {
   ASSERT_EQ(Error::none, files_->label(label));
   EXPECT_EQ(label_, label);
   ASSERT_EQ("", checkerSays(disk_));
+  ASSERT_EQ("", ownCheckSays(disk_));
   ASSERT_EQ(std::vector<std::string>(), differences(expected, treeByOthers(disk_)));
 }
 
