@@ -81,6 +81,11 @@ i64 Host::readAt(int descriptor, void* buffer, std::size_t bytes, u64 offset) {
   return waitedRead(descriptor, buffer, bytes, offset);
 }
 
+void Host::willRead(int descriptor, u64 offset, u64 bytes) {
+  static_cast<void>(::posix_fadvise(descriptor, static_cast<off_t>(offset),
+                                    static_cast<off_t>(bytes), POSIX_FADV_WILLNEED));
+}
+
 i64 Host::writeAt(int descriptor, const void* buffer, std::size_t bytes, u64 offset) {
   return waitedWrite(descriptor, {static_cast<const u8*>(buffer), bytes}, {}, offset);
 }

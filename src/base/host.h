@@ -35,6 +35,8 @@ class Host {
   virtual int control(int descriptor, unsigned long request, void* argument);
   // pread(2) and pwrite(2): the bytes moved, or -1 with errno set.
   virtual i64 readAt(int descriptor, void* buffer, std::size_t bytes, u64 offset);
+  // That is read soon, through the page cache.
+  virtual void willRead(int descriptor, u64 offset, u64 bytes);
   virtual i64 writeAt(int descriptor, const void* buffer, std::size_t bytes, u64 offset);
   // fsync(2): 0, or -1 with errno set.
   virtual int sync(int descriptor);

@@ -104,6 +104,13 @@ class DiskDevice {
   virtual void begin(DiskTransfer& transfer);
   virtual Failure finish(DiskTransfer& transfer);
 
+  // These sectors are read soon, by requests below kBulkBytes: a medium that can fetch several
+  // places at a time may begin now.
+  virtual void willRead(u64 lba, u64 count) {
+    static_cast<void>(lba);
+    static_cast<void>(count);
+  }
+
   // Everything written so far is on the medium.
   virtual Failure flush() = 0;
   // Forgets what caches hold of this disk, so that the next read comes from the medium.

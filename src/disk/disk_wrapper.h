@@ -18,6 +18,7 @@ class DiskWrapper : public DiskDevice {
     DiskDevice::begin(transfer);
     return transfer.failure;
   }
+  void willRead(u64 lba, u64 count) override { inner_.willRead(lba, count); }
   Failure flush() override { return inner_.flush(); }
   void dropCaches() override { inner_.dropCaches(); }
   void dropCachesOf(u64 lba, u64 count) override { inner_.dropCachesOf(lba, count); }

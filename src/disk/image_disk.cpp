@@ -46,6 +46,10 @@ class ImageDisk : public DiskDevice {
 
   void setSectorSize(u32 sectorSizeBytes) { traits_.sectorSizeBytes = sectorSizeBytes; }
 
+  void willRead(u64 lba, u64 count) override {
+    const std::lock_guard lock(mutex_);
+    if (isInside(lba, count)) image_->willRead(lba * scale(), count * scale());
+  }
   Failure flush() override {
     const std::lock_guard lock(mutex_);
     return image_->flush();

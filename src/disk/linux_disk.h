@@ -27,6 +27,10 @@ class LinuxDisk : public DiskDevice {
   void dropCaches() override;
   void dropCachesOf(u64 lba, u64 count) override;
   Failure checkSameDisk() override;
+  void willRead(u64 lba, u64 count) override {
+    if (const auto offset = offsetOf(lba, count))
+      host_.willRead(descriptor_, *offset, count * sectorSize());
+  }
   std::optional<u64> sectorCount() override;
   std::string displayName() override;
   std::string model() override;

@@ -1,13 +1,15 @@
 #include "fat/fat_cluster_map.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
 namespace tallowin {
 namespace {
 
-constexpr std::size_t kPieceBytes = 512 * kKiB;  // of a FAT in a read
+constexpr std::size_t kPieceBytes = 128 * kKiB;  // of a FAT in a read: it stays in the cache
+constexpr u32 kPiecesAhead = 8;                  // that are fetched meanwhile
 constexpr std::size_t kMostJumps = 96 * 1024;    // that are held in memory
 constexpr std::size_t kPartBytes = 4 * kKiB;     // that are often free as a whole
 constexpr u32 kBlock = 16;                       // entries that are looked at together
@@ -27,8 +29,10 @@ std::unique_ptr<u8[]> memory(std::size_t bytes) {
 // --- Reading
 
 Failure FatClusterMap::setUp() {
-  const std::size_t count = std::size_t{layout().highestCluster()} + 1;
-  bytes_.reset(new (std::nothrow) u8[count]());
+  const std::size_t count = std::size_t{highestCluster_} + 1;
+  // Pages of free clusters are never touched so.
+  bytes_.reset(static_cast<u8*>(std::calloc(count, 1)));
+  isFreePart_.assign(count / kPartClusters + 1, false);
   jumps_.clear();
   table_.reset();
   freeClusters_ = badClusters_ = 0;
@@ -49,8 +53,17 @@ Failure FatClusterMap::read(u32 copy, u32 other, Job& job, bool& same) {
     return volume_.range.firstSector + layout().reservedSectors +
            u64{number} * layout().sectorsPerFat;
   };
+  const u32 aheadSectors = kPiecesAhead * pieceSectors;
+  const auto announce = [&](u32 sector) {
+    if (sector >= layout().sectorsPerFat) return;
+    const u32 sectors = std::min(aheadSectors, layout().sectorsPerFat - sector);
+    disk.willRead(copyLba(copy) + sector, sectors);
+    if (other != kNoCopy) disk.willRead(copyLba(other) + sector, sectors);
+  };
+  announce(0);
   for (u32 sector = 0; sector < layout().sectorsPerFat; sector += pieceSectors) {
     if (job.shouldStop()) return Error::cancelled;
+    if (sector % aheadSectors == 0) announce(sector + aheadSectors);
     const u32 sectors = std::min(pieceSectors, layout().sectorsPerFat - sector);
     const std::size_t bytes = std::size_t{sectors} * sectorBytes;
     if (const Failure failed = disk.readSectors(copyLba(copy) + sector, piece.get(), sectors))
@@ -70,7 +83,7 @@ Failure FatClusterMap::read(u32 copy, u32 other, Job& job, bool& same) {
 
 // A FAT12 is no longer than its first piece, as far as it has clusters.
 void FatClusterMap::take(std::span<const u8> piece, u64 firstByte) {
-  const u32 end = layout().highestCluster() + 1;
+  const u32 end = highestCluster_ + 1;
   if (layout().kind == FatKind::fat12) {
     if (firstByte != 0) return;
     const u32 entries = static_cast<u32>(std::min<u64>(end, piece.size() * 2 / 3));
@@ -86,9 +99,10 @@ void FatClusterMap::take(std::span<const u8> piece, u64 firstByte) {
     const std::size_t bytes = std::min<u64>(kPartBytes, piece.size() - at);
     const auto first = static_cast<u32>((firstByte + at) / entryBytes);
     const u32 last = static_cast<u32>(std::min<u64>(end, first + bytes / entryBytes));
-    if (first >= 2 && part[0] == 0 && std::memcmp(part, part + 1, bytes - 1) == 0)
+    if (first >= 2 && part[0] == 0 && std::memcmp(part, part + 1, bytes - 1) == 0) {
       freeClusters_ += last - first;
-    else if (layout().isFat32())
+      isFreePart_[first / kPartClusters] = true;
+    } else if (layout().isFat32())
       takeEntries(first, last, [part, first](u32 index) {
         return load32(part + std::size_t{index - first} * 4) & 0x0FFFFFFF;
       });
@@ -132,8 +146,8 @@ void FatClusterMap::takeEntry(u32 cluster, u32 value) {
   if (value == 0) {
     entry = Entry::free;
     ++freeClusters_;
-  } else if (value >= layout().badMark()) {
-    entry = value == layout().badMark() ? Entry::bad : Entry::end;
+  } else if (value >= badMark_) {
+    entry = value == badMark_ ? Entry::bad : Entry::end;
     if (entry == Entry::bad) ++badClusters_;
   } else if (!isCluster(value)) {
     entry = Entry::broken;
@@ -213,21 +227,25 @@ Failure FatClusterMap::mark(u32 first, Chain& chain) {
   return {};
 }
 
-// Eight at a time: the entries of those in use have one of the low three bits.
+// Eight at a time: the entries of those in use have one of the low three bits. Parts that are free
+// as a whole are not touched.
 u32 FatClusterMap::unmarkedFrom(u32 from) const {
   constexpr u64 kLow = 0x0707070707070707;
   constexpr u64 kCarry = 0x7F7F7F7F7F7F7F7F;
   constexpr u64 kHigh = 0x8080808080808080;
-  const u32 end = layout().highestCluster() + 1;
-  for (u32 cluster = from; cluster < end; ++cluster) {
-    while (end - cluster > 8) {
+  const u32 end = highestCluster_ + 1;
+  for (u32 cluster = from; cluster < end;) {
+    const u32 partEnd = std::min(end, (cluster / kPartClusters + 1) * kPartClusters);
+    if (isFreePart_[cluster / kPartClusters]) cluster = partEnd;
+    for (; cluster < partEnd; ++cluster) {
       u64 eight = 0;
-      std::memcpy(&eight, bytes_.get() + cluster, sizeof(eight));
-      if ((((eight & kLow) + kCarry) & ~eight & kHigh) != 0) break;
-      cluster += 8;
+      for (; partEnd - cluster > 8; cluster += 8) {
+        std::memcpy(&eight, bytes_.get() + cluster, sizeof(eight));
+        if ((((eight & kLow) + kCarry) & ~eight & kHigh) != 0) break;
+      }
+      const Entry entry = entryOf(cluster);
+      if (entry != Entry::free && entry != Entry::bad && !isMarked(cluster)) return cluster;
     }
-    const Entry entry = entryOf(cluster);
-    if (entry != Entry::free && entry != Entry::bad && !isMarked(cluster)) return cluster;
   }
   return 0;
 }

@@ -2,6 +2,7 @@
 // the disk.
 #pragma once
 
+#include <cstdlib>
 #include <memory>
 #include <span>
 #include <vector>
@@ -34,14 +35,17 @@ class FatClusterMap {
   };
   static constexpr u32 kNoCopy = kAllOnes32;
 
-  explicit FatClusterMap(const FatVolume& volume) : volume_(volume) {}
+  explicit FatClusterMap(const FatVolume& volume)
+      : volume_(volume),
+        highestCluster_(volume.layout.highestCluster()),
+        badMark_(volume.layout.badMark()) {}
 
   // Reads copy `copy`, and compares it with copy `other` unless that is kNoCopy. `same` false: they
   // differ, and the map holds nothing that counts. outOfMemory, read, cancelled.
   Failure read(u32 copy, u32 other, Job& job, bool& same);
 
   const FatLayout& layout() const { return volume_.layout; }
-  bool isCluster(u32 number) const { return number >= 2 && number <= layout().highestCluster(); }
+  bool isCluster(u32 number) const { return number >= 2 && number <= highestCluster_; }
   u32 firstEntry() const { return firstEntry_; }    // of the FAT, with the media byte
   u32 secondEntry() const { return secondEntry_; }  // with the marks of the volume
   u32 freeClusters() const { return freeClusters_; }
@@ -62,6 +66,7 @@ class FatClusterMap {
  private:
   static constexpr u8 kMarked = 0x80;
   static constexpr u8 kEntryMask = 0x0F;
+  static constexpr u32 kPartClusters = 1024;
   struct Jump {
     u32 from;
     u32 to;
@@ -75,7 +80,13 @@ class FatClusterMap {
   Failure jumpFrom(u32 cluster, u32& to);
 
   const FatVolume& volume_;
-  std::unique_ptr<u8[]> bytes_;
+  u32 highestCluster_;
+  u32 badMark_;
+  struct Freer {
+    void operator()(u8* bytes) const { std::free(bytes); }
+  };
+  std::unique_ptr<u8[], Freer> bytes_;
+  std::vector<bool> isFreePart_;  // whether so many clusters in a row are free, by their number
   // Where the first of those lead that lead elsewhere, by cluster; the others are read again.
   std::vector<Jump> jumps_;
   std::unique_ptr<FatTable> table_;

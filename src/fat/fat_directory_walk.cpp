@@ -1,16 +1,17 @@
 #include "fat/fat_directory_walk.h"
 
 #include <algorithm>
+#include <new>
 
 namespace tallowin {
 namespace {
 
 constexpr std::size_t kMostWaiting = 4095;
 constexpr u32 kPieceBytes = 256 * kKiB;          // of a directory in a read
-constexpr u32 kStartBytes = 16 * kKiB;           // of each that waits
+constexpr u32 kStartBytes = 4 * kKiB;            // of each that waits
 constexpr std::size_t kBatchBytes = 256 * kKiB;  // of beginnings that are read together
-constexpr std::size_t kMostStartBytes = kMiB;    // of beginnings that are held
-constexpr u64 kBridgedBytes = 32 * kKiB;         // less than that is read rather than left out
+constexpr std::size_t kAnnouncedBytes = 8 * kMiB;
+constexpr u64 kBridgedBytes = 32 * kKiB;  // less than that is read rather than left out
 
 bool isDotEntry(const FatDirectoryEntryRecord& entry) {
   const std::string_view name(entry.name, sizeof(entry.name));
@@ -19,7 +20,14 @@ bool isDotEntry(const FatDirectoryEntryRecord& entry) {
 
 }  // namespace
 
+FatDirectoryWalk::FatDirectoryWalk(const FatVolume& volume, FatClusterMap& map, Job& job)
+    : volume_(volume),
+      map_(map),
+      job_(job),
+      startBytes_(new (std::nothrow) u8[kStarts * kStartBytes]) {}
+
 Failure FatDirectoryWalk::run(const Visit& visit) {
+  if (!startBytes_) return Error::outOfMemory;
   waiting_.clear();
   Outcome outcome = Outcome::goOn;
   if (const Failure failed =
@@ -58,11 +66,13 @@ Failure FatDirectoryWalk::enter(u32 directory, const Visit& visit, Outcome& outc
   outcome = Outcome::goOn;
   index_ = 0;
   u64 skipped = 0;
-  if (auto start = starts_.extract(at)) {
-    startBytes_ -= start.mapped().size();
-    if (!startOrder_.empty() && startOrder_.back() == at) startOrder_.pop_back();
-    skipped = start.mapped().size();
-    if (const Failure failed = look(start.mapped(), directory, visit, outcome)) return failed;
+  if (Start* const start = heldStart(at)) {
+    // Others take its place while it is looked at.
+    const std::span<const u8> bytes = bytesOf(*start);
+    piece_.assign(bytes.begin(), bytes.end());
+    forgetStart(*start);
+    skipped = piece_.size();
+    if (const Failure failed = look(piece_, directory, visit, outcome)) return failed;
   }
   for (u32 clusters = 0; at != 0 && outcome == Outcome::goOn;) {
     const u32 run = map_.runFrom(at, std::max(u32{1}, kPieceBytes / clusterBytes));
@@ -92,6 +102,7 @@ Failure FatDirectoryWalk::look(std::span<const u8> bytes, u32 directory, const V
                                Outcome& outcome) {
   const Entries entries(reinterpret_cast<const FatDirectoryEntryRecord*>(bytes.data()),
                         bytes.size() / sizeof(FatDirectoryEntryRecord));
+  announce(entries);
   for (std::size_t i = 0; i < entries.size(); ++i, ++index_) {
     const FatDirectoryEntryRecord& entry = entries[i];
     if (static_cast<u8>(entry.name[0]) == kFatEndOfDirectory) {
@@ -100,8 +111,7 @@ Failure FatDirectoryWalk::look(std::span<const u8> bytes, u32 directory, const V
     }
     if (!isFound(entry)) continue;
     const Found found{entry, index_, directory, firstClusterOf(entry, volume_.layout.isFat32())};
-    if (found.isDirectory() && map_.isCluster(found.firstCluster) &&
-        !starts_.contains(found.firstCluster))
+    if (found.isDirectory() && map_.isCluster(found.firstCluster) && !isHeld(found.firstCluster))
       readAhead(entries.subspan(i));
     const Next next = visit(found);
     if (next == Next::stop) {
@@ -123,71 +133,111 @@ u32 FatDirectoryWalk::startBytes(u32 cluster) const {
   return std::min(kStartBytes, run * clusterBytes);
 }
 
+FatDirectoryWalk::Start* FatDirectoryWalk::heldStart(u32 cluster) {
+  const auto found = placeOfStart_.find(cluster);
+  return found != placeOfStart_.end() ? &starts_[found->second] : nullptr;
+}
+
+std::span<u8> FatDirectoryWalk::bytesOf(const Start& start) {
+  const auto place = static_cast<std::size_t>(&start - starts_.data());
+  return {startBytes_.get() + place * kStartBytes, start.bytes};
+}
+
+FatDirectoryWalk::Start& FatDirectoryWalk::takeStart(u32 cluster) {
+  Start& start = starts_[nextStart_];
+  forgetStart(start);
+  start = {cluster, startBytes(cluster)};
+  placeOfStart_[cluster] = nextStart_;
+  nextStart_ = (nextStart_ + 1) % kStarts;
+  return start;
+}
+
+void FatDirectoryWalk::forgetStart(Start& start) {
+  if (start.cluster != 0) placeOfStart_.erase(start.cluster);
+  start.cluster = 0;
+}
+
 Failure FatDirectoryWalk::startOf(u32 directory, std::span<const u8>& bytes) {
-  auto held = starts_.find(directory);
-  if (held == starts_.end()) {
-    std::vector<u8> start(startBytes(directory));
+  Start* held = heldStart(directory);
+  if (held == nullptr) {
+    held = &takeStart(directory);
+    const std::span<u8> place = bytesOf(*held);
     if (const Failure failed = volume_.range.disk.readSectors(
-            lbaOf(directory), start.data(), start.size() / volume_.layout.bytesPerSector))
+            lbaOf(directory), place.data(), place.size() / volume_.layout.bytesPerSector)) {
+      forgetStart(*held);
       return failed;
-    hold(directory, start);
-    held = starts_.find(directory);
+    }
   }
-  bytes = held->second;
+  bytes = bytesOf(*held);
   return {};
 }
 
-// Those of the next directories in `entries`.
-void FatDirectoryWalk::readAhead(Entries entries) {
+// The directories in `entries` whose beginnings are not held, in the order of the disk.
+std::vector<u32> FatDirectoryWalk::directoriesIn(Entries entries, std::size_t mostBytes) {
   std::vector<u32> clusters;
   std::size_t bytes = 0;
   for (const FatDirectoryEntryRecord& entry : entries) {
-    if (static_cast<u8>(entry.name[0]) == kFatEndOfDirectory || bytes >= kBatchBytes) break;
+    if (static_cast<u8>(entry.name[0]) == kFatEndOfDirectory || bytes >= mostBytes) break;
     if (!isFound(entry) || (entry.attributes & kFatDirectory) == 0) continue;
     const u32 cluster = firstClusterOf(entry, volume_.layout.isFat32());
-    if (!map_.isCluster(cluster) || starts_.contains(cluster)) continue;
+    if (!map_.isCluster(cluster) || isHeld(cluster)) continue;
     bytes += startBytes(cluster);
     clusters.push_back(cluster);
   }
   std::ranges::sort(clusters);
   clusters.erase(std::unique(clusters.begin(), clusters.end()), clusters.end());
+  return clusters;
+}
+
+// Calls use(clusters, lba, sectors) for those that are worth one request.
+template <typename Use>
+void FatDirectoryWalk::forEachGroup(const std::vector<u32>& clusters, Use use) const {
+  const u32 sectorBytes = volume_.layout.bytesPerSector;
   for (std::size_t first = 0, end = 0; first < clusters.size(); first = end) {
-    const u64 begin = lbaOf(clusters[first]) * volume_.layout.bytesPerSector;
+    const u64 begin = lbaOf(clusters[first]);
     u64 reached = begin;
     for (end = first; end < clusters.size(); ++end) {
-      const u64 at = lbaOf(clusters[end]) * volume_.layout.bytesPerSector;
-      if (end != first && (at > reached + kBridgedBytes || at - begin >= kBatchBytes)) break;
-      reached = std::max(reached, at + startBytes(clusters[end]));
+      const u64 at = lbaOf(clusters[end]);
+      if (end != first &&
+          (at > reached + kBridgedBytes / sectorBytes || at - begin >= kBatchBytes / sectorBytes))
+        break;
+      reached = std::max(reached, at + startBytes(clusters[end]) / sectorBytes);
     }
-    readTogether(std::span(clusters).subspan(first, end - first));
+    use(std::span(clusters).subspan(first, end - first), begin, reached - begin);
   }
+}
+
+void FatDirectoryWalk::announce(Entries entries) {
+  const std::vector<u32> clusters = directoriesIn(entries, kAnnouncedBytes);
+  if (clusters.size() < 2) return;
+  forEachGroup(clusters, [this](std::span<const u32>, u64 lba, u64 sectors) {
+    volume_.range.disk.willRead(lba, sectors);
+  });
+}
+
+void FatDirectoryWalk::readAhead(Entries entries) {
+  forEachGroup(directoriesIn(entries, kBatchBytes),
+               [this](std::span<const u32> clusters, u64 lba, u64 sectors) {
+                 readTogether(clusters, lba, sectors);
+               });
 }
 
 // One that cannot be read is told when it is asked for.
-void FatDirectoryWalk::readTogether(std::span<const u32> clusters) {
-  const u32 sectorBytes = volume_.layout.bytesPerSector;
-  const u64 first = lbaOf(clusters.front());
-  u64 end = first;
-  for (const u32 cluster : clusters)
-    end = std::max(end, lbaOf(cluster) + startBytes(cluster) / sectorBytes);
-  std::vector<u8> bytes((end - first) * sectorBytes);
-  if (volume_.range.disk.readSectors(first, bytes.data(), end - first)) return;
-  for (const u32 cluster : clusters)
-    hold(cluster,
-         std::span(bytes).subspan((lbaOf(cluster) - first) * sectorBytes, startBytes(cluster)));
-}
-
-void FatDirectoryWalk::hold(u32 cluster, std::span<const u8> bytes) {
-  while (startBytes_ + bytes.size() > kMostStartBytes && !startOrder_.empty()) {
-    if (const auto oldest = starts_.extract(startOrder_.front()))
-      startBytes_ -= oldest.mapped().size();
-    startOrder_.pop_front();
+void FatDirectoryWalk::readTogether(std::span<const u32> clusters, u64 lba, u64 sectors) {
+  std::span<const u8> bytes;
+  if (clusters.size() == 1) {
+    static_cast<void>(startOf(clusters.front(), bytes));
+    return;
   }
-  if (startOrder_.size() > 2 * starts_.size() + kBatchBytes / 512)
-    std::erase_if(startOrder_, [this](u32 held) { return !starts_.contains(held); });
-  starts_[cluster].assign(bytes.begin(), bytes.end());
-  startOrder_.push_back(cluster);
-  startBytes_ += bytes.size();
+  const u32 sectorBytes = volume_.layout.bytesPerSector;
+  together_.resize(sectors * sectorBytes);
+  if (volume_.range.disk.readSectors(lba, together_.data(), sectors)) return;
+  for (const u32 cluster : clusters) {
+    const Start& start = takeStart(cluster);
+    std::copy_n(
+        together_.begin() + static_cast<std::ptrdiff_t>((lbaOf(cluster) - lba) * sectorBytes),
+        start.bytes, bytesOf(start).begin());
+  }
 }
 
 }  // namespace tallowin

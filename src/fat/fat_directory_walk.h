@@ -1,8 +1,9 @@
 // A walk through all directories of a FAT volume.
 #pragma once
 
-#include <deque>
+#include <array>
 #include <functional>
+#include <memory>
 #include <span>
 #include <unordered_map>
 #include <vector>
@@ -28,8 +29,7 @@ class FatDirectoryWalk {
   using Visit = std::function<Next(const Found&)>;
 
   // `map` must hold the FAT, and outlive the walk.
-  FatDirectoryWalk(const FatVolume& volume, FatClusterMap& map, Job& job)
-      : volume_(volume), map_(map), job_(job) {}
+  FatDirectoryWalk(const FatVolume& volume, FatClusterMap& map, Job& job);
 
   // Until there is no more, or `visit` stops it. directoryFull: more directories wait for their
   // turn than the walk can hold; read, cancelled, outOfMemory; corrupt: the root has no end.
@@ -40,15 +40,27 @@ class FatDirectoryWalk {
 
  private:
   using Entries = std::span<const FatDirectoryEntryRecord>;
+  struct Start {
+    u32 cluster = 0;  // 0: none
+    u32 bytes = 0;
+  };
   enum class Outcome : u8 { goOn, endOfDirectory, stop };
 
   Failure enter(u32 directory, const Visit& visit, Outcome& outcome);
   Failure walkRootRegion(const Visit& visit, Outcome& outcome);
   Failure look(std::span<const u8> bytes, u32 directory, const Visit& visit, Outcome& outcome);
+  std::vector<u32> directoriesIn(Entries entries, std::size_t mostBytes);
+  template <typename Use>
+  void forEachGroup(const std::vector<u32>& clusters, Use use) const;
+  void announce(Entries entries);
   void readAhead(Entries entries);
-  void readTogether(std::span<const u32> clusters);
+  void readTogether(std::span<const u32> clusters, u64 lba, u64 sectors);
   u32 startBytes(u32 cluster) const;
-  void hold(u32 cluster, std::span<const u8> bytes);
+  Start* heldStart(u32 cluster);
+  bool isHeld(u32 cluster) { return heldStart(cluster) != nullptr; }
+  std::span<u8> bytesOf(const Start& start);
+  Start& takeStart(u32 cluster);
+  void forgetStart(Start& start);
   bool isFound(const FatDirectoryEntryRecord& entry) const;
   u64 lbaOf(u32 cluster) const {
     return volume_.range.firstSector + volume_.layout.clusterToSector(cluster);
@@ -58,11 +70,14 @@ class FatDirectoryWalk {
   FatClusterMap& map_;
   Job& job_;
   std::vector<u32> waiting_;
-  std::vector<u8> piece_;
-  // Beginnings of directories that wait, by their cluster, and their clusters, oldest first.
-  std::unordered_map<u32, std::vector<u8>> starts_;
-  std::deque<u32> startOrder_;
-  std::size_t startBytes_ = 0;
+  std::vector<u8> piece_;     // of the directory that is walked
+  std::vector<u8> together_;  // of several that wait
+  // Beginnings of directories that wait; a new one takes the place of the oldest.
+  static constexpr std::size_t kStarts = 512;
+  std::array<Start, kStarts> starts_;
+  std::unordered_map<u32, std::size_t> placeOfStart_;  // by its cluster
+  std::unique_ptr<u8[]> startBytes_;
+  std::size_t nextStart_ = 0;
   u32 index_ = 0;  // of the next entry of the directory that is walked
 };
 

@@ -22,6 +22,9 @@ class FlatImage : public ImageContainer {
     if (!isInside(sector, bytes.size() / kSectorBytes)) return {Error::read, 0, sector};
     return file_->readAt(sector * kSectorBytes, bytes);
   }
+  void willRead(u64 sector, u64 count) override {
+    file_->willRead(sector * kSectorBytes, count * kSectorBytes);
+  }
   Failure write(u64 sector, std::span<const u8> bytes) override {
     const Failure refused = beginChange(sector, bytes.size() / kSectorBytes);
     return refused ? refused : file_->writeAt(sector * kSectorBytes, bytes);

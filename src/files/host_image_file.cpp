@@ -62,6 +62,11 @@ class HostImageFile : public ImageFile {
     return {};
   }
 
+  void willRead(u64 offset, u64 bytes) override {
+    static_cast<void>(::posix_fadvise(cached_.get(), static_cast<off_t>(offset),
+                                      static_cast<off_t>(bytes), POSIX_FADV_WILLNEED));
+  }
+
   // Direct until the first large request beside the file system's blocks, as in a dynamic VHD of
   // another program: the file system serialises such requests, and direct ones next to cached ones
   // wait for these.

@@ -38,6 +38,11 @@ class ImageContainer {
   // `bytes` are whole sectors. none, read. A failure may name the first sector of the part that
   // failed.
   virtual Failure read(u64 sector, std::span<u8> bytes) = 0;
+  // See DiskDevice::willRead.
+  virtual void willRead(u64 sector, u64 count) {
+    static_cast<void>(sector);
+    static_cast<void>(count);
+  }
   // Over what is there, in place. none, write, noSpaceLeft, readOnlyDisk, read (a map could not be
   // read), fileTooLarge (the image's tables cannot name a place that far out).
   virtual Failure write(u64 sector, std::span<const u8> bytes) = 0;

@@ -29,6 +29,11 @@ class ImageFile {
 
   // none or read. Reading beyond the end is a failure: what should be there is lost.
   virtual Failure readAt(u64 offset, std::span<u8> bytes) = 0;
+  // That is read soon: see DiskDevice::willRead.
+  virtual void willRead(u64 offset, u64 bytes) {
+    static_cast<void>(offset);
+    static_cast<void>(bytes);
+  }
   // Writes `bytes` and directly behind them `following`, as one request where it can be; the file
   // grows as needed, and a gap between its end and `offset` reads as zeros. none, write,
   // noSpaceLeft; any part may have been written after a failure.
