@@ -60,6 +60,7 @@ enum class Error : u8 {
   tableInError,             // the entry, its container or its chain is marked as in error
   tableChangedMeanwhile,    // the table on disk is not the one that was read
   targetInUse,              // mounted, swapped on or held since it was looked at
+  volumeChangedMeanwhile,   // the file system is not as it was when it was looked at
   writeFailedNewTable,      // a write or flush failed, yet the new table is on the disk
   writeFailedTableUnknown,  // and which table is on the disk could not be found out
   backupOfOtherDisk,
@@ -208,6 +209,8 @@ constexpr u32 codeOf(Error error) {
       return 206;
     case Error::targetInUse:
       return 207;
+    case Error::volumeChangedMeanwhile:
+      return 210;
   }
   return kAllOnes32;  // no enumerator
 }

@@ -24,8 +24,11 @@ struct CommandContext {
 
 struct [[nodiscard]] CommandResult {
   ExitStatus status = ExitStatus::done;
-  Failure code = Error::none;  // of the engine, when it gave one
-  std::string message;         // one line: what, why, and what to do next
+  Failure code = Error::none;      // of the engine, when it gave one
+  std::string message;             // one line: what, why, and what to do next
+  std::optional<u32> number = {};  // that is published for it, where that is not the code's
+
+  u32 publishedNumber() const { return number.value_or(codeOf(code)); }
 
   bool succeeded() const {
     return status == ExitStatus::done || status == ExitStatus::doneWithLosses;

@@ -29,6 +29,7 @@ extern const CommandRow kSetCommand;
 extern const CommandRow kFilesCommand;
 extern const CommandRow kLabelCommand;
 extern const CommandRow kMbrCommand;
+extern const CommandRow kCheckCommand;
 extern const CommandRow kConvertCommand;
 extern const CommandRow kTableCommand;
 extern const CommandRow kSettingsCommand;

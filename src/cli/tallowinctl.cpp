@@ -40,7 +40,7 @@ std::string failureJson(const CommandResult& result) {
   json.beginObject();
   json.boolean("ok", false);
   json.beginObject("error");
-  json.number("code", codeOf(result.code));
+  json.number("code", result.publishedNumber());
   json.number("phase", result.code.phase);
   json.text("message", onOneLine(result.message));
   json.endObject();
@@ -51,7 +51,7 @@ std::string failureJson(const CommandResult& result) {
 void reportFailure(const std::string& command, const CommandResult& result, bool asJson) {
   std::string line = "tallowinctl " + command + ": " + onOneLine(result.message);
   if (result.code != Error::none)
-    line += format(" (error %u, phase %u)", codeOf(result.code), result.code.phase);
+    line += format(" (error %u, phase %u)", result.publishedNumber(), result.code.phase);
   std::fprintf(stderr, "%s\n", line.c_str());
   if (asJson) std::printf("%s\n", failureJson(result).c_str());
 }

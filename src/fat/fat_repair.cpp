@@ -49,6 +49,11 @@ class FatSurvey {
   u32 bestCopy() const { return bestCopy_; }
   Worth worth() const { return worthOf(check_); }
   // Everything but counts and marks is as it should be.
+  bool rests(Mend::Kind kind) const {
+    return (!isByBackup_ || kind == Mend::Kind::bootSector) &&
+           (!copiesDiffer_ || kind <= Mend::Kind::tableCopies) &&
+           (kind != Mend::Kind::inUseMark || isSound());
+  }
   bool isSound() const { return !isByBackup_ && !copiesDiffer_ && worth() == Worth::sound; }
 
   void describe(CheckReport& report);
@@ -278,7 +283,7 @@ Failure FatRepair::doMend(Mend::Kind kind) {
   survey.describe(found);
   const auto mend = std::ranges::find(found.mends, kind, &Mend::kind);
   if (mend == found.mends.end()) return {};
-  if (kind == Mend::Kind::inUseMark && !survey.isSound()) return {};
+  if (!survey.rests(kind)) return {};
   report_.touched = true;
   if (const Failure failed = apply(kind, survey)) return failed;
   if (const Failure failed = disk().flush()) return failed;

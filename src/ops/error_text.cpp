@@ -123,6 +123,9 @@ Words wordsOf(Error error) {
               "Look at the new table and try again."};
     case Error::targetInUse:
       return {"The partition has come into use meanwhile", "Release it there and try again."};
+    case Error::volumeChangedMeanwhile:
+      return {"The file system has changed since it was looked at, and nothing was written",
+              "End what works on it, and check it again."};
     case Error::writeFailedNewTable:
       return {"The disk reported an error", "Copy your data and replace the disk."};
     case Error::writeFailedTableUnknown:
