@@ -74,7 +74,7 @@ class FatSurvey {
   std::unique_ptr<FatClusterMap> map_;  // of volume_
   bool isByBackup_ = false;
   bool copiesDiffer_ = false;
-  bool isCloseChoice_ = false;  // each copy has lost clusters, and not the same ones
+  bool isCloseChoice_ = false;  // each copy has lost clusters, and not the same files
   u32 bestCopy_ = 0;
   FatCheckReport check_;
 };
@@ -122,16 +122,17 @@ Failure FatSurvey::run() {
   return {};
 }
 
-// The copy by which more is sound; where that is the same, the one that everybody reads.
+// The copy by which more is sound; where that is the same, the one that everybody reads. With lost
+// clusters in both it may be that one of them has a directory cut off.
 Failure FatSurvey::chooseCopy() {
   FatCheckReport second, first;
   if (const Failure failed = checkFatCopy(*volume_, 1, *map_, job_, second)) return failed;
   if (const Failure failed = checkFatCopy(*volume_, 0, *map_, job_, first)) return failed;
-  const bool bothHaveLost =
-      worthOf(first) == Worth::lostClusters && worthOf(second) == Worth::lostClusters;
-  isCloseChoice_ = bothHaveLost && first.lostClusters != second.lostClusters;
+  isCloseChoice_ =
+      worthOf(first) == Worth::lostClusters && worthOf(second) == worthOf(first) &&
+      (first.entriesWalked != second.entriesWalked || first.usedClusters != second.usedClusters);
   const bool takesSecond = worthOf(second) > worthOf(first) ||
-                           (bothHaveLost && second.lostClusters < first.lostClusters);
+                           (isCloseChoice_ && second.entriesWalked > first.entriesWalked);
   bestCopy_ = takesSecond ? 1 : 0;
   if (takesSecond) {
     second = {};
@@ -352,9 +353,17 @@ Failure FatRepair::copyOver(u64 fromLba, u64 toLba, u64 sectors) {
 Failure FatRepair::freeLost(FatSurvey& survey) {
   FatTable table(range_, survey.volume().layout);
   if (const Failure failed = table.setUp()) return failed;
-  for (u32 at = survey.map().unmarkedFrom(2); at != 0; at = survey.map().unmarkedFrom(at + 1))
+  u32 freed = 0;
+  for (u32 at = survey.map().unmarkedFrom(2); at != 0; at = survey.map().unmarkedFrom(at + 1)) {
     if (const Failure failed = table.set(at, 0)) return failed;
-  return table.flush();
+    ++freed;
+  }
+  if (const Failure failed = table.flush()) return failed;
+  // A count that was right stays so.
+  FatBootArea& boot = survey.volume().boot;
+  const FatFsInfoRecord* info = boot.fsInfo();
+  if (info == nullptr || info->freeClusters != survey.map().freeClusters()) return {};
+  return boot.writeFsInfo(range_, info->freeClusters + freed, info->nextFreeCluster);
 }
 
 // Their ends are on the medium before an entry names them.
