@@ -14,6 +14,7 @@ enum class Phase : u8 {
   surfaceScan,
   wiping,
   checking,
+  searching,
   copyingIn,   // files of the host into a volume
   copyingOut,  // and out of one
   deleting,    // files
@@ -40,6 +41,8 @@ class Job {
   virtual void phase(Phase phase, u64 totalBytes) = 0;
   // So many bytes more of the phase are done.
   virtual void advance(u64 bytes) = 0;
+  // So many things of what the phase looks for were found by now.
+  virtual void found(u64 count) { static_cast<void>(count); }
   // Whether the user, a signal or a lost display wants the operation to end. Asked where stopping
   // is safe; serves events, and stays true once it was true within a phase.
   virtual bool shouldStop() = 0;

@@ -13,6 +13,7 @@ inline constexpr Guid kGptRecovery = guidLiteral("{DE94BBA4-06D1-4D40-A16A-BFD50
 inline constexpr Guid kGptLinux = guidLiteral("{0FC63DAF-8483-4772-8E79-3D69D8477DE4}");
 inline constexpr Guid kGptLinuxRaid = guidLiteral("{A19D880F-05FC-4D3B-A006-743F0F84911E}");
 inline constexpr Guid kGptLinuxSwap = guidLiteral("{0657FD6D-A4AB-43C4-84E5-0933C84B4F4F}");
+inline constexpr Guid kGptHfsPlus = guidLiteral("{48465300-0000-11AA-AA11-00306543ECAC}");
 inline constexpr Guid kGptLinuxLvm = guidLiteral("{E6D6D379-F507-44C2-A23C-238F2A3DF928}");
 inline constexpr Guid kGptIntelRst = guidLiteral("{D3BFE2DE-3DAF-11DF-BA40-E3A556D89593}");
 

@@ -292,7 +292,7 @@ std::optional<u16> contentType(ContentCode code) {
     case ContentCode::otherLinux:
       return types::kLinux;
     case ContentCode::hfsPlus:
-      return 0xAF;
+      return types::kHfsPlus;
     case ContentCode::linuxSwap:
       return types::kLinuxSwap;
     case ContentCode::none:

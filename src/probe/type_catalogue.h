@@ -20,6 +20,7 @@ inline constexpr u16 kLinuxSwap = 0x82;
 inline constexpr u16 kLinux = 0x83;
 inline constexpr u16 kHibernation = 0x84;
 inline constexpr u16 kLinuxLvm = 0x8E;
+inline constexpr u16 kHfsPlus = 0xAF;
 inline constexpr u16 kOtherData = 0xDA;  // no file system
 inline constexpr u16 kLinuxRaid = 0xFD;
 inline constexpr u16 kHidden = 0xED;       // the real type is stored elsewhere
