@@ -30,6 +30,8 @@ PhaseWords wordsOf(Phase phase) {
       return {"Reading Files", "Reading files", "Cancel"};
     case Phase::checking:
       return {"Check", "Checking for errors...", "Cancel"};
+    case Phase::searching:
+      return {"Undelete", "In progress...   0 Found.", "&Stop"};
   }
   return {"", "", ""};
 }
@@ -67,6 +69,12 @@ void JobOfFrontEnd::phase(Phase phase, u64 totalBytes) {
 void JobOfFrontEnd::advance(u64 bytes) {
   bytesDone_ += bytes;
   if (progress_) progress_->setBytesDone(bytesDone_);
+}
+
+void JobOfFrontEnd::found(u64 count) {
+  if (progress_)
+    progress_->setText(
+        format("In progress...   %llu Found.", static_cast<unsigned long long>(count)));
 }
 
 bool JobOfFrontEnd::shouldStop() {

@@ -17,6 +17,7 @@ class JobOfFrontEnd : public Job {
 
   void phase(Phase phase, u64 totalBytes) override;
   void advance(u64 bytes) override;
+  void found(u64 count) override;
   // The first time that it is true within a phase, the trace says why.
   bool shouldStop() override;
   BadSectorAnswer badSector(const Failure& failure, Direction direction) override;

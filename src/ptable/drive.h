@@ -64,11 +64,12 @@ struct NewEntry {
   // the partition goes to the top level. Both are absolute.
   std::optional<u64> ebrSector = {};
   u16 type = 0;
-  std::string name = {};  // UTF-8; cut to what the table holds
-  PartitionId id = 1;     // a wish, raised until it is unique
-  u64 attributes = 0;     // GPT attribute bits, or the flags of an EMBR entry
-  Guid typeGuid = {};     // GPT; zero: one that fits the type
-  Guid uniqueGuid = {};   // GPT; zero: a new one
+  std::string name = {};    // UTF-8; cut to what the table holds
+  PartitionId id = 1;       // a wish, raised until it is unique
+  u64 attributes = 0;       // GPT attribute bits, or the flags of an EMBR entry
+  Guid typeGuid = {};       // GPT; zero: one that fits the type
+  Guid uniqueGuid = {};     // GPT; zero: a new one
+  bool keepsChain = false;  // an extended partition whose volumes are there already
 };
 
 // A partition that takes all of a free block of the top level or of an extended partition.

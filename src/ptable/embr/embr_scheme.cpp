@@ -259,7 +259,7 @@ Failure EmbrScheme::add(const TableContext& context, const NewEntry& entry,
   if (const Failure failed = image.insert(image.entryCount(), record)) return failed;
   if (const Failure failed = checkEmbrGrowth(context, old, image, content)) return failed;
   if (types::isExtended(entry.type)) {
-    if (const Failure failed = putEmptyEbr(context.disk, entry.startSector)) return failed;
+    if (const Failure failed = putFirstEbr(context.disk, entry)) return failed;
   }
   return storeEmbrFirst(context.disk, old, image);
 }

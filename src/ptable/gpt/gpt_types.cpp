@@ -80,13 +80,14 @@ struct SameType {
   u16 type;
 };
 
-constexpr std::array<SameType, 7> kSameTypes = {{
+constexpr std::array<SameType, 8> kSameTypes = {{
     {kGptEfiSystem, types::kEfiSystem},
     {kGptRecovery, types::kWindowsRecovery},
     {kGptLinux, types::kLinux},
     {kGptLinuxSwap, types::kLinuxSwap},
     {kGptLinuxLvm, types::kLinuxLvm},
     {kGptLinuxRaid, types::kLinuxRaid},
+    {kGptHfsPlus, types::kHfsPlus},
     {kGptIntelRst, types::kHibernation},
 }};
 

@@ -230,10 +230,11 @@ Failure checkChainUnchanged(const TableContext& context, const TableEntry& conta
   return unread ? unread.as(Error::read) : Failure(Error::tableChangedMeanwhile);
 }
 
-Failure putEmptyEbr(DiskDevice& disk, u64 lba) {
+Failure putFirstEbr(DiskDevice& disk, const NewEntry& entry) {
+  if (entry.keepsChain) return {};
   std::vector<u8> sector(disk.sectorSize());
   recordAt<EbrRecord>(std::span(sector))->signature.set();
-  return disk.writeSectors(lba, sector.data(), 1).as(Error::write);
+  return disk.writeSectors(entry.startSector, sector.data(), 1).as(Error::write);
 }
 
 Failure addVolume(const TableContext& context, const TableEntry& container, const NewEntry& entry) {

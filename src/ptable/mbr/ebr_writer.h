@@ -11,9 +11,10 @@ namespace tallowin {
 // Whether the disk still holds the chain that was read: read, tableChangedMeanwhile. The changes
 // below are for a chain of which that is known.
 Failure checkChainUnchanged(const TableContext& context, const TableEntry& container);
-// Writes an EBR without a volume and without a link; the flush is left to who leads to it. A new
-// extended partition begins with one, for other programs refuse a disk where it lacks.
-Failure putEmptyEbr(DiskDevice& disk, u64 lba);
+// Writes an EBR without a volume and without a link, unless the entry keeps its chain; the flush is
+// left to who leads to it. A new extended partition begins with one, for other programs refuse a
+// disk where it lacks.
+Failure putFirstEbr(DiskDevice& disk, const NewEntry& entry);
 // Puts a new volume into the chain; see Drive::add. The low byte of its id goes to the disk.
 Failure addVolume(const TableContext& context, const TableEntry& container, const NewEntry& entry);
 // The EBR at the start of the container stays, with a link only; others are unlinked. tableInError:

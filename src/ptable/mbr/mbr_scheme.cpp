@@ -120,7 +120,7 @@ Failure MbrScheme::add(const TableContext& context, const NewEntry& entry,
   if (types::isExtended(entry.type)) {
     // What a boot loader starts is never an extended partition.
     slot->clear();
-    if (const Failure failed = putEmptyEbr(context.disk, entry.startSector)) return failed;
+    if (const Failure failed = putFirstEbr(context.disk, entry)) return failed;
   } else {
     chooseBootIndicator(context, mbr, *slot);
   }
