@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "base/text.h"
+#include "ops/add_entry.h"
 #include "ops/convert_flow.h"
 #include "ops/create_model.h"
 #include "ops/error_text.h"
@@ -12,14 +13,12 @@
 #include "ops/table_change.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
-#include "probe/disk_content.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
 namespace {
 
 constexpr u32 kMaxTypeByte = 255;
-constexpr u64 kEmbrEntryFlags = 0x2000;
 constexpr u64 kEmbrMultiOsFlag = 0x1000;
 // Where swap and Linux partitions keep a superblock of their own that would be found again.
 constexpr u64 kFarSuperblockSector = 128;
@@ -148,47 +147,9 @@ class Creation {
 
   // A change of the table's kind made a new model, with the same free space in it.
   bool findBlockAgain(u64 startSector, u64 endSector) {
-    block_ = freeBlockIn(startSector, endSector);
+    block_ = findFreeBlock(drive_, {startSector, endSector});
     return block_ != nullptr ||
            refuse("The free space is gone.\nLook at the new table and try again.");
-  }
-
-  // In the table as it is now; null when there is none.
-  PartitionEntry* freeBlockIn(u64 startSector, u64 endSector) {
-    const auto isIt = [=](const auto& entry) {
-      return entry->isFree() && entry->startSector <= endSector && startSector <= entry->endSector;
-    };
-    for (const auto& entry : drive_.table().entries) {
-      if (isIt(entry)) return entry.get();
-      if (!entry->volumes) continue;
-      const auto inside = std::ranges::find_if(entry->volumes->entries, isIt);
-      if (inside != entry->volumes->entries.end()) return inside->get();
-    }
-    return nullptr;
-  }
-
-  // What the table has to be written over, only the user can give up.
-  Failure add(const NewEntry& entry) {
-    const Failure failed = drive_.add(entry);
-    if (failed != Error::sectorsInUse) return failed;
-    const bool insists =
-        context_.ui.confirm(Consent::insist, drive_.isEmbr() ? "EMBR" : "Create",
-                            whatIsWrittenOver() + "\n\nAre you sure you want to continue?");
-    return insists ? drive_.add(entry, TrackContent::overwrite) : failed;
-  }
-
-  std::string whatIsWrittenOver() {
-    const std::string disk = describeDisk(drive_.disk());
-    if (drive_.isEmbr())
-      return format(
-          "The EMBR of this disk (%s) has to grow over a sector\n"
-          "that holds something of another program, which may be a boot loader.",
-          disk.c_str());
-    return format(
-        "This disk (%s) has no partitions, but it holds %s.\n"
-        "A new partition would overwrite a part of it.",
-        disk.c_str(),
-        namedDiskContent(drive_.disk()).value_or("something of another program").c_str());
   }
 
   PlacementTarget placementTarget() {
@@ -213,7 +174,7 @@ class Creation {
 
   u64 attributes(const CreateModel& model) const {
     if (!drive_.isEmbr()) return 0;
-    return kEmbrEntryFlags | (model.multiOs ? kEmbrMultiOsFlag : 0);
+    return kNewEmbrEntryFlags | (model.multiOs ? kEmbrMultiOsFlag : 0);
   }
 
   NewEntry newEntry(const CreateModel& model, const PlacementTarget& target,
@@ -236,7 +197,7 @@ class Creation {
     extent_ = found;
     type_ = drive_.typeForEnd(type_, found.endSector);
     Failure uncleared;
-    Failure failed = add(newEntry(model, target, found));
+    Failure failed = addEntry(context_, drive_, newEntry(model, target, found), "Create");
     if (!failed) uncleared = clearFirstSectors(drive_.disk(), context_.fileSystems, type_, found);
     failed = change_->end(failed);
     if (failed) return keepTyped(failed, target.entry);
@@ -258,7 +219,7 @@ class Creation {
     result_ = {FlowEnd::failed, failed};
     const bool mayBeThere =
         failed == Error::writeFailedNewTable || failed == Error::writeFailedTableUnknown;
-    block_ = mayBeThere ? nullptr : freeBlockIn(block.startSector, block.endSector);
+    block_ = mayBeThere ? nullptr : findFreeBlock(drive_, block);
     return block_ == nullptr;
   }
 

@@ -23,6 +23,18 @@ Failure checkTable(const Drive& drive) {
   return failed == Error::tableReadFailed ? Failure() : failed;
 }
 
+// The first row of the table for which `isIt` holds; null when there is none.
+template <typename Condition>
+PartitionEntry* findRow(Drive& drive, Condition isIt) {
+  for (const auto& entry : drive.table().entries) {
+    if (isIt(*entry)) return entry.get();
+    if (!entry->volumes) continue;
+    for (const auto& volume : entry->volumes->entries)
+      if (isIt(*volume)) return volume.get();
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 std::optional<FlowResult> DiskWriteScope::begin(const WriteTarget& target) {
@@ -82,17 +94,17 @@ Failure TableChange::end(const Failure& changed) {
   return settled.failure ? settled.failure.as(Error::writeFailedNewTable) : unread;
 }
 
+PartitionEntry* findFreeBlock(Drive& drive, const SectorExtent& extent) {
+  return findRow(drive, [&extent](const PartitionEntry& entry) {
+    return entry.isFree() && entry.startSector <= extent.endSector &&
+           extent.startSector <= entry.endSector;
+  });
+}
+
 PartitionEntry* findByStart(Drive& drive, u64 startSector) {
-  const auto starts = [startSector](const PartitionEntry& entry) {
+  return findRow(drive, [startSector](const PartitionEntry& entry) {
     return !entry.isFree() && entry.startSector == startSector;
-  };
-  for (const auto& entry : drive.table().entries) {
-    if (starts(*entry)) return entry.get();
-    if (!entry->volumes) continue;
-    for (const auto& volume : entry->volumes->entries)
-      if (starts(*volume)) return volume.get();
-  }
-  return nullptr;
+  });
 }
 
 }  // namespace tallowin

@@ -86,6 +86,9 @@ class TableChange {
   std::string keptTable_;
 };
 
+// A free block that has some of these sectors, in the table as it is now; null when there is none.
+PartitionEntry* findFreeBlock(Drive& drive, const SectorExtent& extent);
+
 // The used partition or volume that starts at `startSector`; null when there is none. For entries
 // that went stale.
 PartitionEntry* findByStart(Drive& drive, u64 startSector);

@@ -1,0 +1,18 @@
+// A new entry in the table, whatever flow wants it.
+#pragma once
+
+#include "ops/operation_context.h"
+#include "ptable/drive.h"
+
+namespace tallowin {
+
+// The flags of a new entry of an EMBR.
+inline constexpr u64 kNewEmbrEntryFlags = 0x2000;
+
+// Writes the entry; to be called within a TableChange. Asks, under `title`, before the table is
+// written over something of another program. Errors of Drive::add; sectorsInUse: the user did not
+// want that.
+Failure addEntry(const OperationContext& context, Drive& drive, const NewEntry& entry,
+                 const char* title);
+
+}  // namespace tallowin
