@@ -12,6 +12,7 @@
 #include "ops/format_flow.h"
 #include "ops/properties_flow.h"
 #include "ops/target_text.h"
+#include "ops/undelete_flow.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
@@ -71,7 +72,7 @@ const std::array<Model::ActionRow, kActionCount> Model::kActions = {{
      .label = "De&lete",
      .key = Key::del,
      .bit = kDeleteBit,
-     .whyNot = &Model::whyNotDeletable,
+     .whyNot = &Model::whyTableIsFixed,
      .run = &Model::runDelete},
     {.action = Action::format,
      .area = Area::besideList,
@@ -281,11 +282,6 @@ std::string MainWindowModel::whyNotOnRow(const ActionRow& row) const {
 
 std::string MainWindowModel::whyTableIsFixed() const { return drive_->changeRefusal(); }
 
-std::string MainWindowModel::whyNotDeletable() const {
-  return selection()->isFree() ? "Recovering deleted partitions comes with a later release."
-                               : whyTableIsFixed();
-}
-
 std::string MainWindowModel::whyNotThisType() const {
   const PartitionEntry& entry = *selection();
   const FileSystemKinds& kinds = session_.fileSystems();
@@ -369,8 +365,14 @@ void MainWindowModel::selectNew(const std::vector<PartitionRow>& before) {
 
 void MainWindowModel::runDelete() {
   if (!offerRepair(Action::deleteOrUndelete)) return;
-  static_cast<void>(deleteFlow(session_.context(frontEnd_), *drive_, *selectedEntry()));
+  const OperationContext context = session_.context(frontEnd_);
+  PartitionEntry& entry = *selectedEntry();
+  const bool isUndelete = entry.isFree();
+  const std::vector<PartitionRow> before = rows_;
+  static_cast<void>(isUndelete ? undeleteFlow(context, *drive_, entry)
+                               : deleteFlow(context, *drive_, entry));
   refresh(Refresh::afterAction);
+  if (isUndelete) selectNew(before);
 }
 
 void MainWindowModel::runFormat() {

@@ -142,7 +142,6 @@ class MainWindowModel {
   bool needsRepair() const;
   SettingsContext settingsContext();
   std::string whyNotOnRow(const ActionRow& row) const;
-  std::string whyNotDeletable() const;
   std::string whyNotThisType() const;
   std::string whyWithoutTable() const;
   std::string whyTypeIsFixed() const;

@@ -12,6 +12,7 @@
 #include "ops/delete_model.h"
 #include "ops/format_model.h"
 #include "ops/format_summary_model.h"
+#include "ops/undelete_model.h"
 #include "ui/views/create_view.h"
 #include "ui/views/delete_view.h"
 #include "ui/views/drive_settings_list_view.h"
@@ -23,6 +24,7 @@
 #include "ui/views/progress_windows.h"
 #include "ui/views/question_window.h"
 #include "ui/views/settings_view.h"
+#include "ui/views/undelete_view.h"
 #include "ui/widgets/layout.h"
 
 namespace tallowin {
@@ -53,6 +55,7 @@ FltkFrontEnd::FltkFrontEnd(const Options& options) : options_(options) {
   addView<DeleteModel, DeleteView>();
   addView<FormatModel, FormatView>();
   addView<FormatSummaryModel, FormatSummaryView>();
+  addView<UndeleteModel, UndeleteView>();
   addView<DriveSettingsModel, DriveSettingsView>();
   addView<DriveSettingsListModel, DriveSettingsListView>();
   addView<SettingsModel, SettingsView>();

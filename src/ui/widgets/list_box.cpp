@@ -56,6 +56,12 @@ void ColumnList::addRow(std::vector<std::string> cells) {
   rows_.push_back(std::move(cells));
 }
 
+void ColumnList::setRow(std::size_t row, std::vector<std::string> cells) {
+  if (rows_[row] == cells) return;
+  rows_[row] = std::move(cells);
+  redraw_line(find_line(static_cast<int>(row) + 1));
+}
+
 void ColumnList::item_draw(void* item, int x, int y, int width, int height) const {
   constexpr int kPadding = 3;
   const std::vector<std::string>& cells = rows_[static_cast<std::size_t>(lineno(item) - 1)];

@@ -39,6 +39,8 @@ class ColumnList : public ListBox {
 
   void clearRows();
   void addRow(std::vector<std::string> cells);
+  // Other cells for a row, from 0; nothing is drawn again when they are the same.
+  void setRow(std::size_t row, std::vector<std::string> cells);
 
  private:
   void item_draw(void* item, int x, int y, int width, int height) const override;
