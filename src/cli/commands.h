@@ -24,6 +24,7 @@ extern const CommandRow kListCommand;
 extern const CommandRow kInfoCommand;
 extern const CommandRow kCreateCommand;
 extern const CommandRow kDeleteCommand;
+extern const CommandRow kUndeleteCommand;
 extern const CommandRow kFormatCommand;
 extern const CommandRow kSetCommand;
 extern const CommandRow kFilesCommand;

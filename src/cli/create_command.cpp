@@ -182,15 +182,6 @@ void reportCreated(CommandContext& context, Drive& drive, const std::set<u64>& b
   for (const std::string& note : notes) context.ui.note(note);
 }
 
-CommandResult noFreeBlock(const std::string& path, const std::optional<u32>& wanted,
-                          const Drive& drive) {
-  if (const std::string why = drive.changeRefusal(); !why.empty()) return refused(why);
-  if (const std::string why = emptyTableText(drive); !why.empty()) return refused(why);
-  if (!wanted) return refused("'" + path + "' has no free block; delete a partition first.");
-  return refused(
-      format("'%s' has no free block %u; see the free rows of the list.", path.c_str(), *wanted));
-}
-
 bool takesAutomatic(const FileSystemKinds& kinds, u16 type) {
   const FileSystemKind* kind = kinds.byType(type);
   return kind && takesAutomaticClusters(*kind, type);

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "ops/target_text.h"
+
 namespace tallowin {
 namespace {
 
@@ -84,6 +86,15 @@ CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row) {
   return refused(format("'%s' has no partition %u; ", context.options.target.c_str(),
                         context.options.part.value_or(0)) +
                  (numbers.empty() ? "it has none at all." : "choose from " + numbers + "."));
+}
+
+CommandResult noFreeBlock(const std::string& path, const std::optional<u32>& wanted,
+                          const Drive& drive) {
+  if (const std::string why = drive.changeRefusal(); !why.empty()) return refused(why);
+  if (const std::string why = emptyTableText(drive); !why.empty()) return refused(why);
+  if (!wanted) return refused("'" + path + "' has no free block; delete a partition first.");
+  return refused(
+      format("'%s' has no free block %u; see the free rows of the list.", path.c_str(), *wanted));
 }
 
 CommandResult endChange(CommandContext& context, Target& target, bool hadErrors,

@@ -27,6 +27,10 @@ CommandResult openTarget(CommandContext& context, TargetUse use, Target& target)
 CommandResult openPart(CommandContext& context, TargetUse use, Target& target, ListedRow& row);
 CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row);
 
+// Why the free block that the command line names is not there.
+CommandResult noFreeBlock(const std::string& path, const std::optional<u32>& wanted,
+                          const Drive& drive);
+
 // The result of a command whose change ended with `result`. After a rehearsed change: reads the
 // table back, checks that it has no more errors than before, and says what would have been written.
 CommandResult endChange(CommandContext& context, Target& target, bool hadErrors,
