@@ -153,14 +153,16 @@ CommandResult UndeleteCommand::run(CommandContext& context) {
   const FlowResult flow = recoverPartitions(context.session.context(context.ui), drive, *block,
                                             searchExtent(drive, *block).startSector, added);
   if (!refusal_.empty()) return refused(refusal_);
-  if (wanted_.dryRun && wasFound_) return {};
+  // A list without rows answers the question, too.
+  const bool isEmptyList = !wasFound_ && flow.end == FlowEnd::refused && !flow.code;
+  if (context.options.json && isEmptyList) {
+    context.json.beginArray("found");
+    context.json.endArray();
+  }
+  if (wanted_.dryRun && (wasFound_ || isEmptyList)) return {};
   CommandResult result = resultOfFlow(flow, context.ui, "Nothing was recovered.");
   if (!result.succeeded()) return result;
   if (context.options.json) {
-    if (!wasFound_) {
-      context.json.beginArray("found");
-      context.json.endArray();
-    }
     context.json.number("recovered", added);
     if (!context.options.rehearse) writeRows(context.json, context.session.fileSystems(), drive);
   } else if (!context.options.rehearse) {

@@ -75,7 +75,8 @@ class Recovery {
       text +=
           "\n" + bytesText(report.unreadableSectors * drive_.sectorSize()) + " could not be read.";
     context_.ui.noticeBox(text, kTitle);
-    return report.isStopped ? FlowResult{FlowEnd::cancelled, Error::cancelled} : FlowResult{};
+    if (report.isStopped) return {FlowEnd::cancelled, Error::cancelled};
+    return {FlowEnd::refused, Error::none};
   }
 
   // The buttons of the dialog: true when it is to close, because the table was changed. False, with
@@ -143,11 +144,11 @@ class Recovery {
   }
 
   void tell(const Failure& failed) {
-    const std::string count = format("Completed - %u Recovered.", added_);
     result_ = failed ? FlowResult{FlowEnd::failed, failed} : FlowResult{};
-    if (!failed) return context_.ui.noticeBox(count, kTitle);
-    context_.ui.messageBox({MessageKind::error, kTitle,
-                            "Unable to add entry\n\n" + tableErrorText(failed) + "\n\n" + count});
+    if (failed)
+      context_.ui.messageBox(
+          {MessageKind::error, kTitle, "Unable to add entry\n\n" + tableErrorText(failed)});
+    context_.ui.noticeBox(format("Completed - %u Recovered.", added_), kTitle);
   }
 
   const OperationContext& context_;

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "disk/faulty_disk.h"
+#include "disk/mbr_record.h"
 #include "disk/memory_disk.h"
 #include "probe/content_record.h"
 #include "support/fake_host.h"
@@ -39,6 +40,7 @@ class LostPartitionsTest : public testing::Test {
   // With FATs that begin as they should.
   void putFat(u64 lba, u32 hiddenSectors, u16 sectors = 4096) {
     VolumeBootRecord boot{};
+    boot.jump[0] = 0xEB;
     boot.sectorSizeBytes = 512;
     boot.sectorsPerCluster = 4;
     boot.reservedSectors = 1;
@@ -131,9 +133,9 @@ TEST_F(LostPartitionsTest, ACertainFindDoubtsWhatItContradicts) {
   putFat(2048, 2048, 20000);
   put(2049 * 512, u8{0});
   putFat(8192, 8192);
-  EXPECT_EQ(search(), "FAT12 2048+20000 doubtful\nFAT12 8192+4096 sure\n");
+  EXPECT_EQ(search(), "FAT16 2048+20000 doubtful\nFAT12 8192+4096 sure\n");
   put(8193 * 512, u8{0});
-  EXPECT_EQ(search(), "FAT12 2048+20000 likely\n") << "what lies in it is a file of it";
+  EXPECT_EQ(search(), "FAT16 2048+20000 likely\n") << "what lies in it is a file of it";
 }
 
 TEST_F(LostPartitionsTest, HeadersOfFormsThatNoProgramHereMakes) {
