@@ -29,11 +29,13 @@ constexpr int kTickWidth = 24;
 constexpr Column kTitles[] = {{"", {kTickWidth}},
                               {"Kind", {142}},
                               {"Start", {96, FL_ALIGN_RIGHT}},
-                              {"Size", {112, FL_ALIGN_RIGHT}},
+                              {"Size", {104, FL_ALIGN_RIGHT}},
+                              {"", {8}},
                               {"Label", {96}},
                               {"", {0}}};
 constexpr ListColumn kColumns[] = {kTitles[0].column, kTitles[1].column, kTitles[2].column,
-                                   kTitles[3].column, kTitles[4].column, kTitles[5].column};
+                                   kTitles[3].column, kTitles[4].column, kTitles[5].column,
+                                   kTitles[6].column};
 
 }  // namespace
 
@@ -88,7 +90,7 @@ void UndeleteView::read() {
 void UndeleteView::write() {
   for (std::size_t i = 0; i < model_.rows.size(); ++i) {
     const UndeleteModel::Row& row = model_.rows[i];
-    list_->setRow(i, {row.isPicked ? "[x]" : "[  ]", row.kind, row.start, row.size, row.label,
+    list_->setRow(i, {row.isPicked ? "[x]" : "[  ]", row.kind, row.start, row.size, "", row.label,
                       row.confidence});
   }
   const int line = model_.selected ? static_cast<int>(*model_.selected) + 1 : 0;
