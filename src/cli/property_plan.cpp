@@ -23,6 +23,8 @@ const char* optionOf(Property property) {
       return "--flag";
     case Property::hidden:
       return "--hide";
+    case Property::end:
+      return "--end";
   }
   return "";
 }
@@ -65,8 +67,8 @@ std::optional<Guid> parseTypeGuid(std::string_view text) {
   return guid.isZero() ? std::nullopt : std::optional(guid);
 }
 
-std::string planProperties(const Drive& drive, const PartitionEntry& entry,
-                           const PropertyWish& wanted, EntryProperties& change) {
+std::string planProperties(Drive& drive, const PartitionEntry& entry, const PropertyWish& wanted,
+                           EntryProperties& change) {
   change = {};
   change.name = wanted.name;
   if (wanted.type && *wanted.type > 0xFFFF)
@@ -74,6 +76,12 @@ std::string planProperties(const Drive& drive, const PartitionEntry& entry,
   if (wanted.type) change.type = static_cast<u16>(*wanted.type);
   change.typeGuid = wanted.typeGuid;
   change.active = wanted.active;
+  if (wanted.end) {
+    const auto bytes = wanted.end->bytes(drive.sectorSize());
+    if (!bytes || *bytes % drive.sectorSize() != 0)
+      return "--end: This is no sector of the disk; give one as 4095s.";
+    change.endSector = *bytes / drive.sectorSize();
+  }
   for (const FlagChange& flag : wanted.flags) {
     const auto mask = flagMask(drive, flag.flag);
     if (!mask) return noSuchFlag(drive, flag.flag);

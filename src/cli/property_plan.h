@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/amount.h"
 #include "ptable/drive.h"
 
 namespace tallowin {
@@ -22,6 +23,7 @@ struct PropertyWish {
   std::optional<bool> hide;
   std::vector<FlagChange> flags;
   std::optional<Guid> typeGuid;
+  std::optional<Amount> end;
 };
 
 // "F=0" or "F=1".
@@ -30,7 +32,7 @@ std::optional<FlagChange> parseFlagChange(std::string_view text);
 std::optional<Guid> parseTypeGuid(std::string_view text);
 
 // Fills `change`. Else why the table of the drive cannot hold what is wanted, the option first.
-std::string planProperties(const Drive& drive, const PartitionEntry& entry,
-                           const PropertyWish& wanted, EntryProperties& change);
+std::string planProperties(Drive& drive, const PartitionEntry& entry, const PropertyWish& wanted,
+                           EntryProperties& change);
 
 }  // namespace tallowin

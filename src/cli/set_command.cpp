@@ -25,6 +25,7 @@ class SetCommand : public Command {
   CommandResult run(CommandContext& context) override;
 
   PropertyWish wanted_;
+  bool fixesBootSector_ = false;
 };
 
 void SetCommand::declare(OptionSet& options, CommonOptions& common) {
@@ -46,6 +47,10 @@ void SetCommand::declare(OptionSet& options, CommonOptions& common) {
       "--flag", "FLAG=0/1", wanted_.flags, parseFlagChange, "FLAG=0 or FLAG=1",
       "GPT: 0 to 63, required no-block-io legacy-boot read-only shadow-copy hidden no-mount; "
       "EMBR: boot manager bootable multi-os hd0-only; may be repeated");
+  options.value("--end", "LBA", wanted_.end, parseAmount, "a sector, as 4095s",
+                "Its last sector; of a partition of the top level");
+  options.flag("--fix-boot-sector", fixesBootSector_,
+               "Make geometry and drive number in its boot sector those of the disk");
   declareWriting(options, common);
 }
 
@@ -64,6 +69,13 @@ CommandResult SetCommand::run(CommandContext& context) {
     const FlowResult flow =
         changePropertiesFlow(context.session.context(context.ui), drive, *row.entry, change);
     result = resultOfFlow(flow, context.ui, "The partition was not changed.");
+    if (!result.succeeded()) return result;
+  }
+  if (fixesBootSector_) {
+    if (CommandResult fixed = findPart(context, drive, row); !fixed.succeeded()) return fixed;
+    const FlowResult flow =
+        repairBootSectorFlow(context.session.context(context.ui), drive, *row.entry);
+    result = resultOfFlow(flow, context.ui, "The boot sector was not changed.");
     if (!result.succeeded()) return result;
   }
   reportPart(context, drive);

@@ -13,6 +13,12 @@ namespace tallowin {
 FlowResult changePropertiesFlow(const OperationContext& context, Drive& drive,
                                 const PartitionEntry& entry, const EntryProperties& wanted);
 
+// Asks about each of geometry and drive number that the boot sector of the partition has wrong, and
+// puts them right, there and in its copy. Done at once when nothing is wrong. refused: nothing was
+// changed, and the reason was told.
+FlowResult repairBootSectorFlow(const OperationContext& context, Drive& drive,
+                                const PartitionEntry& entry);
+
 // Asks, and makes both copies of the disk's GPT sound again; see Drive::repairGpt. Done at once
 // when they are. Entries on hand are stale afterwards.
 FlowResult repairGptFlow(const OperationContext& context, Drive& drive);

@@ -51,6 +51,16 @@ std::string whyNotMarked(const Drive& drive, const PartitionEntry& entry) {
   return {};
 }
 
+std::string whyNotEnding(Drive& drive, const PartitionEntry& entry, u64 endSector) {
+  if (entry.isVolume())
+    return "The end of a volume stands in the chain of its extended partition, and stays.";
+  const SectorRegion limits = drive.endLimits(entry);
+  if (limits.first <= endSector && endSector <= limits.last) return {};
+  return format("The partition can end from sector %llu to %llu; choose one of these.",
+                static_cast<unsigned long long>(limits.first),
+                static_cast<unsigned long long>(limits.last));
+}
+
 bool isControl(char32_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }
 
 }  // namespace
@@ -95,7 +105,7 @@ std::string whyNotNamed(const Drive& drive, bool isVolume, std::string_view name
   return format("The table holds 1 to %zu ASCII characters; choose another name.", most);
 }
 
-std::optional<PropertyRefusal> refusedProperty(const Drive& drive, const PartitionEntry& entry,
+std::optional<PropertyRefusal> refusedProperty(Drive& drive, const PartitionEntry& entry,
                                                const EntryProperties& wanted) {
   if (drive.scheme() == Scheme::wholeDisk)
     return PropertyRefusal{Property::name,
@@ -114,6 +124,8 @@ std::optional<PropertyRefusal> refusedProperty(const Drive& drive, const Partiti
   if (!refusal && wanted.active) refusal = refuse(Property::active, whyNotMarked(drive, entry));
   if (!refusal && wanted.attributes && (entry.isVolume() || flagWords(drive).empty()))
     refusal = refuse(Property::flags, "An entry of an MBR and a volume have no flags.");
+  if (!refusal && wanted.endSector)
+    refusal = refuse(Property::end, whyNotEnding(drive, entry, *wanted.endSector));
   return refusal;
 }
 

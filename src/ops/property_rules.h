@@ -10,7 +10,7 @@
 
 namespace tallowin {
 
-enum class Property { name, type, typeGuid, active, flags, hidden };
+enum class Property { name, type, typeGuid, active, flags, hidden, end };
 
 struct PropertyRefusal {
   Property property = Property::name;
@@ -19,7 +19,7 @@ struct PropertyRefusal {
 
 // The first of the wanted properties that the table cannot hold for this entry; nothing when it
 // holds them all.
-std::optional<PropertyRefusal> refusedProperty(const Drive& drive, const PartitionEntry& entry,
+std::optional<PropertyRefusal> refusedProperty(Drive& drive, const PartitionEntry& entry,
                                                const EntryProperties& wanted);
 
 // Why this is no name for anything: bytes that are no UTF-8, control characters. Empty when it is.

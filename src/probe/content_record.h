@@ -27,8 +27,10 @@ struct VolumeBootRecord {
   Le32 sectorsPerFat32;         // 36  FAT-32 only
   Le64 ntfsSectorCount;         // 40  without the boot sector's copy behind the volume
   Le64 ntfsMftCluster;          // 48  of the first record of the file table
+  std::array<u8, 24> unused;
+  Le32 ntfsChecksum;  // 80
 };
-static_assert(sizeof(VolumeBootRecord) == 56 && offsetof(VolumeBootRecord, sectorCount16) == 19);
+static_assert(sizeof(VolumeBootRecord) == 84 && offsetof(VolumeBootRecord, sectorCount16) == 19);
 static_assert(offsetof(VolumeBootRecord, hiddenSectors) == 28);
 static_assert(offsetof(VolumeBootRecord, sectorsPerFat32) == 36);
 static_assert(offsetof(VolumeBootRecord, ntfsMftCluster) == 48);

@@ -305,12 +305,29 @@ Failure Drive::remove(const PartitionEntry& entry) {
 Failure Drive::changeProperties(const PartitionEntry& entry, const EntryProperties& wanted) {
   if (const Failure error = checkChange(); error != Error::none) return error;
   const auto* volume = dynamic_cast<const VolumeEntry*>(&entry);
+  if (wanted.endSector && !volume) {
+    const SectorRegion limits = endLimits(entry);
+    if (*wanted.endSector < limits.first || *wanted.endSector > limits.last)
+      return Error::outsideUsableArea;
+  }
   if (volume == nullptr)
     return finishChange(
         scheme_->changeProperties(tableContext(), dynamic_cast<const TableEntry&>(entry), wanted));
   const TableEntry* container = containerOf(entry);
   if (container == nullptr) return Error::tableChangedMeanwhile;
   return finishChange(changeVolume(tableContext(), *container, *volume, wanted));
+}
+
+Failure Drive::refreshChain(const PartitionEntry& container) {
+  if (const Failure failed = checkChange()) return failed;
+  const auto& top = dynamic_cast<const TableEntry&>(container);
+  return finishChange(top.volumes ? refreshChs(tableContext(), top) : Error::unsupportedForm);
+}
+
+Failure Drive::truncateChain(const PartitionEntry& container) {
+  if (const Failure failed = checkChange()) return failed;
+  const auto& top = dynamic_cast<const TableEntry&>(container);
+  return finishChange(top.volumes ? endChain(tableContext(), top) : Error::unsupportedForm);
 }
 
 Failure Drive::repairGpt() {

@@ -88,6 +88,7 @@ struct EntryProperties {
   std::optional<Guid> typeGuid = {};     // GPT
   std::optional<u64> attributes = {};    // GPT attribute bits, or the flags of an EMBR entry
   std::optional<bool> active = {};       // of entries with an MBR slot; takes the others' marks
+  std::optional<u64> endSector = {};     // of the top level; inclusive
 
   bool operator==(const EntryProperties&) const = default;
 };
@@ -172,9 +173,19 @@ class Drive {
   // that fills the disk goes with all that it is recognised by.
   // Errors as for add.
   Failure remove(const PartitionEntry& entry);
+  // Where the entry may end: not before it begins, and an extended partition not before its volumes
+  // do; not behind the free sectors after it, nor the limits of the table.
+  SectorRegion endLimits(const PartitionEntry& entry);
   // Writes all that is wanted in one step. unsupportedForm: the table has no place for one of
-  // them, and nothing was written; otherwise as for add.
+  // them, and nothing was written; outsideUsableArea: the end leaves endLimits; otherwise as for
+  // add.
   Failure changeProperties(const PartitionEntry& entry, const EntryProperties& wanted);
+  // Writes the EBRs of an extended partition again, with CHS addresses by the drive's geometry.
+  // unsupportedForm: its chain is not clear; else as for add.
+  Failure refreshChain(const PartitionEntry& container);
+  // Ends a chain that is not clear behind the last EBR that could be read: what it leads to is not
+  // in the table any more. tableInError: there is none. Else as for add.
+  Failure truncateChain(const PartitionEntry& container);
   // Makes both copies of a GPT sound again: the backup moves to the last sector of the disk, and
   // both are written from the copy that was read. unsupportedForm: no GPT; backupOverlaps: a
   // partition lies where the backup belongs; else as for add.

@@ -173,6 +173,17 @@ SectorRegion Drive::freeRegionAround(const PartitionEntry& entry) {
   return region;
 }
 
+SectorRegion Drive::endLimits(const PartitionEntry& entry) {
+  SectorRegion limits{entry.startSector, freeRegionAround(entry).last};
+  const auto* top = dynamic_cast<const TableEntry*>(&entry);
+  if (top == nullptr || !top->volumes) return limits;
+  for (const auto& volume : top->volumes->entries)
+    if (!volume->isFree()) limits.first = std::max(limits.first, volume->endSector);
+  for (const u64 ebr : top->volumes->chain)
+    limits.first = std::max(limits.first, entry.startSector + ebr);
+  return limits;
+}
+
 u64 Drive::volumeGap(const PartitionEntry& entry) const {
   const auto* volume = dynamic_cast<const VolumeEntry*>(&entry);
   return volume != nullptr ? volume->volumeStart - volume->ebr : 0;

@@ -296,6 +296,12 @@ Failure EmbrScheme::changeProperties(const TableContext& context, const TableEnt
     wanted.name->copy(record->name, sizeof record->name - 1);
   }
   if (wanted.attributes) record->flags = static_cast<u16>(*wanted.attributes);
+  if (wanted.endSector) {
+    if (!fitsSlot(0, entry.startSector, *wanted.endSector)) return Error::outsideUsableArea;
+    record->lastLba = static_cast<u32>(*wanted.endSector);
+    if (slot != nullptr)
+      writeSlot(context, 0, entry.startSector, *wanted.endSector, slot->type, *slot);
+  }
   if (wanted.active) markActive(mbr, *slot, *wanted.active);
   return storeEmbrFirst(context.disk, old, image);
 }

@@ -221,6 +221,14 @@ Failure GptScheme::changeProperties(const TableContext& context, const TableEntr
   if (wanted.name) setGptName(*record, *wanted.name);
   if (wanted.typeGuid) record->typeGuid = *wanted.typeGuid;
   if (wanted.attributes) record->attributes = *wanted.attributes;
+  if (wanted.endSector) {
+    record->lastLba = *wanted.endSector;
+    if (own != mbr.slots.end()) {
+      // A slot of a hybrid MBR names the same sectors, or is none of this partition any more.
+      if (!fitsSlot(0, entry.startSector, *wanted.endSector)) return Error::outsideUsableArea;
+      writeSlot(context, 0, entry.startSector, *wanted.endSector, own->type, *own);
+    }
+  }
   if (wanted.active) markActive(mbr, *own, *wanted.active);
   const bool staysSame = image.holdsSameTable(old) && std::ranges::equal(image.mbr(), old.mbr());
   return staysSame ? Failure() : storeGpt(context.disk, old, image);

@@ -253,9 +253,41 @@ Failure removeVolume(const TableContext& context, const TableEntry& container,
   return ChainChange(context, container).remove(volume);
 }
 
+// Each EBR is written by itself: nothing in it but the CHS addresses changes, which no reader of
+// the chain goes by.
+Failure refreshChs(const TableContext& context, const TableEntry& container) {
+  if (container.volumes->isInError()) return Error::unsupportedForm;
+  const u64 base = container.startSector;
+  for (const u64 position : container.volumes->chain) {
+    TableSectorImage image(context.disk, base + position);
+    if (const Failure failed = image.load()) return failed;
+    auto& ebr = image.as<EbrRecord>();
+    const EbrSlots slots = slotsOf(ebr);
+    const auto rewrite = [&](MbrSlotRecord& slot, u64 from) {
+      const u64 start = from + slot.startLba;
+      writeSlot(context, from, start, start + slot.sectorCount - 1, slot.type, slot);
+    };
+    for (const std::size_t volume : slots.volumes) rewrite(ebr.slots[volume], base + position);
+    if (slots.link) rewrite(ebr.slots[*slots.link], base);
+    if (const Failure failed = image.store()) return failed;
+  }
+  return {};
+}
+
+Failure endChain(const TableContext& context, const TableEntry& container) {
+  const VolumeList& list = *container.volumes;
+  if (list.status == 0 || list.chain.empty()) return Error::tableInError;
+  TableSectorImage image(context.disk, container.startSector + list.chain.back());
+  if (const Failure failed = image.load()) return failed;
+  for (MbrSlotRecord& slot : image.as<EbrRecord>().slots)
+    if (types::isChainLink(slot.type)) slot.clear();
+  return image.store();
+}
+
 Failure changeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume, const EntryProperties& wanted) {
-  if (wanted.typeGuid || wanted.attributes || wanted.active) return Error::unsupportedForm;
+  if (wanted.typeGuid || wanted.attributes || wanted.active || wanted.endSector)
+    return Error::unsupportedForm;
   return ChainChange(context, container).change(volume, wanted);
 }
 

@@ -22,6 +22,9 @@ Failure addVolume(const TableContext& context, const TableEntry& container, cons
 // the sectors of another volume.
 Failure removeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume);
+// See Drive::refreshChain and Drive::truncateChain.
+Failure refreshChs(const TableContext& context, const TableEntry& container);
+Failure endChain(const TableContext& context, const TableEntry& container);
 // Its name and type; see Drive::changeProperties.
 Failure changeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume, const EntryProperties& wanted);

@@ -147,6 +147,10 @@ Failure MbrScheme::changeProperties(const TableContext& context, const TableEntr
   MbrSlotRecord* slot = slotOf(mbr, entry);
   if (slot == nullptr) return Error::tableChangedMeanwhile;
   if (wanted.type) slot->type = static_cast<u8>(*wanted.type);
+  if (wanted.endSector) {
+    if (!fitsSlot(0, entry.startSector, *wanted.endSector)) return Error::outsideUsableArea;
+    writeSlot(context, 0, entry.startSector, *wanted.endSector, slot->type, *slot);
+  }
   if (wanted.active) markActive(mbr, *slot, *wanted.active);
   return image.store();
 }

@@ -1,0 +1,52 @@
+// What the boot sector of a partition says of the partition and the disk, and its repair.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/geometry.h"
+#include "disk/sector_range.h"
+
+namespace tallowin {
+
+enum class BootSectorKind : u8 { none, fat16, fat32, hpfs, ntfs };  // fat16: FAT12 too
+
+class BootSector {
+ public:
+  // `type` is that of the partition: NTFS and HPFS are looked for in the types that hold them.
+  // read, outOfMemory.
+  Failure read(const SectorRange& range, u16 type);
+
+  BootSectorKind kind() const { return kind_; }
+  bool hasSignature() const { return hasSignature_; }
+  // As it stands there: "FAT16   ", "HPFS    "; empty for NTFS and for none.
+  std::string typeText() const;
+  std::string label() const;
+  // Of the file system; 0 for none. That of NTFS is without the copy behind it.
+  u64 sectorCount() const;
+  u32 sectorsPerCluster() const;
+  u32 clusterBytes() const;
+
+  bool hasOtherGeometry(const Geometry& geometry) const;
+  // Of FAT and HPFS.
+  bool hasOtherDriveNumber(u8 number) const;
+
+  void setGeometry(const Geometry& geometry);
+  void setDriveNumber(u8 number);
+  bool isChanged() const { return sector_ != asRead_; }
+  // Writes what was set into the copy, where the file system has one that is in order, and then
+  // into the boot sector. tableChangedMeanwhile: the boot sector is not the one that was read, and
+  // nothing was written; read: nothing was written; write, flush.
+  Failure write(const SectorRange& range) const;
+
+ private:
+  std::optional<u64> copySector(const SectorRange& range) const;
+
+  BootSectorKind kind_ = BootSectorKind::none;
+  bool hasSignature_ = false;
+  std::vector<u8> sector_;
+  std::vector<u8> asRead_;
+};
+
+}  // namespace tallowin
