@@ -91,7 +91,8 @@ const std::array<Model::ActionRow, kActionCount> Model::kActions = {{
     {.action = Action::properties,
      .area = Area::besideList,
      .label = "Proper&ties",
-     .bit = kPropertiesBit},
+     .bit = kPropertiesBit,
+     .run = &Model::runProperties},
     {.action = Action::editFile,
      .area = Area::besideList,
      .label = "&Edit File",
@@ -380,6 +381,13 @@ void MainWindowModel::runFormat() {
   PartitionEntry& entry = *selectedEntry();
   static_cast<void>(entry.isFree() ? formatWholeFlow(context, *drive_)
                                    : formatFlow(context, *drive_, entry));
+  refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runProperties() {
+  const bool offersEnd = isShiftHeld_ && isShiftHeld_();
+  static_cast<void>(
+      propertiesFlow(session_.context(frontEnd_), *drive_, *selectedEntry(), offersEnd));
   refresh(Refresh::afterAction);
 }
 

@@ -112,6 +112,8 @@ class MainWindowModel {
 
   // Shows the help window at a topic; it stays open beside the main window. Set by the view.
   void setHelpHook(std::function<void(int topic)> hook) { showHelp_ = std::move(hook); }
+  // Whether the Shift key is held now. Set by the view.
+  void setShiftHook(std::function<bool()> hook) { isShiftHeld_ = std::move(hook); }
   static constexpr int kHelpTopic = 4;
 
  private:
@@ -130,6 +132,7 @@ class MainWindowModel {
   void runCreate();
   void runDelete();
   void runFormat();
+  void runProperties();
   void runViewMbr();
   void runChangeDiskType();
   void runRepair();
@@ -151,6 +154,7 @@ class MainWindowModel {
   Session& session_;
   FrontEnd& frontEnd_;
   std::function<void(int)> showHelp_;
+  std::function<bool()> isShiftHeld_;
   u32 revision_ = 0;
   bool open_ = true;
   std::size_t busIndex_ = 0;

@@ -5,6 +5,7 @@
 
 #include "base/text.h"
 #include "ops/placement.h"
+#include "ops/type_field.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
@@ -25,8 +26,7 @@ bool isOffered(u16 type, const CreateFacts& facts) {
 std::vector<CreateModel::TypeChoice> typeChoices(const CreateFacts& facts) {
   std::vector<CreateModel::TypeChoice> choices;
   for (u16 type = 1; type <= kMaxTypeByte; ++type) {
-    if (isOffered(type, facts))
-      choices.push_back({type, format("%i/%Xh: %s", type, type, types::name(type).c_str())});
+    if (isOffered(type, facts)) choices.push_back({type, typeChoiceText(type)});
   }
   return choices;
 }
@@ -78,13 +78,7 @@ CreateModel::CreateModel(const CreateFacts& facts)
   sizeChanged();
 }
 
-u32 CreateModel::fileSystemValue() const {
-  // A chosen label begins with the number too.
-  const std::string_view number =
-      trim(std::string_view(fileSystem).substr(0, fileSystem.find('/')));
-  u64 value = 0;
-  return parseNumber(number, value) && value <= kAllOnes32 ? static_cast<u32>(value) : 0;
-}
+u32 CreateModel::fileSystemValue() const { return typeNumberIn(fileSystem); }
 
 u64 CreateModel::sizeSectors() const {
   if (exactSectors) return *exactSectors;

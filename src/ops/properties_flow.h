@@ -13,6 +13,11 @@ namespace tallowin {
 FlowResult changePropertiesFlow(const OperationContext& context, Drive& drive,
                                 const PartitionEntry& entry, const EntryProperties& wanted);
 
+// Offers to end a chain of volumes that is not clear, and to repair the boot sector, and runs the
+// Properties dialog. `offersEnd`: the last sector may be typed.
+FlowResult propertiesFlow(const OperationContext& context, Drive& drive,
+                          const PartitionEntry& entry, bool offersEnd);
+
 // Asks about each of geometry and drive number that the boot sector of the partition has wrong, and
 // puts them right, there and in its copy. Done at once when nothing is wrong. refused: nothing was
 // changed, and the reason was told.

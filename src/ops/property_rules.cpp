@@ -12,18 +12,19 @@
 namespace tallowin {
 namespace {
 
-constexpr FlagWord kGptFlags[] = {{"required", u64{1} << kGptRequired},
-                                  {"no-block-io", u64{1} << kGptNoBlockIo},
-                                  {"legacy-boot", u64{1} << kGptLegacyBootable},
-                                  {"read-only", u64{1} << kGptReadOnly},
-                                  {"shadow-copy", u64{1} << kGptShadowCopy},
-                                  {"hidden", u64{1} << kGptHidden},
-                                  {"no-mount", u64{1} << kGptNoMount}};
-constexpr FlagWord kEmbrFlags[] = {{"boot", kMptBoot},
-                                   {"manager", kMptManager},
-                                   {"bootable", kMptBootable},
-                                   {"multi-os", kMptMultiOs},
-                                   {"hd0-only", kMptHd0Only}};
+constexpr FlagWord kGptFlags[] = {
+    {"required", u64{1} << kGptRequired, "&Required"},
+    {"no-block-io", u64{1} << kGptNoBlockIo, "No &Block IO Protocol"},
+    {"legacy-boot", u64{1} << kGptLegacyBootable, "&Legacy BIOS Bootable"},
+    {"read-only", u64{1} << kGptReadOnly, "MS: Read &Only"},
+    {"shadow-copy", u64{1} << kGptShadowCopy, "MS: Shadow &Copy"},
+    {"hidden", u64{1} << kGptHidden, "MS: &Hidden"},
+    {"no-mount", u64{1} << kGptNoMount, "MS: No &Mount"}};
+constexpr FlagWord kEmbrFlags[] = {{"boot", kMptBoot, "&Boot (obsolete)"},
+                                   {"manager", kMptManager, "&EMBR Manager"},
+                                   {"bootable", kMptBootable, "B&ootable (obsolete)"},
+                                   {"multi-os", kMptMultiOs, "&Multi-OS"},
+                                   {"hd0-only", kMptHd0Only, "&HD0 Only (obsolete)"}};
 constexpr std::size_t kGptNameUnits = 36;
 constexpr std::size_t kMptNameCharacters = 15;
 

@@ -39,6 +39,7 @@ std::optional<PropertyRefusal> wantHidden(const Drive& drive, const PartitionEnt
 struct FlagWord {
   std::string_view word;
   u64 mask = 0;
+  const char* label = "";  // with its mnemonic
 };
 // Empty for a table whose entries have none.
 std::span<const FlagWord> flagWords(const Drive& drive);

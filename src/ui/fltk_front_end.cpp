@@ -12,6 +12,7 @@
 #include "ops/delete_model.h"
 #include "ops/format_model.h"
 #include "ops/format_summary_model.h"
+#include "ops/properties_model.h"
 #include "ops/undelete_model.h"
 #include "ui/views/create_view.h"
 #include "ui/views/delete_view.h"
@@ -22,6 +23,7 @@
 #include "ui/views/format_view.h"
 #include "ui/views/mbr_view.h"
 #include "ui/views/progress_windows.h"
+#include "ui/views/properties_view.h"
 #include "ui/views/question_window.h"
 #include "ui/views/settings_view.h"
 #include "ui/views/undelete_view.h"
@@ -55,6 +57,7 @@ FltkFrontEnd::FltkFrontEnd(const Options& options) : options_(options) {
   addView<DeleteModel, DeleteView>();
   addView<FormatModel, FormatView>();
   addView<FormatSummaryModel, FormatSummaryView>();
+  addView<PropertiesModel, PropertiesView>();
   addView<UndeleteModel, UndeleteView>();
   addView<DriveSettingsModel, DriveSettingsView>();
   addView<DriveSettingsListModel, DriveSettingsListView>();

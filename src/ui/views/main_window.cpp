@@ -89,6 +89,7 @@ MainWindow::MainWindow(MainWindowModel& model, const std::string& helpFile)
   end();
   setCancelButton(buttons_[static_cast<std::size_t>(Action::close)]);
   model_.setHelpHook([this](int topic) { showHelp(topic); });
+  model_.setShiftHook([] { return Fl::event_state(FL_SHIFT) != 0; });
   refill();
 }
 

@@ -1,9 +1,5 @@
 #include "ui/views/undelete_view.h"
 
-#include <FL/Fl.H>
-
-#include <utility>
-
 #include "ui/widgets/layout.h"
 #include "ui/widgets/panel.h"
 
@@ -25,8 +21,7 @@ struct Column {
   const char* title;
   ListColumn column;
 };
-constexpr int kTickWidth = 24;
-constexpr Column kTitles[] = {{"", {kTickWidth}},
+constexpr Column kTitles[] = {{"", {TickList::kBoxWidth}},
                               {"Kind", {142}},
                               {"Start", {96, FL_ALIGN_RIGHT}},
                               {"Size", {104, FL_ALIGN_RIGHT}},
@@ -38,24 +33,6 @@ constexpr ListColumn kColumns[] = {kTitles[0].column, kTitles[1].column, kTitles
                                    kTitles[6].column};
 
 }  // namespace
-
-UndeleteView::TickList::TickList(int x, int y, int width, int height)
-    : ColumnList(x, y, width, height, kColumns) {
-  textsize(kFontSize);
-}
-
-bool UndeleteView::TickList::takeTick() { return std::exchange(isTicked_, false); }
-
-int UndeleteView::TickList::handle(int event) {
-  const int used = ColumnList::handle(event);
-  const bool isSpace = event == FL_KEYBOARD && Fl::event_key() == ' ' &&
-                       !Fl::event_state(FL_ALT | FL_CTRL | FL_META);
-  const bool isOnBox = event == FL_PUSH && Fl::event_x() < x() + kTickWidth;
-  const bool isSecond = event == FL_PUSH && Fl::event_clicks() != 0;
-  if (!isSpace && !isOnBox && !isSecond) return used;
-  isTicked_ = value() != 0;
-  return 1;
-}
 
 UndeleteView::UndeleteView(UndeleteModel& model)
     : DialogView(model, kWidth, kHeight, model.title), model_(model) {
@@ -69,7 +46,8 @@ UndeleteView::UndeleteView(UndeleteModel& model)
               column.column.align);
     x += column.column.width;
   }
-  list_ = new TickList(kMargin, kListY, kInnerWidth, kListHeight);
+  list_ = new TickList(kMargin, kListY, kInnerWidth, kListHeight, kColumns);
+  list_->textsize(kFontSize);
   for (std::size_t row = 0; row < model.rows.size(); ++row) list_->addRow({});
   details_ = new TextLabel(kMargin, kDetailsY, kInnerWidth, kDetailsHeight, {},
                            FL_ALIGN_LEFT | FL_ALIGN_TOP | FL_ALIGN_WRAP);
@@ -90,7 +68,7 @@ void UndeleteView::read() {
 void UndeleteView::write() {
   for (std::size_t i = 0; i < model_.rows.size(); ++i) {
     const UndeleteModel::Row& row = model_.rows[i];
-    list_->setRow(i, {row.isPicked ? "[x]" : "[  ]", row.kind, row.start, row.size, "", row.label,
+    list_->setRow(i, {TickList::boxText(row.isPicked), row.kind, row.start, row.size, "", row.label,
                       row.confidence});
   }
   const int line = model_.selected ? static_cast<int>(*model_.selected) + 1 : 0;

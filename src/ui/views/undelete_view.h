@@ -13,18 +13,6 @@ class UndeleteView : public DialogView {
   explicit UndeleteView(UndeleteModel& model);
 
  private:
-  // Space, a double click, and a click on the box tick a row.
-  class TickList : public ColumnList {
-   public:
-    TickList(int x, int y, int width, int height);
-    // Whether the selected row was ticked since the last call.
-    bool takeTick();
-    int handle(int event) override;
-
-   private:
-    bool isTicked_ = false;
-  };
-
   void read() override;
   void write() override;
   void pressedOther(const Fl_Button& button) override;

@@ -4,6 +4,7 @@
 #include <FL/fl_draw.H>
 
 #include <algorithm>
+#include <utility>
 
 namespace tallowin {
 
@@ -77,6 +78,19 @@ void ColumnList::item_draw(void* item, int x, int y, int width, int height) cons
     fl_pop_clip();
     left += columnWidth;
   }
+}
+
+bool TickList::takeTick() { return std::exchange(isTicked_, false); }
+
+int TickList::handle(int event) {
+  const int used = ColumnList::handle(event);
+  const bool isSpace = event == FL_KEYBOARD && Fl::event_key() == ' ' &&
+                       !Fl::event_state(FL_ALT | FL_CTRL | FL_META);
+  const bool isOnBox = event == FL_PUSH && Fl::event_x() < x() + kBoxWidth;
+  const bool isSecond = event == FL_PUSH && Fl::event_clicks() != 0;
+  if (!isSpace && !isOnBox && !isSecond) return used;
+  isTicked_ = value() != 0;
+  return 1;
 }
 
 }  // namespace tallowin

@@ -49,4 +49,20 @@ class ColumnList : public ListBox {
   std::vector<std::vector<std::string>> rows_;
 };
 
+// A list whose rows are ticked: by Space, a double click, or a click on the first column.
+class TickList : public ColumnList {
+ public:
+  using ColumnList::ColumnList;
+
+  // Whether the selected row was ticked since the last call.
+  bool takeTick();
+  int handle(int event) override;
+  // What the first column shows.
+  static const char* boxText(bool isTicked) { return isTicked ? "[x]" : "[  ]"; }
+  static constexpr int kBoxWidth = 24;
+
+ private:
+  bool isTicked_ = false;
+};
+
 }  // namespace tallowin
