@@ -136,6 +136,7 @@ void PropertiesView::pressedOther(const Fl_Button& button) {
   if (&button == details_ && model_.details) model_.details();
   if (&button == hide_) model_.pressHide();
   if (&button == recalc_ && model_.recalc) model_.recalc();
+  write();
 }
 
 }  // namespace tallowin

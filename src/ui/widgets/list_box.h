@@ -52,7 +52,10 @@ class ColumnList : public ListBox {
 // A list whose rows are ticked: by Space, a double click, or a click on the first column.
 class TickList : public ColumnList {
  public:
-  using ColumnList::ColumnList;
+  TickList(int x, int y, int width, int height, std::span<const ListColumn> columns)
+      : ColumnList(x, y, width, height, columns) {
+    set_flag(SHORTCUT_LABEL);
+  }
 
   // Whether the selected row was ticked since the last call.
   bool takeTick();
