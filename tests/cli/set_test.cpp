@@ -166,5 +166,26 @@ TEST_F(SetTest, EntriesOfAnEmbrHaveTheirIdsAsNumbers) {
   EXPECT_EQ(sfdiskRow(path_, 1).size, 0u);
 }
 
+// The end in each kind of table, as sfdisk sees it; and a boot sector that other programs like.
+TEST_F(SetTest, TheEndMovesWhereNothingIsLost) {
+  for (const char* label : {"label: dos\n", "label: gpt\n"}) {
+    makeTable(path_, std::string(label) + "start=2048,size=40960\nstart=81920,size=20480\n");
+    ASSERT_EQ(runProgram({"mkfs.fat", "--offset", "2048", path_, "15360"}).status, 0);
+    expectDone("set", {"--part", "1", "--end", "81919s"});
+    EXPECT_EQ(readTable(path_).rows.at(0).size, 79872u) << label;
+    expectDone("set", {"--part", "1", "--end", "32767s"});
+    EXPECT_EQ(readTable(path_).rows.at(0).size, 30720u) << label;
+    // All that the file system has is behind it; no consent of --yes is enough for less.
+    expectRefused({"--part", "1", "--end", "32766s"}, "The partition becomes smaller");
+    expectRefused({"--part", "1", "--end", "81920s"}, "--end: The partition can end from");
+    expectDone("set", {"--part", "1", "--fix-boot-sector"});
+    const std::string fixed = fileHash(path_);
+    expectDone("set", {"--part", "1", "--fix-boot-sector"});
+    EXPECT_EQ(fileHash(path_), fixed);
+    const std::string info = runProgram({"minfo", "-i", path_ + "@@1M", "::"}).output;
+    EXPECT_NE(info.find("sectors per track: 63\nheads: 255"), std::string::npos) << info;
+  }
+}
+
 }  // namespace
 }  // namespace tallowin
