@@ -46,12 +46,19 @@ Failure FatClusters::prepare() {
   return {};
 }
 
+// Who only looks for a label needs no table.
+Failure FatClusters::readEntry(u32 cluster, u32& value) {
+  if (!table_.isSetUp())
+    if (const Failure failed = setUp()) return failed;
+  return table_.get(cluster, value);
+}
+
 Failure FatClusters::next(u32 cluster, u32& following) {
   u32 value = 0;
   if (!isCluster(cluster)) return Error::corrupt;
   if (const auto changed = changed_.find(cluster); changed != changed_.end())
     value = changed->second.value;
-  else if (const Failure failed = table_.get(cluster, value))
+  else if (const Failure failed = readEntry(cluster, value))
     return failed;
   following = value > layout().badMark() ? 0 : value;
   return following == 0 && value == 0              ? Error::corrupt
@@ -100,9 +107,10 @@ std::vector<ClusterRun> FatClusters::allocate(u32 count, u32 near) {
   while (count != 0) {
     const ClusterRun run = bestRun(count);
     if (run.count == 0) break;
+    auto place = changed_.lower_bound(run.first);
     for (u32 cluster = run.first; cluster - run.first < run.count; ++cluster) {
       setAvailable(cluster, false);
-      changed_.insert_or_assign(cluster, Change{cluster + 1, true});
+      place = std::next(changed_.insert_or_assign(place, cluster, Change{cluster + 1, true}));
     }
     changed_[run.last()].value = layout().endMark();
     if (!runs.empty()) changed_[runs.back().last()].value = run.first;
@@ -114,7 +122,9 @@ std::vector<ClusterRun> FatClusters::allocate(u32 count, u32 near) {
 }
 
 void FatClusters::link(u32 end, u32 following) {
-  changed_.try_emplace(end, Change{0, false}).first->second.value = following;
+  const auto [change, isAdded] = changed_.try_emplace(end, Change{0, false});
+  if (isAdded) ++oldChanges_;
+  change->second.value = following;
 }
 
 void FatClusters::cut(u32 cluster) { link(cluster, layout().endMark()); }
@@ -129,6 +139,7 @@ void FatClusters::release(const ClusterRun& run) {
   for (u32 cluster = run.first; cluster - run.first < run.count; ++cluster) {
     const auto changed = changed_.find(cluster);
     const bool wasFree = changed != changed_.end() && changed->second.wasFree;
+    if (changed != changed_.end() && !wasFree) --oldChanges_;
     if (changed != changed_.end()) changed_.erase(changed);
     if (!wasFree) {
       ++old.count;
@@ -169,6 +180,7 @@ Failure FatClusters::writeNew(bool& wrote) {
 }
 
 Failure FatClusters::writeLinks(bool& wrote) {
+  if (oldChanges_ == 0) return {};
   const u32 end = layout().endMark();
   return write([end](const Change& change) { return !change.wasFree && change.value != end; },
                wrote);
@@ -181,14 +193,17 @@ Failure FatClusters::writeFreed(bool& wrote) {
     for (u32 i = 0; i < run.count; ++i)
       if (const Failure failed = table_.set(run.first + i, 0)) return failed;
   }
-  if (const Failure failed = write(
-          [end](const Change& change) { return !change.wasFree && change.value == end; }, wrote))
+  const auto isCutOff = [end](const Change& change) {
+    return !change.wasFree && change.value == end;
+  };
+  if (const Failure failed = oldChanges_ != 0 ? write(isCutOff, wrote) : table_.flush())
     return failed;
   for (const ClusterRun& run : freed_)
     for (u32 i = 0; i < run.count; ++i) setAvailable(run.first + i, true);
   freed_.clear();
   freedCount_ = 0;
   changed_.clear();
+  oldChanges_ = 0;
   return {};
 }
 

@@ -31,7 +31,7 @@ class FatClusters {
   explicit FatClusters(const FatVolume& volume)
       : volume_(volume), table_(volume.range, volume.layout) {}
 
-  // outOfMemory.
+  // Before anything is changed; what only reads needs it not. outOfMemory.
   Failure setUp();
   // Reads all of the FAT, once, for what changes clusters or counts them.
   Failure prepare();
@@ -80,6 +80,7 @@ class FatClusters {
     bool wasFree;
   };
   FatTable::Options tableOptions() const;
+  Failure readEntry(u32 cluster, u32& value);
   bool isAvailable(u32 cluster) const { return (bits_[cluster / 64] >> cluster % 64 & 1) != 0; }
   void setAvailable(u32 cluster, bool available);
   ClusterRun findRun(u32 from, u32 end, u32 wanted) const;
@@ -91,6 +92,7 @@ class FatClusters {
   const FatVolume& volume_;
   FatTable table_;
   std::map<u32, Change> changed_;
+  u32 oldChanges_ = 0;  // of them, those of clusters that were in use
   std::vector<ClusterRun> freed_;
   u64 freedCount_ = 0;
   std::vector<u64> bits_;  // a bit a cluster: can be given out

@@ -154,13 +154,14 @@ Failure FatDirectory::findLabel(const FatVolume& volume, FatClusters& clusters,
     return {};
   };
   if (!layout.isFat32()) return look(first + layout.rootDirSector(), layout.rootDirSectors());
-  FatChain chain(volume.rootCluster());
-  for (u32 index = 0; !isEnd && u64{index} * layout.clusterBytes() < kMostBytes; ++index) {
-    if (const Failure failed = chain.follow(clusters, index + 1)) return failed;
-    if (chain.length() <= index) return {};
+  u32 cluster = volume.rootCluster();
+  if (!clusters.isCluster(cluster)) return Error::corrupt;
+  for (u64 read = 0; cluster != 0 && read < kMostBytes; read += layout.clusterBytes()) {
     if (const Failure failed =
-            look(first + layout.clusterToSector(chain.lastCluster()), layout.sectorsPerCluster))
+            look(first + layout.clusterToSector(cluster), layout.sectorsPerCluster))
       return failed;
+    if (isEnd) break;
+    if (const Failure failed = clusters.next(cluster, cluster)) return failed;
   }
   return {};
 }

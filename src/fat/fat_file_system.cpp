@@ -14,10 +14,10 @@ namespace {
 
 constexpr NameRules kRules{.hasShortNames = true, .longestName = kFatLongestName};
 constexpr u64 kLargestFile = kAllOnes32;
-constexpr std::size_t kMostChanges = 64 * 1024;  // entries of the FAT that are held back
-constexpr std::size_t kMostDirectories = 256;    // that are held in memory
-constexpr u64 kZeroBytes = 1 * kMiB;             // a piece of a file that grows
-constexpr u32 kBadCluster = 1;                   // of an entry that leads nowhere
+constexpr std::size_t kMostChanges = 256 * 1024;  // entries of the FAT that are held back
+constexpr std::size_t kMostDirectories = 256;     // that are held in memory
+constexpr u64 kZeroBytes = 1 * kMiB;              // a piece of a file that grows
+constexpr u32 kBadCluster = 1;                    // of an entry that leads nowhere
 constexpr u32 kUpTo = kAllOnes32;
 
 // A directory goes by its first cluster, a file by the place of its entry.
@@ -135,9 +135,10 @@ class FatReader : public DirectoryReader {
 };
 
 Failure FatFileSystem::setUp() {
+  if (!isWritable()) return {};
   if (const Failure failed = clusters_.setUp()) return failed;
   if (const FatFsInfoRecord* info = volume_.boot.fsInfo()) clusters_.setHint(info->nextFreeCluster);
-  return isWritable() ? clusters_.isMarkedSound(wasSound_) : Failure();
+  return clusters_.isMarkedSound(wasSound_);
 }
 
 // --- Looking

@@ -36,6 +36,8 @@ class FatTable {
   Failure setUp(const Options& options);
   Failure setUp() { return setUp(Options()); }
 
+  bool isSetUp() const { return cache_.isSetUp(); }
+
   const FatLayout& layout() const { return layout_; }
 
   // The entry of `cluster`, on FAT32 without its top 4 bits. corrupt: it lies behind the end of

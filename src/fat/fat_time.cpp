@@ -30,6 +30,20 @@ DosTime dosTimeOf(FileTime time) {
                           ticks % kFileTimeTicksPerSecond / kTicksPerHundredth)};
 }
 
+// As mktime(3), which looks at the file of the time zone each time: several times a file are too
+// often.
+std::time_t secondsOf(std::tm& local) {
+  const std::time_t asIfUtc = ::timegm(&local);
+  std::time_t seconds = asIfUtc;
+  // The difference to UTC is that of the time itself, which the first round comes near.
+  for (int round = 0; round < 2; ++round) {
+    std::tm there = {};
+    if (::localtime_r(&seconds, &there) == nullptr) return -1;
+    seconds = asIfUtc - there.tm_gmtoff;
+  }
+  return seconds;
+}
+
 FileTime fileTimeOf(const DosTime& dos) {
   std::tm local = {};
   local.tm_year = (dos.date >> 9) + 80;
@@ -38,11 +52,10 @@ FileTime fileTimeOf(const DosTime& dos) {
   local.tm_hour = dos.time >> 11;
   local.tm_min = dos.time >> 5 & 0x3F;
   local.tm_sec = (dos.time & 0x1F) * 2;
-  local.tm_isdst = -1;
   if (local.tm_mon < 0 || local.tm_mon > 11 || local.tm_mday == 0 || local.tm_hour > 23 ||
       local.tm_min > 59 || local.tm_sec > 59)
     return 0;
-  const std::time_t seconds = std::mktime(&local);
+  const std::time_t seconds = secondsOf(local);
   if (seconds < 0) return 0;
   return fileTimeOfUnixSeconds(static_cast<u64>(seconds)) +
          std::min<u64>(dos.hundredths, 199) * kTicksPerHundredth;
