@@ -253,7 +253,9 @@ CommandResult FilesCommand::toldCopy(CommandContext& context, const FlowResult& 
                            bytesText(report.freeBytes).c_str()));
   else if (!flow.succeeded())
     context.ui.note(report.files == 0 && report.folders == 0
-                        ? "Nothing was copied."
+                        ? std::string(flow.end == FlowEnd::cancelled
+                                          ? "Stopped; nothing was copied."
+                                          : "Nothing was copied.")
                         : format("%llu of %llu file(s) were copied before that, and are whole.",
                                  static_cast<unsigned long long>(report.files),
                                  static_cast<unsigned long long>(report.filesWanted)));

@@ -28,7 +28,7 @@ Words wordsOf(Error error) {
       return {"The disk could not say that what was written is safe on it",
               "Look for its errors in the kernel's log, and do not trust this disk."};
     case Error::noSpaceLeft:
-      return {"There is no space left on the disk that holds the image",
+      return {"There is no space left on the disk that holds the image or the file",
               "Make room there and try again."};
     case Error::cannotOpenForReading:
       return {"The file could not be opened for reading", "Check its name and its rights."};
