@@ -2,6 +2,9 @@
 
 // The functions of the library as part of this file: no program needs it at its start.
 #define XXH_INLINE_ALL
+#ifdef __SANITIZE_ADDRESS__
+#define XXH_NO_INLINE_HINTS 1  // which -Og cannot follow
+#endif
 #include <xxhash.h>
 
 #include <algorithm>
