@@ -30,8 +30,7 @@ Failure readFileSystemFacts(const OperationContext& context, Drive& drive,
                             const PartitionEntry& entry, FileSystemFacts& facts) {
   if (entry.isInError()) return Error::invalidVolume;
   const SectorRange range = rangeOf(drive, entry);
-  const FileSystemKind* kind = kindOf(context.fileSystems, entry);
-  if (!kind) kind = context.fileSystems.byContent(range, entry.type);
+  const FileSystemKind* kind = kindIn(context.fileSystems, drive, entry);
   if (!kind) return Error::invalidVolume;
   const Failure failed = kind->facts ? kind->facts(range, entry.type, CountClusters::yes, facts)
                                      : factsOfDriver(context, *kind, range, entry.type, facts);

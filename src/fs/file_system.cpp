@@ -41,6 +41,7 @@ Failure FileSystem::resolve(std::string_view path, Place& place) {
     if (!place.name.empty()) {
       FileId entered = 0;
       if (const Failure failed = enter(place.directory(), place.name, entered)) return failed;
+      if (std::ranges::find(place.way, entered) != place.way.end()) return Error::corrupt;
       place.way.push_back(entered);
       place.name.clear();
     }
@@ -66,6 +67,9 @@ Failure FileSystem::directoryAt(std::string_view path, FileId& directory) {
   FileInfo entry;
   if (const Failure failed = existing(path, place, entry)) return failed;
   if (!entry.isDirectory()) return Error::accessDenied;
+  // It would contain itself.
+  if (!place.isDirectoryItself() && std::ranges::find(place.way, entry.id) != place.way.end())
+    return Error::corrupt;
   directory = entry.id;
   return {};
 }

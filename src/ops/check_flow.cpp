@@ -19,13 +19,6 @@ FlowResult refuse(const OperationContext& context, const std::string& text, Fail
 
 FlowResult cancelled() { return {FlowEnd::cancelled, Error::cancelled}; }
 
-// By what lies there: a type may say too little, or something else.
-const FileSystemKind* kindIn(const OperationContext& context, Drive& drive,
-                             const PartitionEntry& entry) {
-  const FileSystemKind* kind = context.fileSystems.byContent(rangeOf(drive, entry), entry.type);
-  return kind != nullptr ? kind : kindOf(context.fileSystems, entry);
-}
-
 std::optional<FlowResult> look(const OperationContext& context, Drive& drive,
                                const PartitionEntry& entry, const FileSystemKind& kind,
                                CheckReport& report) {
@@ -41,7 +34,7 @@ std::optional<FlowResult> findKind(const OperationContext& context, Drive& drive
                                    const PartitionEntry& entry, const FileSystemKind*& kind) {
   if (entry.isInError())
     return refuse(context, errorText(Error::tableInError), Error::tableInError);
-  kind = kindIn(context, drive, entry);
+  kind = kindIn(context.fileSystems, drive, entry);
   if (kind != nullptr && kind->check != nullptr) return std::nullopt;
   return refuse(context,
                 "What this partition holds cannot be checked by this version.\n"

@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "fat/fat_kinds.h"
 #include "fs/file_system.h"
+#include "iso/iso_kind.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
@@ -12,6 +13,7 @@ namespace tallowin {
 FileSystemKinds registeredFileSystems() {
   FileSystemKinds kinds;
   registerFat(kinds);
+  registerIso(kinds);
   return kinds;
 }
 
@@ -21,6 +23,12 @@ SectorRange rangeOf(Drive& drive, const PartitionEntry& entry) {
 
 const FileSystemKind* kindOf(const FileSystemKinds& kinds, const PartitionEntry& entry) {
   return kinds.byType(entry.type, entry.typeGuid);
+}
+
+const FileSystemKind* kindIn(const FileSystemKinds& kinds, Drive& drive,
+                             const PartitionEntry& entry) {
+  const FileSystemKind* kind = kinds.byContent(rangeOf(drive, entry), entry.type);
+  return kind != nullptr ? kind : kindOf(kinds, entry);
 }
 
 bool mayHoldAnyKind(const FileSystemKinds& kinds, const PartitionEntry& entry) {

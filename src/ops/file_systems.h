@@ -16,6 +16,10 @@ SectorRange rangeOf(Drive& drive, const PartitionEntry& entry);
 // Null when neither says one.
 const FileSystemKind* kindOf(const FileSystemKinds& kinds, const PartitionEntry& entry);
 
+// By what lies in it: a type may say too little, or something else. Else as kindOf.
+const FileSystemKind* kindIn(const FileSystemKinds& kinds, Drive& drive,
+                             const PartitionEntry& entry);
+
 // Whether the partition holds nothing that is recognised and its type leaves the kind to the user.
 bool mayHoldAnyKind(const FileSystemKinds& kinds, const PartitionEntry& entry);
 

@@ -219,9 +219,10 @@ bool Probe::namedVolume(Content& content) {
 }
 
 bool Probe::optical(Content& content) {
-  constexpr u64 kVolumeDescriptorSector = 16;
+  // Sector 16 of a disc, also where its image lies on a disk of smaller sectors.
+  constexpr u64 kVolumeDescriptorByte = u64{16} * 2048;
   if (isPartition()) return false;
-  const auto found = sector(kVolumeDescriptorSector);
+  const auto found = sector(kVolumeDescriptorByte / disk_.sectorSize());
   if (!found || !textAt(*found, 1, "CD001")) return false;
   content.code = ContentCode::iso9660;
   content.sectorSizeBytes = 2048;

@@ -89,7 +89,7 @@ TEST(Identify, EachKindByItsMarksAlone) {
       inPartition("ReiserFS", {{65536 + 52, "ReIsEr2Fs"}, {65536, "\x04"}, {65536 + 45, "\x10"}},
                   ContentCode::reiserFs, 32),
       inPartition("swap", {{4086, "SWAPSPACE2"}}, ContentCode::linuxSwap, kSectors),
-      onDisk("a disc", {{16 * 512 + 1, "CD001"}}, ContentCode::iso9660),
+      onDisk("a disc", {{16 * 2048 + 1, "CD001"}}, ContentCode::iso9660),
       inPartition("a disc's image in a partition", {{16 * 512 + 1, "CD001"}},
                   ContentCode::unknownVolume, kSectors),
   };

@@ -1,0 +1,244 @@
+// Discs that another program has made are listed and read as it was told to write them, and nothing
+// of them can be changed.
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "disk/faulty_disk.h"
+#include "disk/image_disk.h"
+#include "disk/memory_disk.h"
+#include "iso/iso_file_system.h"
+#include "iso/iso_kind.h"
+#include "iso/iso_record.h"
+#include "support/disk_file.h"
+#include "support/oracle.h"
+#include "support/temp_folder.h"
+
+namespace tallowin {
+namespace {
+
+namespace fs = std::filesystem;
+using Tree = std::map<std::string, std::string>;
+
+void store(const fs::path& path, const std::string& content) {
+  fs::create_directories(path.parent_path());
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+std::string bytes(u32 seed, std::size_t count) {
+  std::mt19937 random(seed);
+  std::string content(count, '\0');
+  for (char& c : content) c = static_cast<char>(random());
+  return content;
+}
+
+Tree hostTree(const fs::path& top) {
+  Tree tree;
+  for (const auto& found : fs::recursive_directory_iterator(top)) {
+    const std::string path = "/" + found.path().lexically_relative(top).string();
+    if (found.is_directory()) {
+      tree[path + "/"];
+      continue;
+    }
+    std::ifstream file(found.path(), std::ios::binary);
+    tree[path] = {std::istreambuf_iterator<char>(file), {}};
+  }
+  return tree;
+}
+
+std::string differences(const Tree& a, const Tree& b) {
+  std::string text;
+  for (const auto& [path, content] : a)
+    if (!b.contains(path) || b.at(path) != content) text += "-" + path + "\n";
+  for (const auto& [path, content] : b)
+    if (!a.contains(path)) text += "+" + path + "\n";
+  return text;
+}
+
+Failure addTree(FileSystem& files, const std::string& directory, Tree& tree) {
+  std::vector<FileInfo> entries;
+  if (const Failure failed = files.list(directory, entries)) return failed;
+  for (const FileInfo& entry : entries) {
+    const std::string path = directory + entry.name;
+    if (entry.isDirectory()) {
+      tree[path + "/"];
+      if (const Failure failed = addTree(files, path + "/", tree)) return failed;
+      continue;
+    }
+    File file;
+    u64 done = 0;
+    std::string& content = tree[path];
+    content.resize(entry.sizeBytes);
+    if (const Failure failed = files.open(path, {}, file)) return failed;
+    // In two requests, of which the second begins in the middle of a sector.
+    const std::size_t first = content.size() / 3;
+    u8* const place = reinterpret_cast<u8*>(content.data());
+    if (const Failure failed = file.read({place, first}, done)) return failed;
+    if (const Failure failed = file.read({place + first, content.size() - first}, done))
+      return failed;
+  }
+  return {};
+}
+
+// A disc, read into memory, of sectors of 512 or 2048 bytes.
+class Disc {
+ public:
+  Disc(const std::string& image, u32 sectorBytes) {
+    const OpenedImage opened =
+        openImageFile(image, DiskAccess::readOnly,
+                      sectorBytes == 2048 ? kOpticalKind : kHardDiskKind, sectorBytes);
+    EXPECT_EQ(Error::none, opened.error.code) << image;
+    const u64 sectors = opened.disk ? *opened.disk->sectorCount() : 0;
+    disk_ = std::make_unique<MemoryDisk>(sectors, sectorBytes);
+    std::vector<u8> all(sectors * sectorBytes);
+    EXPECT_EQ(Error::none, opened.disk->readSectors(0, all.data(), sectors));
+    EXPECT_EQ(Error::none, disk_->writeSectors(0, all.data(), sectors));
+  }
+
+  MemoryDisk& disk() { return *disk_; }
+  SectorRange range(DiskDevice& disk) const { return {disk, 0, *disk_->sectorCount()}; }
+  Failure open(std::unique_ptr<FileSystem>& files, DiskDevice* through = nullptr) {
+    FileSystemKinds kinds;
+    registerIso(kinds);
+    const SectorRange whole = range(through ? *through : *disk_);
+    const FileSystemKind* kind = kinds.byContent(whole, 0);
+    return kind ? kind->open(whole, 0, {}, files) : Failure(Error::fileSystemUnreadable);
+  }
+  Tree tree() {
+    std::unique_ptr<FileSystem> files;
+    Tree tree;
+    EXPECT_EQ(Error::none, open(files));
+    if (files) {
+      EXPECT_EQ(Error::none, addTree(*files, "/", tree));
+    }
+    return tree;
+  }
+
+ private:
+  std::unique_ptr<MemoryDisk> disk_;
+};
+
+class IsoFilesTest : public testing::TestWithParam<u32> {
+ protected:
+  void SetUp() override {
+    if (!hasProgram("xorriso")) GTEST_SKIP() << "needs xorriso";
+    store(top() / "Hello World, a long name.txt", "hello");
+    store(top() / "empty", "");
+    store(top() / "grüße 日本.txt", "greetings");
+    store(top() / "two.dots.in it", bytes(1, 2048));
+    store(top() / "d1/d2/d3/d4/d5/d6/d7/d8/d9/d10/deep.bin", bytes(2, 300001));
+    for (int i = 0; i < 150; ++i)
+      store(top() / "many" / ("File number " + std::to_string(i)), bytes(3, 10 + 13 * i));
+  }
+  fs::path top() const { return folder_.file("tree"); }
+  std::string make(const std::vector<std::string>& options, const std::string& name = "image") {
+    std::vector<std::string> command = {"xorriso", "-as", "mkisofs",
+                                        "-quiet",  "-o",  folder_.file(name)};
+    command.insert(command.end(), options.begin(), options.end());
+    command.push_back(top().string());
+    const ProgramResult made = runProgram(command);
+    EXPECT_EQ(0, made.status) << made.output;
+    return folder_.file(name);
+  }
+
+  TempFolder folder_;
+};
+INSTANTIATE_TEST_SUITE_P(SectorSizes, IsoFilesTest, testing::Values(512, 2048));
+
+TEST_P(IsoFilesTest, JolietNamesAndAllFilesAreRead) {
+  Disc disc(make({"-J", "-joliet-long", "-V", "MY DISC"}), GetParam());
+  EXPECT_EQ("", differences(hostTree(top()), disc.tree()));
+  std::unique_ptr<FileSystem> files;
+  ASSERT_EQ(Error::none, disc.open(files));
+  std::string label;
+  EXPECT_EQ(Error::none, files->label(label));
+  EXPECT_EQ("MY DISC", label);
+  FileInfo info;
+  EXPECT_EQ(Error::none, files->info("/MANY/file NUMBER 7", info));
+  EXPECT_EQ(kFileReadOnly, info.attributes);
+  EXPECT_EQ(10U + 13 * 7, info.sizeBytes);
+  EXPECT_EQ(Error::none, files->info("/many/" + info.shortName, info));
+}
+
+TEST_P(IsoFilesTest, PlainNamesComeWithoutTheirVersion) {
+  fs::remove_all(top());
+  store(top() / "READ.ME", "1");
+  store(top() / "NODOT", "2");
+  store(top() / "SUB/FILE.BIN", bytes(4, 5000));
+  Disc disc(make({"-iso-level", "1"}), GetParam());
+  EXPECT_EQ("", differences(hostTree(top()), disc.tree()));
+}
+
+TEST_P(IsoFilesTest, TheLastSessionCounts) {
+  const std::string image = make({"-J", "-joliet-long"});
+  store(top() / "added later.txt", bytes(5, 9000));
+  fs::remove(top() / "empty");
+  const ProgramResult grown =
+      runProgram({"/usr/bin/env", "LC_ALL=C.UTF-8", "xorriso", "-joliet", "on", "-compliance",
+                  "joliet_long_names", "-dev", image, "-update_r", top().string(), "/", "-commit"});
+  ASSERT_EQ(0, grown.status) << grown.output;
+  Disc disc(image, GetParam());
+  EXPECT_EQ("", differences(hostTree(top()), disc.tree()));
+}
+
+TEST_P(IsoFilesTest, NothingCanBeChanged) {
+  Disc disc(make({"-J", "-joliet-long"}), GetParam());
+  const MemoryDisk before = disc.disk().copy();
+  std::unique_ptr<FileSystem> files;
+  EXPECT_EQ(Error::accessDenied,
+            openIsoFiles(disc.range(disc.disk()), 0, {.writable = true}, files));
+  ASSERT_EQ(Error::none, disc.open(files));
+  File file;
+  EXPECT_EQ(Error::accessDenied,
+            files->open("/new", {.access = FileAccess::write, .create = true}, file));
+  EXPECT_EQ(Error::accessDenied, files->open("/empty", {.access = FileAccess::write}, file));
+  EXPECT_EQ(Error::accessDenied, files->makeDirectory("/new"));
+  EXPECT_EQ(Error::accessDenied, files->removeDirectory("/many"));
+  EXPECT_EQ(Error::accessDenied, files->deleteFile("/empty"));
+  EXPECT_EQ(Error::accessDenied, files->move("/empty", "/full"));
+  EXPECT_EQ(Error::accessDenied, files->setLabel("NEW"));
+  EXPECT_EQ(75U, codeOf(files->setLabel("NEW")));
+  ASSERT_EQ(Error::none, files->open("/empty", {}, file));
+  u64 done = 0;
+  EXPECT_EQ(Error::accessDenied, file.write(std::vector<u8>(10), done));
+  EXPECT_EQ(Error::accessDenied, file.setSize(10));
+  EXPECT_EQ(Error::accessDenied, file.setAttributes(0));
+  EXPECT_TRUE(before.sameContent(disc.disk()));
+}
+
+TEST_P(IsoFilesTest, TellsWhatCannotBeReadAndWhatIsDamaged) {
+  Disc disc(make({}), GetParam());
+  // Each read fails in turn.
+  FaultyDisk counted(disc.disk());
+  std::unique_ptr<FileSystem> files;
+  Tree tree;
+  ASSERT_EQ(Error::none, disc.open(files, &counted));
+  ASSERT_EQ(Error::none, addTree(*files, "/", tree));
+  const u64 reads = counted.reads();
+  for (u64 n = 0; n < reads; n += 1 + reads / 40) {
+    FaultyDisk faulty(disc.disk());
+    faulty.failRead(n, true);
+    tree.clear();
+    Failure failed = disc.open(files, &faulty);
+    if (!failed) failed = addTree(*files, "/", tree);
+    EXPECT_TRUE(failed) << n;
+  }
+  // A directory that contains itself.
+  const u64 own = 2048 / GetParam();
+  std::vector<u8> sector(2048);
+  ASSERT_EQ(Error::none, disc.disk().readSectors(16 * own, sector.data(), own));
+  const IsoDirectoryRecord root = recordAt<IsoVolumeDescriptor>(std::span(sector))->root;
+  ASSERT_EQ(Error::none, disc.disk().readSectors(root.extent.value * own, sector.data(), own));
+  for (std::size_t at = 0; at < sector.size() && sector[at] != 0; at += sector[at]) {
+    auto& record = *recordAt<IsoDirectoryRecord>(std::span(sector), at);
+    if ((record.flags & kIsoDirectory) == 0) continue;
+    record.extent = root.extent;
+    record.dataLength = root.dataLength;
+  }
+  ASSERT_EQ(Error::none, disc.disk().writeSectors(root.extent.value * own, sector.data(), own));
+  ASSERT_EQ(Error::none, disc.open(files));
+  EXPECT_EQ(Error::corrupt, addTree(*files, "/", tree));
+}
+
+}  // namespace
+}  // namespace tallowin
