@@ -132,8 +132,9 @@ class IsoFilesTest : public testing::TestWithParam<u32> {
   }
   fs::path top() const { return folder_.file("tree"); }
   std::string make(const std::vector<std::string>& options, const std::string& name = "image") {
-    std::vector<std::string> command = {"xorriso", "-as", "mkisofs",
-                                        "-quiet",  "-o",  folder_.file(name)};
+    std::vector<std::string> command =
+        words("/usr/bin/env LC_ALL=C.UTF-8 xorriso -as mkisofs -quiet -o");
+    command.push_back(folder_.file(name));
     command.insert(command.end(), options.begin(), options.end());
     command.push_back(top().string());
     const ProgramResult made = runProgram(command);
