@@ -126,27 +126,39 @@ CommandResult FilesCommand::run(CommandContext& context) {
 
 // --- Looking
 
+// What a directory holds, or what in it matches the pattern that the path ends in.
+Failure listFolder(FileSystem& files, const std::string& path, std::vector<ListedFile>& found) {
+  const bool isPattern = hasWildcard(path);
+  std::vector<FileInfo> entries;
+  if (const Failure failed = isPattern ? files.find(path, entries) : files.list(path, entries))
+    return failed;
+  const std::string folder = isPattern ? path.substr(0, path.find_last_of("/\\") + 1) : path;
+  std::ranges::sort(entries, {}, &FileInfo::name);
+  for (const FileInfo& file : entries)
+    found.push_back({folder.empty() ? file.name : joinedPath(folder, file.name), file});
+  return {};
+}
+
+FileFailure listFiles(FileSystem& files, const std::string& path, bool isRecursive,
+                      std::vector<ListedFile>& found) {
+  if (hasWildcard(path)) return {listFolder(files, path, found), path};
+  FileInfo info;
+  if (const Failure failed = files.info(path, info)) return {failed, path};
+  const auto add = [&](const std::string& place, const FileInfo& file) {
+    found.push_back({place, file});
+    return stopRequested() ? Failure(Error::cancelled) : Failure();
+  };
+  if (!info.isDirectory()) return {add(path, info), path};
+  return isRecursive ? walkTree(files, path, add)
+                     : FileFailure{listFolder(files, path, found), path};
+}
+
 CommandResult FilesCommand::list(CommandContext& context, Target& target,
                                  const PartitionEntry& entry) {
   std::vector<ListedFile> found;
-  const FlowResult flow =
-      lookAtFiles(context.session.context(context.ui), *target.drive, entry,
-                  [&](FileSystem& files, Job&) -> FileFailure {
-                    FileInfo info;
-                    if (const Failure failed = files.info(path_, info)) return {failed, path_};
-                    const auto add = [&](const std::string& path, const FileInfo& file) {
-                      found.push_back({path, file});
-                      return stopRequested() ? Failure(Error::cancelled) : Failure();
-                    };
-                    if (!info.isDirectory()) return {add(path_, info), path_};
-                    if (recursive_) return walkTree(files, path_, add);
-                    std::vector<FileInfo> entries;
-                    if (const Failure failed = files.list(path_, entries)) return {failed, path_};
-                    std::ranges::sort(entries, {}, &FileInfo::name);
-                    for (const FileInfo& file : entries)
-                      found.push_back({joinedPath(path_, file.name), file});
-                    return {};
-                  });
+  const FlowResult flow = lookAtFiles(
+      context.session.context(context.ui), *target.drive, entry,
+      [&](FileSystem& files, Job&) { return listFiles(files, path_, recursive_, found); });
   if (!flow.succeeded()) return resultOfFlow(flow, context.ui, "The files cannot be listed.");
   if (!context.options.json) {
     for (const ListedFile& file : found)

@@ -107,6 +107,8 @@ TEST_F(FilesTest, TreesGoInAndOutAndOthersReadThem) {
   EXPECT_EQ(0, compared.status) << compared.output;
   EXPECT_NE(std::string::npos, compared.output.find(" identical")) << compared.output;
 
+  EXPECT_EQ(1U, ctl_.json(words("ls", {"/ours/lar*"})).json["files"].Size());
+
   // And changes are seen.
   folder_.write("other", "other");
   EXPECT_EQ(0, files("put", {"/ours/large", folder_.file("other"), "--overwrite"}).status);
