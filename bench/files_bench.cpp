@@ -36,6 +36,7 @@ bool format(DiskDevice& disk) {
   FormatWish wish;
   wish.type = kType;
   wish.geometry = {1023, 254, 63};
+  wish.alignForNtfs = true;  // so that both contenders write whole pages of the host
   SilentJob job;
   FormatReport report;
   return !kKinds.byWord("fat32")->format({disk, 0, kVolumeBytes / 512}, wish, job, report);
