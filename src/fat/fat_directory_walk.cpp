@@ -7,7 +7,8 @@ namespace tallowin {
 namespace {
 
 constexpr std::size_t kMostWaiting = 4095;
-constexpr u32 kPieceBytes = 256 * kKiB;          // of a directory in a read
+constexpr u32 kPieceBytes = 256 * kKiB;  // of a directory in a read
+constexpr std::size_t kMostStarts = 512;
 constexpr u32 kStartBytes = 4 * kKiB;            // of each that waits
 constexpr std::size_t kBatchBytes = 256 * kKiB;  // of beginnings that are read together
 constexpr std::size_t kAnnouncedBytes = 8 * kMiB;
@@ -24,7 +25,8 @@ FatDirectoryWalk::FatDirectoryWalk(const FatVolume& volume, FatClusterMap& map, 
     : volume_(volume),
       map_(map),
       job_(job),
-      startBytes_(new (std::nothrow) u8[kStarts * kStartBytes]) {}
+      starts_(std::min<std::size_t>(kMostStarts, volume.layout.clusterCount())),
+      startBytes_(new (std::nothrow) u8[starts_.size() * kStartBytes]) {}
 
 Failure FatDirectoryWalk::run(const Visit& visit) {
   if (!startBytes_) return Error::outOfMemory;
@@ -148,7 +150,7 @@ FatDirectoryWalk::Start& FatDirectoryWalk::takeStart(u32 cluster) {
   forgetStart(start);
   start = {cluster, startBytes(cluster)};
   placeOfStart_[cluster] = nextStart_;
-  nextStart_ = (nextStart_ + 1) % kStarts;
+  nextStart_ = (nextStart_ + 1) % starts_.size();
   return start;
 }
 

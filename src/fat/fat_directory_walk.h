@@ -1,7 +1,6 @@
 // A walk through all directories of a FAT volume.
 #pragma once
 
-#include <array>
 #include <functional>
 #include <memory>
 #include <span>
@@ -73,8 +72,7 @@ class FatDirectoryWalk {
   std::vector<u8> piece_;     // of the directory that is walked
   std::vector<u8> together_;  // of several that wait
   // Beginnings of directories that wait; a new one takes the place of the oldest.
-  static constexpr std::size_t kStarts = 512;
-  std::array<Start, kStarts> starts_;
+  std::vector<Start> starts_;
   std::unordered_map<u32, std::size_t> placeOfStart_;  // by its cluster
   std::unique_ptr<u8[]> startBytes_;
   std::size_t nextStart_ = 0;
