@@ -189,7 +189,7 @@ Failure ended(const Failure& failed, FatCheckReport& report) {
 std::string pathOfDirectory(const FatVolume& volume, FatClusters& clusters, u32 directory,
                             u32 level) {
   constexpr u32 kParentEntry = 1;
-  const std::string unknown =
+  std::string unknown =
       format("the directory that begins in cluster %lu", static_cast<unsigned long>(directory));
   if (directory == 0) return "";
   std::shared_ptr<FatDirectory> itself, parent;
@@ -211,7 +211,7 @@ std::string pathOf(const FatVolume& volume, const FatCheckReport& report) {
   FatClusters clusters(volume);
   std::shared_ptr<FatDirectory> directory;
   if (clusters.setUp()) return {};
-  const std::string path = pathOfDirectory(volume, clusters, report.directory, 0);
+  std::string path = pathOfDirectory(volume, clusters, report.directory, 0);
   if (FatDirectory::read(volume, clusters, report.directory, FatCodePage(kCodePage), directory) ||
       report.entryIndex >= directory->size())
     return path;
