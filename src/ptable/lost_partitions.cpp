@@ -194,6 +194,7 @@ class PartitionSearch {
   void narrow(const Piece& piece);
   void testSector(u64 lba, const u8* sector);
   void take(LostPartition found);
+  bool isPartitionedAnew(const LostPartition& found);
   void doneUpTo(u64 lba);
 
   Drive& drive_;
@@ -301,8 +302,31 @@ void PartitionSearch::testSector(u64 lba, const u8* sector) {
   if (auto chain = chains_.examine(lba, sector)) take(std::move(*chain));
 }
 
+// A disk that was used with partitions on tracks, and later with others on whole MiB, keeps the
+// first boot sector of old before the first partition of now.
+bool PartitionSearch::isPartitionedAnew(const LostPartition& found) {
+  const u64 unit = kMiB / disk_.sectorSize();
+  const u64 boundary = (found.startSector / unit + 1) * unit;
+  const u64 count = std::max<u64>(1, 2 * kChunkBytes / disk_.sectorSize());
+  if (found.startSector % unit == 0 || boundary > found.endSector ||
+      count > found.endSector + 1 - boundary)
+    return false;
+  std::vector<u8> sectors(count * disk_.sectorSize());
+  if (disk_.readSectors(boundary, sectors.data(), count)) return false;
+  for (u64 i = 0; i < count; ++i) {
+    const u8* sector = sectors.data() + i * disk_.sectorSize();
+    if (!recogniser_.hasMagic(sector)) continue;
+    const auto other = recogniser_.examine(boundary + i, sector);
+    if (other && other->startSector == boundary && other->confidence == Confidence::sure)
+      return true;
+  }
+  return false;
+}
+
 void PartitionSearch::take(LostPartition found) {
   if (found.startSector < floor_) return;
+  if (found.confidence == Confidence::sure && found.isSizeKnown && isPartitionedAnew(found))
+    found.confidence = Confidence::doubtful;
   if (found.confidence == Confidence::sure && found.isSizeKnown) floor_ = found.endSector + 1;
   report_.found.push_back(std::move(found));
   job_.found(report_.found.size());

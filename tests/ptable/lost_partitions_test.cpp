@@ -138,6 +138,14 @@ TEST_F(LostPartitionsTest, ACertainFindDoubtsWhatItContradicts) {
   EXPECT_EQ(search(), "FAT16 2048+20000 likely\n") << "what lies in it is a file of it";
 }
 
+// Of the time when partitions began on a track.
+TEST_F(LostPartitionsTest, AnOlderPartitionDoesNotHideTheOnesOfNow) {
+  putFat(63, 63, 30000);
+  putFat(2048, 2048);
+  putFat(8192, 8192);
+  EXPECT_EQ(search(), "FAT16 63+30000 doubtful\nFAT12 2048+4096 sure\nFAT12 8192+4096 sure\n");
+}
+
 TEST_F(LostPartitionsTest, HeadersOfFormsThatNoProgramHereMakes) {
   HfsPlusHeaderRecord hfs{};
   hfs.signature = {'H', '+'};
