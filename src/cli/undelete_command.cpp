@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "base/stop_request.h"
 #include "base/text.h"
 #include "cli/commands.h"
 #include "cli/target.h"
@@ -159,7 +160,7 @@ CommandResult UndeleteCommand::run(CommandContext& context) {
     context.json.beginArray("found");
     context.json.endArray();
   }
-  if (wanted_.dryRun && (wasFound_ || isEmptyList)) return {};
+  if (wanted_.dryRun && (wasFound_ || isEmptyList) && !stopRequested()) return {};
   CommandResult result = resultOfFlow(flow, context.ui, "Nothing was recovered.");
   if (!result.succeeded()) return result;
   if (context.options.json) {

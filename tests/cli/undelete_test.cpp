@@ -91,5 +91,25 @@ TEST_F(UndeleteTest, AllEntriesOfALostGptComeBackWithTheirTypes) {
   EXPECT_EQ(gptProblems(path), "");
 }
 
+TEST_F(UndeleteTest, EntriesOfAnEmbrComeBackInTheMbrToo) {
+  const std::string path = folder_.sparse("embr.img", 64 * kMiB);
+  makeTable(path, "label: dos\nstart=2048,size=20480,type=83\nstart=40960,size=20480,type=83\n");
+  for (const char* offset : {"1M", "20M"})
+    ASSERT_EQ(
+        runProgram({"mkfs.ext2", "-q", "-F", "-E", std::string("offset=") + offset, path, "10M"})
+            .status,
+        0);
+  const std::vector<Extent> before = extentsIn(path);
+  ctl_.expectDone({"convert", path, "--to", "embr"});
+  for (const char* part : {"1", "2"}) ctl_.expectDone({"delete", path, "--part", part});
+  ASSERT_TRUE(extentsIn(path).empty());
+  ctl_.expectDone({"undelete", path, "--pick", "1", "--pick", "2"});
+  EXPECT_EQ(extentsIn(path), before);
+  EXPECT_EQ(rowsByCtl(ctl_, path).size(), 2U);
+  const ProgramResult none = ctl_.run({"undelete", path, "--all", "--yes"});
+  EXPECT_EQ(none.status, 1) << none.output;
+  EXPECT_NE(none.output.find("No lost partition was found"), std::string::npos) << none.output;
+}
+
 }  // namespace
 }  // namespace tallowin
