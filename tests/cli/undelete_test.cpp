@@ -94,7 +94,7 @@ TEST_F(UndeleteTest, AllEntriesOfALostGptComeBackWithTheirTypes) {
 TEST_F(UndeleteTest, EntriesOfAnEmbrComeBackInTheMbrToo) {
   const std::string path = folder_.sparse("embr.img", 64 * kMiB);
   makeTable(path, "label: dos\nstart=2048,size=20480,type=83\nstart=40960,size=20480,type=83\n");
-  for (const char* offset : {"1M", "20M"})
+  for (const char* offset : {"1048576", "20971520"})
     ASSERT_EQ(
         runProgram({"mkfs.ext2", "-q", "-F", "-E", std::string("offset=") + offset, path, "10M"})
             .status,
