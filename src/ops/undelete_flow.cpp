@@ -29,11 +29,12 @@ bool isEfiSystem(const FileSystemKind& kind, const SectorRange& range, u16 type)
 }
 
 // Labels, and what only the files in it tell.
-void complete(const FileSystemKinds& kinds, Drive& drive, LostPartition& found) {
+void complete(const OperationContext& context, Drive& drive, LostPartition& found) {
   const SectorRange range{drive.disk(), found.startSector, found.endSector + 1 - found.startSector};
-  const FileSystemKind* kind = kinds.byContent(range, found.type);
+  const FileSystemKind* kind = context.fileSystems.byContent(range, found.type);
   if (kind == nullptr) return;
-  if (kind->label && found.label.empty()) found.label = kind->label(range, found.type);
+  if (found.label.empty())
+    found.label = labelIn(*kind, range, found.type, context.options.codePage());
   if (drive.isGpt() && isEfiSystem(*kind, range, found.type)) found.type = types::kEfiSystem;
 }
 
@@ -53,7 +54,7 @@ class Recovery {
       return {FlowEnd::failed, failed};
     }
     if (report.found.empty()) return tellNothingFound(report);
-    for (LostPartition& one : report.found) complete(context_.fileSystems, drive_, one);
+    for (LostPartition& one : report.found) complete(context_, drive_, one);
     UndeleteModel model(report, drive_.sectorSize(), isInsideExtended_,
                         describeDisk(drive_.disk()));
     model.add = [&](const std::vector<std::size_t>& picked) { return tryToAdd(model, picked); };
