@@ -141,7 +141,7 @@ TEST_F(MainWindowTest, AGptDamagedInBothCopiesIsShownAndNotChanged) {
   addImage("label: gpt\nsize=20M\n");
   for (const long header : {512L, -512L}) damage(header, {'X'});
   ASSERT_FALSE(window().rows().empty());
-  EXPECT_TRUE(isEnabled(Action::deleteOrUndelete));
+  EXPECT_FALSE(isEnabled(Action::deleteOrUndelete));
   EXPECT_EQ(window().control(Action::deleteOrUndelete).whyDisabled,
             window().drive()->changeRefusal());
 }
