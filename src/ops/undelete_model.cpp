@@ -58,7 +58,6 @@ UndeleteModel::UndeleteModel(const LostReport& report, u32 sectorSizeBytes, bool
     : intro(introOf(report, sectorSizeBytes)),
       diskText(std::move(disk)),
       found_(report.found),
-      sectorSizeBytes_(sectorSizeBytes),
       isInsideExtended_(isInsideExtended) {
   for (const LostPartition& one : found_) {
     Row row;

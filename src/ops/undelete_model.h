@@ -63,7 +63,6 @@ class UndeleteModel : public DialogModel {
   void tryToAdd(const std::vector<std::size_t>& picked);
 
   std::vector<LostPartition> found_;
-  u32 sectorSizeBytes_;
   bool isInsideExtended_;
 };
 
