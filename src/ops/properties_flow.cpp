@@ -16,6 +16,7 @@
 #include "ops/table_change.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
+#include "ops/volume_files.h"
 #include "probe/identify.h"
 #include "probe/type_catalogue.h"
 #include "ptable/gpt/gpt_types.h"
@@ -75,23 +76,15 @@ const FileSystemKind* labelledKind(const OperationContext& context, Drive& drive
   return kind && kind->open ? kind : nullptr;
 }
 
-// Told when it fails.
+// Told when it fails; a text that is no label is refused.
 FlowResult writeLabel(const OperationContext& context, Drive& drive, const PartitionEntry& entry,
                       const std::string& label) {
-  const FileSystemKind* kind = labelledKind(context, drive, entry);
-  if (kind == nullptr) return {};
-  DiskWriteScope scope(context, drive);
-  if (const auto stopped = scope.begin(WriteTarget::sectors({entry.startSector, entry.endSector})))
-    return *stopped;
-  std::unique_ptr<FileSystem> files;
-  Failure failed = kind->open(rangeOf(drive, entry), entry.type, {.writable = true}, files);
-  if (!failed) failed = files->setLabel(label);
-  if (!failed) failed = files->sync();
-  files.reset();
-  drive.disk().dropCachesOf(entry.startSector, entry.sectorCount());
-  if (!failed) return {};
-  context.ui.errorBox("The volume label was not changed.\n\n" + errorText(failed));
-  return {failed == Error::invalidName ? FlowEnd::refused : FlowEnd::failed, failed};
+  if (!labelledKind(context, drive, entry)) return {};
+  FlowResult done = changeFiles(context, drive, entry, [&](FileSystem& files, Job&) -> FileFailure {
+    return {files.setLabel(label), label};
+  });
+  if (done.code == Error::invalidName) done.end = FlowEnd::refused;
+  return done;
 }
 
 bool isHibernated(const FileSystemKind* kind, const SectorRange& range, u16 type) {

@@ -7,6 +7,7 @@
 #include "ops/add_entry.h"
 #include "ops/convert_flow.h"
 #include "ops/error_text.h"
+#include "ops/file_systems.h"
 #include "ops/job_of_front_end.h"
 #include "ops/operation_progress.h"
 #include "ops/table_change.h"

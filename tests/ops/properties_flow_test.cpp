@@ -159,7 +159,7 @@ TEST_F(PropertiesFlowTest, WhatIsEnteredIsOnTheDisk) {
   EXPECT_EQ(show(*drive, 1).end, FlowEnd::done);
   drive = open(disk_);
   EXPECT_EQ(drive->findByKernelNumber(1)->type, 0x1C);
-  EXPECT_EQ(fileSystems_.byWord("fat32")->label({disk_, start(1), 70000}, 0x0C), "LETTERS");
+  EXPECT_EQ(labelIn(*fileSystems_.byWord("fat32"), {disk_, start(1), 70000}, 0x0C, 437), "LETTERS");
 
   const u64 end = drive->findByKernelNumber(2)->endSector;
   ui_.expect<PropertiesModel>([&](PropertiesModel& model) {
