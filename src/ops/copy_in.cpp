@@ -139,19 +139,19 @@ class CopyIn {
     SpaceInfo space;
     if (const Failure failed = files_.space(space)) return {failed, wish_.to};
     const u64 unit = std::max<u64>(space.unitBytes, 1);
-    u64 needed = 0, given = 0;
+    u64 needed = 0, taken = 0, given = 0;
     for (const Item& item : items_) {
-      if (item.isFolder() && !item.old) ++needed;
-      needed += (item.host.sizeBytes + unit - 1) / unit;
-      if (item.old && !goesByOtherName(item)) given += (item.old->sizeBytes + unit - 1) / unit;
+      if (item.isFolder() && !item.old) ++taken;
+      taken += (item.host.sizeBytes + unit - 1) / unit;
+      needed = std::max(needed, taken - std::min(taken, given));
+      // An older file goes when the new one is whole.
+      if (item.old) given += (item.old->sizeBytes + unit - 1) / unit;
     }
-    if (needed <= space.freeUnits + given) return {};
+    if (needed <= space.freeUnits) return {};
     report_.neededBytes = needed * unit;
     report_.freeBytes = space.freeUnits * unit;
     return {Error::volumeFull, wish_.to};
   }
-
-  static bool goesByOtherName(const Item& item) { return item.host.sizeBytes >= kPieceBytes; }
 
   // --- Doing it
 
@@ -174,10 +174,10 @@ class CopyIn {
     if (const Failure failed = reader.open(path)) return {failed, path};
     u64 done = 0;
     if (const Failure failed = reader.read(buffer_.span(), done)) return {failed, path};
-    const bool isWhole = done < buffer_.size();
-    const std::string name = isWhole ? item.target : otherNameBeside(item.target);
+    const bool goesByOtherName = done == buffer_.size() || item.old;
+    const std::string name = goesByOtherName ? otherNameBeside(item.target) : item.target;
     FileFailure failed = write(item, name, reader, done);
-    if (!failed && !isWhole) failed = giveName(item, name);
+    if (!failed && goesByOtherName) failed = giveName(item, name);
     if (failed) {
       // The first failure is the one to tell.
       static_cast<void>(files_.deleteFile(name));
