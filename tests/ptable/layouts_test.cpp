@@ -198,7 +198,7 @@ class LayoutRound {
 
 TEST(Layouts, WhatOtherProgramsSeeIsNeverOfferedAndNeverLost) {
   const unsigned first = numberFrom("TALLOWIN_LAYOUT_SEED", 1);
-  const unsigned end = first + numberFrom("TALLOWIN_LAYOUTS", 400);
+  const unsigned end = first + numberFrom("TALLOWIN_LAYOUTS", 200);
   constexpr unsigned kAtOnce = 100;
   for (unsigned from = first; from < end; from += kAtOnce) {
     std::vector<Layout> layouts;
