@@ -112,21 +112,19 @@ std::optional<PropertyRefusal> refusedProperty(Drive& drive, const PartitionEntr
     return PropertyRefusal{Property::name,
                            "A file system fills this disk; it has no partition table that could "
                            "hold properties."};
-  const auto refuse = [](Property property, std::string why) {
-    return why.empty() ? std::nullopt : std::optional(PropertyRefusal{property, std::move(why)});
+  PropertyRefusal refusal;
+  const auto refuse = [&](Property property, std::string why) {
+    if (refusal.why.empty()) refusal = {property, std::move(why)};
   };
-  std::optional<PropertyRefusal> refusal;
-  if (wanted.name)
-    refusal = refuse(Property::name, whyNotNamed(drive, entry.isVolume(), *wanted.name));
-  if (!refusal && wanted.type)
-    refusal = refuse(Property::type, whyNotTyped(drive, entry, *wanted.type));
-  if (!refusal && wanted.typeGuid && !drive.isGpt())
-    refusal = refuse(Property::typeGuid, "Only a GPT has type GUIDs; choose a type number.");
-  if (!refusal && wanted.active) refusal = refuse(Property::active, whyNotMarked(drive, entry));
-  if (!refusal && wanted.attributes && (entry.isVolume() || flagWords(drive).empty()))
-    refusal = refuse(Property::flags, "An entry of an MBR and a volume have no flags.");
-  if (!refusal && wanted.endSector)
-    refusal = refuse(Property::end, whyNotEnding(drive, entry, *wanted.endSector));
+  if (wanted.name) refuse(Property::name, whyNotNamed(drive, entry.isVolume(), *wanted.name));
+  if (wanted.type) refuse(Property::type, whyNotTyped(drive, entry, *wanted.type));
+  if (wanted.typeGuid && !drive.isGpt())
+    refuse(Property::typeGuid, "Only a GPT has type GUIDs; choose a type number.");
+  if (wanted.active) refuse(Property::active, whyNotMarked(drive, entry));
+  if (wanted.attributes && (entry.isVolume() || flagWords(drive).empty()))
+    refuse(Property::flags, "An entry of an MBR and a volume have no flags.");
+  if (wanted.endSector) refuse(Property::end, whyNotEnding(drive, entry, *wanted.endSector));
+  if (refusal.why.empty()) return std::nullopt;
   return refusal;
 }
 
