@@ -105,8 +105,9 @@ std::optional<LostPartition> ChainSearch::examine(u64 lba, const u8* sector) con
 // What is known of the finds once all are there.
 class Settlement {
  public:
-  Settlement(const LostSearch& search, u64 volumeGap, std::vector<LostPartition>& found)
-      : search_(search), volumeGap_(volumeGap), found_(found) {}
+  Settlement(DiskDevice& disk, const LostSearch& search, u64 volumeGap,
+             std::vector<LostPartition>& found)
+      : disk_(disk), search_(search), volumeGap_(volumeGap), found_(found) {}
 
   void run() {
     std::ranges::stable_sort(found_, {}, &LostPartition::startSector);
@@ -150,15 +151,37 @@ class Settlement {
     found_ = std::move(kept);
   }
   void placeEbrs() {
+    for (LostPartition& one : found_) one.ebrSector = ebrPlaceOf(one);
+  }
+  // An EBR is written over what lies there: it goes where the old one is, or over zeros, and never
+  // into a volume before it, not even into one that is in doubt.
+  std::optional<u64> ebrPlaceOf(const LostPartition& one) const {
+    constexpr u64 kTrack = 63;
+    const u64 start = one.startSector;
+    const auto before = [start](u64 sectors) { return start - std::min(sectors, start); };
     u64 lowest = search_.firstSector;
-    for (LostPartition& one : found_) {
-      const u64 usual = one.startSector - std::min(volumeGap_, one.startSector);
-      const u64 ebr = std::max(lowest, usual);
-      if (ebr < one.startSector) one.ebrSector = ebr;
-      if (one.confidence != Confidence::doubtful) lowest = one.endSector + 1;
+    for (const LostPartition& other : found_)
+      if (other.endSector < start) lowest = std::max(lowest, other.endSector + 1);
+    const u64 first = std::max(lowest, before(std::max(volumeGap_, kTrack)));
+    if (first >= start) return std::nullopt;
+    const u32 sectorSize = disk_.sectorSize();
+    std::vector<u8> sectors((start - first) * sectorSize);
+    if (disk_.readSectors(first, sectors.data(), start - first)) return std::nullopt;
+    const auto at = [&](u64 lba) {
+      return std::span<const u8>(sectors).subspan((lba - first) * sectorSize, sectorSize);
+    };
+    for (u64 lba = start; lba-- > first;) {
+      const EbrRecord& ebr = *recordAt<EbrRecord>(at(lba));
+      if (ebr.signature.isValid() && !ebr.slots[0].isFree() && lba + ebr.slots[0].startLba == start)
+        return lba;
     }
+    // The sector behind it is cleared with it.
+    for (u64 lba = std::max(first, before(volumeGap_)); lba < start; ++lba)
+      if (isAllZero(at(lba)) && (lba + 1 == start || isAllZero(at(lba + 1)))) return lba;
+    return start - 1;
   }
 
+  DiskDevice& disk_;
   const LostSearch& search_;
   u64 volumeGap_;
   std::vector<LostPartition>& found_;
@@ -222,7 +245,7 @@ Failure PartitionSearch::run() {
     isUnderWay = isNextUnderWay;
   }
   doneUpTo(report_.isStopped ? doneTo_ : search_.lastSector + 1);
-  Settlement(search_, volumeGap_, report_.found).run();
+  Settlement(disk_, search_, volumeGap_, report_.found).run();
   return {};
 }
 

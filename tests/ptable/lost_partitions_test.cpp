@@ -115,6 +115,21 @@ TEST_F(LostPartitionsTest, InAnExtendedPartitionEachVolumeHasAPlaceForItsEbr) {
   EXPECT_EQ(report_.found[2].ebrSector, std::nullopt);
 }
 
+TEST_F(LostPartitionsTest, AnEbrIsPlacedWhereNothingLies) {
+  putFat(16384, 63);  // in doubt, up to 20479
+  putFat(20500, 63);
+  putFat(28672, 63);
+  put((28672 - 63) * 512, u8{1});
+  putFat(40960, 63);
+  putEbr(40950, 10, 4096);
+  EXPECT_EQ(search(disk_, true),
+            "FAT12 16384+4096 doubtful\nFAT12 20500+4096 sure\nFAT12 28672+4096 sure\n"
+            "FAT12 40960+4096 sure\n");
+  EXPECT_EQ(report_.found[1].ebrSector, 20480U) << "not in the volume before it";
+  EXPECT_EQ(report_.found[2].ebrSector, 28672U - 62) << "over zeros";
+  EXPECT_EQ(report_.found[3].ebrSector, 40950U) << "over the old one";
+}
+
 TEST_F(LostPartitionsTest, AChainIsOneFindUnlessItIsNone) {
   putEbr(4096, 63, 4000, 8192);
   putFat(4096 + 63, 63, 4000);
