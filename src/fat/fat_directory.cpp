@@ -193,6 +193,10 @@ std::u16string FatDirectory::nameOf(u32 index) const {
 }
 
 std::optional<u32> FatDirectory::find(std::u16string_view name) const {
+  // Other systems may have written names that differ in case alone.
+  if (hasSameNames_)
+    for (std::optional<u32> at = nextEntry(0); at; at = nextEntry(*at + 1))
+      if (nameOf(*at) == name) return at;
   const auto found = names_.find(upperCase(name));
   return found != names_.end() ? std::optional(found->second) : std::nullopt;
 }

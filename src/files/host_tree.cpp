@@ -63,9 +63,11 @@ Failure listHostTree(const std::string& top, std::vector<HostFile>& found,
   }
 }
 
-std::optional<HostFileKind> hostFileKind(const std::string& path) {
+std::optional<HostFileKind> hostFileKind(const std::string& path, Links links) {
   struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
+  const int result =
+      links == Links::followed ? ::stat(path.c_str(), &status) : ::lstat(path.c_str(), &status);
+  if (result != 0) return std::nullopt;
   return kindOf(status.st_mode);
 }
 

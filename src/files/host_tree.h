@@ -26,8 +26,9 @@ struct HostFile {
 // what could not be looked at.
 Failure listHostTree(const std::string& top, std::vector<HostFile>& found, std::string& failedPath);
 
-// What a path of the host is, links followed; nothing when there is nothing.
-std::optional<HostFileKind> hostFileKind(const std::string& path);
+// What a path of the host is; nothing when there is nothing.
+enum class Links : u8 { followed, themselves };
+std::optional<HostFileKind> hostFileKind(const std::string& path, Links links = Links::followed);
 
 // One regular file, from its start to its end.
 class HostFileReader {

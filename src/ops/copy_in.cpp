@@ -36,6 +36,12 @@ std::string ownNameOf(std::string path) {
   return name == "." || name == ".." ? std::string() : name;
 }
 
+// For a comparison of names that differ in case alone.
+std::string foldedOf(const std::string& name) {
+  const std::optional<std::u16string> units = utf16Of(name);
+  return units ? utf8Of(upperCase(*units)) : name;
+}
+
 class CopyIn {
  public:
   CopyIn(FileSystem& files, const CopyWish& wish, Job& job, CopyReport& report)
@@ -113,6 +119,10 @@ class CopyIn {
       return failed == Error::invalidName || failed == Error::nameTooLong ? Failure() : failed;
     if (old.isDirectory() != item.isFolder() || (!item.isFolder() && !wish_.overwrite))
       return Error::alreadyExists;
+    // By its short name it would be found, and replaced, instead of a file of another name.
+    const std::string own = ownNameOf(item.target);
+    if (!own.empty() && !files_.rules().isPosix && foldedOf(old.name) != foldedOf(own))
+      return Error::sameName;
     item.old = std::move(old);
     return {};
   }
@@ -129,7 +139,7 @@ class CopyIn {
       if (const Failure failed = checkName(name, files_.rules())) return {failed, path};
       if (files_.rules().isPosix) continue;
       const std::string folder = item.target.substr(0, item.target.size() - name.size());
-      if (!seen.insert(folder + utf8Of(upperCase(*units))).second) return {Error::sameName, path};
+      if (!seen.insert(folder + foldedOf(name)).second) return {Error::sameName, path};
     }
     return {};
   }
@@ -171,6 +181,8 @@ class CopyIn {
   FileFailure copy(const Item& item) {
     HostFileReader reader;
     const std::string path = hostPath(item.host);
+    // The short name that one of the files before it was given.
+    if (!item.old && files_.exists(item.target)) return {Error::sameName, path};
     if (const Failure failed = reader.open(path)) return {failed, path};
     u64 done = 0;
     if (const Failure failed = reader.read(buffer_.span(), done)) return {failed, path};

@@ -68,7 +68,9 @@ class CopyOut {
 
   FileFailure add(Item item) {
     if (item.info.name.size() > kLongestHostName) return {Error::nameTooLong, item.path};
-    const std::optional<HostFileKind> there = hostFileKind(item.target);
+    // Below the folder that was named, a link leads out of it.
+    const std::optional<HostFileKind> there =
+        hostFileKind(item.target, items_.empty() ? Links::followed : Links::themselves);
     item.isThere = there.has_value();
     const bool isSameKind =
         there == (item.info.isDirectory() ? HostFileKind::folder : HostFileKind::file);

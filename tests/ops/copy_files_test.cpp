@@ -127,6 +127,36 @@ TEST_F(CopyFilesTest, WhatIsCopiedOutIsWholeOrNotThere) {
   });
 }
 
+// "AVERYL~1.TXT" is the short name that a long one is given.
+TEST_F(CopyFilesTest, AShortNameIsNotTakenForTheFileOfAnotherName) {
+  const TempFolder both;
+  both.write("AVERYLONGNAME.TXT", "long");
+  both.write("AVERYL~1.TXT", "short");
+  for (const bool overwrite : {false, true}) {
+    SilentJob job;
+    CopyReport report;
+    std::unique_ptr<FileSystem> files;
+    ASSERT_EQ(Error::none, openFiles(before_, kVolume, files));
+    const CopyWish wish = {.from = both.path() + "/.", .to = "/", .overwrite = overwrite};
+    EXPECT_EQ(Error::sameName, copyIn(*files, wish, job, report).failure);
+    ASSERT_EQ(Error::none, files->deleteFile("/AVERYL~1.TXT"));
+    ASSERT_EQ(Error::none, put(*files, "/AVERYLONGNAME.TXT", kOld));
+    ASSERT_EQ(Error::none, files->sync());
+  }
+}
+
+TEST_F(CopyFilesTest, ALinkBelowTheTargetLeadsNowhere) {
+  const TempFolder out, elsewhere;
+  std::filesystem::create_directory_symlink(elsewhere.path(), out.file("sub"));
+  SilentJob job;
+  CopyReport report;
+  std::unique_ptr<FileSystem> files;
+  ASSERT_EQ(Error::none, openFiles(before_, kVolume, files, {}));
+  const CopyWish wish = {.from = "/", .to = out.path(), .overwrite = true};
+  EXPECT_EQ(Error::alreadyExists, copyOut(*files, wish, job, report).failure);
+  EXPECT_TRUE(std::filesystem::is_empty(elsewhere.path()));
+}
+
 TEST_F(CopyFilesTest, AProofIsTheSameAsTextAndNoticesEachChange) {
   SilentJob job;
   std::unique_ptr<FileSystem> files;
