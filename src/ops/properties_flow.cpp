@@ -338,11 +338,14 @@ FlowResult repairBootSectorFlow(const OperationContext& context, Drive& drive,
     boot.setGeometry(drive.geometry());
   const auto number =
       context.options.useHd0InBpb ? std::optional(kFirstBiosDisk) : drive.biosNumber();
+  const bool isSound =
+      !boot.hasOtherGeometry(drive.geometry()) && !(number && boot.hasOtherDriveNumber(*number));
   if (number && boot.hasOtherDriveNumber(*number) &&
       context.ui.confirm(Consent::general, "", "Correct BPB HDNum (Y/N)?" + target,
                          MessageKind::notice))
     boot.setDriveNumber(*number);
-  if (!boot.isChanged()) return {};
+  if (!boot.isChanged())
+    return isSound ? FlowResult() : FlowResult{FlowEnd::cancelled, Error::cancelled};
   if (const auto refused = refuseWhenReadOnlyDisk(context, drive)) return *refused;
   DiskWriteScope scope(context, drive);
   if (const auto stopped = scope.begin(WriteTarget::sectors({entry.startSector, entry.endSector})))

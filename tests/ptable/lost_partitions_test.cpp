@@ -116,7 +116,7 @@ TEST_F(LostPartitionsTest, InAnExtendedPartitionEachVolumeHasAPlaceForItsEbr) {
 }
 
 TEST_F(LostPartitionsTest, AnEbrIsPlacedWhereNothingLies) {
-  putFat(16384, 63);  // in doubt, up to 20479
+  putFat(16384, 7);  // in doubt, up to 20479
   putFat(20500, 63);
   putFat(28672, 63);
   put((28672 - 63) * 512, u8{1});
