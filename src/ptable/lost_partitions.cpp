@@ -119,14 +119,18 @@ class Settlement {
   }
 
  private:
-  // What says no size reaches to the next one that is not in doubt.
+  // What says no size reaches to the next one that is not in doubt, and to its EBR.
   void endUnsized() {
+    const u64 gap = search_.isInsideExtended ? volumeGap_ : 0;
     for (LostPartition& one : found_) {
       if (one.isSizeKnown) continue;
       one.endSector = search_.lastSector;
-      for (const LostPartition& other : found_)
-        if (other.startSector > one.startSector && other.confidence != Confidence::doubtful)
-          one.endSector = std::min(one.endSector, other.startSector - 1);
+      for (const LostPartition& other : found_) {
+        if (other.startSector <= one.startSector || other.confidence == Confidence::doubtful)
+          continue;
+        const u64 last = other.startSector - 1;
+        one.endSector = std::min(one.endSector, last - std::min(gap, last - one.startSector));
+      }
     }
   }
   void doubtContradicted() {

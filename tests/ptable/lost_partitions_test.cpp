@@ -195,6 +195,9 @@ TEST_F(LostPartitionsTest, HeadersOfFormsThatNoProgramHereMakes) {
   EXPECT_EQ(report_.found[0].type, 0xAF);
   EXPECT_EQ(report_.found[1].type, 0x8E);
   EXPECT_FALSE(report_.found[2].isSizeKnown);
+  search(disk_, true);
+  EXPECT_EQ(report_.found[2].endSector, 49152U - 64) << "and leaves room for the next one's EBR";
+  EXPECT_EQ(report_.found[3].ebrSector, 49152U - 63);
 }
 
 TEST_F(LostPartitionsTest, SectorsThatCannotBeReadArePassedOver) {
