@@ -1,6 +1,7 @@
 // Partitions whose table was lost come back where they were, judged by the programs that made them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 
 #include "base/text.h"

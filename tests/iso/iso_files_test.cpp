@@ -1,5 +1,7 @@
 // Discs that another program has made are listed and read as it was told to write them, and nothing
 // of them can be changed.
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <fstream>
 #include <random>

@@ -88,10 +88,8 @@ void PropertiesView::addLines() {
   addFrame(kLinesX, kMiddleY, kLinesWidth, kMiddleHeight, "Additional Information");
   std::string text;
   for (const std::string& line : model_.lines) text += (text.empty() ? "" : "\n") + line;
-  auto* label =
-      new TextLabel(kLinesX + kInset, kMiddleY + kInset, kLinesWidth - 2 * kInset,
-                    kMiddleHeight - 2 * kInset, text, FL_ALIGN_LEFT | FL_ALIGN_TOP | FL_ALIGN_WRAP);
-  label->labelsize(kFontSize);
+  new TextLabel(kLinesX + kInset, kMiddleY + kInset, kLinesWidth - 2 * kInset,
+                kMiddleHeight - 2 * kInset, text, FL_ALIGN_LEFT | FL_ALIGN_TOP | FL_ALIGN_WRAP);
 }
 
 void PropertiesView::addActions() {
