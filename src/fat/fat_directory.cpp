@@ -193,12 +193,13 @@ std::u16string FatDirectory::nameOf(u32 index) const {
 }
 
 std::optional<u32> FatDirectory::find(std::u16string_view name) const {
+  const auto found = names_.find(upperCase(name));
+  if (found == names_.end()) return std::nullopt;
   // Other systems may have written names that differ in case alone.
-  if (hasSameNames_)
+  if (hasSameNames_ && nameOf(found->second) != name)
     for (std::optional<u32> at = nextEntry(0); at; at = nextEntry(*at + 1))
       if (nameOf(*at) == name) return at;
-  const auto found = names_.find(upperCase(name));
-  return found != names_.end() ? std::optional(found->second) : std::nullopt;
+  return found->second;
 }
 
 void FatDirectory::buildIndex() {
