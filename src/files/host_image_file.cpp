@@ -45,6 +45,7 @@ class HostImageFile : public ImageFile {
 
   u64 sizeBytes() const override { return sizeBytes_; }
   bool isReadOnly() const override { return readOnly_; }
+  std::string path() const override { return path_; }
 
   Failure readAt(u64 offset, std::span<u8> bytes) override {
     while (!bytes.empty()) {

@@ -26,6 +26,8 @@ class ImageFile {
 
   virtual u64 sizeBytes() const = 0;
   virtual bool isReadOnly() const = 0;
+  // The path by which the user named it; empty when it has none.
+  virtual std::string path() const { return {}; }
 
   // none or read. Reading beyond the end is a failure: what should be there is lost.
   virtual Failure readAt(u64 offset, std::span<u8> bytes) = 0;

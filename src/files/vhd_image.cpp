@@ -97,6 +97,13 @@ bool hasCookie(ImageFile& file, u64 offset, Failure& failed) {
   return !failed && textAt(bytes, 0, kVhdFooterCookie);
 }
 
+bool isNamedVhd(const ImageFile& file) {
+  constexpr std::string_view kEnding = ".vhd";
+  const std::string path = file.path();
+  return path.size() >= kEnding.size() &&
+         equalsIgnoreCase(std::string_view(path).substr(path.size() - kEnding.size()), kEnding);
+}
+
 // Where no footer stands in the last sector: an old or cut VHD, or no VHD at all.
 std::nullptr_t failWithoutFooter(ImageFile& file, ImageFailure& failure) {
   // As very old programs wrote it.
@@ -110,7 +117,13 @@ std::nullptr_t failWithoutFooter(ImageFile& file, ImageFailure& failure) {
     return fail(failure, Error::unsupportedForm,
                 "This VHD has a footer only at its start; the one at its end is missing, so the "
                 "file may have been cut. Restore it from a copy, or convert it to a raw image.");
-  return failed ? unreadable(failure, failed) : fail(failure, Error::notThisFormat, "");
+  if (failed) return unreadable(failure, failed);
+  // A fixed VHD is nothing but sectors before its footer: when that is lost, only the name is left.
+  if (isNamedVhd(file))
+    return fail(failure, Error::corrupt,
+                "The file is called a VHD and has no footer of one, so it has been cut or was "
+                "never finished. If it is a raw image, give it a name that does not end in .vhd.");
+  return fail(failure, Error::notThisFormat, "");
 }
 
 std::unique_ptr<ImageContainer> openByFooter(std::unique_ptr<ImageFile>& file,

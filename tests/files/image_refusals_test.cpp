@@ -160,6 +160,20 @@ TEST(ImageRefusals, AVhdWithAWrongChecksumOrAShortFooter) {
   expectAnswers(roomyVhd(), damages);
 }
 
+TEST(ImageRefusals, AFixedVhdThatLostItsFooterIsNoRawDisk) {
+  const TempFolder folder;
+  const std::string path = folder.file("disk.VHD");
+  std::filesystem::rename(createImage(folder, kFixedVhdSample, "4M"), path);
+  ASSERT_TRUE(openPath(path));
+  for (const u64 size : {4 * kMiB, 4 * kMiB - 512, u64{512}}) {
+    std::filesystem::resize_file(path, size);
+    ImageFailure failure;
+    auto file = openHostImageFile(path, ImageAccess::readWrite, failure);
+    EXPECT_FALSE(openImage(file, failure)) << size;
+    EXPECT_EQ(failure.error, Error::corrupt) << size << failure.reason;
+  }
+}
+
 VmdkHeader& vmdkOf(std::vector<u8>& bytes) { return *recordAt<VmdkHeader>(std::span(bytes)); }
 
 VmdkEntry& directoryEntry(std::vector<u8>& bytes, u32 index) {
