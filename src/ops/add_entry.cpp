@@ -24,14 +24,15 @@ std::string whatIsWrittenOver(Drive& drive) {
 }  // namespace
 
 // What the table has to be written over, only the user can give up.
-Failure addEntry(const OperationContext& context, Drive& drive, const NewEntry& entry,
-                 const char* title) {
+Failure addEntry(const OperationContext& context, TableChange& change, Drive& drive,
+                 const NewEntry& entry, const char* title) {
   const Failure failed = drive.add(entry);
   if (failed != Error::sectorsInUse) return failed;
   const bool insists =
       context.ui.confirm(Consent::insist, drive.isEmbr() ? "EMBR" : title,
                          whatIsWrittenOver(drive) + "\n\nAre you sure you want to continue?");
-  return insists ? drive.add(entry, TrackContent::overwrite) : failed;
+  if (!insists || change.lookAgain()) return failed;
+  return drive.add(entry, TrackContent::overwrite);
 }
 
 }  // namespace tallowin

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ops/operation_context.h"
+#include "ops/table_change.h"
 #include "ptable/drive.h"
 
 namespace tallowin {
@@ -9,10 +10,10 @@ namespace tallowin {
 // The flags of a new entry of an EMBR.
 inline constexpr u64 kNewEmbrEntryFlags = 0x2000;
 
-// Writes the entry; to be called within a TableChange. Asks, under `title`, before the table is
-// written over something of another program. Errors of Drive::add; sectorsInUse: the user did not
-// want that.
-Failure addEntry(const OperationContext& context, Drive& drive, const NewEntry& entry,
-                 const char* title);
+// Writes the entry within `change`. Asks, under `title`, before the table is written over something
+// of another program. Errors of Drive::add; sectorsInUse: the user did not want that, or it could
+// no longer be done when the answer came, which was told.
+Failure addEntry(const OperationContext& context, TableChange& change, Drive& drive,
+                 const NewEntry& entry, const char* title);
 
 }  // namespace tallowin

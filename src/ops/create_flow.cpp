@@ -197,7 +197,7 @@ class Creation {
     extent_ = found;
     type_ = drive_.typeForEnd(type_, found.endSector);
     Failure uncleared;
-    Failure failed = addEntry(context_, drive_, newEntry(model, target, found), "Create");
+    Failure failed = addEntry(context_, *change_, drive_, newEntry(model, target, found), "Create");
     if (!failed) uncleared = clearFirstSectors(drive_.disk(), context_.fileSystems, type_, found);
     failed = change_->end(failed);
     if (failed) return keepTyped(failed, target.entry);

@@ -46,12 +46,17 @@ std::optional<FlowResult> DiskWriteScope::begin(const WriteTarget& target) {
                describeDisk(drive_.disk()).c_str()));
     return FlowResult{FlowEnd::refused, Error::lockNotMade};
   }
+  target_ = target;
+  return lookAgain();
+}
+
+std::optional<FlowResult> DiskWriteScope::lookAgain() {
   if (stopRequested()) return FlowResult{FlowEnd::cancelled, Error::cancelled};
   if (const Failure failed = drive_.disk().checkSameDisk()) return refuse(context_, failed);
   if (const Failure failed = checkTable(drive_)) return refuse(context_, failed);
-  if (target.isWholeDisk()) return refuseWhenDriveInUse(context_, drive_);
-  if (!target.extent()) return std::nullopt;
-  return refuseWhenInUse(context_, drive_, *target.extent());
+  if (target_.isWholeDisk()) return refuseWhenDriveInUse(context_, drive_);
+  if (!target_.extent()) return std::nullopt;
+  return refuseWhenInUse(context_, drive_, *target_.extent());
 }
 
 std::optional<FlowResult> TableChange::begin(const WriteTarget& target) {
@@ -75,7 +80,7 @@ std::optional<FlowResult> TableChange::keepTable() {
              "could not be kept in %s.\n%s\n\nDo you want to continue without it?",
              describeDisk(drive_.disk()).c_str(), folder.c_str(), errorText(failed).c_str()),
       MessageKind::warning, ButtonSet::continueCancel);
-  if (goesOn) return std::nullopt;
+  if (goesOn) return lookAgain();
   return FlowResult{FlowEnd::cancelled, Error::cancelled};
 }
 

@@ -48,10 +48,14 @@ class DiskWriteScope {
 
   // Nothing: go on. Else the reason was told, and nothing was changed.
   std::optional<FlowResult> begin(const WriteTarget& target);
+  // The same without taking the lock again, after a question that could not be asked before: other
+  // programs need not mind the lock.
+  std::optional<FlowResult> lookAgain();
 
  private:
   const OperationContext& context_;
   Drive& drive_;
+  WriteTarget target_ = WriteTarget::tableOnly();
   std::optional<DiskChangeLock> lock_;
 };
 
@@ -68,6 +72,8 @@ class TableChange {
 
   // Nothing: go on. Else the reason was told, and nothing was changed.
   std::optional<FlowResult> begin(const WriteTarget& target);
+  // See DiskWriteScope; while nothing was written.
+  std::optional<FlowResult> lookAgain() { return scope_.lookAgain(); }
   // Takes the end of the change and gives it back; or writeFailedNewTable, when the change went
   // well and cannot be made safe. Entries on hand are stale afterwards. Says when a restart is
   // needed, and names the kept table when nobody knows which table is in place. The disk stays

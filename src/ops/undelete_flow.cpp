@@ -98,7 +98,7 @@ class Recovery {
     for (const std::size_t row : picked) {
       // The table has another entry by now.
       if (added_ != 0) failed = drive_.reread();
-      if (!failed) failed = addEntry(context_, drive_, entryOf(model.found()[row]), kTitle);
+      if (!failed) failed = addEntry(context_, change, drive_, entryOf(model.found()[row]), kTitle);
       if (failed) break;
       ++added_;
     }

@@ -306,5 +306,22 @@ TEST_F(CreateFlowTest, WhatADiskWithoutATableHoldsIsNamedAndOnlyGivenUpByWhoInsi
   }
 }
 
+// Nobody who mounts minds our lock.
+TEST_F(CreateFlowTest, WhatIsMountedWhileTheUserInsistsIsLeftAlone) {
+  std::vector<u8> sector(512);
+  sector[100] = 'x';
+  disk_.setSector(0, sector);
+  const auto drive = open(disk_);
+  ui_.expect<CreateModel>([&](CreateModel& model) {
+    ui_.meanwhile([&] { mount(0, kSectors); });
+    enter("131", 50)(model);
+  });
+  ui_.expectMessage("data of another program", MessageResult::yes);
+  ui_.expectMessage("mounted");
+  ui_.expectMessage("Create Failed.");
+  EXPECT_FALSE(createFlow(context_, *drive, *freeBlocks(*drive)[0]).succeeded());
+  EXPECT_EQ(disk_.sector(0), sector);
+}
+
 }  // namespace
 }  // namespace tallowin
