@@ -16,6 +16,11 @@ CommandResult cannotOpen(CommandContext& context, Failure error) {
   return failedBecause("'" + context.options.target + "' cannot be opened.", error);
 }
 
+// Not to be told as an empty one.
+CommandResult unreadTable(const std::string& path) {
+  return failedBecause("The table of '" + path + "' could not be read.", Error::tableReadFailed);
+}
+
 std::string writtenText(const OverlayDisk& overlay, const std::string& path) {
   std::string text =
       "Rehearsed; nothing was written to " + path + ". It would write " +
@@ -83,6 +88,7 @@ CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row) {
     }
     numbers += (numbers.empty() ? "" : ", ") + std::to_string(*candidate.number);
   }
+  if (drive.table().status != 0) return unreadTable(context.options.target);
   return refused(format("'%s' has no partition %u; ", context.options.target.c_str(),
                         context.options.part.value_or(0)) +
                  (numbers.empty() ? "it has none at all." : "choose from " + numbers + "."));
@@ -90,6 +96,7 @@ CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row) {
 
 CommandResult noFreeBlock(const std::string& path, const std::optional<u32>& wanted,
                           const Drive& drive) {
+  if (drive.table().status != 0) return unreadTable(path);
   if (const std::string why = drive.changeRefusal(); !why.empty()) return refused(why);
   if (const std::string why = emptyTableText(drive); !why.empty()) return refused(why);
   if (!wanted) return refused("'" + path + "' has no free block; delete a partition first.");

@@ -1,6 +1,7 @@
 // Tables and file systems made by tallowinctl, judged by other programs.
 #include <gtest/gtest.h>
 
+#include "base/text.h"
 #include "cli/ctl.h"
 
 namespace tallowin {
@@ -184,6 +185,29 @@ TEST_F(ChangeTest, ABlankImageBecomesAVolumeWithoutATableAndAnotherOne) {
   const auto& fat = info.json["file_system"];
   EXPECT_STREQ(fat["kind"].GetString(), "FAT32");
   EXPECT_EQ(fat["clusters"].GetUint(), fat["free_clusters"].GetUint() + 1) << "the root directory";
+}
+
+// Reads fail from some moment on: what is said is what is on the disk.
+TEST_F(ChangeTest, ADiskThatCannotBeReadAfterAFormatIsFormattedAndNotEmpty) {
+  if (!hasProgram("strace")) GTEST_SKIP() << "strace is not installed";
+  const std::string path = newDisk("disk.img", 64 * kMiB, "label: dos\nstart=2048,type=6\n");
+  const std::string copy = folder_.file("copy.img");
+  std::size_t unread = 0;
+  for (int reads = 12; reads < 32; reads += 2) {
+    SCOPED_TRACE(reads);
+    ASSERT_EQ(runProgram({"cp", "--sparse=always", path, copy}).status, 0);
+    std::vector<std::string> command =
+        ctl_.command({"format", copy, "--part", "1", "--label", "NEW", "--yes"});
+    command.insert(command.begin(),
+                   {"env", "ASAN_OPTIONS=detect_leaks=0", "strace", "-f", "-o", "/dev/null", "-e",
+                    "trace=pread64", "-e", format("inject=pread64:error=EIO:when=%d+", reads)});
+    const ProgramResult result = runProgram(command);
+    const std::string label = runProgram({"mlabel", "-s", "-i", copy + "@@1M", "::"}).output;
+    EXPECT_EQ(result.status == 0, label.find("NEW") != std::string::npos) << result.output << label;
+    EXPECT_EQ(result.output.find("no partition"), std::string::npos) << result.output;
+    if (result.output.find("could not be read again") != std::string::npos) ++unread;
+  }
+  EXPECT_NE(unread, 0U);
 }
 
 TEST_F(ChangeTest, AKeptTableIsPutBackToTheByte) {
