@@ -6,6 +6,7 @@
 #include "base/utf8.h"
 #include "cli/progress_line.h"
 #include "ops/property_rules.h"
+#include "ops/synchronize_flow.h"
 #include "ops/target_text.h"
 #include "probe/identify.h"
 #include "probe/type_catalogue.h"
@@ -76,8 +77,10 @@ std::optional<std::string> gptHealthFor(const Drive& drive) {
                                                           : std::nullopt;
 }
 
-std::string tableProblemText(const Drive& drive) {
+std::string tableProblemText(Drive& drive) {
   if (!drive.changeRefusal().empty()) return onOneLine(drive.changeRefusal());
+  if (isBehindMbr(drive))
+    return "Another program has changed the boot sector. Run 'tallowinctl table synchronize'.";
   const auto& health = drive.gptHealth();
   return !health || health->isSound() ? std::string()
                                       : gptHealthText(*health) + " Run 'tallowinctl table repair'.";

@@ -30,7 +30,7 @@ std::optional<std::string> contentName(const FileSystemKinds& kinds, Drive& driv
                                        const PartitionEntry& entry);
 
 // What is wrong with the copies of the table, and what to do about it; empty when nothing is.
-std::string tableProblemText(const Drive& drive);
+std::string tableProblemText(Drive& drive);
 
 // gptHealthWord, or "unreadable"; nothing unless the disk has a GPT.
 std::optional<std::string> gptHealthFor(const Drive& drive);

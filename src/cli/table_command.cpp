@@ -6,6 +6,7 @@
 #include "cli/target.h"
 #include "ops/properties_flow.h"
 #include "ops/restore_table_flow.h"
+#include "ops/synchronize_flow.h"
 #include "ptable/table_backup.h"
 
 namespace tallowin {
@@ -106,12 +107,41 @@ CommandResult repair(CommandContext& context) {
   return endChange(context, target, hadErrors, std::move(result));
 }
 
-enum class TableAction { backup, restore, repair };
+CommandResult synchronize(CommandContext& context) {
+  Target target;
+  if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())
+    return result;
+  Drive& drive = *target.drive;
+  if (!drive.isEmbr())
+    return refused("This disk has no EMBR; only an EMBR repeats what the boot sector says.",
+                   Error::unsupportedForm);
+  const bool hadErrors = drive.table().hasErrors();
+  EmbrSync sync;
+  const FlowResult flow = synchronizeEmbrFlow(context.session.context(context.ui), drive, sync);
+  const char* const notDone = "The EMBR was not brought up to date.";
+  if (flow.end == FlowEnd::failed) return failedBecause(notDone, flow.code);
+  CommandResult result = resultOfFlow(flow, context.ui, notDone);
+  if (!result.succeeded()) return result;
+  if (sync.mayOverlap)
+    context.ui.noticeBox("A partition is new or has grown and may overlap another one; list it.");
+  if (context.options.json)
+    context.json.boolean("synchronized", sync.wrote);
+  else
+    std::puts(sync.wrote ? "The EMBR now says what the boot sector says."
+                         : "The EMBR says what the boot sector says; nothing was to be done.");
+  if (sync.tableFull)
+    return refused("A partition of the boot sector found no entry: the EMBR is full. Delete one.",
+                   Error::noFreeEntry);
+  return endChange(context, target, hadErrors, std::move(result));
+}
+
+enum class TableAction { backup, restore, repair, synchronize };
 
 std::optional<TableAction> parseTableAction(std::string_view text) {
   if (text == "backup") return TableAction::backup;
   if (text == "restore") return TableAction::restore;
   if (text == "repair") return TableAction::repair;
+  if (text == "synchronize") return TableAction::synchronize;
   return std::nullopt;
 }
 
@@ -126,19 +156,20 @@ class TableCommand : public Command {
 
 void TableCommand::declare(OptionSet& options, CommonOptions& common) {
   options
-      .value("ACTION", "", action_, parseTableAction, "backup, restore or repair",
+      .value("ACTION", "", action_, parseTableAction, "backup, restore, repair or synchronize",
              "backup: keep the partition table in FILE; restore: put it back; repair: make both "
-             "copies of a GPT sound")
+             "copies of a GPT sound; synchronize: an EMBR follows the boot sector that another "
+             "program changed")
       .required();
   declareTarget(options, common);
-  options.text("FILE", "TEXT", file_, "The file that holds the table; none for repair");
+  options.text("FILE", "TEXT", file_, "The file that holds the table, of backup and restore");
   options.flag("--other-disk", otherDisk_, "restore: also a table that was kept of another disk");
   declareWriting(options, common);
   options.check([this]() -> std::string {
-    const bool takesFile = action_ != TableAction::repair;
+    const bool takesFile = action_ == TableAction::backup || action_ == TableAction::restore;
     if (takesFile && file_.empty()) return "FILE is required";
     if (otherDisk_ && action_ != TableAction::restore) return "--other-disk is for restore";
-    return !takesFile && !file_.empty() ? "repair takes no FILE" : "";
+    return !takesFile && !file_.empty() ? "FILE is for backup and restore" : "";
   });
 }
 
@@ -149,9 +180,11 @@ CommandResult TableCommand::run(CommandContext& context) {
     case TableAction::restore:
       return restore(context, file_, otherDisk_);
     case TableAction::repair:
+      return repair(context);
+    case TableAction::synchronize:
       break;
   }
-  return repair(context);
+  return synchronize(context);
 }
 
 }  // namespace

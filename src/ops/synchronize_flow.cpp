@@ -4,7 +4,6 @@
 #include "disk/disk_handles.h"
 #include "ops/table_change.h"
 #include "ops/target_text.h"
-#include "ptable/embr/embr_sync.h"
 
 namespace tallowin {
 namespace {
@@ -23,21 +22,36 @@ bool wantsToFollow(const OperationContext& context, Drive& drive) {
 
 }  // namespace
 
-void synchronizeFlow(const OperationContext& context, Drive& drive, int index) {
-  if (drive.disk().traits().readOnly) return;
+bool isBehindMbr(Drive& drive) {
+  EmbrSync sync;
+  return synchronizeEmbr(
+             drive, [] { return false; }, sync) == Error::cancelled;
+}
+
+FlowResult synchronizeEmbrFlow(const OperationContext& context, Drive& drive, EmbrSync& sync) {
   TableChange change(context, drive);
   bool began = false;
+  std::optional<FlowResult> stopped;
   const auto beforeWrite = [&] {
-    began = wantsToFollow(context, drive) && !change.begin(WriteTarget::tableOnly()).has_value();
+    if (!wantsToFollow(context, drive)) return false;
+    stopped = change.begin(WriteTarget::tableOnly());
+    began = !stopped;
     return began;
   };
-  EmbrSync done;
-  Failure error = synchronizeEmbr(drive, beforeWrite, done);
+  Failure error = synchronizeEmbr(drive, beforeWrite, sync);
+  if (stopped) return *stopped;
   if (began) error = change.end(error);
-  if (error == Error::cancelled) return;
-  if (error != Error::none || done.tableFull)
+  if (error == Error::cancelled) return {FlowEnd::cancelled, error};
+  return error ? FlowResult{FlowEnd::failed, error} : FlowResult{};
+}
+
+void synchronizeFlow(const OperationContext& context, Drive& drive, int index) {
+  if (drive.disk().traits().readOnly) return;
+  EmbrSync done;
+  const FlowResult result = synchronizeEmbrFlow(context, drive, done);
+  if (result.end == FlowEnd::failed || (result.succeeded() && done.tableFull))
     context.ui.errorBox(format("Unable to synchronize MPT on HD%i", index));
-  if (error != Error::none || !done.mayOverlap) return;
+  if (!result.succeeded() || !done.mayOverlap) return;
   context.ui.messageBox({MessageKind::warning, "Warning",
                          format("A new or altered primary partition was found on HD%x\n"
                                 "which may overlap an existing partition!  You should\n"

@@ -166,6 +166,23 @@ TEST_F(SetTest, EntriesOfAnEmbrHaveTheirIdsAsNumbers) {
   EXPECT_EQ(sfdiskRow(path_, 1).size, 0u);
 }
 
+TEST_F(SetTest, AnEmbrFollowsTheBootSector) {
+  makeTable(path_, "label: dos\nstart=2048,size=20480,type=83\n");
+  const auto synchronize = [&] { return ctl_.run({"table", "synchronize", path_, "--yes"}); };
+  EXPECT_NE(synchronize().output.find("has no EMBR"), std::string::npos);
+  expectDone("convert", {"--to", "embr"});
+  EXPECT_NE(synchronize().output.find("nothing was to be done"), std::string::npos);
+
+  ASSERT_EQ(runProgram({"sfdisk", "-q", "--part-type", path_, "1", "7"}).status, 0);
+  const std::string told = "table synchronize";
+  EXPECT_NE(ctl_.run({"list", path_}).output.find(told), std::string::npos);
+  EXPECT_EQ(ctl_.run({"table", "synchronize", path_}).status, 1) << "asks";
+  EXPECT_EQ(synchronize().status, 0);
+  const Ctl::Answer listing = ctl_.json({"list", path_});
+  EXPECT_EQ(listing.json["rows"][0]["type"].GetUint(), 7U);
+  EXPECT_EQ(ctl_.run({"list", path_}).output.find(told), std::string::npos);
+}
+
 // The end in each kind of table, as sfdisk sees it; and a boot sector that other programs like.
 TEST_F(SetTest, TheEndMovesWhereNothingIsLost) {
   for (const char* label : {"label: dos\n", "label: gpt\n"}) {
