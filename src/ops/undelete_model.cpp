@@ -10,6 +10,8 @@ namespace tallowin {
 namespace {
 
 const char* confidenceSentence(const LostPartition& found) {
+  if (found.isContested)
+    return "Another one in the same sectors is in order too: one of them is of an earlier time.";
   switch (found.confidence) {
     case Confidence::sure:
       return "What it begins with is in order, and leads to its other parts.";

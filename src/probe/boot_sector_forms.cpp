@@ -72,7 +72,8 @@ std::optional<LostVolume> fat(SuspectedVolume& volume, const VolumeBootRecord& b
   return LostVolume{.kind = fatKind(boot, *areas),
                     .type = type,
                     .sectorCount = sectorsIn(boot),
-                    .confidence = *confidence};
+                    .confidence = *confidence,
+                    .namesItsPlace = boot.hiddenSectors == volume.startSector()};
 }
 
 std::optional<LostVolume> ntfs(SuspectedVolume& volume, const VolumeBootRecord& boot) {
@@ -90,8 +91,11 @@ std::optional<LostVolume> ntfs(SuspectedVolume& volume, const VolumeBootRecord& 
   const bool hasCopy = volume.hasText(sectors * bytes + 3, "NTFS");
   const auto confidence = confidenceOf(volume.isPlacedBy(boot.hiddenSectors), hasTable && hasCopy);
   if (!confidence) return std::nullopt;
-  return LostVolume{
-      .kind = "NTFS", .type = types::kNtfs, .sectorCount = sectors + 1, .confidence = *confidence};
+  return LostVolume{.kind = "NTFS",
+                    .type = types::kNtfs,
+                    .sectorCount = sectors + 1,
+                    .confidence = *confidence,
+                    .namesItsPlace = boot.hiddenSectors == volume.startSector()};
 }
 
 std::optional<LostVolume> hpfs(SuspectedVolume& volume, const VolumeBootRecord& boot) {
@@ -101,7 +105,8 @@ std::optional<LostVolume> hpfs(SuspectedVolume& volume, const VolumeBootRecord& 
       .kind = "HPFS",
       .type = types::kNtfs,
       .sectorCount = sectorsIn(boot),
-      .confidence = volume.hasText(kNameOffset, "HPFS") ? Confidence::sure : Confidence::likely};
+      .confidence = volume.hasText(kNameOffset, "HPFS") ? Confidence::sure : Confidence::likely,
+      .namesItsPlace = boot.hiddenSectors == volume.startSector()};
 }
 
 std::optional<LostVolume> exFat(SuspectedVolume& volume) {
@@ -117,7 +122,8 @@ std::optional<LostVolume> exFat(SuspectedVolume& volume) {
   return LostVolume{.kind = "exFAT",
                     .type = types::kNtfs,
                     .sectorCount = boot->sectorCount,
-                    .confidence = isPlaced ? Confidence::sure : Confidence::doubtful};
+                    .confidence = isPlaced ? Confidence::sure : Confidence::doubtful,
+                    .namesItsPlace = boot->partitionSector == volume.startSector()};
 }
 
 std::optional<LostVolume> bootSector(SuspectedVolume& volume, u64) {

@@ -25,6 +25,8 @@ struct LostVolume {
   u64 sectorCount = 0;     // 0: its header does not say
   std::string label = {};  // UTF-8; of FAT and NTFS it is not looked for
   Confidence confidence = Confidence::sure;
+  // Its header says how many sectors of the disk lie before it, and so many do.
+  bool namesItsPlace = false;
 };
 
 // Where volumes are looked for. Boot sectors say how many sectors lie before them: on the top level

@@ -4,103 +4,14 @@
 
 #include "disk/mbr_record.h"
 #include "disk/transfer_buffer.h"
-#include "probe/identify.h"
-#include "probe/type_catalogue.h"
-#include "ptable/mbr/ebr_reader.h"
-#include "ptable/scheme.h"
+#include "ptable/later_partitions.h"
+#include "ptable/lost_chain.h"
 
 namespace tallowin {
 namespace {
 
 constexpr u32 kPieceBytes = 4 * kMiB;
 constexpr u32 kChunkBytes = 64 * kKiB;  // so much is passed over for a sector that cannot be read
-
-// The extended partition that may begin with an EBR in this sector.
-class ChainSearch {
- public:
-  ChainSearch(Drive& drive, const LostSearch& search) : drive_(drive), search_(search) {}
-
-  std::optional<LostPartition> examine(u64 lba, const u8* sector) const;
-
- private:
-  bool mayBeFirst(const EbrRecord& ebr) const;
-  bool isUsualStart(u64 sectors) const;
-  Confidence confidenceOf(const VolumeList& list, bool isClean) const;
-
-  Drive& drive_;
-  const LostSearch& search_;
-};
-
-bool ChainSearch::isUsualStart(u64 sectors) const {
-  constexpr u64 kTrack = 63;
-  return sectors == kTrack || sectors == kMiB / drive_.sectorSize() ||
-         sectors == firstAlignedSector(drive_.alignment());
-}
-
-bool ChainSearch::mayBeFirst(const EbrRecord& ebr) const {
-  if (!ebr.signature.isValid() || ebr.slots[2].type != 0 || ebr.slots[3].type != 0) return false;
-  return std::ranges::any_of(std::span(ebr.slots).first(2), [this](const MbrSlotRecord& slot) {
-    if (types::isChainLink(slot.type)) return slot.startLba != 0 && slot.sectorCount != 0;
-    return slot.type != types::kFree && isUsualStart(slot.startLba);
-  });
-}
-
-// In the order of the chain each volume follows its EBR, and the next EBR the volume.
-bool isInOrder(const VolumeList& list, const TableEntry& container) {
-  u64 nextFree = 0;
-  return std::ranges::all_of(list.entries, [&](const auto& volume) {
-    const bool follows = nextFree <= volume->ebr && volume->ebr < volume->volumeStart &&
-                         volume->startSector <= volume->endSector;
-    nextFree = volume->endSector + 1 - container.startSector;
-    return follows;
-  });
-}
-
-// Volumes that hold what fits into them say that the chain is the one by which they were used.
-Confidence ChainSearch::confidenceOf(const VolumeList& list, bool isClean) const {
-  bool isRecognised = false;
-  for (const auto& volume : list.entries) {
-    Content content;
-    if (identify(drive_.disk(), volume->startSector, content) ||
-        content.code == ContentCode::unknownVolume)
-      continue;
-    // Swap areas have the size of the disk.
-    if (content.code != ContentCode::linuxSwap && content.sectorCount > volume->sectorCount())
-      isClean = false;
-    isRecognised = true;
-  }
-  if (!isClean) return Confidence::doubtful;
-  return isRecognised ? Confidence::sure : Confidence::likely;
-}
-
-std::optional<LostPartition> ChainSearch::examine(u64 lba, const u8* sector) const {
-  const auto& ebr = *recordAt<EbrRecord>({sector, drive_.sectorSize()});
-  if (!mayBeFirst(ebr)) return std::nullopt;
-  TableEntry container;
-  container.type = types::kExtended;
-  container.startSector = lba;
-  container.endSector = search_.lastSector;
-  if (!mayHoldVolumes(container)) return std::nullopt;
-  const LabelReader noLabels;
-  const TableContext all = drive_.tableContext();
-  readVolumes({all.disk, all.geometry, all.lastLba, all.flags, all.biosNumber, all.host, noLabels},
-              container);
-  const VolumeList& list = *container.volumes;
-  if (list.status != 0 || list.leavesContainer || list.entries.empty() ||
-      !isInOrder(list, container))
-    return std::nullopt;
-  LostPartition found;
-  found.kind = "Extended";
-  found.startSector = lba;
-  found.endSector = std::max(list.entries.back()->endSector, lba + list.chain.back());
-  found.type = drive_.typeForEnd(types::kExtended, found.endSector);
-  found.volumeCount = static_cast<u32>(list.entries.size());
-  // The boot sector of a disk looks much the same, but it has code.
-  const bool isClean =
-      isAllZero(ebr.unused) && isAllZero(bytesOf(ebr.slots[2])) && isAllZero(bytesOf(ebr.slots[3]));
-  found.confidence = confidenceOf(list, isClean);
-  return found;
-}
 
 // What is known of the finds once all are there.
 class Settlement {
@@ -115,6 +26,7 @@ class Settlement {
     doubtContradicted();
     dropInner();
     endUnsized();
+    doubtContested();
     if (search_.isInsideExtended) placeEbrs();
   }
 
@@ -153,6 +65,17 @@ class Settlement {
       if (!isInner) kept.push_back(std::move(one));
     }
     found_ = std::move(kept);
+  }
+  void doubtContested() {
+    std::vector<LostPartition> contested;
+    std::ranges::copy_if(found_, std::back_inserter(contested), &LostPartition::isContested);
+    for (const LostPartition& outer : contested) {
+      for (LostPartition& one : found_) {
+        if (!one.meets(outer)) continue;
+        one.confidence = Confidence::doubtful;
+        one.isContested = true;
+      }
+    }
   }
   void placeEbrs() {
     for (LostPartition& one : found_) one.ebrSector = ebrPlaceOf(one);
@@ -203,6 +126,7 @@ class PartitionSearch {
         volumeGap_(trackUnit(drive.alignment())),
         recogniser_(disk_, {search.isInsideExtended, volumeGap_}),
         chains_(drive, search),
+        later_(drive, search, recogniser_, chains_),
         nextLba_(search.firstSector),
         floor_(search.firstSector),
         doneTo_(search.firstSector) {}
@@ -220,7 +144,8 @@ class PartitionSearch {
   void testSectors(u64 lba, u64 count, const u8* sectors);
   void narrow(const Piece& piece);
   void testSector(u64 lba, const u8* sector);
-  void take(LostPartition found);
+  void take(LostPartition found, std::span<const u64> ownPlaces = {});
+  void passOver(LostPartition& found, std::span<const u64> ownPlaces);
   bool isPartitionedAnew(const LostPartition& found);
   void doneUpTo(u64 lba);
 
@@ -232,6 +157,7 @@ class PartitionSearch {
   u64 volumeGap_;
   VolumeRecogniser recogniser_;
   ChainSearch chains_;
+  LaterPartitions later_;
   Piece pieces_[2];
   u64 nextLba_;  // the next piece begins here
   u64 floor_;    // before it everything belongs to partitions that were found
@@ -325,8 +251,7 @@ void PartitionSearch::testSector(u64 lba, const u8* sector) {
     found.confidence = volume->confidence;
     return take(std::move(found));
   }
-  if (search_.isInsideExtended || drive_.isGpt()) return;
-  if (auto chain = chains_.examine(lba, sector)) take(std::move(*chain));
+  if (const auto chain = chains_.examine(lba, sector)) take(chain->partition, chain->places);
 }
 
 // A disk that was used with partitions on tracks, and later with others on whole MiB, keeps the
@@ -350,13 +275,32 @@ bool PartitionSearch::isPartitionedAnew(const LostPartition& found) {
   return false;
 }
 
-void PartitionSearch::take(LostPartition found) {
+void PartitionSearch::take(LostPartition found, std::span<const u64> ownPlaces) {
   if (found.startSector < floor_) return;
-  if (found.confidence == Confidence::sure && found.isSizeKnown && isPartitionedAnew(found))
-    found.confidence = Confidence::doubtful;
-  if (found.confidence == Confidence::sure && found.isSizeKnown) floor_ = found.endSector + 1;
+  if (found.confidence == Confidence::sure && found.isSizeKnown) passOver(found, ownPlaces);
   report_.found.push_back(std::move(found));
   job_.found(report_.found.size());
+}
+
+// What lies in a partition is not searched, but where the disk was partitioned differently at
+// another time: the one that was found may be of then, and the ones in it of now.
+void PartitionSearch::passOver(LostPartition& found, std::span<const u64> ownPlaces) {
+  const u64 unit = kMiB / disk_.sectorSize();
+  const bool isOnTrack = found.startSector % unit != 0;
+  const auto goesOn = [this](u64 lba) {
+    doneUpTo(lba);
+    report_.isStopped = report_.isStopped || job_.shouldStop();
+    return !report_.isStopped;
+  };
+  const bool isAnew = isPartitionedAnew(found);
+  const auto later = isAnew ? std::nullopt : later_.firstIn(found, ownPlaces, goesOn);
+  if (!isAnew && !later) {
+    floor_ = found.endSector + 1;
+    return;
+  }
+  found.confidence = Confidence::doubtful;
+  // Tracks came before MiB; of two that begin alike nobody knows which is older.
+  found.isContested = later && !(isOnTrack && *later % unit == 0);
 }
 
 void PartitionSearch::doneUpTo(u64 lba) {

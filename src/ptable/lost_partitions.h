@@ -26,6 +26,8 @@ struct LostPartition {
   bool isSizeKnown = true;
   std::string label;  // UTF-8
   Confidence confidence = Confidence::sure;
+  // What lies in it, or around it, names its place just as well: one of them is of an earlier time.
+  bool isContested = false;
   u32 volumeCount = 0;  // of an extended partition, which comes back with them
   // Inside an extended partition, where its EBR can go; nothing: there is no room for one.
   std::optional<u64> ebrSector;

@@ -161,6 +161,43 @@ TEST_F(LostPartitionsTest, AnOlderPartitionDoesNotHideTheOnesOfNow) {
   EXPECT_EQ(search(), "FAT16 63+30000 doubtful\nFAT12 2048+4096 sure\nFAT12 8192+4096 sure\n");
 }
 
+// Which of two that begin alike was made last, nobody can tell: none is chosen, none is lost.
+TEST_F(LostPartitionsTest, PartitionsInsideAnotherOneThatSayTheirPlaceAreOffered) {
+  putFat(2048, 2048, 40000);
+  putFat(8192, 8192);
+  putFat(16384, 63);  // an image in a file of it
+  putFat(20480, 20480);
+  putFat(49152, 49152);
+  EXPECT_EQ(search(),
+            "FAT16 2048+40000 doubtful\nFAT12 8192+4096 doubtful\n"
+            "FAT12 20480+4096 doubtful\nFAT12 49152+4096 sure\n");
+  EXPECT_TRUE(report_.found[0].isContested && report_.found[1].isContested);
+  EXPECT_FALSE(report_.found[4].isContested);
+  EXPECT_EQ(job_.done, job_.total);
+}
+
+TEST_F(LostPartitionsTest, AnImageInAFileIsNoPartition) {
+  putFat(2048, 2048, 40000);
+  putFat(8192, 2048);
+  putFat(10000, 63);
+  EXPECT_EQ(search(), "FAT16 2048+40000 sure\n");
+}
+
+TEST_F(LostPartitionsTest, AChainInsideAnotherOneIsOffered) {
+  constexpr u64 kCylinder = 16065;
+  putFat(2048, 2048, 60000);
+  putEbr(kCylinder, 63, 4000);
+  putFat(kCylinder + 63, 63, 4000);
+  EXPECT_EQ(search(), "FAT16 2048+60000 doubtful\nExtended 16065+4063 doubtful\n");
+  // The same as volumes of an extended partition.
+  EXPECT_EQ(search(disk_, true), "FAT16 2048+60000 doubtful\nFAT12 16128+4000 doubtful\n");
+  // What a chain has of its own is none inside another one.
+  putEbr(kCylinder, 63, 40000);
+  putFat(kCylinder + 63, kCylinder + 63, 40000);
+  disk_.setSector(2048, std::vector<u8>(512));
+  EXPECT_EQ(search(), "Extended 16065+40063 sure\n");
+}
+
 TEST_F(LostPartitionsTest, HeadersOfFormsThatNoProgramHereMakes) {
   HfsPlusHeaderRecord hfs{};
   hfs.signature = {'H', '+'};

@@ -1,0 +1,41 @@
+// Partitions in the sectors of another one: which of them the disk had last cannot be told from
+// their places, but they must not be overlooked.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <span>
+
+#include "probe/lost_volume.h"
+#include "ptable/lost_chain.h"
+
+namespace tallowin {
+
+class LaterPartitions {
+ public:
+  // All are borrowed.
+  LaterPartitions(Drive& drive, const LostSearch& search, VolumeRecogniser& recogniser,
+                  const ChainSearch& chains);
+
+  // Where the first one begins behind the first sector of `found`. Looks at the sectors alone where
+  // programs begin partitions: whole MiB, cylinders and the track behind; and takes nothing for one
+  // that does not itself say that it lies there, for files hold images of volumes and of disks.
+  // `ownPlaces` are passed over. `goesOn` is asked before each place, and ends the look by false.
+  std::optional<u64> firstIn(const LostPartition& found, std::span<const u64> ownPlaces,
+                             const std::function<bool(u64 lba)>& goesOn);
+
+ private:
+  u64 nextPlace(u64 lba) const;
+  bool beginsAt(u64 lba, const u8* sector);
+  bool isEbrOfVolume(u64 lba, const u8* sector);
+
+  DiskDevice& disk_;
+  const LostSearch& search_;
+  VolumeRecogniser& recogniser_;
+  const ChainSearch& chains_;
+  u64 mibSectors_;
+  u64 cylinderSectors_;
+  u64 trackSectors_;
+};
+
+}  // namespace tallowin

@@ -1,0 +1,90 @@
+#include "ptable/lost_chain.h"
+
+#include <algorithm>
+
+#include "probe/identify.h"
+#include "probe/type_catalogue.h"
+#include "ptable/mbr/ebr_reader.h"
+#include "ptable/scheme.h"
+
+namespace tallowin {
+namespace {
+
+// In the order of the chain each volume follows its EBR, and the next EBR the volume.
+bool isInOrder(const VolumeList& list, const TableEntry& container) {
+  u64 nextFree = 0;
+  return std::ranges::all_of(list.entries, [&](const auto& volume) {
+    const bool follows = nextFree <= volume->ebr && volume->ebr < volume->volumeStart &&
+                         volume->startSector <= volume->endSector;
+    nextFree = volume->endSector + 1 - container.startSector;
+    return follows;
+  });
+}
+
+}  // namespace
+
+bool ChainSearch::isUsualStart(u64 sectors) const {
+  constexpr u64 kTrack = 63;
+  return sectors == kTrack || sectors == kMiB / drive_.sectorSize() ||
+         sectors == firstAlignedSector(drive_.alignment());
+}
+
+bool ChainSearch::mayBeFirst(const EbrRecord& ebr) const {
+  if (!ebr.signature.isValid() || ebr.slots[2].type != 0 || ebr.slots[3].type != 0) return false;
+  return std::ranges::any_of(std::span(ebr.slots).first(2), [this](const MbrSlotRecord& slot) {
+    if (types::isChainLink(slot.type)) return slot.startLba != 0 && slot.sectorCount != 0;
+    return slot.type != types::kFree && isUsualStart(slot.startLba);
+  });
+}
+
+// Volumes that hold what fits into them say that the chain is the one by which they were used.
+Confidence ChainSearch::confidenceOf(const VolumeList& list, bool isClean) const {
+  bool isRecognised = false;
+  for (const auto& volume : list.entries) {
+    Content content;
+    if (identify(drive_.disk(), volume->startSector, content) ||
+        content.code == ContentCode::unknownVolume)
+      continue;
+    // Swap areas have the size of the disk.
+    if (content.code != ContentCode::linuxSwap && content.sectorCount > volume->sectorCount())
+      isClean = false;
+    isRecognised = true;
+  }
+  if (!isClean) return Confidence::doubtful;
+  return isRecognised ? Confidence::sure : Confidence::likely;
+}
+
+std::optional<LostChain> ChainSearch::examine(u64 lba, const u8* sector) const {
+  if (search_.isInsideExtended || drive_.isGpt()) return std::nullopt;
+  const auto& ebr = *recordAt<EbrRecord>({sector, drive_.sectorSize()});
+  if (!mayBeFirst(ebr)) return std::nullopt;
+  TableEntry container;
+  container.type = types::kExtended;
+  container.startSector = lba;
+  container.endSector = search_.lastSector;
+  if (!mayHoldVolumes(container)) return std::nullopt;
+  const LabelReader noLabels;
+  const TableContext all = drive_.tableContext();
+  readVolumes({all.disk, all.geometry, all.lastLba, all.flags, all.biosNumber, all.host, noLabels},
+              container);
+  const VolumeList& list = *container.volumes;
+  if (list.status != 0 || list.leavesContainer || list.entries.empty() ||
+      !isInOrder(list, container))
+    return std::nullopt;
+  LostChain chain;
+  LostPartition& found = chain.partition;
+  found.kind = "Extended";
+  found.startSector = lba;
+  found.endSector = std::max(list.entries.back()->endSector, lba + list.chain.back());
+  found.type = drive_.typeForEnd(types::kExtended, found.endSector);
+  found.volumeCount = static_cast<u32>(list.entries.size());
+  // The boot sector of a disk looks much the same, but it has code.
+  const bool isClean =
+      isAllZero(ebr.unused) && isAllZero(bytesOf(ebr.slots[2])) && isAllZero(bytesOf(ebr.slots[3]));
+  found.confidence = confidenceOf(list, isClean);
+  for (const u64 position : list.chain) chain.places.push_back(lba + position);
+  for (const auto& volume : list.entries) chain.places.push_back(volume->startSector);
+  return chain;
+}
+
+}  // namespace tallowin
