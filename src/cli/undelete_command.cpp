@@ -64,11 +64,12 @@ class UndeleteCommand : public Command {
   CommandResult run(CommandContext& context) override;
 
   void fill(CommandContext& context, Drive& drive, UndeleteModel& model);
-  std::string choose(CommandContext& context, UndeleteModel& model) const;
+  std::string choose(CommandContext& context, UndeleteModel& model);
   std::string question(Drive& drive, const UndeleteModel& model) const;
 
   UndeleteWish wanted_;
   std::string refusal_;
+  bool wantsAll_ = false;
   bool wasFound_ = false;
 };
 
@@ -89,7 +90,7 @@ void UndeleteCommand::declare(OptionSet& options, CommonOptions& common) {
 }
 
 // Ticks what is wanted; else why that is not possible.
-std::string UndeleteCommand::choose(CommandContext& context, UndeleteModel& model) const {
+std::string UndeleteCommand::choose(CommandContext& context, UndeleteModel& model) {
   std::vector<u32> picks = wanted_.picks;
   if (picks.empty() && !wanted_.all) {
     TextInput input{"Undelete", "Numbers to add, or 'all':", 255, ""};
@@ -113,7 +114,9 @@ std::string UndeleteCommand::choose(CommandContext& context, UndeleteModel& mode
                                    ? std::ranges::count(notInDoubt, row) != 0
                                    : std::ranges::count(picks, static_cast<u32>(row + 1)) != 0;
   model.pass();
-  return model.addControl.enabled ? std::string() : model.addControl.whyDisabled;
+  wantsAll_ = picks.empty();
+  const Control& control = wantsAll_ ? model.addAllControl : model.addControl;
+  return control.enabled ? std::string() : control.whyDisabled;
 }
 
 std::string UndeleteCommand::question(Drive& drive, const UndeleteModel& model) const {
@@ -135,7 +138,11 @@ void UndeleteCommand::fill(CommandContext& context, Drive& drive, UndeleteModel&
   if (wanted_.dryRun) return;
   refusal_ = choose(context, model);
   if (!refusal_.empty()) return;
-  if (context.ui.confirm(Consent::general, "", question(drive, model))) model.ok();
+  if (!context.ui.confirm(Consent::general, "", question(drive, model))) return;
+  if (wantsAll_)
+    model.addAll();
+  else
+    model.ok();
 }
 
 CommandResult UndeleteCommand::run(CommandContext& context) {

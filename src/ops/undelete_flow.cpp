@@ -105,7 +105,7 @@ class Recovery {
     failed = change.end(failed);
     if (failed == Error::sectorsInUse && added_ == 0)
       return refuse({FlowEnd::cancelled, Error::cancelled});
-    tell(failed);
+    tell(failed, model.leftOutText());
     return true;
   }
 
@@ -145,12 +145,15 @@ class Recovery {
     return entry;
   }
 
-  void tell(const Failure& failed) {
-    result_ = failed ? FlowResult{FlowEnd::failed, failed} : FlowResult{};
+  void tell(const Failure& failed, const std::string& leftOut) {
+    result_ = failed ? FlowResult{FlowEnd::failed, failed}
+                     : FlowResult{leftOut.empty() ? FlowEnd::done : FlowEnd::doneWithLosses};
     if (failed)
       context_.ui.messageBox(
           {MessageKind::error, kTitle, "Unable to add entry\n\n" + tableErrorText(failed)});
-    context_.ui.noticeBox(format("Completed - %u Recovered.", added_), kTitle);
+    context_.ui.noticeBox(
+        format("Completed - %u Recovered.", added_) + (leftOut.empty() ? "" : "\n" + leftOut),
+        kTitle);
   }
 
   const OperationContext& context_;

@@ -17,7 +17,8 @@ SectorExtent searchExtent(Drive& drive, const PartitionEntry& block);
 
 // Looks for lost partitions from `firstSector` of the block's search extent on, runs the Undelete
 // dialog with what was found, and adds what the user chose. One change of the table adds them all.
-// cancelled: nothing was added. refused: nothing was found, or nothing could be
+// doneWithLosses: something that is not in doubt had no room, and was named. cancelled: nothing was
+// added. refused: nothing was found, or nothing could be
 // changed, and the reason was told. failed: what
 // was added before stays, and is told. `added` counts what the table has now.
 FlowResult recoverPartitions(const OperationContext& context, Drive& drive,

@@ -76,7 +76,11 @@ UndeleteModel::UndeleteModel(const LostReport& report, u32 sectorSizeBytes, bool
   const std::vector<std::size_t> all = notInDoubt();
   for (const std::size_t row : all) rows[row].isPicked = true;
   if (!rows.empty()) selected = 0;
-  if (all.empty()) addAllControl = {true, false, "Everything that was found is in doubt."};
+  if (all.empty())
+    addAllControl = {true, false,
+                     withoutRoom().empty()
+                         ? "Everything that was found is in doubt."
+                         : "Nothing that is not in doubt has a sector before it for its EBR."};
 }
 
 void UndeleteModel::toggle(std::size_t row) {
@@ -90,6 +94,15 @@ std::vector<std::size_t> UndeleteModel::notInDoubt() const {
         (!isInsideExtended_ || found_[row].ebrSector))
       all.push_back(row);
   return all;
+}
+
+std::vector<std::size_t> UndeleteModel::withoutRoom() const {
+  std::vector<std::size_t> rowsOfThem;
+  for (std::size_t row = 0; row < found_.size(); ++row)
+    if (found_[row].confidence != Confidence::doubtful && isInsideExtended_ &&
+        !found_[row].ebrSector)
+      rowsOfThem.push_back(row);
+  return rowsOfThem;
 }
 
 std::vector<std::size_t> UndeleteModel::picked() const {
@@ -109,6 +122,16 @@ std::string UndeleteModel::whyNotAddable(const std::vector<std::size_t>& wanted)
         return format("Numbers %zu and %zu overlap; choose one of them.", other + 1, row + 1);
   }
   return {};
+}
+
+std::string UndeleteModel::leftOutText() const {
+  if (leftOut_.empty()) return {};
+  std::string text = "Not recovered, for there is no sector left before it for its EBR:";
+  for (const std::size_t row : leftOut_)
+    text += format("\nNumber %zu: %s%s%s, %s, from sector %s", row + 1, rows[row].kind.c_str(),
+                   rows[row].label.empty() ? "" : " ", rows[row].label.c_str(),
+                   rows[row].size.c_str(), rows[row].start.c_str());
+  return text;
 }
 
 std::string UndeleteModel::detailsOf(std::size_t row) const {
@@ -131,10 +154,12 @@ void UndeleteModel::pass() {
 
 void UndeleteModel::ok() {
   pass();
+  leftOut_.clear();
   if (addControl.enabled) tryToAdd(picked());
 }
 
 void UndeleteModel::addAll() {
+  leftOut_ = withoutRoom();
   if (addAllControl.enabled) tryToAdd(notInDoubt());
 }
 

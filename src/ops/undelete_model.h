@@ -46,6 +46,10 @@ class UndeleteModel : public DialogModel {
   void toggle(std::size_t row);
   // Everything that is not in doubt, and has room.
   std::vector<std::size_t> notInDoubt() const;
+  // What is not in doubt and has none: no sector is left before it for its EBR.
+  std::vector<std::size_t> withoutRoom() const;
+  // Names what the last addAll() had to leave out; empty when that was nothing.
+  std::string leftOutText() const;
   // Why these cannot be added together; empty when they can.
   std::string whyNotAddable(const std::vector<std::size_t>& picked) const;
 
@@ -63,6 +67,7 @@ class UndeleteModel : public DialogModel {
   void tryToAdd(const std::vector<std::size_t>& picked);
 
   std::vector<LostPartition> found_;
+  std::vector<std::size_t> leftOut_;
   bool isInsideExtended_;
 };
 

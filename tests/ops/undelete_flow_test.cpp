@@ -88,6 +88,19 @@ TEST_F(UndeleteFlowTest, VolumesComeBackIntoTheirExtendedPartition) {
   EXPECT_EQ(tableOf(*drive), tableOf(*open(disk_)));
 }
 
+TEST_F(UndeleteFlowTest, WhatAllHadToLeaveOutIsNamed) {
+  add(*open(disk_), 0, 200000, 0x05, "EXT");
+  putVolumes({20480, 30480, 61440});
+  const auto drive = open(disk_);
+  expectDialog(ui_, [](UndeleteModel& model) { model.addAll(); });
+  ui_.expectMessage(
+      "Completed - 2 Recovered.\nNot recovered, for there is no sector left before it "
+      "for its EBR:\nNumber 2: FAT12, 5 MiB, from sector 30480");
+  EXPECT_EQ(undeleteFlow(context_, *drive, *freeBlocks(*drive).back()).end,
+            FlowEnd::doneWithLosses);
+  EXPECT_EQ(tableOf(*drive), "1 05h 2048..202047\n5 06h 20480..30479\n6 06h 61440..71439\n");
+}
+
 TEST_F(UndeleteFlowTest, FailedTransfersAndPowerCutsLeaveTheOldTableOrTheNew) {
   putVolumes({20480});
   // So that little has to be searched.
