@@ -165,7 +165,9 @@ SectorRegion Drive::freeRegionAround(const PartitionEntry& entry) {
   SectorRegion region{base, std::min(container->endSector, lastUsableSector_)};
   for (const auto& other : container->volumes->entries) {
     if (other.get() == &entry || other->isFree()) continue;
-    keepOutOf(base + other->ebr, other->endSector, entry, region);
+    // The sector behind an EBR is the table's own, too.
+    keepOutOf(base + other->ebr, base + other->ebr + 1, entry, region);
+    keepOutOf(other->startSector, other->endSector, entry, region);
   }
   // A link-only EBR may become the entry's own, so it bounds the region without being outside.
   for (const u64 ebr : container->volumes->emptyEbrs)

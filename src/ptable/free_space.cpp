@@ -114,41 +114,67 @@ struct Gap {
   u64 end;  // one past
 };
 
-// Marks entries that begin before the one before them ends, and finds the gaps from `first` to
-// `end`; behind an entry in error nothing is known to be free. `runOf` tells where an entry begins,
-// and where the next one may.
-template <typename Entry, typename RunOf>
-std::vector<Gap> markOverlaps(const std::vector<std::unique_ptr<Entry>>& entries, u64 first,
-                              u64 end, RunOf runOf) {
+// Sectors that an entry has.
+struct Run {
+  u64 start;
+  u64 end;      // one past
+  u64 nextGap;  // what is free behind it begins here
+  PartitionEntry* entry;
+};
+
+// Marks the entries of runs that begin before the one before them ends, and finds the gaps from
+// `first` to `end`; behind an entry in error nothing is known to be free.
+std::vector<Gap> markOverlaps(std::vector<Run> runs, u64 first, u64 end) {
+  std::ranges::stable_sort(runs, {}, &Run::start);
   std::vector<Gap> gaps;
   u64 nextFree = first;
-  Entry* previous = nullptr;
-  for (const auto& entry : entries) {
-    const Gap run = runOf(*entry);
+  u64 nextGap = first;
+  PartitionEntry* previous = nullptr;
+  for (const Run& run : runs) {
     if (run.start < nextFree) {
-      entry->status |= kEntryOverlaps;
+      run.entry->status |= kEntryOverlaps;
       if (previous != nullptr) previous->status |= kEntryOverlaps;
     } else {
-      gaps.push_back({nextFree, run.start});
+      gaps.push_back({nextGap, run.start});
     }
-    previous = entry.get();
+    previous = run.entry;
     nextFree = run.end;
-    if (entry->isInError()) break;
+    nextGap = run.nextGap;
+    if (run.entry->isInError()) break;
   }
-  if (previous == nullptr || !previous->isInError()) gaps.push_back({nextFree, end});
+  if (previous == nullptr || !previous->isInError()) gaps.push_back({nextGap, end});
   std::erase_if(gaps, [](const Gap& gap) { return gap.start >= gap.end; });
   return gaps;
+}
+
+// An EBR and its volume, which other programs part: one that deletes the first volume of a chain
+// lets its EBR keep the second.
+std::vector<Run> runsOf(const TableEntry& container, u64 ebrReserve) {
+  const u64 room = container.sectorCount();
+  std::vector<Run> runs;
+  for (const auto& volume : container.volumes->entries) {
+    const u64 ebr = std::min(volume->ebr, room);
+    const u64 end = volume->endSector + 1 - container.startSector;
+    runs.push_back({ebr, ebr + 1, ebr + ebrReserve, volume.get()});
+    runs.push_back({volume->volumeStart, end, end, volume.get()});
+  }
+  return runs;
+}
+
+// Programs keep a track or 1 MiB between an EBR and its volume; nobody looks for room there.
+u64 ebrReserve(const AlignmentRules& rules) {
+  return std::max<u64>(trackUnit(rules), kMiB / std::max<u32>(1, rules.sectorSizeBytes));
 }
 
 }  // namespace
 
 void checkTable(const DiskBounds& bounds, const AlignmentRules& rules, PartitionTable& table) {
   for (const auto& entry : table.entries) markAlone(bounds, *entry);
+  std::vector<Run> runs;
+  for (const auto& entry : table.entries)
+    runs.push_back({entry->startSector, entry->endSector + 1, entry->endSector + 1, entry.get()});
   const std::vector<Gap> gaps =
-      markOverlaps(table.entries, bounds.firstUsableSector, bounds.lastUsableSector + 1,
-                   [](const TableEntry& entry) {
-                     return Gap{entry.startSector, entry.endSector + 1};
-                   });
+      markOverlaps(std::move(runs), bounds.firstUsableSector, bounds.lastUsableSector + 1);
   for (const Gap& gap : gaps) {
     auto block = freeBlock(bounds, rules, gap.start, gap.end);
     if (!block) continue;
@@ -167,10 +193,7 @@ void checkVolumes(const DiskBounds& bounds, const AlignmentRules& rules,
     return;
   }
   const std::vector<Gap> gaps =
-      markOverlaps(list.entries, 0, container.sectorCount(), [&](const VolumeEntry& volume) {
-        return Gap{std::min(volume.ebr, container.sectorCount()),
-                   volume.endSector + 1 - container.startSector};
-      });
+      markOverlaps(runsOf(container, ebrReserve(rules)), 0, container.sectorCount());
   VolumeGaps blocks(bounds, rules, table, container);
   for (const Gap& gap : gaps) blocks.add(gap.start, gap.end);
 }

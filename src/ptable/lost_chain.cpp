@@ -10,15 +10,18 @@
 namespace tallowin {
 namespace {
 
-// In the order of the chain each volume follows its EBR, and the next EBR the volume.
+// Each volume lies behind its EBR, and nothing that the chain names meets anything else of it.
 bool isInOrder(const VolumeList& list, const TableEntry& container) {
-  u64 nextFree = 0;
-  return std::ranges::all_of(list.entries, [&](const auto& volume) {
-    const bool follows = nextFree <= volume->ebr && volume->ebr < volume->volumeStart &&
-                         volume->startSector <= volume->endSector;
-    nextFree = volume->endSector + 1 - container.startSector;
-    return follows;
-  });
+  std::vector<std::pair<u64, u64>> runs;
+  for (const u64 ebr : list.emptyEbrs) runs.emplace_back(ebr, ebr);
+  for (const auto& volume : list.entries) {
+    if (volume->ebr >= volume->volumeStart || volume->startSector > volume->endSector) return false;
+    runs.emplace_back(volume->ebr, volume->ebr);
+    runs.emplace_back(volume->volumeStart, volume->endSector - container.startSector);
+  }
+  std::ranges::sort(runs);
+  return std::ranges::adjacent_find(
+             runs, [](const auto& a, const auto& b) { return b.first <= a.second; }) == runs.end();
 }
 
 }  // namespace
@@ -75,7 +78,9 @@ std::optional<LostChain> ChainSearch::examine(u64 lba, const u8* sector) const {
   LostPartition& found = chain.partition;
   found.kind = "Extended";
   found.startSector = lba;
-  found.endSector = std::max(list.entries.back()->endSector, lba + list.chain.back());
+  for (const u64 position : list.chain) found.endSector = std::max(found.endSector, lba + position);
+  for (const auto& volume : list.entries)
+    found.endSector = std::max(found.endSector, volume->endSector);
   found.type = drive_.typeForEnd(types::kExtended, found.endSector);
   found.volumeCount = static_cast<u32>(list.entries.size());
   // The boot sector of a disk looks much the same, but it has code.

@@ -239,5 +239,26 @@ TEST(Ebr, ANewExtendedPartitionIsAcceptedByOtherPrograms) {
   EXPECT_EQ(mbrOf(bench.disk()).slots[1].bootIndicator, kBootActive);
 }
 
+// sfdisk lets the first EBR keep the second volume then.
+TEST(Ebr, WhatADeletedFirstVolumeLeavesIsFree) {
+  MemoryDisk disk = diskFromCommands(
+      kDiskSectors * 512, 512,
+      {{"sfdisk", "-q", "IMAGE"}, {"sfdisk", "-q", "--delete", "IMAGE", "5"}}, kVolumes);
+  TableBench bench(std::move(disk), kAligned);
+  expectAgreement(bench, "deleted");
+  EXPECT_EQ(pictureOf(bench.drive()),
+            "1: 2048..6143 83h\nfree 6144..20479\n2: 20480..122879 0Fh\n  5: 61440..69631 0Bh\n"
+            "  free 24576..61439\n  free 71680..79871\n  6: 81920..90111 82h\n"
+            "  free 92160..122879\nfree 122880..204799\n");
+  EXPECT_EQ(addAt(bench.drive(), 24576, 20480, 0x83), Error::none);
+  expectAgreement(bench, "added");
+  ASSERT_NE(bench.drive().findByKernelNumber(6), nullptr);
+  EXPECT_EQ(bench.drive().findByKernelNumber(6)->startSector, 24576U);
+  EXPECT_EQ(bench.drive().remove(*bench.drive().findByKernelNumber(5)), Error::none);
+  bench.reopen(kAligned);
+  expectAgreement(bench, "the other one deleted");
+  EXPECT_EQ(bench.drive().findByKernelNumber(5)->startSector, 24576U);
+}
+
 }  // namespace
 }  // namespace tallowin

@@ -81,7 +81,9 @@ void askSfdisk(const Bench& bench, std::vector<Judgement>& answers) {
 void askParted(const Bench& bench, std::vector<Judgement>& answers) {
   const std::vector<std::string> paths = bench.paths();
   for (std::size_t first = 0; first < paths.size();) {
-    std::vector<std::string> command = {"parted", "-sm", paths[first], "unit", "s", "print"};
+    // By lines: else its warnings come in the middle of one.
+    std::vector<std::string> command = {"stdbuf",     "-oL",  "parted", "-sm",
+                                        paths[first], "unit", "s",      "print"};
     const std::size_t wordsForOneDisk = command.size();
     for (std::size_t i = first + 1; i < paths.size(); ++i)
       command.insert(command.end(), {"select", paths[i], "print"});

@@ -136,12 +136,18 @@ TEST_F(LostPartitionsTest, AChainIsOneFindUnlessItIsNone) {
   putEbr(12288, 2048, 1000);
   EXPECT_EQ(search(), "Extended 4096+11240 sure\n");
   EXPECT_EQ(report_.found[0].volumeCount, 2U);
+  // Another program deleted its first volume, and one was made in that place.
+  putEbr(4096, 8192, 4000, 63);
+  putEbr(4159, 63, 4000);
+  putFat(12288, 8192, 4000);
+  EXPECT_EQ(search(), "Extended 4096+12192 sure\n");
+  EXPECT_EQ(report_.found[0].volumeCount, 2U);
   // The boot sector of a disk has code; a chain that loops, or that leads nowhere, is none.
   putEbr(20480, 63, 100);
   put(20480 * 512, u8{0xFA});
   putEbr(24576, 63, 100, 63);
   putEbr(28672, 63, 100, 5000);
-  EXPECT_EQ(search(), "Extended 4096+11240 sure\nExtended 20480+163 doubtful\n");
+  EXPECT_EQ(search(), "Extended 4096+12192 sure\nExtended 20480+163 doubtful\n");
 }
 
 TEST_F(LostPartitionsTest, ACertainFindDoubtsWhatItContradicts) {

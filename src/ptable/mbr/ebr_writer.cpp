@@ -39,7 +39,8 @@ bool isRoomFree(const TableEntry& container, const Room& room) {
   const VolumeList& list = *container.volumes;
   const auto volumes = volumesOnDisk(list);
   const bool touchesVolume = std::ranges::any_of(volumes, [&](const VolumeEntry* other) {
-    return other->ebr <= room.end && room.ebr <= other->endSector - container.startSector;
+    return other->ebr == room.ebr ||
+           (other->volumeStart <= room.end && room.ebr <= other->endSector - container.startSector);
   });
   const bool coversEbr =
       std::ranges::any_of(list.chain, [&](u64 ebr) { return ebr > room.ebr && ebr <= room.end; });
