@@ -146,10 +146,8 @@ Failure FatChecker::checkDotEntries(const Found& found, bool& good) {
   const bool isFat32 = volume_.layout.isFat32();
   const auto* dot = recordAt<FatDirectoryEntryRecord>(start);
   const auto* dotDot = recordAt<FatDirectoryEntryRecord>(start, sizeof(FatDirectoryEntryRecord));
-  good = dot != nullptr && dotDot != nullptr &&
-         std::string_view(dot->name, sizeof(dot->name)) == ".          " &&
-         std::string_view(dotDot->name, sizeof(dotDot->name)) == "..         " &&
-         firstClusterOf(*dot, isFat32) == found.firstCluster &&
+  good = dot != nullptr && dotDot != nullptr && isNamed(*dot, kFatDot) &&
+         isNamed(*dotDot, kFatDotDot) && firstClusterOf(*dot, isFat32) == found.firstCluster &&
          firstClusterOf(*dotDot, isFat32) == found.directory;
   return {};
 }

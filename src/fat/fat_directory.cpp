@@ -8,8 +8,6 @@ namespace tallowin {
 namespace {
 
 constexpr u32 kEntryBytes = sizeof(FatDirectoryEntryRecord);
-constexpr char kDot[] = ".          ";
-constexpr char kDotDot[] = "..         ";
 
 u8 firstByte(const FatDirectoryEntryRecord& entry) { return static_cast<u8>(entry.name[0]); }
 
@@ -103,8 +101,8 @@ std::shared_ptr<FatDirectory> FatDirectory::create(const FatVolume& volume, u32 
   made->end_ = 2;
   for (u32 sector = 0; sector < volume.layout.sectorsPerCluster; ++sector)
     made->changedSectors_.insert(sector);
-  made->change(0) = dotEntry(kDot, cluster, times);
-  made->change(1) = dotEntry(kDotDot, parent, times);
+  made->change(0) = dotEntry(kFatDot, cluster, times);
+  made->change(1) = dotEntry(kFatDotDot, parent, times);
   return made;
 }
 
@@ -122,7 +120,7 @@ FatDirectoryEntryRecord& FatDirectory::change(u32 index) {
 std::optional<u32> FatDirectory::nextEntry(u32 from) const {
   for (u32 at = from; at < end_; ++at) {
     const FatDirectoryEntryRecord& found = entry(at);
-    if (!isDeleted(found) && (found.attributes & kFatVolumeLabel) == 0 && found.name[0] != '.')
+    if (!isDeleted(found) && (found.attributes & kFatVolumeLabel) == 0 && !isDotEntry(found))
       return at;
   }
   return std::nullopt;

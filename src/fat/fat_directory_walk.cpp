@@ -14,11 +14,6 @@ constexpr std::size_t kBatchBytes = 256 * kKiB;  // of beginnings that are read 
 constexpr std::size_t kAnnouncedBytes = 8 * kMiB;
 constexpr u64 kBridgedBytes = 32 * kKiB;  // less than that is read rather than left out
 
-bool isDotEntry(const FatDirectoryEntryRecord& entry) {
-  const std::string_view name(entry.name, sizeof(entry.name));
-  return name == ".          " || name == "..         ";
-}
-
 }  // namespace
 
 FatDirectoryWalk::FatDirectoryWalk(const FatVolume& volume, FatClusterMap& map, Job& job)

@@ -340,7 +340,7 @@ Failure FatFileSystem::setParent(u32 directory, u32 parent) {
   Directory moved;
   if (const Failure failed = directoryOf(directory, moved)) return failed;
   constexpr u32 kParentEntry = 1;
-  if (moved->size() > kParentEntry && moved->entry(kParentEntry).name[1] == '.')
+  if (moved->size() > kParentEntry && isNamed(moved->entry(kParentEntry), kFatDotDot))
     setFirstCluster(moved->change(kParentEntry), parent);
   return {};
 }

@@ -5,6 +5,8 @@
 //   |<---- reserved sectors -->|               | (not on FAT32) |<------ data area ------->
 #pragma once
 
+#include <string_view>
+
 #include "base/bytes.h"
 
 namespace tallowin {
@@ -120,6 +122,19 @@ static_assert(offsetof(FatDirectoryEntryRecord, firstClusterLow) == 26);
 inline constexpr u8 kFatEndOfDirectory = 0x00;
 inline constexpr u8 kFatDeleted = 0xE5;
 inline constexpr u8 kFatStandsForE5 = 0x05;
+
+// The first two entries of a directory that is not the root.
+inline constexpr char kFatDot[] = ".          ";
+inline constexpr char kFatDotDot[] = "..         ";
+
+constexpr bool isNamed(const FatDirectoryEntryRecord& entry, std::string_view elevenBytes) {
+  return std::string_view(entry.name, sizeof(entry.name)) == elevenBytes;
+}
+
+// Other names that begin with a dot are names of files like any other.
+constexpr bool isDotEntry(const FatDirectoryEntryRecord& entry) {
+  return isNamed(entry, kFatDot) || isNamed(entry, kFatDotDot);
+}
 
 inline constexpr u8 kFatLowerCaseName = 0x08;  // caseFlags
 inline constexpr u8 kFatLowerCaseExtension = 0x10;

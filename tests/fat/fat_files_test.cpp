@@ -1,8 +1,10 @@
 // What is particular to the files of a FAT: its two names, its times, and volumes made by others.
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
+#include "damaged_volume.h"
 #include "fat/fat_file_system.h"
 #include "fat/fat_names.h"
 #include "fat/fat_requests.h"
@@ -171,6 +173,24 @@ TEST_F(FatFilesTest, ReadsWhatOthersWrote) {
     EXPECT_EQ(Error::none, files->list("/Folder One/sub", entries));
     EXPECT_EQ(std::string(200, 'L') + "é日", entries.at(0).name);
   }
+}
+
+// "." and ".." alone are no files: a directory with any other name in it is not empty.
+TEST(FatDotNamesTest, AreFilesLikeAnyOther) {
+  DamagedVolume volume(0x01, 4000);
+  volume.fill();
+  volume.entry(kTwo, [](auto& e) { std::memcpy(e.name, ".HIDDEN    ", 11); });
+  const std::unique_ptr<FileSystem> files = volume.open();
+  FileInfo info;
+  EXPECT_EQ(Error::none, files->info("/SUB/.hidden", info));
+  EXPECT_EQ(2000U, info.sizeBytes);
+  EXPECT_EQ(Error::none, files->deleteFile("/SUB/A long name/THREE.TXT"));
+  EXPECT_EQ(Error::none, files->removeDirectory("/SUB/A long name"));
+  EXPECT_EQ(Error::directoryNotEmpty, files->removeDirectory("/SUB"));
+  EXPECT_EQ(Error::none, files->move("/SUB/.hidden", "/visible"));
+  EXPECT_EQ(Error::none, files->removeDirectory("/SUB"));
+  EXPECT_EQ(Error::none, files->sync());
+  EXPECT_EQ(FatFault::none, volume.check().fault);
 }
 
 TEST_F(FatFilesTest, AFullRootAndTheLargestFile) {
