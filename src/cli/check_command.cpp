@@ -1,6 +1,7 @@
 // check: whether a file system is sound, and what can be mended.
 #include "ops/check_flow.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "base/text.h"
@@ -36,6 +37,8 @@ const char* wordOf(Mend::Kind kind) {
   return "";
 }
 
+bool isPossible(const Mend& mend) { return mend.whyNot == Error::none; }
+
 void writeMends(JsonWriter& json, const char* key, const std::vector<Mend>& mends) {
   json.beginArray(key);
   for (const Mend& mend : mends) {
@@ -43,6 +46,7 @@ void writeMends(JsonWriter& json, const char* key, const std::vector<Mend>& mend
     json.text("kind", wordOf(mend.kind));
     json.text("fault", mend.fault);
     json.text("remedy", mend.remedy);
+    if (!isPossible(mend)) json.number("why_not", codeOf(mend.whyNot));
     json.endObject();
   }
   json.endArray();
@@ -70,7 +74,9 @@ std::string reportText(const CheckReport& report) {
 std::string mendsText(const char* what, const std::vector<Mend>& mends) {
   std::string text;
   for (const Mend& mend : mends)
-    text += format("%s%s %s\n", what, mend.fault.c_str(), mend.remedy.c_str());
+    text +=
+        format("%s%s %s\n", isPossible(mend) ? what : "", mend.fault.c_str(), mend.remedy.c_str());
+  if (!std::ranges::all_of(mends, isPossible)) text += std::string(kMakeRoom) + "\n";
   return text;
 }
 
@@ -79,8 +85,12 @@ CommandResult faulty(const CheckReport& report, const std::vector<Mend>& mends,
                      const ConsoleFrontEnd& ui) {
   std::string message = format("Fault %u: %s.", report.fault, report.faultText.c_str());
   for (const std::string& told : ui.told()) message += " " + told;
-  message += mends.empty() ? " Copy what you need, and format the volume anew."
-                           : " 'check --repair' would mend it: " + mendsText("", mends);
+  if (mends.empty())
+    message += " Copy what you need, and format the volume anew.";
+  else if (std::ranges::all_of(mends, isPossible))
+    message += " 'check --repair' would mend it: " + mendsText("", mends);
+  else
+    message += " 'check --repair' cannot mend it: " + mendsText("", mends);
   CommandResult result = refused(onOneLine(message), Error::corrupt);
   result.number = report.fault;
   return result;

@@ -606,13 +606,13 @@ Failure FatFileSystem::sync() {
 }  // namespace
 
 Failure keepLostChains(const SectorRange& range, u16 type, std::span<const FatLostChain> chains,
-                       u64 secondsSinceEpoch) {
+                       u64 secondsSinceEpoch, std::string& folder) {
   constexpr u32 kMostFolders = 1000;
   std::optional<FatVolume> volume;
   if (const Failure failed = openFat(range, type, volume)) return failed;
   FatFileSystem files(*volume, {.writable = true, .clock = [=] { return secondsSinceEpoch; }});
   if (const Failure failed = files.setUp()) return failed;
-  std::string folder;
+  folder.clear();
   for (u32 number = 0; folder.empty() || files.exists(folder); ++number) {
     if (number == kMostFolders) return Error::directoryFull;
     folder = format("/FOUND.%03u", number);

@@ -25,9 +25,9 @@ struct FatLostChain {
   u32 clusters = 0;  // no more than a file may have
 };
 
-// Gives each of them a name, in a new directory of the root. Errors of FileSystem::makeDirectory;
-// what no name was given to is as before.
+// Gives each of them a name, in a new directory of the root: `folder`. Errors of
+// FileSystem::makeDirectory; what no name was given to is as before.
 Failure keepLostChains(const SectorRange& range, u16 type, std::span<const FatLostChain> chains,
-                       u64 secondsSinceEpoch);
+                       u64 secondsSinceEpoch, std::string& folder);
 
 }  // namespace tallowin

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/text.h"
+#include "disk/overlay_disk.h"
 #include "fat/fat_check.h"
 #include "fat/fat_clusters.h"
 #include "fat/fat_lost_chains.h"
@@ -17,6 +18,56 @@ constexpr u8 kBootInUse = 0x01;  // in the reserved byte of the identity
 constexpr std::size_t kPieceBytes = 256 * kKiB;
 
 unsigned long number(u64 value) { return static_cast<unsigned long>(value); }
+
+// --- What is rehearsed, and done
+
+// The sectors that differ, and no others.
+Failure copyOver(DiskDevice& disk, u64 fromLba, u64 toLba, u64 sectors) {
+  const u32 sectorBytes = disk.sectorSize();
+  const u64 pieceSectors = kPieceBytes / sectorBytes;
+  std::vector<u8> from(kPieceBytes), to(kPieceBytes);
+  for (u64 done = 0; done < sectors; done += pieceSectors) {
+    const u64 count = std::min(pieceSectors, sectors - done);
+    if (const Failure failed = disk.readSectors(fromLba + done, from.data(), count)) return failed;
+    if (const Failure failed = disk.readSectors(toLba + done, to.data(), count)) return failed;
+    const auto differs = [&](u64 sector) {
+      return std::memcmp(&from[sector * sectorBytes], &to[sector * sectorBytes], sectorBytes) != 0;
+    };
+    for (u64 first = 0, end = 0; first < count; first = std::max(end, first + 1)) {
+      for (end = first; end < count && differs(end);) ++end;
+      if (const Failure failed =
+              disk.writeSectors(toLba + done + first, &from[first * sectorBytes], end - first))
+        return failed;
+    }
+  }
+  return {};
+}
+
+Failure copyTable(const SectorRange& range, const FatLayout& layout, u32 best) {
+  const auto lbaOf = [&](u32 copy) {
+    return range.firstSector + layout.reservedSectors + u64{copy} * layout.sectorsPerFat;
+  };
+  for (u32 copy = 0; copy < layout.numberOfFats; ++copy)
+    if (copy != best)
+      if (const Failure failed =
+              copyOver(range.disk, lbaOf(best), lbaOf(copy), layout.sectorsPerFat))
+        return failed;
+  return {};
+}
+
+// Their ends are on the medium before an entry names them.
+Failure keepLost(const SectorRange& range, u16 type, FatClusterMap& map, u64 secondsSinceEpoch,
+                 std::string& folder) {
+  FatLostChains lost;
+  if (const Failure failed = findLostChains(map, lost)) return failed;
+  FatTable table(range, map.layout());
+  if (const Failure failed = table.setUp()) return failed;
+  for (const u32 cluster : lost.newEnds)
+    if (const Failure failed = table.markEnd(cluster)) return failed;
+  if (const Failure failed = table.flush()) return failed;
+  if (const Failure failed = range.disk.flush()) return failed;
+  return keepLostChains(range, type, lost.chains, secondsSinceEpoch, folder);
+}
 
 // --- What is wrong
 
@@ -61,6 +112,7 @@ class FatSurvey {
  private:
   void openByBackup();
   Failure chooseCopy();
+  Failure rehearseKeeping();
   void addMends(std::vector<Mend>& mends);
   void addLostClusters(std::vector<Mend>& mends) const;
   void addFsInfo(std::vector<Mend>& mends);
@@ -77,6 +129,8 @@ class FatSurvey {
   bool isCloseChoice_ = false;  // each copy has lost clusters, and not the same files
   u32 bestCopy_ = 0;
   FatCheckReport check_;
+  std::string lostFolder_;  // that lost clusters would be kept in
+  Error whyNotKept_ = Error::none;
 };
 
 // A sector that is another file system's by now is not overwritten with an older one.
@@ -119,7 +173,7 @@ Failure FatSurvey::run() {
   if (copiesDiffer_)
     if (const Failure failed = chooseCopy()) return failed;
   if (isByBackup_) check_.fault = FatFault::invalidVolume;
-  return {};
+  return worth() == Worth::lostClusters ? rehearseKeeping() : Failure();
 }
 
 // The copy by which more is sound; where that is the same, the one that everybody reads. With lost
@@ -140,6 +194,20 @@ Failure FatSurvey::chooseCopy() {
   }
   check_ = takesSecond ? second : first;
   check_.fault = FatFault::copiesDiffer;
+  return {};
+}
+
+// With what comes before it, so that before the first write it is known whether there is room.
+Failure FatSurvey::rehearseKeeping() {
+  OverlayDisk rehearsal(range_.disk);
+  const SectorRange range{rehearsal, range_.firstSector, range_.sectorCount};
+  if (isByBackup_)
+    if (const Failure failed = volume_->boot.writeBootSector(range)) return failed;
+  if (copiesDiffer_)
+    if (const Failure failed = copyTable(range, volume_->layout, bestCopy_)) return failed;
+  const Failure failed = keepLost(range, type_, *map_, 0, lostFolder_);
+  if (failed != Error::volumeFull && failed != Error::directoryFull) return failed;
+  whyNotKept_ = failed.code;
   return {};
 }
 
@@ -181,8 +249,11 @@ void FatSurvey::addLostClusters(std::vector<Mend>& mends) const {
   const std::string fault = format(
       "%lu clusters (%lu KiB) are in use that belong to no file.", number(check_.lostClusters),
       number(u64{check_.lostClusters} * volume_->layout.clusterBytes() / kKiB));
-  mends.push_back({Mend::Kind::keepLostClusters, fault,
-                   "They are kept as files in a new directory FOUND.000 of the root.", false});
+  const char* const remedy = whyNotKept_ == Error::none
+                                 ? "They are kept as files in a new directory '%s'."
+                                 : "There is no room for a directory of them as files.";
+  mends.push_back({Mend::Kind::keepLostClusters, fault, format(remedy, lostFolder_.c_str()), false,
+                   whyNotKept_});
   mends.push_back({Mend::Kind::freeLostClusters, fault,
                    "They become free space, and what they hold is given up.", true});
 }
@@ -260,10 +331,7 @@ class FatRepair {
  private:
   Failure doMend(Mend::Kind kind);
   Failure apply(Mend::Kind kind, FatSurvey& survey);
-  Failure copyTable(const FatSurvey& survey, const FatVolume& volume);
-  Failure copyOver(u64 fromLba, u64 toLba, u64 sectors);
   Failure freeLost(FatSurvey& survey);
-  Failure keepLost(FatSurvey& survey);
   Failure writeFreeCount(FatSurvey& survey);
   Failure takeMark(FatVolume& volume);
   DiskDevice& disk() const { return range_.disk; }
@@ -285,6 +353,7 @@ Failure FatRepair::doMend(Mend::Kind kind) {
   const auto mend = std::ranges::find(found.mends, kind, &Mend::kind);
   if (mend == found.mends.end()) return {};
   if (!survey.rests(kind)) return {};
+  if (mend->whyNot != Error::none) return mend->whyNot;
   report_.touched = true;
   if (const Failure failed = apply(kind, survey)) return failed;
   if (const Failure failed = disk().flush()) return failed;
@@ -294,13 +363,14 @@ Failure FatRepair::doMend(Mend::Kind kind) {
 
 Failure FatRepair::apply(Mend::Kind kind, FatSurvey& survey) {
   FatVolume& volume = survey.volume();
+  std::string folder;
   switch (kind) {
     case Mend::Kind::bootSector:
       return volume.boot.writeBootSector(range_);
     case Mend::Kind::tableCopies:
-      return copyTable(survey, volume);
+      return copyTable(range_, volume.layout, survey.bestCopy());
     case Mend::Kind::keepLostClusters:
-      return keepLost(survey);
+      return keepLost(range_, type_, survey.map(), wish_.secondsSinceEpoch, folder);
     case Mend::Kind::freeLostClusters:
       return freeLost(survey);
     case Mend::Kind::freeCount:
@@ -310,42 +380,6 @@ Failure FatRepair::apply(Mend::Kind kind, FatSurvey& survey) {
                                  volume.boot.sector(0).data(), 1);
     case Mend::Kind::inUseMark:
       return takeMark(volume);
-  }
-  return {};
-}
-
-Failure FatRepair::copyTable(const FatSurvey& survey, const FatVolume& volume) {
-  const FatLayout& layout = volume.layout;
-  const auto copyLba = [&](u32 copy) {
-    return range_.firstSector + layout.reservedSectors + u64{copy} * layout.sectorsPerFat;
-  };
-  for (u32 copy = 0; copy < layout.numberOfFats; ++copy)
-    if (copy != survey.bestCopy())
-      if (const Failure failed =
-              copyOver(copyLba(survey.bestCopy()), copyLba(copy), layout.sectorsPerFat))
-        return failed;
-  return {};
-}
-
-// The sectors that differ, and no others.
-Failure FatRepair::copyOver(u64 fromLba, u64 toLba, u64 sectors) {
-  const u32 sectorBytes = disk().sectorSize();
-  const u64 pieceSectors = kPieceBytes / sectorBytes;
-  std::vector<u8> from(kPieceBytes), to(kPieceBytes);
-  for (u64 done = 0; done < sectors; done += pieceSectors) {
-    const u64 count = std::min(pieceSectors, sectors - done);
-    if (const Failure failed = disk().readSectors(fromLba + done, from.data(), count))
-      return failed;
-    if (const Failure failed = disk().readSectors(toLba + done, to.data(), count)) return failed;
-    const auto differs = [&](u64 sector) {
-      return std::memcmp(&from[sector * sectorBytes], &to[sector * sectorBytes], sectorBytes) != 0;
-    };
-    for (u64 first = 0, end = 0; first < count; first = std::max(end, first + 1)) {
-      for (end = first; end < count && differs(end);) ++end;
-      if (const Failure failed =
-              disk().writeSectors(toLba + done + first, &from[first * sectorBytes], end - first))
-        return failed;
-    }
   }
   return {};
 }
@@ -364,19 +398,6 @@ Failure FatRepair::freeLost(FatSurvey& survey) {
   const FatFsInfoRecord* info = boot.fsInfo();
   if (info == nullptr || info->freeClusters != survey.map().freeClusters()) return {};
   return boot.writeFsInfo(range_, info->freeClusters + freed, info->nextFreeCluster);
-}
-
-// Their ends are on the medium before an entry names them.
-Failure FatRepair::keepLost(FatSurvey& survey) {
-  FatLostChains lost;
-  if (const Failure failed = findLostChains(survey.map(), lost)) return failed;
-  FatTable table(range_, survey.volume().layout);
-  if (const Failure failed = table.setUp()) return failed;
-  for (const u32 cluster : lost.newEnds)
-    if (const Failure failed = table.markEnd(cluster)) return failed;
-  if (const Failure failed = table.flush()) return failed;
-  if (const Failure failed = disk().flush()) return failed;
-  return keepLostChains(range_, type_, lost.chains, wish_.secondsSinceEpoch);
 }
 
 Failure FatRepair::writeFreeCount(FatSurvey& survey) {

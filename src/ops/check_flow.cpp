@@ -58,6 +58,7 @@ class Repairing {
     report_.after = found_;
     const std::vector<Mend> mends = mendsFor(found_, lost_);
     if (mends.empty()) return nothingToMend();
+    if (auto stopped = refuseWhatHasNoRoom(mends)) return *stopped;
     ask(mends);
     if (wish_.mends.empty()) return cancelled();
 
@@ -83,6 +84,15 @@ class Repairing {
                          "was changed.\nPlease copy what you need, and format the volume anew.",
                          found_.faultText.c_str()),
                   Error::corrupt);
+  }
+
+  std::optional<FlowResult> refuseWhatHasNoRoom(const std::vector<Mend>& mends) const {
+    for (const Mend& mend : mends)
+      if (mend.whyNot != Error::none)
+        return refuse(context_,
+                      mend.fault + "\n" + mend.remedy + "\nNothing was changed.\n" + kMakeRoom,
+                      mend.whyNot);
+    return std::nullopt;
   }
 
   // What comes later rests on boot sector and FAT.

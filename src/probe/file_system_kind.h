@@ -82,6 +82,8 @@ struct Mend {
   std::string fault;     // what is wrong: a sentence
   std::string remedy;    // what would be done about it: a sentence
   bool givesUp = false;  // it may cost something that could still be had
+  // volumeFull, directoryFull: it is not possible, and `remedy` says what is lacking.
+  Error whyNot = Error::none;
 
   friend bool operator==(const Mend&, const Mend&) = default;
 };
@@ -165,8 +167,8 @@ struct FileSystemKind {
   Failure (*check)(const SectorRange& range, u16 type, Job& job, CheckReport& report) = nullptr;
   // Does what was wished for, as far as a check finds it still necessary, and nothing else; all of
   // it is on the medium then. A power cut leaves what is not done yet to be found again. read,
-  // write, flush, noSpaceLeft, outOfMemory, volumeFull, directoryFull, cancelled: the report has
-  // what was done before.
+  // write, flush, noSpaceLeft, outOfMemory, cancelled: the report has what was done before; also
+  // what is the whyNot of a mend, of which nothing was written then.
   Failure (*repair)(const SectorRange& range, u16 type, const RepairWish& wish, Job& job,
                     RepairReport& report) = nullptr;
   // The files in it, see fs/file_system.h. invalidVolume, unsupportedFileSystem (a version or a

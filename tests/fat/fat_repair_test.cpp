@@ -291,6 +291,42 @@ TEST(FatRepairRefusalTest, OffersNothingWhereFilesAreDamaged) {
   EXPECT_TRUE(checked(volume.range(), 0x0B).mends.empty());
 }
 
+// What the directory will be called is what is told before; without room for it nothing is written.
+TEST(FatRepairRefusalTest, LooksForRoomBeforeTheFirstWrite) {
+  for (const u16 type : {u16{0x01}, u16{0x0B}}) {
+    DamagedVolume volume(type, type == 0x0B ? 70000 : 4000);
+    volume.fill();
+    std::unique_ptr<FileSystem> files = volume.open();
+    ASSERT_EQ(Error::none, files->makeDirectory("/found.000"));
+    ASSERT_EQ(Error::none, files->sync());
+    const auto keeping = [&] {
+      const std::vector<Mend> mends = checked(volume.range(), type).mends;
+      return *std::ranges::find(mends, Kind::keepLostClusters, &Mend::kind);
+    };
+    addLost(volume);
+    setCopy(volume, 1, byteOf(volume, 900), 0xEE);
+    EXPECT_EQ("They are kept as files in a new directory '/FOUND.001'.", keeping().remedy);
+    setCopy(volume, 1, byteOf(volume, 900), 0);
+
+    files = volume.open();
+    if (type == 0x0B) {
+      SpaceInfo space;
+      ASSERT_EQ(Error::none, files->space(space));
+      volume.put(*files, "/all", space.freeUnits * space.unitBytes);
+    }
+    for (int i = 0; type == 0x01 && !files->makeDirectory("/" + std::to_string(i));) ++i;
+    ASSERT_EQ(Error::none, files->sync());
+    EXPECT_EQ(type == 0x0B ? Error::volumeFull : Error::directoryFull, keeping().whyNot);
+    const MemoryDisk before = volume.disk().copy();
+    SilentJob job;
+    RepairReport report;
+    const RepairWish wish = allOf(checked(volume.range(), type), Kind::freeLostClusters);
+    EXPECT_EQ(keeping().whyNot, repairFatVolume(volume.range(), type, wish, job, report).code);
+    EXPECT_FALSE(report.touched);
+    EXPECT_TRUE(before.sameContent(volume.disk()));
+  }
+}
+
 // Where the boot sector is another file system's by now, the backup is an old remain.
 TEST(FatRepairRefusalTest, LeavesAnotherFileSystemsBootSectorAlone) {
   DamagedVolume volume(0x0B, 70000);
