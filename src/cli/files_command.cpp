@@ -9,6 +9,7 @@
 #include "disk/transfer_buffer.h"
 #include "files/host_file.h"
 #include "ops/copy_files.h"
+#include "ops/error_text.h"
 #include "ops/operation_progress.h"
 #include "ops/volume_files.h"
 
@@ -17,6 +18,7 @@ namespace {
 
 constexpr std::size_t kPieceBytes = 1 * kMiB;
 constexpr std::size_t kShownDifferences = 100;
+constexpr std::size_t kToldDamages = 100;
 
 class FilesCommand;
 
@@ -140,7 +142,7 @@ Failure listFolder(FileSystem& files, const std::string& path, std::vector<Liste
 }
 
 FileFailure listFiles(FileSystem& files, const std::string& path, bool isRecursive,
-                      std::vector<ListedFile>& found) {
+                      std::vector<ListedFile>& found, std::vector<FileFailure>& leftOut) {
   if (hasWildcard(path)) return {listFolder(files, path, found), path};
   FileInfo info;
   if (const Failure failed = files.info(path, info)) return {failed, path};
@@ -149,21 +151,40 @@ FileFailure listFiles(FileSystem& files, const std::string& path, bool isRecursi
     return stopRequested() ? Failure(Error::cancelled) : Failure();
   };
   if (!info.isDirectory()) return {add(path, info), path};
-  return isRecursive ? walkTree(files, path, add)
-                     : FileFailure{listFolder(files, path, found), path};
+  if (!isRecursive) return {listFolder(files, path, found), path};
+  return walkTree(files, path, add, [&](const FileFailure& failed) {
+    if (!isOfOneFile(failed.failure)) return false;
+    leftOut.push_back(failed);
+    return true;
+  });
+}
+
+// What is damaged was left out, and the rest is done.
+void tellLeftOut(ConsoleFrontEnd& ui, const std::vector<FileFailure>& leftOut,
+                 CommandResult& result) {
+  if (leftOut.empty()) return;
+  for (std::size_t i = 0; i < std::min(leftOut.size(), kToldDamages); ++i)
+    ui.note("'" + leftOut[i].path + "' was left out: " + errorText(leftOut[i].failure));
+  if (leftOut.size() > kToldDamages)
+    ui.note(
+        format("The first %zu of %zu that were left out are named.", kToldDamages, leftOut.size()));
+  result.status = ExitStatus::doneWithLosses;
 }
 
 CommandResult FilesCommand::list(CommandContext& context, Target& target,
                                  const PartitionEntry& entry) {
   std::vector<ListedFile> found;
+  std::vector<FileFailure> leftOut;
   const FlowResult flow = lookAtFiles(
       context.session.context(context.ui), *target.drive, entry,
-      [&](FileSystem& files, Job&) { return listFiles(files, path_, recursive_, found); });
-  if (!flow.succeeded()) return resultOfFlow(flow, context.ui, "The files cannot be listed.");
+      [&](FileSystem& files, Job&) { return listFiles(files, path_, recursive_, found, leftOut); });
+  CommandResult result = resultOfFlow(flow, context.ui, "The files cannot be listed.");
+  if (!result.succeeded()) return result;
+  tellLeftOut(context.ui, leftOut, result);
   if (!context.options.json) {
     for (const ListedFile& file : found)
       std::fputs(fileLine(file, recursive_ ? file.path : file.info.name).c_str(), stdout);
-    return {};
+    return result;
   }
   context.json.beginArray("files");
   for (const ListedFile& file : found) {
@@ -172,7 +193,7 @@ CommandResult FilesCommand::list(CommandContext& context, Target& target,
     context.json.endObject();
   }
   context.json.endArray();
-  return {};
+  return result;
 }
 
 CommandResult FilesCommand::stat(CommandContext& context, Target& target,
@@ -275,6 +296,7 @@ CommandResult FilesCommand::toldCopy(CommandContext& context, const FlowResult& 
   if (!result.succeeded()) return result;
   for (const std::string& path : report.skipped) context.ui.note("'" + path + "' was left out.");
   if (!report.skipped.empty()) result.status = ExitStatus::doneWithLosses;
+  tellLeftOut(context.ui, report.leftOut, result);
   if (context.options.json) {
     context.json.number("files", report.files);
     context.json.number("folders", report.folders);

@@ -23,10 +23,9 @@ std::size_t terminalColumns() {
 
 std::string onOneLine(const std::string& text) {
   std::string line;
-  for (const char c : text) {
-    const bool blank = c == ' ' || c == '\n' || c == '\r' || c == '\t';
-    if (!blank) line += c;
-    if (blank && !line.empty() && line.back() != ' ') line += ' ';
+  for (const char c : printableFromUtf8(text)) {
+    if (c != ' ') line += c;
+    if (c == ' ' && !line.empty() && line.back() != ' ') line += ' ';
   }
   if (!line.empty() && line.back() == ' ') line.pop_back();
   return line;

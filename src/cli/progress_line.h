@@ -22,7 +22,7 @@ class ProgressLine {
   bool drawn_ = false;
 };
 
-// Line breaks and runs of blanks become one blank.
+// Printable: line breaks, control characters and runs of blanks become one blank.
 std::string onOneLine(const std::string& text);
 
 }  // namespace tallowin

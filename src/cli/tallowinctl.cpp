@@ -63,7 +63,8 @@ ExitStatus report(const ParsedCommandLine& parsed, const CommandResult& result,
     reportFailure(std::string(parsed.row->name), result, asJson);
     return result.status;
   }
-  for (const std::string& note : ui.told()) std::fprintf(stderr, "note: %s\n", note.c_str());
+  for (const std::string& note : ui.told())
+    std::fprintf(stderr, "note: %s\n", onOneLine(note).c_str());
   if (!ui.told().empty()) {
     json.beginArray("notes");
     for (const std::string& note : ui.told()) json.text(nullptr, note);

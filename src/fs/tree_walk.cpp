@@ -8,28 +8,45 @@ namespace {
 
 class Walk {
  public:
-  Walk(FileSystem& files, const VisitFile& visit) : files_(files), visit_(visit) {}
+  Walk(FileSystem& files, const VisitFile& visit, const PassOver& passOver)
+      : files_(files), visit_(visit), passOver_(passOver) {}
 
   FileFailure directory(const std::string& path) {
     std::vector<FileInfo> entries;
     if (const Failure failed = files_.list(path, entries)) return {failed, path};
+    return all(path, entries);
+  }
+
+ private:
+  FileFailure all(const std::string& path, std::vector<FileInfo>& entries) {
     std::ranges::sort(entries, {}, &FileInfo::name);
     for (const FileInfo& entry : entries)
       if (FileFailure failed = one(joinedPath(path, entry.name), entry)) return failed;
     return {};
   }
 
- private:
   FileFailure one(const std::string& path, const FileInfo& entry) {
-    if (checkName(entry.name, files_.rules())) return {Error::corrupt, path};
+    if (const Failure failed = judge(path, entry)) return passedOver({failed, path});
+    if (!entry.isDirectory()) return {};
+    std::vector<FileInfo> entries;
+    if (const Failure failed = files_.list(path, entries)) return passedOver({failed, path});
+    return all(path, entries);
+  }
+
+  Failure judge(const std::string& path, const FileInfo& entry) {
+    if (checkName(entry.name, files_.rules())) return Error::corrupt;
     // A directory is in one other alone, and in none that is below it.
-    if (entry.isDirectory() && !seen_.insert(entry.id).second) return {Error::corrupt, path};
-    if (const Failure failed = visit_(path, entry)) return {failed, path};
-    return entry.isDirectory() ? directory(path) : FileFailure();
+    if (entry.isDirectory() && !seen_.insert(entry.id).second) return Error::corrupt;
+    return visit_(path, entry);
+  }
+
+  FileFailure passedOver(FileFailure failed) const {
+    return passOver_ && passOver_(failed) ? FileFailure() : failed;
   }
 
   FileSystem& files_;
   const VisitFile& visit_;
+  const PassOver& passOver_;
   std::set<FileId> seen_;
 };
 
@@ -39,8 +56,14 @@ std::string joinedPath(const std::string& directory, const std::string& name) {
   return directory.ends_with('/') ? directory + name : directory + "/" + name;
 }
 
-FileFailure walkTree(FileSystem& files, const std::string& directory, const VisitFile& visit) {
-  return Walk(files, visit).directory(directory);
+FileFailure walkTree(FileSystem& files, const std::string& directory, const VisitFile& visit,
+                     const PassOver& passOver) {
+  return Walk(files, visit, passOver).directory(directory);
+}
+
+bool isOfOneFile(const Failure& failure) {
+  return failure == Error::corrupt || failure == Error::invalidName ||
+         failure == Error::nameTooLong;
 }
 
 FileFailure removeTree(FileSystem& files, const std::string& directory, Job& job) {

@@ -24,6 +24,7 @@ struct CopyReport {
   u64 neededBytes = 0;  // set when they are more than the free ones
   u64 freeBytes = 0;
   std::vector<std::string> skipped;  // paths of the host
+  std::vector<FileFailure> leftOut;  // of copyOut: what is damaged below the top, and why
 };
 
 // Everything that can be known is looked at before the first write: names, sizes, space, and what
@@ -36,8 +37,8 @@ struct CopyReport {
 // fileTooLarge, volumeFull: nothing was written, unless a folder needed more room than was
 // reckoned; else those of FileSystem. The volume has to be synced by the caller.
 FileFailure copyIn(FileSystem& files, const CopyWish& wish, Job& job, CopyReport& report);
-// copyOut: nameTooLong, alreadyExists: nothing was written; cannotCreate, noSpaceLeft, corrupt.
-// When it succeeds everything is on the medium of the host.
+// copyOut: alreadyExists: nothing was written; cannotCreate, noSpaceLeft; corrupt, nameTooLong for
+// the top alone. When it succeeds everything that was not left out is on the medium of the host.
 FileFailure copyOut(FileSystem& files, const CopyWish& wish, Job& job, CopyReport& report);
 
 }  // namespace tallowin

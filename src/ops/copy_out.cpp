@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <unordered_set>
 
 #include "disk/transfer_buffer.h"
 #include "files/host_tree.h"
@@ -35,8 +36,8 @@ class CopyOut {
     job_.phase(Phase::copyingOut, totalBytes_);
     for (const Item& item : items_) {
       if (job_.shouldStop()) return {Error::cancelled, item.path};
-      if (FileFailure failed = item.info.isDirectory() ? makeFolder(item) : copy(item))
-        return failed;
+      FileFailure failed = item.info.isDirectory() ? makeFolder(item) : copy(item);
+      if (failed && !leavesOut(item, failed)) return failed;
     }
     return finish();
   }
@@ -55,19 +56,28 @@ class CopyOut {
     if (FileFailure failed = add({wish_.from, top, target})) return failed;
     if (!top.isDirectory()) return {};
     FileFailure added;
-    const FileFailure failed =
-        walkTree(files_, wish_.from, [&](const std::string& path, const FileInfo& info) {
+    const FileFailure failed = walkTree(
+        files_, wish_.from,
+        [&](const std::string& path, const FileInfo& info) {
           const std::string_view below = std::string_view(path).substr(wish_.from.size());
           added =
               add({path, info,
                    joinedPath(target, std::string(below.substr(below.starts_with('/') ? 1 : 0)))});
           return added.failure;
+        },
+        [&](const FileFailure& damaged) {
+          if (!isOfOneFile(damaged.failure)) return false;
+          report_.leftOut.push_back(damaged);
+          added = {};
+          return true;
         });
     return added ? added : failed;
   }
 
   FileFailure add(Item item) {
     if (item.info.name.size() > kLongestHostName) return {Error::nameTooLong, item.path};
+    // Of two that are called the same only the first can be reached.
+    if (!targets_.insert(item.target).second) return {Error::corrupt, item.path};
     // Below the folder that was named, a link leads out of it.
     const std::optional<HostFileKind> there =
         hostFileKind(item.target, items_.empty() ? Links::followed : Links::themselves);
@@ -83,6 +93,12 @@ class CopyOut {
   }
 
   // --- Doing it
+
+  bool leavesOut(const Item& item, const FileFailure& failed) {
+    if (&item == &items_.front() || !isOfOneFile(failed.failure)) return false;
+    report_.leftOut.push_back(failed);
+    return true;
+  }
 
   FileFailure makeFolder(const Item& item) {
     if (item.isThere) return {};
@@ -103,7 +119,6 @@ class CopyOut {
       if (const Failure failed = made.write(buffer_.span().first(done)))
         return {failed, item.target};
       left -= std::min(left, done);
-      report_.bytes += done;
       job_.advance(done);
       if (left != 0 && job_.shouldStop()) return {Error::cancelled, item.path};
     }
@@ -111,6 +126,7 @@ class CopyOut {
     const Existing existing = item.isThere ? Existing::replace : Existing::keep;
     if (const Failure failed = made.finish(existing)) return {failed, item.target};
     ++report_.files;
+    report_.bytes += item.info.sizeBytes;
     return {};
   }
 
@@ -132,6 +148,7 @@ class CopyOut {
   CopyReport& report_;
   TransferBuffer buffer_{kPieceBytes};
   std::vector<Item> items_;  // the top first
+  std::unordered_set<std::string> targets_;
   u64 totalBytes_ = 0;
 };
 

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -193,6 +194,50 @@ TEST_F(FilesTest, WhatIsNotPossibleChangesNothingAndSaysWhy) {
   EXPECT_FALSE(std::filesystem::exists(folder_.file("out")));
   EXPECT_EQ(3, files("put", {"/", bad + "/link", "--skip-special"}).status);
   expectSound();
+}
+
+// What a medium says its files are called leads nowhere but into the folder, and no byte of it
+// reaches the terminal; what is damaged costs nothing but itself.
+TEST_F(FilesTest, HostileNamesAreToldAndLeftOut) {
+  const std::pair<std::string, std::string> kNames[] = {
+      {"H1         ", "../OUT     "},
+      {"H2         ", "        .  "},
+      {"H3         ", "\x1B[2JEVIL   "},
+      {"H4         ", "A\\B        "},
+      {"H5         ", "/ETC       "},
+      {"H6         ", "..         "},
+      {"H7         ", "           "},
+      {"TWIN1      ", "TWIN2      "},
+      {std::string("n\0a\0m\0e\0", 8), std::string(".\0.\0/\0x\0", 8)}};
+  for (const char* name : {"H1", "H2", "H3", "H4", "H6", "H7", "TWIN1", "TWIN2", "GOOD", ".dot",
+                           "H5/BELOW", "LAST/BROKEN", "LAST/name of a file"})
+    folder_.write("in/tree/" + std::string(name), name);
+  ASSERT_EQ(0, files("put", {"/", folder_.file("in/tree")}).status);
+  std::string image = folder_.read("disk.img");
+  for (const auto& [good, bad] : kNames) image.replace(image.find(good), good.size(), bad);
+  // It begins behind the end of the volume.
+  image.replace(image.find("BROKEN     ") + 26, 2, "\xF0\xFE");
+  folder_.write("disk.img", image);
+
+  std::filesystem::create_directories(folder_.file("out/deep"));
+  const ProgramResult got = files("get", {"/tree", folder_.file("out/deep")});
+  EXPECT_EQ(3, got.status) << got.output;
+  EXPECT_EQ(std::string::npos, got.output.find('\x1B'));
+  for (const char* told : {"'/tree/../OUT'", "[2JEVIL'", "'/tree/A\\B'", "'/tree//ETC'",
+                           "'/tree/LAST/BROKEN'", "'/tree/TWIN2'"})
+    EXPECT_NE(std::string::npos, got.output.find(told)) << told << got.output;
+  const ProgramResult copied = runProgram({"find", folder_.file("out"), "-type", "f"});
+  for (const char* name : {"GOOD", ".dot", "TWIN2", "LAST/NAMEOF~1"})
+    EXPECT_NE(std::string::npos, copied.output.find("/out/deep/tree/" + std::string(name)))
+        << name << copied.output;
+  EXPECT_EQ(4, std::ranges::count(copied.output, '\n')) << copied.output;
+
+  const ProgramResult listed = files("ls", {"-R"});
+  EXPECT_EQ(3, listed.status);
+  EXPECT_EQ(std::string::npos, listed.output.find('\x1B'));
+  EXPECT_NE(std::string::npos, listed.output.find("/tree/LAST/BROKEN\n")) << listed.output;
+  EXPECT_EQ(1, files("get", {"/tree/LAST/BROKEN", folder_.file("out")}).status);
+  EXPECT_EQ(1, files("rm", {"-r", "/tree", "--yes"}).status) << "it is not known what is in it";
 }
 
 // An older program's lock, and a disk that nobody may write to, are no hindrance to reading.
