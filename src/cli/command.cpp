@@ -17,7 +17,7 @@ std::string withExplanation(const std::string& what, Failure code) {
   return why.empty() ? what : what + " " + why;
 }
 
-const char* whatWasLacking(Consent consent) {
+std::string whatWasLacking(Consent consent, const char* insistence) {
   switch (consent) {
     case Consent::general:
       return " It needs a confirmation and there is no terminal to ask on; nothing was changed. "
@@ -31,7 +31,8 @@ const char* whatWasLacking(Consent consent) {
       break;
   }
   return " --yes does not answer that, and nothing was changed. Repeat it on a terminal and answer "
-         "y; 'convert' takes --overwrite for it, and 'table restore' --other-disk.";
+         "y" +
+         std::string(*insistence != '\0' ? ", " : "") + insistence + ".";
 }
 
 }  // namespace
@@ -54,7 +55,7 @@ CommandResult resultOfFlow(const FlowResult& flow, const ConsoleFrontEnd& ui,
             joined(ui.told(), "Stopped by the user; nothing more was changed.")};
   if (const auto lacked = ui.lackedConsent())
     return refused((*lacked == Consent::general ? what : joined(ui.told(), what)) +
-                   whatWasLacking(*lacked));
+                   whatWasLacking(*lacked, ui.insistence()));
   if (flow.end == FlowEnd::cancelled)
     return {ExitStatus::failed, Error::cancelled,
             joined(ui.told(), what + " The question was not answered with yes; nothing more was "

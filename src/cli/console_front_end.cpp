@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "base/stop_request.h"
+#include "base/text.h"
 
 namespace tallowin {
 namespace {
@@ -50,7 +52,13 @@ ConsoleFrontEnd::ConsoleFrontEnd(bool showsProgress)
 std::optional<std::string> ConsoleFrontEnd::readLine(const std::string& prompt) {
   if (!hasTerminal_ || stopRequested()) return std::nullopt;
   progressLine_.end();
-  std::fputs(prompt.c_str(), stderr);
+  // Names from a disk stand in it.
+  for (std::string_view rest = prompt; !rest.empty();) {
+    const std::size_t end = std::min(rest.find('\n'), rest.size());
+    std::fputs(printableFromUtf8(rest.substr(0, end)).c_str(), stderr);
+    if (end != rest.size()) std::fputc('\n', stderr);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+  }
   std::fflush(stderr);
   // Unlike a read, this wait ends when Ctrl-C is pressed.
   if (!waitForInput(STDIN_FILENO)) {
@@ -70,6 +78,10 @@ bool ConsoleFrontEnd::ask(const std::string& question, const std::string& hint) 
 bool ConsoleFrontEnd::consents(const MessageBox& box) {
   if (stopRequested()) return false;
   if ((agreedTo_ & bitOf(box.consent)) != 0) return true;
+  if (rehearses_ && box.consent == Consent::insist) {
+    told_.push_back("It would be asked, and --yes would not answer that: " + onOneLine(box.text));
+    return true;
+  }
   const bool isDiskError = box.consent == Consent::diskError;
   if (ask(box.text, isDiskError ? "Ignore all errors?" : "Continue?")) return true;
   if (stopRequested()) return false;

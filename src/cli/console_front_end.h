@@ -20,6 +20,12 @@ class ConsoleFrontEnd : public FrontEnd {
 
   // An order of the command line: every question of this kind is answered with yes.
   void agreeTo(Consent consent) { agreedTo_ |= bitOf(consent); }
+  // What the command has in place of a terminal for Consent::insist, as "or with --overwrite": said
+  // where that lacks.
+  void offerInsistence(const char* words) { insistence_ = words; }
+  const char* insistence() const { return insistence_; }  // empty: there is nothing
+  // Nothing is at stake: what would have to be insisted on is told.
+  void rehearse() { rehearses_ = true; }
   // Presses "&Skip" as soon as it is offered.
   void skipScans() { skipsScans_ = true; }
 
@@ -50,6 +56,8 @@ class ConsoleFrontEnd : public FrontEnd {
   std::optional<std::string> readLine(const std::string& prompt);
 
   u32 agreedTo_ = 0;
+  const char* insistence_ = "";
+  bool rehearses_ = false;
   bool skipsScans_ = false;
   bool hasTerminal_;
   ProgressLine progressLine_;

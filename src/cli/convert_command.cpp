@@ -43,6 +43,7 @@ class ConvertCommand : public Command {
 };
 
 CommandResult ConvertCommand::run(CommandContext& context) {
+  context.ui.offerInsistence("or with --overwrite");
   if (overwrite_) context.ui.agreeTo(Consent::insist);
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::change, target); !result.succeeded())

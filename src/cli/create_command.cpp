@@ -222,6 +222,7 @@ void CreateCommand::declare(OptionSet& options, CommonOptions& common) {
 
 CommandResult CreateCommand::run(CommandContext& context) {
   context.ui.skipScans();
+  context.ui.offerInsistence("or make the table with 'convert' first");
   if (wanted_.type > kLargestType)
     return refused(
         format("--type: %u is no type of a partition; give 1 to %u.", wanted_.type, kLargestType));

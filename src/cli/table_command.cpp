@@ -48,6 +48,7 @@ CommandResult backup(CommandContext& context, const std::string& file) {
 }
 
 CommandResult restore(CommandContext& context, const std::string& file, bool otherDisk) {
+  context.ui.offerInsistence("or with --other-disk");
   if (otherDisk) context.ui.agreeTo(Consent::insist);
   TableBackup table;
   if (const Failure error = readTableBackup(file, table); error != Error::none)

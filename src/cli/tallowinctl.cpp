@@ -104,6 +104,7 @@ ExitStatus run(const ParsedCommandLine& parsed, const std::string& programFile,
   options.noDevices = options.noDevices || wanted.hideDevices;
   ConsoleFrontEnd ui(!wanted.quiet);
   if (wanted.yes || wanted.rehearse) ui.agreeTo(Consent::general);
+  if (wanted.rehearse) ui.rehearse();
   JsonWriter json;
   json.beginObject();
   json.boolean("ok", true);

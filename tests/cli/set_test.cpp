@@ -194,6 +194,11 @@ TEST_F(SetTest, TheEndMovesWhereNothingIsLost) {
     EXPECT_EQ(readTable(path_).rows.at(0).size, 30720u) << label;
     // All that the file system has is behind it; no consent of --yes is enough for less.
     expectRefused({"--part", "1", "--end", "32766s"}, "The partition becomes smaller");
+    EXPECT_EQ(run("set", {"--part", "1", "--end", "32766s"}).output.find("--overwrite"),
+              std::string::npos);
+    const ProgramResult rehearsed = run("set", {"--part", "1", "--end", "32766s", "--rehearse"});
+    EXPECT_EQ(rehearsed.status, 0) << rehearsed.output;
+    EXPECT_NE(rehearsed.output.find("--yes would not answer"), std::string::npos);
     expectRefused({"--part", "1", "--end", "81920s"}, "--end: The partition can end from");
     expectDone("set", {"--part", "1", "--fix-boot-sector"});
     const std::string fixed = fileHash(path_);
