@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <set>
 
-#include "base/text.h"
 #include "disk/transfer_buffer.h"
 #include "files/host_tree.h"
+#include "fs/new_file.h"
 #include "ops/copy_files.h"
 
 namespace tallowin {
@@ -187,24 +187,18 @@ class CopyIn {
     u64 done = 0;
     if (const Failure failed = reader.read(buffer_.span(), done)) return {failed, path};
     const bool goesByOtherName = done == buffer_.size() || item.old;
-    const std::string name = goesByOtherName ? otherNameBeside(item.target) : item.target;
-    FileFailure failed = write(item, name, reader, done);
-    if (!failed && goesByOtherName) failed = giveName(item, name);
-    if (failed) {
-      // The first failure is the one to tell.
-      static_cast<void>(files_.deleteFile(name));
-      return failed;
-    }
+    NewFile file(files_);
+    if (const Failure failed =
+            file.create(item.target, goesByOtherName ? NewFileName::other : NewFileName::own))
+      return {failed, item.target};
+    if (FileFailure failed = fill(file, item, reader, done)) return failed;
+    if (const Failure failed = file.finish()) return {failed, item.target};
     ++report_.files;
     ++filesSinceSync_;
     return {};
   }
 
-  FileFailure write(const Item& item, const std::string& name, HostFileReader& reader, u64 done) {
-    File file;
-    if (const Failure failed = files_.open(
-            name, {.access = FileAccess::write, .create = true, .truncate = true}, file))
-      return {failed, item.target};
+  FileFailure fill(NewFile& file, const Item& item, HostFileReader& reader, u64 done) {
     while (done != 0) {
       u64 written = 0;
       if (const Failure failed = file.write(buffer_.span().first(done), written))
@@ -217,22 +211,7 @@ class CopyIn {
       if (const Failure failed = reader.read(buffer_.span(), done))
         return {failed, hostPath(item.host)};
     }
-    if (const Failure failed = file.setTimes({0, 0, fileTimeOf(item.host.modified)}))
-      return {failed, item.target};
-    return {file.close(), item.target};
-  }
-
-  std::string otherNameBeside(const std::string& target) {
-    const std::string folder = target.substr(0, target.size() - ownNameOf(target).size());
-    for (u32 number = 0;; ++number)
-      if (std::string name = folder + format("~TLWN%03X.TMP", number); !files_.exists(name))
-        return name;
-  }
-
-  FileFailure giveName(const Item& item, const std::string& name) {
-    if (item.old)
-      if (const Failure failed = files_.deleteFile(item.target)) return {failed, item.target};
-    return {files_.move(name, item.target), item.target};
+    return {file.setTimes({0, 0, fileTimeOf(item.host.modified)}), item.target};
   }
 
   FileFailure syncAtTimes() {
