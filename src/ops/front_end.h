@@ -12,6 +12,8 @@
 
 namespace tallowin {
 
+class FileSource;
+
 enum class MessageKind { error, question, notice, warning };
 
 enum class ButtonSet { ok, okCancel, yesNo, yesNoCancel, continueCancel };
@@ -56,6 +58,7 @@ struct FileChoice {
   std::string startPath;
   std::string patterns = "*.*";  // separated by ";"
   u32 flags = 0;
+  FileSource* source = nullptr;  // borrowed; null: the files of the host
 };
 
 // A small window that stays while work goes on; closed by its destructor.

@@ -8,7 +8,7 @@
 #include <cmath>
 
 #include "base/text.h"
-#include "ui/views/file_chooser.h"
+#include "ops/file_chooser.h"
 #include "ui/views/question_window.h"
 #include "ui/widgets/dialog_window.h"
 #include "ui/widgets/event_pump.h"
@@ -192,7 +192,7 @@ void FileDialog::deleteSelected() {
   const std::string reason = chooser_.remove(name);
   if (!reason.empty())
     showMessageBox(
-        {MessageKind::error, {}, format("%s was not deleted: %s.", name.c_str(), reason.c_str())});
+        {MessageKind::error, {}, format("%s was not deleted.\n%s", name.c_str(), reason.c_str())});
   fill();
 }
 

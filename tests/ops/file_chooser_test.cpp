@@ -1,4 +1,4 @@
-#include "ui/views/file_chooser.h"
+#include "ops/file_chooser.h"
 
 #include <gtest/gtest.h>
 

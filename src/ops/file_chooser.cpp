@@ -1,11 +1,11 @@
-#include "ui/views/file_chooser.h"
+#include "ops/file_chooser.h"
 
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <system_error>
 
 #include "base/text.h"
+#include "ops/error_text.h"
 
 namespace tallowin {
 namespace {
@@ -39,15 +39,6 @@ u32 powerOf1024(u64 number) {
 
 std::string scaled(u64 bytes, u32 power) {
   return withDecimals(std::ldexp(static_cast<double>(bytes), -static_cast<int>(10 * power)));
-}
-
-std::time_t modificationTime(const fs::directory_entry& entry) {
-  std::error_code error;
-  const auto time = entry.last_write_time(error);
-  if (error) return 0;
-  return std::chrono::system_clock::to_time_t(
-      std::chrono::time_point_cast<std::chrono::system_clock::duration>(
-          std::chrono::file_clock::to_sys(time)));
 }
 
 std::string joined(const std::vector<std::string>& parts, char separator) {
@@ -106,21 +97,20 @@ std::string fileDateText(std::time_t time, bool iso) {
 }
 
 FileChooser::FileChooser(const FileChoice& choice, bool isoDates)
-    : flags_(choice.flags),
+    : source_(choice.source != nullptr ? *choice.source : host_),
+      flags_(choice.flags),
       isoDates_(isoDates),
       title_(choice.flags & FileChoice::save ? "Save As" : "Open"),
+      directory_(source_.startDirectory()),
       patterns_(patternsIn(choice.patterns)) {
-  std::error_code error;
-  directory_ = fs::current_path(error).string();
-  if (error) directory_ = "/";
   const fs::path start = absolute(choice.startPath);
-  if (fs::is_directory(start, error)) {
+  if (isDirectory(start)) {
     directory_ = start.string();
   } else if (!choice.startPath.empty()) {
-    if (fs::is_directory(start.parent_path(), error)) directory_ = start.parent_path().string();
+    if (isDirectory(start.parent_path())) directory_ = start.parent_path().string();
     initialName_ = start.filename().string();
   }
-  refresh();
+  static_cast<void>(readRows(directory_, patterns_, rows_));
 }
 
 // Without "." and ".." and without a slash at the end.
@@ -130,25 +120,35 @@ std::string FileChooser::absolute(const std::string& name) const {
                                                           : path.parent_path().string();
 }
 
-void FileChooser::refresh() {
-  rows_.clear();
-  if (directory_ != "/") rows_.push_back({"..", true});
-  std::error_code error;
-  for (fs::directory_iterator entry(directory_, error), end; !error && entry != end;
-       entry.increment(error)) {
-    std::error_code ignored;
-    Row row{entry->path().filename().string(), entry->is_directory(ignored)};
-    const bool wanted = row.isDirectory ||
-                        std::any_of(patterns_.begin(), patterns_.end(), [&](const auto& pattern) {
-                          return matchesWildcard(pattern, row.name);
-                        });
-    if (!wanted) continue;
-    if (!row.isDirectory && entry->is_regular_file(ignored))
-      row.sizeBytes = entry->file_size(ignored);
-    row.modified = modificationTime(*entry);
-    rows_.push_back(std::move(row));
-  }
-  std::sort(rows_.begin(), rows_.end(), comesBefore);
+bool FileChooser::isDirectory(const std::string& path) {
+  PathKind kind = PathKind::nothing;
+  return !source_.look(path, kind) && kind == PathKind::directory;
+}
+
+Failure FileChooser::readRows(const std::string& directory,
+                              const std::vector<std::string>& patterns, std::vector<Row>& rows) {
+  rows.clear();
+  const Failure failed = source_.list(directory, rows);
+  std::erase_if(rows, [&](const Row& row) {
+    return !row.isDirectory &&
+           std::none_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
+             return source_.matches(pattern, row.name);
+           });
+  });
+  if (directory != "/") rows.push_back({"..", true});
+  std::sort(rows.begin(), rows.end(), comesBefore);
+  return failed;
+}
+
+// A directory of a partition that cannot be read is not gone to; that was told.
+FileChooser::Outcome FileChooser::goTo(const std::string& directory,
+                                       const std::vector<std::string>& patterns) {
+  std::vector<Row> rows;
+  if (readRows(directory, patterns, rows) == Error::cancelled) return Outcome::nothing;
+  directory_ = directory;
+  patterns_ = patterns;
+  rows_ = std::move(rows);
+  return Outcome::listChanged;
 }
 
 std::string FileChooser::sizeText(const Row& row) const {
@@ -163,10 +163,9 @@ std::string FileChooser::locationText() const {
   return directory_ + (directory_ == "/" ? "" : "/") + joined(patterns_, ';');
 }
 
-std::string FileChooser::freeSpaceText() const {
-  std::error_code error;
-  const fs::space_info space = fs::space(directory_, error);
-  return error ? "" : tallowin::freeSpaceText(space.available);
+std::string FileChooser::freeSpaceText() {
+  const std::optional<u64> bytes = source_.freeBytes(directory_);
+  return bytes ? tallowin::freeSpaceText(*bytes) : "";
 }
 
 FileChooser::Outcome FileChooser::enter(const std::string& typed) {
@@ -174,23 +173,16 @@ FileChooser::Outcome FileChooser::enter(const std::string& typed) {
   std::replace(name.begin(), name.end(), '\\', '/');
   if (name.empty()) return Outcome::nothing;
 
-  std::error_code error;
   const std::string path = absolute(name);
-  if (fs::is_directory(path, error)) {
-    directory_ = path;
-    refresh();
-    return Outcome::listChanged;
-  }
+  PathKind kind = PathKind::nothing;
+  if (source_.look(path, kind) == Error::cancelled) return Outcome::nothing;
+  if (kind == PathKind::directory) return goTo(path, patterns_);
   const std::string last = fs::path(path).filename().string();
   if (last.find_first_of("?*") != std::string::npos) {
     const std::string folder = fs::path(path).parent_path().string();
-    if (!fs::is_directory(folder, error)) return Outcome::nothing;
-    directory_ = folder;
-    patterns_ = patternsIn(last);
-    refresh();
-    return Outcome::listChanged;
+    return isDirectory(folder) ? goTo(folder, patternsIn(last)) : Outcome::nothing;
   }
-  const bool exists = fs::exists(path, error);
+  const bool exists = kind == PathKind::file;
   if (!exists && name.find_first_of(kNeverInNames) != std::string::npos) return Outcome::nothing;
   if (!exists && (flags_ & FileChoice::mustExist)) return Outcome::notFound;
   result_ = path;
@@ -198,11 +190,9 @@ FileChooser::Outcome FileChooser::enter(const std::string& typed) {
 }
 
 std::string FileChooser::remove(const std::string& name) {
-  std::error_code error;
-  fs::remove(absolute(name), error);
-  if (error) return error.message();
-  std::erase_if(rows_, [&](const Row& row) { return row.name == name; });
-  return {};
+  const Failure failed = source_.remove(absolute(name));
+  if (!failed) std::erase_if(rows_, [&](const Row& row) { return row.name == name; });
+  return errorText(failed);
 }
 
 }  // namespace tallowin

@@ -5,19 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "ops/file_source.h"
 #include "ops/front_end.h"
 
 namespace tallowin {
 
-// Walks the host's folders by absolute paths; the process's current directory stays as it is.
+// Walks the directories of the host or of a partition by absolute paths; the process's current
+// directory stays as it is.
 class FileChooser {
  public:
-  struct Row {
-    std::string name;
-    bool isDirectory = false;
-    u64 sizeBytes = 0;
-    std::time_t modified = 0;
-  };
+  using Row = ListedFile;
 
   enum class Outcome {
     nothing,       // leave everything as it is
@@ -37,19 +34,24 @@ class FileChooser {
   std::string sizeText(const Row& row) const;
   std::string dateText(const Row& row) const;
   std::string locationText() const;  // the directory, followed by the patterns
-  std::string freeSpaceText() const;
+  std::string freeSpaceText();
 
   // A typed or chosen name.
   Outcome enter(const std::string& name);
   // The full name; valid after `chosen` and `askOverwrite`.
   const std::string& result() const { return result_; }
-  // Deletes a file. Empty when it is gone, else the reason why not.
+  // Deletes a file. Why that was not possible; empty when it is gone, or when it was told.
   std::string remove(const std::string& name);
 
  private:
-  void refresh();
   std::string absolute(const std::string& name) const;
+  bool isDirectory(const std::string& path);
+  Failure readRows(const std::string& directory, const std::vector<std::string>& patterns,
+                   std::vector<Row>& rows);
+  Outcome goTo(const std::string& directory, const std::vector<std::string>& patterns);
 
+  HostFileSource host_;
+  FileSource& source_;
   u32 flags_;
   bool isoDates_;
   std::string title_;
