@@ -9,6 +9,7 @@
 #include "ops/convert_flow.h"
 #include "ops/create_flow.h"
 #include "ops/delete_flow.h"
+#include "ops/edit_file_flow.h"
 #include "ops/format_flow.h"
 #include "ops/properties_flow.h"
 #include "ops/target_text.h"
@@ -96,7 +97,8 @@ const std::array<Model::ActionRow, kActionCount> Model::kActions = {{
     {.action = Action::editFile,
      .area = Area::besideList,
      .label = "&Edit File",
-     .bit = kEditFileBit},
+     .bit = kEditFileBit,
+     .run = &Model::runEditFile},
     {.action = Action::bcdEdit, .area = Area::besideList, .label = "&BCD Edit", .bit = kBcdEditBit},
     {.action = Action::trim, .area = Area::besideList, .label = "Tri&m", .bit = kTrimBit},
     {.action = Action::close,
@@ -388,6 +390,12 @@ void MainWindowModel::runProperties() {
   const bool offersEnd = isShiftHeld_ && isShiftHeld_();
   static_cast<void>(
       propertiesFlow(session_.context(frontEnd_), *drive_, *selectedEntry(), offersEnd));
+  refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runEditFile() {
+  static_cast<void>(
+      editFileFlow(session_.context(frontEnd_), *drive_, *selectedEntry(), showHelp_));
   refresh(Refresh::afterAction);
 }
 

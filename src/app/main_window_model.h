@@ -133,6 +133,7 @@ class MainWindowModel {
   void runDelete();
   void runFormat();
   void runProperties();
+  void runEditFile();
   void runViewMbr();
   void runChangeDiskType();
   void runRepair();

@@ -10,6 +10,7 @@
 #include "base/stop_request.h"
 #include "ops/create_model.h"
 #include "ops/delete_model.h"
+#include "ops/edit_model.h"
 #include "ops/format_model.h"
 #include "ops/format_summary_model.h"
 #include "ops/properties_model.h"
@@ -18,6 +19,7 @@
 #include "ui/views/delete_view.h"
 #include "ui/views/drive_settings_list_view.h"
 #include "ui/views/drive_settings_view.h"
+#include "ui/views/edit_view.h"
 #include "ui/views/file_dialog.h"
 #include "ui/views/format_summary_view.h"
 #include "ui/views/format_view.h"
@@ -55,6 +57,7 @@ class NoProgress : public ProgressBox, public ProgressDialog {
 FltkFrontEnd::FltkFrontEnd(const Options& options) : options_(options) {
   addView<CreateModel, CreateView>();
   addView<DeleteModel, DeleteView>();
+  addView<EditModel, EditView>();
   addView<FormatModel, FormatView>();
   addView<FormatSummaryModel, FormatSummaryView>();
   addView<PropertiesModel, PropertiesView>();

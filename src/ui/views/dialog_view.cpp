@@ -27,11 +27,16 @@ void DialogView::addButtons(const char* ok, const char* cancel, const char* help
     x += kButtonWidth + kGap;
     return button;
   };
-  ok_ = add(ok);
-  if (cancel) cancel_ = add(cancel);
-  window_.setAcceptButton(ok_);
-  window_.setCancelButton(cancel ? cancel_ : ok_);
+  Fl_Button* const first = add(ok);
+  setButtons(first, cancel ? add(cancel) : nullptr);
   if (help) window_.setHelpButton(add(help));
+}
+
+void DialogView::setButtons(Fl_Button* ok, Fl_Button* cancel) {
+  ok_ = ok;
+  cancel_ = cancel;
+  window_.setAcceptButton(ok_);
+  window_.setCancelButton(cancel_ ? cancel_ : ok_);
 }
 
 void DialogView::startOnCancel() {

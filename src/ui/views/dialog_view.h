@@ -33,6 +33,8 @@ class DialogView {
   // Enter and F10 press OK; Escape presses Cancel, or OK where there is none; F1 presses Help.
   void addButtons(const char* ok, const char* cancel, const char* help = nullptr,
                   int lowerMargin = layout::kMargin);
+  // For a row of buttons that is made elsewhere; the same keys press them. Both are watched.
+  void setButtons(Fl_Button* ok, Fl_Button* cancel);
   Fl_Button& okButton() { return *ok_; }
   // For destructive dialogs: the focus starts on the last button, and the first one is pressed
   // only on purpose.

@@ -199,6 +199,7 @@ void FileDialog::deleteSelected() {
 std::optional<std::string> FileDialog::choose() {
   showCentred();
   name_->take_focus();
+  name_->position(name_->size(), 0);  // what is typed replaces it
   bool done = false;
   while (!done && waitForEvents()) {
     const Fl_Button* pressed = takePressed();

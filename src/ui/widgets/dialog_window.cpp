@@ -2,6 +2,7 @@
 
 #include <FL/Fl.H>
 #include <FL/Fl_Check_Button.H>
+#include <FL/Fl_Text_Editor.H>
 #include <FL/fl_draw.H>
 
 #include <algorithm>
@@ -49,6 +50,12 @@ DialogWindow::DialogWindow(int width, int height, const std::string& title)
 }
 
 DialogWindow::~DialogWindow() { hideHint(); }
+
+void DialogWindow::setTitle(const std::string& title) {
+  if (title == title_) return;
+  title_ = title;
+  label(title_.c_str());
+}
 
 void DialogWindow::watch(Fl_Button* button) { button->callback(onPressed, this); }
 
@@ -126,6 +133,8 @@ bool DialogWindow::useMnemonic() {
 }
 
 const Fl_Button* DialogWindow::defaultButton() const {
+  // There Enter ends a line.
+  if (dynamic_cast<Fl_Text_Editor*>(Fl::focus())) return nullptr;
   const Fl_Button* focused = focusedPushButton();
   const Fl_Button* button = focused && contains(focused) ? focused : accept_;
   return button && button->active_r() && button->visible_r() ? button : nullptr;

@@ -25,6 +25,7 @@ class DialogWindow : public Fl_Double_Window {
   void setAcceptButton(Fl_Button* button) { accept_ = button; }
   void setCancelButton(Fl_Button* button) { cancel_ = button; }
   void setHelpButton(Fl_Button* button) { help_ = button; }
+  void setTitle(const std::string& title);
   // Makes `button` noted by pressed().
   void watch(Fl_Button* button);
 
