@@ -103,9 +103,9 @@ std::optional<FlowResult> EditFile::findOutWhetherReadOnly() {
     return std::nullopt;
   }
   Mount mount;
-  if (!context_.mounts.mount(rangeOf(drive_, entry_), entry_.type,
-                             openWishOf(context_, FilesUse::change), mount) &&
-      !mount.files().isWritable())
+  const Failure failed = context_.mounts.mount(rangeOf(drive_, entry_), entry_.type,
+                                               openWishOf(context_, FilesUse::change), mount);
+  if (failed == Error::accessDenied || (!failed && !mount.files().isWritable()))
     model_.setReadOnly("A file system of this kind can only be read.");
   return std::nullopt;
 }
@@ -137,7 +137,13 @@ void EditFile::take(std::string_view bytes, u64 sizeBytes, const Failure& failed
   if (failed) limits = "The file could not be read. " + errorText(failed);
   if (!failed && (endsEarly || bytes.size() == kMostEditedBytes)) {
     limits = "File Truncated!";
-    context_.ui.messageBox({MessageKind::warning, "Warning", limits});
+    std::string text = limits + "\n\n";
+    text += endsEarly ? "The text up to the first NUL is shown."
+                      : format("The first %u bytes are shown.", kMostEditedBytes);
+    text += hasMore     ? "\nSave asks for another name, so that the rest is not lost."
+            : endsEarly ? "\nThe NULs behind it are not saved with it."
+                        : "\nThat is the whole file, and as much as can be edited.";
+    context_.ui.messageBox({MessageKind::warning, "Warning", text});
   }
   model_.setFile(path_, limits);
 }
@@ -158,7 +164,9 @@ bool EditFile::save() {
 }
 
 bool EditFile::saveAs() {
-  const auto path = choose(path_, FileChoice::save | FileChoice::askOverwrite);
+  // What is cut short is not offered its own name.
+  const std::string start = model_.needsOtherName ? path_.substr(0, path_.rfind('/') + 1) : path_;
+  const auto path = choose(start, FileChoice::save | FileChoice::askOverwrite);
   if (!path) return false;
   MaybeFile there;
   const FlowResult looked =
