@@ -122,34 +122,41 @@ struct Run {
   PartitionEntry* entry;
 };
 
-// Marks the entries of runs that begin before the one before them ends, and finds the gaps from
-// `first` to `end`; behind an entry in error nothing is known to be free.
-std::vector<Gap> markOverlaps(std::vector<Run> runs, u64 first, u64 end) {
-  std::ranges::stable_sort(runs, {}, &Run::start);
-  std::vector<Gap> gaps;
-  u64 nextFree = first;
-  u64 nextGap = first;
-  PartitionEntry* previous = nullptr;
+// Marks the entries of all runs, by their start, that begin before `first` or share sectors with
+// another entry's. Of those before a run the one that ends last is enough: what overlaps an earlier
+// one as well overlaps that.
+void markOverlaps(const std::vector<Run>& runs, u64 first) {
+  const Run* last = nullptr;
   for (const Run& run : runs) {
-    if (run.start < nextFree) {
+    if (run.start < first) run.entry->status |= kEntryOverlaps;
+    if (run.start >= run.end) continue;
+    if (last != nullptr && run.start < last->end && run.entry != last->entry) {
       run.entry->status |= kEntryOverlaps;
-      if (previous != nullptr) previous->status |= kEntryOverlaps;
-    } else {
-      gaps.push_back({nextGap, run.start});
+      last->entry->status |= kEntryOverlaps;
     }
-    previous = run.entry;
-    nextFree = run.end;
-    nextGap = run.nextGap;
-    if (run.entry->isInError()) break;
+    if (last == nullptr || run.end > last->end) last = &run;
   }
-  if (previous == nullptr || !previous->isInError()) gaps.push_back({nextGap, end});
+}
+
+// What no run covers from `first` to `end`; behind an entry in error nothing is known to be free.
+std::vector<Gap> gapsBetween(const std::vector<Run>& runs, u64 first, u64 end) {
+  std::vector<Gap> gaps;
+  u64 nextGap = first;
+  bool isKnown = true;
+  for (const Run& run : runs) {
+    gaps.push_back({nextGap, run.start});
+    nextGap = run.nextGap;
+    isKnown = !run.entry->isInError();
+    if (!isKnown) break;
+  }
+  if (isKnown) gaps.push_back({nextGap, end});
   std::erase_if(gaps, [](const Gap& gap) { return gap.start >= gap.end; });
   return gaps;
 }
 
 // An EBR and its volume, which other programs part: one that deletes the first volume of a chain
 // lets its EBR keep the second.
-std::vector<Run> runsOf(const TableEntry& container, u64 ebrReserve) {
+std::vector<Run> runsIn(const TableEntry& container, u64 ebrReserve) {
   const u64 room = container.sectorCount();
   std::vector<Run> runs;
   for (const auto& volume : container.volumes->entries) {
@@ -158,7 +165,26 @@ std::vector<Run> runsOf(const TableEntry& container, u64 ebrReserve) {
     runs.push_back({ebr, ebr + 1, ebr + ebrReserve, volume.get()});
     runs.push_back({volume->volumeStart, end, end, volume.get()});
   }
+  std::ranges::stable_sort(runs, {}, &Run::start);
   return runs;
+}
+
+std::vector<Run> runsOf(const PartitionTable& table) {
+  std::vector<Run> runs;
+  for (const auto& entry : table.entries)
+    runs.push_back({entry->startSector, entry->endSector + 1, entry->endSector + 1, entry.get()});
+  std::ranges::stable_sort(runs, {}, &Run::start);
+  return runs;
+}
+
+// A partition that reaches into the container may reach into a volume.
+void markVolumesInPartitions(const PartitionTable& table, TableEntry& container) {
+  for (const auto& entry : table.entries) {
+    if (entry.get() == &container || entry->isFree() || hasNoExtent(*entry)) continue;
+    for (const auto& volume : container.volumes->entries)
+      if (volume->startSector <= entry->endSector && entry->startSector <= volume->endSector)
+        volume->status |= kEntryOverlaps;
+  }
 }
 
 // Programs keep a track or 1 MiB between an EBR and its volume; nobody looks for room there.
@@ -170,12 +196,9 @@ u64 ebrReserve(const AlignmentRules& rules) {
 
 void checkTable(const DiskBounds& bounds, const AlignmentRules& rules, PartitionTable& table) {
   for (const auto& entry : table.entries) markAlone(bounds, *entry);
-  std::vector<Run> runs;
-  for (const auto& entry : table.entries)
-    runs.push_back({entry->startSector, entry->endSector + 1, entry->endSector + 1, entry.get()});
-  const std::vector<Gap> gaps =
-      markOverlaps(std::move(runs), bounds.firstUsableSector, bounds.lastUsableSector + 1);
-  for (const Gap& gap : gaps) {
+  const std::vector<Run> runs = runsOf(table);
+  markOverlaps(runs, bounds.firstUsableSector);
+  for (const Gap& gap : gapsBetween(runs, bounds.firstUsableSector, bounds.lastUsableSector + 1)) {
     auto block = freeBlock(bounds, rules, gap.start, gap.end);
     if (!block) continue;
     block->id = unusedId(table, kFirstFreeBlockId);
@@ -187,15 +210,18 @@ void checkVolumes(const DiskBounds& bounds, const AlignmentRules& rules,
                   const PartitionTable& table, TableEntry& container) {
   const VolumeList& list = *container.volumes;
   for (const auto& volume : list.entries) markVolumeAlone(container, *volume);
+  markVolumesInPartitions(table, container);
+  const std::vector<Run> runs = runsIn(container, ebrReserve(rules));
+  markOverlaps(runs, 0);
   // What could not be read or understood may lie anywhere in the container.
   if (list.status != 0) {
     container.status |= kEntryBrokenChain;
     return;
   }
-  const std::vector<Gap> gaps =
-      markOverlaps(runsOf(container, ebrReserve(rules)), 0, container.sectorCount());
+  if (container.isInError()) return;
   VolumeGaps blocks(bounds, rules, table, container);
-  for (const Gap& gap : gaps) blocks.add(gap.start, gap.end);
+  for (const Gap& gap : gapsBetween(runs, 0, container.sectorCount()))
+    blocks.add(gap.start, gap.end);
 }
 
 void withholdStrays(PartitionTable& table) {

@@ -127,11 +127,21 @@ TEST(DriveRead, DamagedTablesAreShownWithTheirErrors) {
       {"overlap: both marked, nothing free behind",
        {{0x83, 4096, 8192}, {0x83, 8192, 8192}, {0x83, 40960, 2048}},
        "free 2048..4095\n1: 4096..12287 83h !\n2: 8192..16383 83h !\n3: 40960..43007 83h\n"},
+      {"overlaps behind an overlap",
+       {{0x83, 2048, 4096}, {0x83, 4096, 4096}, {0x83, 20000, 10000}, {6, 25000, 10000}},
+       "1: 2048..6143 83h !\n2: 4096..8191 83h !\n3: 20000..29999 83h !\n"
+       "4: 25000..34999 06h !\n"},
+      {"two in a larger one",
+       {{0x83, 2048, 60000}, {0x83, 4096, 2048}, {0x83, 30000, 2048}, {0x83, 65536, 2048}},
+       "1: 2048..62047 83h !\n2: 4096..6143 83h !\n3: 30000..32047 83h !\n4: 65536..67583 83h\n"},
+      {"an overlap behind an entry without sectors",
+       {{0x83, 2048, 0}, {0x83, 20000, 10000}, {0x83, 25000, 10000}},
+       "1: 2048..2047 83h !\n2: 20000..29999 83h !\n3: 25000..34999 83h !\n"},
       {"no sectors", {{0x83, 4096, 0}}, "free 2048..4095\n1: 4096..4095 83h !\n"},
       {"neither start nor sectors", {{0x83, 0, 0}}, "1: 0..-1 83h !\n"},
       {"an extended partition over the whole disk",
        {{0x05, 0, 204800}, {0x83, 4096, 2048}},
-       "1: 0..204799 05h !\n2: 4096..6143 83h\n"},
+       "1: 0..204799 05h !\n2: 4096..6143 83h !\n"},
       {"sectors without a type", {{0, 4096, 8192}}, "free 2048..4095\n1: 4096..12287 100h !\n"},
       {"ends behind the disk",
        {{0x83, 4096, 0xFFFFFFFF}},
@@ -146,6 +156,28 @@ TEST(DriveRead, DamagedTablesAreShownWithTheirErrors) {
     TableBench bench(std::move(disk), alignedTo(kMiBSectors));
     EXPECT_EQ(pictureOf(bench.drive()), c.picture) << c.what;
     EXPECT_TRUE(bench.drive().table().hasErrors()) << c.what;
+  }
+}
+
+// Where a volume shares sectors it must not be formatted or wiped, whatever else is wrong.
+TEST(DriveRead, VolumesThatShareSectorsAreMarkedAll) {
+  MemoryDisk disk(204800);
+  putMbr(disk, {{0x05, 2048, 40960}, {0x83, 10000, 8192}});
+  putEbr(disk, 2048, {{6, 2048, 16384}});
+  TableBench bench(disk.copy(), alignedTo(kMiBSectors));
+  EXPECT_EQ(pictureOf(bench.drive()),
+            "1: 2048..43007 05h !\n  5: 4096..20479 06h !\n2: 10000..18191 83h !\n");
+  for (const u32 last : {0U, 4096U}) {  // a chain that ends, and one that turns back
+    putMbr(disk, {{0x05, 2048, 102400}});
+    putEbr(disk, 2048, {{6, 2048, 8192}, {5, 4096, 8192}});
+    putEbr(disk, 2048 + 4096, {{6, 2048, 2048}, {5, 20480, 8192}});
+    putEbr(disk, 2048 + 20480, {{6, 2048, 8192}, {5, 24576, 8192}});
+    putEbr(disk, 2048 + 24576, {{6, 2048, 8192}, {last != 0 ? u8{5} : u8{0}, last, last}});
+    TableBench chain(disk.copy(), alignedTo(kMiBSectors));
+    std::size_t marked = 0;
+    for (const PartitionEntry* entry : entriesOf(chain.drive()))
+      if (entry->isVolume() && entry->isInError()) ++marked;
+    EXPECT_EQ(marked, 4U) << pictureOf(chain.drive());
   }
 }
 
