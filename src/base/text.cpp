@@ -100,6 +100,11 @@ bool parseNumber(std::string_view text, u64& value) {
   return problem == std::errc{} && end == text.data() + text.size();
 }
 
+bool parseDecimal(std::string_view text, u64& value) {
+  const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return problem == std::errc{} && end == text.data() + text.size();
+}
+
 std::string printableFromUtf8(std::string_view text) {
   std::string result;
   for (std::size_t at = 0; at < text.size();) {

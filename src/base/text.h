@@ -30,6 +30,8 @@ bool matchesWildcard(std::string_view pattern, std::string_view text);
 
 // A whole text as a number, base 10, 0x... or 0... (octal); false when anything is left over.
 [[nodiscard]] bool parseNumber(std::string_view text, u64& value);
+// The same of decimal digits alone, which may begin with zeros.
+[[nodiscard]] bool parseDecimal(std::string_view text, u64& value);
 
 // Bytes outside 0x20..0x7E become blanks.
 std::string printable(std::string_view text);

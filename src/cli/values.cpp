@@ -22,7 +22,7 @@ constexpr u32 kLargestClusterBytes = 64 * 1024;
 
 std::optional<u32> parseCount(std::string_view text) {
   u64 value = 0;
-  if (!parseNumber(text, value) || value > kAllOnes32) return std::nullopt;
+  if (!parseDecimal(text, value) || value > kAllOnes32) return std::nullopt;
   return static_cast<u32>(value);
 }
 
@@ -34,7 +34,9 @@ std::optional<u32> parseFromOne(std::string_view text) {
 std::optional<u32> parseType(std::string_view text) {
   for (const TypeWord& row : kTypeWords)
     if (equalsIgnoreCase(text, row.word)) return row.type;
-  return parseFromOne(text);
+  u64 number = 0;
+  const bool isType = parseNumber(text, number) && number > 0 && number <= kAllOnes32;
+  return isType ? std::optional(static_cast<u32>(number)) : std::nullopt;
 }
 
 std::optional<u32> parseSectorSize(std::string_view text) {

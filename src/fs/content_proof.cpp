@@ -142,7 +142,7 @@ std::string_view takeWord(std::string_view& line) {
 std::optional<ProvenFile> parseLine(std::string_view line) {
   ProvenFile file;
   const bool isHash = parseHash(takeWord(line), file.hash);
-  const bool isSize = parseNumber(takeWord(line), file.sizeBytes);
+  const bool isSize = parseDecimal(takeWord(line), file.sizeBytes);
   const std::optional<FileTime> modified = parseFileTime(takeWord(line));
   const std::optional<std::string> path = unescaped(line);
   if (!isHash || !isSize || !modified || !path || !path->starts_with('/')) return std::nullopt;

@@ -18,12 +18,8 @@ void NumberField::setValue(u32 wanted) {
 }
 
 void NumberField::type(const std::string& text) {
-  const bool isDecimal = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
   u64 number = 0;
-  // A leading zero would be taken for another base.
-  const std::size_t first = std::min(text.find_first_not_of('0'), text.size() - 1);
-  if (isDecimal && parseNumber(std::string_view(text).substr(first), number) && number >= minimum &&
-      number <= maximum) {
+  if (parseDecimal(text, number) && number >= minimum && number <= maximum) {
     setValue(static_cast<u32>(number));
   } else {
     typed = text;

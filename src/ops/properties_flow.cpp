@@ -214,7 +214,7 @@ class Properties {
       wanted.attributes = model.attributes();
     if (model.endControl.shown && model.endText != shownEnd_) {
       u64 end = 0;
-      if (!parseNumber(trim(model.endText), end)) return refuse("The end is a sector's number.");
+      if (!parseDecimal(trim(model.endText), end)) return refuse("The end is a sector's number.");
       if (end != entry_->endSector) wanted.endSector = end;
     }
     if (wanted != EntryProperties{}) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/values.h"
+
 namespace tallowin {
 namespace {
 
@@ -20,6 +22,12 @@ TEST(Amount, EveryUnitAndWhatIsNone) {
   for (const char* text : {"", "MiB", "-5", "+5", "5.5", "5 MiB", "5MB", "5K", "0x10",
                            "16777216TiB", "18446744073709551616B", "18446744073709551615s"})
     EXPECT_EQ(bytes(text), std::nullopt) << text;
+}
+
+TEST(Amount, NumbersOfPartitionsAreDecimal) {
+  EXPECT_EQ(parseCount("010"), 10U) << "as scripts count";
+  for (const char* wrong : {"", "0x1", "-1", "+1", "1 ", "4294967296"})
+    EXPECT_EQ(parseCount(wrong), std::nullopt) << wrong;
 }
 
 TEST(Amount, ARestOfAMebibyteCountsAsOne) {
