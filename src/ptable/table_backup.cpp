@@ -247,9 +247,7 @@ bool isOfOtherDisk(Drive& drive, const TableBackup& backup) {
 }
 
 const PartitionEntry* overwrittenByRestore(Drive& drive, const TableBackup& backup) {
-  const bool isAsItWas =
-      backup.diskSectors == drive.lastLba() + 1 && hasIdentityOf(drive, backup) == true;
-  if (isAsItWas || drive.table().isWholeDisk()) return nullptr;
+  if (drive.table().isWholeDisk()) return nullptr;
   for (const TableSector& sector : backup.sectors)
     if (const PartitionEntry* entry = partitionAt(drive.table(), sector.lba)) return entry;
   return nullptr;

@@ -55,8 +55,8 @@ Failure readTableBackup(const std::string& path, TableBackup& backup);
 // its disk signature, else, where one of the two has none, by its size.
 bool isOfOtherDisk(Drive& drive, const TableBackup& backup);
 // The first partition or volume of the disk that a restore would write into; null when there is
-// none. On a disk that is the same one at the same size none counts: that the table of then comes
-// back is what is wanted. Neither does an entry in error, whose sectors mean nothing.
+// none: what lies there is in no kept table, so that nothing would bring it back. An entry in error
+// does not count, whose sectors mean nothing.
 const PartitionEntry* overwrittenByRestore(Drive& drive, const TableBackup& backup);
 
 // Writes the table back, whatever scheme the disk has by now, the MBR last, after everything was
