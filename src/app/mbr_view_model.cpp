@@ -67,7 +67,7 @@ void MbrViewModel::edit(MbrAction action, bool shiftHeld) {
     case MbrAction::insert:
       return insert();
     case MbrAction::remove:
-      if (mayGiveUpSlot(ui_, editor_, selected_, Consent::general)) editor_.remove(selected_);
+      if (mayGiveUpSlot(ui_, editor_, selected_)) editor_.remove(selected_);
       return;
     case MbrAction::moveUp:
       return moveTo(selected_ - 1);
@@ -95,7 +95,7 @@ void MbrViewModel::edit(MbrAction action, bool shiftHeld) {
 }
 
 void MbrViewModel::insert() {
-  if (!mayGiveUpSlot(ui_, editor_, selected_, Consent::insist)) return;
+  if (!mayGiveUpSlot(ui_, editor_, selected_)) return;
   const auto candidates = editor_.candidates(selected_);
   std::vector<PartitionRow> rows;
   for (PartitionRow& row : partitionRows(drive_))

@@ -23,6 +23,7 @@ struct MbrWish {
   std::optional<BootCode> bootCode;
   bool clearSignature = false;
   std::optional<u32> signature;
+  bool overwrite = false;
 
   bool changesAnything() const {
     return deleteSlot || insert || setActive || fillEndChs || bootCode || clearSignature ||
@@ -103,7 +104,7 @@ CommandResult insertPart(CommandContext& context, const MbrWish& wanted, Drive& 
         format("Partition %u is in another slot already; delete that one with "
                "--delete-slot.",
                *wanted.insert));
-  if (!mayGiveUpSlot(context.ui, editor, slot, Consent::insist)) return notConfirmed(context);
+  if (!mayGiveUpSlot(context.ui, editor, slot)) return notConfirmed(context);
   if (!editor.insert(slot, *entry))
     return refused(
         "The partition lies beyond what a slot of the MBR can hold; choose one within "
@@ -117,7 +118,7 @@ CommandResult edit(CommandContext& context, const MbrWish& wanted, Drive& drive,
                    MbrEditor& editor) {
   if (wanted.deleteSlot) {
     const std::size_t slot = *wanted.deleteSlot - 1;
-    if (!mayGiveUpSlot(context.ui, editor, slot, Consent::general)) return notConfirmed(context);
+    if (!mayGiveUpSlot(context.ui, editor, slot)) return notConfirmed(context);
     editor.remove(slot);
   }
   if (wanted.insert)
@@ -186,17 +187,21 @@ void MbrCommand::declare(OptionSet& options, CommonOptions& common) {
       .value("--signature", "NUMBER", wanted_.signature, parseSignature, "a number of 32 bits",
              "Set the disk signature: decimal, 0x hexadecimal or 0 octal")
       .excludes(clear);
+  options.flag("--overwrite", wanted_.overwrite,
+               "Also give up a GPT whose place holder is in the slot");
   declareWriting(options, common);
 }
 
 CommandResult MbrCommand::run(CommandContext& context) {
+  context.ui.offerInsistence("or with --overwrite");
+  if (wanted_.overwrite) context.ui.agreeTo(Consent::insist);
   const bool changes = wanted_.changesAnything();
   Target target;
   if (CommandResult result =
           openTarget(context, changes ? TargetUse::change : TargetUse::look, target);
       !result.succeeded())
     return result;
-  if (target.drive->table().isWholeDisk())
+  if (target.drive->table().isWholeDisk() && !target.drive->table().isBesideVolume())
     return refused("This disk has no partition table; a file system fills all of it.");
   MbrEditor editor(*target.drive);
   if (const Failure error = editor.load(); error != Error::none)

@@ -11,9 +11,8 @@ inline constexpr const char* kPlaceHolderWarning =
     "Deleting this GPT place holder will cause the disk partitioning to\n"
     "revert to using the MBR.  Any partition not in the MBR will be lost.";
 
-// True at once for a slot that holds no place holder; else asks. Who deletes that very slot needs
-// only the general consent; what is put over it has to be insisted on.
-bool mayGiveUpSlot(FrontEnd& ui, const MbrEditor& editor, std::size_t slot, Consent consent);
+// True at once for a slot that holds no place holder; else it has to be insisted on.
+bool mayGiveUpSlot(FrontEnd& ui, const MbrEditor& editor, std::size_t slot);
 
 // A disk signature as it is typed: decimal, 0x hexadecimal or 0 octal; empty is 0. Nothing for
 // what is no number of 32 bits.

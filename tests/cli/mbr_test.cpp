@@ -91,7 +91,7 @@ TEST_F(MbrTest, AGptDiskLosesItsPlaceHolderOnlyAfterAWarning) {
   const std::string before = fileHash(path_);
   const ProgramResult unasked = mbr({"--delete-slot", "1"});
   EXPECT_EQ(unasked.status, 1);
-  EXPECT_NE(unasked.output.find("confirmation"), std::string::npos) << unasked.output;
+  EXPECT_NE(unasked.output.find("--overwrite"), std::string::npos) << unasked.output;
   EXPECT_EQ(fileHash(path_), before);
   // A hybrid: the GPT partition has an MBR entry beside the place holder.
   EXPECT_STREQ(ctl_.json({"list", path_}).json["scheme"].GetString(), "GPT");
@@ -102,7 +102,8 @@ TEST_F(MbrTest, AGptDiskLosesItsPlaceHolderOnlyAfterAWarning) {
   EXPECT_EQ(mbr({"--insert", "1", "--slot", "1", "--yes"}).status, 1)
       << "--yes answers no insisting";
   EXPECT_EQ(fileHash(path_), hybrid);
-  ASSERT_EQ(mbr({"--delete-slot", "1", "--yes"}).status, 0);
+  EXPECT_EQ(mbr({"--delete-slot", "1", "--yes"}).status, 1) << "a GPT goes";
+  ASSERT_EQ(mbr({"--delete-slot", "1", "--yes", "--overwrite"}).status, 0);
   EXPECT_STREQ(ctl_.json({"list", path_}).json["scheme"].GetString(), "MBR");
   EXPECT_EQ(sfdiskRow(path_, 2).start, 2048u);
   EXPECT_EQ(sfdiskRow(path_, 2).size, 6144u);
