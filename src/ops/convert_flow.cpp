@@ -8,6 +8,7 @@
 #include "ops/convert_text.h"
 #include "ops/error_text.h"
 #include "ops/restore_table_flow.h"
+#include "ops/synchronize_flow.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
@@ -188,6 +189,12 @@ FlowResult convertFlow(const OperationContext& context, Drive& drive, Scheme tar
     return refuse(context, "Your request is being ignored because EFI Systems required a GPT.");
   if (const std::string repair = repairFirstText(drive); !repair.empty())
     return refuse(context, repair, Error::gptTableCheck);
+  if (isBehindMbr(drive))
+    return refuse(context,
+                  "Another program has changed the boot sector. Let the EMBR follow it first:\n"
+                  "tallowinctl table synchronize " +
+                      drive.disk().displayName(),
+                  Error::tableInError);
   const auto earlier =
       target == Scheme::mbr ? findEarlierMbr(drive, context.folders.backupFolder()) : std::nullopt;
   const EarlierMbr* wayBack = earlier ? &*earlier : nullptr;

@@ -48,9 +48,8 @@ std::optional<std::string> faultText(const PartitionEntry& entry) {
   if (entry.status & kEntryImpossible) return "ends before it starts, or starts before its EBR";
   if (entry.status & kEntryOverlaps) return "overlaps its neighbour or leaves its container";
   if (entry.status & kEntryForeign)
-    return "another program made it, and the EMBR does not know it; start the window, which asks "
-           "to "
-           "take it over";
+    return "another program made it, and the EMBR does not know it; 'table synchronize' takes it "
+           "over";
   if (entry.type == types::kUntyped) return "has sectors but no type";
   if (entry.status & kEntryUnclear) return "its boot record holds more than a volume and a link";
   if (entry.isInError()) return "cannot be right";

@@ -177,6 +177,7 @@ TEST_F(SetTest, AnEmbrFollowsTheBootSector) {
   const std::string told = "table synchronize";
   EXPECT_NE(ctl_.run({"list", path_}).output.find(told), std::string::npos);
   EXPECT_EQ(ctl_.run({"table", "synchronize", path_}).status, 1) << "asks";
+  EXPECT_NE(run("convert", {"--to", "mbr", "--yes"}).output.find(told), std::string::npos);
   EXPECT_EQ(synchronize().status, 0);
   const Ctl::Answer listing = ctl_.json({"list", path_});
   EXPECT_EQ(listing.json["rows"][0]["type"].GetUint(), 7U);
