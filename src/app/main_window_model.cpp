@@ -240,7 +240,7 @@ Control MainWindowModel::control(Action action) const {
 
 std::string MainWindowModel::whyWithoutTable() const {
   if (std::string why = whyWithoutDrive(); !why.empty()) return why;
-  return drive_->table().isWholeDisk()
+  return drive_->table().isWholeDisk() && !drive_->table().isBesideVolume()
              ? "This disk has no partition table; a file system fills all of it."
              : "";
 }

@@ -88,7 +88,7 @@ CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row) {
     }
     numbers += (numbers.empty() ? "" : ", ") + std::to_string(*candidate.number);
   }
-  if (drive.table().status != 0) return unreadTable(context.options.target);
+  if (drive.table().isUnread()) return unreadTable(context.options.target);
   return refused(format("'%s' has no partition %u; ", context.options.target.c_str(),
                         context.options.part.value_or(0)) +
                  (numbers.empty() ? "it has none at all." : "choose from " + numbers + "."));
@@ -96,7 +96,7 @@ CommandResult findPart(CommandContext& context, Drive& drive, ListedRow& row) {
 
 CommandResult noFreeBlock(const std::string& path, const std::optional<u32>& wanted,
                           const Drive& drive) {
-  if (drive.table().status != 0) return unreadTable(path);
+  if (drive.table().isUnread()) return unreadTable(path);
   if (const std::string why = drive.changeRefusal(); !why.empty()) return refused(why);
   if (const std::string why = emptyTableText(drive); !why.empty()) return refused(why);
   if (!wanted) return refused("'" + path + "' has no free block; delete a partition first.");

@@ -165,6 +165,11 @@ class Creation {
   bool admitExtended(const PlacementTarget& target, std::optional<SectorExtent>& found) {
     if (target.insideExtended)
       return refuse("You cannot use that file system in an extended partition.");
+    const auto isContainer = [](const auto& entry) { return types::isExtended(entry->mbrType); };
+    if (drive_.scheme() == Scheme::mbr && std::ranges::any_of(drive_.table().entries, isContainer))
+      return refuse(
+          "This disk has an extended partition, and other programs look into one only.\n"
+          "Please create a volume in that one, or delete it first.");
     const u64 unit = alignmentUnit(target.rules);
     const u64 lastSector = found ? found->endSector : target.entry.endSector;
     if (lastSector <= unit) return refuse("An extended partition cannot be created here.");

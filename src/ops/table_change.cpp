@@ -54,6 +54,10 @@ std::optional<FlowResult> DiskWriteScope::lookAgain() {
   if (stopRequested()) return FlowResult{FlowEnd::cancelled, Error::cancelled};
   if (const Failure failed = drive_.disk().checkSameDisk()) return refuse(context_, failed);
   if (const Failure failed = checkTable(drive_)) return refuse(context_, failed);
+  // Nobody knows whose those sectors are.
+  const bool isBoth = drive_.table().isBesideVolume();
+  if (isBoth && (target_.isWholeDisk() || target_.extent()))
+    return refuseWhenReadOnlyTable(context_, drive_);
   if (target_.isWholeDisk()) return refuseWhenDriveInUse(context_, drive_);
   if (!target_.extent()) return std::nullopt;
   return refuseWhenInUse(context_, drive_, *target_.extent());

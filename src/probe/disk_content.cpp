@@ -58,14 +58,16 @@ bool holdsZfs(std::span<const u8> head) {
 
 // Members of a RAID may keep their block near the end: in the last whole 64 KiB but one, or 8 KiB
 // before the end on a multiple of 4 KiB.
-Failure findRaidAtEnd(DiskDevice& disk, bool& found) {
-  const u64 sectorSize = disk.sectorSize();
-  const u64 bytes = disk.sectorCount().value_or(0) * sectorSize;
+Failure findRaidAtEnd(const SectorRange& range, bool& found) {
+  const u64 sectorSize = range.disk.sectorSize();
+  const u64 bytes = range.bytes();
   if (bytes < 128 * kKiB) return {};
   std::vector<u8> sector(sectorSize);
   for (const u64 at :
        {bytes / (64 * kKiB) * 64 * kKiB - 64 * kKiB, (bytes - 8 * kKiB) / (4 * kKiB) * 4 * kKiB}) {
-    if (const Failure failed = disk.readSectors(at / sectorSize, sector.data(), 1)) return failed;
+    if (const Failure failed =
+            range.disk.readSectors(range.firstSector + at / sectorSize, sector.data(), 1))
+      return failed;
     found |= textAt(sector, 0, kRaidMagic);
   }
   return {};
@@ -74,24 +76,28 @@ Failure findRaidAtEnd(DiskDevice& disk, bool& found) {
 }  // namespace
 
 std::optional<std::string> namedDiskContent(DiskDevice& disk) {
-  const u64 sectors = disk.sectorCount().value_or(0);
+  return namedContent({disk, 0, disk.sectorCount().value_or(0)});
+}
+
+std::optional<std::string> namedContent(const SectorRange& range) {
+  DiskDevice& disk = range.disk;
   const u32 sectorSize = disk.sectorSize();
-  const u64 headSectors = std::min(sectors, kHeadBytes / sectorSize);
+  const u64 headSectors = std::min(range.sectorCount, kHeadBytes / sectorSize);
   std::vector<u8> head(headSectors * sectorSize);
-  if (headSectors == 0 || disk.readSectors(0, head.data(), headSectors))
+  if (headSectors == 0 || disk.readSectors(range.firstSector, head.data(), headSectors))
     return "sectors that cannot be read";
   for (const Mark& mark : kMarks)
     if (textAt(head, mark.offset, mark.magic)) return mark.name;
   if (holdsZfs(head)) return "a ZFS pool";
   bool isRaid = false;
-  if (findRaidAtEnd(disk, isRaid)) return "sectors that cannot be read";
+  if (findRaidAtEnd(range, isRaid)) return "sectors that cannot be read";
   if (isRaid) return "a member of a RAID";
   std::vector<u8> last(sectorSize);
-  if (disk.readSectors(sectors - 1, last.data(), 1)) return "sectors that cannot be read";
+  if (disk.readSectors(range.endSector() - 1, last.data(), 1)) return "sectors that cannot be read";
   if (textAt(head, sectorSize, kGptSignature) || textAt(last, 0, kGptSignature))
     return "a GPT that its first sector does not tell of";
   Content content;
-  if (!identify(disk, 0, content)) return "a file system";
+  if (!identify(disk, range.firstSector, content)) return "a file system";
   // A table with empty slots, and its boot code, may go.
   const MbrRecord& record = *recordAt<MbrRecord>(std::span<const u8>(head));
   if (isBlank(record) || record.signature.isValid()) return std::nullopt;

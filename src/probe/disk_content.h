@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "disk/disk_device.h"
+#include "disk/sector_range.h"
 
 namespace tallowin {
 
@@ -13,5 +13,7 @@ namespace tallowin {
 // no boot signature, anything in it but a disk signature. Nothing when the disk may be taken for a
 // blank one. What cannot be read counts as something.
 std::optional<std::string> namedDiskContent(DiskDevice& disk);
+// The same of a part of a disk.
+std::optional<std::string> namedContent(const SectorRange& range);
 
 }  // namespace tallowin

@@ -16,6 +16,7 @@
 #include "ptable/old_signatures.h"
 #include "ptable/scheme.h"
 #include "ptable/sector_swap.h"
+#include "ptable/track_content.h"
 
 namespace tallowin {
 namespace {
@@ -23,6 +24,24 @@ namespace {
 constexpr u64 kHighestMbrSector = kAllOnes32;
 // Of a file system that fills the disk and has no type of its own.
 constexpr u16 kUnknownContent = 0xFFFF;
+
+// Whether the slots of a boot sector name partitions behind it too. Formatters of whole disks may
+// put one slot there that begins at sector 0; where there is text instead, no boot indicator is
+// one.
+bool holdsPartitionsToo(DiskDevice& disk, u64 lastLba) {
+  std::vector<u8> sector(disk.sectorSize());
+  if (disk.readSectors(0, sector.data(), 1)) return false;
+  const MbrRecord& mbr = *recordAt<MbrRecord>(std::span<const u8>(sector));
+  const auto hasIndicator = [](const MbrSlotRecord& slot) {
+    return (slot.bootIndicator & 0x7F) == 0;
+  };
+  const auto isPartition = [lastLba](const MbrSlotRecord& slot) {
+    return slot.type != 0 && slot.startLba != 0 && slot.sectorCount != 0 &&
+           slot.startLba <= lastLba;
+  };
+  return mbr.signature.isValid() && std::ranges::all_of(mbr.slots, hasIndicator) &&
+         std::ranges::any_of(mbr.slots, isPartition);
+}
 
 // The first sectors of a disk, as far as any scheme looks at them.
 std::vector<u8> readTrack(DiskDevice& disk, u64 sectors) {
@@ -161,6 +180,7 @@ void Drive::addWholeDisk(u16 type, TableReading& reading) const {
   const std::string label = tableContext().labelOf(*volume);
   volume->setName(!label.empty() ? label : kUnlabelledWholeDisk);
   reading.table.status |= kTableWholeDisk;
+  if (holdsPartitionsToo(*disk_, lastLba_)) reading.table.status |= kTableBesideVolume;
   reading.table.usedSlots = 1;
   reading.table.entries.push_back(std::move(volume));
 }
@@ -220,7 +240,14 @@ const char* Drive::schemeName() const {
   return "VOL";
 }
 
-std::string Drive::changeRefusal() const { return scheme_->changeRefusal(); }
+std::string Drive::changeRefusal() const {
+  if (!table_->isBesideVolume()) return scheme_->changeRefusal();
+  return "The first sector of this disk is the boot sector of a file system and a partition\n"
+         "table at once, and other programs may go by the table. Nothing is changed as long\n"
+         "as both are there. View MBR ('tallowinctl mbr') does away with one: delete its entries "
+         "to keep\n"
+         "the file system, or install boot code to keep the partitions.";
+}
 
 bool Drive::isFirstBiosDisk() const { return biosNumber_ == kFirstBiosDisk; }
 
@@ -275,21 +302,24 @@ NewEntry newEntryIn(const PartitionEntry& block) {
 
 Failure Drive::add(const NewEntry& entry, TrackContent content) {
   if (const Failure failed = checkChange()) return failed;
-  return finishChange(entry.ebrSector ? addVolumeOf(entry)
+  return finishChange(entry.ebrSector ? addVolumeOf(entry, content)
                                       : scheme_->add(tableContext(), entry, content));
 }
 
-Failure Drive::addVolumeOf(const NewEntry& entry) {
-  const auto container = std::ranges::find_if(table_->entries, [&](const auto& top) {
-    return top->volumes && top->startSector <= *entry.ebrSector &&
-           *entry.ebrSector <= top->endSector;
-  });
-  if (container == table_->entries.end()) return Error::outsideUsableArea;
-  return addVolume(tableContext(), **container, entry);
+Failure Drive::addVolumeOf(const NewEntry& entry, TrackContent content) {
+  const TableEntry* container = containerAt(*entry.ebrSector);
+  if (container == nullptr) return Error::outsideUsableArea;
+  const bool isEmpty =
+      !container->isInError() &&
+      std::ranges::all_of(container->volumes->entries, [](const auto& e) { return e->isFree(); });
+  if (isEmpty && content == TrackContent::keep && namedContainerContent(*disk_, *container))
+    return Error::sectorsInUse;
+  return addVolume(tableContext(), *container, entry);
 }
 
 Failure Drive::remove(const PartitionEntry& entry) {
   if (table_->isWholeDisk()) {
+    if (const Failure failed = changesAllowed()) return failed;
     if (const Failure failed = checkUnchanged()) return failed;
     return finishChange(removeWholeDiskVolume(*disk_));
   }

@@ -215,6 +215,8 @@ class Drive {
   PartitionEntry* findByListNumber(u32 number);
   // The extended partition that holds a volume or an inner free block; null on the top level.
   TableEntry* containerOf(const PartitionEntry& entry);
+  // The extended partition that a sector lies in; null where none is.
+  TableEntry* containerAt(u64 sector);
   u32 partitionCount() const;  // entries and volumes that are not free
   // Of all used partitions; nothing on an empty disk.
   std::optional<SectorRegion> usedRegion() const;
@@ -237,7 +239,7 @@ class Drive {
   void addWholeDisk(u16 type, TableReading& reading) const;
   void adopt(TableReading reading);
   void addFreeBlocks();
-  Failure addVolumeOf(const NewEntry& entry);
+  Failure addVolumeOf(const NewEntry& entry, TrackContent content);
   std::vector<KernelPartition> kernelPartitions() const;
   bool isWhollyRead() const;
   Failure finishChange(Failure error);

@@ -130,6 +130,13 @@ TableEntry* Drive::containerOf(const PartitionEntry& entry) {
   return found != table_->entries.end() ? found->get() : nullptr;
 }
 
+TableEntry* Drive::containerAt(u64 sector) {
+  const auto found = std::ranges::find_if(table_->entries, [sector](const auto& top) {
+    return top->volumes && top->startSector <= sector && sector <= top->endSector;
+  });
+  return found != table_->entries.end() ? found->get() : nullptr;
+}
+
 u32 Drive::partitionCount() const {
   u32 count = 0;
   findEntry(*table_, [&count](const PartitionEntry& entry) {

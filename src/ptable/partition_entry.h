@@ -110,7 +110,8 @@ class TableEntry : public PartitionEntry {
 };
 
 enum TableStatus : u32 {
-  kTableWholeDisk = 1,  // a file system fills the disk, there is no table
+  kTableWholeDisk = 1,          // a file system fills the disk, there is no table
+  kTableBesideVolume = 0x1000,  // its first sector has partitions all the same
   kTableNone = 0x2000,
   kTableUnreadable = 0x4000,
   kTableOutOfMemory = 0x8000,
@@ -124,6 +125,8 @@ struct PartitionTable {
   std::vector<std::unique_ptr<TableEntry>> entries;
 
   bool isWholeDisk() const { return (status & kTableWholeDisk) != 0; }
+  bool isBesideVolume() const { return (status & kTableBesideVolume) != 0; }
+  bool isUnread() const { return (status & kTableUnreadable) != 0; }
   // Any entry or volume in error, or a chain that could not be followed to its end.
   bool hasErrors() const;
 };

@@ -5,6 +5,8 @@
 
 #include "base/bytes.h"
 #include "base/text.h"
+#include "disk/mbr_record.h"
+#include "probe/disk_content.h"
 #include "probe/identify.h"
 #include "ptable/embr/embr_record.h"
 #include "ptable/gpt/gpt_record.h"
@@ -65,6 +67,27 @@ std::optional<std::string> namedTrackContent(DiskDevice& disk, u64 first, u64 en
     return format("%s, in sector %llu", whatBegins(mbr, sector), number);
   }
   return std::nullopt;
+}
+
+std::optional<std::string> namedLoaderContent(DiskDevice& disk, u64 startSector, u64 endSector) {
+  constexpr u64 kTrackSectors = 63;
+  std::vector<u8> sector(disk.sectorSize());
+  if (disk.readSectors(0, sector.data(), 1)) return "sectors that cannot be read";
+  const bool hasLoader = bootLoaderMark(sector) != BootLoaderMark::none;
+  const u64 limit = hasLoader ? kMiB / disk.sectorSize() : kTrackSectors;
+  return namedTrackContent(disk, startSector, std::min(endSector + 1, limit));
+}
+
+std::optional<std::string> namedContainerContent(DiskDevice& disk, const TableEntry& container) {
+  std::vector<u8> sector(disk.sectorSize());
+  if (disk.readSectors(container.startSector, sector.data(), 1))
+    return "sectors that cannot be read";
+  if (!recordAt<EbrRecord>(std::span<const u8>(sector))->signature.isValid())
+    return namedContent({disk, container.startSector, container.sectorCount()});
+  // A boot sector begins with code, an EBR with none.
+  Content content;
+  if (sector[0] == 0 || identify(disk, container.startSector, content)) return std::nullopt;
+  return "a file system";
 }
 
 }  // namespace tallowin

@@ -68,6 +68,75 @@ TEST_F(RefusalTest, NothingIsChangedAndOneLineSaysWhy) {
   EXPECT_EQ(folder_.read("other"), "mine");
 }
 
+// What only looks free, or like one thing and is another.
+TEST_F(RefusalTest, WhatOtherProgramsKeepWhereATableCouldGoIsNotOverwritten) {
+  const auto expectUntouched = [&](std::vector<std::string> words, const std::string& said) {
+    const std::string before = fileHash(path_);
+    words.insert(words.begin() + 1, path_);
+    words.push_back("--yes");
+    const ProgramResult result = ctl_.run(words);
+    EXPECT_EQ(result.status, 1) << testing::PrintToString(words);
+    EXPECT_NE(result.output.find(said), std::string::npos) << result.output;
+    EXPECT_EQ(fileHash(path_), before) << testing::PrintToString(words);
+  };
+  const auto put = [&](u64 offset, const std::string& bytes) {
+    std::fstream file(path_, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(static_cast<std::streamoff>(offset))
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  };
+  const std::vector<std::string> createInside = {"create", "--type", "linux", "--size",
+                                                 "3",      "--free", "1"};
+  for (const char* type : {"5", "15", "1f"}) {
+    makeTable(path_, std::string("label: dos\nstart=2048,size=40960,type=") + type + "\n");
+    ASSERT_EQ(runProgram({"mkfs.fat", "-F16", "--offset", "2048", path_, "20480"}).status, 0);
+    expectUntouched(createInside, "it holds a file system");
+    put(kMiB, std::string("LUKS\xBA\xBE", 6) + std::string(506, '\0'));
+    expectUntouched(createInside, "it holds a LUKS container");
+  }
+  makeTable(path_, "label: dos\n2:start=2048,size=40960,type=5\n");
+  expectUntouched({"create", "--type", "extended", "--size", "3", "--free", "2"},
+                  "has an extended partition");
+
+  // The core of a boot loader, which a fine alignment lets appear as free.
+  makeTable(path_, "label: dos\nstart=2048,size=40960,type=83\n");
+  put(512, std::string(20 * 512, 'x'));
+  ASSERT_EQ(ctl_.run({"settings", "GlobalGeoAlignVal=512"}).status, 0);
+  ASSERT_EQ(ctl_.run({"settings", "GlobalGeoAlign2K=0"}).status, 0);
+  expectUntouched({"create", "--type", "linux", "--size", "100s", "--free", "1"},
+                  "would overwrite data of another program");
+
+  put(0, std::string("LUKS\xBA\xBE", 6) + std::string(506, '\0'));
+  for (const std::vector<std::string>& change :
+       {std::vector<std::string>{"--boot-code", "standard"}, {"--signature", "7"}}) {
+    std::vector<std::string> words = {"mbr"};
+    words.insert(words.end(), change.begin(), change.end());
+    expectUntouched(words, "it holds a LUKS container");
+  }
+}
+
+TEST_F(RefusalTest, ABootSectorThatIsATableTooIsChangedByNobody) {
+  ASSERT_EQ(runProgram({"mkfs.fat", "-F16", path_}).status, 0);
+  ASSERT_EQ(runProgram({"sfdisk", "-q", "--wipe", "never", path_},
+                       "label: dos\nstart=2048,size=40960,type=83\n")
+                .status,
+            0);
+  const std::string before = fileHash(path_);
+  for (const char* words :
+       {"format DISK --part 0 --yes", "delete DISK --part 0 --yes", "convert DISK --to mbr --yes",
+        "format DISK --whole --fs fat16 --yes", "label DISK --part 0 NEW --yes",
+        "files DISK --part 0 mkdir /d --yes", "create DISK --type linux --size 3 --yes"}) {
+    EXPECT_EQ(ctl_.run(onDisk(tallowin::words(words))).status, 1) << words;
+    EXPECT_EQ(fileHash(path_), before) << words;
+  }
+  const std::string twin = folder_.file("twin.img");
+  ASSERT_EQ(runProgram({"cp", "--sparse=always", path_, twin}).status, 0);
+  ctl_.expectDone({"mbr", path_, "--delete-slot", "1", "--yes"});
+  EXPECT_STREQ(ctl_.json({"list", path_}).json["scheme"].GetString(), "VOL");
+  EXPECT_EQ(runProgram({"fsck.fat", "-n", path_}).status, 0);
+  ctl_.expectDone({"mbr", twin, "--boot-code", "standard", "--yes"});
+  EXPECT_STREQ(ctl_.json({"list", twin}).json["scheme"].GetString(), "MBR");
+}
+
 TEST_F(RefusalTest, WrongUsageIsTwo) {
   const std::vector<std::vector<std::string>> cases = {
       {"polish", "DISK"},

@@ -11,6 +11,7 @@
 #include "ptable/mbr/mbr_edit.h"
 #include "ptable/mbr/slot.h"
 #include "ptable/sector_swap.h"
+#include "ptable/track_content.h"
 
 namespace tallowin {
 namespace {
@@ -105,6 +106,9 @@ Failure MbrScheme::add(const TableContext& context, const NewEntry& entry,
   const bool holdsNothing =
       !mbr.signature.isValid() || std::ranges::all_of(mbr.slots, &MbrSlotRecord::isFree);
   if (holdsNothing && content == TrackContent::keep && namedDiskContent(context.disk))
+    return Error::sectorsInUse;
+  if (content == TrackContent::keep &&
+      namedLoaderContent(context.disk, entry.startSector, entry.endSector))
     return Error::sectorsInUse;
   if (!mbr.signature.isValid()) {
     // The drive may have its signature from there already, so it outlasts the rest.
