@@ -117,9 +117,12 @@ std::optional<FlowResult> EditFile::load(const std::string& path) {
   if (auto stopped = volume.open(entry_, FilesUse::look)) return stopped;
   std::vector<u8> buffer(kMostEditedBytes);
   u64 done = 0;
-  Failure failed = lookAt(volume.files(), path, state_);
-  if (!failed) failed = readFileRange(volume.files(), path, buffer, 0, done);
   path_ = path;
+  // As it is spelled there.
+  FileInfo info;
+  if (!volume.files().info(path, info)) path_.replace(path.rfind('/') + 1, path.npos, info.name);
+  Failure failed = lookAt(volume.files(), path_, state_);
+  if (!failed) failed = readFileRange(volume.files(), path_, buffer, 0, done);
   take({reinterpret_cast<const char*>(buffer.data()), done}, state_ ? state_->sizeBytes : 0,
        failed);
   return std::nullopt;

@@ -306,5 +306,49 @@ TEST_F(DialogTest, FileDialogWalksAndChooses) {
   expectAnswer(child, "cancelled");
 }
 
+TEST_F(DialogTest, AFileIsEditedByKeyboard) {
+  const std::string title = "Edit File - file.txt";
+  const std::string old = "one\r\ntwo\nthree";
+  run({
+      {{"edit", old}, title, "Escape", "closed"},
+      {{"edit", old}, title, "F10", "closed"},
+      {{"edit", old},
+       title,
+       "a Return Down b Tab c F10",
+       "save:a\\r\\none\\r\\nb\tctwo\\nthree closed"},
+      // Undone and made again; what is changed back needs no saving.
+      {{"edit", old},
+       title,
+       "a space b ctrl+z ctrl+z ctrl+y alt+s F10",
+       "save:a one\\r\\ntwo\\nthree closed"},
+      {{"edit", old}, title, "a BackSpace Delete o Escape", "closed"},
+      // A copied line end takes the place where it comes to.
+      {{"edit", old},
+       title,
+       "shift+Down ctrl+c ctrl+End Return ctrl+v alt+v alt+F4",
+       "saveAs:one\\r\\ntwo\\nthree\\none\\n closed"},
+      {{"edit", old, "readonly"}, title, "a BackSpace ctrl+v Return alt+s F10", "closed"},
+      {{"edit", "", "long"}, title, "End ctrl+End ctrl+Home Page_Down Escape", "closed"},
+  });
+
+  // An Escape too many loses nothing.
+  ChildProcess child(gallery({"edit", ""}));
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_FALSE(screen_->waitFor(title).empty());
+    screen_->press("x Escape");
+    ASSERT_FALSE(screen_->waitFor("Warning").empty());
+    screen_->press("Escape");
+  }
+  ASSERT_FALSE(screen_->waitFor(title).empty());
+  screen_->press("F1");
+  ASSERT_FALSE(screen_->waitFor("Help").empty());
+  screen_->press("Return");
+  ASSERT_FALSE(screen_->waitFor(title).empty());
+  screen_->press("alt+F4");
+  ASSERT_FALSE(screen_->waitFor("Warning").empty());
+  screen_->press("Return");
+  expectAnswer(child, "save:xxx closed");
+}
+
 }  // namespace
 }  // namespace tallowin

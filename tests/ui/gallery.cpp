@@ -26,6 +26,7 @@
 #include "disk/linux_disk.h"
 #include "ops/create_model.h"
 #include "ops/delete_model.h"
+#include "ops/edit_model.h"
 #include "ops/format_model.h"
 #include "ops/format_summary_model.h"
 #include "ui/fltk_front_end.h"
@@ -190,6 +191,32 @@ void file(FrontEnd& ui, const Arguments& arguments) {
   std::cout << (chosen ? "chosen " + *chosen : "cancelled") << std::endl;
 }
 
+// edit [TEXT [readonly | long]]: prints what is saved, with its line ends
+void edit(FrontEnd& ui, const Arguments& arguments) {
+  const auto print = [](const char* how, const std::string& bytes) {
+    std::cout << how;
+    for (const char c : bytes)
+      std::cout << (c == '\r' ? "\\r" : c == '\n' ? "\\n" : std::string(1, c));
+    std::cout << ' ' << std::flush;
+  };
+  EditModel* shown = nullptr;
+  const auto save = [&](const char* how) {
+    print(how, shown->text.bytes());
+    shown->text.setSaved();
+    return true;
+  };
+  EditModel model(
+      ui, [&] { return save("save:"); }, [&] { return save("saveAs:"); });
+  shown = &model;
+  model.text.load(argument(arguments, 0, "one\r\ntwo\nthree"), 437);
+  if (argument(arguments, 1, "") == "long") model.text.load(std::string(500'000, 'x'), 437);
+  model.setFile("/folder/file.txt", "");
+  if (argument(arguments, 1, "") == "readonly") model.setReadOnly("This disc can only be read.");
+  model.help = [&] { ui.noticeBox("Here is the help.", "Help"); };
+  ui.run(model);
+  std::cout << "closed" << std::endl;
+}
+
 const FileSystemKinds& kinds() {
   static const FileSystemKinds kKinds = registeredFileSystems();
   return kKinds;
@@ -338,7 +365,7 @@ const std::map<std::string, std::function<void(FrontEnd&, const Arguments&)>> kW
     {"message", message},   {"input", input},   {"choice", choice},       {"progress", progress},
     {"file", file},         {"create", create}, {"delete", remove},       {"format", formatDialog},
     {"summary", summary},   {"help", help},     {"drive", driveSettings}, {"drives", drives},
-    {"settings", settings}, {"stuck", stuck},
+    {"settings", settings}, {"stuck", stuck},   {"edit", edit},
 };
 
 }  // namespace

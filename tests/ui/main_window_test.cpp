@@ -45,16 +45,20 @@ class MainWindowTest : public testing::Test {
     return table.rows;
   }
 
-  // The file system of a row is sound.
-  void expectFreshFat32(const SfdiskRow& row) {
+  // The file system in these sectors is sound. What its judge says.
+  std::string expectSound(u64 start, u64 count) {
     const std::string part = folder_.file("part.img");
-    ASSERT_EQ(runProgram({"dd", "if=" + image_, "of=" + part, "skip=" + std::to_string(row.start),
-                          "count=" + std::to_string(row.size), "status=none"})
+    EXPECT_EQ(runProgram({"dd", "if=" + image_, "of=" + part, "skip=" + std::to_string(start),
+                          "count=" + std::to_string(count), "status=none"})
                   .status,
               0);
     const ProgramResult check = runProgram({"fsck.fat", "-n", "-v", part});
     EXPECT_EQ(check.status, 0) << check.output;
-    EXPECT_NE(check.output.find("32 bit entries"), std::string::npos) << check.output;
+    return check.output;
+  }
+  void expectFreshFat32(const SfdiskRow& row) {
+    const std::string said = expectSound(row.start, row.size);
+    EXPECT_NE(said.find("32 bit entries"), std::string::npos) << said;
   }
 
   void expectClosed() {
@@ -128,6 +132,47 @@ TEST_F(MainWindowTest, KeysSelectDrivesReadAgainAndWalk) {
   EXPECT_TRUE(screen_->waitUntilGone("Tallowin Help"));
   ASSERT_FALSE(screen_->waitFor(kTitle).empty());
   screen_->press("F10");
+  expectClosed();
+}
+
+TEST_F(MainWindowTest, AFileIsEditedByKeysAndReadByOthers) {
+  for (const char* program : {"mkfs.fat", "mcopy"})
+    if (!hasProgram(program)) GTEST_SKIP() << program << " is not installed";
+  ASSERT_EQ(makeTable(image_, "label: dos\nstart=2048, size=32768, type=6\n"), "");
+  folder_.write("config", "FILES=30\r\nBUFFERS=20\r\n");
+  const std::string volume = image_ + "@@1M";
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"mkfs.fat", "-F", "16", "--offset", "2048", image_, "16384"},
+        {"mcopy", "-i", volume, folder_.file("config"), "::CONFIG.SYS"},
+        {"mcopy", "-i", volume, folder_.file("config"), "::OLD.SYS"}})
+    ASSERT_EQ(runProgram(command).status, 0) << command[0];
+  const auto read = [&](const std::string& name) {
+    const ProgramResult copied =
+        runProgram({"mcopy", "-n", "-i", volume, "::" + name, folder_.file("read")});
+    return copied.status == 0 ? folder_.read("read") : copied.output;
+  };
+
+  // Delete in the list of files, then the name, whatever its case.
+  press("F5 Home alt+e", "Open");
+  press("Down Down Down Delete", "Warning");
+  press("alt+y", "Open");
+  EXPECT_NE(read("OLD.SYS").find("not found"), std::string::npos);
+  screen_->press("alt+n");
+  screen_->type("config.sys");
+  press("Return", "Edit File - CONFIG.SYS");
+  screen_->press("End BackSpace BackSpace");
+  screen_->type("99");
+  screen_->press("alt+s Down");
+  screen_->type("LASTDRIVE=Z");
+  press("alt+v", "Save As");
+  screen_->type("Ein Brief.txt");
+  press("Return", "Edit File - Ein Brief.txt");
+  EXPECT_EQ(read("CONFIG.SYS"), "FILES=99\r\nBUFFERS=20\r\n");
+  EXPECT_EQ(read("Ein Brief.txt"), "FILES=99\r\nBUFFERS=LASTDRIVE=Z20\r\n");
+  press("Return Escape", "Warning");
+  press("alt+n", kTitle);
+  expectSound(2048, 32768);
+  screen_->press("Escape");
   expectClosed();
 }
 

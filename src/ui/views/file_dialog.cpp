@@ -190,6 +190,7 @@ void FileDialog::deleteSelected() {
                       ButtonSet::yesNo}) != MessageResult::yes)
     return;
   const std::string reason = chooser_.remove(name);
+  if (name == name_->value()) name_->value("");
   if (!reason.empty())
     showMessageBox(
         {MessageKind::error, {}, format("%s was not deleted.\n%s", name.c_str(), reason.c_str())});
