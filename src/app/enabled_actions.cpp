@@ -41,6 +41,7 @@ u32 enabledActions(const FileSystemKinds& kinds, const PartitionEntry& entry,
   if (entry.isFree()) return actionsOfFreeBlock(entry, facts, trimBit);
   u32 bits = actionsOfType(types::unhide(entry.type), kindOf(kinds, entry), trimBit);
   if (mayHoldAnyKind(kinds, entry)) bits |= kFormatBit;
+  if (facts.holdsFiles) bits |= kEditFileBit;
   if (facts.isGpt && isEfiSystem(entry)) bits |= kBcdEditBit;
   if (entry.isInError() || hasBrokenChain(entry)) bits &= kDeleteBit | kPropertiesBit;
   return bits;

@@ -23,6 +23,7 @@ inline constexpr u32 kTrimBit = 0x2000;
 struct ActionFacts {
   bool isGpt = false;
   bool canTrim = false;                 // the drive releases unused sectors
+  bool holdsFiles = false;              // that can be reached, whatever the type says
   bool holdsNothing = false;            // the drive has no table with partitions
   u64 pendingCopySectors = kAllOnes64;  // size of the copy source, all ones without one
 };

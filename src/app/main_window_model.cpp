@@ -98,6 +98,7 @@ const std::array<Model::ActionRow, kActionCount> Model::kActions = {{
      .area = Area::besideList,
      .label = "&Edit File",
      .bit = kEditFileBit,
+     .whyNot = &Model::whyNoFiles,
      .run = &Model::runEditFile},
     {.action = Action::bcdEdit, .area = Area::besideList, .label = "&BCD Edit", .bit = kBcdEditBit},
     {.action = Action::trim, .area = Area::besideList, .label = "Tri&m", .bit = kTrimBit},
@@ -276,11 +277,30 @@ std::string MainWindowModel::whyNotOnRow(const ActionRow& row) const {
   const FileSystemKinds& kinds = session_.fileSystems();
   const ActionFacts facts{
       .isGpt = drive_->isGpt(),
+      .holdsFiles = row.bit == kEditFileBit && holdsFiles(*entry),
       .holdsNothing = drive_->scheme() == Scheme::mbr && drive_->partitionCount() == 0};
   if ((enabledActions(kinds, *entry, facts) & row.bit) != 0) return {};
   if (const auto fault = faultText(*entry))
     return "This partition can only be deleted: " + *fault + ".";
   return row.wantedRow;
+}
+
+// The disk is asked once a selection, and where the type does not say it.
+bool MainWindowModel::holdsFiles(const PartitionEntry& entry) const {
+  const FileSystemKinds& kinds = session_.fileSystems();
+  if (entry.isFree() || types::isExtended(entry.type) || kindOf(kinds, entry)) return false;
+  if (!filesFound_ || filesFound_->revision != revision_) {
+    const FileSystemKind* kind = kindIn(kinds, *drive_, entry);
+    filesFound_ = {revision_, kind != nullptr && kind->open != nullptr};
+  }
+  return filesFound_->areThere;
+}
+
+std::string MainWindowModel::whyNoFiles() const {
+  const PartitionEntry& entry = *selection();
+  return kindOf(session_.fileSystems(), entry) || holdsFiles(entry)
+             ? ""
+             : "The files of this file system cannot be reached by this version.";
 }
 
 std::string MainWindowModel::whyTableIsFixed() const { return drive_->changeRefusal(); }

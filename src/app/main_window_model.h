@@ -147,6 +147,8 @@ class MainWindowModel {
   SettingsContext settingsContext();
   std::string whyNotOnRow(const ActionRow& row) const;
   std::string whyNotThisType() const;
+  std::string whyNoFiles() const;
+  bool holdsFiles(const PartitionEntry& entry) const;
   std::string whyWithoutTable() const;
   std::string whyTypeIsFixed() const;
   std::string whyTableIsFixed() const;
@@ -166,6 +168,11 @@ class MainWindowModel {
   std::vector<PartitionRow> rows_;
   std::optional<std::size_t> selectedRow_;
   int scrollPosition_ = 0;
+  struct FilesFound {
+    u32 revision = 0;
+    bool areThere = false;
+  };
+  mutable std::optional<FilesFound> filesFound_;  // in the selected row
 };
 
 }  // namespace tallowin

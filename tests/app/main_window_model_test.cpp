@@ -8,7 +8,9 @@
 #include "base/text.h"
 #include "ops/create_model.h"
 #include "ops/delete_model.h"
+#include "ops/edit_model.h"
 #include "support/fake_host.h"
+#include "support/oracle.h"
 #include "support/scripted_front_end.h"
 #include "support/sfdisk.h"
 
@@ -112,8 +114,10 @@ TEST_F(MainWindowTest, EveryDisabledButtonSaysWhy) {
   EXPECT_TRUE(isEnabled(Action::deleteOrUndelete));
   EXPECT_TRUE(isEnabled(Action::format));
   EXPECT_EQ(window().label(Action::deleteOrUndelete), "De&lete");
+  EXPECT_TRUE(isEnabled(Action::editFile));
   select("Linux Native");
   EXPECT_FALSE(isEnabled(Action::format));
+  EXPECT_FALSE(isEnabled(Action::editFile));
 }
 
 TEST_F(MainWindowTest, AChainThatLoopsMarksItsRow) {
@@ -238,6 +242,55 @@ TEST_F(MainWindowTest, TheTableIsReadAgainAfterTheMbrEditor) {
   EXPECT_EQ(topic, MbrViewModel::kHelpTopic);
   for (const std::string& row : texts()) EXPECT_EQ(row.find("Linux"), std::string::npos) << row;
   EXPECT_EQ(readTable(options_.images[0]).rows.size(), 1u);
+}
+
+TEST_F(MainWindowTest, FilesAreEditedOnImagesOfEveryForm) {
+  for (const char* program : {"qemu-img", "mkfs.fat", "mcopy"})
+    if (!hasProgram(program)) GTEST_SKIP() << program << " is not installed";
+  addImage("label: dos\nstart=2048,size=32768,type=6\n");
+  const std::string raw = options_.images[0];
+  const auto run = [](const std::vector<std::string>& command) {
+    const ProgramResult result = runProgram(command);
+    EXPECT_EQ(result.status, 0) << result.output;
+  };
+  folder_.write("old", "old\r\n");
+  run({"mkfs.fat", "-F", "16", "--offset", "2048", raw, "16384"});
+  run({"mcopy", "-i", raw + "@@1M", folder_.file("old"), "::FILE.TXT"});
+  options_.images.clear();
+  for (const std::string form : {"raw", "vpc", "vmdk"}) {
+    options_.images.push_back(folder_.file("image." + form));
+    run({"qemu-img", "convert", "-q", "-O", form, raw, options_.images.back()});
+  }
+  int topic = 0;
+  window().setHelpHook([&](int shown) { topic = shown; });
+  for (u32 i = 0; i < options_.images.size(); ++i) {
+    window().digit(i);
+    select("FAT-16");
+    ui_.expectFile("/file.txt");
+    ui_.expect<EditModel>([](EditModel& model) {
+      EXPECT_EQ(model.title, "Edit File - FILE.TXT");
+      model.help();
+      model.text.change(0, 0, "new and ");
+      model.ok();
+    });
+    window().press(Action::editFile);
+    run({"qemu-img", "convert", "-q", "-O", "raw", options_.images[i], folder_.file("back")});
+    run({"mcopy", "-n", "-i", folder_.file("back") + "@@1M", "::FILE.TXT", folder_.file("new")});
+    EXPECT_EQ(folder_.read("new"), "new and old\r\n") << options_.images[i];
+  }
+  EXPECT_EQ(topic, EditModel::kHelpTopic);
+}
+
+TEST_F(MainWindowTest, ADiscOffersItsFiles) {
+  if (!hasProgram("xorriso")) GTEST_SKIP() << "xorriso is not installed";
+  folder_.write("disc/file.txt", "hello");
+  options_.images.push_back(folder_.file("disc.iso"));
+  ASSERT_EQ(
+      runProgram({"xorriso", "-as", "mkisofs", "-o", options_.images[0], folder_.file("disc")})
+          .status,
+      0);
+  ASSERT_FALSE(window().rows().empty());
+  EXPECT_TRUE(isEnabled(Action::editFile)) << testing::PrintToString(texts());
 }
 
 TEST_F(MainWindowTest, HelpAndTheThreeWaysToClose) {
