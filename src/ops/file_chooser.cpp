@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "base/text.h"
+#include "fs/names.h"
 #include "ops/error_text.h"
 
 namespace tallowin {
@@ -57,14 +58,17 @@ std::vector<std::string> patternsIn(const std::string& text) {
   return patterns;
 }
 
+// For a comparison without regard to case.
+std::u16string foldedOf(const std::string& name) {
+  return upperCase(utf16Of(name).value_or(std::u16string(name.begin(), name.end())));
+}
+
 bool comesBefore(const FileChooser::Row& a, const FileChooser::Row& b) {
   const auto group = [](const FileChooser::Row& row) {
     return row.name == ".." ? 0 : row.isDirectory ? 1 : 2;
   };
   if (group(a) != group(b)) return group(a) < group(b);
-  return std::lexicographical_compare(
-      a.name.begin(), a.name.end(), b.name.begin(), b.name.end(),
-      [](char left, char right) { return lowerAscii(left) < lowerAscii(right); });
+  return foldedOf(a.name) < foldedOf(b.name);
 }
 
 }  // namespace
