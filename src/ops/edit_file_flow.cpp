@@ -42,6 +42,14 @@ Failure lookAt(FileSystem& files, const std::string& path, MaybeFile& found) {
   return failed;
 }
 
+// What was cut within a character of UTF-8, without that one.
+std::string_view withoutHalfCharacter(std::string_view text) {
+  constexpr std::size_t kLongest = 4;
+  for (std::size_t cut = 0; cut < std::min(kLongest, text.size()); ++cut)
+    if (const auto whole = text.substr(0, text.size() - cut); utf16Of(whole)) return whole;
+  return text;
+}
+
 class EditFile {
  public:
   EditFile(const OperationContext& context, Drive& drive, const PartitionEntry& entry)
@@ -134,7 +142,8 @@ void EditFile::take(std::string_view bytes, u64 sizeBytes, const Failure& failed
   const bool endsEarly = shown.size() < bytes.size();
   const bool hasMore =
       sizeBytes > bytes.size() || bytes.find_first_not_of('\0', shown.size()) != bytes.npos;
-  model_.text.load(shown, context_.options.codePage());
+  model_.text.load(hasMore && !endsEarly ? withoutHalfCharacter(shown) : shown,
+                   context_.options.codePage());
   model_.needsOtherName = failed || hasMore;
   std::string limits;
   if (failed) limits = "The file could not be read. " + errorText(failed);

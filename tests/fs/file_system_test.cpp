@@ -5,6 +5,8 @@
 
 #include "disk/faulty_disk.h"
 #include "fs/fs_bench.h"
+#include "fs/new_file.h"
+#include "fs/whole_file.h"
 
 namespace tallowin {
 namespace {
@@ -107,6 +109,38 @@ TEST_P(FileSystemTest, WritesAnywhereInAFile) {
   write(model.size(), "more");
   ASSERT_EQ(Error::none, file.close());
   EXPECT_TRUE(model == contentOf(*files_, "/f"));
+}
+
+TEST_P(FileSystemTest, ANewFileIsWholeBeforeItReplacesOne) {
+  ASSERT_EQ(Error::none, files_->makeDirectory("/sub"));
+  ASSERT_EQ(Error::none, put("/sub/An old File.txt", "old"));
+  const auto newFile = [this](const std::string& path, NewFileName name, bool finishes) {
+    NewFile file(*files_);
+    u64 done = 0;
+    static constexpr u8 kContent[] = {'n', 'e', 'w'};
+    if (const Failure failed = file.create(path, name)) return failed;
+    if (const Failure failed = file.write(kContent, done)) return failed;
+    return finishes ? file.finish() : Failure(Error::cancelled);
+  };
+  const FileTree before = treeOf(*files_);
+  EXPECT_EQ(Error::alreadyExists, newFile("/sub/an OLD file.txt", NewFileName::own, true));
+  EXPECT_EQ(Error::accessDenied, newFile("/sub", NewFileName::other, true));
+  EXPECT_EQ(Error::noSuchFile, newFile("/none/x", NewFileName::other, true));
+  EXPECT_EQ(Error::cancelled, newFile("/sub/An old File.txt", NewFileName::other, false));
+  EXPECT_EQ(Error::cancelled, newFile("/sub/x", NewFileName::own, false));
+  EXPECT_EQ(before, treeOf(*files_));
+  EXPECT_EQ(Error::none, newFile("\\sub\\an OLD file.txt", NewFileName::other, true));
+  EXPECT_EQ(Error::none, newFile("/sub/x", NewFileName::own, true));
+  EXPECT_EQ(treeOf(*files_),
+            (FileTree{{"/sub/", ""}, {"/sub/An old File.txt", "new"}, {"/sub/x", "new"}}));
+
+  u8 buffer[8];
+  u64 done = 0;
+  EXPECT_EQ(Error::none, readFileRange(*files_, "/sub/x", buffer, 1, done));
+  EXPECT_EQ(2U, done);
+  EXPECT_EQ(Error::none, readFileRange(*files_, "/sub/x", buffer, 3, done));
+  EXPECT_EQ(0U, done);
+  EXPECT_EQ(Error::seekFailed, readFileRange(*files_, "/sub/x", buffer, 4, done));
 }
 
 TEST_P(FileSystemTest, DirectoriesGrowAndGo) {

@@ -164,6 +164,20 @@ TEST_F(EditFileTest, AFileThatIsShownInPartIsNotWrittenInItsPlace) {
   }
 }
 
+TEST_F(EditFileTest, ATextThatIsCutWithinACharacterStaysUtf8) {
+  std::string text = "x";
+  while (text.size() <= kMostEditedBytes) text += "ü";
+  store("/file.txt", text);
+  ui_.expectFile("/file.txt");
+  warn("File Truncated!");
+  expectEditor([&](EditModel& model) {
+    EXPECT_EQ("UTF-8", model.text.formText());
+    EXPECT_EQ(kMostEditedBytes - 1, model.text.text().size());
+    model.cancel();
+  });
+  EXPECT_EQ(FlowEnd::cancelled, edit(borrowed(volume_)));
+}
+
 TEST_F(EditFileTest, WhatHappenedToTheFileMeanwhileIsAskedAbout) {
   EXPECT_EQ(FlowEnd::done, edit(kPath, [this](EditModel& model) {
               model.text.change(0, 0, "new ");
