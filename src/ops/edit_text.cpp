@@ -110,9 +110,9 @@ std::optional<EditText::Misfit> EditText::misfit() const {
 }
 
 std::string EditText::formText() const {
-  const std::string page = codePage_ != 0   ? format("Code page %u", codePage_)
-                           : isAscii(text_) ? "ASCII"
-                                            : "UTF-8";
+  std::string page = codePage_ != 0   ? format("Code page %u", codePage_)
+                     : isAscii(text_) ? "ASCII"
+                                      : "UTF-8";
   if (ends_.empty()) return page;
   const bool isMixed =
       std::any_of(ends_.begin(), ends_.end(), [this](LineEnd end) { return end != ends_.front(); });
