@@ -49,10 +49,13 @@ std::string labelIn(const FileSystemKind& kind, const SectorRange& range, u16 ty
 
 LabelReader labelReaderOf(const FileSystemKinds& kinds, const Options& options) {
   return [&](DiskDevice& disk, const PartitionEntry& entry) -> std::string {
-    const FileSystemKind* kind = kindOf(kinds, entry);
-    if (!kind || entry.startSector > entry.endSector) return {};
-    return labelIn(*kind, {disk, entry.startSector, entry.sectorCount()}, entry.type,
-                   options.codePage());
+    if (entry.startSector > entry.endSector) return {};
+    const SectorRange range{disk, entry.startSector, entry.sectorCount()};
+    // What fills a disk may have no type: then it is looked at, and only then.
+    const FileSystemKind* kind = entry.type == types::kUntoldContent
+                                     ? kinds.byContent(range, entry.type)
+                                     : kindOf(kinds, entry);
+    return kind ? labelIn(*kind, range, entry.type, options.codePage()) : std::string();
   };
 }
 

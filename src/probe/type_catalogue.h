@@ -26,8 +26,9 @@ inline constexpr u16 kLinuxRaid = 0xFD;
 inline constexpr u16 kHidden = 0xED;       // the real type is stored elsewhere
 inline constexpr u16 kGptReserved = 0xEE;  // the disk has a GUID partition table
 inline constexpr u16 kEfiSystem = 0xEF;
-inline constexpr u16 kUntyped = 256;   // sectors in a slot of the MBR that has no type
-inline constexpr u16 kGptEntry = 387;  // a GPT entry whose content is not recognised
+inline constexpr u16 kUntyped = 256;           // sectors in a slot of the MBR that has no type
+inline constexpr u16 kGptEntry = 387;          // a GPT entry whose content is not recognised
+inline constexpr u16 kUntoldContent = 0xFFFF;  // fills a disk, and has no type
 
 inline constexpr u32 kNoSizeLimit = kAllOnes32;
 

@@ -22,8 +22,6 @@ namespace tallowin {
 namespace {
 
 constexpr u64 kHighestMbrSector = kAllOnes32;
-// Of a file system that fills the disk and has no type of its own.
-constexpr u16 kUnknownContent = 0xFFFF;
 
 // Whether the slots of a boot sector name partitions behind it too. Formatters of whole disks may
 // put one slot there that begins at sector 0; where there is text instead, no boot indicator is
@@ -150,7 +148,7 @@ void Drive::readTable(TableReading& reading) {
   scheme_ = tableSchemes().back();
   Content content;
   if (identify(*disk_, 0, content) == Error::none) {
-    addWholeDisk(contentType(content.code).value_or(kUnknownContent), reading);
+    addWholeDisk(contentType(content.code).value_or(types::kUntoldContent), reading);
     return;
   }
   const std::vector<u8> track = readTrack(*disk_, lastLba_ + 1);
@@ -266,7 +264,7 @@ Failure Drive::checkUnchanged() const {
     Content content;
     const Failure failed = identify(*disk_, 0, content);
     if (failed) return failed == Error::read ? failed : Failure(Error::tableChangedMeanwhile);
-    const u16 type = contentType(content.code).value_or(kUnknownContent);
+    const u16 type = contentType(content.code).value_or(types::kUntoldContent);
     return type == table_->entries.front()->type ? Error::none : Error::tableChangedMeanwhile;
   }
   if (table_->status != 0) return Error::tableReadFailed;

@@ -68,6 +68,22 @@ TEST(List, HasTheKeysThatScriptsRelyOn) {
   }
 }
 
+TEST(List, ADiscIsNamedByItsLabel) {
+  const TempFolder folder;
+  const std::string path = folder.file("disc.iso");
+  folder.write("a", "text");
+  ASSERT_EQ(runProgram({"xorriso", "-as", "mkisofs", "-quiet", "-V", "DISC_NAME", "-o", path,
+                        folder.file("a")})
+                .status,
+            0);
+  Ctl ctl;
+  const Ctl::Answer answer = ctl.json({"list", path});
+  ASSERT_EQ(answer.json["rows"].Size(), 1u);
+  EXPECT_STREQ(answer.json["rows"][0]["name"].GetString(), "DISC_NAME");
+  if (!hasProgram("strace")) return;
+  for (const auto& [place, count] : readsOfList(folder, path)) EXPECT_LE(count, 2) << place;
+}
+
 TEST(List, WhatIsInErrorIsMarked) {
   const TempFolder folder;
   const std::string path = folder.sparse("disk.img", 100 * kMiB);
