@@ -171,10 +171,15 @@ void Screen::point(const std::string& window, int x, int y) {
   runProgram({"xdotool", "mousemove", "--window", window, std::to_string(x), std::to_string(y)});
 }
 
-void Screen::click(const std::string& window, int x, int y) {
+void Screen::click(const std::string& window, int x, int y, const std::string& held) {
   left_ = window;
-  runProgram({"xdotool", "mousemove", "--window", window, std::to_string(x), std::to_string(y),
-              "click", "1"});
+  std::vector<std::string> command = {"xdotool",         "mousemove",       "--window", window,
+                                      std::to_string(x), std::to_string(y), "click",    "1"};
+  if (!held.empty()) {
+    command.insert(command.begin() + 1, {"keydown", held});
+    command.insert(command.end(), {"keyup", held});
+  }
+  runProgram(command);
 }
 
 std::pair<int, int> Screen::size(const std::string& window) {

@@ -50,8 +50,8 @@ class Screen {
   // "Tab alt+s 1 Return".
   void press(const std::string& keys);
   void type(const std::string& text);
-  // In pixels from the window's upper left corner.
-  void click(const std::string& window, int x, int y);
+  // In pixels from the window's upper left corner; with a key held, by its X name.
+  void click(const std::string& window, int x, int y, const std::string& held = {});
   // Moves the mouse without a click.
   void point(const std::string& window, int x, int y);
   // Width and height.
