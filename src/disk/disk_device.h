@@ -64,6 +64,12 @@ struct KernelPartition {
   bool isExtended = false;  // holds volumes; the kernel keeps only the first sectors of it
 };
 
+// A track of a disc that holds data.
+struct DataTrack {
+  u64 firstSector = 0;
+  u64 endSector = 0;
+};
+
 enum class KernelTable {
   upToDate,      // the kernel knows the new table, or has none of this disk (image files)
   restartNeeded  // neither re-reading nor telling partition by partition worked
@@ -130,6 +136,8 @@ class DiskDevice {
 
   // Sectors of the disk; nothing when the size cannot be found out.
   virtual std::optional<u64> sectorCount() = 0;
+  // The last one in the table of contents of a disc in a drive; nothing for everything else.
+  virtual std::optional<DataTrack> lastDataTrack() { return std::nullopt; }
   virtual std::string displayName() { return traits_.path; }
   // Vendor and model as one text, and the serial number; empty when unknown.
   virtual std::string model() { return {}; }

@@ -24,6 +24,7 @@ class DiskWrapper : public DiskDevice {
   void dropCachesOf(u64 lba, u64 count) override { inner_.dropCachesOf(lba, count); }
   Failure checkSameDisk() override { return inner_.checkSameDisk(); }
   std::optional<u64> sectorCount() override { return inner_.sectorCount(); }
+  std::optional<DataTrack> lastDataTrack() override { return inner_.lastDataTrack(); }
   std::string displayName() override { return inner_.displayName(); }
   std::string model() override { return inner_.model(); }
   std::string serial() override { return inner_.serial(); }

@@ -1,6 +1,7 @@
 #include "disk/linux_disk.h"
 
 #include <fcntl.h>
+#include <linux/cdrom.h>
 #include <linux/fs.h>
 #include <linux/hdreg.h>
 #include <sys/file.h>
@@ -240,6 +241,27 @@ Failure LinuxDisk::checkSameDisk() {
 std::optional<u64> LinuxDisk::sectorCount() {
   const u64 bytes = sizeBytes();
   return bytes != 0 ? std::optional(bytes / sectorSize()) : std::nullopt;
+}
+
+std::optional<DataTrack> LinuxDisk::lastDataTrack() {
+  if (traits_.deviceKind != kOpticalKind) return std::nullopt;
+  cdrom_tochdr tracks = {};
+  cdrom_tocentry track = {}, following = {};
+  const auto ask = [&](u32 number, cdrom_tocentry& entry) {
+    entry.cdte_track = static_cast<u8>(number);
+    entry.cdte_format = CDROM_LBA;
+    return host_.control(descriptor_, CDROMREADTOCENTRY, &entry) == 0 && entry.cdte_addr.lba >= 0;
+  };
+  if (host_.control(descriptor_, CDROMREADTOCHDR, &tracks) != 0 || !ask(CDROM_LEADOUT, following))
+    return std::nullopt;
+  for (u32 number = tracks.cdth_trk1; number >= std::max<u32>(tracks.cdth_trk0, 1); --number) {
+    if (!ask(number, track)) return std::nullopt;
+    const int first = track.cdte_addr.lba, end = following.cdte_addr.lba - 1;
+    if ((track.cdte_ctrl & CDROM_DATA_TRACK) != 0 && first <= end)
+      return DataTrack{static_cast<u64>(first), static_cast<u64>(end)};
+    following = track;
+  }
+  return std::nullopt;
 }
 
 std::string LinuxDisk::displayName() { return diskDisplayName(host_, traits_.path); }

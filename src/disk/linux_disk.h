@@ -32,6 +32,7 @@ class LinuxDisk : public DiskDevice {
       host_.willRead(descriptor_, *offset, count * sectorSize());
   }
   std::optional<u64> sectorCount() override;
+  std::optional<DataTrack> lastDataTrack() override;
   std::string displayName() override;
   std::string model() override;
   std::string serial() override;

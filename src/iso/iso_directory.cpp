@@ -59,7 +59,8 @@ class DirectoryParser {
         .recordedAt = timeOf(record.recordedAt)};
     // What is empty lies nowhere.
     if (entry.extent.bytes == 0) entry.extent.sector = 0;
-    if (!volume_.isInside(entry.extent) || entry.name.empty()) return Error::corrupt;
+    // What lies outside is told when it is opened, so that a disc that was cut off shows the rest.
+    if (record.extendedSectors > kAllOnes32 - record.extent.value) entry.extent.sector = kAllOnes32;
     if (!goesOn_) {
       entries_.push_back(std::move(entry));
     } else if (const Failure failed = goOn(entry)) {
@@ -71,7 +72,7 @@ class DirectoryParser {
 
   Failure goOn(const IsoEntry& part) {
     IsoEntry& whole = entries_.back();
-    const u64 end = whole.extent.sector + whole.sizeBytes / kIsoSectorBytes;
+    const u64 end = u64{whole.extent.sector} + whole.sizeBytes / kIsoSectorBytes;
     const bool fits = part.name == whole.name && whole.sizeBytes % kIsoSectorBytes == 0 &&
                       (part.extent.bytes == 0 || part.extent.sector == end);
     if (!fits || part.isDirectory() || whole.isDirectory()) return Error::corrupt;

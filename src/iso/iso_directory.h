@@ -20,10 +20,10 @@ struct IsoEntry {
   bool isDirectory() const { return (flags & kIsoDirectory) != 0; }
 };
 
-// All entries but those for the directory itself and for its parent. A file of several records,
-// which lie one behind the other, is one entry. corrupt: a record that does not fit its sector or a
-// name that does not fit its record; an extent that does not lie in the volume, or does not go on
-// where the one before it ends; more than a directory can be believed to be. read.
+// All entries but those for the directory itself and for its parent, also when they lie outside of
+// the volume. A file of several records, which lie one behind the other, is one entry. corrupt: a
+// record that does not fit its sector or a name that does not fit its record; an extent that does
+// not go on where the one before it ends; more than a directory can be believed to be. read.
 Failure readIsoDirectory(const IsoVolume& volume, const IsoExtent& extent,
                          std::vector<IsoEntry>& entries);
 

@@ -173,7 +173,7 @@ Failure IsoFileSystem::nodeInfo(FileNode& node, FileInfo& info) {
 
 // Whole sectors in the middle go straight into the buffer.
 Failure IsoFileSystem::readNode(FileNode& node, u64 position, std::span<u8> buffer) {
-  u32 sector = static_cast<IsoNode&>(node).sector + static_cast<u32>(position / kIsoSectorBytes);
+  u64 sector = static_cast<IsoNode&>(node).sector + position / kIsoSectorBytes;
   std::size_t skipped = position % kIsoSectorBytes;
   std::vector<u8> bounce(kIsoSectorBytes);
   while (!buffer.empty()) {
@@ -182,7 +182,7 @@ Failure IsoFileSystem::readNode(FileNode& node, u64 position, std::span<u8> buff
       const std::size_t count = std::min<std::size_t>(whole, kPieceSectors);
       const std::span<u8> piece = buffer.first(count * kIsoSectorBytes);
       if (const Failure failed = volume_.readSectors(sector, piece)) return failed;
-      sector += static_cast<u32>(count);
+      sector += count;
       buffer = buffer.subspan(piece.size());
       continue;
     }

@@ -1,5 +1,6 @@
 #include "iso/iso_volume.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "base/text.h"
@@ -46,14 +47,28 @@ void takeDescriptor(std::span<const u8> sector, IsoVolume& volume, bool& hasRoot
   hasRoot = true;
 }
 
+// Where the last session begins, and what can be read of the disc. Behind a track that was written
+// in one go lie two sectors that cannot.
+u32 takeTrack(IsoVolume& volume) {
+  const SectorRange& range = volume.range;
+  const std::optional<DataTrack> track = range.disk.lastDataTrack();
+  if (!track || range.firstSector != 0 || track->firstSector >= volume.sectors) return 0;
+  constexpr u64 kRunOutSectors = 2;
+  volume.sectors = std::min(volume.sectors, track->endSector + 1);
+  std::vector<u8> last(kIsoSectorBytes);
+  if (volume.readSectors(volume.sectors - 1, last))
+    volume.sectors -= std::min(volume.sectors, kRunOutSectors);
+  return static_cast<u32>(track->firstSector);
+}
+
 // What the volume says of its end is believed where it is less than what there is.
-Failure takeOwnEnd(std::span<const u8> primary, IsoVolume& volume) {
+Failure takeOwnEnd(std::span<const u8> primary, u32 session, IsoVolume& volume) {
   const auto& descriptor = *recordAt<IsoVolumeDescriptor>(primary);
   if (!textAt(primary, offsetof(IsoVolumeDescriptor, systemIdentifier), kOwnEndSystem) ||
       descriptor.type != kIsoPrimary)
     return {};
   std::vector<u8> sector(kIsoSectorBytes);
-  if (const Failure failed = volume.readSectors(1, sector)) return failed;
+  if (const Failure failed = volume.readSectors(u64{session} + 1, sector)) return failed;
   const u32 last = *recordAt<Le32>(std::span<const u8>(sector), kOwnEndOffset);
   if (last != 0) volume.sectors = std::min<u64>(volume.sectors, u64{last} + 1);
   return {};
@@ -61,7 +76,7 @@ Failure takeOwnEnd(std::span<const u8> primary, IsoVolume& volume) {
 
 }  // namespace
 
-Failure IsoVolume::readSectors(u32 sector, std::span<u8> bytes) const {
+Failure IsoVolume::readSectors(u64 sector, std::span<u8> bytes) const {
   const u64 count = bytes.size() / kIsoSectorBytes;
   if (sector > sectors || count > sectors - sector) return Error::corrupt;
   const u64 own = kIsoSectorBytes / range.disk.sectorSize();
@@ -72,12 +87,13 @@ Failure openIso(const SectorRange& range, std::optional<IsoVolume>& volume) {
   const u32 own = range.disk.sectorSize();
   if (own > kIsoSectorBytes || kIsoSectorBytes % own != 0) return Error::invalidVolume;
   IsoVolume found{.range = range, .sectors = range.sectorCount / (kIsoSectorBytes / own)};
+  const u32 session = takeTrack(found);
+  const u32 first = session + kIsoFirstDescriptor;
   bool hasRoot = false;
   std::vector<u8> sector(kIsoSectorBytes);
   std::vector<u8> primary;
-  for (u32 i = 0; i < kIsoMostDescriptors; ++i) {
-    if (kIsoFirstDescriptor + i >= found.sectors) break;
-    if (const Failure failed = found.readSectors(kIsoFirstDescriptor + i, sector)) return failed;
+  for (u32 at = first; at < first + kIsoMostDescriptors && at < found.sectors; ++at) {
+    if (const Failure failed = found.readSectors(at, sector)) return failed;
     if (!textAt(sector, offsetof(IsoVolumeDescriptor, identifier), "CD001") ||
         sector[0] == kIsoLastDescriptor)
       break;
@@ -86,7 +102,7 @@ Failure openIso(const SectorRange& range, std::optional<IsoVolume>& volume) {
   }
   if (!hasRoot) return Error::invalidVolume;
   if (!primary.empty())
-    if (const Failure failed = takeOwnEnd(primary, found)) return failed;
+    if (const Failure failed = takeOwnEnd(primary, session, found)) return failed;
   if (!found.isInside(found.root)) return Error::invalidVolume;
   volume.emplace(std::move(found));
   return {};

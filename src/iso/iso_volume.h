@@ -26,7 +26,7 @@ struct IsoVolume {
   u32 usedSectors = 0;
 
   // Whole sectors of 2048 bytes. read; corrupt: they do not lie in the volume.
-  Failure readSectors(u32 sector, std::span<u8> bytes) const;
+  Failure readSectors(u64 sector, std::span<u8> bytes) const;
   bool isInside(const IsoExtent& extent) const {
     return extent.sector <= sectors &&
            (u64{extent.bytes} + kIsoSectorBytes - 1) / kIsoSectorBytes <= sectors - extent.sector;

@@ -219,10 +219,11 @@ bool Probe::namedVolume(Content& content) {
 }
 
 bool Probe::optical(Content& content) {
-  // Sector 16 of a disc, also where its image lies on a disk of smaller sectors.
+  // Sector 16 of the last session, also where an image lies on a disk of smaller sectors.
   constexpr u64 kVolumeDescriptorByte = u64{16} * 2048;
   if (isPartition()) return false;
-  const auto found = sector(kVolumeDescriptorByte / disk_.sectorSize());
+  const u64 session = disk_.lastDataTrack().value_or(DataTrack()).firstSector;
+  const auto found = sector(session + kVolumeDescriptorByte / disk_.sectorSize());
   if (!found || !textAt(*found, 1, "CD001")) return false;
   content.code = ContentCode::iso9660;
   content.sectorSizeBytes = 2048;

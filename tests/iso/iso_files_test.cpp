@@ -2,17 +2,23 @@
 // of them can be changed.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <linux/cdrom.h>
+
 #include <filesystem>
 #include <fstream>
 #include <random>
 
 #include "disk/faulty_disk.h"
 #include "disk/image_disk.h"
+#include "disk/linux_disk.h"
 #include "disk/memory_disk.h"
+#include "fs/tree_walk.h"
 #include "iso/iso_file_system.h"
 #include "iso/iso_kind.h"
 #include "iso/iso_record.h"
 #include "support/disk_file.h"
+#include "support/fake_host.h"
 #include "support/oracle.h"
 #include "support/temp_folder.h"
 
@@ -184,6 +190,64 @@ TEST_P(IsoFilesTest, TheLastSessionCounts) {
   EXPECT_EQ("", differences(hostTree(top()), disc.tree()));
 }
 
+// A disc in a drive: its older session stays where it was, and the table of contents says where the
+// last one begins. In front of it may be music; behind it lie two sectors that nobody can read.
+class IsoDriveTest : public IsoFilesTest {};
+INSTANTIATE_TEST_SUITE_P(SectorSizes, IsoDriveTest, testing::Values(2048));
+
+TEST_P(IsoDriveTest, SaysWhereTheLastSessionBegins) {
+  const std::string older = make({"-J", "-joliet-long"}, "older");
+  store(top() / "added later.txt", bytes(5, 9000));
+  const u64 start = (fs::file_size(older) / 2048 + 31) / 32 * 32;
+  const std::string newer =
+      make({"-J", "-joliet-long", "-M", older, "-C", "0," + std::to_string(start)}, "newer");
+  FakeHost host;
+  host.node("/dev/sr0", 11, 0, start * 2048 + fs::file_size(newer) + 2 * 2048);
+  std::ofstream(host.realPath("/dev/sr0"), std::ios::binary | std::ios::in)
+      << std::ifstream(older, std::ios::binary).rdbuf();
+  std::fstream disc(host.realPath("/dev/sr0"), std::ios::binary | std::ios::in | std::ios::out);
+  disc.seekp(static_cast<std::streamoff>(start * 2048));
+  disc << std::ifstream(newer, std::ios::binary).rdbuf();
+  disc.close();
+
+  const auto drive = LinuxDisk::open(
+      host, {.deviceKind = kOpticalKind, .mediaFlag = MediaFlag::removable, .path = "/dev/sr0"},
+      O_RDONLY);
+  ASSERT_NE(nullptr, drive);
+  EXPECT_EQ(std::nullopt, drive->lastDataTrack());
+  const u64 behind = *drive->sectorCount();
+  host.answer("/dev/sr0", CDROMREADTOCHDR, [](void* argument) {
+    *static_cast<cdrom_tochdr*>(argument) = {.cdth_trk0 = 1, .cdth_trk1 = 3};
+    return 0;
+  });
+  host.answer("/dev/sr0", CDROMREADTOCENTRY, [=](void* argument) {
+    auto& entry = *static_cast<cdrom_tocentry*>(argument);
+    EXPECT_EQ(CDROM_LBA, entry.cdte_format);
+    const bool isMusic = entry.cdte_track == 1 || entry.cdte_track == 3;
+    const u64 lba = entry.cdte_track == 1 ? 0 : entry.cdte_track == 2 ? start : behind;
+    entry.cdte_ctrl = isMusic ? 0 : CDROM_DATA_TRACK;
+    entry.cdte_addr.lba = static_cast<int>(lba);
+    return 0;
+  });
+  host.onTransfer = [=](bool, std::size_t bytes, u64 offset) {
+    return offset + bytes > (behind - 2) * 2048 ? -1 : static_cast<i64>(bytes);
+  };
+  ASSERT_TRUE(drive->lastDataTrack().has_value());
+  EXPECT_EQ(start, drive->lastDataTrack()->firstSector);
+  EXPECT_EQ(behind - 1, drive->lastDataTrack()->endSector);
+
+  FileSystemKinds kinds;
+  registerIso(kinds);
+  const SectorRange whole{*drive, 0, behind};
+  const FileSystemKind* kind = kinds.byContent(whole, 0);
+  ASSERT_NE(nullptr, kind);
+  std::unique_ptr<FileSystem> files;
+  ASSERT_EQ(Error::none, kind->open(whole, 0, {}, files));
+  Tree tree;
+  EXPECT_EQ(Error::none, addTree(*files, "/", tree));
+  EXPECT_EQ("", differences(hostTree(top()), tree));
+}
+
 TEST_P(IsoFilesTest, NothingCanBeChanged) {
   Disc disc(make({"-J", "-joliet-long"}), GetParam());
   const MemoryDisk before = disc.disk().copy();
@@ -207,6 +271,31 @@ TEST_P(IsoFilesTest, NothingCanBeChanged) {
   EXPECT_EQ(Error::accessDenied, file.setSize(10));
   EXPECT_EQ(Error::accessDenied, file.setAttributes(0));
   EXPECT_TRUE(before.sameContent(disc.disk()));
+}
+
+// As a download that broke off leaves it.
+TEST_P(IsoFilesTest, ADiscThatWasCutOffShowsWhatIsLeft) {
+  store(top() / "zzz/last.bin", bytes(6, 400000));
+  const std::string image = make({"-J", "-joliet-long"});
+  fs::resize_file(image, fs::file_size(image) - 600000 / 2048 * 2048);
+  Disc disc(image, GetParam());
+  std::unique_ptr<FileSystem> files;
+  ASSERT_EQ(Error::none, disc.open(files));
+  u32 whole = 0, cut = 0;
+  EXPECT_EQ(Error::none, walkTree(*files, "/", [&](const std::string& path, const FileInfo& entry) {
+                           if (entry.isDirectory()) return Failure();
+                           File file;
+                           std::vector<u8> content(entry.sizeBytes);
+                           u64 done = 0;
+                           EXPECT_EQ(Error::none, files->open(path, {}, file));
+                           const Failure failed = file.read(content, done);
+                           EXPECT_TRUE(!failed || failed == Error::corrupt);
+                           ++(failed ? cut : whole);
+                           return Failure();
+                         }).failure);
+  EXPECT_EQ(156U, whole + cut);
+  EXPECT_LT(0U, whole);
+  EXPECT_LT(0U, cut);
 }
 
 TEST_P(IsoFilesTest, TellsWhatCannotBeReadAndWhatIsDamaged) {
