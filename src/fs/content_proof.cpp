@@ -121,7 +121,6 @@ std::optional<std::string> unescaped(std::string_view text) {
 }
 
 bool parseHash(std::string_view text, ContentHash& hash) {
-  if (text == kNoHash) return true;
   if (text.size() != 2 * hash.size()) return false;
   for (std::size_t i = 0; i < hash.size(); ++i) {
     const char* first = text.data() + 2 * i;
@@ -141,14 +140,15 @@ std::string_view takeWord(std::string_view& line) {
 
 std::optional<ProvenFile> parseLine(std::string_view line) {
   ProvenFile file;
-  const bool isHash = parseHash(takeWord(line), file.hash);
+  const std::string_view hash = takeWord(line);
   const bool isSize = parseDecimal(takeWord(line), file.sizeBytes);
   const std::optional<FileTime> modified = parseFileTime(takeWord(line));
   const std::optional<std::string> path = unescaped(line);
-  if (!isHash || !isSize || !modified || !path || !path->starts_with('/')) return std::nullopt;
+  if (!isSize || !modified || !path || !path->starts_with('/')) return std::nullopt;
   file.times.modified = *modified;
   file.path = *path;
-  return file;
+  const bool isHash = file.isDirectory() ? hash == kNoHash : parseHash(hash, file.hash);
+  return isHash ? std::optional(file) : std::nullopt;
 }
 
 }  // namespace
@@ -210,10 +210,11 @@ std::string hashText(const ContentHash& hash) {
 std::string proofText(const ContentProof& proof) {
   std::string text;
   for (const ProvenFile& file : proof.files)
-    text += format("%s %12llu %s %s\n",
+    text += format("%s %12llu %s ",
                    file.isDirectory() ? std::string(kNoHash).c_str() : hashText(file.hash).c_str(),
                    static_cast<unsigned long long>(file.sizeBytes),
-                   fileTimeText(file.times.modified).c_str(), escaped(file.path).c_str());
+                   fileTimeText(file.times.modified).c_str()) +
+            escaped(file.path) + "\n";
   return text;
 }
 
@@ -226,7 +227,9 @@ std::optional<ContentProof> parseProof(std::string_view text) {
     proof.files.push_back(std::move(*file));
     text.remove_prefix(std::min(end + 1, text.size()));
   }
-  std::ranges::sort(proof.files, {}, &ProvenFile::path);
+  // Of a damaged volume, two may be called the same.
+  std::stable_sort(proof.files.begin(), proof.files.end(),
+                   [](const ProvenFile& a, const ProvenFile& b) { return a.path < b.path; });
   return proof;
 }
 

@@ -172,7 +172,10 @@ TEST_F(CopyFilesTest, AProofIsTheSameAsTextAndNoticesEachChange) {
   EXPECT_TRUE(compareProofs(before, *parsed).isSame());
   EXPECT_EQ("2 files, 2 identical", comparisonText(compareProofs(before, *parsed)));
   EXPECT_EQ(proofText(before), proofText(*parsed));
-  for (const char* text : {"x", "00 1 - /a\n", "\n"}) EXPECT_FALSE(parseProof(text)) << text;
+  const std::string noHash(32, '-');
+  for (const std::string& text : {std::string("x"), std::string("00 1 - /a\n"), std::string("\n"),
+                                  noHash + " 1 - /a\n", std::string(32, '0') + " 0 - /a/\n"})
+    EXPECT_FALSE(parseProof(text)) << text;
 
   File file;
   u64 done = 0;
