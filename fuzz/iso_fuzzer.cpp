@@ -2,10 +2,9 @@
 // from the input too. Nothing is written, and all of it ends.
 #include <algorithm>
 
-#include "disk/memory_disk.h"
-#include "fuzz_input.h"
 #include "iso/iso_file_system.h"
 #include "iso/iso_record.h"
+#include "volume_input.h"
 
 using namespace tallowin;
 
@@ -54,25 +53,6 @@ std::vector<u8> sample() {
   at = addRecord(sector(kRoot + 1), 0, std::string(1, '\0'), kRoot + 1, 2048, kIsoDirectory);
   addRecord(sector(kRoot + 1), at, "DEEP", 35, 10, kIsoHidden);
   return disc;
-}
-
-void look(FileSystem& files, const std::string& directory, u32& left) {
-  std::vector<FileInfo> entries;
-  if (files.list(directory, entries)) return;
-  for (const FileInfo& entry : entries) {
-    if (left == 0) return;
-    --left;
-    const std::string path = directory + entry.name;
-    if (entry.isDirectory()) {
-      look(files, path + "/", left);
-      continue;
-    }
-    File file;
-    if (files.open(path, {}, file)) continue;
-    std::vector<u8> bytes(std::min<u64>(entry.sizeBytes, 9000));
-    u64 done = 0;
-    require(file.read(bytes, done) || done == bytes.size());
-  }
 }
 
 }  // namespace

@@ -44,9 +44,11 @@ Failure FatClusterMap::read(u32 copy, u32 other, Job& job, bool& same) {
   copy_ = copy;
   if (const Failure failed = setUp()) return failed;
   const u32 sectorBytes = layout().bytesPerSector;
-  const u32 pieceSectors = static_cast<u32>(kPieceBytes / sectorBytes);
-  const auto piece = memory(kPieceBytes);
-  const auto otherPiece = memory(other == kNoCopy ? 0 : kPieceBytes);
+  const u32 pieceSectors =
+      std::min(static_cast<u32>(kPieceBytes / sectorBytes), layout().sectorsPerFat);
+  const std::size_t pieceBytes = std::size_t{pieceSectors} * sectorBytes;
+  const auto piece = memory(pieceBytes);
+  const auto otherPiece = memory(other == kNoCopy ? 0 : pieceBytes);
   if (!piece || !otherPiece) return Error::outOfMemory;
   DiskDevice& disk = volume_.range.disk;
   const auto copyLba = [&](u32 number) {

@@ -24,8 +24,8 @@ unsigned long number(u64 value) { return static_cast<unsigned long>(value); }
 // The sectors that differ, and no others.
 Failure copyOver(DiskDevice& disk, u64 fromLba, u64 toLba, u64 sectors) {
   const u32 sectorBytes = disk.sectorSize();
-  const u64 pieceSectors = kPieceBytes / sectorBytes;
-  std::vector<u8> from(kPieceBytes), to(kPieceBytes);
+  const u64 pieceSectors = std::min<u64>(kPieceBytes / sectorBytes, sectors);
+  std::vector<u8> from(pieceSectors * sectorBytes), to(pieceSectors * sectorBytes);
   for (u64 done = 0; done < sectors; done += pieceSectors) {
     const u64 count = std::min(pieceSectors, sectors - done);
     if (const Failure failed = disk.readSectors(fromLba + done, from.data(), count)) return failed;
