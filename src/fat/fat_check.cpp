@@ -110,6 +110,7 @@ Failure FatChecker::visit(const Found& found, Next& next) {
   const u32 size = found.entry.sizeBytes;
   // An empty file has no chain.
   if (found.firstCluster == 0 && !found.isDirectory() && size == 0) {
+    ++report_.emptyFiles;
     next = Next::goOn;
     return {};
   }

@@ -41,6 +41,7 @@ struct FatCheckReport {
 
   u32 entriesWalked = 0;  // whose chains were followed
   u32 directories = 0;    // of those
+  u32 emptyFiles = 0;     // which have none
   u32 usedClusters = 0;   // in the chains of all entries, and of the root of a FAT32
   u32 freeClusters = 0;
   u32 badClusters = 0;

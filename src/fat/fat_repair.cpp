@@ -217,7 +217,7 @@ void FatSurvey::describe(CheckReport& report) {
   report.faultText =
       volume_ && !isByBackup_ ? fatFaultText(*volume_, check_) : fatFaultWords(check_.fault);
   report.isSound = check_.fault == FatFault::none || check_.fault == FatFault::tooLarge;
-  report.files = check_.entriesWalked - check_.directories;
+  report.files = check_.entriesWalked - check_.directories + check_.emptyFiles;
   report.directories = check_.directories;
   report.usedClusters = check_.usedClusters;
   report.freeClusters = check_.freeClusters;
