@@ -196,6 +196,25 @@ TEST_F(FilesTest, WhatIsNotPossibleChangesNothingAndSaysWhy) {
   expectSound();
 }
 
+// A driver that lays out volumes by itself, in clusters that it hands out as it likes.
+TEST_F(FilesTest, VolumesOfAnotherDriverAreReadIdentical) {
+  if (!hasProgram("qemu-img")) GTEST_SKIP() << "needs qemu-img";
+  const std::string tree = folder_.file("tree"), image = folder_.file("other.img");
+  makeTree(tree, 3);
+  for (const char* kind : {"12", "16"}) {
+    const ProgramResult made = runProgram({"qemu-img", "convert", "-f", "vvfat", "-O", "raw",
+                                           "fat:" + std::string(kind) + ":" + tree, image});
+    ASSERT_EQ(0, made.status) << made.output;
+    const Ctl::Answer checked = ctl_.json({"check", image, "--part", "1"});
+    EXPECT_EQ(0, checked.status) << kind;
+    const std::string files = runProgram({"sh", "-c", "find \"$0\" -type f | wc -l", tree}).output;
+    EXPECT_EQ(files, std::to_string(checked.json["files"].GetUint()) + "\n");
+    const std::string out = folder_.file("out" + std::string(kind));
+    EXPECT_EQ(0, ctl_.run({"files", image, "--part", "1", "get", "/", out}).status);
+    expectSame(tree, out);
+  }
+}
+
 // What a medium says its files are called leads nowhere but into the folder, and no byte of it
 // reaches the terminal; what is damaged costs nothing but itself.
 TEST_F(FilesTest, HostileNamesAreToldAndLeftOut) {

@@ -3,10 +3,12 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <set>
 
 #include "damaged_volume.h"
 #include "fat/fat_file_system.h"
 #include "fat/fat_names.h"
+#include "fat/fat_repair.h"
 #include "fat/fat_requests.h"
 #include "fat/fat_time.h"
 #include "fs/file_system.h"
@@ -165,10 +167,13 @@ TEST_F(FatFilesTest, ReadsWhatOthersWrote) {
       EXPECT_TRUE(content == contentOf(*files, path)) << path;
     std::vector<FileInfo> entries;
     std::size_t found = 0;
+    std::set<std::string> names;
     for (const char* directory : {"/", "/folder one", "/FOLDER~1/SUB"}) {
       ASSERT_EQ(Error::none, files->list(directory, entries));
       for (const FileInfo& entry : entries) found += entry.isDirectory() ? 0 : 1;
+      for (const FileInfo& entry : entries) names.insert(entry.name);
     }
+    EXPECT_TRUE(names.contains("lower.txt") && names.contains("UPPER.TXT"));
     EXPECT_EQ(expected.size(), found);
     EXPECT_EQ(Error::none, files->list("/Folder One/sub", entries));
     EXPECT_EQ(std::string(200, 'L') + "é日", entries.at(0).name);
@@ -225,7 +230,26 @@ TEST_F(FatFilesTest, AFullRootAndTheLargestFile) {
   EXPECT_EQ(Error::fileTooLarge, file.write(bytes, done));
   EXPECT_EQ(2U, done);
   EXPECT_EQ(Error::fileTooLarge, file.write(bytes, done));
+  u8 end[6] = {};
   ASSERT_EQ(Error::none, file.close());
+  ASSERT_EQ(Error::none, files->open("/large", {}, file));
+  ASSERT_EQ(Error::none, file.seek(-4, SeekFrom::end));
+  ASSERT_EQ(Error::none, file.read(end, done));
+  EXPECT_TRUE(done == 4 && end[1] == 0 && end[2] == 1 && end[3] == 2);
+  ASSERT_EQ(Error::none, file.close());
+  ASSERT_EQ(Error::none, files->sync());
+  storeDisk(large, folder_.file("large"));
+  // fsck.fat takes a chain of 4 GiB for one of none.
+  SilentJob job;
+  CheckReport report;
+  EXPECT_EQ(Error::none, checkFatVolume({large, 0, kLarge}, 0x0C, job, report));
+  EXPECT_TRUE(report.isSound && report.files == 1 && report.mends.empty()) << report.faultText;
+  const auto says = [&](const char* program, const char* what) {
+    const std::string output = run({program, "-i", folder_.file("large"), "::/large"}).output;
+    EXPECT_NE(std::string::npos, output.find(what)) << output;
+  };
+  says("mdir", "4294967295");
+  says("mshowfat", "<5-131076>");
   ASSERT_EQ(Error::none, files->deleteFile("/large"));
 }
 
