@@ -62,6 +62,7 @@ class FilesCommand : public Command {
   bool recursive_ = false;
   bool overwrite_ = false;
   bool skipSpecial_ = false;
+  bool ignoreErrors_ = false;
 };
 
 constexpr Verb kVerbs[] = {
@@ -100,6 +101,8 @@ void FilesCommand::declare(OptionSet& options, CommonOptions& common) {
   options.flag("--overwrite", overwrite_, "get, put: replace files that are there already");
   options.flag("--skip-special", skipSpecial_,
                "put: leave out symbolic links, devices and pipes, which are refused otherwise");
+  options.flag("--ignore-errors", ignoreErrors_,
+               "get, ls -R: leave out what lies on sectors that cannot be read");
   declareWriting(options, common);
   options.check([&] { return faultOf(common); });
 }
@@ -118,6 +121,7 @@ std::string FilesCommand::faultOf(const CommonOptions& common) const {
 
 CommandResult FilesCommand::run(CommandContext& context) {
   if (path_.empty()) path_.assign(1, '/');
+  if (ignoreErrors_) context.ui.agreeTo(Consent::diskError);
   Target target;
   ListedRow row;
   // What only reads has nothing to rehearse.
@@ -142,7 +146,7 @@ Failure listFolder(FileSystem& files, const std::string& path, std::vector<Liste
 }
 
 FileFailure listFiles(FileSystem& files, const std::string& path, bool isRecursive,
-                      std::vector<ListedFile>& found, std::vector<FileFailure>& leftOut) {
+                      std::vector<ListedFile>& found, LeftOut leftOut) {
   if (hasWildcard(path)) return {listFolder(files, path, found), path};
   FileInfo info;
   if (const Failure failed = files.info(path, info)) return {failed, path};
@@ -152,11 +156,8 @@ FileFailure listFiles(FileSystem& files, const std::string& path, bool isRecursi
   };
   if (!info.isDirectory()) return {add(path, info), path};
   if (!isRecursive) return {listFolder(files, path, found), path};
-  return walkTree(files, path, add, [&](const FileFailure& failed) {
-    if (!isOfOneFile(failed.failure)) return false;
-    leftOut.push_back(failed);
-    return true;
-  });
+  return walkTree(files, path, add,
+                  [&](const FileFailure& failed) { return leftOut.takes(failed); });
 }
 
 // What is damaged was left out, and the rest is done.
@@ -176,8 +177,9 @@ CommandResult FilesCommand::list(CommandContext& context, Target& target,
   std::vector<ListedFile> found;
   std::vector<FileFailure> leftOut;
   const FlowResult flow = lookAtFiles(
-      context.session.context(context.ui), *target.drive, entry,
-      [&](FileSystem& files, Job&) { return listFiles(files, path_, recursive_, found, leftOut); });
+      context.session.context(context.ui), *target.drive, entry, [&](FileSystem& files, Job& job) {
+        return listFiles(files, path_, recursive_, found, LeftOut(job, leftOut));
+      });
   CommandResult result = resultOfFlow(flow, context.ui, "The files cannot be listed.");
   if (!result.succeeded()) return result;
   tellLeftOut(context.ui, leftOut, result);
@@ -292,6 +294,8 @@ CommandResult FilesCommand::toldCopy(CommandContext& context, const FlowResult& 
                         : format("%llu of %llu file(s) were copied before that, and are whole.",
                                  static_cast<unsigned long long>(report.files),
                                  static_cast<unsigned long long>(report.filesWanted)));
+  if (flow.code == Error::read && verb_->use == TargetUse::look)
+    context.ui.note("With --ignore-errors all other files of a directory are copied.");
   CommandResult result = resultOfFlow(flow, context.ui, "The files were not copied.");
   if (!result.succeeded()) return result;
   for (const std::string& path : report.skipped) context.ui.note("'" + path + "' was left out.");

@@ -61,9 +61,20 @@ FileFailure walkTree(FileSystem& files, const std::string& directory, const Visi
   return Walk(files, visit, passOver).directory(directory);
 }
 
-bool isOfOneFile(const Failure& failure) {
-  return failure == Error::corrupt || failure == Error::invalidName ||
-         failure == Error::nameTooLong;
+bool LeftOut::takes(const FileFailure& failed) {
+  const Failure& why = failed.failure;
+  const bool isOfOneFile =
+      why == Error::corrupt || why == Error::invalidName || why == Error::nameTooLong;
+  if (!isOfOneFile && !(why == Error::read && passesOver(why))) return false;
+  files_.push_back(failed);
+  return true;
+}
+
+bool LeftOut::passesOver(const Failure& failure) {
+  if (passesOverAll_) return true;
+  const BadSectorAnswer answer = job_.badSector(failure, Direction::read);
+  passesOverAll_ = answer == BadSectorAnswer::passOverAll;
+  return answer != BadSectorAnswer::stop;
 }
 
 FileFailure removeTree(FileSystem& files, const std::string& directory, Job& job) {

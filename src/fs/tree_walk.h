@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "base/job.h"
 #include "fs/file_system.h"
@@ -30,9 +31,23 @@ using PassOver = std::function<bool(const FileFailure& failed)>;
 FileFailure walkTree(FileSystem& files, const std::string& directory, const VisitFile& visit,
                      const PassOver& passOver = {});
 
-// Whether a failure is one of this file alone: its name or its chain is damaged, or its path is
-// longer than can be asked for.
-bool isOfOneFile(const Failure& failure);
+// What of a tree is left out, and why.
+class LeftOut {
+ public:
+  // Both are borrowed.
+  LeftOut(Job& job, std::vector<FileFailure>& files) : job_(job), files_(files) {}
+
+  // Whether `failed` is noted, and the rest goes on: where it is of one file alone, as a damaged
+  // name or chain, and where the job passes over what cannot be read.
+  bool takes(const FileFailure& failed);
+
+ private:
+  bool passesOver(const Failure& failure);
+
+  Job& job_;
+  std::vector<FileFailure>& files_;
+  bool passesOverAll_ = false;
+};
 
 // Deletes the directory with everything in it; of the root what is in it. Phase deleting, in which
 // a file counts as one byte. cancelled; else those of FileSystem: some of it is gone then.

@@ -24,7 +24,7 @@ struct CopyReport {
   u64 neededBytes = 0;  // set when they are more than the free ones
   u64 freeBytes = 0;
   std::vector<std::string> skipped;  // paths of the host
-  std::vector<FileFailure> leftOut;  // of copyOut: what is damaged below the top, and why
+  std::vector<FileFailure> leftOut;  // of copyOut: what is damaged below the top
 };
 
 // Everything that can be known is looked at before the first write: names, sizes, space, and what
@@ -38,7 +38,8 @@ struct CopyReport {
 // reckoned; else those of FileSystem. The volume has to be synced by the caller.
 FileFailure copyIn(FileSystem& files, const CopyWish& wish, Job& job, CopyReport& report);
 // copyOut: alreadyExists: nothing was written; cannotCreate, noSpaceLeft; corrupt, nameTooLong for
-// the top alone. When it succeeds everything that was not left out is on the medium of the host.
+// the top alone, as read where the job passes over what cannot be read. When it succeeds everything
+// that was not left out is on the medium of the host.
 FileFailure copyOut(FileSystem& files, const CopyWish& wish, Job& job, CopyReport& report);
 
 }  // namespace tallowin

@@ -37,7 +37,8 @@ class CopyOut {
     for (const Item& item : items_) {
       if (job_.shouldStop()) return {Error::cancelled, item.path};
       FileFailure failed = item.info.isDirectory() ? makeFolder(item) : copy(item);
-      if (failed && !leavesOut(item, failed)) return failed;
+      const bool isTop = &item == &items_.front();
+      if (failed && (isTop || !leftOut_.takes(failed))) return failed;
     }
     return finish();
   }
@@ -66,8 +67,7 @@ class CopyOut {
           return added.failure;
         },
         [&](const FileFailure& damaged) {
-          if (!isOfOneFile(damaged.failure)) return false;
-          report_.leftOut.push_back(damaged);
+          if (!leftOut_.takes(damaged)) return false;
           added = {};
           return true;
         });
@@ -93,12 +93,6 @@ class CopyOut {
   }
 
   // --- Doing it
-
-  bool leavesOut(const Item& item, const FileFailure& failed) {
-    if (&item == &items_.front() || !isOfOneFile(failed.failure)) return false;
-    report_.leftOut.push_back(failed);
-    return true;
-  }
 
   FileFailure makeFolder(const Item& item) {
     if (item.isThere) return {};
@@ -147,6 +141,7 @@ class CopyOut {
   Job& job_;
   CopyReport& report_;
   TransferBuffer buffer_{kPieceBytes};
+  LeftOut leftOut_{job_, report_.leftOut};
   std::vector<Item> items_;  // the top first
   std::unordered_set<std::string> targets_;
   u64 totalBytes_ = 0;

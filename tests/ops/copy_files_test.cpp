@@ -1,8 +1,10 @@
 // Trees are copied while disks fail, while the user stops, and while the power goes.
 #include "ops/copy_files.h"
 
+#include <algorithm>
 #include <filesystem>
 
+#include "disk/faulty_disk.h"
 #include "fs/content_proof.h"
 #include "fs/fs_bench.h"
 #include "support/fault_loops.h"
@@ -129,6 +131,34 @@ TEST_F(CopyFilesTest, WhatIsCopiedOutIsWholeOrNotThere) {
     EXPECT_EQ(report.files, whole);
     EXPECT_TRUE(failure || whole == 5);
   });
+}
+
+// A sector that cannot be read costs the file that it is of, where the user goes on.
+TEST_F(CopyFilesTest, WhatCannotBeReadIsLeftOutWhenThatIsWished) {
+  class Ignoring : public SilentJob {
+    BadSectorAnswer badSector(const Failure&, Direction) override {
+      return BadSectorAnswer::passOverAll;
+    }
+  };
+  FaultyDisk faulty(before_);
+  for (u64 lba = 0; lba < kVolume.sectors; ++lba)
+    if (std::ranges::equal(before_.sector(lba), kOld.substr(0, 512),
+                           [](u8 a, char b) { return a == static_cast<u8>(b); }))
+      faulty.failReadsOf({lba, lba});
+  std::unique_ptr<FileSystem> files;
+  ASSERT_EQ(Error::none, openFiles(faulty, kVolume, files));
+  ASSERT_EQ(Error::none, put(*files, "/whole", "whole"));
+  const TempFolder out;
+  CopyReport report;
+  SilentJob silent;
+  Ignoring ignoring;
+  const CopyWish wish = {.from = "/", .to = out.path(), .overwrite = true};
+  EXPECT_EQ(Error::read, copyOut(*files, wish, silent, report).failure);
+  EXPECT_EQ(Error::none, copyOut(*files, wish, ignoring, report).failure);
+  ASSERT_EQ(2U, report.leftOut.size());
+  EXPECT_EQ("/sub/replaced", report.leftOut[1].path);
+  EXPECT_EQ("whole", out.read("whole"));
+  EXPECT_FALSE(std::filesystem::exists(out.file("older")));
 }
 
 // "AVERYL~1.TXT" is the short name that a long one is given.
