@@ -23,7 +23,14 @@ FatTable::Options FatClusters::tableOptions() const {
   return options;
 }
 
-Failure FatClusters::setUp() { return table_.setUp(tableOptions()); }
+Failure FatClusters::setUp() {
+  const u32 flags = layout().isFat32() ? u32{volume_.boot.bpb32().flags} : 0;
+  const bool isInUse =
+      (flags & kNotMirrored) == 0 || (flags & kActiveFatMask) < layout().numberOfFats;
+  bool areThere = false;
+  if (const Failure failed = beginsWithItsFats(volume_, areThere)) return failed;
+  return isInUse && areThere ? table_.setUp(tableOptions()) : Failure(Error::invalidVolume);
+}
 
 Failure FatClusters::prepare() {
   if (!bits_.empty()) return {};

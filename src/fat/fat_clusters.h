@@ -31,7 +31,8 @@ class FatClusters {
   explicit FatClusters(const FatVolume& volume)
       : volume_(volume), table_(volume.range, volume.layout) {}
 
-  // Before anything is changed; what only reads needs it not. outOfMemory.
+  // Before anything is changed; what only reads needs it not. invalidVolume: a write would land
+  // beside the FATs; read, outOfMemory.
   Failure setUp();
   // Reads all of the FAT, once, for what changes clusters or counts them.
   Failure prepare();

@@ -113,6 +113,8 @@ class FatSurvey {
   void openByBackup();
   Failure chooseCopy();
   Failure rehearseKeeping();
+  Failure judgeLayout();
+  std::optional<bool> backupAgrees() const;
   void addMends(std::vector<Mend>& mends);
   void addLostClusters(std::vector<Mend>& mends) const;
   void addFsInfo(std::vector<Mend>& mends);
@@ -126,6 +128,7 @@ class FatSurvey {
   std::unique_ptr<FatClusterMap> map_;  // of volume_
   bool isByBackup_ = false;
   bool copiesDiffer_ = false;
+  bool isBelieved_ = false;     // the numbers of the boot sector
   bool isCloseChoice_ = false;  // each copy has lost clusters, and not the same files
   u32 bestCopy_ = 0;
   FatCheckReport check_;
@@ -173,7 +176,31 @@ Failure FatSurvey::run() {
   if (copiesDiffer_)
     if (const Failure failed = chooseCopy()) return failed;
   if (isByBackup_) check_.fault = FatFault::invalidVolume;
-  return worth() == Worth::lostClusters ? rehearseKeeping() : Failure();
+  if (const Failure failed = judgeLayout()) return failed;
+  return worth() == Worth::lostClusters && isBelieved_ ? rehearseKeeping() : Failure();
+}
+
+// By wrong numbers FATs and root are looked for in the wrong place: what seems to be lost is not
+// then, and a copy of the FAT would land in files. Files without any fault prove the numbers.
+Failure FatSurvey::judgeLayout() {
+  if (const Failure failed = beginsWithItsFats(*volume_, isBelieved_)) return failed;
+  if (worth() == Worth::sound && check_.entriesWalked != 0)
+    isBelieved_ = true;
+  else if (const std::optional<bool> agrees = backupAgrees(); agrees && worth() != Worth::sound)
+    isBelieved_ = *agrees;
+  return {};
+}
+
+// Nothing when there is no backup to ask.
+std::optional<bool> FatSurvey::backupAgrees() const {
+  const u32 at = volume_->boot.backupBootSector();
+  if (isByBackup_ || at == 0 || at >= volume_->layout.reservedSectors) return std::nullopt;
+  FatBootArea copy(volume_->layout.bytesPerSector);
+  if (range_.disk.readSectors(range_.firstSector + at, copy.bytes().data(), 1)) return std::nullopt;
+  const std::optional<FatLayout> layout = copy.layoutIn(range_, type_);
+  if (!layout) return std::nullopt;
+  return *layout == volume_->layout &&
+         copy.bpb32().rootCluster == volume_->boot.bpb32().rootCluster;
 }
 
 // The copy by which more is sound; where that is the same, the one that everybody reads. With lost
@@ -231,7 +258,7 @@ void FatSurvey::addMends(std::vector<Mend>& mends) {
   if (isByBackup_)
     mends.push_back({Mend::Kind::bootSector, "The boot sector is damaged, and its backup is sound.",
                      "The backup is written over the boot sector.", worth() == Worth::none});
-  if (worth() == Worth::none) return;
+  if (worth() == Worth::none || !isBelieved_) return;
   if (copiesDiffer_)
     mends.push_back({Mend::Kind::tableCopies,
                      format("The copies of the FAT differ; by copy %lu the files are %s.",

@@ -16,6 +16,11 @@ struct FatVolume {
   u32 rootCluster() const { return layout.isFat32() ? u32{boot.bpb32().rootCluster} : 0; }
 };
 
+// Whether the copies of the FAT lie where the boot sector says: all of them begin alike, and what
+// lies behind the last one does not. Where a number of the boot sector is wrong a write would land
+// in files. read.
+Failure beginsWithItsFats(const FatVolume& volume, bool& does);
+
 // `type` is that of the partition. invalidVolume: no FAT, or one whose boot sector cannot be right;
 // read. `volume` is set only on success.
 Failure openFat(const SectorRange& range, u16 type, std::optional<FatVolume>& volume);

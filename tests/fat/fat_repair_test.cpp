@@ -327,6 +327,35 @@ TEST(FatRepairRefusalTest, LooksForRoomBeforeTheFirstWrite) {
   }
 }
 
+// By a wrong number of the boot sector all files seem to be lost, and what is written would land in
+// them: it is only read.
+TEST(FatRepairRefusalTest, DoesNotBelieveNumbersThatLeadBesideTheFats) {
+  using Lie = void (*)(FatBpbRecord & bpb, Fat32BpbRecord & bpb32);
+  const std::pair<u16, Lie> kLies[] = {
+      {0x06, [](FatBpbRecord& bpb, auto&) { bpb.sectorsPerFat16 = bpb.sectorsPerFat16 + 2; }},
+      {0x06, [](FatBpbRecord& bpb, auto&) { bpb.sectorsPerFat16 = bpb.sectorsPerFat16 / 4; }},
+      {0x01, [](FatBpbRecord& bpb, auto&) { bpb.numberOfFats = 3; }},
+      {0x01, [](FatBpbRecord& bpb, auto&) { bpb.numberOfFats = 1; }},
+      {0x0B, [](auto&, Fat32BpbRecord& bpb) { bpb.sectorsPerFat = bpb.sectorsPerFat + 1; }},
+      {0x0B, [](auto&, Fat32BpbRecord& bpb) { bpb.rootCluster = 600; }},
+      {0x0B, [](auto&, Fat32BpbRecord& bpb) { bpb.flags = 0x8F; }}};
+  for (const auto& [type, lie] : kLies) {
+    SCOPED_TRACE(&lie - &kLies[0].second);
+    DamagedVolume volume(type, type == 0x0B ? 70000 : type == 0x06 ? 40000 : 4000);
+    volume.fill();
+    addLost(volume);
+    volume.bootSector(lie);
+    EXPECT_NE(0U, checked(volume.range(), type).fault);
+    for (const Mend& mend : checked(volume.range(), type).mends)
+      EXPECT_LT(Kind::freeLostClusters, mend.kind) << mend.fault;
+    const bool isInFats = volume.volume().boot.bpb32().rootCluster == 600;
+    std::unique_ptr<FileSystem> files;
+    EXPECT_EQ(isInFats ? Error::none : Error::invalidVolume,
+              openFatFiles(volume.range(), type, {.writable = true}, files));
+    EXPECT_EQ(Error::none, openFatFiles(volume.range(), type, {}, files));
+  }
+}
+
 // Where the boot sector is another file system's by now, the backup is an old remain.
 TEST(FatRepairRefusalTest, LeavesAnotherFileSystemsBootSectorAlone) {
   DamagedVolume volume(0x0B, 70000);
