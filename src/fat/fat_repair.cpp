@@ -324,6 +324,13 @@ void FatSurvey::addBackup(std::vector<Mend>& mends) {
     area->bytes()[kFat32IdentityOffset + offsetof(FatIdentityRecord, reserved)] &=
         static_cast<u8>(~kBootInUse);
   if (std::ranges::equal(copy.sector(0), original.sector(0))) return;
+  // Where both are possible and their numbers differ, nobody knows which one is right.
+  constexpr std::size_t kNumbers = offsetof(FatBpbRecord, bytesPerSector);
+  const auto numbersOf = [](FatBootArea& area) {
+    return area.bytes().subspan(kNumbers, kFat32IdentityOffset - kNumbers);
+  };
+  if (copy.layoutIn(range_, type_) && !std::ranges::equal(numbersOf(copy), numbersOf(original)))
+    return;
   mends.push_back({Mend::Kind::backupBootSector,
                    "The backup of the boot sector differs from the boot sector, which is sound.",
                    "The boot sector is written over its backup.", false});

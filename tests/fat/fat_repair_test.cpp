@@ -356,6 +356,20 @@ TEST(FatRepairRefusalTest, DoesNotBelieveNumbersThatLeadBesideTheFats) {
   }
 }
 
+// One that has a number of its own may be the right one: it is what is left of the old numbers.
+TEST(FatRepairRefusalTest, KeepsABackupOfOtherNumbers) {
+  DamagedVolume volume(0x0B, 70000);
+  volume.fill();
+  volume.bootSector([](FatBpbRecord& bpb, auto&) { bpb.rootEntries = 512; });
+  EXPECT_EQ(std::vector<Kind>(), kindsOf(checked(volume.range(), 0x0B).mends));
+  volume.bootSector([](FatBpbRecord& bpb, auto&) {
+    bpb.rootEntries = 0;
+    bpb.oemName[0] = '?';
+  });
+  EXPECT_EQ(std::vector<Kind>{Kind::backupBootSector},
+            kindsOf(checked(volume.range(), 0x0B).mends));
+}
+
 // Where the boot sector is another file system's by now, the backup is an old remain.
 TEST(FatRepairRefusalTest, LeavesAnotherFileSystemsBootSectorAlone) {
   DamagedVolume volume(0x0B, 70000);
