@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -42,13 +43,22 @@ using FileTree = std::map<std::string, std::string>;
 
 Failure openFiles(DiskDevice& disk, const FsSample& sample, std::unique_ptr<FileSystem>& files,
                   const OpenWish& wish = {.writable = true});
+// What is recognised on the disk, to be read.
+Failure openFound(DiskDevice& disk, std::unique_ptr<FileSystem>& files);
 // The paths that are in one of them alone, or hold something else.
 std::vector<std::string> differences(const FileTree& a, const FileTree& b);
 std::string contentOf(FileSystem& files, const std::string& path);
 // Creates the file, or replaces what it holds.
 Failure put(FileSystem& files, const std::string& path, const std::string& content);
-// Everything, read through the driver. Fails the test where that is not possible.
+// Adds everything below the directory, read through the driver.
+Failure addTree(FileSystem& files, const std::string& directory, FileTree& tree);
+// The same. Fails the test where that is not possible.
 FileTree treeOf(FileSystem& files, const std::string& directory = "/");
+FileTree hostTree(const std::filesystem::path& top);
+// Files and directories of all kinds below `top`.
+void storeSampleTree(const std::filesystem::path& top);
+// A file of the host, and the directories that it lies in.
+void store(const std::filesystem::path& path, const std::string& content);
 std::string randomBytes(u32 seed, std::size_t count);
 
 // What an independent checker finds; empty when it finds nothing.
