@@ -72,6 +72,8 @@ class FatFileSystem : public FileSystem {
   Failure remove(FileId directory, const FileInfo& entry) override;
   Failure moveEntry(FileId fromDirectory, const FileInfo& entry, FileId toDirectory,
                     std::string_view name) override;
+  Failure replaceContent(FileId fromDirectory, const FileInfo& from, FileId toDirectory,
+                         const FileInfo& to) override;
   Failure writeNode(FileNode& node, u64 position, std::span<const u8> bytes) override;
   Failure resizeNode(FileNode& node, u64 sizeBytes) override;
   Failure setNodeAttributes(FileNode& node, u32 attributes) override;
@@ -383,6 +385,38 @@ Failure FatFileSystem::moveEntry(FileId fromDirectory, const FileInfo& entry, Fi
     if (const Failure failed = setParent(static_cast<u32>(entry.id), to->firstCluster()))
       return failed;
   return commit();
+}
+
+// At no moment do two entries name the same clusters: first the one goes, then the other takes its
+// clusters, by one write, and then what that had is free. After a cut either is lost clusters.
+Failure FatFileSystem::replaceContent(FileId fromDirectory, const FileInfo& from,
+                                      FileId toDirectory, const FileInfo& to) {
+  if (const Failure failed = beginChange()) return failed;
+  if (const Failure failed = commit()) return failed;
+  std::shared_ptr<FileNode> newer, older;
+  if (const Failure failed = openNode(fromDirectory, from, newer)) return failed;
+  if (const Failure failed = openNode(toDirectory, to, older)) return failed;
+  FatNode& source = fatNode(*newer);
+  FatNode& target = fatNode(*older);
+  for (FatNode* node : {&source, &target})
+    if (const Failure failed = node->chain.follow(clusters_, kUpTo)) return failed;
+
+  const FatDirectoryEntryRecord taken = source.entry(), before = target.entry();
+  source.directory->remove(source.index);
+  Failure failed = commit();
+  if (!failed) {
+    FatDirectoryEntryRecord& entry = target.change();
+    entry.sizeBytes = taken.sizeBytes;
+    setFirstCluster(entry, source.chain.firstCluster());
+    entry.attributes |= kFatArchive;
+    entry.modifiedDate = taken.modifiedDate;
+    entry.modifiedTime = taken.modifiedTime;
+    entry.accessedDate = taken.accessedDate;
+    failed = commit();
+    if (failed) target.change() = before;
+  }
+  for (const ClusterRun& run : (failed ? source : target).chain.shorten(0)) clusters_.release(run);
+  return failed ? failed : commit();
 }
 
 // --- The bytes of a file

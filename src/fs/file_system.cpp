@@ -216,6 +216,16 @@ Failure FileSystem::move(std::string_view from, std::string_view to) {
   return moveEntry(source.directory(), entry, target.directory(), target.name);
 }
 
+Failure FileSystem::replace(std::string_view from, std::string_view to) {
+  Place source, target;
+  FileInfo newer, older;
+  if (const Failure failed = removable(from, source, newer)) return failed;
+  if (const Failure failed = removable(to, target, older)) return failed;
+  if (newer.isDirectory() || older.isDirectory()) return Error::accessDenied;
+  if (newer.id == older.id) return {};
+  return replaceContent(source.directory(), newer, target.directory(), older);
+}
+
 // --- What drivers that only read keep
 
 Failure FileSystem::setLabel(std::string_view) { return Error::accessDenied; }
@@ -223,6 +233,9 @@ Failure FileSystem::createFile(FileId, std::string_view) { return Error::accessD
 Failure FileSystem::createDirectory(FileId, std::string_view) { return Error::accessDenied; }
 Failure FileSystem::remove(FileId, const FileInfo&) { return Error::accessDenied; }
 Failure FileSystem::moveEntry(FileId, const FileInfo&, FileId, std::string_view) {
+  return Error::accessDenied;
+}
+Failure FileSystem::replaceContent(FileId, const FileInfo&, FileId, const FileInfo&) {
   return Error::accessDenied;
 }
 Failure FileSystem::writeNode(FileNode&, u64, std::span<const u8>) { return Error::accessDenied; }

@@ -166,6 +166,11 @@ class FileSystem {
   // accessDenied when it is open.
   Failure move(std::string_view from, std::string_view to);
 
+  // The file `to` holds what `from` held, and keeps all else; `from` is no more. At every moment it
+  // holds the one or the other; after a failure `from` may be gone. accessDenied when one is a
+  // directory or open.
+  Failure replace(std::string_view from, std::string_view to);
+
   // All of it is on the medium, and the volume says of itself that it is sound.
   virtual Failure sync() { return {}; }
   virtual u64 serialNumber() const { return 0; }
@@ -198,6 +203,8 @@ class FileSystem {
   virtual Failure remove(FileId directory, const FileInfo& entry);
   virtual Failure moveEntry(FileId fromDirectory, const FileInfo& entry, FileId toDirectory,
                             std::string_view name);
+  virtual Failure replaceContent(FileId fromDirectory, const FileInfo& from, FileId toDirectory,
+                                 const FileInfo& to);
   // The position lies inside the file or at its end; the end is not beyond the largest file.
   virtual Failure writeNode(FileNode& node, u64 position, std::span<const u8> bytes);
   // New bytes are zeros.

@@ -52,27 +52,8 @@ Failure NewFile::finish() {
 }
 
 Failure NewFile::takePlace() {
-  FileInfo older;
-  const Failure found = files_.info(path_, older);
-  if (found == Error::noSuchFile) return files_.move(name_, path_);
-  if (found) return found;
-  const std::string aside = freeName();
-  Failure failed = files_.move(path_, aside);
-  if (!failed) failed = files_.move(name_, path_);
-  if (failed)
-    giveBack(aside);
-  else
-    failed = files_.deleteFile(aside);
-  return failed;
-}
-
-// A failed move may have been made all the same.
-void NewFile::giveBack(const std::string& aside) {
-  FileInfo older;
-  if (files_.info(aside, older) == Error::noSuchFile) return;
-  if (!files_.exists(path_) && !files_.move(aside, path_)) return;
-  strayOlder_ = aside;
-  name_.clear();
+  const Failure failed = files_.move(name_, path_);
+  return failed == Error::alreadyExists ? files_.replace(name_, path_) : failed;
 }
 
 }  // namespace tallowin

@@ -29,27 +29,21 @@ class NewFile {
   // As File.
   Failure write(std::span<const u8> bytes, u64& done) { return file_.write(bytes, done); }
   Failure setTimes(const FileTimes& times) { return file_.setTimes(times); }
-  Failure setAttributes(u32 attributes) { return file_.setAttributes(attributes); }
-  // It has its name, and the older file is gone. Until the new one has the name the older one is
-  // there, under another one for a moment; a failure gives its name back to it.
+  // It has its name. An older file had it until then, and has it after a failure; how that one was
+  // marked, and when it was made, stays.
   Failure finish();
 
   // Where the new file is, or was to be.
   const std::string& path() const { return path_; }
-  // After a failure: the older file's path when not even its name could be given back. The new one
-  // is there too then. Empty otherwise.
-  const std::string& strayOlder() const { return strayOlder_; }
 
  private:
   std::string freeName() const;
   Failure takePlace();
-  void giveBack(const std::string& aside);
 
   FileSystem& files_;
   File file_;
   std::string path_;
   std::string name_;  // what is to be deleted by the end; empty: nothing
-  std::string strayOlder_;
 };
 
 }  // namespace tallowin

@@ -21,7 +21,6 @@ constexpr const char* kNotWritten = "The data could not be written to disk.";
 // What tells one state of a file from another.
 struct FileState {
   u64 sizeBytes = 0;
-  FileTime created = 0;
   FileTime modified = 0;
   u64 place = 0;
   u32 attributes = 0;
@@ -37,8 +36,7 @@ Failure lookAt(FileSystem& files, const std::string& path, MaybeFile& found) {
   const Failure failed = files.info(path, info);
   if (failed == Error::noSuchFile || failed == Error::invalidName || failed == Error::nameTooLong)
     return {};
-  if (!failed)
-    found = {info.sizeBytes, info.times.created, info.times.modified, info.place, info.attributes};
+  if (!failed) found = {info.sizeBytes, info.times.modified, info.place, info.attributes};
   return failed;
 }
 
@@ -68,7 +66,7 @@ class EditFile {
   bool writeTo(const std::string& path, MaybeFile expected);
   enum class End : u8 { written, isAnother, told };
   End write(const std::string& path, const MaybeFile& expected, MaybeFile& found);
-  Failure fill(NewFile& file, const std::string& path, const MaybeFile& older);
+  Failure fill(NewFile& file, const std::string& path);
   bool mayReplace(const std::string& path, const MaybeFile& expected, const MaybeFile& found);
   bool isWritable(const EditText& text);
 
@@ -248,20 +246,18 @@ EditFile::End EditFile::write(const std::string& path, const MaybeFile& expected
   const bool isMarked = found && (found->attributes & kFileReadOnly) != 0 && agreedTo_ != path;
   if (!failed && (found != expected || isMarked)) return End::isAnother;
   MaybeFile written;
-  std::string writtenPath, stray;
+  std::string writtenPath;
   if (!failed) {
     NewFile file(volume.files());
-    failed = {fill(file, path, found), path};
+    failed = {fill(file, path), path};
     writtenPath = file.path();
-    if (!file.strayOlder().empty())
-      stray = format("\nThe older file is called \"%s\" now.", file.strayOlder().c_str());
   }
   if (!failed) failed = {lookAt(volume.files(), writtenPath, written), writtenPath};
   const Failure unfinished = volume.end();
   if (!failed) failed = {unfinished, path};
   if (failed) {
-    context_.ui.errorBox(format("%s\n\"%s\": %s%s", kNotWritten, failed.path.c_str(),
-                                errorText(failed.failure).c_str(), stray.c_str()));
+    context_.ui.errorBox(format("%s\n\"%s\": %s", kNotWritten, failed.path.c_str(),
+                                errorText(failed.failure).c_str()));
     return End::told;
   }
   path_ = writtenPath;
@@ -269,18 +265,13 @@ EditFile::End EditFile::write(const std::string& path, const MaybeFile& expected
   return End::written;
 }
 
-// It keeps what the older one was marked as, and when that was made.
-Failure EditFile::fill(NewFile& file, const std::string& path, const MaybeFile& older) {
+Failure EditFile::fill(NewFile& file, const std::string& path) {
   if (const Failure failed = file.create(path, NewFileName::other)) return failed;
   const std::string bytes = model_.text.bytes();
   u64 done = 0;
   if (const Failure failed =
           file.write({reinterpret_cast<const u8*>(bytes.data()), bytes.size()}, done))
     return failed;
-  if (older) {
-    if (const Failure failed = file.setAttributes(older->attributes | kFileArchive)) return failed;
-    if (const Failure failed = file.setTimes({.created = older->created})) return failed;
-  }
   return file.finish();
 }
 
