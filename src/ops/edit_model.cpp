@@ -32,6 +32,7 @@ void EditModel::pass() {
   stateText = text.formText();
   if (isReadOnly) stateText = "Read only, " + stateText;
   if (!limits_.empty()) stateText = limits_;
+  if (text.isChanged()) stateText = "Changed, " + stateText;
   placeText = placeIn(text.text(), cursor);
 }
 

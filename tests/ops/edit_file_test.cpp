@@ -18,13 +18,6 @@ constexpr const char* kShown = "Edit File - Ein Brief für Žofie.txt";
 // A user in the editor: `act`, and then the button.
 using Act = std::function<void(EditModel&)>;
 
-Act typeAndPressOk(const std::string& text) {
-  return [text](EditModel& model) {
-    model.text.change(0, 0, text);
-    model.ok();
-  };
-}
-
 void closeAsItIs(EditModel& model) { model.cancel(); }
 
 class EditFileTest : public FlowTest {
@@ -85,7 +78,10 @@ TEST_F(EditFileTest, WhatIsTypedIsReadByOthersAndAllElseStays) {
               EXPECT_EQ(kShown, model.title);
               EXPECT_EQ("first\nsecond\nthird\n", model.text.text());
               EXPECT_EQ("ASCII, mixed line ends", model.stateText);
-              typeAndPressOk("new ")(model);
+              model.text.change(0, 0, "new ");
+              model.pass();
+              EXPECT_EQ("Changed, ASCII, mixed line ends", model.stateText);
+              model.ok();
             }));
   expected[kPath] = kNew;
   EXPECT_EQ(expected, treeByOthers(volume_));
