@@ -174,7 +174,7 @@ bool FileDialog::accept() {
     case FileChooser::Outcome::askOverwrite:
       return showMessageBox({MessageKind::question, chooser_.title(),
                              format("Overwrite \"%s\"?", chooser_.result().c_str()),
-                             ButtonSet::yesNo}) == MessageResult::yes;
+                             ButtonSet::yesNo, Consent::general}) == MessageResult::yes;
     case FileChooser::Outcome::chosen:
       return true;
   }
@@ -187,7 +187,7 @@ void FileDialog::deleteSelected() {
   if (!row || row->isDirectory) return;
   const std::string name = row->name;
   if (showMessageBox({MessageKind::warning, "Warning", format("Delete %s?", name.c_str()),
-                      ButtonSet::yesNo}) != MessageResult::yes)
+                      ButtonSet::yesNo, Consent::general}) != MessageResult::yes)
     return;
   const std::string reason = chooser_.remove(name);
   if (name == name_->value()) name_->value("");
