@@ -75,4 +75,20 @@ std::optional<LostVolume> VolumeRecogniser::examine(u64 lba, const u8* sector) {
   return best;
 }
 
+std::optional<LostVolume> VolumeRecogniser::volumeAt(u64 start) {
+  const u32 sectorSize = disk_.sectorSize();
+  std::vector<u8> sector(sectorSize);
+  std::optional<LostVolume> best;
+  forEachForm([&](const VolumeForm& form) {
+    const u64 before = form.magicByte(sectorSize) / sectorSize;
+    if (start >= sectorCount_ || before >= sectorCount_ - start ||
+        disk_.readSectors(start + before, sector.data(), 1) || !hasMagic(sector.data()))
+      return;
+    const auto found = examine(start + before, sector.data());
+    if (found && found->startSector == start && (!best || found->confidence < best->confidence))
+      best = found;
+  });
+  return best;
+}
+
 }  // namespace tallowin

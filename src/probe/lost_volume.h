@@ -55,6 +55,8 @@ class VolumeRecogniser {
   // The volume of which sector `lba` holds the header, which it may begin before; the one that is
   // most certain. All of it lies on the disk.
   std::optional<LostVolume> examine(u64 lba, const u8* sector);
+  // The volume that begins at sector `start`.
+  std::optional<LostVolume> volumeAt(u64 start);
 
  private:
   // Eight bytes of a sector that some forms have in common.

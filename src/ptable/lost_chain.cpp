@@ -40,18 +40,28 @@ bool ChainSearch::mayBeFirst(const EbrRecord& ebr) const {
   });
 }
 
+// The sectors of what the volume holds, 0 when that is not recognised. Areas that may be larger
+// than what they lie in count as one.
+u64 ChainSearch::sizeOfContent(const VolumeEntry& volume) const {
+  Content content;
+  if (identify(drive_.disk(), volume.startSector, content) == Error::none &&
+      content.code != ContentCode::unknownVolume) {
+    // Swap areas have the size of the disk.
+    if (content.code == ContentCode::linuxSwap) return 1;
+    return std::max<u64>(1, content.sectorCount);
+  }
+  const auto found = recogniser_.volumeAt(volume.startSector);
+  if (!found || found->confidence == Confidence::doubtful) return 0;
+  return std::max<u64>(1, found->sectorCount);
+}
+
 // Volumes that hold what fits into them say that the chain is the one by which they were used.
 Confidence ChainSearch::confidenceOf(const VolumeList& list, bool isClean) const {
   bool isRecognised = false;
   for (const auto& volume : list.entries) {
-    Content content;
-    if (identify(drive_.disk(), volume->startSector, content) ||
-        content.code == ContentCode::unknownVolume)
-      continue;
-    // Swap areas have the size of the disk.
-    if (content.code != ContentCode::linuxSwap && content.sectorCount > volume->sectorCount())
-      isClean = false;
-    isRecognised = true;
+    const u64 size = sizeOfContent(*volume);
+    if (size > volume->sectorCount()) isClean = false;
+    isRecognised = isRecognised || size != 0;
   }
   if (!isClean) return Confidence::doubtful;
   return isRecognised ? Confidence::sure : Confidence::likely;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "disk/mbr_record.h"
+#include "probe/lost_volume.h"
 #include "ptable/lost_partitions.h"
 
 namespace tallowin {
@@ -16,8 +17,9 @@ struct LostChain {
 
 class ChainSearch {
  public:
-  // Both are borrowed.
-  ChainSearch(Drive& drive, const LostSearch& search) : drive_(drive), search_(search) {}
+  // All are borrowed.
+  ChainSearch(Drive& drive, const LostSearch& search, VolumeRecogniser& recogniser)
+      : drive_(drive), search_(search), recogniser_(recogniser) {}
 
   // The extended partition that begins with an EBR in this sector. On the top level of an MBR only.
   std::optional<LostChain> examine(u64 lba, const u8* sector) const;
@@ -25,10 +27,12 @@ class ChainSearch {
  private:
   bool mayBeFirst(const EbrRecord& ebr) const;
   bool isUsualStart(u64 sectors) const;
+  u64 sizeOfContent(const VolumeEntry& volume) const;
   Confidence confidenceOf(const VolumeList& list, bool isClean) const;
 
   Drive& drive_;
   const LostSearch& search_;
+  VolumeRecogniser& recogniser_;
 };
 
 }  // namespace tallowin

@@ -125,7 +125,7 @@ class PartitionSearch {
         report_(report),
         volumeGap_(trackUnit(drive.alignment())),
         recogniser_(disk_, {search.isInsideExtended, volumeGap_}),
-        chains_(drive, search),
+        chains_(drive, search, recogniser_),
         later_(drive, search, recogniser_, chains_),
         nextLba_(search.firstSector),
         floor_(search.firstSector),
