@@ -2,7 +2,7 @@
 
 build_packages="g++ cmake ninja-build pkg-config libfltk1.3-dev libxcursor-dev libxinerama-dev libcli11-dev rapidjson-dev libxxhash-dev"
 test_packages="libgtest-dev libgmock-dev nlohmann-json3-dev strace clang clang-tidy clang-format libclang-rt-14-dev
-  fdisk gdisk parted dosfstools ntfs-3g xfsprogs btrfs-progs f2fs-tools exfatprogs cryptsetup-bin lvm2
+  fdisk gdisk parted dosfstools ntfs-3g xfsprogs btrfs-progs f2fs-tools exfatprogs reiserfsprogs cryptsetup-bin lvm2
   mtools xorriso xxhash qemu-utils qemu-system-x86 seabios
   xvfb xauth xdotool imagemagick openbox e2fsprogs mount man-db"
 

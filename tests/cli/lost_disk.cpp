@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,12 +10,13 @@
 #include <sstream>
 
 #include "base/text.h"
+#include "support/loop_device.h"
 #include "support/oracle.h"
 
 namespace tallowin {
 namespace {
 
-constexpr u64 kDiskBytes = 320 * kMiB;
+constexpr u64 kDiskBytes = 192 * kMiB;
 
 struct Kind {
   const char* mbrType;
@@ -22,6 +24,8 @@ struct Kind {
   unsigned mebibytes;
   const char* command;  // %llu: the sectors before the volume
 };
+// Works on devices alone, of which it is to see no other one.
+constexpr const char* kMakeLvm = "pvcreate";
 // "env" lets mkfs.xfs make small volumes.
 constexpr Kind kKinds[] = {
     {"1", "EBD0A0A2-B9E5-4433-87C0-68B6B72699C7", 8, "mkfs.fat -F 12 -n TWELVE -h %llu"},
@@ -38,6 +42,8 @@ constexpr Kind kKinds[] = {
     {"83", "0FC63DAF-8483-4772-8E79-3D69D8477DE4", 20, "mkfs.btrfs -q -f -M"},
     {"83", "0FC63DAF-8483-4772-8E79-3D69D8477DE4", 52, "mkfs.f2fs -q -f"},
     {"82", "0657FD6D-A4AB-43C4-84E5-0933C84B4F4F", 8, "mkswap -q -L PAGES"},
+    {"83", "0FC63DAF-8483-4772-8E79-3D69D8477DE4", 20, "mkreiserfs -q -f -f --journal-size 513"},
+    {"8e", "E6D6D379-F507-44C2-A23C-238F2A3DF928", 16, kMakeLvm},
 };
 
 class LostDisk {
@@ -48,14 +54,17 @@ class LostDisk {
         random_(seed),
         path_(folder.sparse("lost" + std::to_string(seed) + ".img", kDiskBytes)),
         unit_(table == LostTable::mbr && seed % 2 != 0 ? 63 : 2048),
-        descriptor_(::open(path_.c_str(), O_RDWR | O_CLOEXEC)) {}
+        descriptor_(::open(path_.c_str(), O_RDWR | O_CLOEXEC)),
+        nextKind_(seed * 5) {}
   ~LostDisk() { ::close(descriptor_); }
   LostDisk(const LostDisk&) = delete;
   LostDisk& operator=(const LostDisk&) = delete;
 
   std::string make() {
+    static const std::vector<std::string> remains = makeRemains();
+    fillWithNoise();
+    scatter(remains);
     layOut();
-    scatterRemains();
     const char* label = table_ == LostTable::mbr ? "label: dos\n" : "label: gpt\n";
     EXPECT_EQ(runProgram({"sfdisk", "-q", path_}, label + script_).output, "");
     for (const Volume& volume : volumes_) fill(volume);
@@ -77,7 +86,7 @@ class LostDisk {
                       static_cast<unsigned long long>(sectors), type.c_str());
   }
   u64 addVolume(u64 start) {
-    const Kind& kind = kKinds[below(std::size(kKinds))];
+    const Kind& kind = kKinds[nextKind_++ % std::size(kKinds)];
     const u64 mebibytes = kind.mebibytes + below(4);
     const u64 sectors = mebibytes * kMiB / 512;
     volumes_.push_back({kind, start, mebibytes});
@@ -114,6 +123,14 @@ class LostDisk {
     return start + sectors;
   }
 
+  void fillWithNoise() {
+    std::vector<u64> words(4 * kMiB / sizeof(u64));
+    for (u64 at = 0; at < kDiskBytes; at += 4 * kMiB) {
+      for (u64& word : words) word = random_();
+      EXPECT_EQ(::pwrite(descriptor_, words.data(), 4 * kMiB, static_cast<off_t>(at)),
+                static_cast<ssize_t>(4 * kMiB));
+    }
+  }
   void write(const std::string& bytes, u64 sector) const {
     EXPECT_EQ(::pwrite(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(sector * 512)),
               static_cast<ssize_t>(bytes.size()));
@@ -124,11 +141,29 @@ class LostDisk {
     return volume;
   }
   void makeOn(const Kind& kind, u64 start, const std::string& volume) const {
+    if (kind.command == kMakeLvm) return makeLvm(volume);
     std::vector<std::string> command =
         words(format(kind.command, static_cast<unsigned long long>(start)));
     command.push_back(volume);
     const ProgramResult result = runProgram(command);
     EXPECT_EQ(result.status, 0) << kind.command << result.output;
+  }
+
+  void makeLvm(const std::string& volume) const {
+    const LoopDevice loop(volume);
+    const std::string devices = folder_.file("devices");
+    const std::string node = devices + "/pv";
+    struct stat facts {};
+    EXPECT_EQ(::stat(loop.path().c_str(), &facts), 0);
+    ::mkdir(devices.c_str(), 0700);
+    EXPECT_EQ(::mknod(node.c_str(), S_IFBLK | 0600, facts.st_rdev), 0);
+    const ProgramResult result = runProgram(
+        {"pvcreate", "-q", "-y", "-ff", "--nolocking", "--config",
+         "devices { dir=\"" + devices + "\" scan=[\"" + devices +
+             "\"] use_devicesfile=0 obtain_device_list_from_udev=0 } backup { backup=0 archive=0 }",
+         node});
+    EXPECT_EQ(result.status, 0) << result.output;
+    ::unlink(node.c_str());
   }
 
   // Pieces of volumes that lay elsewhere: boot sectors and their copies, superblocks of other
@@ -153,15 +188,9 @@ class LostDisk {
     return remains;
   }
 
-  void scatterRemains() {
-    static const std::vector<std::string> remains = makeRemains();
-    std::string noise(64 * kKiB, '\0');
-    for (char& byte : noise) byte = static_cast<char>(random_());
-    for (int i = 0; i < 200; ++i) {
-      const u64 sector = 1 + below(kDiskBytes / 512 - noise.size() / 512 - 1);
-      write(noise, sector);
-      write(remains[below(remains.size())], sector + below(64));
-    }
+  void scatter(const std::vector<std::string>& remains) {
+    for (int i = 0; i < 200; ++i)
+      write(remains[below(remains.size())], 1 + below(kDiskBytes / 512 - 64));
   }
 
   // Some were another volume before, and large ones hold the image of one.
@@ -202,6 +231,7 @@ class LostDisk {
   std::string path_;
   u64 unit_;
   int descriptor_;
+  std::size_t nextKind_;  // so that a few disks have all of them
   std::string script_;
   std::vector<Volume> volumes_;
 };

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 
 #include "base/text.h"
@@ -39,9 +40,10 @@ class UndeleteTest : public testing::Test {
   // What another program says of each volume in the list.
   void expectKinds(const std::string& path, const rapidjson::Document& listing) {
     const std::map<std::string, std::string> words = {
-        {"FAT12", "vfat"},  {"FAT16", "vfat"},  {"FAT32", "vfat"}, {"NTFS", "ntfs"},
-        {"exFAT", "exfat"}, {"ext2", "ext2"},   {"ext3", "ext3"},  {"ext4", "ext4"},
-        {"XFS", "xfs"},     {"Btrfs", "btrfs"}, {"F2FS", "f2fs"},  {"Swap", "swap"}};
+        {"FAT12", "vfat"},        {"FAT16", "vfat"},     {"FAT32", "vfat"}, {"NTFS", "ntfs"},
+        {"exFAT", "exfat"},       {"ext2", "ext2"},      {"ext3", "ext3"},  {"ext4", "ext4"},
+        {"XFS", "xfs"},           {"Btrfs", "btrfs"},    {"F2FS", "f2fs"},  {"Swap", "swap"},
+        {"ReiserFS", "reiserfs"}, {"LVM", "LVM2_member"}};
     for (const auto& found : listing["found"].GetArray()) {
       const std::string kind = found["kind"].GetString();
       EXPECT_STREQ(found["confidence"].GetString(), "sure") << kind;
@@ -63,17 +65,18 @@ class UndeleteTest : public testing::Test {
 };
 
 TEST_F(UndeleteTest, AllPartitionsOfALostMbrComeBackAndNothingElse) {
-  for (unsigned seed = 1; seed <= 2; ++seed) {
+  // The chain of the last one has only kinds that nothing but their own headers tell.
+  for (const unsigned seed : {1U, 2U, 7U}) {
     SCOPED_TRACE(seed);
     const std::string path = makeLostDisk(folder_, LostTable::mbr, seed);
     const std::vector<Extent> before = extentsIn(path);
     ASSERT_EQ(before.size(), 6U);
     loseTable(path, LostTable::mbr);
-    const std::string lost = fileHash(path);
+    const auto lost = std::filesystem::last_write_time(path);
     const Ctl::Answer dry = ctl_.json({"undelete", path, "--dry-run"});
     ASSERT_EQ(dry.status, 0);
     expectKinds(path, dry.json);
-    EXPECT_EQ(fileHash(path), lost) << "a dry run changes nothing";
+    EXPECT_TRUE(std::filesystem::last_write_time(path) == lost) << "a dry run changes nothing";
     ctl_.expectDone({"undelete", path, "--all"});
     EXPECT_EQ(extentsIn(path), before);
     ::unlink(path.c_str());
@@ -81,7 +84,7 @@ TEST_F(UndeleteTest, AllPartitionsOfALostMbrComeBackAndNothingElse) {
 }
 
 TEST_F(UndeleteTest, AllEntriesOfALostGptComeBackWithTheirTypes) {
-  const std::string path = makeLostDisk(folder_, LostTable::gpt, 8);
+  const std::string path = makeLostDisk(folder_, LostTable::gpt, 3);
   std::vector<std::string> typesBefore;
   std::vector<std::string> typesAfter;
   const std::vector<Extent> before = entriesIn(path, typesBefore);
@@ -92,21 +95,17 @@ TEST_F(UndeleteTest, AllEntriesOfALostGptComeBackWithTheirTypes) {
   EXPECT_EQ(gptProblems(path), "");
 }
 
+// An extended partition takes its volumes along when it is deleted.
 TEST_F(UndeleteTest, EntriesOfAnEmbrComeBackInTheMbrToo) {
-  const std::string path = folder_.sparse("embr.img", 64 * kMiB);
-  makeTable(path, "label: dos\nstart=2048,size=20480,type=83\nstart=40960,size=20480,type=83\n");
-  for (const char* offset : {"1048576", "20971520"})
-    ASSERT_EQ(
-        runProgram({"mkfs.ext2", "-q", "-F", "-E", std::string("offset=") + offset, path, "10M"})
-            .status,
-        0);
+  const std::string path = makeLostDisk(folder_, LostTable::mbr, 4);
   const std::vector<Extent> before = extentsIn(path);
-  ctl_.expectDone({"convert", path, "--to", "embr"});
-  for (const char* part : {"1", "2"}) ctl_.expectDone({"delete", path, "--part", part});
+  ctl_.expectDone({"convert", path, "--to", "embr", "--overwrite"});
+  for (const SfdiskRow& row : rowsByCtl(ctl_, path))
+    if (row.number < 256) ctl_.expectDone({"delete", path, "--part", std::to_string(row.number)});
   ASSERT_TRUE(extentsIn(path).empty());
-  ctl_.expectDone({"undelete", path, "--pick", "1", "--pick", "2"});
+  ctl_.expectDone({"undelete", path, "--all"});
   EXPECT_EQ(extentsIn(path), before);
-  EXPECT_EQ(rowsByCtl(ctl_, path).size(), 2U);
+  EXPECT_EQ(rowsByCtl(ctl_, path).size(), 6U);
   const ProgramResult none = ctl_.run({"undelete", path, "--all", "--yes"});
   EXPECT_EQ(none.status, 1) << none.output;
   EXPECT_NE(none.output.find("No lost partition was found"), std::string::npos) << none.output;
