@@ -111,5 +111,47 @@ TEST_F(UndeleteTest, EntriesOfAnEmbrComeBackInTheMbrToo) {
   EXPECT_NE(none.output.find("No lost partition was found"), std::string::npos) << none.output;
 }
 
+// An HFS+ whose size its program chooses, and a container that says none.
+TEST_F(UndeleteTest, HfsPlusAndLuksComeBackByTheirHeaders) {
+  constexpr u64 kSector = 512;
+  constexpr u64 kHfsStart = 4096;
+  constexpr u64 kLuksStart = 40960;
+  folder_.write("content", std::string(3'000'000, 'x'));
+  const std::string disc = folder_.file("disc.iso");
+  ASSERT_EQ(runProgram({"xorriso", "-as", "mkisofs", "-quiet", "-hfsplus", "-o", disc,
+                        folder_.file("content")})
+                .status,
+            0);
+  // It lies behind a gap of the disc.
+  const std::string bytes = folder_.read("disc.iso");
+  const std::size_t header = bytes.find(std::string("H+\0\4", 4));
+  ASSERT_NE(header, std::string::npos);
+  folder_.write("hfs.img", bytes.substr(header - 1024));
+  const std::string luks = folder_.sparse("luks.img", 20 * kMiB);
+  folder_.write("key", "secret");
+  ASSERT_EQ(
+      runProgram({"cryptsetup", "luksFormat", "-q", "--pbkdf", "pbkdf2", "--pbkdf-force-iterations",
+                  "1000", "--key-file", folder_.file("key"), luks})
+          .status,
+      0);
+  const std::string path = folder_.sparse("disk.img", 64 * kMiB);
+  ASSERT_EQ(makeTable(path, "label: dos\n"), "");
+  for (const auto& [volume, start] :
+       {std::pair(folder_.file("hfs.img"), kHfsStart), std::pair(luks, kLuksStart)})
+    ASSERT_EQ(runProgram({"dd", "if=" + volume, "of=" + path, "seek=" + std::to_string(start),
+                          "conv=notrunc", "status=none"})
+                  .status,
+              0);
+  ctl_.expectDone({"undelete", path, "--all"});
+  const std::vector<Extent> extents = extentsIn(path);
+  ASSERT_EQ(extents.size(), 2U);
+  const auto& [start, size, type] = extents[0];
+  EXPECT_EQ(start, kHfsStart);
+  EXPECT_EQ(type, 0xAFU);
+  const std::string copy = folder_.read("disk.img").substr((start + size) * kSector - 1024, 4);
+  EXPECT_EQ(copy, std::string("H+\0\4", 4)) << "a copy of the header lies before the end";
+  EXPECT_EQ(extents[1], Extent(kLuksStart, 64 * kMiB / kSector - kLuksStart, 0x83));
+}
+
 }  // namespace
 }  // namespace tallowin

@@ -214,16 +214,14 @@ TEST_F(LostPartitionsTest, HeadersOfFormsThatNoProgramHereMakes) {
   put(2048 * 512 + 1024, hfs);
   put(2048 * 512 + 1000 * 4096 - 1024, hfs);  // the copy, whose catalogue is not there
   put(2048 * 512 + 10 * 4096 + 8, u8{1});
-  LvmLabelRecord label{};
-  std::memcpy(label.magic.data(), "LABELONE", 8);
-  std::memcpy(label.type.data(), "LVM2 001", 8);
-  label.sector = 1;
-  label.contentOffset = 32;
-  LvmVolumeRecord physical{};
-  physical.deviceBytes = 4 * kMiB;
-  put(16384 * 512 + 512, label);
-  put(16384 * 512 + 544, physical);
-  put(16384 * 512 + 4100, std::array<char, 8>{' ', 'L', 'V', 'M', '2', ' ', 'x', '['});
+  VolumeBootRecord hpfs{};
+  hpfs.oemName = {'O', 'S', '2', ' ', '2', '0', '.', '0'};
+  hpfs.sectorSizeBytes = 512;
+  hpfs.sectorCount16 = 8192;
+  hpfs.hiddenSectors = 16384;
+  put(16384 * 512, hpfs);
+  put(16384 * 512 + 54, std::array<char, 8>{'H', 'P', 'F', 'S', ' ', ' ', ' ', ' '});
+  put(16384 * 512 + 510, Le16(0xAA55));
   LuksHeaderRecord luks{};
   luks.magic = {'L', 'U', 'K', 'S', '\xBA', '\xBE'};
   luks.version = 2;
@@ -233,10 +231,10 @@ TEST_F(LostPartitionsTest, HeadersOfFormsThatNoProgramHereMakes) {
   put(32768 * 512 + 16384, std::array<char, 6>{'S', 'K', 'U', 'L', '\xBA', '\xBE'});
   putFat(49152, 49152);
   EXPECT_EQ(search(),
-            "HFS+ 2048+8000 sure\nLVM 16384+8192 sure\nLUKS2 32768+16384 sure\n"
+            "HFS+ 2048+8000 sure\nHPFS 16384+8192 sure\nLUKS2 32768+16384 sure\n"
             "FAT12 49152+4096 sure\n");
   EXPECT_EQ(report_.found[0].type, 0xAF);
-  EXPECT_EQ(report_.found[1].type, 0x8E);
+  EXPECT_EQ(report_.found[1].type, 0x07);
   EXPECT_FALSE(report_.found[2].isSizeKnown);
   search(disk_, true);
   EXPECT_EQ(report_.found[2].endSector, 49152U - 64) << "and leaves room for the next one's EBR";
