@@ -10,6 +10,8 @@ namespace tallowin {
 namespace {
 
 const char* confidenceSentence(const LostPartition& found) {
+  if (found.isEarlier)
+    return "It is of an earlier time: another one in the same sectors was used after it.";
   if (found.isContested)
     return "Another one in the same sectors is in order too: one of them is of an earlier time.";
   switch (found.confidence) {

@@ -4,6 +4,7 @@
 #include "probe/content_record.h"
 #include "probe/type_catalogue.h"
 #include "probe/volume_forms.h"
+#include "probe/volume_times.h"
 
 namespace tallowin {
 namespace {
@@ -62,6 +63,21 @@ std::string fatKind(const VolumeBootRecord& boot, const FatAreas& areas) {
   return clusters < kFirstFat16 ? "FAT12" : "FAT16";
 }
 
+// Where NTFS keeps half of the number of its sectors.
+u32 rootClusterIn(const VolumeBootRecord& boot) {
+  return static_cast<u32>(boot.ntfsSectorCount >> 32);
+}
+
+u64 rootByte(const VolumeBootRecord& boot, const FatAreas& areas) {
+  const u64 bytes = boot.sectorSizeBytes;
+  if (boot.sectorsPerFat == 0) {
+    constexpr u64 kFirstCluster = 2;
+    const u64 cluster = std::max<u64>(rootClusterIn(boot), kFirstCluster);
+    return (areas.firstData + (cluster - kFirstCluster) * boot.sectorsPerCluster) * bytes;
+  }
+  return (boot.reservedSectors + boot.fatCount * areas.sectorsPerFat) * bytes;
+}
+
 std::optional<LostVolume> fat(SuspectedVolume& volume, const VolumeBootRecord& boot) {
   const auto areas = fatAreas(boot);
   if (!areas) return std::nullopt;
@@ -73,7 +89,8 @@ std::optional<LostVolume> fat(SuspectedVolume& volume, const VolumeBootRecord& b
                     .type = type,
                     .sectorCount = sectorsIn(boot),
                     .confidence = *confidence,
-                    .namesItsPlace = boot.hiddenSectors == volume.startSector()};
+                    .namesItsPlace = boot.hiddenSectors == volume.startSector(),
+                    .usedAt = fatUsedAt(volume, rootByte(boot, *areas))};
 }
 
 std::optional<LostVolume> ntfs(SuspectedVolume& volume, const VolumeBootRecord& boot) {
@@ -87,7 +104,12 @@ std::optional<LostVolume> ntfs(SuspectedVolume& volume, const VolumeBootRecord& 
   if (!isPowerOfTwo(cluster) || cluster > kLargestClusterSectors || sectors == 0 ||
       sectors >= kAllOnes64 / bytes || boot.ntfsMftCluster >= sectors / cluster)
     return std::nullopt;
-  const bool hasTable = volume.hasText(boot.ntfsMftCluster * cluster * bytes, "FILE");
+  constexpr u64 kRootRecord = 5;
+  const u64 table = boot.ntfsMftCluster * cluster * bytes;
+  const u8 records = boot.ntfsRecordClusters;
+  const u64 recordBytes =
+      records < 128 ? records * cluster * bytes : u64{1} << std::min(256 - records, 31);
+  const bool hasTable = volume.hasText(table, "FILE");
   const bool hasCopy = volume.hasText(sectors * bytes + 3, "NTFS");
   const auto confidence = confidenceOf(volume.isPlacedBy(boot.hiddenSectors), hasTable && hasCopy);
   if (!confidence) return std::nullopt;
@@ -95,7 +117,8 @@ std::optional<LostVolume> ntfs(SuspectedVolume& volume, const VolumeBootRecord& 
                     .type = types::kNtfs,
                     .sectorCount = sectors + 1,
                     .confidence = *confidence,
-                    .namesItsPlace = boot.hiddenSectors == volume.startSector()};
+                    .namesItsPlace = boot.hiddenSectors == volume.startSector(),
+                    .usedAt = ntfsUsedAt(volume, table + kRootRecord * recordBytes)};
 }
 
 std::optional<LostVolume> hpfs(SuspectedVolume& volume, const VolumeBootRecord& boot) {

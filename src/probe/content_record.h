@@ -27,7 +27,9 @@ struct VolumeBootRecord {
   Le32 sectorsPerFat32;         // 36  FAT-32 only
   Le64 ntfsSectorCount;         // 40  without the boot sector's copy behind the volume
   Le64 ntfsMftCluster;          // 48  of the first record of the file table
-  std::array<u8, 24> unused;
+  std::array<u8, 8> unused;
+  u8 ntfsRecordClusters;  // 64  in a record of the file table; or the negative of a power of two
+  std::array<u8, 15> unused2;
   Le32 ntfsChecksum;  // 80
 };
 static_assert(sizeof(VolumeBootRecord) == 84 && offsetof(VolumeBootRecord, sectorCount16) == 19);
@@ -67,7 +69,8 @@ struct ExtSuperRecord {
   Le32 blockShift;      //  24  the block size is 1024 << this
   Le32 clusterShift;    //  28
   Le32 blocksPerGroup;  //  32
-  std::array<u8, 16> unused2;
+  std::array<u8, 12> unused2;
+  Le32 writeTime;   //  48  seconds since 1970
   Le16 mountCount;  //  52
   std::array<u8, 2> unused3;
   Le16 magic;  //  56  0xEF53
@@ -90,6 +93,40 @@ static_assert(offsetof(ExtSuperRecord, blocksPerGroup) == 32);
 static_assert(offsetof(ExtSuperRecord, inodeBytes) == 88);
 static_assert(offsetof(ExtSuperRecord, incompatibleFeatures) == 96);
 static_assert(offsetof(ExtSuperRecord, label) == 120);
+
+// A file record of NTFS begins so, and so does an attribute that it keeps in itself.
+struct NtfsFileRecord {
+  std::array<char, 4> magic;  //  0  "FILE"
+  std::array<u8, 16> unused;
+  Le16 firstAttribute;  // 20
+};
+static_assert(sizeof(NtfsFileRecord) == 22);
+struct NtfsAttributeRecord {
+  Le32 type;  //  0
+  std::array<u8, 4> unused;
+  u8 isElsewhere;  //  8
+  std::array<u8, 11> unused2;
+  Le16 contentOffset;  // 20
+};
+static_assert(sizeof(NtfsAttributeRecord) == 22);
+// In 100 ns since 1601.
+struct NtfsTimesRecord {
+  Le64 created;
+  Le64 contentChanged;
+  Le64 recordChanged;
+};
+static_assert(sizeof(NtfsTimesRecord) == 24);
+
+// What a directory of a FAT says of one file.
+struct FatEntryTimeRecord {
+  u8 first;  //  0  0 behind the last one
+  std::array<u8, 10> unused;
+  u8 attributes;  // 11
+  std::array<u8, 12> unused2;
+  Le16 date;  // 24  day, month, years since 1980 from bit 9 on
+  std::array<u8, 6> unused3;
+};
+static_assert(sizeof(FatEntryTimeRecord) == 32);
 
 // The first of the group descriptors, in the block behind the superblock's.
 struct ExtGroupRecord {

@@ -27,6 +27,9 @@ struct LostVolume {
   Confidence confidence = Confidence::sure;
   // Its header says how many sectors of the disk lie before it, and so many do.
   bool namesItsPlace = false;
+  // Seconds since 1970 of what was stored last in it; a day may be wrong, for a FAT has local time.
+  // 0: not known.
+  u64 usedAt = 0;
 };
 
 // Where volumes are looked for. Boot sectors say how many sectors lie before them: on the top level

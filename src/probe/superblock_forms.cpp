@@ -83,7 +83,8 @@ std::optional<LostVolume> ext(SuspectedVolume& volume, u64 offset) {
                     .type = types::kLinux,
                     .sectorCount = volume.sectorsOf(blocksIn(*super), blockBytesOf(*super)),
                     .label = fieldText(super->label),
-                    .confidence = confidence};
+                    .confidence = confidence,
+                    .usedAt = super->writeTime};
 }
 
 // --- XFS

@@ -32,12 +32,12 @@ u64 LaterPartitions::nextPlace(u64 lba) const {
   return std::min({nextMultiple(lba, mibSectors_), nextMultiple(lba, cylinderSectors_), onTrack});
 }
 
-std::optional<u64> LaterPartitions::firstIn(const LostPartition& found,
-                                            std::span<const u64> ownPlaces,
-                                            const std::function<bool(u64 lba)>& goesOn) {
+std::optional<LaterPartitions::Place> LaterPartitions::firstIn(
+    const LostPartition& found, u64 from, std::span<const u64> ownPlaces,
+    const std::function<bool(u64 lba)>& goesOn) {
   std::vector<u8> sector(disk_.sectorSize());
   std::deque<u64> ahead;
-  u64 next = nextPlace(found.startSector);
+  u64 next = nextPlace(from);
   for (;;) {
     for (; next <= found.endSector && ahead.size() < kPlacesAhead; next = nextPlace(next)) {
       disk_.willRead(next, 1);
@@ -47,17 +47,23 @@ std::optional<u64> LaterPartitions::firstIn(const LostPartition& found,
     const u64 lba = ahead.front();
     ahead.pop_front();
     if (std::ranges::find(ownPlaces, lba) != ownPlaces.end()) continue;
-    if (!disk_.readSectors(lba, sector.data(), 1) && beginsAt(lba, sector.data())) return lba;
+    if (disk_.readSectors(lba, sector.data(), 1)) continue;
+    if (auto place = placeAt(lba, sector.data())) return place;
   }
 }
 
-bool LaterPartitions::beginsAt(u64 lba, const u8* sector) {
-  if (!recogniser_.hasMagic(sector)) return false;
-  if (const auto volume = recogniser_.examine(lba, sector))
-    return volume->namesItsPlace && volume->confidence == Confidence::sure &&
-           volume->startSector == lba && volume->sectorCount <= search_.lastSector + 1 - lba;
+std::optional<LaterPartitions::Place> LaterPartitions::placeAt(u64 lba, const u8* sector) {
+  if (!recogniser_.hasMagic(sector)) return std::nullopt;
+  if (auto volume = recogniser_.examine(lba, sector)) {
+    if (!volume->namesItsPlace || volume->confidence != Confidence::sure ||
+        volume->startSector != lba || volume->sectorCount > search_.lastSector + 1 - lba)
+      return std::nullopt;
+    return Place{lba, std::move(volume)};
+  }
   const auto chain = chains_.examine(lba, sector);
-  return (chain && chain->partition.confidence == Confidence::sure) || isEbrOfVolume(lba, sector);
+  if ((chain && chain->partition.confidence == Confidence::sure) || isEbrOfVolume(lba, sector))
+    return Place{lba, std::nullopt};
+  return std::nullopt;
 }
 
 // In an extended partition, where a boot sector may count from its EBR.

@@ -17,16 +17,20 @@ class LaterPartitions {
   LaterPartitions(Drive& drive, const LostSearch& search, VolumeRecogniser& recogniser,
                   const ChainSearch& chains);
 
-  // Where the first one begins behind the first sector of `found`. Looks at the sectors alone where
+  struct Place {
+    u64 lba = 0;
+    std::optional<LostVolume> volume;  // nothing: an EBR
+  };
+  // The first one behind sector `from` of `found`. Looks at the sectors alone where
   // programs begin partitions: whole MiB, cylinders and the track behind; and takes nothing for one
   // that does not itself say that it lies there, for files hold images of volumes and of disks.
   // `ownPlaces` are passed over. `goesOn` is asked before each place, and ends the look by false.
-  std::optional<u64> firstIn(const LostPartition& found, std::span<const u64> ownPlaces,
-                             const std::function<bool(u64 lba)>& goesOn);
+  std::optional<Place> firstIn(const LostPartition& found, u64 from, std::span<const u64> ownPlaces,
+                               const std::function<bool(u64 lba)>& goesOn);
 
  private:
   u64 nextPlace(u64 lba) const;
-  bool beginsAt(u64 lba, const u8* sector);
+  std::optional<Place> placeAt(u64 lba, const u8* sector);
   bool isEbrOfVolume(u64 lba, const u8* sector);
 
   DiskDevice& disk_;

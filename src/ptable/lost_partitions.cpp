@@ -54,7 +54,8 @@ class Settlement {
         one.confidence = Confidence::doubtful;
     }
   }
-  // What begins inside an earlier one, and is no more certain, is a file in it.
+  // What begins inside an earlier one, and is no more certain, is a file in it; or a partition of
+  // an earlier time.
   void dropInner() {
     std::vector<LostPartition> kept;
     for (LostPartition& one : found_) {
@@ -62,7 +63,7 @@ class Settlement {
         return other.isSizeKnown && other.confidence <= one.confidence &&
                other.startSector <= one.startSector && one.startSector <= other.endSector;
       });
-      if (!isInner) kept.push_back(std::move(one));
+      if (!isInner || one.isEarlier) kept.push_back(std::move(one));
     }
     found_ = std::move(kept);
   }
@@ -143,9 +144,11 @@ class PartitionSearch {
   void test(Piece& piece);
   void testSectors(u64 lba, u64 count, const u8* sectors);
   void narrow(const Piece& piece);
+  std::optional<LostPartition> partitionOf(const LostVolume& volume) const;
   void testSector(u64 lba, const u8* sector);
   void take(LostPartition found, std::span<const u64> ownPlaces = {});
   void passOver(LostPartition& found, std::span<const u64> ownPlaces);
+  bool doubtByLater(LostPartition& found, std::span<const u64> ownPlaces);
   bool isPartitionedAnew(const LostPartition& found);
   void doneUpTo(u64 lba);
 
@@ -234,22 +237,28 @@ void PartitionSearch::testSectors(u64 lba, u64 count, const u8* sectors) {
   }
 }
 
+std::optional<LostPartition> PartitionSearch::partitionOf(const LostVolume& volume) const {
+  LostPartition found;
+  found.kind = volume.kind;
+  found.startSector = volume.startSector;
+  found.isSizeKnown = volume.sectorCount != 0;
+  if (found.isSizeKnown) {
+    if (volume.sectorCount > search_.lastSector + 1 - volume.startSector) return std::nullopt;
+    found.endSector = volume.startSector + volume.sectorCount - 1;
+  }
+  found.type = search_.isInsideExtended || drive_.isGpt()
+                   ? volume.type
+                   : drive_.typeForEnd(volume.type, found.endSector);
+  found.label = volume.label;
+  found.confidence = volume.confidence;
+  found.usedAt = volume.usedAt;
+  return found;
+}
+
 void PartitionSearch::testSector(u64 lba, const u8* sector) {
   if (const auto volume = recogniser_.examine(lba, sector)) {
-    LostPartition found;
-    found.kind = volume->kind;
-    found.startSector = volume->startSector;
-    found.isSizeKnown = volume->sectorCount != 0;
-    if (found.isSizeKnown) {
-      if (volume->sectorCount > search_.lastSector + 1 - volume->startSector) return;
-      found.endSector = volume->startSector + volume->sectorCount - 1;
-    }
-    found.type = search_.isInsideExtended || drive_.isGpt()
-                     ? volume->type
-                     : drive_.typeForEnd(volume->type, found.endSector);
-    found.label = volume->label;
-    found.confidence = volume->confidence;
-    return take(std::move(found));
+    if (auto found = partitionOf(*volume)) take(std::move(*found));
+    return;
   }
   if (const auto chain = chains_.examine(lba, sector)) take(chain->partition, chain->places);
 }
@@ -285,22 +294,41 @@ void PartitionSearch::take(LostPartition found, std::span<const u64> ownPlaces) 
 // What lies in a partition is not searched, but where the disk was partitioned differently at
 // another time: the one that was found may be of then, and the ones in it of now.
 void PartitionSearch::passOver(LostPartition& found, std::span<const u64> ownPlaces) {
+  if (isPartitionedAnew(found) || doubtByLater(found, ownPlaces))
+    found.confidence = Confidence::doubtful;
+  else
+    floor_ = found.endSector + 1;
+}
+
+// Whether there is one in it that may be later. Earlier ones are kept with the finds.
+bool PartitionSearch::doubtByLater(LostPartition& found, std::span<const u64> ownPlaces) {
+  constexpr u64 kDay = 86400;
   const u64 unit = kMiB / disk_.sectorSize();
-  const bool isOnTrack = found.startSector % unit != 0;
   const auto goesOn = [this](u64 lba) {
     doneUpTo(lba);
     report_.isStopped = report_.isStopped || job_.shouldStop();
     return !report_.isStopped;
   };
-  const bool isAnew = isPartitionedAnew(found);
-  const auto later = isAnew ? std::nullopt : later_.firstIn(found, ownPlaces, goesOn);
-  if (!isAnew && !later) {
-    floor_ = found.endSector + 1;
-    return;
+  std::vector<LostPartition> earlier;
+  u64 from = found.startSector;
+  while (const auto place = later_.firstIn(found, from, ownPlaces, goesOn)) {
+    from = place->lba;
+    const u64 usedAt = place->volume ? place->volume->usedAt : 0;
+    const bool areKnown = usedAt != 0 && found.usedAt != 0;
+    if (!areKnown || found.usedAt <= usedAt + kDay) {
+      found.isEarlier = areKnown && usedAt > found.usedAt + kDay;
+      // Tracks came before MiB; of two that begin alike nobody knows which is older.
+      found.isContested = !found.isEarlier && (found.startSector % unit == 0 || from % unit != 0);
+      return true;
+    }
+    if (auto one = partitionOf(*place->volume)) earlier.push_back(std::move(*one));
   }
-  found.confidence = Confidence::doubtful;
-  // Tracks came before MiB; of two that begin alike nobody knows which is older.
-  found.isContested = later && !(isOnTrack && *later % unit == 0);
+  for (LostPartition& one : earlier) {
+    one.confidence = Confidence::doubtful;
+    one.isEarlier = true;
+    report_.found.push_back(std::move(one));
+  }
+  return false;
 }
 
 void PartitionSearch::doneUpTo(u64 lba) {

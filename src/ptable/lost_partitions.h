@@ -28,6 +28,9 @@ struct LostPartition {
   Confidence confidence = Confidence::sure;
   // What lies in it, or around it, names its place just as well: one of them is of an earlier time.
   bool isContested = false;
+  // What lies in it, or around it, was used after it.
+  bool isEarlier = false;
+  u64 usedAt = 0;       // see LostVolume
   u32 volumeCount = 0;  // of an extended partition, which comes back with them
   // Inside an extended partition, where its EBR can go; nothing: there is no room for one.
   std::optional<u64> ebrSector;

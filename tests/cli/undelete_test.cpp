@@ -111,6 +111,35 @@ TEST_F(UndeleteTest, EntriesOfAnEmbrComeBackInTheMbrToo) {
   EXPECT_NE(none.output.find("No lost partition was found"), std::string::npos) << none.output;
 }
 
+// A disk that was partitioned twice: what each file system stored last says which time was later.
+TEST_F(UndeleteTest, OfTwoLayoutsTheLaterOneComesBack) {
+  const std::string path = folder_.sparse("disk.img", 128 * kMiB);
+  const std::string volume = folder_.sparse("volume.img", 100 * kMiB);
+  const std::string inner = folder_.sparse("inner.img", 16 * kMiB);
+  ASSERT_EQ(runProgram({"mkntfs", "-q", "-F", "-Q", "-p", "81920", inner}).status, 0);
+  const auto put = [&](const std::string& from, u64 start) {
+    return runProgram({"dd", "if=" + from, "of=" + path, "seek=" + std::to_string(start),
+                       "conv=notrunc,sparse", "status=none"})
+        .status;
+  };
+  const std::vector<std::pair<const char*, Extent>> times = {{"978307200", {81920, 32768, 0x07}},
+                                                             {"2114380800", {2048, 204800, 0x83}}};
+  for (const auto& [written, expected] : times) {
+    SCOPED_TRACE(written);
+    ASSERT_EQ(makeTable(path, "label: dos\n"), "");
+    ASSERT_EQ(runProgram({"env", std::string("E2FSPROGS_FAKE_TIME=") + written, "mkfs.ext4", "-q",
+                          "-F", volume})
+                  .status,
+              0);
+    ASSERT_EQ(put(volume, 2048), 0);
+    ASSERT_EQ(put(inner, 81920), 0);
+    const Ctl::Answer dry = ctl_.json({"undelete", path, "--dry-run"});
+    ASSERT_EQ(dry.json["found"].Size(), 2U) << "nothing is lost";
+    ctl_.expectDone({"undelete", path, "--all"});
+    EXPECT_EQ(extentsIn(path), std::vector{expected});
+  }
+}
+
 // An HFS+ whose size its program chooses, and a container that says none.
 TEST_F(UndeleteTest, HfsPlusAndLuksComeBackByTheirHeaders) {
   constexpr u64 kSector = 512;

@@ -182,6 +182,26 @@ TEST_F(LostPartitionsTest, PartitionsInsideAnotherOneThatSayTheirPlaceAreOffered
   EXPECT_EQ(job_.done, job_.total);
 }
 
+TEST_F(LostPartitionsTest, OfTwoThatWereUsedOnDifferentDaysTheLaterOneIsSure) {
+  const auto putLabel = [this](u64 lba, u32 year) {
+    std::array<u8, 32> entry{'L', 'A', 'B', 'E', 'L', ' ', ' ', ' ', ' ', ' ', ' ', 8};
+    entry[24] = 0x21;  // the first of January
+    entry[25] = static_cast<u8>((year - 1980) << 1);
+    put((lba + 17) * 512, entry);
+  };
+  putFat(2048, 2048, 40000);
+  putFat(8192, 8192);
+  putFat(20480, 20480);
+  for (const u64 lba : {8192U, 20480U}) putLabel(lba, 2010);
+  putLabel(2048, 2020);
+  EXPECT_EQ(search(),
+            "FAT16 2048+40000 sure\nFAT12 8192+4096 doubtful\nFAT12 20480+4096 doubtful\n");
+  EXPECT_TRUE(report_.found[1].isEarlier);
+  putLabel(2048, 2000);
+  EXPECT_EQ(search(), "FAT16 2048+40000 doubtful\nFAT12 8192+4096 sure\nFAT12 20480+4096 sure\n");
+  EXPECT_TRUE(report_.found[0].isEarlier);
+}
+
 TEST_F(LostPartitionsTest, AnImageInAFileIsNoPartition) {
   putFat(2048, 2048, 40000);
   putFat(8192, 2048);
