@@ -201,6 +201,11 @@ void EditText::setSaved() {
 }
 
 std::string pastedText(std::string_view text) {
+  std::string valid;
+  if (!utf16Of(text)) {
+    for (std::size_t at = 0; at < text.size();) appendUtf8(valid, nextCharacter(text, at));
+    text = valid;
+  }
   std::string clean;
   clean.reserve(text.size());
   for (std::size_t at = 0; at < text.size(); ++at) {

@@ -77,7 +77,7 @@ class EditText {
   u32 codePage_ = 0;           // 0: UTF-8
 };
 
-// What is pasted, as change() and the editor take it: LF at line ends, and no NULs.
+// What is pasted, as change() and the editor take it: UTF-8 with LF at line ends, and no NULs.
 std::string pastedText(std::string_view text);
 
 }  // namespace tallowin

@@ -51,6 +51,7 @@ TEST(EditTextTest, ALineKeepsItsEndAndANewOneTakesThatOfItsOrigin) {
   EXPECT_EQ("a\r\nb\r\n", dos.bytes());
   EXPECT_EQ("ASCII, CR LF", dos.formText());
   EXPECT_EQ("a\nb\nc", pastedText(std::string("a\r\nb\rc\0", 7)));
+  EXPECT_EQ("\uFFFDx", pastedText("\xFFx"));
 }
 
 // Whatever is done is taken back, with the ends of lines that were deleted.

@@ -84,17 +84,21 @@ bool DialogWindow::takeClosed() {
 
 void DialogWindow::showCentred() {
   const Fl_Window* front = Fl::modal() ? Fl::modal() : Fl::first_window();
-  int screenX, screenY, screenWidth, screenHeight;
+  int areaX, areaY, areaWidth, areaHeight;
+  if (front)
+    Fl::screen_work_area(areaX, areaY, areaWidth, areaHeight, front->x(), front->y());
+  else
+    Fl::screen_work_area(areaX, areaY, areaWidth, areaHeight);
+  int left = areaX + (areaWidth - w()) / 2;
+  int top = areaY + (areaHeight - h()) / 2;
   if (front) {
-    Fl::screen_work_area(screenX, screenY, screenWidth, screenHeight, front->x(), front->y());
-    screenX = front->x() + (front->w() - w()) / 2;
-    screenY = front->y() + (front->h() - h()) / 2;
-  } else {
-    Fl::screen_work_area(screenX, screenY, screenWidth, screenHeight);
-    screenX += (screenWidth - w()) / 2;
-    screenY += (screenHeight - h()) / 2;
+    left = front->x() + (front->w() - w()) / 2;
+    top = front->y() + (front->h() - h()) / 2;
   }
-  position(screenX > 0 ? screenX : 0, screenY > 0 ? screenY : 0);
+  // Whole on the screen, its upper left corner at least.
+  left = std::max(areaX, std::min(left, areaX + areaWidth - w()));
+  top = std::max(areaY, std::min(top, areaY + areaHeight - h()));
+  position(left, top);
   show();
 }
 

@@ -29,7 +29,7 @@ class DialogWindow : public Fl_Double_Window {
   // Makes `button` noted by pressed().
   void watch(Fl_Button* button);
 
-  // Above the window that is in front, else in the middle of the screen.
+  // Above the window that is in front, as far as the screen allows, else in the middle of it.
   void showCentred();
 
   // The watched button pressed since the last call, or null.
