@@ -53,6 +53,11 @@ Failure deleteSome(FileSystem& files) {
   return put(files, "/new", randomBytes(4, 3000));
 }
 
+Failure takeItsPlace(FileSystem& files) {
+  if (const Failure failed = put(files, "/dir/a new one", randomBytes(6, 4000))) return failed;
+  return files.replace("/dir/a new one", "/grows");
+}
+
 const std::vector<std::string> kTooLong = {"/GROWS", "cluster chain length is >",
                                            "Truncating file"};
 const std::vector<std::string> kTwoNames = {"/GROWS",
@@ -74,6 +79,7 @@ const Change kChanges[] = {
      [](FileSystem& files) { return put(files, "/grows", randomBytes(5, 4000)); },
      {"/grows"},
      {}},
+    {"takeItsPlace", takeItsPlace, {"/dir/a new one", "/grows"}, {}},
     {"extend", extendOld, {"/grows"}, kTooLong},
     {"shrink", shrinkOld, {"/grows"}, kTooLong},
     {"delete", deleteSome, {"/dir/gone one", "/empty", "/new"}, {}},
