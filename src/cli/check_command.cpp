@@ -76,7 +76,7 @@ std::string mendsText(const char* what, const std::vector<Mend>& mends) {
   for (const Mend& mend : mends)
     text +=
         format("%s%s %s\n", isPossible(mend) ? what : "", mend.fault.c_str(), mend.remedy.c_str());
-  if (!std::ranges::all_of(mends, isPossible)) text += std::string(kMakeRoom) + "\n";
+  if (!std::ranges::all_of(mends, isPossible)) text.append(kMakeRoom) += "\n";
   return text;
 }
 
