@@ -16,6 +16,7 @@ constexpr NameRules kRules{.hasShortNames = true, .longestName = kFatLongestName
 constexpr u64 kLargestFile = kAllOnes32;
 constexpr std::size_t kMostChanges = 256 * 1024;  // entries of the FAT that are held back
 constexpr std::size_t kMostDirectories = 256;     // that are held in memory
+constexpr u64 kMostHeldEntries = 512 * 1024;      // of them
 constexpr u64 kZeroBytes = 1 * kMiB;              // a piece of a file that grows
 constexpr u32 kBadCluster = 1;                    // of an entry that leads nowhere
 constexpr u32 kUpTo = kAllOnes32;
@@ -151,7 +152,9 @@ Failure FatFileSystem::directoryOf(FileId id, Directory& directory) {
     directory = known->second;
     return {};
   }
-  if (directories_.size() >= kMostDirectories)
+  u64 entries = 0;
+  for (const auto& [first, held] : directories_) entries += held->size();
+  if (directories_.size() >= kMostDirectories || entries >= kMostHeldEntries)
     std::erase_if(directories_, [](const auto& held) {
       return !held.second->isChanged() && held.second.use_count() == 1;
     });

@@ -6,6 +6,10 @@
 namespace tallowin {
 namespace {
 
+// So many entries are believed without a look at the size of the volume; none is shorter than that.
+constexpr u64 kBelievedEntries = 100'000;
+constexpr u64 kShortestEntryBytes = 32;
+
 class Walk {
  public:
   Walk(FileSystem& files, const VisitFile& visit, const PassOver& passOver)
@@ -19,6 +23,7 @@ class Walk {
 
  private:
   FileFailure all(const std::string& path, std::vector<FileInfo>& entries) {
+    if (const Failure failed = count(entries.size())) return {failed, path};
     std::ranges::sort(entries, {}, &FileInfo::name);
     for (const FileInfo& entry : entries)
       if (FileFailure failed = one(joinedPath(path, entry.name), entry)) return failed;
@@ -33,6 +38,16 @@ class Walk {
     return all(path, entries);
   }
 
+  // Directories that share their clusters name the same entries again and again.
+  Failure count(std::size_t entries) {
+    entries_ += entries;
+    if (entries_ < kBelievedEntries) return {};
+    SpaceInfo space;
+    if (const Failure failed = files_.space(space)) return failed;
+    const u64 most = space.totalUnits * space.unitBytes / kShortestEntryBytes;
+    return entries_ > most ? Failure(Error::corrupt) : Failure();
+  }
+
   Failure judge(const std::string& path, const FileInfo& entry) {
     if (checkName(entry.name, files_.rules())) return Error::corrupt;
     // A directory is in one other alone, and in none that is below it.
@@ -40,7 +55,7 @@ class Walk {
     return visit_(path, entry);
   }
 
-  FileFailure passedOver(FileFailure failed) const {
+  FileFailure passedOver(const FileFailure& failed) const {
     return passOver_ && passOver_(failed) ? FileFailure() : failed;
   }
 
@@ -48,6 +63,7 @@ class Walk {
   const VisitFile& visit_;
   const PassOver& passOver_;
   std::set<FileId> seen_;
+  u64 entries_ = 0;
 };
 
 }  // namespace

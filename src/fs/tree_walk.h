@@ -22,8 +22,9 @@ struct [[nodiscard]] FileFailure {
 std::string joinedPath(const std::string& directory, const std::string& name);
 
 // Calls visit(path, entry) for everything below the directory, in the order of names, a directory
-// before what is in it; a failure of it ends the walk. corrupt: a directory holds itself, or an
-// entry has a name that no path can hold. Nothing of it may be changed meanwhile.
+// before what is in it; a failure of it ends the walk. corrupt: a directory holds itself, an
+// entry has a name that no path can hold, or there are more than the volume has room for. Nothing
+// of it may be changed meanwhile.
 using VisitFile = std::function<Failure(const std::string& path, const FileInfo& entry)>;
 // Asked about a failure with something below the directory, also one of the visit. True: it was
 // told, and the walk goes on without that, and without what is in it.

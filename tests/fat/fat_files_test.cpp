@@ -5,6 +5,7 @@
 #include <fstream>
 #include <set>
 
+#include "base/text.h"
 #include "damaged_volume.h"
 #include "fat/fat_file_system.h"
 #include "fat/fat_names.h"
@@ -12,6 +13,7 @@
 #include "fat/fat_requests.h"
 #include "fat/fat_time.h"
 #include "fs/file_system.h"
+#include "fs/tree_walk.h"
 #include "support/disk_file.h"
 #include "support/oracle.h"
 #include "support/temp_folder.h"
@@ -196,6 +198,34 @@ TEST(FatDotNamesTest, AreFilesLikeAnyOther) {
   EXPECT_EQ(Error::none, files->removeDirectory("/SUB"));
   EXPECT_EQ(Error::none, files->sync());
   EXPECT_EQ(FatFault::none, volume.check().fault);
+}
+
+// Directories that begin in the middle of one another name millions of entries on 2 MB.
+TEST(FatCrossedDirectoriesTest, EndTheWalk) {
+  constexpr u32 kFirst = 100, kCount = 1000;
+  DamagedVolume volume(0x01, 4000);
+  volume.fill();
+  const FatLayout layout = volume.volume().layout;
+  u32 number = 0;
+  for (u32 cluster = kFirst; cluster < kFirst + kCount; ++cluster) {
+    volume.setFat(cluster, cluster + 1 < kFirst + kCount ? cluster + 1 : layout.endMark());
+    std::vector<u8> sector(512);
+    for (std::size_t at = 0; at < sector.size(); at += 32, ++number) {
+      auto& entry = *recordAt<FatDirectoryEntryRecord>(std::span(sector), at);
+      std::copy_n(format("D%07uXYZ", number).c_str(), 11, entry.name);
+      entry.attributes = kFatDirectory;
+      setFirstCluster(entry, kFirst + number % kCount);
+    }
+    volume.disk().setSector(layout.clusterToSector(cluster), sector);
+  }
+  volume.entry(kSub, [](auto& e) { setFirstCluster(e, kFirst); });
+  u64 visited = 0;
+  const std::unique_ptr<FileSystem> files = volume.open();
+  const FileFailure failed = walkTree(
+      *files, "/", [&](const std::string&, const FileInfo&) { return ++visited, Failure(); },
+      [](const FileFailure&) { return true; });
+  EXPECT_EQ(Error::corrupt, failed.failure);
+  EXPECT_LE(visited, 100'000U);
 }
 
 TEST_F(FatFilesTest, AFullRootAndTheLargestFile) {
