@@ -44,9 +44,11 @@ void findPattern(FileSystem& files, const std::string& pattern) {
 
 void change(FileSystem& files, const std::string& from, const std::string& to) {
   if (files.move(from, to)) return;
-  FileInfo moved;
-  require(!files.info(to, moved));
-  require(!isSameName(plain(from), plain(to), files.rules()) || !files.info(from, moved));
+  // The way that it was named by may have led through what was moved; and its new short name may be
+  // the one that it was called by.
+  FileInfo moved, old;
+  require(!files.info(plain(to), moved));
+  require(files.info(plain(from), old) || old.id == moved.id);
 }
 
 }  // namespace
