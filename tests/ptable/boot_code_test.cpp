@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "disk/memory_disk.h"
+#include "ptable/table_bench.h"
 #include "support/boot_machine.h"
 #include "support/disk_file.h"
 
@@ -46,13 +46,8 @@ std::vector<u8> bootSector() {
   return code;
 }
 
-MbrSlotRecord slotAt(u32 startLba) {
-  MbrSlotRecord slot{};
-  slot.bootIndicator = kBootActive;
-  slot.type = 0x83;
-  slot.startLba = startLba;
-  slot.sectorCount = 2048;
-  return slot;
+MbrSlotRecord slotAt(u32 startLba, u8 bootIndicator = kBootActive) {
+  return slot(0x83, startLba, 2048, bootIndicator);
 }
 
 class BootCodeTest : public testing::TestWithParam<BootCode> {
@@ -82,16 +77,13 @@ class BootCodeTest : public testing::TestWithParam<BootCode> {
 };
 
 TEST_P(BootCodeTest, StartsTheActivePartition) {
-  MbrSlotRecord other = slotAt(4096);
-  other.bootIndicator = 0;
-  expectShown({other, slotAt(kPartition)}, kStarted);
+  expectShown({slotAt(4096, 0), slotAt(kPartition)}, kStarted);
 }
 
 TEST_P(BootCodeTest, RefusesATableWithoutOneClearActiveSlot) {
-  MbrSlotRecord odd = slotAt(kPartition);
-  odd.bootIndicator = 0x01;
-  for (const auto& slots : {std::vector{slotAt(kPartition), slotAt(4096)},
-                            std::vector<MbrSlotRecord>{}, std::vector{slotAt(kPartition), odd}})
+  for (const auto& slots :
+       {std::vector{slotAt(kPartition), slotAt(4096)}, std::vector<MbrSlotRecord>{},
+        std::vector{slotAt(kPartition), slotAt(kPartition, 0x01)}})
     expectShown(slots, "Invalid partition table");
 }
 

@@ -172,11 +172,7 @@ TEST(Convert, EachFailedTransferLeavesTheTableThatTheErrorNamesForOtherProgramsT
 TEST(Convert, StrangeSlotsBesideAGptAreNamedAndOnlyDroppedForWhoInsists) {
   MemoryDisk disk = diskFromScript(kSectors, kGptOfThree);
   editSector<MbrRecord>(disk, 0, [](MbrRecord& mbr) {
-    for (std::size_t i = 1; i < kMbrSlots; ++i) {
-      mbr.slots[i].type = 0x83;
-      mbr.slots[i].startLba = static_cast<u32>(60000 + i * 100);
-      mbr.slots[i].sectorCount = 50;
-    }
+    for (std::size_t i = 1; i < kMbrSlots; ++i) mbr.slots[i] = slot(0x83, 60000 + i * 100, 50);
   });
   for (const Scheme target : {Scheme::mbr, Scheme::embr}) {
     TableBench bench(disk.copy());
@@ -371,17 +367,6 @@ TEST(Convert, LeftoversOfOwnTablesDoNotBlockTheNextConversion) {
   EXPECT_EQ(gptProblems(small.disk()), "");
 }
 
-TEST(Convert, TheReservedPartitionTakesTheFirstLargeBlock) {
-  TableBench bench(diskFromScript(kSectors, kPrimaries), alignedTo(2048));
-  ASSERT_EQ(toGptWithReserved(bench.drive()), Error::none);
-  const std::vector<GptRow> rows = gptRowsOf(bench.reopen());
-  ASSERT_EQ(rows.size(), 3U);
-  EXPECT_EQ(rows[1].type, "E3C9E316-0B5C-4DB8-817D-F92DF00215AE");
-  EXPECT_EQ(rows[1].name, "Microsoft reserved partition");
-  EXPECT_EQ(rows[1].size, 32768U);
-  EXPECT_EQ(gptProblems(bench.disk()), "");
-}
-
 TEST(Convert, EachRefusalHasItsCodeAndWritesNothing) {
   const auto dos = [](const std::string& script, u64 sectors = kSectors) {
     return diskFromScript(sectors, script);
@@ -454,34 +439,8 @@ TEST(Convert, BootLoadersInTheWayAreNamedAndKept) {
   expectRefused(biosBoot.copy(), toMbr, Error::sectorsInUse, "BIOS Boot");
 }
 
-TEST(Convert, ADiskWithoutATableGetsAnEmptyOneWhenThatIsAllowed) {
-  const std::vector<std::string> makers[] = {
-      {"mkfs.fat", "IMAGE"}, {"mkfs.ext4", "-q", "-F", "IMAGE"}, {"mkswap", "IMAGE"}};
-  for (const std::vector<std::string>& maker : makers) {
-    TableBench bench(diskFromCommands(kSectors * 512, 512, {maker}));
-    ASSERT_EQ(bench.drive().scheme(), Scheme::wholeDisk) << maker.front();
-    for (const Conversion run : {toMbr, toGpt, toEmbr})
-      EXPECT_EQ(run(bench.drive()), Error::noTable) << maker.front();
-    MemoryDisk before = bench.disk().copy();
-    TableBackup backup;
-    ASSERT_EQ(takeTableBackup(bench.drive(), 0, backup), Error::none);
-    ASSERT_EQ(convertToMbr(bench.drive(), true), Error::none) << maker.front();
-    EXPECT_EQ(bench.reopen().scheme(), Scheme::mbr) << maker.front();
-    EXPECT_EQ(bench.drive().table().usedSlots, 0U) << maker.front();
-    EXPECT_EQ(readTable(bench.disk()).problems, "") << maker.front();
-    const TempFolder folder;
-    storeDisk(bench.disk(), folder.file("disk.img"));
-    const std::string seen =
-        runProgram({"blkid", "-p", "-o", "export", folder.file("disk.img")}).output;
-    EXPECT_NE(seen.find("PTTYPE=dos"), std::string::npos) << seen;
-    EXPECT_EQ(seen.find("\nTYPE="), std::string::npos) << maker.front() << ": " << seen;
-    // The kept copy brings the file system back whole.
-    EXPECT_EQ(restoreTable(bench.drive(), backup), Error::none) << maker.front();
-    EXPECT_TRUE(bench.disk().sameContent(before)) << maker.front();
-  }
-}
-
-TEST(DriveWrite, AVolumeThatFillsTheDiskIsRemovedForOtherProgramsToo) {
+// It is gone for other programs too, and the kept copy brings it back whole.
+TEST(Convert, AVolumeWithoutATableIsRemovedOrGivesWayToOneWhenThatIsAllowed) {
   const std::vector<std::string> makers[] = {{"mkfs.fat", "-F32", "IMAGE"},
                                              {"mkfs.ext4", "-q", "-F", "IMAGE"},
                                              {"mkfs.xfs", "-q", "IMAGE"},
@@ -491,16 +450,27 @@ TEST(DriveWrite, AVolumeThatFillsTheDiskIsRemovedForOtherProgramsToo) {
     SCOPED_TRACE(maker.front());
     if (!hasProgram(maker.front())) continue;
     TableBench bench(diskFromCommands(400 * kMiB, 512, {maker}));
+    ASSERT_EQ(bench.drive().scheme(), Scheme::wholeDisk);
+    for (const Conversion run : {toMbr, toGpt, toEmbr})
+      EXPECT_EQ(run(bench.drive()), Error::noTable);
     MemoryDisk before = bench.disk().copy();
     TableBackup backup;
     ASSERT_EQ(takeTableBackup(bench.drive(), 0, backup), Error::none);
-    ASSERT_EQ(bench.drive().remove(*bench.drive().table().entries.front()), Error::none);
-    EXPECT_EQ(bench.reopen().partitionCount(), 0U);
-    const TempFolder folder;
-    storeDisk(bench.disk(), folder.file("disk.img"));
-    EXPECT_EQ(runProgram({"blkid", "-p", "-o", "export", folder.file("disk.img")}).output, "");
-    EXPECT_EQ(restoreTable(bench.drive(), backup), Error::none);
-    EXPECT_TRUE(bench.disk().sameContent(before));
+    for (const bool removes : {true, false}) {
+      Drive& drive = bench.reopen();
+      ASSERT_EQ(removes ? drive.remove(*drive.table().entries.front()) : convertToMbr(drive, true),
+                Error::none);
+      EXPECT_EQ(bench.reopen().partitionCount(), 0U);
+      const TempFolder folder;
+      storeDisk(bench.disk(), folder.file("disk.img"));
+      const std::string seen =
+          runProgram({"blkid", "-p", "-o", "export", folder.file("disk.img")}).output;
+      EXPECT_EQ(seen.empty(), removes) << seen;
+      EXPECT_EQ(seen.find("PTTYPE=dos") != std::string::npos, !removes) << seen;
+      EXPECT_EQ(seen.find("\nTYPE="), std::string::npos) << seen;
+      EXPECT_EQ(restoreTable(bench.drive(), backup), Error::none);
+      EXPECT_TRUE(bench.disk().sameContent(before));
+    }
   }
 }
 

@@ -4,30 +4,15 @@
 #include <algorithm>
 
 #include "ptable/table_bench.h"
-#include "support/disk_file.h"
-#include "support/oracle.h"
-#include "support/temp_folder.h"
 
 namespace tallowin {
 namespace {
 
 constexpr u64 kDiskSectors = 204800;
 constexpr u64 kContainer = 20480;
-constexpr u64 kSecondEbr = 59392;  // of volume 6; volumes begin 2048 sectors behind their EBRs
-constexpr const char* kVolumes =
-    "label: dos\nlabel-id: 0x12345678\n1:start=2048,size=4096,type=83\n"
-    "2:start=20480,size=102400,type=f\n5:start=22528,size=8192,type=83\n"
-    "6:start=61440,size=8192,type=b\n7:start=81920,size=8192,type=82\n";
+constexpr u64 kSecondEbr = 59392;  // of volume 6
 
 const DriveOpenOptions kAligned = alignedTo(2048);
-
-MbrSlotRecord slot(u8 type, u32 start, u32 count) {
-  MbrSlotRecord record{};
-  record.type = type;
-  record.startLba = start;
-  record.sectorCount = count;
-  return record;
-}
 
 // The volume and the link of an EBR by sfdisk go to other slots.
 void moveSlots(EbrRecord& ebr, std::size_t volume, std::size_t link) {
@@ -51,7 +36,7 @@ void expectAgreement(TableBench& bench, const std::string& what) {
 }
 
 TEST(Ebr, VolumeAndLinkMayLieInAnySlot) {
-  MemoryDisk plain = diskFromScript(kDiskSectors, kVolumes);
+  MemoryDisk plain = diskFromScript(kDiskSectors, kThreeVolumes);
   const std::string picture = pictureOf(TableBench(plain.copy(), kAligned).drive());
   for (const u64 ebr : {kContainer, kSecondEbr}) {
     for (std::size_t volume = 0; volume < kMbrSlots; ++volume) {
@@ -142,7 +127,7 @@ const Unclear kUnclear[] = {
 
 TEST(Ebr, WhatIsNotUnderstoodIsMarkedAndNeitherFreeNorChanged) {
   for (const Unclear& c : kUnclear) {
-    MemoryDisk disk = diskFromScript(kDiskSectors, kVolumes);
+    MemoryDisk disk = diskFromScript(kDiskSectors, kThreeVolumes);
     c.make(disk);
     TableBench bench(disk.copy(), kAligned);
     EXPECT_EQ(pictureOf(bench.drive()),
@@ -181,7 +166,7 @@ TEST(Ebr, WhatIsNotUnderstoodIsMarkedAndNeitherFreeNorChanged) {
 
 // The last volume goes, whatever the first EBR holds beside its volume and its link.
 TEST(Ebr, WhatIsSafeIsDoneInAChainThatIsNotUnderstood) {
-  MemoryDisk disk = diskFromScript(kDiskSectors, kVolumes);
+  MemoryDisk disk = diskFromScript(kDiskSectors, kThreeVolumes);
   kUnclear[0].make(disk);
   const std::vector<SfdiskRow> before = readTable(disk).rows;
   TableBench bench(std::move(disk), kAligned);
@@ -191,7 +176,7 @@ TEST(Ebr, WhatIsSafeIsDoneInAChainThatIsNotUnderstood) {
 
 // Volumes whose container is of a hidden type are listed behind those that the kernel counts.
 TEST(Ebr, TheKernelCountsNoVolumeOfAHiddenExtendedPartition) {
-  MemoryDisk disk = diskFromScript(kDiskSectors, kVolumes);
+  MemoryDisk disk = diskFromScript(kDiskSectors, kThreeVolumes);
   editSector<MbrRecord>(disk, 0, [](MbrRecord& mbr) {
     mbr.slots[2] = mbr.slots[1];
     mbr.slots[1] = slot(0x15, 131072, 65536);
@@ -217,23 +202,16 @@ TEST(Ebr, TheKernelCountsNoVolumeOfAHiddenExtendedPartition) {
   EXPECT_EQ(rowsOf(drive).size(), 6U);
 }
 
-TEST(Ebr, ANewExtendedPartitionIsAcceptedByOtherPrograms) {
+TEST(Ebr, ANewExtendedPartitionIsEmptyAndNotActive) {
   MemoryDisk disk(kDiskSectors);
   // What lay there before must not come back as volumes.
-  MemoryDisk old = diskFromScript(kDiskSectors, kVolumes);
+  MemoryDisk old = diskFromScript(kDiskSectors, kThreeVolumes);
   disk.setSector(kContainer, old.sector(kContainer));
   TableBench bench(std::move(disk), kAligned);
   ASSERT_EQ(addAt(bench.drive(), kContainer, 102400, 0x0F), Error::none);
   EXPECT_EQ(pictureOf(bench.drive()),
             "free 2048..20479\n1: 20480..122879 0Fh\n  free 22528..122879\n"
             "free 122880..204799\n");
-  const TempFolder folder;
-  const std::string image = folder.file("disk.img");
-  storeDisk(bench.disk(), image);
-  const ProgramResult parted = runProgram({"parted", "-s", "-m", image, "unit", "s", "print"});
-  EXPECT_EQ(parted.status, 0) << parted.output;
-  EXPECT_NE(parted.output.find("1:20480s:122879s:102400s"), std::string::npos) << parted.output;
-  EXPECT_EQ(parted.output.find("Error"), std::string::npos) << parted.output;
   ASSERT_EQ(addAt(bench.drive(), 2048, 2048, 0x83), Error::none);
   EXPECT_EQ(mbrOf(bench.disk()).slots[0].bootIndicator, 0);
   EXPECT_EQ(mbrOf(bench.disk()).slots[1].bootIndicator, kBootActive);
@@ -243,7 +221,7 @@ TEST(Ebr, ANewExtendedPartitionIsAcceptedByOtherPrograms) {
 TEST(Ebr, WhatADeletedFirstVolumeLeavesIsFree) {
   MemoryDisk disk = diskFromCommands(
       kDiskSectors * 512, 512,
-      {{"sfdisk", "-q", "IMAGE"}, {"sfdisk", "-q", "--delete", "IMAGE", "5"}}, kVolumes);
+      {{"sfdisk", "-q", "IMAGE"}, {"sfdisk", "-q", "--delete", "IMAGE", "5"}}, kThreeVolumes);
   TableBench bench(std::move(disk), kAligned);
   expectAgreement(bench, "deleted");
   EXPECT_EQ(pictureOf(bench.drive()),

@@ -10,31 +10,6 @@ namespace {
 
 constexpr u64 kSectors = 100 * kMiB / 512;
 
-Guid someGuid(u8 seed) {
-  Guid guid;
-  for (std::size_t i = 0; i < guid.bytes.size(); ++i) guid.bytes[i] = static_cast<u8>(seed + i);
-  return guid;
-}
-
-void addEntry(GptImage& image, u32 index, u64 first, u64 last, const std::string& name) {
-  GptEntryRecord& entry = image.entry(index);
-  ASSERT_TRUE(parseGuid("{EBD0A0A2-B9E5-4433-87C0-68B6B72699C7}", entry.typeGuid));
-  entry.uniqueGuid = someGuid(static_cast<u8>(index + 1));
-  entry.firstLba = first;
-  entry.lastLba = last;
-  setGptName(entry, name);
-}
-
-// A disk with a table of one entry, written by us.
-MemoryDisk gptDisk() {
-  MemoryDisk disk(kSectors);
-  GptImage image;
-  EXPECT_EQ(GptImage::create(kSectors - 1, 512, someGuid(7), image), Error::none);
-  addEntry(image, 0, 2048, 4095, "first");
-  EXPECT_EQ(image.write(disk), Error::none);
-  return disk;
-}
-
 TEST(Gpt, EachDamageHasItsAnswer) {
   struct Damage {
     const char* what;
@@ -54,7 +29,7 @@ TEST(Gpt, EachDamageHasItsAnswer) {
       {"entry array in the usable area", 72, 40, Error::gptSignature},
   };
   for (const Damage& damage : damages) {
-    MemoryDisk disk = gptDisk();
+    MemoryDisk disk = diskFromScript(kSectors, "label: gpt\nstart=2048,size=2048\n");
     flipByte(disk, kSectors - 1, 0);
     std::vector<u8> sector = disk.sector(1);
     *recordAt<Le32>(std::span(sector), damage.at) = damage.value;

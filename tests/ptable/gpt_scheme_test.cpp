@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 
 #include "disk/mbr_record.h"
 #include "probe/type_catalogue.h"
@@ -95,20 +94,14 @@ TEST(GptScheme, TheModelAgreesWithSfdiskOnTablesOfEveryMaker) {
     u32 slots;
   };
   const Maker makers[] = {
-      {"empty", {{"sgdisk", "-o", "IMAGE"}}, "", 128},
       {"parted", {byParted}, "", 128},
       {"sgdisk", {bySgdisk}, "", 128},
-      {"hybrid", {words("sgdisk -n 1:2048:+8M -n 2:0:+8M -h 1:2 IMAGE")}, "", 128},
       {"both ends",
        {words("sgdisk -a 1 -n 1:34:34 -n 2:64:65 -t 2:12345678-9ABC-DEF0-1234-56789ABCDEF0 "
               "-n 3:4096:0 -S 32 IMAGE")},
        "",
        32},
       {"sfdisk, all entries", {{"sfdisk", "-q", "IMAGE"}}, many, 128},
-      {"sfdisk, one entry",
-       {{"sfdisk", "-q", "IMAGE"}},
-       "label: gpt\ntable-length: 1\nstart=2048, size=100\n",
-       1},
       {"sfdisk, 200 entries",
        {{"sfdisk", "-q", "IMAGE"}},
        "label: gpt\ntable-length: 200\nstart=2048, size=100\n200: start=4096, size=1, "
@@ -193,15 +186,6 @@ TEST(GptScheme, EachDamageIsNamedAndRepaired) {
       if (sectorSize == 512) expectCutsLeaveOldOrNew(disk, repair);
     }
   }
-}
-
-TEST(GptScheme, WithBothCopiesDamagedNothingIsChanged) {
-  MemoryDisk disk = flipped(flipped(threePartitions(), 1, 60), kSectors - 1, 60);
-  TableBench bench(disk.copy());
-  EXPECT_FALSE(bench.drive().isGpt());
-  EXPECT_NE(bench.drive().changeRefusal(), "");
-  EXPECT_EQ(bench.drive().repairGpt(), Error::unsupportedForm);
-  EXPECT_TRUE(bench.disk().sameContent(disk));
 }
 
 // A header may name a place for the backup that lies in a partition.
@@ -349,28 +333,6 @@ TEST(GptScheme, WhatDoesNotFitIsRefusedAndChangesNothing) {
   EXPECT_EQ(create(bench.drive(), 20480, 30000), Error::tableChangedMeanwhile);
   EXPECT_EQ(bench.drive().remove(*bench.drive().findByKernelNumber(kFarEntry)),
             Error::tableChangedMeanwhile);
-}
-
-// Random changes in a row, judged after each.
-TEST(GptScheme, ManyChangesInARowStaySound) {
-  std::mt19937 random(11);
-  TableBench bench(sfdiskDisk(""));
-  for (int step = 0; step < 24; ++step) {
-    Drive& drive = bench.reopen();
-    const std::vector<GptRow> rows = gptRowsOf(drive);
-    if (rows.size() > 4 && random() % 2 == 0) {
-      ASSERT_EQ(drive.remove(*drive.findByKernelNumber(rows[random() % rows.size()].number)),
-                Error::none);
-    } else if (TableEntry* block = largestFree(drive)) {
-      const u64 room = block->sectorCount();
-      const u64 start = block->startSector + random() % (room / 2);
-      ASSERT_EQ(addAt(drive, start, 1 + random() % (room / 4), 0x83, "random"), Error::none);
-    }
-    const std::vector<GptRow> now = gptRowsOf(bench.reopen());
-    ASSERT_EQ(now, gptRowsBySfdisk(bench.disk()));
-    if (step % 8 != 0) continue;
-    ASSERT_EQ(gptProblems(bench.disk()), "");
-  }
 }
 
 }  // namespace

@@ -126,13 +126,6 @@ void askSgdisk(const Bench& bench, std::size_t i, Judgement& answer) {
   });
 }
 
-void askBlkid(const Bench& bench, std::size_t i, Judgement& answer) {
-  if (bench.path(i).empty()) return;
-  const std::string type =
-      runProgram({"blkid", "-p", "-o", "value", "-s", "TYPE", bench.path(i)}).output;
-  answer.content = type.substr(0, type.find('\n'));
-}
-
 }  // namespace
 
 std::vector<Judgement> judge(const std::vector<Layout*>& layouts) {
@@ -141,10 +134,8 @@ std::vector<Judgement> judge(const std::vector<Layout*>& layouts) {
   if (bench.paths().empty()) return answers;
   askSfdisk(bench, answers);
   askPartx(bench, layouts, answers);
-  for (std::size_t i = 0; i < layouts.size(); ++i) {
+  for (std::size_t i = 0; i < layouts.size(); ++i)
     if (layouts[i]->hasGpt) askSgdisk(bench, i, answers[i]);
-    if (layouts[i]->isWholeDisk) askBlkid(bench, i, answers[i]);
-  }
   askParted(bench, answers);
   return answers;
 }

@@ -12,7 +12,6 @@ namespace tallowin {
 struct Judgement {
   // By program, in the order in which it lists them: all rows, containers and empty ones too.
   std::map<std::string, std::vector<SectorRun>> rows;
-  std::string content;  // of a disk without a table; empty when nothing is known
 };
 
 // One answer for each disk. Disks with large sectors need loop devices; without these nothing

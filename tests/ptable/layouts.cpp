@@ -51,12 +51,9 @@ class LayoutMaker {
     } else if (kind < 90) {
       say("EMBR with stale slots");
       makeEmbr();
-    } else if (kind < 96) {
+    } else {
       say("cut conversion");
       cutConversion();
-    } else {
-      say("whole disk");
-      makeWholeDisk();
     }
     say(", seed " + std::to_string(seed));
   }
@@ -105,15 +102,12 @@ class LayoutMaker {
   }
 
   MbrSlotRecord slotFor(SectorRun run, u8 type) {
-    MbrSlotRecord slot{};
-    slot.type = type;
-    slot.startLba = static_cast<u32>(run.start);
-    slot.sectorCount = static_cast<u32>(run.end - run.start);
+    MbrSlotRecord made = slot(type, run.start, run.end - run.start);
     const u64 kind = pick(3);
     if (kind != 0)
-      slot.startChs = slot.endChs = kind == 1 ? std::array<u8, 3>{0xFE, 0xFF, 0xFF}
+      made.startChs = made.endChs = kind == 1 ? std::array<u8, 3>{0xFE, 0xFF, 0xFF}
                                               : std::array<u8, 3>{static_cast<u8>(pick(255)), 1, 0};
-    return slot;
+    return made;
   }
 
   std::vector<std::size_t> mixed(std::size_t count) {
@@ -403,55 +397,6 @@ class LayoutMaker {
       if (old != disk().sector(lba) && chance(50)) disk().setSector(lba, old);
     }
     layout_.hasGpt = toGpt;
-  }
-
-  void makeWholeDisk() {
-    layout_.isWholeDisk = true;
-    std::vector<u8> sector(sectorSize());
-    const auto text = [&](std::size_t at, std::string_view words) {
-      std::copy(words.begin(), words.end(), sector.begin() + static_cast<std::ptrdiff_t>(at));
-    };
-    switch (pick(3)) {
-      case 0: {  // LUKS, version 1
-        text(0, std::string_view("LUKS\xBA\xBE\0\1", 8));
-        text(8, "aes");
-        text(40, "xts-plain64");
-        text(72, "sha256");
-        text(168, "11111111-2222-3333-4444-555555555555");
-        disk().setSector(0, sector);
-        return;
-      }
-      case 1: {  // LVM, label in the second half of the first KiB
-        std::vector<u8> kib(std::max<u32>(1024, sectorSize()));
-        u8* label = kib.data() + 512;
-        std::copy_n("LABELONE", 8, label);
-        label[8] = 1;
-        label[20] = 32;
-        std::copy_n("LVM2 001", 8, label + 24);
-        std::copy_n("abcdefghijklmnopqrstuvwxyz012345", 32, label + 32);
-        // The label's own checksum: CRC-32 without the final complement, from its own start value.
-        *recordAt<Le32>(std::span(kib), 512 + 16) = labelCheck({label + 20, 492});
-        EXPECT_EQ(disk().writeSectors(0, kib.data(), kib.size() / sectorSize()), Error::none);
-        return;
-      }
-      default: {  // the superblock of swap space
-        std::vector<u8> page(4096);
-        std::copy_n("SWAPSPACE2", 10, page.data() + 4086);
-        *recordAt<Le32>(std::span(page), 1024) = 1;
-        *recordAt<Le32>(std::span(page), 1028) = 4000;
-        EXPECT_EQ(disk().writeSectors(0, page.data(), page.size() / sectorSize()), Error::none);
-        return;
-      }
-    }
-  }
-
-  static u32 labelCheck(std::span<const u8> bytes) {
-    u32 crc = 0xF597A6CF;
-    for (const u8 byte : bytes) {
-      crc ^= byte;
-      for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (crc & 1 ? 0xEDB88320 : 0);
-    }
-    return crc;
   }
 
   std::mt19937_64 random_;

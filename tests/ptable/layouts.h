@@ -25,8 +25,7 @@ struct Layout {
   MemoryDisk disk;
   // What no change may touch although no program lists it as a partition: a loader.
   std::vector<SectorRun> kept;
-  bool hasGpt = false;       // ask sgdisk too
-  bool isWholeDisk = false;  // contents from sector 0 on, no table
+  bool hasGpt = false;  // ask sgdisk too
 };
 
 // The same for the same seed.

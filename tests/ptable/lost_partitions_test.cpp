@@ -7,10 +7,8 @@
 #include <cstring>
 
 #include "disk/faulty_disk.h"
-#include "disk/mbr_record.h"
-#include "disk/memory_disk.h"
 #include "probe/content_record.h"
-#include "support/fake_host.h"
+#include "ptable/table_bench.h"
 
 namespace tallowin {
 namespace {
@@ -56,14 +54,8 @@ class LostPartitionsTest : public testing::Test {
   }
   void putEbr(u64 lba, u32 volume, u32 sectors, u32 next = 0) {
     EbrRecord ebr{};
-    ebr.slots[0].type = 0x83;
-    ebr.slots[0].startLba = volume;
-    ebr.slots[0].sectorCount = sectors;
-    if (next != 0) {
-      ebr.slots[1].type = 0x05;
-      ebr.slots[1].startLba = next;
-      ebr.slots[1].sectorCount = sectors + volume;
-    }
+    ebr.slots[0] = slot(0x83, volume, sectors);
+    if (next != 0) ebr.slots[1] = slot(0x05, next, sectors + volume);
     ebr.signature.set();
     put(lba * 512, ebr);
   }

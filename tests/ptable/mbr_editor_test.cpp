@@ -114,20 +114,6 @@ TEST(MbrEditor, ASectorOf4096BytesKeepsItsRest) {
   EXPECT_TRUE(std::all_of(after.begin() + 512, after.end(), [](u8 byte) { return byte == 0xA5; }));
 }
 
-TEST(MbrEditor, ADiskWithoutItsPlaceHolderIsAnMbrDisk) {
-  TableBench bench(diskFromScript(kSectors, "label: dos\n1:start=1,size=204799,type=ee\n"));
-  MbrEditor editor(bench.drive());
-  ASSERT_EQ(Error::none, editor.load());
-  EXPECT_TRUE(editor.holdsGptPlaceHolder(0));
-  EXPECT_FALSE(editor.holdsGptPlaceHolder(1));
-  editor.remove(0);
-  ASSERT_EQ(Error::none, editor.apply());
-  ASSERT_EQ(Error::none, bench.drive().reread());
-  EXPECT_EQ(Scheme::mbr, bench.drive().scheme());
-  EXPECT_EQ(Error::none, bench.drive().changesAllowed());
-  EXPECT_EQ(0U, bench.drive().partitionCount());
-}
-
 TEST_F(MbrEditorTest, AnEmbrStaysAndItsPartitionsCanBeGivenSlots) {
   ASSERT_EQ(Error::none, convertToEmbr(bench_.drive(), false));
   ASSERT_EQ(Error::none, bench_.drive().reread());

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "ptable/table_bench.h"
+#include "support/loop_device.h"
 
 namespace tallowin {
 namespace {
@@ -134,28 +135,18 @@ class RandomChanges {
 };
 
 TEST(RandomChanges, EveryTableOnTheWayIsSoundForUsAndForSfdisk) {
-  for (const unsigned seed : {1U, 2U, 3U}) {
-    RandomChanges changes(seed, 512);
+  for (const auto& [seed, sectorSize] :
+       {std::pair{1U, 512U}, {2U, 512U}, {3U, 512U}, {7U, 4096U}}) {
+    if (sectorSize != 512 && !hasLoopDevices()) GTEST_SKIP() << "needs root";
+    RandomChanges changes(seed, sectorSize);
     for (int i = 0; i < 80 && !testing::Test::HasFailure(); ++i) {
       changes.step();
       expectSound(changes.bench());
+      if (sectorSize != 512 && i != 79) continue;  // a loop device for each takes its time
       const SfdiskTable judged = readTable(changes.bench().disk());
       EXPECT_EQ(judged.rows, rowsOf(changes.bench().drive())) << "seed " << seed << ", step " << i;
     }
     EXPECT_EQ(readTable(changes.bench().disk()).problems, "") << pictureOf(changes.bench().drive());
-  }
-}
-
-TEST(RandomChanges, TablesWithLargeSectorsAreReadBySfdiskOnALoopDevice) {
-  for (const u32 sectorSize : {512U, 4096U}) {
-    RandomChanges changes(7, sectorSize);
-    for (int i = 0; i < 60; ++i) {
-      changes.step();
-      expectSound(changes.bench());
-    }
-    const SfdiskTable judged = readTable(changes.bench().disk());
-    if (sectorSize != 512 && judged.rows.empty()) GTEST_SKIP() << judged.problems;
-    EXPECT_EQ(judged.rows, rowsOf(changes.bench().drive()));
   }
 }
 

@@ -5,7 +5,7 @@
 
 #include <fstream>
 
-#include "disk/mbr_record.h"
+#include "ptable/table_bench.h"
 #include "support/disk_file.h"
 #include "support/loop_device.h"
 #include "support/oracle.h"
@@ -26,13 +26,6 @@ class SectorSizeTest : public testing::Test {
     mbr.signature.set();
     std::copy(slots.begin(), slots.end(), mbr.slots.begin());
     put(0, bytesOf(mbr));
-  }
-  static MbrSlotRecord slot(u8 type, u32 first, u32 count) {
-    MbrSlotRecord result{};
-    result.type = type;
-    result.startLba = first;
-    result.sectorCount = count;
-    return result;
   }
   // A file system that its own program made, at a place of the image.
   void volume(u64 offset, const std::string& command) {

@@ -14,10 +14,6 @@ namespace tallowin {
 namespace {
 
 constexpr u64 kDiskSectors = 204800;
-constexpr const char* kScript =
-    "label: dos\nlabel-id: 0x12345678\n1:start=2048,size=4096,type=83,bootable\n"
-    "2:start=20480,size=102400,type=f\n5:start=22528,size=8192,type=83\n"
-    "6:start=61440,size=8192,type=b\n7:start=81920,size=8192,type=82\n";
 
 TableBackup backupOf(Drive& drive) {
   TableBackup backup;
@@ -35,7 +31,7 @@ void changeMuch(Drive& drive) {
 }
 
 TEST(TableBackup, HoldsMbrAndChainAndComesBackThroughAFile) {
-  TableBench bench(diskFromScript(kDiskSectors, kScript));
+  TableBench bench(diskFromScript(kDiskSectors, kThreeVolumes));
   MemoryDisk before = bench.disk().copy();
   const TableBackup backup = backupOf(bench.drive());
   // The MBR, the first track, and three EBRs with the sectors of their numbers.
@@ -73,7 +69,7 @@ TEST(TableBackup, GptsOfAnySizeAndPlaceComeBackWhole) {
 }
 
 TEST(TableBackup, FilesThatWereTamperedWithAreRefused) {
-  TableBench bench(diskFromScript(kDiskSectors, kScript));
+  TableBench bench(diskFromScript(kDiskSectors, kThreeVolumes));
   std::vector<u8> file = encodeTableBackup(backupOf(bench.drive()));
   TableBackup read;
   for (const std::size_t at :
@@ -89,7 +85,7 @@ TEST(TableBackup, FilesThatWereTamperedWithAreRefused) {
 }
 
 TEST(TableBackup, BackupsThatDoNotFitTheDiskWriteNothing) {
-  TableBench bench(diskFromScript(kDiskSectors, kScript));
+  TableBench bench(diskFromScript(kDiskSectors, kThreeVolumes));
   const TableBackup good = backupOf(bench.drive());
   MemoryDisk before = bench.disk().copy();
   const auto refused = [&](auto change, RestoreOptions options = {}) {
@@ -169,7 +165,7 @@ TEST(TableBackup, AnotherDiskIsToldByItsIdentityAndItsPartitionsAreSpared) {
 }
 
 TEST(TableBackup, EachFailedTransferOfARestoreLeavesTheOldTable) {
-  TableBench bench(diskFromScript(kDiskSectors, kScript));
+  TableBench bench(diskFromScript(kDiskSectors, kThreeVolumes));
   const TableBackup backup = backupOf(bench.drive());
   changeMuch(bench.drive());
   MemoryDisk before = bench.disk().copy();
@@ -198,7 +194,7 @@ TEST(TableBackup, EachFailedTransferOfARestoreLeavesTheOldTable) {
 }
 
 TEST(TableBackup, OldTablesAreKeptByDateAndTheOldestGo) {
-  TableBench bench(diskFromScript(kDiskSectors, kScript));
+  TableBench bench(diskFromScript(kDiskSectors, kThreeVolumes));
   bench.disk().setName("/images/My disk.img");
   const TempFolder folder;
   folder.write("table-My_disk.img-notes.txt", "stays");

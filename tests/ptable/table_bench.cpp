@@ -23,6 +23,7 @@ std::string lineOf(const Drive& drive, const PartitionEntry& entry) {
   line += format("%llu..%lld", static_cast<unsigned long long>(entry.startSector),
                  static_cast<long long>(entry.endSector));
   if (!entry.isFree()) line += format(" %02Xh", entry.type);
+  if (entry.isVolume() && entry.mbrType != entry.type) line += format(" (%02Xh)", entry.mbrType);
   if (entry.bootIndicator != 0) line += " *";
   if (entry.isInError()) line += " !";
   return line + "\n";
@@ -129,6 +130,15 @@ MbrRecord mbrOf(DiskDevice& disk) {
   std::vector<u8> sector(disk.sectorSize());
   EXPECT_EQ(disk.readSectors(0, sector.data(), 1), Error::none);
   return *recordAt<MbrRecord>(std::span<const u8>(sector));
+}
+
+MbrSlotRecord slot(u8 type, u64 startSector, u64 sectors, u8 bootIndicator) {
+  MbrSlotRecord record{};
+  record.bootIndicator = bootIndicator;
+  record.type = type;
+  record.startLba = static_cast<u32>(startSector);
+  record.sectorCount = static_cast<u32>(sectors);
+  return record;
 }
 
 void flipByte(MemoryDisk& disk, u64 lba, std::size_t at) {

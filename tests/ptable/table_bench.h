@@ -16,6 +16,12 @@
 
 namespace tallowin {
 
+// For a disk of 100 MiB: a partition, and three volumes that begin 2048 sectors behind their EBRs.
+inline constexpr const char* kThreeVolumes =
+    "label: dos\nlabel-id: 0x12345678\n1:start=2048,size=4096,type=83\n"
+    "2:start=20480,size=102400,type=f\n5:start=22528,size=8192,type=83\n"
+    "6:start=61440,size=8192,type=b\n7:start=81920,size=8192,type=82\n";
+
 class TableBench {
  public:
   explicit TableBench(MemoryDisk disk, const DriveOpenOptions& options = {});
@@ -41,6 +47,8 @@ std::string usedRows(const Drive& drive);
 // The used rows as sfdisk lists them, in the order of their numbers.
 std::vector<SfdiskRow> rowsOf(const Drive& drive);
 MbrRecord mbrOf(DiskDevice& disk);
+// Of the boot sector or of an EBR; without CHS addresses.
+MbrSlotRecord slot(u8 type, u64 startSector, u64 sectors, u8 bootIndicator = 0);
 // Turns one byte of a sector over.
 void flipByte(MemoryDisk& disk, u64 lba, std::size_t at);
 DriveOpenOptions alignedTo(i64 sectors);
