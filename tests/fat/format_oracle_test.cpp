@@ -139,18 +139,5 @@ TEST_F(FormatOracleTest, BadClustersAreKeptFree) {
   }
 }
 
-// Inside a disk, where the others find it by its offset.
-TEST_F(FormatOracleTest, APartitionInADisk) {
-  constexpr u64 kStart = 2048;
-  auto disk = newImage(kStart + 70000, 512);
-  for (const u16 type : {u16{0x01}, u16{0x06}, u16{0x0C}}) {
-    const u32 sectors = type == 0x01 ? 20000 : 70000;
-    FormatWish wish = wishFor(type);
-    wish.surfaceScan = true;
-    ASSERT_EQ(Error::none, formatQuietly({*disk, kStart, sectors}, wish));
-    expectUsable(kStart * 512);
-  }
-}
-
 }  // namespace
 }  // namespace tallowin
