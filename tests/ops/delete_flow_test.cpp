@@ -141,7 +141,10 @@ TEST_F(DeleteFlowTest, AWipeOverBadSectorsSaysHowManyAreLeft) {
   });
   ui_.expectMessage("An error has occurred during a write to the drive.", MessageResult::yes);
   ui_.expectMessage("3 sectors could not be overwritten.");
+  const u64 count = drive->findByKernelNumber(3)->sectorCount();
   EXPECT_EQ(FlowEnd::doneWithLosses, erase(*drive, 3).end);
+  EXPECT_EQ(100U, zerosFrom(disk_, start));
+  EXPECT_LE(count - 103, zerosFrom(disk_, start + 103));
 }
 
 TEST_F(DeleteFlowTest, AMountedPartitionIsRefusedAndItsNeighbourIsNot) {

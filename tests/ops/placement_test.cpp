@@ -72,16 +72,6 @@ TEST(CreatePlacement, FreeSpaceBeforeIsKept) {
   EXPECT_FALSE(createPlacement(target, 0x07, kSize, 4000000000));
 }
 
-TEST(CreatePlacement, AVolumeLeavesTheGapOfItsEbr) {
-  PlacementTarget target = primary(4096, 206847, 2048);
-  target.region = {2048, 206847};
-  target.volumeGap = 2048;
-  target.insideExtended = true;
-  EXPECT_EQ((SectorExtent{4096, 24575}), createPlacement(target, 0x06, 10 * kSectorsPerMiB, 0));
-  EXPECT_EQ((SectorExtent{4096, 206847}),
-            createPlacement(target, 0x06, 99 * kSectorsPerMiB, kPlaceAtEnd));
-}
-
 TEST(PlacePartition, ADiskWithoutATableHasNoFreeSpaceToLeave) {
   PlacementTarget target = primary(0, 99999);
   target.region = {0, 99999};

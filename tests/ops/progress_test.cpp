@@ -137,17 +137,6 @@ TEST_F(ZeroWipeTest, StopsAtEveryPieceAndSaysHowFarItCame) {
   EXPECT_EQ(4U, stops);
 }
 
-TEST_F(ZeroWipeTest, AFailedWriteIsAskedOnceAndTheRestIsStillCleared) {
-  FaultyDisk faulty(disk_);
-  faulty.failAccessTo({20000, 20001});
-  ui_.expectMessage("An error has occurred during a write to the drive.", MessageResult::yes);
-  const Wiped result = wipe(faulty, ui_);
-  EXPECT_EQ(Error::none, result.failure);
-  EXPECT_EQ(2U, result.report.sectorsFailed);
-  EXPECT_TRUE(isZero(19999) && isZero(20002) && isZero(30000));
-  EXPECT_FALSE(isZero(20000));
-}
-
 TEST_F(ZeroWipeTest, AWriteErrorThatIsNotIgnoredStopsAndAFailedFlushIsOne) {
   FaultyDisk faulty(disk_);
   faulty.failAccessTo({20000, 20001});
