@@ -113,7 +113,7 @@ class LayoutRound {
     if (!changed_) return;
     for (const auto& [program, rows] : seen_.rows) {
       for (const SectorRun& row : rows) {
-        if (removed_ && removed_->start <= row.start && row.end <= removed_->end) continue;
+        if (isRemoved(row)) continue;
         const auto found = now.rows.find(program);
         const bool isThere =
             found != now.rows.end() && std::ranges::find(found->second, row) != found->second.end();
@@ -128,6 +128,13 @@ class LayoutRound {
 
  private:
   u64 pick(u64 below) { return below == 0 ? 0 : random_() % below; }
+
+  // Volumes go with their container, those too that leave it.
+  bool isRemoved(const SectorRun& row) {
+    return removed_ && removed_->start <= row.start &&
+           (row.end <= removed_->end ||
+            (row.start < removed_->end && isContainer(*before_, *removed_)));
+  }
 
   Failure add() {
     const std::vector<Free> blocks = freeBlocksOf(*drive_);
