@@ -96,8 +96,10 @@ CommandResult repair(CommandContext& context) {
     const FlowResult flow = repairGptFlow(context.session.context(context.ui), drive);
     // Its number is shared with a code of file systems, which has other words.
     if (flow.code == Error::backupOverlaps)
-      return refused("A partition lies where the backup of the table belongs. Nothing was changed.",
-                     flow.code);
+      return refused(
+          "A partition lies where the backup of the table belongs. Nothing was changed. Give the "
+          "disk its old size, or delete that partition first.",
+          flow.code);
     result = resultOfFlow(flow, context.ui, "The table was not repaired.");
     if (!result.succeeded()) return result;
     if (!drive.gptHealth() || !drive.gptHealth()->isSound())

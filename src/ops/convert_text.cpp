@@ -1,6 +1,9 @@
 #include "ops/convert_text.h"
 
+#include <algorithm>
+
 #include "base/text.h"
+#include "ptable/embr/embr_record.h"
 
 namespace tallowin {
 namespace {
@@ -18,6 +21,11 @@ std::string fromGptText(Drive& drive, Scheme target, const EarlierMbr* earlier) 
   if (const TableEntry* reserved = emptyReservedPartition(drive))
     text += format("The empty reserved partition %u goes.\n",
                    static_cast<unsigned>(reserved->tableIndex) + 1);
+  const auto isCut = [](const auto& entry) {
+    return !entry->isFree() && entry->tableName.size() > kMptNameCharacters;
+  };
+  if (target == Scheme::embr && std::ranges::any_of(drive.table().entries, isCut))
+    text += format("Names are cut to %zu characters.\n", kMptNameCharacters);
   if (target == Scheme::embr)
     return text + "GUIDs and attributes of the partitions are not kept.\n";
   if (earlier != nullptr)

@@ -26,7 +26,6 @@ constexpr FlagWord kEmbrFlags[] = {{"boot", kMptBoot, "&Boot (obsolete)"},
                                    {"multi-os", kMptMultiOs, "&Multi-OS"},
                                    {"hd0-only", kMptHd0Only, "&HD0 Only (obsolete)"}};
 constexpr std::size_t kGptNameUnits = 36;
-constexpr std::size_t kMptNameCharacters = 15;
 
 // In UTF-16 units.
 std::size_t gptNameLength(std::string_view utf8) {

@@ -5,6 +5,7 @@
 
 #include "disk/disk_handles.h"
 #include "ops/flow_bench.h"
+#include "support/sfdisk.h"
 
 namespace tallowin {
 namespace {
@@ -43,6 +44,19 @@ TEST_F(ConvertFlowTest, TheChoiceLeadsThroughAllSchemesAndBack) {
     EXPECT_EQ(changeDiskTypeFlow(with(ui_), *drive).end, FlowEnd::done) << scheme;
     EXPECT_STREQ(drive->schemeName(), scheme);
     EXPECT_EQ(extents(), before) << scheme;
+  }
+}
+
+TEST_F(ConvertFlowTest, NamesThatAnEmbrCutsAreToldOf) {
+  MemoryDisk disk = diskFromScript(kSectors, "label: gpt\nsize=20480, name=\"fifteen letters\"\n");
+  for (const char* name : {"fifteen letters", "a name of twenty-four"}) {
+    const auto drive = open(disk);
+    ASSERT_EQ(drive->changeProperties(*drive->findByKernelNumber(1), {.name = name}), Error::none);
+    ASSERT_EQ(drive->reread(), Error::none);
+    ui_.answerOthers(MessageResult::no);
+    EXPECT_EQ(convert(*drive, Scheme::embr).end, FlowEnd::cancelled);
+    const bool isTold = ui_.messages.back().text.find("cut to 15") != std::string::npos;
+    EXPECT_EQ(isTold, name[0] == 'a') << ui_.messages.back().text;
   }
 }
 

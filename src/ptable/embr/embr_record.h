@@ -55,7 +55,7 @@ struct MptEntryRecord {
   Le32 lastLba;   //  6  inclusive
   u8 id;          // 10  1..255, unique in the MPT
   u8 type;        // 11  MBR type byte
-  char name[16];  // 12  at most 15 characters, NUL-terminated
+  char name[16];  // 12  NUL-terminated
 };
 static_assert(sizeof(MptEntryRecord) == 28 && alignof(MptEntryRecord) == 1);
 
@@ -77,5 +77,7 @@ static_assert(sizeof(MdtHeaderRecord) == 16);
 // Items are of variable length: a fixed part, whose last byte counts the bytes behind it.
 inline constexpr std::size_t kMbftItemFixedBytes = 27;
 inline constexpr std::size_t kMdtItemFixedBytes = 31;
+
+inline constexpr std::size_t kMptNameCharacters = sizeof(MptEntryRecord::name) - 1;
 
 }  // namespace tallowin
