@@ -87,7 +87,11 @@ std::string EditText::bytes() const {
   for (std::size_t at = 0; at < text_.size();) {
     if (text_[at] == '\n') {
       constexpr const char* kEnds[] = {"\r\n", "\n", "\r"};
-      bytes += kEnds[static_cast<std::size_t>(ends_[line++])];
+      const bool isBehindCr = line > 0 && text_[at - 1] == '\n' && ends_[line - 1] == LineEnd::cr;
+      // An LF directly behind a CR would make one line end of the two.
+      const bool fuses = isBehindCr && ends_[line] == LineEnd::lf;
+      bytes += kEnds[static_cast<std::size_t>(fuses ? LineEnd::crLf : ends_[line])];
+      ++line;
       ++at;
     } else if (codePage_ == 0) {
       bytes += text_[at++];

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 namespace tallowin {
@@ -65,6 +66,10 @@ TEST(EditTextTest, EachChangeIsTakenBackAndMadeAgain) {
     const char* const inserts[] = {"", "x", "\n", "yz\n\n", " "};
     const std::string editor = text.text();
     text.change(at, removed, inserts[random() % 5]);
+    const std::string again = loaded(text.bytes()).text();
+    EXPECT_EQ(std::count(again.begin(), again.end(), '\n'),
+              std::count(text.text().begin(), text.text().end(), '\n'))
+        << "no two line ends became one";
     if (random() % 4 != 0) continue;
     const std::string bytes = text.bytes();
     auto back = text.undo();
