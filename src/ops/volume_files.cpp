@@ -1,5 +1,7 @@
 #include "ops/volume_files.h"
 
+#include <string_view>
+
 #include "ops/error_text.h"
 #include "ops/job_of_front_end.h"
 #include "ops/target_check.h"
@@ -25,6 +27,14 @@ FlowResult workWith(const OperationContext& context, Drive& drive, const Partiti
   const Failure unfinished = volume.end();
   if (failed) return tell(context, failed);
   return unfinished ? tell(context, {unfinished}) : FlowResult();
+}
+
+// A way that would be gone before what it leads to is.
+bool endsInDots(std::string_view path) {
+  while (!path.empty() && (path.back() == '/' || path.back() == '\\')) path.remove_suffix(1);
+  const std::size_t slash = path.find_last_of("/\\");
+  const std::string_view name = slash == path.npos ? path : path.substr(slash + 1);
+  return name == "." || name == "..";
 }
 
 std::string lossText(const std::string& path, u64 files, u64 bytes) {
@@ -84,6 +94,12 @@ FlowResult changeFiles(const OperationContext& context, Drive& drive, const Part
 
 FlowResult removeFilesFlow(const OperationContext& context, Drive& drive,
                            const PartitionEntry& entry, const std::string& path, RemoveWhat what) {
+  if (endsInDots(path)) {
+    context.ui.errorBox(format(
+        "'%s' is another way to write a directory, and nothing was deleted. Write its own path.",
+        path.c_str()));
+    return {FlowEnd::refused, Error::invalidName};
+  }
   u64 count = 0, bytes = 0;
   bool isDirectory = false;
   const FlowResult looked =

@@ -154,6 +154,8 @@ TEST_F(FilesTest, WhatIsNotPossibleChangesNothingAndSaysWhy) {
   const std::vector<Case> cases = {
       {"put", {"/", folder_.file("absent")}, "no such file"},
       {"put", {"/", good}, "already"},
+      {"rm", {"/dir/..", "-r"}, "its own path"},
+      {"rm", {"/dir/./", "-r"}, "its own path"},
       {"put", {"/good/x", good}, "no such file"},
       {"put", {"/absent/x", good}, "no such file"},
       {"put", {"/a*b", good}, "not valid"},
