@@ -35,6 +35,9 @@ std::string foundText(const UndeleteModel& model) {
                shown.size.c_str(), shown.confidence.c_str(), shown.label.c_str());
     text += std::string(trimRight(line)) + "\n";
   }
+  for (std::size_t row = 0; row < model.rows.size(); ++row)
+    if (model.found()[row].confidence == Confidence::doubtful)
+      text += format("\n%zu: %s\n", row + 1, confidenceSentence(model.found()[row]));
   return text;
 }
 
@@ -54,6 +57,7 @@ void writeFound(JsonWriter& json, const UndeleteModel& model) {
     json.number("volumes", found.volumeCount);
     json.text("label", found.label);
     json.text("confidence", confidenceWord(found.confidence));
+    json.text("why", confidenceSentence(found));
     json.endObject();
   }
   json.endArray();

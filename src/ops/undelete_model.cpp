@@ -7,7 +7,6 @@
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
-namespace {
 
 const char* confidenceSentence(const LostPartition& found) {
   if (found.isEarlier)
@@ -24,6 +23,8 @@ const char* confidenceSentence(const LostPartition& found) {
   }
   return "";
 }
+
+namespace {
 
 std::string introOf(const LostReport& report, u32 sectorSizeBytes) {
   std::string text = report.found.size() == 1

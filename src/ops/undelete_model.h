@@ -13,6 +13,8 @@ namespace tallowin {
 
 // "sure", "likely", "doubtful".
 const char* confidenceWord(Confidence confidence);
+// Why it is so sure, as a sentence.
+const char* confidenceSentence(const LostPartition& found);
 // Why the two cannot both come back, or nothing.
 bool excludeEachOther(const LostPartition& a, const LostPartition& b);
 
