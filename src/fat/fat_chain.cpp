@@ -1,13 +1,16 @@
 #include "fat/fat_chain.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace tallowin {
 
 Failure FatChain::follow(FatClusters& clusters, u32 count) {
   while (!isWhole_ && length_ < count) {
-    if (!clusters.isCluster(next_) || length_ >= clusters.layout().clusterCount())
+    // What loops comes to the mark again, after three times its clusters at most.
+    if (!clusters.isCluster(next_) || next_ == mark_ || length_ >= clusters.layout().clusterCount())
       return Error::corrupt;
+    if (std::has_single_bit(length_ + 1)) mark_ = next_;
     u32 following = 0;
     if (const Failure failed = clusters.next(next_, following)) return failed;
     add({next_, 1});

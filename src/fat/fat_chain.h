@@ -15,7 +15,7 @@ class FatChain {
   explicit FatChain(std::span<const ClusterRun> runs) : isWhole_(true) { append(runs); }
 
   // Follows the chain until it has `count` clusters or ends; all of it for all ones. corrupt: it
-  // leads to no cluster or has more than the volume; read.
+  // leads to no cluster or comes back to one that it has; read.
   Failure follow(FatClusters& clusters, u32 count);
 
   // Of what was followed.
@@ -39,6 +39,7 @@ class FatChain {
   std::vector<Piece> runs_;
   u32 length_ = 0;
   u32 next_ = 0;  // where it goes on
+  u32 mark_ = 0;  // a cluster that it has, moved on whenever its length has doubled
   bool isWhole_ = false;
 };
 

@@ -94,6 +94,7 @@ class FatFileSystem : public FileSystem {
                    const FatDirectoryEntryRecord& record, u32& index);
   Failure checkEmpty(u32 cluster);
   Failure setParent(u32 directory, u32 parent);
+  Failure followOwn(FatNode& node);
   Failure extend(FatNode& node, u32 clusters, std::vector<ClusterRun>& added);
   Failure growWithZeros(FatNode& node, u64 sizeBytes);
   void setSize(FatNode& node, u64 sizeBytes);
@@ -229,7 +230,10 @@ Failure FatFileSystem::readNode(FileNode& node, u64 position, std::span<u8> buff
   FatChain& chain = fatNode(node).chain;
   const u32 clusterBytes = volume_.layout.clusterBytes();
   const u32 needed = static_cast<u32>((position + buffer.size() + clusterBytes - 1) / clusterBytes);
-  if (const Failure failed = chain.follow(clusters_, needed)) return failed;
+  // At the end of the file the chain ends, or at least leads somewhere else: what loops would be
+  // read as the same clusters again.
+  const bool isEnd = position + buffer.size() >= node.sizeBytes;
+  if (const Failure failed = chain.follow(clusters_, isEnd ? kUpTo : needed)) return failed;
   if (chain.length() < needed) return Error::corrupt;
   return data_.read(chain, position, buffer);
 }
@@ -326,6 +330,16 @@ Failure FatFileSystem::checkEmpty(u32 cluster) {
   return directory->nextEntry(0) ? Failure(Error::directoryNotEmpty) : Failure();
 }
 
+// All clusters of a file that is changed: as many as its size needs. A chain that goes on behind
+// them may have run into those of another file.
+Failure FatFileSystem::followOwn(FatNode& node) {
+  if (const Failure failed = node.chain.follow(clusters_, kUpTo)) return failed;
+  const u64 clusterBytes = volume_.layout.clusterBytes();
+  const u64 needed = (node.sizeBytes + clusterBytes - 1) / clusterBytes;
+  const bool isDirectory = (node.entry().attributes & kFatDirectory) != 0;
+  return isDirectory || node.chain.length() == needed ? Failure() : Error::corrupt;
+}
+
 Failure FatFileSystem::remove(FileId directory, const FileInfo& entry) {
   if (const Failure failed = beginChange()) return failed;
   std::shared_ptr<FileNode> node;
@@ -333,7 +347,7 @@ Failure FatFileSystem::remove(FileId directory, const FileInfo& entry) {
   if (entry.isDirectory())
     if (const Failure failed = checkEmpty(static_cast<u32>(entry.id))) return failed;
   FatNode& removed = fatNode(*node);
-  if (const Failure failed = removed.chain.follow(clusters_, kUpTo)) return failed;
+  if (const Failure failed = followOwn(removed)) return failed;
   removed.directory->remove(removed.index);
   if (entry.isDirectory()) directories_.erase(static_cast<u32>(entry.id));
   for (const ClusterRun& run : removed.chain.shorten(0)) clusters_.release(run);
@@ -402,7 +416,7 @@ Failure FatFileSystem::replaceContent(FileId fromDirectory, const FileInfo& from
   FatNode& source = fatNode(*newer);
   FatNode& target = fatNode(*older);
   for (FatNode* node : {&source, &target})
-    if (const Failure failed = node->chain.follow(clusters_, kUpTo)) return failed;
+    if (const Failure failed = followOwn(*node)) return failed;
 
   const FatDirectoryEntryRecord taken = source.entry(), before = target.entry();
   source.directory->remove(source.index);
@@ -436,9 +450,7 @@ void FatFileSystem::setSize(FatNode& node, u64 sizeBytes) {
 // New clusters so that the file has so many, not yet linked to those it has.
 Failure FatFileSystem::extend(FatNode& node, u32 clusters, std::vector<ClusterRun>& added) {
   FatChain& chain = node.chain;
-  const u32 clusterBytes = volume_.layout.clusterBytes();
-  if (const Failure failed = chain.follow(clusters_, kUpTo)) return failed;
-  if (u64{chain.length()} * clusterBytes < node.sizeBytes) return Error::corrupt;
+  if (const Failure failed = followOwn(node)) return failed;
   if (clusters <= chain.length()) return {};
   if (chain.length() != 0 && clusters_.isCut(chain.lastCluster()))
     if (const Failure failed = commit()) return failed;
@@ -485,7 +497,7 @@ Failure FatFileSystem::resizeNode(FileNode& opened, u64 sizeBytes) {
   if (const Failure failed = beginChange()) return failed;
   const u32 clusterBytes = volume_.layout.clusterBytes();
   const u32 kept = static_cast<u32>((sizeBytes + clusterBytes - 1) / clusterBytes);
-  if (const Failure failed = node.chain.follow(clusters_, kUpTo)) return failed;
+  if (const Failure failed = followOwn(node)) return failed;
   const u32 length = node.chain.length();
   if (sizeBytes > node.sizeBytes) {
     if (kept > length && clusters_.freeCount() < kept - length) return Error::volumeFull;
@@ -495,7 +507,6 @@ Failure FatFileSystem::resizeNode(FileNode& opened, u64 sizeBytes) {
     if (failed && node.sizeBytes != oldSize) static_cast<void>(resizeNode(node, oldSize));
     return failed;
   }
-  if (kept > length) return Error::corrupt;
   if (kept < length) {
     for (const ClusterRun& run : node.chain.shorten(kept)) clusters_.release(run);
     if (kept != 0) clusters_.cut(node.chain.lastCluster());

@@ -200,6 +200,33 @@ TEST(FatDotNamesTest, AreFilesLikeAnyOther) {
   EXPECT_EQ(FatFault::none, volume.check().fault);
 }
 
+// What loops is not read as the same bytes again, and what runs into another file's clusters does
+// not give those up.
+TEST(FatCrossedChainsTest, AreToldAndFreeNothing) {
+  for (const bool isLoop : {true, false}) {
+    DamagedVolume volume(0x01, 4000);
+    volume.fill();
+    const u32 one = volume.firstCluster(kOne);
+    const u32 two = volume.firstCluster(kTwo);
+    volume.setFat(one + 2, isLoop ? one : two);
+    const MemoryDisk before = volume.disk().copy();
+    const std::unique_ptr<FileSystem> files = volume.open();
+    File file;
+    u64 done = 0;
+    std::vector<u8> bytes(3000);
+    ASSERT_EQ(Error::none, files->open("/ONE.TXT", {}, file));
+    EXPECT_EQ(isLoop ? Error::corrupt : Error::none, file.read(bytes, done).code);
+    ASSERT_EQ(Error::none, file.close());
+    EXPECT_EQ(Error::corrupt, files->deleteFile("/ONE.TXT"));
+    ASSERT_EQ(Error::none, files->open("/ONE.TXT", {.access = FileAccess::write}, file));
+    EXPECT_EQ(Error::corrupt, file.setSize(10));
+    EXPECT_EQ(Error::corrupt, file.seek(0) ? Failure() : file.write(bytes, done));
+    ASSERT_EQ(Error::none, file.close());
+    ASSERT_EQ(Error::none, files->sync());
+    EXPECT_TRUE(before.sameContent(volume.disk()));
+  }
+}
+
 // Directories that begin in the middle of one another name millions of entries on 2 MB.
 TEST(FatCrossedDirectoriesTest, EndTheWalk) {
   constexpr u32 kFirst = 100, kCount = 1000;
