@@ -51,14 +51,6 @@ TEST_F(MountCheckTest, ThePartitionThatStartsThereIsFound) {
   EXPECT_EQ(mounted("/dev/sda", 0), "free");
 }
 
-TEST_F(MountCheckTest, SwapAreasCountAndTablesMayBeMissing) {
-  disk("sda");
-  EXPECT_EQ(mounted("/dev/sda", 2048), "free");
-  host.file("/proc/swaps",
-            "Filename\t\t\t\tType\t\tSize\n/dev/sda1       partition\t1048572\t0\t-2\n");
-  EXPECT_EQ(mounted("/dev/sda", 2048), "|swap|");
-}
-
 TEST_F(MountCheckTest, NamesFollowTheKernelsRule) {
   struct Case {
     const char *name, *separator, *path;

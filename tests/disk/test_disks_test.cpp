@@ -23,8 +23,6 @@ TEST(FaultyDisk, FailsWhereItIsTold) {
   EXPECT_EQ(memory.sector(10), sectors(1, 0x11));
   EXPECT_EQ(memory.sector(11), sectors(1, 0));
   EXPECT_EQ(disk.writeSectors(10, bytes.data(), 2), Error::none);
-  disk.failRead(0, true);
-  for (int i = 0; i < 3; ++i) EXPECT_NE(disk.readSectors(0, bytes.data(), 1), Error::none);
   FaultyDisk slow(memory);
   slow.failWrite(1, false, FaultyDisk::After::halfWritten);
   DiskTransfer transfer{
@@ -37,14 +35,6 @@ TEST(FaultyDisk, FailsWhereItIsTold) {
   EXPECT_NE(memory.sector(31), sectors(1, 0));
   EXPECT_EQ(slow.clearSectors(30, 2), Error::none);
   EXPECT_EQ(slow.writes(), 3U);
-  FaultyDisk spots(memory);
-  spots.failReadsOf({5, 6});
-  spots.failAccessTo({20, 20});
-  EXPECT_NE(spots.readSectors(4, bytes.data(), 2), Error::none);
-  EXPECT_EQ(spots.readSectors(7, bytes.data(), 2), Error::none);
-  EXPECT_EQ(spots.writeSectors(5, bytes.data(), 2), Error::none);
-  EXPECT_NE(spots.writeSectors(19, bytes.data(), 2), Error::none);
-  EXPECT_EQ(spots.reads() + spots.writes(), 4U);
 }
 
 TEST(RecordingDisk, WhatItLoggedIsPlayedBackWholeAndTorn) {

@@ -84,6 +84,21 @@ TEST_F(ConvertFlowTest, WhatComesAndWhatGoesIsToldBeforeAndTheOldMbrComesBack) {
   EXPECT_EQ(convert(*drive, Scheme::mbr).end, FlowEnd::cancelled);
 }
 
+TEST_F(ConvertFlowTest, AGptWithABadCopyIsRepairedFirstAndNothingIsAsked) {
+  auto drive = open(disk_);
+  add(*drive, 0, 20480, 0x83, "L");
+  expectSure();
+  ASSERT_EQ(convert(*drive, Scheme::gpt).end, FlowEnd::done);
+  disk_.setSector(kSectors - 1, std::vector<u8>(512));
+  drive = open(disk_);
+  MemoryDisk before = disk_.copy();
+  expectFailure("Repair it first:\ntallowinctl table repair /dev/sda");
+  const FlowResult result = convert(*drive, Scheme::mbr);
+  EXPECT_EQ(result.end, FlowEnd::refused);
+  EXPECT_EQ(result.code, Error::gptTableCheck);
+  EXPECT_TRUE(before.sameContent(disk_));
+}
+
 TEST_F(ConvertFlowTest, TheFirstDiskKeepsItsEmbr) {
   const auto drive = open(disk_);
   expectSure();

@@ -58,11 +58,15 @@ TEST_F(CreateFlowTest, APartitionIsWrittenItsStartClearedAndTheOldTableKept) {
   EXPECT_EQ(1U, keptTables());
 }
 
-TEST_F(CreateFlowTest, FatIsClearedAsFarAsItsBackupBootSectorAndNeverBeyondThePartition) {
+TEST_F(CreateFlowTest, WhoCancelsTheFormatGoesOnAndFatIsClearedAsFarAsItsBackupBootSector) {
   fill(2048, 2300);
+  MemoryDisk before = disk_.copy();
   const auto drive = open(disk_);
-  ui_.expect<CreateModel>(tryOnce("11", 100, [](CreateModel& model) {
+  ui_.expect<CreateModel>(tryOnce("11", 100, [&](CreateModel& model) {
     EXPECT_TRUE(model.isOpen());
+    EXPECT_EQ(model.name, "KEPT");
+    EXPECT_TRUE(disk_.sameContent(before));
+    EXPECT_EQ(0U, keptTables());
     model.format = false;
     model.ok();
   }));
@@ -71,19 +75,6 @@ TEST_F(CreateFlowTest, FatIsClearedAsFarAsItsBackupBootSectorAndNeverBeyondThePa
   EXPECT_EQ("1 0Bh 2048..206847\n", tableOf(*drive));
   EXPECT_TRUE(isZero(2054));
   EXPECT_FALSE(isZero(2055));
-}
-
-TEST_F(CreateFlowTest, WhoCancelsTheFormatGoesOnInTheDialogAndNothingIsWritten) {
-  const auto drive = open(disk_);
-  MemoryDisk before = disk_.copy();
-  ui_.expect<CreateModel>(tryOnce("11", 100, [](CreateModel& model) {
-    EXPECT_TRUE(model.isOpen());
-    EXPECT_EQ(model.name, "KEPT");
-  }));
-  ui_.expect<FormatModel>([](FormatModel& model) { model.cancel(); });
-  EXPECT_EQ(FlowEnd::cancelled, create(*drive).end);
-  EXPECT_TRUE(disk_.sameContent(before));
-  EXPECT_EQ(0U, keptTables());
 }
 
 TEST_F(CreateFlowTest, ANewPartitionIsFormattedUnderTheLockThatItWasMadeUnder) {

@@ -216,6 +216,7 @@ TEST_F(FormatFlowTest, AWholeDiskBecomesAVolumeWithoutATable) {
   EXPECT_EQ(18, boot[24]);
   EXPECT_EQ(2, boot[26]);
   EXPECT_EQ(0, boot[28]) << "nothing lies before it";
+  EXPECT_TRUE(textAt(boot, 43, "BOOT       "));
   EXPECT_EQ(Scheme::wholeDisk, open(floppy)->scheme());
 
   ui_.expectMessage("This disk has partitions.");
@@ -247,63 +248,6 @@ TEST_F(FormatFlowTest, BadClustersAreALossAndPlaceholdersNoLabels) {
   });
   EXPECT_EQ(FlowEnd::doneWithLosses, format(*drive, ui_, 1).end);
   EXPECT_EQ("", labelIn(*kind("fat16"), rangeOf(*drive, *drive->findByKernelNumber(1)), 0x06, 437));
-}
-
-// A new kind needs nothing but its row: here one that writes its name into the first sector.
-TEST_F(FormatFlowTest, AKindOfItsOwnIsFormattedByItsRow) {
-  static constexpr u16 kToyTypes[] = {0x63};
-  static constexpr u32 kToyClusters[] = {4096};
-  FileSystemKind toy;
-  toy.word = "toy";
-  toy.name = "TOYFS";
-  toy.types = kToyTypes;
-  toy.clusterChoices = kToyClusters;
-  toy.wantedType = [](u64) { return kToyTypes[0]; };
-  toy.whyNotOfSize = [](u16, u64 sectors, u32) {
-    return sectors < 50000 ? std::string("A TOYFS has at least 50000 sectors.") : std::string();
-  };
-  toy.format = [](const SectorRange& range, const FormatWish& wish, Job& job,
-                  FormatReport& report) -> Failure {
-    job.phase(Phase::formatting, 512);
-    report.touched = true;
-    std::vector<u8> sector(512);
-    std::ranges::copy("TOY" + wish.label, sector.begin());
-    return range.disk.writeSectors(range.firstSector, sector.data(), 1);
-  };
-  toy.facts = [](const SectorRange&, u16, CountClusters, FileSystemFacts& facts) -> Failure {
-    facts.name = "TOYFS";
-    facts.clusterBytes = 4096;
-    return {};
-  };
-  FileSystemKinds kinds = registeredFileSystems();
-  kinds.add(toy);
-  const OperationContext context{ui_, host_, options_, folders_, kinds, mounts_};
-  const auto drive = open(disk_);
-
-  ui_.expectMessage("A TOYFS has at least 50000 sectors.");
-  EXPECT_EQ(FlowEnd::refused,
-            formatFlow(context, *drive, *drive->findByKernelNumber(3), {.kind = &toy}).end);
-  ui_.expect<FormatModel>([](FormatModel& model) {
-    EXPECT_EQ((std::vector<std::string>{"Auto", "4KiB"}), model.clusterChoices);
-    EXPECT_FALSE(model.alignForNtfsControl.shown);
-    model.ok();
-  });
-  ui_.expectMessage("will be erased.", MessageResult::yes);
-  ui_.expect<FormatSummaryModel>([](FormatSummaryModel& model) {
-    EXPECT_EQ("Type: TOYFS", model.lines[1]);
-    model.ok();
-  });
-  EXPECT_EQ(FlowEnd::done, formatFlow(context, *drive, *drive->findByKernelNumber(2),
-                                      {.label = "BOX", .kind = &toy})
-                               .end);
-  const PartitionEntry& entry = *drive->findByKernelNumber(2);
-  EXPECT_EQ(0x63, entry.type) << "the table says it";
-  EXPECT_TRUE(textAt(disk_.sector(entry.startSector), 0, "TOYBOX"));
-
-  CreateModel create({.startSector = 0, .endSector = 409599, .fileSystems = &kinds});
-  create.fileSystem = "99";
-  create.pass();
-  EXPECT_TRUE(create.formatControl.enabled);
 }
 
 TEST_F(FormatFlowTest, EveryLookAtTheButtonMayStopIt) {

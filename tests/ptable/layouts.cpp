@@ -373,7 +373,7 @@ class LayoutMaker {
       if (kind == 0) slot.clear();
       if (kind == 1 && slot.sectorCount > 2) slot.sectorCount = slot.sectorCount / 2;
       if (kind == 2 && slot.type != 0) slot.type = oneOf(kTypes);
-      if (kind == 3 && slot.type == 0)
+      if (kind >= 3 && kind < 8 && slot.type == 0)
         slot = slotFor({sectors() - 1000, sectors() - 500}, oneOf(kTypes));
     }
     disk().setSector(0, sector);

@@ -7,6 +7,43 @@
 namespace tallowin {
 namespace {
 
+DriveSettingsRecord ownSettings() {
+  DriveSettingsRecord record;
+  record.biosGeometry = {1023, 254, 63};
+  record.useGlobalSettings = false;
+  return record;
+}
+
+TEST(ResolveDriveSettings, ZeroFieldsOfAnOverrideTakeTheBiosValues) {
+  DriveSettingsRecord record = ownSettings();
+  record.heads = 15;
+  record.alignOnEnd = kAlignOnEndByResizing;
+  record.alignEndHs = true;
+  record.geometryCalculation = 4;
+  Options options;
+  options.globalGeoAlignVal = 4096;
+  const auto settings = resolveDriveSettings(record, options, {true, true});
+  EXPECT_EQ((Geometry{1023, 15, 63}), settings.geometry);
+  EXPECT_EQ(kAlignOnEndByResizing, settings.alignOnEnd);
+  EXPECT_TRUE(settings.alignEndHs);
+  EXPECT_FALSE(settings.alignHsOnTruncate);
+  EXPECT_FALSE(settings.align1MiB);
+  EXPECT_EQ(0U, settings.alignmentBytes);
+  EXPECT_EQ(4U, settings.geometryCalculation);
+
+  // Global settings that are switched off leave the record's.
+  record.useGlobalSettings = true;
+  options.globalGeoDisable = true;
+  EXPECT_EQ((Geometry{1023, 15, 63}), resolveDriveSettings(record, options, {}).geometry);
+  options.globalGeoDisable = false;
+  const auto global = resolveDriveSettings(record, options, {});
+  EXPECT_TRUE(global.globalInForce);
+  EXPECT_EQ((Geometry{1023, 254, 63}), global.geometry);
+  EXPECT_EQ(0U, global.geometryCalculation);
+  EXPECT_EQ(4096U, global.alignmentBytes);
+  EXPECT_TRUE(global.validateMbrGeometry);
+}
+
 TEST(ResolveDriveSettings, TheGlobalRuleChoosesTheAlignment) {
   struct Case {
     const char* name;
