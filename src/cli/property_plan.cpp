@@ -79,7 +79,7 @@ std::string planProperties(Drive& drive, const PartitionEntry& entry, const Prop
   if (wanted.end) {
     const auto bytes = wanted.end->bytes(drive.sectorSize());
     if (!bytes || *bytes % drive.sectorSize() != 0)
-      return "--end: This is no sector of the disk; give one as 4095s.";
+      return "--end: This is no sector of the disk; give one as 4095.";
     change.endSector = *bytes / drive.sectorSize();
   }
   for (const FlagChange& flag : wanted.flags) {

@@ -20,6 +20,12 @@ void reportPart(CommandContext& context, Drive& drive) {
   }
 }
 
+// A number alone is a sector's, not MiB as for sizes.
+std::optional<Amount> parseSector(std::string_view text) {
+  u64 number = 0;
+  return parseAmount(parseDecimal(text, number) ? std::string(text) + "s" : std::string(text));
+}
+
 class SetCommand : public Command {
   void declare(OptionSet& options, CommonOptions& common) override;
   CommandResult run(CommandContext& context) override;
@@ -47,7 +53,7 @@ void SetCommand::declare(OptionSet& options, CommonOptions& common) {
       "--flag", "FLAG=0/1", wanted_.flags, parseFlagChange, "FLAG=0 or FLAG=1",
       "GPT: 0 to 63, required no-block-io legacy-boot read-only shadow-copy hidden no-mount; "
       "EMBR: boot manager bootable multi-os hd0-only; may be repeated");
-  options.value("--end", "LBA", wanted_.end, parseAmount, "a sector, as 4095s",
+  options.value("--end", "LBA", wanted_.end, parseSector, "a sector, as 4095",
                 "Its last sector; of a partition of the top level");
   options.flag("--fix-boot-sector", fixesBootSector_,
                "Make geometry and drive number in its boot sector those of the disk");

@@ -11,6 +11,8 @@ namespace tallowin {
 const char* confidenceSentence(const LostPartition& found) {
   if (found.isEarlier)
     return "It is of an earlier time: another one in the same sectors was used after it.";
+  if (found.isInside)
+    return "It lies in another one: it is of another time, or an image in a file of that.";
   if (found.isContested)
     return "Another one in the same sectors is in order too: one of them is of an earlier time.";
   switch (found.confidence) {

@@ -63,7 +63,7 @@ class Settlement {
         return other.isSizeKnown && other.confidence <= one.confidence &&
                other.startSector <= one.startSector && one.startSector <= other.endSector;
       });
-      if (!isInner || one.isEarlier) kept.push_back(std::move(one));
+      if (!isInner || one.isEarlier || one.isInside) kept.push_back(std::move(one));
     }
     found_ = std::move(kept);
   }
@@ -309,10 +309,16 @@ bool PartitionSearch::doubtByLater(LostPartition& found, std::span<const u64> ow
     report_.isStopped = report_.isStopped || job_.shouldStop();
     return !report_.isStopped;
   };
-  std::vector<LostPartition> earlier;
+  std::vector<LostPartition> inside;
   u64 from = found.startSector;
   while (const auto place = later_.firstIn(found, from, ownPlaces, goesOn)) {
     from = place->lba;
+    if (!place->namesItsPlace) {
+      auto one = partitionOf(*place->volume);
+      if (one) inside.push_back(std::move(*one));
+      if (one) inside.back().isInside = true;
+      continue;
+    }
     const u64 usedAt = place->volume ? place->volume->usedAt : 0;
     const bool areKnown = usedAt != 0 && found.usedAt != 0;
     if (!areKnown || found.usedAt <= usedAt + kDay) {
@@ -321,11 +327,13 @@ bool PartitionSearch::doubtByLater(LostPartition& found, std::span<const u64> ow
       found.isContested = !found.isEarlier && (found.startSector % unit == 0 || from % unit != 0);
       return true;
     }
-    if (auto one = partitionOf(*place->volume)) earlier.push_back(std::move(*one));
+    if (auto one = partitionOf(*place->volume)) {
+      inside.push_back(std::move(*one));
+      inside.back().isEarlier = true;
+    }
   }
-  for (LostPartition& one : earlier) {
+  for (LostPartition& one : inside) {
     one.confidence = Confidence::doubtful;
-    one.isEarlier = true;
     report_.found.push_back(std::move(one));
   }
   return false;

@@ -30,6 +30,8 @@ struct LostPartition {
   bool isContested = false;
   // What lies in it, or around it, was used after it.
   bool isEarlier = false;
+  // It lies in another one and does not say where it belongs: it may be an image in a file.
+  bool isInside = false;
   u64 usedAt = 0;       // see LostVolume
   u32 volumeCount = 0;  // of an extended partition, which comes back with them
   // Inside an extended partition, where its EBR can go; nothing: there is no room for one.

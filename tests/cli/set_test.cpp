@@ -189,7 +189,7 @@ TEST_F(SetTest, TheEndMovesWhereNothingIsLost) {
   for (const char* label : {"label: dos\n", "label: gpt\n"}) {
     makeTable(path_, std::string(label) + "start=2048,size=40960\nstart=81920,size=20480\n");
     ASSERT_EQ(runProgram({"mkfs.fat", "--offset", "2048", path_, "15360"}).status, 0);
-    expectDone("set", {"--part", "1", "--end", "81919s"});
+    expectDone("set", {"--part", "1", "--end", "81919"});
     EXPECT_EQ(readTable(path_).rows.at(0).size, 79872u) << label;
     expectDone("set", {"--part", "1", "--end", "32767s"});
     EXPECT_EQ(readTable(path_).rows.at(0).size, 30720u) << label;

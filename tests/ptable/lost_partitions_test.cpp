@@ -201,6 +201,21 @@ TEST_F(LostPartitionsTest, AnImageInAFileIsNoPartition) {
   EXPECT_EQ(search(), "FAT16 2048+40000 sure\n");
 }
 
+// What does not say where it belongs is offered too, for the other may be an old remain.
+TEST_F(LostPartitionsTest, WhatLiesInAnotherOneAndNamesNoPlaceIsOfferedInDoubt) {
+  putFat(2048, 2048, 60000);
+  LuksHeaderRecord luks{};
+  luks.magic = {'L', 'U', 'K', 'S', '\xBA', '\xBE'};
+  luks.version = 2;
+  luks.headerBytes = 16384;
+  luks.uuid[0] = 'u';
+  put(32768 * 512, luks);
+  put(32768 * 512 + 16384, std::array<char, 6>{'S', 'K', 'U', 'L', '\xBA', '\xBE'});
+  const std::string found = search();
+  EXPECT_EQ(found.find("FAT16 2048+60000 sure\nLUKS2 32768+"), 0U) << found;
+  EXPECT_EQ(report_.found.at(1).confidence, Confidence::doubtful);
+}
+
 TEST_F(LostPartitionsTest, AChainInsideAnotherOneIsOffered) {
   constexpr u64 kCylinder = 16065;
   putFat(2048, 2048, 60000);
