@@ -27,7 +27,7 @@ constexpr Column kTitles[] = {{"", {TickList::kBoxWidth}},
                               {"Size", {104, FL_ALIGN_RIGHT}},
                               {"", {8}},
                               {"Label", {96}},
-                              {"", {0}}};
+                              {"How sure", {0}}};
 constexpr ListColumn kColumns[] = {kTitles[0].column, kTitles[1].column, kTitles[2].column,
                                    kTitles[3].column, kTitles[4].column, kTitles[5].column,
                                    kTitles[6].column};
@@ -41,8 +41,10 @@ UndeleteView::UndeleteView(UndeleteModel& model)
   int x = kMargin;
   for (const Column& column : kTitles) {
     constexpr int kPadding = 4;
+    // The last one has the rest.
+    const int width = column.column.width != 0 ? column.column.width : kMargin + kInnerWidth - x;
     if (*column.title != '\0')
-      addText(x + kPadding, kHeadY, column.column.width - 2 * kPadding, kLineHeight, column.title,
+      addText(x + kPadding, kHeadY, width - 2 * kPadding, kLineHeight, column.title,
               column.column.align);
     x += column.column.width;
   }
