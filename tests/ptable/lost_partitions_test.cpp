@@ -170,7 +170,7 @@ TEST_F(LostPartitionsTest, PartitionsInsideAnotherOneThatSayTheirPlaceAreOffered
             "FAT16 2048+40000 doubtful\nFAT12 8192+4096 doubtful\n"
             "FAT12 20480+4096 doubtful\nFAT12 49152+4096 sure\n");
   EXPECT_TRUE(report_.found[0].isContested && report_.found[1].isContested);
-  EXPECT_FALSE(report_.found[4].isContested);
+  EXPECT_FALSE(report_.found.at(3).isContested);
   EXPECT_EQ(job_.done, job_.total);
 }
 
