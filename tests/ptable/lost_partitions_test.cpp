@@ -60,6 +60,16 @@ class LostPartitionsTest : public testing::Test {
     put(lba * 512, ebr);
   }
 
+  void putLuks(u64 lba) {
+    LuksHeaderRecord luks{};
+    luks.magic = {'L', 'U', 'K', 'S', '\xBA', '\xBE'};
+    luks.version = 2;
+    luks.headerBytes = 16384;
+    luks.uuid[0] = 'u';
+    put(lba * 512, luks);
+    put(lba * 512 + 16384, std::array<char, 6>{'S', 'K', 'U', 'L', '\xBA', '\xBE'});
+  }
+
   // "FAT16 2048+4096 sure", one a line.
   std::string search(DiskDevice& disk, bool isInsideExtended = false) {
     std::unique_ptr<Drive> drive;
@@ -204,13 +214,7 @@ TEST_F(LostPartitionsTest, AnImageInAFileIsNoPartition) {
 // What does not say where it belongs is offered too, for the other may be an old remain.
 TEST_F(LostPartitionsTest, WhatLiesInAnotherOneAndNamesNoPlaceIsOfferedInDoubt) {
   putFat(2048, 2048, 60000);
-  LuksHeaderRecord luks{};
-  luks.magic = {'L', 'U', 'K', 'S', '\xBA', '\xBE'};
-  luks.version = 2;
-  luks.headerBytes = 16384;
-  luks.uuid[0] = 'u';
-  put(32768 * 512, luks);
-  put(32768 * 512 + 16384, std::array<char, 6>{'S', 'K', 'U', 'L', '\xBA', '\xBE'});
+  putLuks(32768);
   const std::string found = search();
   EXPECT_EQ(found.find("FAT16 2048+60000 sure\nLUKS2 32768+"), 0U) << found;
   EXPECT_EQ(report_.found.at(1).confidence, Confidence::doubtful);
@@ -249,13 +253,7 @@ TEST_F(LostPartitionsTest, HeadersOfFormsThatNoProgramHereMakes) {
   put(16384 * 512, hpfs);
   put(16384 * 512 + 54, std::array<char, 8>{'H', 'P', 'F', 'S', ' ', ' ', ' ', ' '});
   put(16384 * 512 + 510, Le16(0xAA55));
-  LuksHeaderRecord luks{};
-  luks.magic = {'L', 'U', 'K', 'S', '\xBA', '\xBE'};
-  luks.version = 2;
-  luks.headerBytes = 16384;
-  luks.uuid[0] = 'u';
-  put(32768 * 512, luks);
-  put(32768 * 512 + 16384, std::array<char, 6>{'S', 'K', 'U', 'L', '\xBA', '\xBE'});
+  putLuks(32768);
   putFat(49152, 49152);
   EXPECT_EQ(search(),
             "HFS+ 2048+8000 sure\nHPFS 16384+8192 sure\nLUKS2 32768+16384 sure\n"

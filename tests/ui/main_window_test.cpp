@@ -1,42 +1,22 @@
 // A person in front of the program: creates, formats and deletes on an image, while independent
 // programs watch what is written.
-#include <gtest/gtest.h>
 #include <signal.h>
 
-#include "support/oracle.h"
-#include "support/sfdisk.h"
-#include "support/temp_folder.h"
-#include "ui/screen.h"
+#include "ui/program_test.h"
 
 namespace tallowin {
 namespace {
 
-constexpr const char* kTitle = "Tallowin 1.32";
 const SfdiskRow kLinux{1, 2048, 32768, 0x83};
 
-class MainWindowTest : public testing::Test {
+class MainWindowTest : public ProgramTest {
  protected:
-  void SetUp() override {
-    if (const std::string missing = Screen::whyMissing(); !missing.empty()) GTEST_SKIP() << missing;
-    for (const char* program : {"sfdisk", "fsck.fat"})
-      if (!hasProgram(program)) GTEST_SKIP() << program << " is not installed";
-    // Settings and table backups of the program go here.
-    setenv("TALLOWIN_HOME", folder_.path().c_str(), 1);
+  void prepare() override {
     image_ = folder_.sparse("disk.img", 256ull << 20);
     ASSERT_EQ(makeTable(image_, "label: dos\nstart=2048, size=32768, type=83\n"), "");
     other_ = folder_.sparse("other.img", 100ull << 20);
     ASSERT_EQ(makeTable(other_, "label: dos\n"), "");
-    screen_ = std::make_unique<Screen>();
-    program_ = std::make_unique<ChildProcess>(
-        std::vector<std::string>{UI_PROGRAM, "-nd", "-img:" + image_, "-img:" + other_});
-    ASSERT_FALSE(screen_->waitFor(kTitle).empty());
-  }
-
-  // Presses keys, and waits for the window that they lead to.
-  void press(const std::string& keys, const std::string& title) {
-    SCOPED_TRACE(keys);
-    screen_->press(keys);
-    ASSERT_FALSE(screen_->waitFor(title).empty());
+    start({image_, other_});
   }
 
   std::vector<SfdiskRow> rows() {
@@ -67,11 +47,7 @@ class MainWindowTest : public testing::Test {
     EXPECT_EQ(status, 0);
   }
 
-  TempFolder folder_;
-  std::string image_;
   std::string other_;
-  std::unique_ptr<Screen> screen_;
-  std::unique_ptr<ChildProcess> program_;
 };
 
 TEST_F(MainWindowTest, KeysAloneCreateFormatAndDelete) {
@@ -79,7 +55,7 @@ TEST_F(MainWindowTest, KeysAloneCreateFormatAndDelete) {
   press("End Insert", "Create - 239 MiB Block");
   press("w o r k alt+s 1 1 Return", "Format");
   press("Return", "Format Summary");
-  press("Return", kTitle);
+  press("Return", kMainTitle);
   ASSERT_EQ(rows().size(), 2u);
   const SfdiskRow created = rows()[1];
   EXPECT_EQ(rows()[0], kLinux);
@@ -91,15 +67,15 @@ TEST_F(MainWindowTest, KeysAloneCreateFormatAndDelete) {
   press("alt+f", "Format");
   press("Down Down Return", "Format");
   press("alt+y", "Format Summary");
-  press("Escape", kTitle);
+  press("Escape", kMainTitle);
   EXPECT_EQ(rows(), (std::vector{kLinux, created}));
   expectFreshFat32(created);
 
   press("Delete", "Confirm Delete");
-  press("Return", kTitle);  // the focus is on No
+  press("Return", kMainTitle);  // the focus is on No
   EXPECT_EQ(rows(), (std::vector{kLinux, created}));
   press("alt+l", "Confirm Delete");
-  press("alt+y", kTitle);
+  press("alt+y", kMainTitle);
   EXPECT_EQ(rows(), std::vector{kLinux});
 
   screen_->press("Escape");
@@ -107,10 +83,10 @@ TEST_F(MainWindowTest, KeysAloneCreateFormatAndDelete) {
 }
 
 TEST_F(MainWindowTest, ButtonsAnswerClicks) {
-  const std::string window = screen_->waitFor(kTitle);
+  const std::string window = screen_->waitFor(kMainTitle);
   screen_->click(window, 506 + 32, 101 + 10);
   ASSERT_FALSE(screen_->waitFor("Confirm Delete").empty());
-  press("alt+y", kTitle);
+  press("alt+y", kMainTitle);
   EXPECT_EQ(rows(), std::vector<SfdiskRow>{});
   screen_->click(window, 176 + 37, 366 + 12);
   expectClosed();
@@ -118,19 +94,19 @@ TEST_F(MainWindowTest, ButtonsAnswerClicks) {
 
 TEST_F(MainWindowTest, KeysSelectDrivesReadAgainAndWalk) {
   press("1 Insert", "Create - 99 MiB Block");
-  press("Escape", kTitle);
+  press("Escape", kMainTitle);
   press("0 Page_Down Home End Insert", "Create - 239 MiB Block");
-  press("Escape", kTitle);
+  press("Escape", kMainTitle);
 
   // Another program changes the table; F5 shows it. Tab goes from the list to the first button.
   ASSERT_EQ(makeTable(image_, "label: dos\nstart=2048, size=104448, type=83\n"), "");
   press("F5 End Tab space", "Create - 204 MiB Block");
-  press("Escape", kTitle);
+  press("Escape", kMainTitle);
 
   press("F1", "Tallowin Help");
   screen_->press("Escape");
   EXPECT_TRUE(screen_->waitUntilGone("Tallowin Help"));
-  ASSERT_FALSE(screen_->waitFor(kTitle).empty());
+  ASSERT_FALSE(screen_->waitFor(kMainTitle).empty());
   screen_->press("F10");
   expectClosed();
 }
@@ -170,7 +146,7 @@ TEST_F(MainWindowTest, AFileIsEditedByKeysAndReadByOthers) {
   EXPECT_EQ(read("CONFIG.SYS"), "FILES=99\r\nBUFFERS=20\r\n");
   EXPECT_EQ(read("Ein Brief.txt"), "FILES=99\r\nBUFFERS=LASTDRIVE=Z20\r\n");
   press("Return Escape", "Warning");
-  press("alt+n", kTitle);
+  press("alt+n", kMainTitle);
   expectSound(2048, 32768);
   screen_->press("Escape");
   expectClosed();
@@ -183,7 +159,7 @@ TEST_F(MainWindowTest, ASignalAndALostDisplayEndTheProgramFromAnOpenMenuToo) {
 
   screen_->forget();  // the display may give the next window the number of the last
   ChildProcess again({UI_PROGRAM, "-nd", "-img:" + image_});
-  ASSERT_FALSE(screen_->waitFor(kTitle).empty());
+  ASSERT_FALSE(screen_->waitFor(kMainTitle).empty());
   screen_->press("alt+d space");
   screen_.reset();
   int status = -1;

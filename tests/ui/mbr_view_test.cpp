@@ -1,61 +1,34 @@
 // A person in the MBR editor: every button by mouse and by key, while sfdisk watches the disk.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <memory>
-
-#include "support/oracle.h"
-#include "support/sfdisk.h"
-#include "support/temp_folder.h"
-#include "ui/screen.h"
+#include "ui/program_test.h"
 
 namespace tallowin {
 namespace {
 
-constexpr const char* kMain = "Tallowin 1.32";
 constexpr const char* kTitle = "View MBR";
 constexpr const char* kScript =
     "label: dos\nlabel-id: 0x12345678\n1:start=2048,size=20480,type=83,bootable\n"
     "2:start=40960,size=20480,type=7\n3:start=24576,size=2048,type=82\n";
 
-struct Place {
-  int x;
-  int y;
-};
-constexpr Place kSetActive{122, 125};
-constexpr Place kInsert{202, 125};
-constexpr Place kDelete{282, 125};
-constexpr Place kMoveUp{362, 125};
-constexpr Place kApply{246, 180};
-constexpr Place kCancel{318, 180};
-constexpr Place kFirstRow{60, 39};
-constexpr Place kSelectOk{170, 212};
-constexpr int kRowHeight = 14;
-
-class MbrViewTest : public testing::Test {
+class MbrViewTest : public ProgramTest {
  protected:
-  void SetUp() override {
-    if (const std::string missing = Screen::whyMissing(); !missing.empty()) GTEST_SKIP() << missing;
-    if (!hasProgram("sfdisk")) GTEST_SKIP() << "sfdisk is not installed";
-    setenv("TALLOWIN_HOME", folder_.path().c_str(), 1);
-    image_ = folder_.sparse("disk.img", 50ull << 20);
-    screen_ = std::make_unique<Screen>();
-  }
+  static constexpr Place kSetActive{122, 125};
+  static constexpr Place kInsert{202, 125};
+  static constexpr Place kDelete{282, 125};
+  static constexpr Place kMoveUp{362, 125};
+  static constexpr Place kApply{246, 180};
+  static constexpr Place kCancel{318, 180};
+  static constexpr Place kFirstRow{60, 39};
+  static constexpr Place kSelectOk{170, 212};
+  static constexpr int kRowHeight = 14;
 
+  void prepare() override { image_ = folder_.sparse("disk.img", 50ull << 20); }
   void open() {
     ASSERT_EQ(makeTable(image_, kScript), "");
     before_ = track();
-    program_ = std::make_unique<ChildProcess>(
-        std::vector<std::string>{UI_PROGRAM, "-nd", "-img:" + image_});
-    ASSERT_FALSE(screen_->waitFor(kMain).empty());
+    start({image_});
     openEditor();
   }
-  void openEditor() {
-    screen_->press("alt+v");
-    window_ = screen_->waitFor(kTitle);
-    ASSERT_FALSE(window_.empty());
-  }
-  void click(Place place) { screen_->click(window_, place.x, place.y); }
+  void openEditor() { press("alt+v", kTitle); }
   void selectSlot(int slot) { click({kFirstRow.x, kFirstRow.y + slot * kRowHeight}); }
   // A message box that must come, answered; then the editor is in front again.
   void answer(const std::string& title, const std::string& keys) {
@@ -63,7 +36,7 @@ class MbrViewTest : public testing::Test {
     screen_->press(keys);
     ASSERT_FALSE(screen_->waitFor(kTitle).empty());
   }
-  void expectClosed() { EXPECT_FALSE(screen_->waitFor(kMain).empty()); }
+  void expectClosed() { EXPECT_FALSE(screen_->waitFor(kMainTitle).empty()); }
   // Cancel asks before it drops what was changed.
   void expectDropped() {
     ASSERT_FALSE(screen_->waitFor(kTitle).empty());
@@ -81,12 +54,7 @@ class MbrViewTest : public testing::Test {
   std::string track() { return runProgram({"head", "-c", "32768", image_}).output; }
   void expectUntouched() { EXPECT_TRUE(track() == before_) << "something was written"; }
 
-  TempFolder folder_;
-  std::string image_;
-  std::string window_;
   std::string before_;
-  std::unique_ptr<Screen> screen_;
-  std::unique_ptr<ChildProcess> program_;
 };
 
 TEST_F(MbrViewTest, RowsAndButtonsByMouse) {

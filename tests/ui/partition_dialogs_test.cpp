@@ -1,69 +1,30 @@
 // A person in Properties and in Undelete: by key and by mouse, while other programs watch the disk.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <memory>
-
-#include "support/oracle.h"
-#include "support/sfdisk.h"
-#include "support/temp_folder.h"
-#include "ui/screen.h"
+#include "ui/program_test.h"
 
 namespace tallowin {
 namespace {
 
-constexpr const char* kMain = "Tallowin 1.32";
 constexpr const char* kScript =
     "label: dos\n1:start=2048,size=32768,type=6\n2:start=40960,size=20480,type=83\n"
     "3:start=65536,size=131072,type=f\n5:start=67584,size=20480,type=83\n";
 constexpr std::size_t kBootSector = 2048 * 512;
 constexpr const char* kFirstGuid = "11111111-2222-3333-4444-555555555555";
 
-struct Place {
-  int x;
-  int y;
-};
-constexpr Place kMainProperties{538, 212};
-constexpr Place kFirstFlagBox{22, 141};
-constexpr Place kDetails{67, 331};
-constexpr Place kHide{179, 331};
-constexpr Place kOk{201, 373};
-constexpr Place kCancel{289, 373};
-constexpr Place kFirstFoundBox{22, 81};
-constexpr Place kAddAll{50, 304};
-constexpr Place kAdd{236, 304};
-constexpr int kRowHeight = 15;
-
-class PartitionDialogsTest : public testing::Test {
+class PartitionDialogsTest : public ProgramTest {
  protected:
-  void SetUp() override {
-    if (const std::string missing = Screen::whyMissing(); !missing.empty()) GTEST_SKIP() << missing;
-    for (const char* program : {"sfdisk", "mkfs.fat", "mlabel"})
-      if (!hasProgram(program)) GTEST_SKIP() << program << " is not installed";
-    setenv("TALLOWIN_HOME", folder_.path().c_str(), 1);
-    image_ = folder_.sparse("disk.img", 128ull << 20);
-    screen_ = std::make_unique<Screen>();
-  }
+  static constexpr Place kMainProperties{538, 212};
+  static constexpr Place kFirstFlagBox{22, 141};
+  static constexpr Place kDetails{67, 331};
+  static constexpr Place kHide{179, 331};
+  static constexpr Place kOk{201, 373};
+  static constexpr Place kCancel{289, 373};
+  static constexpr Place kFirstFoundBox{22, 81};
+  static constexpr Place kAddAll{50, 304};
+  static constexpr Place kAdd{236, 304};
+  static constexpr int kRowHeight = 15;
 
-  void start() {
-    program_ = std::make_unique<ChildProcess>(
-        std::vector<std::string>{UI_PROGRAM, "-nd", "-img:" + image_});
-    window_ = screen_->waitFor(kMain);
-    ASSERT_FALSE(window_.empty());
-  }
-  // Keys, or a click, and the window that they lead to.
-  void press(const std::string& keys, const std::string& title) {
-    SCOPED_TRACE(keys);
-    screen_->press(keys);
-    window_ = screen_->waitFor(title);
-    ASSERT_FALSE(window_.empty());
-  }
-  void click(Place place, const std::string& title = {}, const std::string& held = {}) {
-    screen_->click(window_, place.x, place.y, held);
-    if (title.empty()) return;
-    window_ = screen_->waitFor(title);
-    ASSERT_FALSE(window_.empty()) << place.x << ", " << place.y;
-  }
+  void prepare() override { image_ = folder_.sparse("disk.img", 128ull << 20); }
+  void start() { ProgramTest::start({image_}); }
   // A FAT in the image, by its own tool.
   void putFat(u64 sector, unsigned mebibytes, const std::string& options) {
     const std::string volume = folder_.sparse("volume.img", u64{mebibytes} << 20);
@@ -81,12 +42,6 @@ class PartitionDialogsTest : public testing::Test {
     return runProgram({"mlabel", "-s", "-i", image_ + "@@" + std::to_string(kBootSector), "::"})
         .output;
   }
-
-  TempFolder folder_;
-  std::string image_;
-  std::string window_;
-  std::unique_ptr<Screen> screen_;
-  std::unique_ptr<ChildProcess> program_;
 };
 
 TEST_F(PartitionDialogsTest, AFatIsRepairedRenamedAndHiddenAndShownAgain) {
@@ -101,7 +56,7 @@ TEST_F(PartitionDialogsTest, AFatIsRepairedRenamedAndHiddenAndShownAgain) {
   EXPECT_EQ(byteAt(kBootSector + 36), 0x80u);
   press("alt+d", "Details");
   press("Return", title);
-  press("alt+n ctrl+a N E W alt+h F10", kMain);
+  press("alt+n ctrl+a N E W alt+h F10", kMainTitle);
   EXPECT_NE(label().find("NEW"), std::string::npos) << label();
   EXPECT_EQ(rows()[0].type, 0x16u);
 
@@ -112,11 +67,11 @@ TEST_F(PartitionDialogsTest, AFatIsRepairedRenamedAndHiddenAndShownAgain) {
   click(kDetails, "Details");
   press("Return", title);
   click(kHide);
-  click(kOk, kMain);
+  click(kOk, kMainTitle);
   EXPECT_EQ(rows()[0].type, 0x06u);
   click(kMainProperties, title);
   click(kHide);
-  click(kCancel, kMain);
+  click(kCancel, kMainTitle);
   EXPECT_EQ(rows()[0].type, 0x06u);
 }
 
@@ -131,7 +86,7 @@ TEST_F(PartitionDialogsTest, WhatCannotBeIsRefusedAndTheEndIsChangedWithShift) {
   }
   press("alt+d", "Notice");  // nothing that can be mounted
   press("Return", title);
-  press("Escape", kMain);
+  press("Escape", kMainTitle);
   EXPECT_EQ(rows()[1], (SfdiskRow{2, 40960, 20480, 0x83}));
 
   click(kMainProperties, title, "shift");
@@ -141,25 +96,25 @@ TEST_F(PartitionDialogsTest, WhatCannotBeIsRefusedAndTheEndIsChangedWithShift) {
   press("Return", title);
   EXPECT_EQ(rows()[1].size, 20480u);
   press("Return", "Properties");
-  press("alt+y", kMain);
+  press("alt+y", kMainTitle);
   EXPECT_EQ(rows()[1], (SfdiskRow{2, 40960, 18432, 0x83}));
   press("shift+alt+t", title);
-  press("alt+e ctrl+a 6 1 4 3 9 F10", kMain);
+  press("alt+e ctrl+a 6 1 4 3 9 F10", kMainTitle);
   EXPECT_EQ(rows()[1].size, 20480u);
 
   // Volumes have no end to change, and hide by a type of their own.
   press("Down Down alt+t", "Properties (3) ");
   press("alt+r", "Notice");
   press("Return", "Properties (3) ");
-  press("Escape", kMain);
+  press("Escape", kMainTitle);
   title = "Properties (380) ";
   press("Down shift+alt+t", title);
   press("alt+s ctrl+a 5 Return", "Notice");
   press("Return", title);
-  press("alt+s ctrl+a 1 3 1 alt+n ctrl+a V O L alt+h F10", kMain);
+  press("alt+s ctrl+a 1 3 1 alt+n ctrl+a V O L alt+h F10", kMainTitle);
   EXPECT_EQ(rows()[3], (SfdiskRow{5, 67584, 20480, 0xED}));
   press("alt+t", title);
-  press("alt+h F10", kMain);
+  press("alt+h F10", kMainTitle);
   EXPECT_EQ(rows()[3], (SfdiskRow{5, 67584, 20480, 0x83}));
 }
 
@@ -175,7 +130,7 @@ TEST_F(PartitionDialogsTest, FlagsAndTypesOfAGptAreChanged) {
   press("Return", title);
   screen_->press("alt+n ctrl+a o t h e r alt+t ctrl+a");
   screen_->type("EFI System");
-  press("alt+g Home space Down Down space End space F10", kMain);
+  press("alt+g Home space Down Down space End space F10", kMainTitle);
   const GptRow row = readGpt(image_)[0];
   EXPECT_EQ(row.name, "other");
   EXPECT_EQ(row.type, "C12A7328-F81F-11D2-BA4B-00A0C93EC93B");
@@ -183,7 +138,7 @@ TEST_F(PartitionDialogsTest, FlagsAndTypesOfAGptAreChanged) {
   click(kMainProperties, title);
   click({kFirstFlagBox.x, kFirstFlagBox.y + kRowHeight});
   click(kFirstFlagBox);
-  click(kOk, kMain);
+  click(kOk, kMainTitle);
   EXPECT_EQ(readGpt(image_)[0].attributes, 1u << 1 | 1u << 2 | u64{1} << 63);
 }
 
@@ -208,25 +163,25 @@ TEST_F(PartitionDialogsTest, LostPartitionsAreTickedAndAdded) {
   screen_->press("Home space");
   click({kFirstFoundBox.x, kFirstFoundBox.y + 2 * kRowHeight});
   press("alt+a", title);
-  press("Return", kMain);
+  press("Return", kMainTitle);
   EXPECT_EQ(rows(), (std::vector{SfdiskRow{1, 40960, 32768, 6}}));
 
   press("End Delete", title);
   screen_->press("Return");
   waitForList();
   click(kAdd, title);
-  press("Return", kMain);
+  press("Return", kMainTitle);
   EXPECT_EQ(rows().size(), 2u);
   EXPECT_EQ(rows()[1].start, 81920u);
 
   press("Home Delete", title);
-  press("Escape", kMain);
+  press("Escape", kMainTitle);
   press("Home Delete", title);
   press("Return", title);
   screen_->press("alt+n");
   waitForList();
   click(kAddAll, title);
-  press("Return", kMain);
+  press("Return", kMainTitle);
   EXPECT_EQ(rows().size(), 3u);
 }
 
