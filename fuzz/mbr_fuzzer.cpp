@@ -42,9 +42,9 @@ void requireSorted(const Entries& entries, Position position) {
   require(std::ranges::is_sorted(entries, {}, [&](const auto& entry) { return position(*entry); }));
 }
 
-void requireFreeOf(const PartitionEntry& block, u64 first, u64 last) {
-  require(block.startSector <= block.endSector);
-  require(last < block.startSector || block.endSector < first);
+void requireFreeOf(const SectorRegion& block, u64 first, u64 last) {
+  require(block.first <= block.last);
+  require(last < block.first || block.last < first);
 }
 
 void check(const Drive& drive) {
@@ -55,7 +55,8 @@ void check(const Drive& drive) {
       require(block->endSector <= drive.lastLba());
       for (const auto& other : entries)
         if (!other->isFree() && !other->isInError())
-          requireFreeOf(*block, other->startSector, other->endSector);
+          requireFreeOf({block->startSector, block->endSector}, other->startSector,
+                        other->endSector);
     }
     if (!block->volumes) continue;
     const auto& volumes = block->volumes->entries;
@@ -65,9 +66,14 @@ void check(const Drive& drive) {
       if (!inner->isFree()) continue;
       require(inner->ebr < inner->volumeStart);
       require(inner->endSector <= block->endSector);
-      for (const auto& other : volumes)
-        if (!other->isFree() && !other->isInError())
-          requireFreeOf(*inner, block->startSector + other->ebr, other->endSector);
+      // With the place of its EBR. Between an EBR and a volume far behind it there may be room.
+      const SectorRegion room{block->startSector + inner->ebr, inner->endSector};
+      for (const auto& other : volumes) {
+        if (other->isFree() || other->isInError()) continue;
+        const u64 ebr = block->startSector + other->ebr;
+        requireFreeOf(room, ebr, ebr);
+        requireFreeOf(room, other->startSector, other->endSector);
+      }
     }
   }
 }
