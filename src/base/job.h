@@ -19,6 +19,13 @@ enum class Phase : u8 {
   copyingOut,  // and out of one
   deleting,    // files
   proving,     // reading what files hold
+  copying,     // sectors of a partition to another place
+  sliding,     // within its free space
+  undoing,     // what was moved is put back; cannot be stopped
+  aligning,
+  preparing,  // for an alignment
+  resizing,
+  checkingAgain,  // after a change
 };
 
 enum class Direction { read, write };
@@ -39,6 +46,11 @@ class Job {
 
   // Begins a phase of `totalBytes`, 0 when the amount is not known.
   virtual void phase(Phase phase, u64 totalBytes) = 0;
+  // Which step of the phase begins, from 1 on, where it has several; each of so many bytes.
+  virtual void step(u32 number, u64 totalBytes) {
+    static_cast<void>(number);
+    static_cast<void>(totalBytes);
+  }
   // So many bytes more of the phase are done.
   virtual void advance(u64 bytes) = 0;
   // So many things of what the phase looks for were found by now.

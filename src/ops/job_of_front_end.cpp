@@ -32,6 +32,20 @@ PhaseWords wordsOf(Phase phase) {
       return {"Check", "Checking for errors...", "Cancel"};
     case Phase::searching:
       return {"Undelete", "In progress...   0 Found.", "&Stop"};
+    case Phase::copying:
+      return {"Copying", "Copy in progress ...", "Cancel"};
+    case Phase::sliding:
+      return {"Sliding", "Slide in progress...", "Cancel"};
+    case Phase::undoing:
+      return {"Undoing", "Rollback in progress...", ""};
+    case Phase::aligning:
+      return {"Aligning", "Aligning...", "Cancel"};
+    case Phase::preparing:
+      return {"Aligning", "Preparing for Alignment...", "Cancel"};
+    case Phase::resizing:
+      return {"Resize", "Resizing...", "Cancel"};
+    case Phase::checkingAgain:
+      return {"Resize", "Checking for errors...", "Cancel"};
   }
   return {"", "", ""};
 }

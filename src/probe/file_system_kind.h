@@ -111,6 +111,60 @@ struct RepairReport {
   CheckReport after;  // what a check says then
 };
 
+class ExtentList;
+
+// Which sectors of a volume are asked for.
+struct UsedExtentsWish {
+  // What lies behind the last whole cluster, up to the end of the range.
+  bool includeTail = false;
+  // The last sector of the range, where a file system that is shorter than its partition keeps the
+  // backup of its boot sector there.
+  bool includeLastSector = false;
+  // Files whose contents are not moved.
+  bool skipPageFile = false;
+  bool skipHibernationFile = false;
+  bool skipSwapFile = false;
+  bool skipLog = false;
+  std::vector<std::string> exclusions;  // paths of further ones
+};
+
+// In what sizes a volume can go on living where it begins.
+struct ResizeLimits {
+  u64 minimumSectors = 0;
+  u64 maximumSectors = 0;
+  u64 usedSectors = 0;   // in use by its files
+  u32 clusterBytes = 0;  // as it is
+};
+
+struct ResizeWish {
+  u64 sectors = 0;       // from the first sector of the range on
+  u32 clusterBytes = 0;  // 0 automatic
+  bool keepClusterSize = false;
+  u16 forcedType = 0;  // 0x0B FAT32, 0x06 FAT16, 0 automatic
+  bool checkAfter = true;
+  // The clusters behind the wished end are moved below it, and nothing else changes.
+  bool relocateOnly = false;
+  Geometry geometry;
+  u64 hiddenSectors = 0;
+};
+
+// What is settled before the first write.
+struct ResizePlan {
+  u32 clusterBytes = 0;  // that it will have
+  u16 type = 0;          // that the partition is to have
+  u64 minimumSectors = 0;
+};
+
+struct ResizeReport {
+  bool touched = false;  // something was written, or may have been
+  // The number that the kind publishes for what a check found, before or after.
+  u32 fault = 0;
+  std::string faultText;  // what it is: a sentence
+  u16 type = 0;           // that the partition is to have
+  u32 clusterBytes = 0;
+  std::vector<std::string> notes;
+};
+
 class FileSystem;
 
 // How the files of a volume are to be reached.
@@ -171,6 +225,24 @@ struct FileSystemKind {
   // what is the whyNot of a mend, of which nothing was written then.
   Failure (*repair)(const SectorRange& range, u16 type, const RepairWish& wish, Job& job,
                     RepairReport& report) = nullptr;
+  // The sectors that hold something, in ascending order, by numbers of the disk.
+  // fileSystemUnreadable, read, outOfMemory.
+  Failure (*usedExtents)(const SectorRange& range, u16 type, const UsedExtentsWish& wish,
+                         ExtentList& extents) = nullptr;
+  // `roomSectors`: what the range could have at most. invalidVolume, read.
+  Failure (*resizeLimits)(const SectorRange& range, u16 type, u64 roomSectors,
+                          ResizeLimits& limits) = nullptr;
+  // Whether a wish can be fulfilled, and what would come of it; `resize` asks it too. Writes
+  // nothing. sizeNotPossible: it cannot hold the data; invalidSizeForType: not for this kind;
+  // invalidVolume, read, outOfMemory.
+  Failure (*planResize)(const SectorRange& range, u16 type, const ResizeWish& wish,
+                        ResizePlan& plan) = nullptr;
+  // Phases resizing with a step from 1 on. The range is the volume as it is; what it grows by lies
+  // behind it and is free. All is on the medium when it returns; the table is the caller's.
+  // Answers of planResize, and corrupt with the fault of the check before it: nothing was written.
+  // read, write, flush, noSpaceLeft, cancelled: what the report says was touched may be half done.
+  Failure (*resize)(const SectorRange& range, u16 type, const ResizeWish& wish, Job& job,
+                    ResizeReport& report) = nullptr;
   // The files in it, see fs/file_system.h. invalidVolume, unsupportedFileSystem (a version or a
   // feature that is not known), read, outOfMemory. Nothing is written before the first change.
   Failure (*open)(const SectorRange& range, u16 type, const OpenWish& wish,
