@@ -7,6 +7,7 @@
 #include "base/bytes.h"
 
 namespace tallowin {
+
 bool OverlayDisk::isInside(u64 lba, u64 count) {
   const u64 sectors = inner_.sectorCount().value_or(0);
   return lba <= sectors && count <= sectors - lba;
@@ -28,10 +29,8 @@ Failure OverlayDisk::transferIn(u64 lba, void* buffer, u32 count) {
     if (!isWritten) {
       if (const Failure failed = inner_.readSectors(at, target, take); failed.code != Error::none)
         return failed;
-    } else if (run->second.bytes.empty()) {
-      std::memset(target, 0, take * sector);
-    } else {
-      std::memcpy(target, run->second.bytes.data() + (at - run->first) * sector, take * sector);
+    } else if (const Failure failed = readRun(run, at, {target, take * sector})) {
+      return failed;
     }
     at += take;
     if (isWritten) ++run;
@@ -43,17 +42,18 @@ Failure OverlayDisk::transferOut(u64 lba, const void* buffer, u32 count) {
   if (!isInside(lba, count)) return {Error::write, 0, lba};
   const auto* bytes = static_cast<const u8*>(buffer);
   const std::size_t size = std::size_t{count} * sectorSize();
-  if (overwriteInPlace(lba, bytes, count)) return {};
+  if (const auto overwritten = overwriteInPlace(lba, bytes, count)) return *overwritten;
   if (isAllZero({bytes, size})) {
     addZeros(lba, count);
     return {};
   }
   if (storedBytes_ + size > maxBytes_) {
-    full_ = true;
-    return {Error::outOfMemory, 0, lba};
+    if (const Failure failed = spill(lba, {bytes, size})) return failed;
+    addPlain(lba, {count, {}, true});
+    return {};
   }
   makeRoom(lba, count);
-  runs_.emplace(lba, Run{count, {bytes, bytes + size}});
+  runs_.emplace(lba, Run{count, {bytes, bytes + size}, false});
   storedBytes_ += size;
   return {};
 }
@@ -74,17 +74,36 @@ KernelTable OverlayDisk::tellKernel(std::span<const KernelPartition> wanted) {
   return KernelTable::upToDate;
 }
 
+Failure OverlayDisk::spill(u64 lba, std::span<const u8> bytes) {
+  const Failure failed =
+      spill_ ? spill_->write(lba * sectorSize(), bytes) : Failure(Error::outOfMemory);
+  if (!failed) return {};
+  full_ = true;
+  return {failed.code, failed.systemError, lba};
+}
+
+Failure OverlayDisk::readRun(Runs::const_iterator run, u64 lba, std::span<u8> bytes) const {
+  if (run->second.isSpilled) return spill_->read(lba * sectorSize(), bytes);
+  if (run->second.isZero())
+    std::memset(bytes.data(), 0, bytes.size());
+  else
+    std::memcpy(bytes.data(), run->second.bytes.data() + (lba - run->first) * sectorSize(),
+                bytes.size());
+  return {};
+}
+
 // The common case of tables and directories: the same few sectors again and again.
-bool OverlayDisk::overwriteInPlace(u64 lba, const u8* bytes, u32 count) {
+std::optional<Failure> OverlayDisk::overwriteInPlace(u64 lba, const u8* bytes, u32 count) {
   auto run = runs_.upper_bound(lba);
-  if (run == runs_.begin()) return false;
+  if (run == runs_.begin()) return std::nullopt;
   --run;
   const u64 inRun = lba - run->first;
-  if (run->second.bytes.empty() || inRun >= run->second.count || count > run->second.count - inRun)
-    return false;
-  std::memcpy(run->second.bytes.data() + inRun * sectorSize(), bytes,
-              std::size_t{count} * sectorSize());
-  return true;
+  const std::size_t size = std::size_t{count} * sectorSize();
+  if (run->second.isZero() || inRun >= run->second.count || count > run->second.count - inRun)
+    return std::nullopt;
+  if (run->second.isSpilled) return spill(lba, {bytes, size});
+  std::memcpy(run->second.bytes.data() + inRun * sectorSize(), bytes, size);
+  return Failure();
 }
 
 // Takes the range out of all runs; what they hold before and behind it stays.
@@ -104,7 +123,7 @@ void OverlayDisk::makeRoom(u64 lba, u64 count) {
     storedBytes_ -= old.bytes.size();
     run = runs_.erase(run);
     const auto keep = [&](u64 first, u64 last) {
-      Run kept{last - first, {}};
+      Run kept{last - first, {}, old.isSpilled};
       if (!old.bytes.empty()) {
         const auto* from = old.bytes.data() + (first - start) * sector;
         kept.bytes.assign(from, from + kept.count * sector);
@@ -117,20 +136,22 @@ void OverlayDisk::makeRoom(u64 lba, u64 count) {
   }
 }
 
-void OverlayDisk::addZeros(u64 lba, u64 count) {
-  makeRoom(lba, count);
-  auto run = runs_.emplace(lba, Run{count, {}}).first;
-  // Long runs of zeros arrive in pieces; kept as one they stay a single node.
-  if (const auto next = std::next(run);
-      next != runs_.end() && next->first == lba + count && next->second.bytes.empty()) {
-    run->second.count += next->second.count;
+// Long runs of zeros, or of what was spilled, arrive in pieces; kept as one they stay a single
+// node.
+void OverlayDisk::addPlain(u64 lba, Run run) {
+  makeRoom(lba, run.count);
+  const u64 end = lba + run.count;
+  auto added = runs_.emplace(lba, std::move(run)).first;
+  if (const auto next = std::next(added);
+      next != runs_.end() && next->first == end && next->second.isLike(added->second)) {
+    added->second.count += next->second.count;
     runs_.erase(next);
   }
-  if (run == runs_.begin()) return;
-  const auto previous = std::prev(run);
-  if (previous->first + previous->second.count == lba && previous->second.bytes.empty()) {
-    previous->second.count += run->second.count;
-    runs_.erase(run);
+  if (added == runs_.begin()) return;
+  const auto previous = std::prev(added);
+  if (previous->first + previous->second.count == lba && previous->second.isLike(added->second)) {
+    previous->second.count += added->second.count;
+    runs_.erase(added);
   }
 }
 

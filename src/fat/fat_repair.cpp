@@ -226,7 +226,7 @@ Failure FatSurvey::chooseCopy() {
 
 // With what comes before it, so that before the first write it is known whether there is room.
 Failure FatSurvey::rehearseKeeping() {
-  OverlayDisk rehearsal(range_.disk);
+  OverlayDisk rehearsal(range_.disk, kGiB);
   const SectorRange range{rehearsal, range_.firstSector, range_.sectorCount};
   if (isByBackup_)
     if (const Failure failed = volume_->boot.writeBootSector(range)) return failed;
