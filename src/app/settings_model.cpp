@@ -16,6 +16,7 @@ constexpr auto kGeneral = std::to_array<OptionBox>({
     {"Use HD0 in FAT B&PB", &Options::useHd0InBpb},
     {"R&esize with Caching", &Options::cacheResize},
     {"&Disable Fixups", &Options::noRegUpdate},
+    {"Keep a &Journal of Moves", &Options::keepJournal},
     {"Code Page 850 for FAT &Names", &Options::codePage850},
 });
 

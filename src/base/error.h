@@ -16,8 +16,9 @@ enum class Error : u8 {
   // Devices and files. `Failure::systemError` has the reason.
   read,
   write,
-  flush,        // what was written may not be on the medium
-  noSpaceLeft,  // on the medium that holds the image
+  flush,          // what was written may not be on the medium
+  noSpaceLeft,    // on the medium that holds the image
+  journalFailed,  // it could not be written; what it was to keep was not overwritten
   cannotOpenForReading,
   cannotCreate,
   noSuchFile,
@@ -61,6 +62,7 @@ enum class Error : u8 {
   tableChangedMeanwhile,    // the table on disk is not the one that was read
   targetInUse,              // mounted, swapped on or held since it was looked at
   volumeChangedMeanwhile,   // the file system is not as it was when it was looked at
+  unfinishedWork,           // of an operation that was killed has to be ended first
   writeFailedNewTable,      // a write or flush failed, yet the new table is on the disk
   writeFailedTableUnknown,  // and which table is on the disk could not be found out
   backupOfOtherDisk,
@@ -103,6 +105,7 @@ constexpr u32 codeOf(Error error) {
       return 3;
     case Error::write:
     case Error::flush:
+    case Error::journalFailed:
       return 4;
     case Error::fileSystemUnreadable:
       return 5;
@@ -208,6 +211,7 @@ constexpr u32 codeOf(Error error) {
     case Error::sectorsInUse:
       return 206;
     case Error::targetInUse:
+    case Error::unfinishedWork:
       return 207;
     case Error::volumeChangedMeanwhile:
       return 210;

@@ -90,7 +90,8 @@ Failure UndoLogDisk::keepPiece(u64 first, u64 end) {
   record.checksum = headChecksum(record);
   std::memcpy(buffer_.data(), &record, sizeof(record));
   isSynced_ = false;
-  if (const Failure failed = journal_.writeBody(offset_, buffer_)) return failed;
+  if (const Failure failed = journal_.writeBody(offset_, buffer_))
+    return failed.as(Error::journalFailed);
   offset_ += buffer_.size();
   kept_.add(first, end);
   return {};
@@ -99,7 +100,7 @@ Failure UndoLogDisk::keepPiece(u64 first, u64 end) {
 Failure UndoLogDisk::transferOut(u64 lba, const void* buffer, u32 count) {
   if (const Failure failed = keepAhead(lba, count)) return failed;
   if (!isSynced_) {
-    if (const Failure failed = journal_.sync()) return failed;
+    if (const Failure failed = journal_.sync()) return failed.as(Error::journalFailed);
     isSynced_ = true;
   }
   return inner_.writeSectors(lba, buffer, count);

@@ -30,6 +30,9 @@ Words wordsOf(Error error) {
     case Error::noSpaceLeft:
       return {"There is no space left on the disk that holds the image or the file",
               "Make room there and try again."};
+    case Error::journalFailed:
+      return {"The journal could not be written, and what it was to keep was not overwritten",
+              "Make room where it lies, or choose another file for it."};
     case Error::cannotOpenForReading:
       return {"The file could not be opened for reading", "Check its name and its rights."};
     case Error::cannotCreate:
@@ -123,6 +126,9 @@ Words wordsOf(Error error) {
               "Look at the new table and try again."};
     case Error::targetInUse:
       return {"The partition has come into use meanwhile", "Release it there and try again."};
+    case Error::unfinishedWork:
+      return {"An operation on this disk was cut short and has to be ended before anything else",
+              "Continue or undo it first."};
     case Error::volumeChangedMeanwhile:
       return {"The file system has changed since it was looked at, and nothing was written",
               "End what works on it, and check it again."};
@@ -217,7 +223,8 @@ std::string withReason(const char* what, const Failure& failure) {
 
 std::string errorText(const Failure& failure) {
   // Whatever could not be done for it; but a file that could not be made is not in the image.
-  const bool isImageFull = failure.isOutOfSpace() && failure != Error::cannotCreate;
+  const bool isImageFull =
+      failure.isOutOfSpace() && failure != Error::cannotCreate && failure != Error::journalFailed;
   const Words words = wordsOf(isImageFull ? Error::noSpaceLeft : failure.code);
   std::string text = words.what;
   if (text.empty()) return text;

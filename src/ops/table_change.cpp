@@ -2,9 +2,11 @@
 
 #include "base/stop_request.h"
 #include "base/text.h"
+#include "move/undo_log.h"
 #include "ops/error_text.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
+#include "ops/unfinished_work.h"
 #include "ptable/table_backup.h"
 #include "settings/program_folders.h"
 
@@ -21,6 +23,15 @@ Failure checkTable(const Drive& drive) {
   if (drive.changesAllowed()) return {};
   const Failure failed = drive.checkUnchanged();
   return failed == Error::tableReadFailed ? Failure() : failed;
+}
+
+// Something that was cut short comes first; what carries it on stands on its log.
+std::optional<FlowResult> refuseWhenUnfinished(const OperationContext& context, Drive& drive) {
+  if (dynamic_cast<const UndoLogDisk*>(&drive.disk())) return std::nullopt;
+  const std::optional<UnfinishedWork> work = unfinishedWorkOn(context, drive);
+  if (!work) return std::nullopt;
+  context.ui.errorBox(unfinishedText(*work));
+  return FlowResult{FlowEnd::refused, Error::unfinishedWork};
 }
 
 // The first row of the table for which `isIt` holds; null when there is none.
@@ -46,6 +57,7 @@ std::optional<FlowResult> DiskWriteScope::begin(const WriteTarget& target) {
                describeDisk(drive_.disk()).c_str()));
     return FlowResult{FlowEnd::refused, Error::lockNotMade};
   }
+  if (auto stopped = refuseWhenUnfinished(context_, drive_)) return stopped;
   target_ = target;
   return lookAgain();
 }

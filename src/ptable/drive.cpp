@@ -79,6 +79,14 @@ Failure Drive::open(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpe
   return Error::none;
 }
 
+Failure Drive::openOn(std::shared_ptr<DiskDevice> disk, std::unique_ptr<Drive>& drive) const {
+  constexpr u32 kOfOpening = kDriveReadVolumes | kDrivePreferLabels | kDriveSequentialIds |
+                             kDriveWholeDiskAllowed | kDriveAlignOnEnd | kDriveChsForceEnd |
+                             kDriveChsEndIfTruncated | kDriveGeometryModeMask;
+  return open(std::move(disk), host_,
+              {flags_ & kOfOpening, geometry_, alignment_, driveNumber_, labelReader_}, drive);
+}
+
 // Size, geometry, alignment and BIOS number; false when size or geometry cannot be had.
 bool Drive::prepare(const DriveOpenOptions& options) {
   const std::optional<u64> sectors = disk_->sectorCount();

@@ -108,6 +108,10 @@ class Drive {
   static Failure open(std::shared_ptr<DiskDevice> disk, Host& host, const DriveOpenOptions& options,
                       std::unique_ptr<Drive>& drive);
 
+  // The drive on another disk device that stands for the same disk, read anew, with all that is set
+  // here. Errors of open.
+  Failure openOn(std::shared_ptr<DiskDevice> disk, std::unique_ptr<Drive>& drive) const;
+
   DiskDevice& disk() { return *disk_; }
   const PartitionTable& table() const { return *table_; }
   PartitionTable& table() { return *table_; }

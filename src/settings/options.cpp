@@ -56,6 +56,7 @@ constexpr auto kTable = std::to_array<Row>({
     inFile("AllowPWChange", OptionType::boolean, &Options::allowPwChange),
     inFile("MBREncryption", OptionType::boolean, &Options::mbrEncryption),
     inFile("CacheResize", OptionType::boolean, &Options::cacheResize),
+    inFile("KeepJournal", OptionType::boolean, &Options::keepJournal),
     inFile("CodePage850", OptionType::boolean, &Options::codePage850),
     inFile("ResumeB", OptionType::text, &Options::resumeB),
     inFile("ResumeU", OptionType::text, &Options::resumeU),

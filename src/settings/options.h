@@ -60,6 +60,7 @@ struct Options {
   bool allowPwChange = false;
   bool mbrEncryption = true;
   bool cacheResize = true;
+  bool keepJournal = true;   // of what moves or resizes data, so that a cut can be undone
   bool codePage850 = false;  // of short names and labels of FAT; else 437
   std::string resumeB;
   std::string resumeU;
@@ -67,6 +68,7 @@ struct Options {
   // Set by switches only, never stored.
   u32 displayMode = 0;              // DisplayMode bits
   bool noDevices = false;           // keep off the machine's own devices
+  std::string journalFile;          // in place of one in the state folder; empty: there
   std::vector<std::string> images;  // image files that are shown as disks, at most kMaxImages
 
   u32 codePage() const { return codePage850 ? 850 : 437; }

@@ -1,0 +1,90 @@
+#include "ops/undoable_change.h"
+
+#include "move/undo_log.h"
+#include "ops/error_text.h"
+#include "ops/target_text.h"
+
+namespace tallowin {
+namespace {
+
+constexpr u64 kLogOffset = 0;  // in the body of the journal
+
+FlowResult refuse(const OperationContext& context, const Failure& failure) {
+  context.ui.errorBox(errorText(failure) + "\n\nNothing was changed.");
+  return {FlowEnd::refused, failure};
+}
+
+// Everything that was put back is what other programs see too.
+Failure putBack(Drive& drive, WorkJournal& journal) {
+  if (const Failure failed = playUndoLog(journal.file(), kLogOffset, drive.disk())) return failed;
+  const Failure unread = drive.reread();
+  const Settled settled = drive.settle();
+  return settled.failure ? settled.failure : unread;
+}
+
+std::string laterText(const WorkJournal& journal) {
+  return "The journal " + journal.path() +
+         "\nis kept. Continue or undo the operation when the disk can be written again.";
+}
+
+FlowResult runLogged(const OperationContext& context, Drive& drive, const UndoableWish& wish,
+                     WorkJournal& journal, const DriveChange& change) {
+  UndoLogDisk logged(drive.disk(), journal.file(), kLogOffset);
+  if (wish.volume)
+    logged.keepOnly(wish.volume->startSector, wish.volume->endSector - wish.volume->startSector + 1,
+                    wish.inUse);
+  std::unique_ptr<Drive> onLog;
+  // The drive goes before the disk that it stands on.
+  const std::shared_ptr<DiskDevice> shared(&logged, [](DiskDevice*) {});
+  if (const Failure failed = drive.openOn(shared, onLog)) return refuse(context, failed);
+  const FlowResult result = change(*onLog);
+  const Failure unflushed = logged.flush();
+  if (result.succeeded() && unflushed) {
+    context.ui.errorBox(errorText(unflushed));
+    return {FlowEnd::failed, unflushed};
+  }
+  return result;
+}
+
+}  // namespace
+
+FlowResult undoByLog(const OperationContext& context, Drive& drive, WorkJournal& journal) {
+  if (const Failure failed = putBack(drive, journal)) {
+    context.ui.errorBox("What was changed could not be put back.\n" + errorText(failed) + "\n\n" +
+                        laterText(journal));
+    return {FlowEnd::failed, failed};
+  }
+  if (const Failure failed = journal.end()) {
+    context.ui.errorBox("All is as it was before, but the journal could not be removed.\n" +
+                        errorText(failed));
+    return {FlowEnd::failed, failed};
+  }
+  context.ui.noticeBox("What was changed was put back: all is as it was before.");
+  return {};
+}
+
+FlowResult runUndoable(const OperationContext& context, Drive& drive, const UndoableWish& wish,
+                       const DriveChange& change) {
+  DiskWriteScope scope(context, drive);
+  if (const auto stopped = scope.begin(wish.target)) return *stopped;
+  if (!context.options.keepJournal) {
+    const FlowResult result = change(drive);
+    static_cast<void>(drive.reread());
+    return result;
+  }
+  std::unique_ptr<WorkJournal> journal;
+  if (const Failure failed = WorkJournal::begin(context, drive, wish.operation, wish.what,
+                                                wish.record, {}, {}, journal))
+    return refuse(context, failed);
+  const FlowResult result = runLogged(context, drive, wish, *journal, change);
+  if (result.succeeded()) {
+    if (const Failure failed = journal->end())
+      context.ui.noticeBox("The journal could not be removed.\n" + errorText(failed));
+    static_cast<void>(drive.reread());
+    return result;
+  }
+  const FlowResult undone = undoByLog(context, drive, *journal);
+  return undone.succeeded() ? result : undone;
+}
+
+}  // namespace tallowin
