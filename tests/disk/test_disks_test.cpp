@@ -7,6 +7,7 @@
 #include "disk/memory_disk.h"
 #include "disk/overlay_disk.h"
 #include "disk/recording_disk.h"
+#include "disk/write_cache.h"
 
 namespace tallowin {
 namespace {
@@ -150,6 +151,58 @@ TEST(OverlayDisk, ZerosOfAHugeDiskTakeNoRoomAndAFullOneRefuses) {
   EXPECT_TRUE(overlay.isFull());
   EXPECT_EQ(overlay.writeSectors(0, bytes.data(), 1024), Error::none)
       << "what is there can be changed";
+}
+
+// What is held back reads as it was written, arrives with the flush, and is not what the sectors
+// around it were when they were read.
+TEST(WriteCache, HoldsSmallWritesUntilTheFlush) {
+  MemoryDisk plain(1000);
+  MemoryDisk memory(1000);
+  RecordingDisk recorded(memory);
+  WriteCache cache(recorded, 2 * WriteCache::kBlockBytes);
+  std::mt19937 random(11);
+  for (u32 step = 0; step < 2000; ++step) {
+    const u64 count = 1 + random() % (step % 10 == 0 ? 200 : 20);
+    const u64 lba = random() % (1000 - count);
+    auto bytes = sectors(count, static_cast<u8>(random()));
+    ASSERT_FALSE(plain.writeSectors(lba, bytes.data(), count));
+    ASSERT_FALSE(cache.writeSectors(lba, bytes.data(), count));
+    std::vector<u8> read(count * 512);
+    const u64 from = random() % (1000 - count);
+    ASSERT_FALSE(cache.readSectors(from, read.data(), count));
+    for (u64 i = 0; i < count; ++i)
+      ASSERT_TRUE(std::equal(read.begin() + static_cast<i64>(i * 512),
+                             read.begin() + static_cast<i64>(i * 512 + 512),
+                             plain.sector(from + i).begin()));
+  }
+  ASSERT_FALSE(cache.flush());
+  EXPECT_TRUE(memory.sameContent(plain));
+
+  auto own = sectors(1, 7);
+  const std::size_t steps = recorded.log().steps().size();
+  ASSERT_FALSE(cache.writeSectors(500, own.data(), 1));
+  EXPECT_EQ(recorded.log().steps().size(), steps) << "held back";
+  memory.setSector(499, sectors(1, 0xEE));
+  memory.setSector(501, sectors(1, 0xEE));
+  ASSERT_FALSE(cache.flush());
+  EXPECT_EQ(memory.sector(499), sectors(1, 0xEE));
+  EXPECT_EQ(memory.sector(500), own);
+  EXPECT_EQ(memory.sector(501), sectors(1, 0xEE));
+}
+
+TEST(WriteCache, OneBadSectorCostsNoOther) {
+  MemoryDisk memory(1000);
+  FaultyDisk faulty(memory);
+  WriteCache cache(faulty);
+  auto bytes = sectors(8, 3);
+  ASSERT_FALSE(cache.writeSectors(40, bytes.data(), 8));
+  faulty.failAccessTo({43, 43});
+  const Failure failed = cache.flush();
+  EXPECT_EQ(failed, Error::write);
+  EXPECT_EQ(failed.lba, 43U);
+  EXPECT_EQ(cache.lostSectors(), std::vector<u64>{43});
+  for (const u64 sector : {40, 41, 42, 44, 45, 46, 47})
+    EXPECT_EQ(memory.sector(sector), sectors(1, 3)) << sector;
 }
 
 }  // namespace
