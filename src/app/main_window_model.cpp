@@ -12,6 +12,8 @@
 #include "ops/edit_file_flow.h"
 #include "ops/format_flow.h"
 #include "ops/properties_flow.h"
+#include "ops/resize_flow.h"
+#include "ops/resume_flow.h"
 #include "ops/target_text.h"
 #include "ops/undelete_flow.h"
 #include "probe/type_catalogue.h"
@@ -60,6 +62,10 @@ const std::array<Model::ActionRow, kActionCount> Model::kActions = {{
      .area = Area::aboveList,
      .label = "* GPT Needs Repair *",
      .run = &Model::runRepair},
+    {.action = Action::resume,
+     .area = Area::aboveList,
+     .label = "* Unfinished *",
+     .run = &Model::runResume},
     {.action = Action::create,
      .area = Area::besideList,
      .label = "Crea&te",
@@ -83,7 +89,13 @@ const std::array<Model::ActionRow, kActionCount> Model::kActions = {{
          "Select a partition or volume to format, or the free space of a disk without any.",
      .whyNot = &Model::whyNotThisType,
      .run = &Model::runFormat},
-    {.action = Action::resize, .area = Area::besideList, .label = "&Resize", .bit = kResizeBit},
+    {.action = Action::resize,
+     .area = Area::besideList,
+     .label = "&Resize",
+     .bit = kResizeBit,
+     .wantedRow = "Select a partition or volume to resize.",
+     .whyNot = &Model::whyNotResizable,
+     .run = &Model::runResize},
     {.action = Action::slide, .area = Area::besideList, .label = "&Slide", .bit = kSlideBit},
     {.action = Action::copy, .area = Area::besideList, .label = "&Copy", .bit = kCopyBit},
     {.action = Action::align, .area = Area::besideList, .label = "&Align", .bit = kAlignBit},
@@ -163,6 +175,7 @@ void MainWindowModel::refresh(Refresh kind) {
   std::optional<std::size_t> row;
   if (kind == Refresh::initial) {
     scrollPosition_ = 0;
+    isResumeOffered_ = false;
   } else {
     row = selectedRow_;
     if (row) id = rows_[*row].id;
@@ -232,7 +245,10 @@ std::string MainWindowModel::label(Action action) const {
 
 Control MainWindowModel::control(Action action) const {
   const ActionRow& row = rowOf(action);
-  if (action == Action::repairTable && !needsRepair()) return {false, true, {}};
+  // They stand in the same place; nothing is repaired before what is unfinished.
+  const bool isUnfinished = drive_ && drive_->hasUnfinished();
+  if (action == Action::resume && !isUnfinished) return {false, true, {}};
+  if (action == Action::repairTable && (isUnfinished || !needsRepair())) return {false, true, {}};
   if (!row.run) return disabled("This comes with a later release.");
   std::string why = row.bit != 0 ? whyNotOnRow(row) : std::string();
   if (why.empty() && row.whyNot) why = (this->*row.whyNot)();
@@ -312,6 +328,12 @@ std::string MainWindowModel::whyNotThisType() const {
   return whyNotFormattable(kindOf(kinds, entry), entry.type);
 }
 
+std::string MainWindowModel::whyNotResizable() const {
+  const FileSystemKind* kind = kindIn(session_.fileSystems(), *drive_, *selection());
+  if (kind != nullptr && kind->resize != nullptr) return whyTableIsFixed();
+  return "What this partition holds cannot be resized by this version.";
+}
+
 void MainWindowModel::press(Action action) {
   if (const Control button = control(action); button.shown && button.enabled)
     (this->*rowOf(action).run)();
@@ -350,6 +372,17 @@ void MainWindowModel::runViewMbr() {
 void MainWindowModel::runRepair() {
   static_cast<void>(repairGptFlow(session_.context(frontEnd_), *drive_));
   refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runResume() {
+  static_cast<void>(tallowin::offerResume(session_.context(frontEnd_), *drive_));
+  refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::offerResume() {
+  if (isResumeOffered_ || !drive_) return;
+  isResumeOffered_ = true;
+  if (drive_->hasUnfinished()) runResume();
 }
 
 // Before a change of the table: offers to repair a GPT of which one copy is not sound. Whatever the
@@ -403,6 +436,12 @@ void MainWindowModel::runFormat() {
   PartitionEntry& entry = *selectedEntry();
   static_cast<void>(entry.isFree() ? formatWholeFlow(context, *drive_)
                                    : formatFlow(context, *drive_, entry));
+  refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runResize() {
+  if (!offerRepair(Action::resize)) return;
+  static_cast<void>(resizeFlow(session_.context(frontEnd_), *drive_, *selectedEntry()));
   refresh(Refresh::afterAction);
 }
 

@@ -23,6 +23,7 @@ enum class Action {
   wipeEntireDrive,
   viewMbr,
   repairTable,
+  resume,
   create,
   deleteOrUndelete,  // one button with two labels
   format,
@@ -101,6 +102,9 @@ class MainWindowModel {
   // Does nothing when the action's button is disabled.
   void press(Action action);
   void key(Key key);
+  // Asks about an operation on the drive that was cut short, once for each time that the drive is
+  // chosen. The view calls it when the window is there.
+  void offerResume();
   // A typed digit 0..9 selects that drive when it exists.
   void digit(u32 digit);
   // On a row of the list.
@@ -132,11 +136,13 @@ class MainWindowModel {
   void runCreate();
   void runDelete();
   void runFormat();
+  void runResize();
   void runProperties();
   void runEditFile();
   void runViewMbr();
   void runChangeDiskType();
   void runRepair();
+  void runResume();
   void runSettings();
   void runDriveSettings();
   void runHelp();
@@ -148,6 +154,7 @@ class MainWindowModel {
   std::string whyNotOnRow(const ActionRow& row) const;
   std::string whyNotThisType() const;
   std::string whyNoFiles() const;
+  std::string whyNotResizable() const;
   bool holdsFiles(const PartitionEntry& entry) const;
   std::string whyWithoutTable() const;
   std::string whyTypeIsFixed() const;
@@ -168,6 +175,7 @@ class MainWindowModel {
   std::vector<PartitionRow> rows_;
   std::optional<std::size_t> selectedRow_;
   int scrollPosition_ = 0;
+  bool isResumeOffered_ = false;
   struct FilesFound {
     u32 revision = 0;
     bool areThere = false;

@@ -11,6 +11,7 @@ PartitionRow rowOf(const Drive& drive, const PartitionEntry& entry) {
           .isVolume = entry.isVolume(),
           .isFree = entry.isFree(),
           .isInError = faultText(entry).has_value(),
+          .isUnfinished = drive.isUnfinished(entry),
           .startSector = entry.startSector,
           .name = entry.name,
           .kind = kindWord(entry),

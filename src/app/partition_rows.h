@@ -13,7 +13,8 @@ struct PartitionRow {
   PartitionId id = 0;
   bool isVolume = false;
   bool isFree = false;
-  bool isInError = false;  // itself, or its chain of volumes
+  bool isInError = false;     // itself, or its chain of volumes
+  bool isUnfinished = false;  // its move or resize was cut short
   u64 startSector = 0;
   std::string name;  // UTF-8
   std::string kind;  // "Partition", "Volume"

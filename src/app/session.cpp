@@ -6,6 +6,7 @@
 
 #include "base/text.h"
 #include "ops/apply_drive_settings.h"
+#include "ops/unfinished_work.h"
 #include "ptable/sector_size.h"
 
 namespace tallowin {
@@ -75,8 +76,12 @@ Failure Session::openDrive(std::shared_ptr<DiskDevice> disk, u32 driveNumber,
   const bool takesSettings = (driveNumber & kDriveTakesNoSettings) == 0;
   DriveSettingsRecord* record =
       takesSettings ? &driveSettings(driveNumber, disk->traits().path) : nullptr;
-  return openDriveWithSettings(std::move(disk), *host_, options_, record, driveNumber,
-                               labelReaderOf(fileSystems_, options_), drive);
+  if (const Failure failed =
+          openDriveWithSettings(std::move(disk), *host_, options_, record, driveNumber,
+                                labelReaderOf(fileSystems_, options_), drive))
+    return failed;
+  if (const auto work = unfinishedWorkOn(folders_, *drive)) drive->setUnfinished(work->startSector);
+  return {};
 }
 
 }  // namespace tallowin

@@ -17,6 +17,7 @@ constexpr auto kGeneral = std::to_array<OptionBox>({
     {"R&esize with Caching", &Options::cacheResize},
     {"&Disable Fixups", &Options::noRegUpdate},
     {"Keep a &Journal of Moves", &Options::keepJournal},
+    {"&Compare Files Afterwards", &Options::proveContent},
     {"Code Page 850 for FAT &Names", &Options::codePage850},
 });
 

@@ -63,6 +63,7 @@ enum class Error : u8 {
   targetInUse,              // mounted, swapped on or held since it was looked at
   volumeChangedMeanwhile,   // the file system is not as it was when it was looked at
   unfinishedWork,           // of an operation that was killed has to be ended first
+  noUnfinishedWork,         // there is nothing to continue or to undo
   writeFailedNewTable,      // a write or flush failed, yet the new table is on the disk
   writeFailedTableUnknown,  // and which table is on the disk could not be found out
   backupOfOtherDisk,
@@ -212,6 +213,7 @@ constexpr u32 codeOf(Error error) {
       return 206;
     case Error::targetInUse:
     case Error::unfinishedWork:
+    case Error::noUnfinishedWork:
       return 207;
     case Error::volumeChangedMeanwhile:
       return 210;

@@ -24,7 +24,9 @@ enum class Phase : u8 {
   undoing,     // what was moved is put back; cannot be stopped
   aligning,
   preparing,  // for an alignment
+  gathering,  // what a resize has to know
   resizing,
+  resizingForGood,  // without a way back, so that it cannot be stopped
   checkingAgain,  // after a change
 };
 

@@ -29,8 +29,12 @@ void declarePart(OptionSet& options, CommonOptions& common) {
   declareOptionalPart(options, common).required();
 }
 
-void declareWriting(OptionSet& options, CommonOptions& common) {
+void declareConsent(OptionSet& options, CommonOptions& common) {
   options.flag("--yes", common.yes, "Answer the confirmations");
+}
+
+void declareWriting(OptionSet& options, CommonOptions& common) {
+  declareConsent(options, common);
   options.flag("--rehearse", common.rehearse,
                "Do it on a copy-on-write overlay, say what would be written, change nothing");
   const DeclaredOption keep =

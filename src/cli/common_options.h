@@ -26,6 +26,8 @@ void declareTarget(OptionSet& options, CommonOptions& common);
 void declarePart(OptionSet& options, CommonOptions& common);
 // Where another option may stand in its place.
 DeclaredOption declareOptionalPart(OptionSet& options, CommonOptions& common);
+// For a command that asks, and neither changes a table by itself nor can be rehearsed.
+void declareConsent(OptionSet& options, CommonOptions& common);
 void declareWriting(OptionSet& options, CommonOptions& common);
 // What every command has.
 void declareOutput(OptionSet& options, CommonOptions& common);

@@ -41,10 +41,11 @@ std::optional<std::string> unlessEmpty(std::string text) {
   return text.empty() ? std::nullopt : std::optional(std::move(text));
 }
 
-std::string flagsOf(const PartitionEntry& entry) {
+std::string flagsOf(const Drive& drive, const PartitionEntry& entry) {
   std::string flags;
   if (entry.bootIndicator == 0x80) flags += "active ";
   if (isHiddenEntry(entry)) flags += "hidden ";
+  if (drive.isUnfinished(entry)) flags += "UNFINISHED ";
   if (const auto fault = faultText(entry)) flags += "ERROR: " + *fault;
   return std::string(trimRight(flags));
 }
@@ -66,7 +67,7 @@ std::string rowLine(const FileSystemKinds& kinds, Drive& drive, const ListedRow&
                 static_cast<unsigned long long>(entry.endSector),
                 sizeText(entry.startSector, entry.endSector, drive.sectorSize()).c_str(),
                 typeText(entry).c_str(), contentName(kinds, drive, entry).value_or("").c_str(),
-                flagsOf(entry).c_str());
+                flagsOf(drive, entry).c_str());
 }
 
 }  // namespace
@@ -196,6 +197,7 @@ void writeRow(JsonWriter& json, const FileSystemKinds& kinds, Drive& drive, cons
   json.textOrNull("fs", contentName(kinds, drive, entry));
   json.boolean("active", entry.bootIndicator == 0x80);
   json.boolean("hidden", isHiddenEntry(entry));
+  json.boolean("unfinished", drive.isUnfinished(entry));
   json.textOrNull("error", faultText(entry));
 }
 

@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "cli/commands.h"
 #include "cli/target.h"
+#include "ops/unfinished_work.h"
 
 namespace tallowin {
 namespace {
@@ -76,6 +77,17 @@ CommandResult DevicesCommand::run(CommandContext& context) {
   return {};
 }
 
+void writeUnfinished(JsonWriter& json, const UnfinishedWork& work) {
+  json.beginObject("unfinished");
+  json.text("operation", work.operation);
+  json.text("what", work.what);
+  json.text("started", work.startedAt);
+  json.text("journal", work.journalPath);
+  json.boolean("under_way", work.isUnderWay);
+  json.boolean("journal_missing", work.isMissing);
+  json.endObject();
+}
+
 class ListCommand : public Command {
   void declare(OptionSet& options, CommonOptions& common) override {
     declareTarget(options, common);
@@ -87,10 +99,13 @@ CommandResult ListCommand::run(CommandContext& context) {
   Target target;
   if (CommandResult result = openTarget(context, TargetUse::look, target); !result.succeeded())
     return result;
+  const auto work = unfinishedWorkOn(context.session.folders(), *target.drive);
   if (context.options.json) {
     writeDrive(context.json, *target.drive, context.options.target);
     writeRows(context.json, context.session.fileSystems(), *target.drive);
+    if (work) writeUnfinished(context.json, *work);
   } else {
+    if (work) std::printf("%s\n\n", unfinishedText(*work).c_str());
     std::fputs(listingText(context.session.fileSystems(), *target.drive).c_str(), stdout);
   }
   return {};

@@ -80,7 +80,12 @@ class ScratchFolder {
  public:
   ScratchFolder() {
     std::error_code failure;
-    std::string name = std::filesystem::temp_directory_path(failure).string() + "/tallowin-XXXXXX";
+    // Large files go to the disk: the usual folder may lie in memory.
+    const char* const wanted = std::getenv("TMPDIR");
+    std::string folder = wanted ? wanted : "/var/tmp";
+    if (!std::filesystem::is_directory(folder, failure))
+      folder = std::filesystem::temp_directory_path(failure).string();
+    std::string name = folder + "/tallowin-XXXXXX";
     if (!failure && ::mkdtemp(name.data())) path_ = name;
   }
   ~ScratchFolder() {

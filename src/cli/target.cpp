@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "ops/rehearsal.h"
 #include "ops/target_text.h"
 
 namespace tallowin {
@@ -65,7 +66,7 @@ CommandResult openTarget(CommandContext& context, TargetUse use, Target& target)
   if (stated && target.disk->sectorSize() != *stated)
     return refused(format("'%s' has sectors of %u bytes, which --sector-size cannot change.",
                           context.options.target.c_str(), target.disk->sectorSize()));
-  if (rehearse) target.overlay = std::make_shared<OverlayDisk>(*target.disk);
+  if (rehearse) target.overlay = rehearsalDisk(context.session.folders(), *target.disk);
   std::shared_ptr<DiskDevice> disk = target.disk;
   if (target.overlay) disk = target.overlay;
   if (use == TargetUse::look) disk = target.looked = std::make_shared<ReadOnceDisk>(*target.disk);
@@ -108,8 +109,9 @@ CommandResult endChange(CommandContext& context, Target& target, bool hadErrors,
                         CommandResult result) {
   if (!target.overlay) return result;
   if (target.overlay->isFull())
-    return refused("The rehearsal needs more memory than it may take; rehearse a smaller change.",
-                   Error::outOfMemory);
+    return refused(
+        "There is no room for the rehearsal in the folder for temporary files; set TMPDIR.",
+        Error::noSpaceLeft);
   if (const Failure error = target.drive->reread(); error != Error::none)
     return failedBecause("The rehearsed table cannot be read back.", error);
   if (!hadErrors && target.drive->table().hasErrors())

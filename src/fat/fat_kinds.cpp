@@ -77,6 +77,10 @@ constexpr auto kFat16Types = std::to_array<u16>({kFatTypeSmallFat16, 0x06, 0x0E,
 constexpr auto kFat32Types = std::to_array<u16>({kFat32Type, 0x0C, types::kEfiSystem});
 constexpr auto kFat32Guids = std::to_array<Guid>({kGptEfiSystem});
 constexpr auto kContents = std::to_array<ContentCode>({ContentCode::fat, ContentCode::fat32});
+constexpr auto kResizeForms =
+    std::to_array<ResizeForm>({{"fat16", "&FAT", 0x06, 0, 4096, 2048},
+                               {"fat32", "FAT&32", kFat32Type, 33, kAllOnes32, kAllOnes32}});
+constexpr u64 kResizeMostSectors = 0xFFFFFF80;
 constexpr auto kClusterChoices = std::to_array<u32>(
     {512, 1 * kKiB, 2 * kKiB, 4 * kKiB, 8 * kKiB, 16 * kKiB, 32 * kKiB, 64 * kKiB});
 
@@ -97,6 +101,8 @@ constexpr FileSystemKind kindRow(std::string_view word, std::string_view name) {
   kind.facts = readFacts;
   kind.check = checkFatVolume;
   kind.repair = repairFatVolume;
+  kind.resizeForms = kResizeForms;
+  kind.resizeMostSectors = kResizeMostSectors;
   kind.open = openFatFiles;
   return kind;
 }

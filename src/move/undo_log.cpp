@@ -90,6 +90,7 @@ Failure UndoLogDisk::keepPiece(u64 first, u64 end) {
   record.checksum = headChecksum(record);
   std::memcpy(buffer_.data(), &record, sizeof(record));
   isSynced_ = false;
+  isEmpty_ = false;
   if (const Failure failed = journal_.writeBody(offset_, buffer_))
     return failed.as(Error::journalFailed);
   offset_ += buffer_.size();

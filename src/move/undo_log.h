@@ -42,6 +42,9 @@ class UndoLogDisk : public DiskWrapper {
   // them is written.
   Failure keepAhead(u64 lba, u64 count);
 
+  // Whether anything was kept so far.
+  bool isEmpty() const { return isEmpty_; }
+
  protected:
   Failure transferOut(u64 lba, const void* buffer, u32 count) override;
 
@@ -52,6 +55,7 @@ class UndoLogDisk : public DiskWrapper {
   JournalFile& journal_;
   u64 offset_;
   bool isSynced_ = true;
+  bool isEmpty_ = true;
   SectorSet kept_;  // and what need not be
   std::vector<u8> buffer_;
 };

@@ -53,6 +53,8 @@ class DialogModel {
  protected:
   DialogModel() = default;
   void close() { open_ = false; }
+  // To be shown once more.
+  void reopen() { open_ = true; }
 
  private:
   bool open_ = true;

@@ -129,6 +129,8 @@ Words wordsOf(Error error) {
     case Error::unfinishedWork:
       return {"An operation on this disk was cut short and has to be ended before anything else",
               "Continue or undo it first."};
+    case Error::noUnfinishedWork:
+      return {"There is nothing on this disk to continue or to undo", "Look at its list."};
     case Error::volumeChangedMeanwhile:
       return {"The file system has changed since it was looked at, and nothing was written",
               "End what works on it, and check it again."};

@@ -3,13 +3,10 @@
 #include "base/text.h"
 
 namespace tallowin {
-namespace {
 
 std::string clusterText(u32 bytes) {
   return bytes < kKiB ? format("%uB", bytes) : format("%uKiB", static_cast<u32>(bytes / kKiB));
 }
-
-}  // namespace
 
 FormatModel::FormatModel(std::vector<const FileSystemKind*> kinds) : kinds_(std::move(kinds)) {
   for (const FileSystemKind* kind : kinds_) kindChoices.emplace_back(kind->name);

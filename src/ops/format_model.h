@@ -9,6 +9,9 @@
 
 namespace tallowin {
 
+// "512B", "4KiB".
+std::string clusterText(u32 bytes);
+
 class FormatModel : public DialogModel {
  public:
   // At least one kind; with more the user chooses. They are borrowed.

@@ -28,7 +28,15 @@ enum class Consent {
   withoutCopy,  // changing a table of which no copy could be kept
 };
 
-enum class MessageResult : u32 { none = 0, ok = 1, cancel = 3, yes = 5, no = 6, goOn = 7 };
+enum class MessageResult : u32 {
+  none = 0,
+  ok = 1,
+  cancel = 3,
+  yes = 5,
+  no = 6,
+  goOn = 7,
+  extra = 8
+};
 
 struct MessageBox {
   MessageKind kind = MessageKind::notice;
@@ -36,6 +44,8 @@ struct MessageBox {
   std::string text;   // shown cut to 2047 bytes
   ButtonSet buttons = ButtonSet::ok;
   Consent consent = Consent::none;
+  // A further button for something that is not an answer yet; empty: none. Only a window has it.
+  std::string extraButton = {};
 };
 
 struct TextInput {
@@ -80,6 +90,9 @@ class ProgressDialog {
   // Serves pending events without waiting, then answers whether the button was pressed, Escape
   // was typed or the window was closed since the last setButton.
   virtual bool isCancelled() = 0;
+  // What is shown stays until the user closes it, by a button "Close"; where nobody looks at it
+  // nothing is waited for.
+  virtual void waitForClose() {}
 };
 
 class FrontEnd {

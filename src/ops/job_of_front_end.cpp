@@ -42,10 +42,14 @@ PhaseWords wordsOf(Phase phase) {
       return {"Aligning", "Aligning...", "Cancel"};
     case Phase::preparing:
       return {"Aligning", "Preparing for Alignment...", "Cancel"};
+    case Phase::gathering:
+      return {"Resize", "Checking File System and Gathering Information...", "Cancel"};
     case Phase::resizing:
       return {"Resize", "Resizing...", "Cancel"};
+    case Phase::resizingForGood:
+      return {"Resize", "Resizing...", ""};
     case Phase::checkingAgain:
-      return {"Resize", "Checking for errors...", "Cancel"};
+      return {"Resize", "Checking for errors...", ""};
   }
   return {"", "", ""};
 }
@@ -78,6 +82,16 @@ void JobOfFrontEnd::phase(Phase phase, u64 totalBytes) {
   phase_ = phase;
   isStopped_ = false;
   bytesDone_ = 0;
+}
+
+void JobOfFrontEnd::step(u32 number, u64 totalBytes) {
+  if (progress_)
+    progress_->begin(format("Phase %u...", number), wordsOf(phase_).button, totalBytes);
+  bytesDone_ = 0;
+}
+
+void JobOfFrontEnd::finish(const std::string& text) {
+  if (progress_ && !stopRequested()) progress_->finish(text);
 }
 
 void JobOfFrontEnd::advance(u64 bytes) {

@@ -16,12 +16,16 @@ class JobOfFrontEnd : public Job {
   explicit JobOfFrontEnd(const OperationContext& context) : context_(context) {}
 
   void phase(Phase phase, u64 totalBytes) override;
+  void step(u32 number, u64 totalBytes) override;
   void advance(u64 bytes) override;
   void found(u64 count) override;
   // The first time that it is true within a phase, the trace says why.
   bool shouldStop() override;
   BadSectorAnswer badSector(const Failure& failure, Direction direction) override;
   void note(const std::string& text) override;
+
+  // The operation was done: says so, until the user closes it.
+  void finish(const std::string& text);
 
  private:
   const OperationContext& context_;

@@ -93,6 +93,12 @@ std::string OperationProgress::details(u32 percent, u64 bytesDone, u64 now) cons
   return text + timeText(static_cast<u64>(std::llround(left))) + " left";
 }
 
+void OperationProgress::finish(const std::string& text) {
+  dialog_->setText(text);
+  dialog_->setProgress(100, {});
+  dialog_->waitForClose();
+}
+
 bool OperationProgress::isCancelled() {
   if (cancelled_) return true;
   const u64 now = clock_.monotonicNanoseconds();

@@ -25,6 +25,8 @@ class OperationProgress {
 
   void setPercent(u32 percent);
   void setBytesDone(u64 bytes);
+  // The end: the bar at 100, and what is shown stays until the user closes it.
+  void finish(const std::string& text);
   // Serves events. True from the press of the button, Escape or the closing of the window on,
   // until the next phase begins.
   [[nodiscard]] bool isCancelled();

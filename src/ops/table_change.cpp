@@ -28,7 +28,7 @@ Failure checkTable(const Drive& drive) {
 // Something that was cut short comes first; what carries it on stands on its log.
 std::optional<FlowResult> refuseWhenUnfinished(const OperationContext& context, Drive& drive) {
   if (dynamic_cast<const UndoLogDisk*>(&drive.disk())) return std::nullopt;
-  const std::optional<UnfinishedWork> work = unfinishedWorkOn(context, drive);
+  const std::optional<UnfinishedWork> work = unfinishedWorkOn(context.folders, drive);
   if (!work) return std::nullopt;
   context.ui.errorBox(unfinishedText(*work));
   return FlowResult{FlowEnd::refused, Error::unfinishedWork};

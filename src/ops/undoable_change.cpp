@@ -2,6 +2,7 @@
 
 #include "move/undo_log.h"
 #include "ops/error_text.h"
+#include "ops/rehearsal.h"
 #include "ops/target_text.h"
 
 namespace tallowin {
@@ -28,17 +29,20 @@ std::string laterText(const WorkJournal& journal) {
 }
 
 FlowResult runLogged(const OperationContext& context, Drive& drive, const UndoableWish& wish,
-                     WorkJournal& journal, const DriveChange& change) {
+                     const ExtentList& inUse, WorkJournal& journal, const DriveChange& change,
+                     UndoTold& told) {
   UndoLogDisk logged(drive.disk(), journal.file(), kLogOffset);
   if (wish.volume)
     logged.keepOnly(wish.volume->startSector, wish.volume->endSector - wish.volume->startSector + 1,
-                    wish.inUse);
+                    inUse);
   std::unique_ptr<Drive> onLog;
   // The drive goes before the disk that it stands on.
   const std::shared_ptr<DiskDevice> shared(&logged, [](DiskDevice*) {});
   if (const Failure failed = drive.openOn(shared, onLog)) return refuse(context, failed);
   const FlowResult result = change(*onLog);
   const Failure unflushed = logged.flush();
+  // Nothing was overwritten that could be missed.
+  if (logged.isEmpty()) told = UndoTold::onFailure;
   if (result.succeeded() && unflushed) {
     context.ui.errorBox(errorText(unflushed));
     return {FlowEnd::failed, unflushed};
@@ -48,7 +52,8 @@ FlowResult runLogged(const OperationContext& context, Drive& drive, const Undoab
 
 }  // namespace
 
-FlowResult undoByLog(const OperationContext& context, Drive& drive, WorkJournal& journal) {
+FlowResult undoByLog(const OperationContext& context, Drive& drive, WorkJournal& journal,
+                     UndoTold told) {
   if (const Failure failed = putBack(drive, journal)) {
     context.ui.errorBox("What was changed could not be put back.\n" + errorText(failed) + "\n\n" +
                         laterText(journal));
@@ -59,7 +64,8 @@ FlowResult undoByLog(const OperationContext& context, Drive& drive, WorkJournal&
                         errorText(failed));
     return {FlowEnd::failed, failed};
   }
-  context.ui.noticeBox("What was changed was put back: all is as it was before.");
+  if (told == UndoTold::always)
+    context.ui.noticeBox("What was changed was put back: all is as it was before.");
   return {};
 }
 
@@ -67,23 +73,29 @@ FlowResult runUndoable(const OperationContext& context, Drive& drive, const Undo
                        const DriveChange& change) {
   DiskWriteScope scope(context, drive);
   if (const auto stopped = scope.begin(wish.target)) return *stopped;
-  if (!context.options.keepJournal) {
+  if (!context.options.keepJournal || isRehearsal(drive)) {
     const FlowResult result = change(drive);
     static_cast<void>(drive.reread());
     return result;
   }
+  ExtentList inUse;
+  if (wish.volume)
+    if (const Failure failed = wish.inUse(drive, inUse)) return refuse(context, failed);
+  WorkRecord record = wish.record;
+  if (wish.target.extent()) setArea(*wish.target.extent(), record);
   std::unique_ptr<WorkJournal> journal;
   if (const Failure failed = WorkJournal::begin(context, drive, wish.operation, wish.what,
-                                                wish.record, {}, {}, journal))
+                                                std::move(record), {}, {}, journal))
     return refuse(context, failed);
-  const FlowResult result = runLogged(context, drive, wish, *journal, change);
+  UndoTold told = UndoTold::always;
+  const FlowResult result = runLogged(context, drive, wish, inUse, *journal, change, told);
   if (result.succeeded()) {
     if (const Failure failed = journal->end())
       context.ui.noticeBox("The journal could not be removed.\n" + errorText(failed));
     static_cast<void>(drive.reread());
     return result;
   }
-  const FlowResult undone = undoByLog(context, drive, *journal);
+  const FlowResult undone = undoByLog(context, drive, *journal, told);
   return undone.succeeded() ? result : undone;
 }
 

@@ -21,9 +21,9 @@ struct UndoableWish {
   std::string what;       // a sentence for the user: "Resizing partition 1 'DATA' of ACME ..."
   WorkRecord record;      // what it needs to be done again
   WriteTarget target = WriteTarget::tableOnly();
-  // A volume of which only the sectors in use are kept.
+  // Sectors of which only those in use are kept, and how these are found once the disk is locked.
   std::optional<SectorExtent> volume;
-  ExtentList inUse;
+  std::function<Failure(Drive& drive, ExtentList& inUse)> inUse;
 };
 
 // Locks the disk, looks again, and runs the change. When it does not succeed everything is put back
@@ -32,7 +32,12 @@ struct UndoableWish {
 FlowResult runUndoable(const OperationContext& context, Drive& drive, const UndoableWish& wish,
                        const DriveChange& change);
 
-// Puts back what the log of a journal holds and ends the journal; told. The drive is read again.
-FlowResult undoByLog(const OperationContext& context, Drive& drive, WorkJournal& journal);
+// Puts back what the log of a journal holds and ends the journal. The drive is read again.
+enum class UndoTold { always, onFailure };
+FlowResult undoByLog(const OperationContext& context, Drive& drive, WorkJournal& journal,
+                     UndoTold told);
+inline FlowResult undoByLog(const OperationContext& context, Drive& drive, WorkJournal& journal) {
+  return undoByLog(context, drive, journal, UndoTold::always);
+}
 
 }  // namespace tallowin

@@ -21,9 +21,7 @@ constexpr const char* kEnding = ".journal";
 constexpr const char* kLinkEnding = ".link";  // says where the journal lies, and has its record
 constexpr u32 kMostJournals = 1000;
 
-std::string journalFolder(const OperationContext& context) {
-  return context.folders.state + "/journal";
-}
+std::string journalFolder(const ProgramFolders& folders) { return folders.state + "/journal"; }
 
 // What the names lead to, links resolved; the name itself when that cannot be found out.
 std::string realPath(const std::string& path) {
@@ -69,10 +67,10 @@ bool isOfDisk(const WorkRecord& record, Drive& drive) {
   return isSameDisk && isSameTable;
 }
 
-std::vector<std::string> journalPaths(const OperationContext& context) {
+std::vector<std::string> journalPaths(const ProgramFolders& folders) {
   std::vector<std::string> paths;
   std::error_code failure;
-  for (const auto& entry : fs::directory_iterator(journalFolder(context), failure)) {
+  for (const auto& entry : fs::directory_iterator(journalFolder(folders), failure)) {
     const fs::path ending = entry.path().extension();
     if (ending == kEnding || ending == kLinkEnding) paths.push_back(entry.path().string());
   }
@@ -81,9 +79,9 @@ std::vector<std::string> journalPaths(const OperationContext& context) {
 }
 
 // A name that no journal has yet.
-std::string newName(const OperationContext& context, const char* ending) {
+std::string newName(const ProgramFolders& folders, const char* ending) {
   for (u32 number = 1; number < kMostJournals; ++number) {
-    std::string path = journalFolder(context) + format("/%u", number) + ending;
+    std::string path = journalFolder(folders) + format("/%u", number) + ending;
     std::error_code ignored;
     if (!fs::exists(fs::symlink_status(path, ignored))) return path;
   }
@@ -165,16 +163,16 @@ Failure WorkJournal::begin(const OperationContext& context, Drive& drive,
                            const std::string& operation, const std::string& what, WorkRecord record,
                            std::span<const u8> attachment, std::span<const u8> state,
                            std::unique_ptr<WorkJournal>& journal) {
-  if (unfinishedWorkOn(context, drive)) return Error::unfinishedWork;
+  if (unfinishedWorkOn(context.folders, drive)) return Error::unfinishedWork;
   record.set("operation", operation);
   record.set("what", what);
   record.set("started", timeNow(context.host));
   describeDisk(drive, record);
-  if (const Failure failed = makeFolders(journalFolder(context)))
+  if (const Failure failed = makeFolders(journalFolder(context.folders)))
     return failed.as(Error::journalFailed);
   const std::string& wanted = context.options.journalFile;
-  const std::string path = wanted.empty() ? newName(context, kEnding) : realPath(wanted);
-  const std::string link = wanted.empty() ? std::string() : newName(context, kLinkEnding);
+  const std::string path = wanted.empty() ? newName(context.folders, kEnding) : realPath(wanted);
+  const std::string link = wanted.empty() ? std::string() : newName(context.folders, kLinkEnding);
   std::unique_ptr<WorkJournal> made(new WorkJournal(path, link));
   std::unique_ptr<JournalStorage> storage;
   if (const Failure failed = JournalStorageFile::create(path, storage))
@@ -214,10 +212,19 @@ Failure WorkJournal::end() {
 
 // ---
 
-std::optional<UnfinishedWork> unfinishedWorkOn(const OperationContext& context, Drive& drive) {
-  for (const std::string& path : journalPaths(context))
+std::optional<UnfinishedWork> unfinishedWorkOn(const ProgramFolders& folders, Drive& drive) {
+  for (const std::string& path : journalPaths(folders))
     if (auto work = workAt(path, drive)) return work;
   return std::nullopt;
+}
+
+void setArea(const SectorExtent& area, WorkRecord& record) {
+  record.set("areaStart", area.startSector);
+  record.set("areaEnd", area.endSector);
+}
+
+SectorExtent areaOf(const WorkRecord& record) {
+  return {record.number("areaStart"), record.number("areaEnd")};
 }
 
 std::string unfinishedText(const UnfinishedWork& work) {

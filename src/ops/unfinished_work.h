@@ -8,6 +8,7 @@
 
 #include "move/journal_file.h"
 #include "ops/operation_context.h"
+#include "ops/placement.h"
 #include "ptable/drive.h"
 
 namespace tallowin {
@@ -71,7 +72,11 @@ class WorkJournal {
 };
 
 // Of this disk; nothing is the rule. A journal that was begun and not made is taken away.
-std::optional<UnfinishedWork> unfinishedWorkOn(const OperationContext& context, Drive& drive);
+std::optional<UnfinishedWork> unfinishedWorkOn(const ProgramFolders& folders, Drive& drive);
+
+// The sectors of the disk that the operation changes, which nothing else may use.
+void setArea(const SectorExtent& area, WorkRecord& record);
+SectorExtent areaOf(const WorkRecord& record);
 
 // For the user: what is unfinished, and how it is ended.
 std::string unfinishedText(const UnfinishedWork& work);

@@ -136,6 +136,17 @@ struct ResizeLimits {
   u32 clusterBytes = 0;  // as it is
 };
 
+// A form that a volume may be resized to, where its kind has several. Sizes are those of the
+// volume.
+struct ResizeForm {
+  std::string_view word;  // for scripts: "fat32"
+  const char* label;      // with its mnemonic: "FAT&32"
+  u16 type;               // as ResizeWish::forcedType
+  u32 fromMiB;            // for smaller ones it is not offered
+  u32 toMiB;              // nor for larger ones
+  u32 widelyReadToMiB;    // larger ones are read by few other systems
+};
+
 struct ResizeWish {
   u64 sectors = 0;       // from the first sector of the range on
   u32 clusterBytes = 0;  // 0 automatic
@@ -157,6 +168,7 @@ struct ResizePlan {
 
 struct ResizeReport {
   bool touched = false;  // something was written, or may have been
+  bool resized = false;  // all of it was done, whatever the check after it found
   // The number that the kind publishes for what a check found, before or after.
   u32 fault = 0;
   std::string faultText;  // what it is: a sentence
@@ -232,6 +244,9 @@ struct FileSystemKind {
   // `roomSectors`: what the range could have at most. invalidVolume, read.
   Failure (*resizeLimits)(const SectorRange& range, u16 type, u64 roomSectors,
                           ResizeLimits& limits) = nullptr;
+  // What it can become; empty: it stays what it is, and its clusters stay as they are.
+  std::span<const ResizeForm> resizeForms;
+  u64 resizeMostSectors = kAllOnes64;
   // Whether a wish can be fulfilled, and what would come of it; `resize` asks it too. Writes
   // nothing. sizeNotPossible: it cannot hold the data; invalidSizeForType: not for this kind;
   // invalidVolume, read, outOfMemory.
@@ -241,6 +256,7 @@ struct FileSystemKind {
   // behind it and is free. All is on the medium when it returns; the table is the caller's.
   // Answers of planResize, and corrupt with the fault of the check before it: nothing was written.
   // read, write, flush, noSpaceLeft, cancelled: what the report says was touched may be half done.
+  // corrupt of a volume that was resized: the check after it found the fault.
   Failure (*resize)(const SectorRange& range, u16 type, const ResizeWish& wish, Job& job,
                     ResizeReport& report) = nullptr;
   // The files in it, see fs/file_system.h. invalidVolume, unsupportedFileSystem (a version or a

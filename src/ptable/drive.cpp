@@ -341,7 +341,7 @@ Failure Drive::remove(const PartitionEntry& entry) {
 Failure Drive::changeProperties(const PartitionEntry& entry, const EntryProperties& wanted) {
   if (const Failure error = checkChange(); error != Error::none) return error;
   const auto* volume = dynamic_cast<const VolumeEntry*>(&entry);
-  if (wanted.endSector && !volume) {
+  if (wanted.endSector) {
     const SectorRegion limits = endLimits(entry);
     if (*wanted.endSector < limits.first || *wanted.endSector > limits.last)
       return Error::outsideUsableArea;

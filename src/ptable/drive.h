@@ -88,7 +88,7 @@ struct EntryProperties {
   std::optional<Guid> typeGuid = {};     // GPT
   std::optional<u64> attributes = {};    // GPT attribute bits, or the flags of an EMBR entry
   std::optional<bool> active = {};       // of entries with an MBR slot; takes the others' marks
-  std::optional<u64> endSector = {};     // of the top level; inclusive
+  std::optional<u64> endSector = {};     // inclusive
 
   bool operator==(const EntryProperties&) const = default;
 };
@@ -133,6 +133,13 @@ class Drive {
   u32 sectorSize() const { return disk_->sectorSize(); }
   u32 flags() const { return flags_; }
   void setFlags(u32 mask, u32 value) { flags_ = (flags_ & ~mask) | (value & mask); }
+  // The first sector of a partition whose move or resize was cut short; nothing is the rule. Told
+  // by the folders above, which find it out.
+  void setUnfinished(std::optional<u64> startSector) { unfinishedStart_ = startSector; }
+  bool hasUnfinished() const { return unfinishedStart_.has_value(); }
+  bool isUnfinished(const PartitionEntry& entry) const {
+    return !entry.isFree() && unfinishedStart_ == entry.startSector;
+  }
   u32 driveNumber() const { return driveNumber_; }
   // The firmware's number, from kFirstBiosDisk; nothing: the firmware cannot start from this disk,
   // an image file or a device that is not in the list.
@@ -263,6 +270,7 @@ class Drive {
   u32 flags_ = 0;
   i64 alignment_ = AlignmentRules::kDefaultUnit;
   u32 driveNumber_ = 0;
+  std::optional<u64> unfinishedStart_;
   std::optional<u8> biosNumber_;
   LabelReader labelReader_;
 };

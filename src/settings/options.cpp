@@ -57,6 +57,7 @@ constexpr auto kTable = std::to_array<Row>({
     inFile("MBREncryption", OptionType::boolean, &Options::mbrEncryption),
     inFile("CacheResize", OptionType::boolean, &Options::cacheResize),
     inFile("KeepJournal", OptionType::boolean, &Options::keepJournal),
+    inFile("ProveContent", OptionType::boolean, &Options::proveContent),
     inFile("CodePage850", OptionType::boolean, &Options::codePage850),
     inFile("ResumeB", OptionType::text, &Options::resumeB),
     inFile("ResumeU", OptionType::text, &Options::resumeU),

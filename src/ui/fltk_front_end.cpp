@@ -14,6 +14,7 @@
 #include "ops/format_model.h"
 #include "ops/format_summary_model.h"
 #include "ops/properties_model.h"
+#include "ops/resize_model.h"
 #include "ops/undelete_model.h"
 #include "ui/views/create_view.h"
 #include "ui/views/delete_view.h"
@@ -27,6 +28,7 @@
 #include "ui/views/progress_windows.h"
 #include "ui/views/properties_view.h"
 #include "ui/views/question_window.h"
+#include "ui/views/resize_view.h"
 #include "ui/views/settings_view.h"
 #include "ui/views/undelete_view.h"
 #include "ui/widgets/layout.h"
@@ -61,6 +63,7 @@ FltkFrontEnd::FltkFrontEnd(const Options& options) : options_(options) {
   addView<FormatModel, FormatView>();
   addView<FormatSummaryModel, FormatSummaryView>();
   addView<PropertiesModel, PropertiesView>();
+  addView<ResizeModel, ResizeView>();
   addView<UndeleteModel, UndeleteView>();
   addView<DriveSettingsModel, DriveSettingsView>();
   addView<DriveSettingsListModel, DriveSettingsListView>();

@@ -60,10 +60,10 @@ TEST(List, HasTheKeysThatScriptsRelyOn) {
   ASSERT_EQ(answer.json["rows"].Size(), 3u)
       << "the extended partition, free space in it and behind";
   for (const auto& row : answer.json["rows"].GetArray()) {
-    EXPECT_EQ(row.MemberCount(), 16u);
+    EXPECT_EQ(row.MemberCount(), 17u);
     for (const char* key :
          {"number", "kind", "id", "start", "end", "sectors", "type", "type_name", "type_guid",
-          "unique_guid", "attributes", "name", "fs", "active", "hidden", "error"})
+          "unique_guid", "attributes", "name", "fs", "active", "hidden", "unfinished", "error"})
       EXPECT_TRUE(row.HasMember(key)) << key;
   }
 }

@@ -81,7 +81,7 @@ TEST(OptionTable, NoTwoRowsShareANameOrAMember) {
     EXPECT_TRUE(row.key.empty() || keys.insert(row.key).second) << row.key;
     EXPECT_TRUE(row.key.size() || row.switchName.size());
   }
-  EXPECT_EQ(44U, keys.size());
+  EXPECT_EQ(46U, keys.size());
 
   // Setting one option changes nothing that another row stores.
   for (const OptionRow<Options>& row : optionTable()) {

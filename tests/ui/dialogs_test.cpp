@@ -191,17 +191,17 @@ TEST_F(DialogTest, DrivesAreChosenByKeyboard) {
 
 TEST_F(DialogTest, SettingsAreWorkedByKeyboard) {
   const std::string drive = " 0/0/0 00010000010";
-  const std::string usual = "01000001100 00001101";
+  const std::string usual = "0100000110100 00001101";
   run({
       {{"settings"}, "Settings", "Return", "ok " + usual + drive},
       {{"settings"},
        "Settings",
-       "alt+l alt+v alt+6 alt+a alt+f alt+q alt+o alt+p alt+e alt+d alt+n F10",
-       "ok 10111110011 00001101" + drive},
+       "alt+l alt+v alt+6 alt+a alt+f alt+q alt+o alt+p alt+e alt+d alt+j alt+c alt+n F10",
+       "ok 1011111001011 00001101" + drive},
       {{"settings"},
        "Settings",
        "ctrl+Tab alt+d alt+1 alt+c alt+t alt+v alt+b alt+h alt+w F10",
-       "ok 01000001100 11110010" + drive},
+       "ok 0100000110100 11110010" + drive},
       // A letter of the page comes before the same letter of a tab.
       {{"settings"},
        "Settings",
@@ -210,7 +210,7 @@ TEST_F(DialogTest, SettingsAreWorkedByKeyboard) {
       {{"settings", "global"},
        "Settings",
        "alt+r alt+a ctrl+Tab alt+l F10",
-       "ok 11000001100 00001101 0/0/0 00010000110"},
+       "ok 1100000110100 00001101 0/0/0 00010000110"},
       {{"settings", "none"}, "Settings", "alt+r alt+u alt+d F10", "ok " + usual + " -"},
   });
 

@@ -77,6 +77,7 @@ class ChainChange {
     });
   }
   void fillVolume(const NewEntry& volume, const Room& room, EbrRecord& ebr) const;
+  Failure storeWithLink(TableSectorImage& own, const VolumeEntry& volume, u64 endSector) const;
   u8 unusedSequence(PartitionId wanted) const;
   Failure storeSequence(PartitionId wanted, const Room& room) const;
   void writeLink(const Room& room, MbrSlotRecord& link) const;
@@ -205,8 +206,34 @@ Failure ChainChange::change(const VolumeEntry& volume, const EntryProperties& wa
   if (!slotsOf(ebr).isClear || isInVolume(image)) return Error::tableInError;
   if (wanted.name) fillName(*wanted.name, ebr);
   if (wanted.type == types::kHidden) ebr.hiddenType = static_cast<u8>(volume.type);
-  if (wanted.type) ebr.slots[volume.mbrSlot].type = static_cast<u8>(*wanted.type);
-  return image.store();
+  MbrSlotRecord& slot = ebr.slots[volume.mbrSlot];
+  if (wanted.type) slot.type = static_cast<u8>(*wanted.type);
+  if (!wanted.endSector) return image.store();
+  if (!fitsSlot(image.lba(), volume.startSector, *wanted.endSector))
+    return Error::outsideUsableArea;
+  writeSlot(context_, image.lba(), volume.startSector, *wanted.endSector, slot.type, slot);
+  return storeWithLink(image, volume, *wanted.endSector);
+}
+
+// The link that leads to the volume spans it. It is never the shorter one of the two.
+Failure ChainChange::storeWithLink(TableSectorImage& own, const VolumeEntry& volume,
+                                   u64 endSector) const {
+  if (volume.previousEbr == VolumeEntry::kNoPrevious) return own.store();
+  TableSectorImage before = imageAt(volume.previousEbr);
+  if (const Failure failed = before.load()) return failed;
+  auto& previous = before.as<EbrRecord>();
+  const EbrSlots slots = slotsOf(previous);
+  if (!slots.isClear || !slots.link || isInVolume(before)) return Error::tableInError;
+  MbrSlotRecord& link = previous.slots[*slots.link];
+  writeSlot(context_, container_.startSector, container_.startSector + volume.ebr, endSector,
+            link.type, link);
+  if (endSector > volume.endSector)
+    if (const Failure failed = before.store()) return failed;
+  if (const Failure failed = own.store()) return failed;
+  if (endSector > volume.endSector) return {};
+  // The volume is as it was wished for, whatever becomes of its link.
+  const Failure unlinked = before.store();
+  return unlinked ? unlinked.as(Error::writeFailedNewTable) : unlinked;
 }
 
 }  // namespace
@@ -287,8 +314,7 @@ Failure endChain(const TableContext& context, const TableEntry& container) {
 
 Failure changeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume, const EntryProperties& wanted) {
-  if (wanted.typeGuid || wanted.attributes || wanted.active || wanted.endSector)
-    return Error::unsupportedForm;
+  if (wanted.typeGuid || wanted.attributes || wanted.active) return Error::unsupportedForm;
   return ChainChange(context, container).change(volume, wanted);
 }
 

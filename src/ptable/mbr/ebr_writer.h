@@ -25,7 +25,7 @@ Failure removeVolume(const TableContext& context, const TableEntry& container,
 // See Drive::refreshChain and Drive::truncateChain.
 Failure refreshChs(const TableContext& context, const TableEntry& container);
 Failure endChain(const TableContext& context, const TableEntry& container);
-// Its name and type; see Drive::changeProperties.
+// Its name, type and end; see Drive::changeProperties.
 Failure changeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume, const EntryProperties& wanted);
 

@@ -107,7 +107,8 @@ void MainWindow::makeList() {
   errors_ = addText(kListRight - 166, 76, 166, 18, MainWindowModel::kErrorLabel, FL_ALIGN_RIGHT);
   errors_->labelcolor(FL_RED);
   addButtons(Area::aboveList);
-  buttons_[static_cast<std::size_t>(Action::repairTable)]->labelcolor(FL_RED);
+  for (const Action action : {Action::repairTable, Action::resume})
+    buttons_[static_cast<std::size_t>(action)]->labelcolor(FL_RED);
   list_ = new ColumnList(10, 96, 416, 236, kColumns);
   list_->textsize(kSmallFontSize);
   list_->callback(onList, this);
@@ -179,6 +180,7 @@ void MainWindow::pass() {
   else if (line > 0 && static_cast<std::size_t>(line - 1) != model_.selectedRow())
     model_.selectRow(static_cast<std::size_t>(line - 1));
   if (model_.revision() != shownRevision_) refill();
+  model_.offerResume();
   carryOut();
   if (model_.revision() != shownRevision_) refill();
 }
@@ -216,7 +218,8 @@ void MainWindow::refill() {
   setLabel(*geometry_, model_.geometryLabel());
   model_.hasErrors() ? errors_->show() : errors_->hide();
   const ButtonGrid repair = gridOf(Area::aboveList);
-  const bool isBesideRepair = model_.control(Action::repairTable).shown;
+  const bool isBesideRepair =
+      model_.control(Action::repairTable).shown || model_.control(Action::resume).shown;
   errors_->position((isBesideRepair ? repair.x - kGap : kListRight) - errors_->w(), errors_->y());
   refillRows();
   for (std::size_t index = 0; index < kActionCount; ++index) {
@@ -232,7 +235,10 @@ void MainWindow::refill() {
 void MainWindow::refillRows() {
   list_->clearRows();
   for (const PartitionRow& row : model_.rows())
-    list_->addRow({(row.isVolume ? "    " : "") + row.name, row.kind, row.isInError ? "E" : "",
+    list_->addRow({(row.isVolume ? "    " : "") + row.name, row.kind,
+                   row.isUnfinished ? "U"
+                   : row.isInError  ? "E"
+                                    : "",
                    row.size, row.type});
   list_->position(model_.scrollPosition());
   if (const auto selected = model_.selectedRow()) {

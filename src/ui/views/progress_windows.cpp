@@ -124,4 +124,10 @@ bool ProgressDialogWindow::isCancelled() {
   return cancelled_ || stopRequested();
 }
 
+void ProgressDialogWindow::waitForClose() {
+  setButton("Close");
+  while (!isCancelled() && waitForEvents()) {
+  }
+}
+
 }  // namespace tallowin

@@ -36,6 +36,7 @@ class ProgressDialogWindow : public ProgressDialog {
   void setProgress(u32 percent, const std::string& details) override;
   void setButton(const std::string& label) override;
   bool isCancelled() override;
+  void waitForClose() override;
 
  private:
   InputDuringWork input_;

@@ -27,7 +27,7 @@ int widthOfButton(const std::string& label) {
 }
 
 struct ButtonSpec {
-  const char* label;
+  std::string label;
   MessageResult result;
 };
 
@@ -50,6 +50,12 @@ std::vector<ButtonSpec> buttonsOf(ButtonSet set) {
       break;
   }
   return {ok};
+}
+
+std::size_t noIndex(const std::vector<ButtonSpec>& buttons) {
+  std::size_t index = 0;
+  while (buttons[index].result != MessageResult::no) ++index;
+  return index;
 }
 
 // Where Yes would give something up, Enter does not say it.
@@ -204,20 +210,22 @@ std::optional<std::size_t> QuestionWindow::ask() {
 }
 
 MessageResult showMessageBox(const MessageBox& box) {
-  const std::vector<ButtonSpec> buttons = buttonsOf(box.buttons);
+  std::vector<ButtonSpec> buttons = buttonsOf(box.buttons);
+  if (!box.extraButton.empty())
+    buttons.insert(buttons.end() - 1, {box.extraButton, MessageResult::extra});
   const bool asksYesOrNo = buttons.front().result == MessageResult::yes;
   Question question;
   question.title = box.title.empty() ? titleOf(box.kind) : box.title;
   question.icon = iconOf(box.kind, asksYesOrNo);
   question.text = cut(box.text, kMaxTextBytes);
   for (const ButtonSpec& button : buttons) question.buttons.emplace_back(button.label);
-  question.focusIndex = asksYesOrNo && startsOnNo(box) ? 1 : 0;
+  question.focusIndex = asksYesOrNo && startsOnNo(box) ? noIndex(buttons) : 0;
   question.escapeIndex = buttons.size() - 1;
 
   const auto index = stopRequested() ? std::nullopt : QuestionWindow(question).ask();
   if (index) return buttons[*index].result;
   if (buttons.size() == 1) return buttons.front().result;
-  return buttons.size() == 3 ? buttons.back().result : MessageResult::none;
+  return box.buttons == ButtonSet::yesNoCancel ? MessageResult::cancel : MessageResult::none;
 }
 
 bool showTextInput(TextInput& input) {

@@ -6,6 +6,7 @@
 #include <FL/Fl_Group.H>
 #include <FL/Fl_Input.H>
 #include <FL/Fl_Int_Input.H>
+#include <FL/Fl_Radio_Round_Button.H>
 #include <FL/Fl_Repeat_Button.H>
 
 #include <string>

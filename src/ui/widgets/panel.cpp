@@ -24,6 +24,12 @@ CheckBox* addCheckBox(int x, int y, int width, const char* label) {
   return new CheckBox(x, y, width, kFieldHeight, label);
 }
 
+Fl_Radio_Round_Button* addRadioButton(int x, int y, int width, const char* label) {
+  auto* button = new Fl_Radio_Round_Button(x, y, width, layout::kFieldHeight, label);
+  button->labelsize(kFontSize);
+  return button;
+}
+
 void setText(Fl_Input& input, const std::string& text) {
   if (text != input.value()) input.value(text.c_str());
 }

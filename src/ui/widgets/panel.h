@@ -16,6 +16,8 @@ Fl_Widget* addFrame(int x, int y, int width, int height, const std::string& labe
 TextLabel* addText(int x, int y, int width, int height, const std::string& text,
                    Fl_Align align = FL_ALIGN_LEFT);
 CheckBox* addCheckBox(int x, int y, int width, const char* label);
+// One of those that are made in the same group.
+Fl_Radio_Round_Button* addRadioButton(int x, int y, int width, const char* label);
 // Keeps the cursor where it is when the input has the text already.
 void setText(Fl_Input& input, const std::string& text);
 
