@@ -7,7 +7,9 @@
 #include "fat/fat_file_system.h"
 #include "fat/fat_format.h"
 #include "fat/fat_repair.h"
+#include "fat/fat_resize.h"
 #include "fat/fat_table.h"
+#include "fat/fat_used_extents.h"
 #include "fat/fat_volume.h"
 #include "probe/gpt_type_guids.h"
 #include "probe/type_catalogue.h"
@@ -103,6 +105,10 @@ constexpr FileSystemKind kindRow(std::string_view word, std::string_view name) {
   kind.repair = repairFatVolume;
   kind.resizeForms = kResizeForms;
   kind.resizeMostSectors = kResizeMostSectors;
+  kind.usedExtents = fatUsedExtents;
+  kind.resizeLimits = fatResizeLimits;
+  kind.planResize = planFatVolumeResize;
+  kind.resize = resizeFatVolume;
   kind.open = openFatFiles;
   return kind;
 }

@@ -69,6 +69,7 @@ class ResizeJob : public JobOfFrontEnd {
   ResizeJob(const OperationContext& context, CanGoBack canGoBack)
       : JobOfFrontEnd(context), canGoBack_(canGoBack) {}
   void phase(Phase phase, u64 totalBytes) override {
+    if (phase == Phase::checking) phase = Phase::gathering;
     isForGood_ = phase == Phase::resizing && canGoBack_ == CanGoBack::no;
     JobOfFrontEnd::phase(isForGood_ ? Phase::resizingForGood : phase, totalBytes);
   }
