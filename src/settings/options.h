@@ -60,9 +60,9 @@ struct Options {
   bool allowPwChange = false;
   bool mbrEncryption = true;
   bool cacheResize = true;
-  bool keepJournal = true;   // of what moves or resizes data, so that a cut can be undone
+  bool keepJournal = true;    // of what moves or resizes data, so that a cut can be undone
   bool proveContent = false;  // compare all files before and after what moves or resizes them
-  bool codePage850 = false;  // of short names and labels of FAT; else 437
+  bool codePage850 = false;   // of short names and labels of FAT; else 437
   std::string resumeB;
   std::string resumeU;
 
