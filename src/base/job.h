@@ -27,7 +27,7 @@ enum class Phase : u8 {
   gathering,  // what a resize has to know
   resizing,
   resizingForGood,  // without a way back, so that it cannot be stopped
-  checkingAgain,  // after a change
+  checkingAgain,    // after a change
 };
 
 enum class Direction { read, write };

@@ -6,6 +6,7 @@
 #include "base/job.h"
 #include "disk/sector_range.h"
 #include "move/extent_list.h"
+#include "move/move_journal.h"
 
 namespace tallowin {
 
@@ -20,41 +21,36 @@ struct MoveReport {
 };
 
 // Source and target may overlap on one disk: the direction is then the one that overwrites no
-// sector that has not been read. What was moved is on the medium when an answer is given, unless
-// that is `flush`.
+// sector that has not been read. All that was moved is on the medium when an answer is given,
+// unless that is `flush`.
 //
-// A stop (the job's wish, or a sector that is not passed over) ends the move: where sectors of the
-// source were overwritten they are put back first, so that the source is whole again; else nothing
-// has happened to it. The answer is then cancelled, read or write.
+// The job's phase is the caller's, of 2 x sectorsToMove() x sector size bytes: each sector counts
+// when it is read and when it is written. A stop (the job's wish, or a sector that is not passed
+// over) ends the move: where sectors of the source were overwritten they are put back first, in a
+// phase of its own that cannot be stopped, so that the source is whole again; else nothing has
+// happened to it. The answer is then cancelled, read or write.
 class SectorMover {
  public:
-  // The disks and the job are borrowed for the life of the object.
-  SectorMover(const SectorRange& source, DiskDevice& target, u64 targetStart, Job& job);
+  // The disks and the job are borrowed for the life of the object. Moves all of the range, or of it
+  // what `extents`, borrowed too, has with class data.
+  SectorMover(const SectorRange& source, DiskDevice& target, u64 targetStart, Job& job,
+              const ExtentList* extents = nullptr);
   ~SectorMover();
   SectorMover(const SectorMover&) = delete;
   SectorMover& operator=(const SectorMover&) = delete;
 
   // Before anything is moved. outOfMemory; sectorSizeDiffers.
   Failure whyUnusable() const;
+  u64 sectorsToMove() const;
 
-  // How far the move may go before the source is damaged, where the caller knows it better than
-  // the two ranges tell; 0: nothing is ever undone.
-  void setOverlapDistance(u64 sectors);
-  // What the job is told to expect; by default the whole range. Each sector counts twice.
-  void setSectorsToMove(u64 sectors);
+  // What is done next outlives a kill and a power cut: see MoveJournal, which is borrowed.
+  void keepJournal(MoveJournal& journal);
 
-  // All of it.
+  // With a journal of a move that was cut short it goes on where that was; one that was being
+  // undone begins anew when that is done.
   Failure run();
-  // What the list has of the source with class data; gaps and other classes are passed over.
-  Failure runExtents(const ExtentList& extents);
-
-  // For callers that walk by themselves, in the order of the direction. They stop at the first
-  // failure; what was moved by then has been put back.
-  bool isBackward() const;
-  Failure move(u64 sourceStart, u64 sectors);
-  void skip(u64 sectors);
-  // After the last piece: everything is on the medium.
-  Failure finish();
+  // What a journal says was moved is put back; cannot be stopped.
+  Failure undo();
 
   const MoveReport& report() const;
 
