@@ -13,6 +13,7 @@
 #include "ptable/mbr/ebr_reader.h"
 #include "ptable/mbr/ebr_writer.h"
 #include "ptable/mbr/mbr_edit.h"
+#include "ptable/mbr/slot.h"
 #include "ptable/old_signatures.h"
 #include "ptable/scheme.h"
 #include "ptable/sector_swap.h"
@@ -352,6 +353,77 @@ Failure Drive::changeProperties(const PartitionEntry& entry, const EntryProperti
   const TableEntry* container = containerOf(entry);
   if (container == nullptr) return Error::tableChangedMeanwhile;
   return finishChange(changeVolume(tableContext(), *container, *volume, wanted));
+}
+
+namespace {
+
+bool isBroken(const PartitionEntry& entry) {
+  const auto* top = dynamic_cast<const TableEntry*>(&entry);
+  return entry.isInError() || (top != nullptr && top->volumes && top->volumes->isInError());
+}
+
+// The sectors of the new place that are not the partition's own already.
+SectorRegion ownedAnew(const EntryMove& move) {
+  if (move.newStart > move.oldStart)
+    return {std::max(move.newStart, move.oldStart + move.sectorCount), move.newEnd()};
+  return {move.newStart, std::min(move.newEnd(), move.oldStart - 1)};
+}
+
+}  // namespace
+
+Failure Drive::whyNotMoved(const PartitionEntry& entry, const EntryMove& move) {
+  const SectorRegion region = freeRegionAround(entry);
+  const u64 gap = volumeGap(entry);
+  if (move.newStart < gap || move.newStart - gap < region.first ||
+      move.newStart > kAllOnes64 - move.sectorCount || move.newEnd() > region.last)
+    return Error::outsideUsableArea;
+  const bool hasSlot = !isGpt() || entry.mbrSlot != kNoMbrSlot;
+  const TableEntry* container = containerOf(entry);
+  const u64 base = container != nullptr ? container->startSector : 0;
+  if (hasSlot && (!fitsSlot(base, move.newStart, move.newEnd()) || move.newEnd() > kAllOnes32))
+    return Error::outsideUsableArea;
+  const SectorRegion anew = ownedAnew(move);
+  if (container == nullptr && !isGpt() && namedLoaderContent(*disk_, anew.first, anew.last))
+    return Error::sectorsInUse;
+  return {};
+}
+
+Failure Drive::planMove(const PartitionEntry& entry, u64 newStart, EntryMove& move) {
+  if (const Failure failed = checkChange()) return failed;
+  if (entry.isFree() || entry.tableIndex < 0) return Error::unsupportedForm;
+  if (isBroken(entry)) return Error::tableInError;
+  EntryMove planned;
+  planned.oldStart = entry.startSector;
+  planned.newStart = newStart;
+  planned.sectorCount = entry.sectorCount();
+  if (const Failure failed = whyNotMoved(entry, planned)) return failed;
+  planned.type =
+      static_cast<u8>(typeForEnd(isEmbr() ? entry.type : entry.mbrType, planned.newEnd()));
+  if (const auto* volume = dynamic_cast<const VolumeEntry*>(&entry)) {
+    const TableEntry* container = containerOf(entry);
+    if (container == nullptr || isBroken(*container)) return Error::tableInError;
+    if (const Failure failed = planVolume(tableContext(), *container, *volume, planned))
+      return failed;
+  }
+  move = std::move(planned);
+  return {};
+}
+
+Failure Drive::finishMove(const EntryMove& move) {
+  if (const Failure failed = changesAllowed()) return failed;
+  const TableContext context = tableContext();
+  if (const Failure failed = scheme_->checkUnchanged(context, *table_)) return failed;
+  if (move.volume) return finishChange(moveVolume(context, move));
+  const auto liesAt = [&](u64 start) {
+    return std::ranges::find_if(table_->entries, [&](const auto& entry) {
+      return !entry->isFree() && entry->startSector == start &&
+             entry->sectorCount() == move.sectorCount;
+    });
+  };
+  if (const auto entry = liesAt(move.oldStart); entry != table_->entries.end())
+    return finishChange(scheme_->move(context, **entry, move));
+  return liesAt(move.newStart) != table_->entries.end() ? Failure()
+                                                        : Failure(Error::tableChangedMeanwhile);
 }
 
 Failure Drive::refreshChain(const PartitionEntry& container) {

@@ -10,6 +10,7 @@
 #include "base/host.h"
 #include "disk/disk_device.h"
 #include "ptable/alignment.h"
+#include "ptable/entry_move.h"
 #include "ptable/gpt/gpt_health.h"
 #include "ptable/partition_entry.h"
 
@@ -191,6 +192,15 @@ class Drive {
   // them, and nothing was written; outsideUsableArea: the end leaves endLimits; otherwise as for
   // add.
   Failure changeProperties(const PartitionEntry& entry, const EntryProperties& wanted);
+  // What finishMove has to know to let the entry begin elsewhere, at the same length; the sectors
+  // are moved in between, all of those behind the EBR of a volume. Nothing is written.
+  // outsideUsableArea: the new place leaves the free region around the entry, or the limits of the
+  // table; sectorsInUse: it would run over a boot loader; unsupportedForm: the entry has no place
+  // that could be changed; tableInError; and what checkChange answers.
+  Failure planMove(const PartitionEntry& entry, u64 newStart, EntryMove& move);
+  // The step that makes the new place visible. May be done again when it is not known whether it
+  // was done. Volumes in an extended partition go with it. Errors as for add.
+  Failure finishMove(const EntryMove& move);
   // Writes the EBRs of an extended partition again, with CHS addresses by the drive's geometry.
   // unsupportedForm: its chain is not clear; else as for add.
   Failure refreshChain(const PartitionEntry& container);
@@ -250,6 +260,7 @@ class Drive {
   void addWholeDisk(u16 type, TableReading& reading) const;
   void adopt(TableReading reading);
   void addFreeBlocks();
+  Failure whyNotMoved(const PartitionEntry& entry, const EntryMove& move);
   Failure addVolumeOf(const NewEntry& entry, TrackContent content);
   std::vector<KernelPartition> kernelPartitions() const;
   bool isWhollyRead() const;

@@ -61,6 +61,9 @@ class TableScheme {
   virtual Failure remove(const TableContext& context, const TableEntry& entry) const = 0;
   virtual Failure changeProperties(const TableContext& context, const TableEntry& entry,
                                    const EntryProperties& wanted) const = 0;
+  // Of an entry that lies where `move` says that it did: see Drive::finishMove.
+  virtual Failure move(const TableContext& context, const TableEntry& entry,
+                       const EntryMove& move) const = 0;
 };
 
 // All schemes, the more special ones first; the last one is on every disk. A GPT comes before an

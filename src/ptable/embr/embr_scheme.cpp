@@ -306,6 +306,25 @@ Failure EmbrScheme::changeProperties(const TableContext& context, const TableEnt
   return storeEmbrFirst(context.disk, old, image);
 }
 
+Failure EmbrScheme::move(const TableContext& context, const TableEntry& entry,
+                         const EntryMove& move) const {
+  EmbrImage old;
+  if (const Failure error = load(context.disk, old); error != Error::none) return error;
+  EmbrImage image = old;
+  MptEntryRecord* record = recordOf(image, entry);
+  if (record == nullptr) return Error::tableChangedMeanwhile;
+  MbrSlotRecord* slot = slotOf(mbrIn(image), *record);
+  if (slot != nullptr) {
+    // Its type may be the hidden form of the real one.
+    const u8 type = slot->type == record->type ? move.type : slot->type;
+    writeSlot(context, 0, move.newStart, move.newEnd(), type, *slot);
+  }
+  record->firstLba = static_cast<u32>(move.newStart);
+  record->lastLba = static_cast<u32>(move.newEnd());
+  record->type = move.type;
+  return storeEmbrFirst(context.disk, old, image);
+}
+
 namespace {
 
 // Every partition into a slot: into its own, the others into those that are left.

@@ -19,6 +19,8 @@ class EmbrScheme : public TableScheme {
   Failure remove(const TableContext& context, const TableEntry& entry) const override;
   Failure changeProperties(const TableContext& context, const TableEntry& entry,
                            const EntryProperties& wanted) const override;
+  Failure move(const TableContext& context, const TableEntry& entry,
+               const EntryMove& move) const override;
 };
 
 // The entry as the MPT holds it.

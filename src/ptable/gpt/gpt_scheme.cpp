@@ -234,6 +234,23 @@ Failure GptScheme::changeProperties(const TableContext& context, const TableEntr
   return staysSame ? Failure() : storeGpt(context.disk, old, image);
 }
 
+// A slot of a hybrid MBR that names the same sectors follows.
+Failure GptScheme::move(const TableContext& context, const TableEntry& entry,
+                        const EntryMove& move) const {
+  GptImage old;
+  if (const Failure failed = load(context, old)) return failed;
+  if (isBackupBeyondEnd(context, old)) return Error::gptTableCheck;
+  GptImage image = old;
+  GptEntryRecord* record = recordOf(image, entry);
+  if (record == nullptr) return Error::tableChangedMeanwhile;
+  record->firstLba = move.newStart;
+  record->lastLba = move.newEnd();
+  for (MbrSlotRecord& slot : recordAt<MbrRecord>(image.mbr())->slots)
+    if (holdsExtent(slot, entry))
+      writeSlot(context, 0, move.newStart, move.newEnd(), slot.type, slot);
+  return storeGpt(context.disk, old, image);
+}
+
 Guid randomGuid(Host& host) {
   Guid guid;
   host.randomBytes(std::span(guid.bytes).first(8));

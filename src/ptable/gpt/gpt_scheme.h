@@ -18,6 +18,8 @@ class GptScheme : public TableScheme {
   Failure remove(const TableContext& context, const TableEntry& entry) const override;
   Failure changeProperties(const TableContext& context, const TableEntry& entry,
                            const EntryProperties& wanted) const override;
+  Failure move(const TableContext& context, const TableEntry& entry,
+               const EntryMove& move) const override;
 };
 
 // A new unique GUID, different from those of all used entries of `image`.

@@ -62,6 +62,7 @@ class ChainChange {
   Failure add(const NewEntry& volume, const Room& room);
   Failure remove(const VolumeEntry& volume);
   Failure change(const VolumeEntry& volume, const EntryProperties& wanted);
+  Failure plan(const VolumeEntry& volume, EntryMove& move);
 
  private:
   TableSectorImage imageAt(u64 position) const {
@@ -236,6 +237,26 @@ Failure ChainChange::storeWithLink(TableSectorImage& own, const VolumeEntry& vol
   return unlinked ? unlinked.as(Error::writeFailedNewTable) : unlinked;
 }
 
+Failure ChainChange::plan(const VolumeEntry& volume, EntryMove& move) {
+  const u64 base = container_.startSector;
+  TableSectorImage own = imageAt(volume.ebr);
+  if (const Failure failed = own.load()) return failed;
+  if (!slotsOf(own.as<EbrRecord>()).isClear || isInVolume(own)) return Error::tableInError;
+  EntryMove::Volume& chain = move.volume.emplace();
+  chain.containerStart = base;
+  chain.oldEbr = base + volume.ebr;
+  chain.newEbr = move.newStart - (volume.volumeStart - volume.ebr);
+  chain.slot = volume.mbrSlot;
+  chain.ebr.assign(own.bytes().begin(), own.bytes().end());
+  if (volume.previousEbr == VolumeEntry::kNoPrevious) return {};
+  TableSectorImage before = imageAt(volume.previousEbr);
+  if (const Failure failed = before.load()) return failed;
+  const EbrSlots slots = slotsOf(before.as<EbrRecord>());
+  if (!slots.isClear || !slots.link || isInVolume(before)) return Error::tableInError;
+  chain.previousEbr = base + volume.previousEbr;
+  return {};
+}
+
 }  // namespace
 
 Failure checkChainUnchanged(const TableContext& context, const TableEntry& container) {
@@ -316,6 +337,85 @@ Failure changeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume, const EntryProperties& wanted) {
   if (wanted.typeGuid || wanted.attributes || wanted.active) return Error::unsupportedForm;
   return ChainChange(context, container).change(volume, wanted);
+}
+
+Failure planVolume(const TableContext& context, const TableEntry& container,
+                   const VolumeEntry& volume, EntryMove& move) {
+  return ChainChange(context, container).plan(volume, move);
+}
+
+namespace {
+
+// Where an EBR leads to; nothing without a link.
+std::optional<u64> linkIn(const EbrRecord& ebr, u64 containerStart) {
+  const auto link = slotsOf(ebr).link;
+  if (!link) return std::nullopt;
+  return containerStart + ebr.slots[*link].startLba;
+}
+
+bool sameRecord(const EbrRecord& a, const EbrRecord& b) {
+  return std::memcmp(&a, &b, sizeof(EbrRecord)) == 0;
+}
+
+// The EBR of the volume as it is to lie at its new place, with the link that it had.
+void fillMoved(const TableContext& context, const EntryMove& move, TableSectorImage& own) {
+  const EntryMove::Volume& volume = *move.volume;
+  std::ranges::copy(volume.ebr, own.bytes().begin());
+  MbrSlotRecord& slot = own.as<EbrRecord>().slots[volume.slot];
+  writeSlot(context, volume.newEbr, move.newStart, move.newEnd(), move.type, slot);
+}
+
+// The EBR at the start of the container stays, with a link to the one that left it.
+Failure leaveHead(const TableContext& context, const EntryMove& move, TableSectorImage& own) {
+  const EntryMove::Volume& volume = *move.volume;
+  TableSectorImage head(context.disk, volume.oldEbr);
+  if (const Failure failed = head.load()) return failed;
+  auto& ebr = head.as<EbrRecord>();
+  const EbrSlots slots = slotsOf(ebr);
+  if (slots.isClear && slots.volumes.empty() && linkIn(ebr, volume.containerStart) == volume.newEbr)
+    return {};
+  if (!sameRecord(ebr, *recordAt<EbrRecord>(std::span<const u8>(volume.ebr))))
+    return Error::tableChangedMeanwhile;
+  MbrSlotRecord& link = slotForLink(ebr);
+  const u8 linkType = link.type == types::kFree ? u8{types::kExtended} : link.type;
+  ebr.slots[volume.slot].clear();
+  ebr.name.fill(0);
+  ebr.hiddenType = 0;
+  link.clear();
+  writeSlot(context, volume.containerStart, volume.newEbr, move.newEnd(), linkType, link);
+  if (const Failure failed =
+          context.disk.writeSectors(own.lba(), own.bytes().data(), 1).as(Error::write))
+    return failed;
+  return head.store();
+}
+
+Failure relink(const TableContext& context, const EntryMove& move, TableSectorImage& own) {
+  const EntryMove::Volume& volume = *move.volume;
+  TableSectorImage before(context.disk, *volume.previousEbr);
+  if (const Failure failed = before.load()) return failed;
+  auto& previous = before.as<EbrRecord>();
+  const auto link = linkIn(previous, volume.containerStart);
+  const bool takesItsPlace = volume.newEbr == *volume.previousEbr;
+  if (takesItsPlace ? sameRecord(previous, own.as<EbrRecord>()) : link == volume.newEbr) return {};
+  const EbrSlots slots = slotsOf(previous);
+  if (!slots.isClear || link != volume.oldEbr) return Error::tableChangedMeanwhile;
+  // One that held a link only becomes the volume's own.
+  if (takesItsPlace) return slots.volumes.empty() ? own.store() : Error::tableChangedMeanwhile;
+  MbrSlotRecord& slot = previous.slots[*slots.link];
+  writeSlot(context, volume.containerStart, volume.newEbr, move.newEnd(), slot.type, slot);
+  if (const Failure failed =
+          context.disk.writeSectors(own.lba(), own.bytes().data(), 1).as(Error::write))
+    return failed;
+  return before.store();
+}
+
+}  // namespace
+
+Failure moveVolume(const TableContext& context, const EntryMove& move) {
+  TableSectorImage own(context.disk, move.volume->newEbr);
+  if (const Failure failed = own.load()) return failed;
+  fillMoved(context, move, own);
+  return move.volume->previousEbr ? relink(context, move, own) : leaveHead(context, move, own);
 }
 
 }  // namespace tallowin

@@ -29,4 +29,13 @@ Failure endChain(const TableContext& context, const TableEntry& container);
 Failure changeVolume(const TableContext& context, const TableEntry& container,
                      const VolumeEntry& volume, const EntryProperties& wanted);
 
+// What is to be known before the sectors of a volume move: fills `move.volume`. tableInError: its
+// EBR, or the one that leads to it, holds something that is not understood, or lies in the sectors
+// of another volume; read.
+Failure planVolume(const TableContext& context, const TableEntry& container,
+                   const VolumeEntry& volume, EntryMove& move);
+// See Drive::finishMove. The chain was right when the move was planned; since then the volume's own
+// EBR may have been overwritten.
+Failure moveVolume(const TableContext& context, const EntryMove& move);
+
 }  // namespace tallowin

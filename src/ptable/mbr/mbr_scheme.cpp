@@ -159,4 +159,14 @@ Failure MbrScheme::changeProperties(const TableContext& context, const TableEntr
   return image.store();
 }
 
+Failure MbrScheme::move(const TableContext& context, const TableEntry& entry,
+                        const EntryMove& move) const {
+  TableSectorImage image(context.disk, kMbrLba);
+  if (const Failure error = image.load(); error != Error::none) return error;
+  MbrSlotRecord* slot = slotOf(image.as<MbrRecord>(), entry);
+  if (slot == nullptr) return Error::tableChangedMeanwhile;
+  writeSlot(context, 0, move.newStart, move.newEnd(), move.type, *slot);
+  return image.store();
+}
+
 }  // namespace tallowin

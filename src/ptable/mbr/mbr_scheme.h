@@ -18,6 +18,8 @@ class MbrScheme : public TableScheme {
   Failure remove(const TableContext& context, const TableEntry& entry) const override;
   Failure changeProperties(const TableContext& context, const TableEntry& entry,
                            const EntryProperties& wanted) const override;
+  Failure move(const TableContext& context, const TableEntry& entry,
+               const EntryMove& move) const override;
 };
 
 // The first disk of the machine gets an active partition; there is never a second one.
