@@ -4,10 +4,10 @@
 #include <array>
 
 #include "base/text.h"
+#include "boot/boot_sector.h"
 #include "disk/disk_handles.h"
 #include "fat/fat_layout.h"
 #include "fs/file_system.h"
-#include "ops/boot_sector.h"
 #include "ops/error_text.h"
 #include "ops/file_systems.h"
 #include "ops/properties_model.h"

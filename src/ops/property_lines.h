@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "ops/boot_sector.h"
+#include "boot/boot_sector.h"
 
 namespace tallowin {
 

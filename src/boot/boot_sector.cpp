@@ -1,4 +1,4 @@
-#include "ops/boot_sector.h"
+#include "boot/boot_sector.h"
 
 #include <algorithm>
 
@@ -45,15 +45,33 @@ std::string textOf(const char* field, std::size_t length) {
   return std::string(trimRight(printable({field, length})));
 }
 
+BootSectorKind kindOfType(const std::vector<u8>& sector, u16 type) {
+  const BootSectorKind kind = kindOfSector(sector, type);
+  if (kind == BootSectorKind::ntfs || kind == BootSectorKind::hpfs) return kind;
+  if (!types::isFat(type)) return BootSectorKind::none;
+  return bootIn(sector).sectorsPerFat != 0 ? BootSectorKind::fat16 : BootSectorKind::fat32;
+}
+
 }  // namespace
 
-Failure BootSector::read(const SectorRange& range, u16 type) {
+Failure BootSector::readSector(const SectorRange& range) {
   sector_.assign(range.disk.sectorSize(), 0);
   if (const Failure failed = range.disk.readSectors(range.firstSector, sector_.data(), 1))
     return failed.as(Error::read);
   asRead_ = sector_;
   hasSignature_ = recordAt<MbrRecord>(std::span(sector_))->signature.isValid();
+  return {};
+}
+
+Failure BootSector::read(const SectorRange& range, u16 type) {
+  if (const Failure failed = readSector(range)) return failed;
   kind_ = hasSignature_ ? kindOfSector(sector_, type) : BootSectorKind::none;
+  return {};
+}
+
+Failure BootSector::readByType(const SectorRange& range, u16 type) {
+  if (const Failure failed = readSector(range)) return failed;
+  kind_ = hasSignature_ ? kindOfType(sector_, type) : BootSectorKind::none;
   return {};
 }
 
@@ -101,37 +119,58 @@ void BootSector::setGeometry(const Geometry& geometry) {
 }
 
 void BootSector::setDriveNumber(u8 number) {
-  recordAt<FatIdentityRecord>(std::span(sector_), identityOffset(kind_))->driveNumber = number;
+  if (kind_ == BootSectorKind::none || kind_ == BootSectorKind::ntfs) return;
+  auto& identity = *recordAt<FatIdentityRecord>(std::span(sector_), identityOffset(kind_));
+  if (kind_ != BootSectorKind::hpfs && !isFatExtendedSignature(identity.extendedSignature)) return;
+  identity.driveNumber = number;
 }
 
-// FAT32 says where its copy is, that of NTFS follows the file system.
-std::optional<u64> BootSector::copySector(const SectorRange& range) const {
-  u64 relative = 0;
-  if (kind_ == BootSectorKind::fat32)
-    relative =
-        recordAt<Fat32BpbRecord>(std::span<const u8>(sector_), kFat32BpbOffset)->backupBootSector;
-  if (kind_ == BootSectorKind::ntfs) relative = sectorCount();
-  if (relative == 0 || relative >= range.sectorCount) return std::nullopt;
-  return range.firstSector + relative;
+void BootSector::setHiddenSectors(u64 sectors) {
+  bootIn(sector_).hiddenSectors = sectors <= kAllOnes32 ? static_cast<u32>(sectors) : 0;
+}
+
+// FAT32 says where its copy is; that of NTFS follows the file system, is the last sector of the
+// partition, or lies in its middle.
+std::vector<u64> BootSector::copySectors(const SectorRange& range) const {
+  std::vector<u64> places;
+  if (kind_ == BootSectorKind::fat32) {
+    const auto& bpb = *recordAt<Fat32BpbRecord>(std::span<const u8>(sector_), kFat32BpbOffset);
+    if (bpb.backupBootSector < bootIn(sector_).reservedSectors) places = {bpb.backupBootSector};
+  }
+  if (kind_ == BootSectorKind::ntfs)
+    places = {sectorCount(), range.sectorCount - 1, range.sectorCount / 2};
+  const auto isOutside = [&](u64 place) { return place == 0 || place >= range.sectorCount; };
+  std::erase_if(places, isOutside);
+  for (u64& place : places) place += range.firstSector;
+  return places;
+}
+
+bool BootSector::isCopy(const std::vector<u8>& sector, CopyRule rule) const {
+  if (rule == CopyRule::identical) return sector == asRead_;
+  if (kind_ == BootSectorKind::fat32) return sector[0] == 0xE9 || sector[0] == 0xEB;
+  constexpr std::size_t kJumpAndName = 11;
+  return std::equal(sector.begin(), sector.begin() + kJumpAndName, asRead_.begin());
+}
+
+Failure BootSector::addChanges(const SectorRange& range, CopyRule rule,
+                               SectorChanges& changes) const {
+  for (const u64 place : copySectors(range)) {
+    std::vector<u8> found;
+    if (const Failure failed = changes.read(place, found)) return failed;
+    if (!isCopy(found, rule)) continue;
+    if (const Failure failed = changes.change(place, sector_)) return failed;
+    break;
+  }
+  return changes.change(range.firstSector, sector_);
 }
 
 Failure BootSector::write(const SectorRange& range) const {
-  DiskDevice& disk = range.disk;
-  std::vector<u8> now(sector_.size());
-  if (const Failure failed = disk.readSectors(range.firstSector, now.data(), 1))
-    return failed.as(Error::read);
+  SectorChanges changes(range.disk);
+  std::vector<u8> now;
+  if (const Failure failed = changes.read(range.firstSector, now)) return failed;
   if (now != asRead_) return Error::tableChangedMeanwhile;
-  if (const auto copy = copySector(range)) {
-    if (const Failure failed = disk.readSectors(*copy, now.data(), 1))
-      return failed.as(Error::read);
-    // One that differs is no copy of this boot sector, and is left to the check.
-    if (now == asRead_) {
-      if (const Failure failed = disk.writeSectors(*copy, sector_.data(), 1)) return failed;
-      if (const Failure failed = disk.flush()) return failed;
-    }
-  }
-  if (const Failure failed = disk.writeSectors(range.firstSector, sector_.data(), 1)) return failed;
-  return disk.flush();
+  if (const Failure failed = addChanges(range, CopyRule::identical, changes)) return failed;
+  return changes.apply();
 }
 
 }  // namespace tallowin
