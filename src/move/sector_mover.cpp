@@ -11,6 +11,7 @@ namespace {
 // Errors are told, and passed over, in these units.
 constexpr u64 kChunkBytes = 64 * 1024;
 constexpr std::size_t kPieceBytes = MoveJournal::kPieceBytes;
+constexpr u64 kLeastJournalPiece = 512 * 1024;
 // Free sectors between used ones are copied with them where that costs less than leaving them out.
 constexpr u64 kBridgedBytes = 256 * 1024;
 
@@ -100,7 +101,12 @@ class SectorMover::Engine {
   Failure passOver(const Leg& leg, const Failure& failed, Direction direction);
   void restorePiece(const Run& piece, const u8* bytes);
   u64 chunkSectors() const { return kChunkBytes / source_.disk.sectorSize(); }
-  u64 pieceSectors() const { return kPieceBytes / source_.disk.sectorSize(); }
+  u64 pieceSectors() const {
+    const u64 most = kPieceBytes / source_.disk.sectorSize();
+    const u64 least = kLeastJournalPiece / source_.disk.sectorSize();
+    // A piece that overwrites nothing of itself needs no copy in the journal.
+    return journal_ && distance_ >= least ? std::min(most, distance_ / least * least) : most;
+  }
   u64 bytesOf(u64 sectors) const { return sectors * source_.disk.sectorSize(); }
   Failure flushAll();
 
