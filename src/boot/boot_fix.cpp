@@ -13,8 +13,7 @@ constexpr u16 kBeType = 0xEB;
 
 Failure planVolumeFix(const SectorRange& range, const BootMove& move, BootSector& boot,
                       SectorChanges& changes) {
-  boot.setHiddenSectors(move.hiddenSectors);
-  boot.setGeometry(move.geometry);
+  boot.setPlace(move.hiddenSectors, move.geometry);
   if ((move.flags & kFixDriveNumber) != 0) {
     const bool isHpfs = boot.kind() == BootSectorKind::hpfs;
     boot.setDriveNumber(isHpfs ? move.newBiosNumber.value_or(move.driveNumber) : move.driveNumber);

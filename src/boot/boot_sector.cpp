@@ -75,6 +75,14 @@ Failure BootSector::readByType(const SectorRange& range, u16 type) {
   return {};
 }
 
+bool BootSector::takeByType(const std::vector<u8>& sector, u16 type) {
+  sector_ = asRead_ = sector;
+  const auto* record = recordAt<MbrRecord>(std::span<const u8>(sector_));
+  hasSignature_ = record != nullptr && record->signature.isValid();
+  kind_ = hasSignature_ ? kindOfType(sector_, type) : BootSectorKind::none;
+  return kind_ != BootSectorKind::none;
+}
+
 std::string BootSector::typeText() const {
   if (kind_ == BootSectorKind::none || kind_ == BootSectorKind::ntfs) return {};
   const FatIdentityRecord& identity = identityIn(sector_, kind_);

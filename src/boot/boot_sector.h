@@ -26,6 +26,9 @@ class BootSector {
   Failure read(const SectorRange& range, u16 type);
   // The same by the type alone: old FAT volumes have neither serial nor name.
   Failure readByType(const SectorRange& range, u16 type);
+  // The same of one in memory; false: it is none.
+  [[nodiscard]] bool takeByType(const std::vector<u8>& sector, u16 type);
+  const std::vector<u8>& bytes() const { return sector_; }
 
   BootSectorKind kind() const { return kind_; }
   bool hasSignature() const { return hasSignature_; }
@@ -42,6 +45,10 @@ class BootSector {
   bool hasOtherDriveNumber(u8 number) const;
 
   void setGeometry(const Geometry& geometry);
+  void setPlace(u64 hiddenSectors, const Geometry& geometry) {
+    setHiddenSectors(hiddenSectors);
+    setGeometry(geometry);
+  }
   // Where the record has a place for it.
   void setDriveNumber(u8 number);
   // 0 for those that the field cannot hold.
