@@ -5,21 +5,20 @@
 
 #include "base/text.h"
 #include "ops/add_entry.h"
-#include "ops/convert_flow.h"
 #include "ops/create_model.h"
 #include "ops/error_text.h"
 #include "ops/format_step.h"
-#include "ops/placement.h"
+#include "ops/free_block.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
 #include "probe/type_catalogue.h"
+#include "ptable/embr/embr_record.h"
 
 namespace tallowin {
 namespace {
 
 constexpr u32 kMaxTypeByte = 255;
-constexpr u64 kEmbrMultiOsFlag = 0x1000;
 // Where swap and Linux partitions keep a superblock of their own that would be found again.
 constexpr u64 kFarSuperblockSector = 128;
 
@@ -85,13 +84,10 @@ class Creation {
           "Please choose another one.");
     if (!isInsideExtended() && !hasRoomForPrimary()) return false;
 
-    const PlacementTarget target = placementTarget();
+    const PlacementTarget target = placementTargetOf(drive_, *block_);
     auto found = createPlacement(target, type_, model.sizeSectors(), model.placement());
     if (types::isExtended(type_) && !admitExtended(target, found)) return false;
-    if (!found)
-      return refuse(
-          "Unable to align the partition in the target area.\n"
-          "This is probably due to unaligned partitions.");
+    if (!found) return refuse(kCannotAlign);
     format_.reset();
     if (model.format && (!canBeFormatted(*found) || !askHowToFormat())) return false;
     return write(model, target, *found);
@@ -138,38 +134,15 @@ class Creation {
   }
 
   bool hasRoomForPrimary() {
-    if (drive_.table().usedSlots < drive_.table().slots) return true;
-    const u64 start = block_->startSector;
-    const u64 end = block_->endSector;
-    result_ = offerEmbr(context_, drive_);
-    return findBlockAgain(start, end) && result_.succeeded();
-  }
-
-  // A change of the table's kind made a new model, with the same free space in it.
-  bool findBlockAgain(u64 startSector, u64 endSector) {
-    block_ = findFreeBlock(drive_, {startSector, endSector});
-    return block_ != nullptr ||
-           refuse("The free space is gone.\nLook at the new table and try again.");
-  }
-
-  PlacementTarget placementTarget() {
-    const SectorRegion region = drive_.freeRegionAround(*block_);
-    return {{block_->startSector, block_->endSector},
-            {region.first, region.last},
-            drive_.volumeGap(*block_),
-            isInsideExtended(),
-            drive_.alignment()};
+    result_ = makeRoomForPrimary(context_, drive_, block_);
+    return block_ != nullptr && result_.succeeded();
   }
 
   // An extended partition leaves the first alignment unit to the boot code.
   bool admitExtended(const PlacementTarget& target, std::optional<SectorExtent>& found) {
     if (target.insideExtended)
       return refuse("You cannot use that file system in an extended partition.");
-    const auto isContainer = [](const auto& entry) { return types::isExtended(entry->mbrType); };
-    if (drive_.scheme() == Scheme::mbr && std::ranges::any_of(drive_.table().entries, isContainer))
-      return refuse(
-          "This disk has an extended partition, and other programs look into one only.\n"
-          "Please create a volume in that one, or delete it first.");
+    if (const std::string why = whyNoExtended(drive_, nullptr); !why.empty()) return refuse(why);
     const u64 unit = alignmentUnit(target.rules);
     const u64 lastSector = found ? found->endSector : target.entry.endSector;
     if (lastSector <= unit) return refuse("An extended partition cannot be created here.");
@@ -179,7 +152,7 @@ class Creation {
 
   u64 attributes(const CreateModel& model) const {
     if (!drive_.isEmbr()) return 0;
-    return kNewEmbrEntryFlags | (model.multiOs ? kEmbrMultiOsFlag : 0);
+    return kNewEmbrEntryFlags | (model.multiOs ? u64{kMptMultiOs} : 0);
   }
 
   NewEntry newEntry(const CreateModel& model, const PlacementTarget& target,

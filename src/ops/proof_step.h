@@ -17,7 +17,9 @@ Failure proveEntry(const OperationContext& context, Drive& drive, u64 startSecto
 // Does nothing unless the options want a proof (Options::proveContent).
 class ProofStep {
  public:
-  explicit ProofStep(const OperationContext& context) : context_(context) {}
+  // The operation changes the file `mayChange` itself, when it is there; empty: none.
+  explicit ProofStep(const OperationContext& context, std::string mayChange = {})
+      : context_(context), mayChange_(std::move(mayChange)) {}
 
   // Nothing: go on; files that cannot be read by this version are told to be unproven. Else the
   // reason was told.
@@ -28,6 +30,7 @@ class ProofStep {
 
  private:
   const OperationContext& context_;
+  std::string mayChange_;
   std::optional<ContentProof> before_;
 };
 
