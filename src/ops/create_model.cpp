@@ -58,7 +58,7 @@ u16 typeOf(u32 fileSystemValue) { return static_cast<u16>(std::min<u32>(fileSyst
 
 CreateModel::CreateModel(const CreateFacts& facts)
     : title(tallowin::format(
-          "%s - %s Block", "Create",
+          "%s - %s Block", facts.copy ? "Copy" : "Create",
           sizeText(facts.startSector, facts.endSector, facts.sectorSizeBytes).c_str())),
       groupLabel(facts.insideExtended ? "Volume Information" : "Partition Information"),
       nameMaxLength(nameLimit(facts)),
@@ -75,7 +75,27 @@ CreateModel::CreateModel(const CreateFacts& facts)
     multiOsControl = {true, false, "Only primary partitions of an EMBR disk can be Multi-OS."};
   sizeMiB = {blockMiB_, 0, blockMiB_};
   seenSizeMiB_ = blockMiB_;
+  formatControl.shown = !isCopy();
+  deleteSourceControl.shown = dataOnlyControl.shown = isCopy();
+  if (isCopy()) showSource();
   sizeChanged();
+}
+
+void CreateModel::showSource() {
+  const CopySourceFacts& source = *facts_.copy;
+  if (!source.name.empty()) name = source.name;
+  fileSystem = typeChoiceText(source.type);
+  seenFileSystem_ = fileSystemValue();
+  fileSystemControl =
+      sizeControl = {true, false, "A copy has the type and the size of its source."};
+  exactSectors = source.sectors;
+  sizeMiB.setValue(static_cast<u32>(
+      std::min<u64>(sectorsToMiB(source.sectors, source.sectorSizeBytes), kAllOnes32)));
+  seenSizeMiB_ = sizeMiB.value;
+  if (multiOsControl.enabled) multiOs = source.isMultiOs;
+  dataOnly = source.whyNotDataOnly.empty();
+  if (!source.whyNotDeleted.empty()) deleteSourceControl = {true, false, source.whyNotDeleted};
+  if (!dataOnly) dataOnlyControl = {true, false, source.whyNotDataOnly};
 }
 
 u32 CreateModel::fileSystemValue() const { return typeNumberIn(fileSystem); }

@@ -11,6 +11,17 @@
 
 namespace tallowin {
 
+// Of the partition that is copied into the free block.
+struct CopySourceFacts {
+  u16 type = 0;
+  std::string name;  // empty: it has none
+  u64 sectors = 0;
+  u32 sectorSizeBytes = 512;
+  bool isMultiOs = false;
+  std::string whyNotDeleted;   // after the copy; empty: it can be
+  std::string whyNotDataOnly;  // empty: its sectors in use are enough
+};
+
 // What the dialog needs to know of the free block and its drive.
 struct CreateFacts {
   u64 startSector = 0;
@@ -23,6 +34,7 @@ struct CreateFacts {
   bool volumeLabels = true;  // the settings VolumeLabels and FullPartitionList
   bool fullPartitionList = false;
   const FileSystemKinds* fileSystems = nullptr;  // which types can be formatted; null: none
+  std::optional<CopySourceFacts> copy = {};      // nothing: a new partition is made
 };
 
 // The name that a primary of an MBR disk is shown with when it has no label.
@@ -37,7 +49,7 @@ class CreateModel : public DialogModel {
 
   explicit CreateModel(const CreateFacts& facts);
 
-  std::string title;       // "Create - 1023 MiB Block"
+  std::string title;       // "Create - 1023 MiB Block", "Copy - 1023 MiB Block"
   std::string groupLabel;  // "Partition Information", "Volume Information"
 
   std::string name;
@@ -67,6 +79,13 @@ class CreateModel : public DialogModel {
   bool multiOs = false;
   Control multiOsControl;
 
+  // Of a copy.
+  bool isCopy() const { return facts_.copy.has_value(); }
+  bool deleteSource = false;
+  Control deleteSourceControl;
+  bool dataOnly = false;
+  Control dataOnlyControl;
+
   // The number in `fileSystem`; 0 when there is none.
   u32 fileSystemValue() const;
   // What is to be created. All of the block when the field says so, whatever its rest of a MiB.
@@ -82,6 +101,7 @@ class CreateModel : public DialogModel {
   std::function<bool()> create;
 
  private:
+  void showSource();
   void fileSystemChanged();
   void sizeChanged();
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "ops/copy_flow.h"
 #include "ops/error_text.h"
 #include "ops/resize_flow.h"
 #include "ops/target_check.h"
@@ -23,6 +24,7 @@ struct ResumableOperation {
 };
 constexpr auto kOperations = std::to_array<ResumableOperation>({
     {kResizeWork, continueResize, undoByLog},
+    {kCopyWork, continueCopy, undoByLog},
 });
 
 FlowResult refuse(const OperationContext& context, const std::string& text, Failure code) {
