@@ -7,6 +7,7 @@
 #include "app/mbr_view_model.h"
 #include "base/text.h"
 #include "ops/convert_flow.h"
+#include "ops/copy_flow.h"
 #include "ops/create_flow.h"
 #include "ops/delete_flow.h"
 #include "ops/edit_file_flow.h"
@@ -14,6 +15,8 @@
 #include "ops/properties_flow.h"
 #include "ops/resize_flow.h"
 #include "ops/resume_flow.h"
+#include "ops/slide_flow.h"
+#include "ops/table_change.h"
 #include "ops/target_text.h"
 #include "ops/undelete_flow.h"
 #include "probe/type_catalogue.h"
@@ -96,10 +99,27 @@ const std::array<Model::ActionRow, kActionCount> Model::kActions = {{
      .wantedRow = "Select a partition or volume to resize.",
      .whyNot = &Model::whyNotResizable,
      .run = &Model::runResize},
-    {.action = Action::slide, .area = Area::besideList, .label = "&Slide", .bit = kSlideBit},
-    {.action = Action::copy, .area = Area::besideList, .label = "&Copy", .bit = kCopyBit},
+    {.action = Action::slide,
+     .area = Area::besideList,
+     .label = "&Slide",
+     .bit = kSlideBit,
+     .wantedRow = "Select a partition or volume to slide within the free space around it.",
+     .whyNot = &Model::whyNotSlid,
+     .run = &Model::runSlide},
+    {.action = Action::copy,
+     .area = Area::besideList,
+     .label = "&Copy",
+     .bit = kCopyBit,
+     .wantedRow = "Select a partition or volume to copy.",
+     .run = &Model::runCopy},
     {.action = Action::align, .area = Area::besideList, .label = "&Align", .bit = kAlignBit},
-    {.action = Action::paste, .area = Area::besideList, .label = "&Paste", .bit = kPasteBit},
+    {.action = Action::paste,
+     .area = Area::besideList,
+     .label = "&Paste",
+     .bit = kPasteBit,
+     .wantedRow = "Copy a partition first, and then select free space that is as large.",
+     .whyNot = &Model::whyTableIsFixed,
+     .run = &Model::runPaste},
     {.action = Action::groups, .area = Area::besideList, .label = "&Groups"},
     {.action = Action::properties,
      .area = Area::besideList,
@@ -191,12 +211,14 @@ void MainWindowModel::openCurrentDrive() {
   drive_.reset();
   whyNoDrive_.clear();
   if (!driveIndex_) return;
-  const u32 number =
-      driveNumberOf(static_cast<DriveClass>(busIndex_), static_cast<u32>(*driveIndex_));
-  const Failure error = session_.openDrive(number, drive_);
+  const Failure error = session_.openDrive(currentDriveNumber(), drive_);
   if (error == Error::none) return;
   drive_.reset();
   whyNoDrive_ = session_.openFailure(error);
+}
+
+u32 MainWindowModel::currentDriveNumber() const {
+  return driveNumberOf(static_cast<DriveClass>(busIndex_), static_cast<u32>(*driveIndex_));
 }
 
 // The row with the same id; when that is gone, the row that took its place.
@@ -294,7 +316,8 @@ std::string MainWindowModel::whyNotOnRow(const ActionRow& row) const {
   const ActionFacts facts{
       .isGpt = drive_->isGpt(),
       .holdsFiles = row.bit == kEditFileBit && holdsFiles(*entry),
-      .holdsNothing = drive_->scheme() == Scheme::mbr && drive_->partitionCount() == 0};
+      .holdsNothing = drive_->scheme() == Scheme::mbr && drive_->partitionCount() == 0,
+      .pendingCopySectors = clipboard_ ? clipboard_->sectors : kAllOnes64};
   if ((enabledActions(kinds, *entry, facts) & row.bit) != 0) return {};
   if (const auto fault = faultText(*entry))
     return "This partition can only be deleted: " + *fault + ".";
@@ -334,9 +357,28 @@ std::string MainWindowModel::whyNotResizable() const {
   return "What this partition holds cannot be resized by this version.";
 }
 
+// A volume that fills its disk has no free space around it.
+std::string MainWindowModel::whyNotSlid() const {
+  if (drive_->table().isWholeDisk())
+    return "A file system fills all of this disk: there is no free space to slide it in.";
+  return whyTableIsFixed();
+}
+
+// Whatever is done first ends a copy that has not been pasted.
 void MainWindowModel::press(Action action) {
-  if (const Control button = control(action); button.shown && button.enabled)
-    (this->*rowOf(action).run)();
+  const Control button = control(action);
+  if (!button.shown || !button.enabled) return;
+  if (action != Action::paste && action != Action::help && clipboard_) {
+    clipboard_.reset();
+    ++revision_;
+  }
+  (this->*rowOf(action).run)();
+}
+
+std::string MainWindowModel::pasteLabel() const {
+  if (!clipboard_) return {};
+  return format("* Paste Pending for Copy (%uMiB) *",
+                static_cast<unsigned>(sectorsToMiB(clipboard_->sectors, clipboard_->sectorBytes)));
 }
 
 SettingsContext MainWindowModel::settingsContext() {
@@ -443,6 +485,41 @@ void MainWindowModel::runResize() {
   if (!offerRepair(Action::resize)) return;
   static_cast<void>(resizeFlow(session_.context(frontEnd_), *drive_, *selectedEntry()));
   refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runSlide() {
+  if (!offerRepair(Action::slide)) return;
+  static_cast<void>(slideFlow(session_.context(frontEnd_), *drive_, *selectedEntry()));
+  refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runCopy() {
+  const PartitionEntry& entry = *selectedEntry();
+  clipboard_ =
+      Clipboard{currentDriveNumber(), entry.startSector, entry.sectorCount(), drive_->sectorSize()};
+  ++revision_;
+}
+
+void MainWindowModel::runPaste() {
+  const Clipboard source = *clipboard_;
+  clipboard_.reset();
+  ++revision_;
+  if (!offerRepair(Action::create)) return;
+  std::unique_ptr<Drive> other;
+  const bool isSameDrive = source.driveNumber == currentDriveNumber();
+  if (!isSameDrive) {
+    if (const Failure failed = session_.openDrive(source.driveNumber, other))
+      return frontEnd_.errorBox(session_.openFailure(failed));
+  }
+  Drive& sourceDrive = isSameDrive ? *drive_ : *other;
+  PartitionEntry* entry = findByStart(sourceDrive, source.startSector);
+  if (entry == nullptr || entry->sectorCount() != source.sectors)
+    return frontEnd_.noticeBox("The partition that was copied is not there any more.");
+  const std::vector<PartitionRow> before = rows_;
+  static_cast<void>(
+      copyFlow(session_.context(frontEnd_), sourceDrive, *entry, *drive_, *selectedEntry()));
+  refresh(Refresh::afterAction);
+  selectNew(before);
 }
 
 void MainWindowModel::runProperties() {

@@ -91,6 +91,8 @@ class MainWindowModel {
   bool hasErrors() const;  // of the rows
   static constexpr const char* kErrorLabel = "* Errors Exist *";
   std::string geometryLabel() const;  // "%u/%u/%u"; empty without a drive
+  // "* Paste Pending for Copy (100MiB) *"; empty unless a partition was copied.
+  std::string pasteLabel() const;
 
   static Area area(Action action);
   // With its mnemonic; only that of deleteOrUndelete changes.
@@ -126,6 +128,7 @@ class MainWindowModel {
   void fillDrives();
   void refresh(Refresh kind);
   void openCurrentDrive();
+  u32 currentDriveNumber() const;
   void selectNew(const std::vector<PartitionRow>& before);
   void selectAgain(std::optional<PartitionId> id, std::optional<std::size_t> row);
   // One row per action: where it is, what it is called, when it can be had, what it does.
@@ -137,6 +140,9 @@ class MainWindowModel {
   void runDelete();
   void runFormat();
   void runResize();
+  void runSlide();
+  void runCopy();
+  void runPaste();
   void runProperties();
   void runEditFile();
   void runViewMbr();
@@ -155,6 +161,7 @@ class MainWindowModel {
   std::string whyNotThisType() const;
   std::string whyNoFiles() const;
   std::string whyNotResizable() const;
+  std::string whyNotSlid() const;
   bool holdsFiles(const PartitionEntry& entry) const;
   std::string whyWithoutTable() const;
   std::string whyTypeIsFixed() const;
@@ -176,6 +183,14 @@ class MainWindowModel {
   std::optional<std::size_t> selectedRow_;
   int scrollPosition_ = 0;
   bool isResumeOffered_ = false;
+  // What Copy remembers for Paste.
+  struct Clipboard {
+    u32 driveNumber = 0;
+    u64 startSector = 0;
+    u64 sectors = 0;
+    u32 sectorBytes = 512;
+  };
+  std::optional<Clipboard> clipboard_;
   struct FilesFound {
     u32 revision = 0;
     bool areThere = false;

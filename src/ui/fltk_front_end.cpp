@@ -15,6 +15,7 @@
 #include "ops/format_summary_model.h"
 #include "ops/properties_model.h"
 #include "ops/resize_model.h"
+#include "ops/slide_model.h"
 #include "ops/undelete_model.h"
 #include "ui/views/create_view.h"
 #include "ui/views/delete_view.h"
@@ -30,6 +31,7 @@
 #include "ui/views/question_window.h"
 #include "ui/views/resize_view.h"
 #include "ui/views/settings_view.h"
+#include "ui/views/slide_view.h"
 #include "ui/views/undelete_view.h"
 #include "ui/widgets/layout.h"
 
@@ -64,6 +66,7 @@ FltkFrontEnd::FltkFrontEnd(const Options& options) : options_(options) {
   addView<FormatSummaryModel, FormatSummaryView>();
   addView<PropertiesModel, PropertiesView>();
   addView<ResizeModel, ResizeView>();
+  addView<SlideModel, SlideView>();
   addView<UndeleteModel, UndeleteView>();
   addView<DriveSettingsModel, DriveSettingsView>();
   addView<DriveSettingsListModel, DriveSettingsListView>();

@@ -48,10 +48,23 @@ CreateView::CreateView(CreateModel& model)
 
   addFrame(kMargin, kOptionsY, kWidth - 2 * kMargin, kRow, "Options");
   y = kOptionsY + 2;
-  format_ = addCheckBox(kMargin + kInset, y, 110, "&Format");
-  multiOs_ = addCheckBox(kWidth / 2, y, 110, "&Multi-OS");
+  if (model.isCopy())
+    addCopyOptions(y);
+  else
+    addCreateOptions(y);
 
   addButtons("OK", "Cancel");
+}
+
+void CreateView::addCreateOptions(int y) {
+  format_ = addCheckBox(kMargin + kInset, y, 110, "&Format");
+  multiOs_ = addCheckBox(kWidth / 2, y, 110, "&Multi-OS");
+}
+
+void CreateView::addCopyOptions(int y) {
+  deleteSource_ = addCheckBox(kMargin + kInset, y, 108, "&Delete Source");
+  multiOs_ = addCheckBox(kMargin + kInset + 110, y, 78, "&Multi-OS");
+  dataOnly_ = addCheckBox(kMargin + kInset + 190, y, 80, "&Data Only");
 }
 
 void CreateView::read() {
@@ -60,8 +73,17 @@ void CreateView::read() {
   model_.sizeMiB.type(size_->text());
   model_.freeBeforeMiB.type(before_->text());
   model_.freeAfterMiB.type(after_->text());
-  model_.format = format_->value() != 0;
+  if (format_ != nullptr) model_.format = format_->value() != 0;
+  if (deleteSource_ != nullptr) model_.deleteSource = deleteSource_->value() != 0;
+  if (dataOnly_ != nullptr) model_.dataOnly = dataOnly_->value() != 0;
   model_.multiOs = multiOs_->value() != 0;
+}
+
+// One that this form of the dialog does not have is null.
+void CreateView::show(CheckBox* box, bool value, const Control& control) {
+  if (box == nullptr) return;
+  box->value(value);
+  apply(control, *box);
 }
 
 void CreateView::write() {
@@ -70,7 +92,6 @@ void CreateView::write() {
   size_->display(model_.sizeMiB);
   before_->display(model_.freeBeforeMiB);
   after_->display(model_.freeAfterMiB);
-  format_->value(model_.format);
   multiOs_->value(model_.multiOs);
   apply(model_.nameControl, *name_);
   apply(model_.fileSystemControl, *fileSystem_);
@@ -78,8 +99,10 @@ void CreateView::write() {
   apply(model_.winNtOnlyLabel, *winNtOnly_);
   apply(model_.freeBeforeControl, *before_);
   apply(model_.freeAfterControl, *after_);
-  apply(model_.formatControl, *format_);
   apply(model_.multiOsControl, *multiOs_);
+  show(format_, model_.format, model_.formatControl);
+  show(deleteSource_, model_.deleteSource, model_.deleteSourceControl);
+  show(dataOnly_, model_.dataOnly, model_.dataOnlyControl);
 }
 
 }  // namespace tallowin

@@ -16,6 +16,9 @@ class CreateView : public DialogView {
  private:
   void read() override;
   void write() override;
+  void addCreateOptions(int y);
+  void addCopyOptions(int y);
+  static void show(CheckBox* box, bool value, const Control& control);
 
   CreateModel& model_;
   Fl_Input* name_;
@@ -24,8 +27,10 @@ class CreateView : public DialogView {
   Fl_Widget* winNtOnly_;
   NumberInput* before_;
   NumberInput* after_;
-  CheckBox* format_;
+  CheckBox* format_ = nullptr;
   CheckBox* multiOs_;
+  CheckBox* deleteSource_ = nullptr;
+  CheckBox* dataOnly_ = nullptr;
 };
 
 }  // namespace tallowin

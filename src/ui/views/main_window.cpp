@@ -85,6 +85,7 @@ MainWindow::MainWindow(MainWindowModel& model, const std::string& helpFile)
   makeList();
   makeActions();
   geometry_ = addText(12, 369, 150, 18, {});
+  paste_ = addText(0, 336, kWidth, 18, {}, FL_ALIGN_CENTER);
   addButtons(Area::lowerEdge);
   end();
   setCancelButton(buttons_[static_cast<std::size_t>(Action::close)]);
@@ -216,6 +217,7 @@ void MainWindow::refill() {
   setLabel(*scheme_, model_.schemeLabel());
   setLabel(*whyEmpty_, model_.whyEmpty());
   setLabel(*geometry_, model_.geometryLabel());
+  setLabel(*paste_, model_.pasteLabel());
   model_.hasErrors() ? errors_->show() : errors_->hide();
   const ButtonGrid repair = gridOf(Area::aboveList);
   const bool isBesideRepair =

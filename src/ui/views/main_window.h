@@ -50,6 +50,7 @@ class MainWindow : public DialogWindow {
   TextLabel* errors_ = nullptr;
   TextLabel* whyEmpty_ = nullptr;  // lies on the list while there is nothing to show
   TextLabel* geometry_ = nullptr;
+  TextLabel* paste_ = nullptr;
   ColumnList* list_ = nullptr;
   std::array<Fl_Button*, kActionCount> buttons_{};
   u32 shownRevision_ = 0;
