@@ -29,6 +29,8 @@ extern const CommandRow kFormatCommand;
 extern const CommandRow kResumeCommand;
 extern const CommandRow kSetCommand;
 extern const CommandRow kResizeCommand;
+extern const CommandRow kSlideCommand;
+extern const CommandRow kCopyCommand;
 extern const CommandRow kFilesCommand;
 extern const CommandRow kLabelCommand;
 extern const CommandRow kMbrCommand;

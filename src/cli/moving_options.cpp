@@ -58,4 +58,17 @@ CommandResult reportMoved(CommandContext& context, Target& target, u64 startSect
                  Error::tableInError);
 }
 
+CommandResult endMove(CommandContext& context, Target& target, const MoveTold& told,
+                      const char* did, CommandResult& result) {
+  if (context.options.json) {
+    context.json.number("read_errors", told.readErrors);
+    context.json.number("write_errors", told.writeErrors);
+  }
+  if (told.readErrors != 0 || told.writeErrors != 0)
+    result.message = format("Done with bad sectors - Read:%llu Write:%llu",
+                            static_cast<unsigned long long>(told.readErrors),
+                            static_cast<unsigned long long>(told.writeErrors));
+  return reportMoved(context, target, told.startSector, did);
+}
+
 }  // namespace tallowin

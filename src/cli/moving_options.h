@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/target.h"
+#include "ops/slide_flow.h"
 
 namespace tallowin {
 
@@ -20,5 +21,9 @@ void applyMoving(CommandContext& context, const MovingOptions& moving);
 // says, and what it would take.
 CommandResult reportMoved(CommandContext& context, Target& target, u64 startSector,
                           const char* did);
+
+// The same for what was moved to another place, with what was lost on the way.
+CommandResult endMove(CommandContext& context, Target& target, const MoveTold& told,
+                      const char* did, CommandResult& result);
 
 }  // namespace tallowin

@@ -53,8 +53,8 @@ void writeRehearsal(JsonWriter& json, const FileSystemKinds& kinds, const Overla
 }  // namespace
 
 CommandResult openTarget(CommandContext& context, TargetUse use, Target& target) {
-  const bool rehearse = context.options.rehearse;
-  const bool readOnly = use == TargetUse::look || rehearse;
+  const bool rehearse = context.options.rehearse && use != TargetUse::read;
+  const bool readOnly = use != TargetUse::change || rehearse;
   const std::optional<u32> stated = context.options.sectorSizeBytes;
   if (stated) context.session.handles().stateSectorSize(*stated);
   if (!readOnly) context.mayHaveChanged = true;

@@ -10,7 +10,8 @@
 
 namespace tallowin {
 
-enum class TargetUse { look, change };
+// `read`: nothing is written, but much is read.
+enum class TargetUse { look, read, change };
 
 // Destroyed from the drive down to the disk.
 struct Target {
