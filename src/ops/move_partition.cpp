@@ -10,8 +10,6 @@ namespace {
 
 constexpr u8 kFirstBiosDisk = 0x80;
 
-bool holds(u64 start, u64 count, u64 sector) { return sector >= start && sector - start < count; }
-
 // What is wrong with the finishing stage has a number of its own; the others say which table is on
 // the disk.
 Failure notUpdated(const Failure& failure) {
@@ -78,34 +76,6 @@ void noteLoader(const BootFixReport& report, std::vector<std::string>& notes) {
         "again before this partition can be started from: its boot sector says so.");
 }
 
-Failure run(SectorMover& mover, const ExtentList& extents, MoveReport& report) {
-  if (const Failure failed = mover.whyUnusable()) return failed;
-  mover.setSectorsToMove(extents.dataSectors());
-  const Failure failed = mover.runExtents(extents);
-  report = mover.report();
-  return failed;
-}
-
-Failure shifted(const ExtentList& list, u64 from, u64 to, ExtentList& moved) {
-  for (std::size_t i = 0; i < list.size(); ++i) {
-    const ExtentList::Extent extent = list.at(i);
-    if (const Failure failed =
-            moved.add(extent.startSector - from + to, extent.sectors, extent.kind))
-      return failed;
-  }
-  return {};
-}
-
-// The EBR of a volume is no part of what is moved, and the data may have run over it.
-Failure putEbrBack(Drive& drive, const SlidePlan& plan) {
-  if (!plan.entry.volume) return {};
-  const EntryMove::Volume& volume = *plan.entry.volume;
-  if (!holds(plan.runTarget(), plan.runSectors(), volume.oldEbr)) return {};
-  if (const Failure failed = drive.disk().writeSectors(volume.oldEbr, volume.ebr.data(), 1))
-    return failed;
-  return drive.disk().flush();
-}
-
 }  // namespace
 
 SectorExtent SlidePlan::area() const {
@@ -126,16 +96,6 @@ Failure planSlide(const FileSystemKinds& kinds, Drive& drive, const PartitionEnt
   return findUsedExtents(kinds, drive, entry, order.sectors, BootArea::yes, plan.used);
 }
 
-Failure moveSlideData(Drive& drive, const SlidePlan& plan, Job& job, MoveReport& report) {
-  const SectorRange source{drive.disk(), plan.runStart(), plan.runSectors()};
-  SectorMover mover(source, drive.disk(), plan.runTarget(), job);
-  job.phase(Phase::sliding, 2 * plan.used.list.dataSectors() * drive.sectorSize());
-  const Failure failed = run(mover, plan.used.list, report);
-  if (!failed || !report.touchedTarget) return failed;
-  if (const Failure lost = putEbrBack(drive, plan)) return lost.as(Error::writeFailedTableUnknown);
-  return failed;
-}
-
 Failure finishSlide(const FileSystemKinds& kinds, Drive& drive, const SlidePlan& plan,
                     std::vector<std::string>& notes) {
   const BootMove move = bootMoveOf(drive, plan);
@@ -152,18 +112,6 @@ Failure finishSlide(const FileSystemKinds& kinds, Drive& drive, const SlidePlan&
   noteLoader(report, notes);
   fixFiles(kinds, drive.disk(), move, plan.codePage, notes);
   return failed;
-}
-
-Failure moveSlideBack(Drive& drive, const SlidePlan& plan, Job& job, MoveReport& report) {
-  ExtentList back;
-  if (const Failure failed =
-          shifted(plan.used.list, plan.entry.oldStart, plan.entry.newStart, back))
-    return failed;
-  const SectorRange source{drive.disk(), plan.runTarget(), plan.runSectors()};
-  SectorMover mover(source, drive.disk(), plan.runStart(), job);
-  job.phase(Phase::undoing, 2 * back.dataSectors() * drive.sectorSize());
-  if (const Failure failed = run(mover, back, report)) return failed;
-  return putEbrBack(drive, plan);
 }
 
 Failure planCopy(const FileSystemKinds& kinds, Drive& sourceDrive, const PartitionEntry& source,
@@ -191,9 +139,12 @@ Failure moveCopyData(Drive& sourceDrive, Drive& targetDrive, const CopyPlan& pla
                      MoveReport& report) {
   const SectorRange source{sourceDrive.disk(), plan.source.startSector,
                            plan.source.endSector + 1 - plan.source.startSector};
-  SectorMover mover(source, targetDrive.disk(), plan.target.startSector, job);
-  job.phase(Phase::copying, 2 * plan.used.list.dataSectors() * sourceDrive.sectorSize());
-  return run(mover, plan.used.list, report);
+  SectorMover mover(source, targetDrive.disk(), plan.target.startSector, job, &plan.used.list);
+  if (const Failure failed = mover.whyUnusable()) return failed;
+  job.phase(Phase::copying, 2 * mover.sectorsToMove() * sourceDrive.sectorSize());
+  const Failure failed = mover.run();
+  report = mover.report();
+  return failed;
 }
 
 Failure fixCopyBoot(const FileSystemKinds& kinds, Drive& targetDrive, const CopyPlan& plan,

@@ -35,15 +35,6 @@ struct MoveOrder {
   u32 codePage = 437;  // of short names and labels
 };
 
-struct MoveOutcome {
-  Failure failure;
-  u32 typeFound = 0;  // UsedExtents::typeFound
-  MoveReport report;  // of the data stage
-  // The data could not be brought back to its old place, or the table not to its old state.
-  bool isStuck = false;
-  std::vector<std::string> notes;  // what else is to be known, sentences
-};
-
 // --- Slide
 
 // A value that is settled before the first write, and lets the finishing stage be done again.
@@ -70,16 +61,11 @@ struct SlidePlan {
 // of Drive::planMove and findUsedExtents; with the latter the plan has the type found.
 Failure planSlide(const FileSystemKinds& kinds, Drive& drive, const PartitionEntry& entry,
                   u64 newStart, const MoveOrder& order, SlidePlan& plan);
-// The data stage. After a failure everything lies where it lay, as far as the report does not say
-// else.
-Failure moveSlideData(Drive& drive, const SlidePlan& plan, Job& job, MoveReport& report);
 // The finishing stage: boot records, then the table. After a failure, when nothing else is said,
 // the old table stands and the boot records are as they were. writeFailedNewTable: it is done.
 // writeFailedTableUnknown.
 Failure finishSlide(const FileSystemKinds& kinds, Drive& drive, const SlidePlan& plan,
                     std::vector<std::string>& notes);
-// Carries the data back when the finishing stage failed; asks nobody and cannot be stopped.
-Failure moveSlideBack(Drive& drive, const SlidePlan& plan, Job& job, MoveReport& report);
 
 // --- Copy
 

@@ -6,6 +6,7 @@
 #include "ops/copy_flow.h"
 #include "ops/error_text.h"
 #include "ops/resize_flow.h"
+#include "ops/slide_flow.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
 #include "ops/trace_log.h"
@@ -25,6 +26,7 @@ struct ResumableOperation {
 constexpr auto kOperations = std::to_array<ResumableOperation>({
     {kResizeWork, continueResize, undoByLog},
     {kCopyWork, continueCopy, undoByLog},
+    {kSlideWork, continueSlide, undoSlide},
 });
 
 FlowResult refuse(const OperationContext& context, const std::string& text, Failure code) {

@@ -7,11 +7,11 @@
 #include "ops/error_text.h"
 #include "ops/free_block.h"
 #include "ops/job_of_front_end.h"
-#include "ops/move_partition.h"
 #include "ops/move_words.h"
 #include "ops/proof_step.h"
 #include "ops/rehearsal.h"
 #include "ops/slide_model.h"
+#include "ops/slide_operation.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
 #include "ops/trace_log.h"
@@ -42,6 +42,92 @@ u32 freeAfterMiB(const PlacementTarget& target) {
   return sizeInMiB(target.entry.endSector + 1, target.region.endSector,
                    target.rules.sectorSizeBytes);
 }
+
+// The slide itself and its words, from a plan or from a journal.
+class SlideEnding {
+ public:
+  using Settle = std::function<Failure(const Failure& failed)>;
+
+  SlideEnding(const OperationContext& context, Drive& drive, const SlidePlan& plan,
+              WorkJournal* journal)
+      : context_(context),
+        plan_(plan),
+        journal_(journal),
+        job_(context),
+        slide_(context.fileSystems, drive, plan, journal != nullptr ? &journal->file() : nullptr) {}
+
+  // `settle` makes the end of the change known; see TableChange::end.
+  FlowResult run(const Settle& settle) {
+    Failure failed = settle(slide_.run(job_));
+    const std::string left = endJournal();
+    for (const std::string& note : slide_.notes()) context_.ui.noticeBox(note, "Slide");
+    return failed ? tell(failed, left) : done();
+  }
+
+  FlowResult undo(const Settle& settle) {
+    const Failure failed = settle(slide_.undo(job_));
+    const std::string left = endJournal();
+    if (failed || slide_.isStuck()) {
+      context_.ui.errorBox("What was moved could not be put back.\n" + errorText(failed) + left);
+      return {FlowEnd::failed, failed};
+    }
+    context_.ui.noticeBox("What was moved was put back: all is as it was before." + left);
+    return {};
+  }
+
+  const MoveTold& told() const { return told_; }
+
+ private:
+  // What has to be said of the journal.
+  std::string endJournal() {
+    if (journal_ == nullptr) return {};
+    if (slide_.isStuck())
+      return "\n\nThe journal " + journal_->path() +
+             "\nis kept. Continue or undo the operation when the disk can be written again.";
+    const Failure failed = journal_->end();
+    return failed ? "\n\nThe journal could not be removed.\n" + errorText(failed) : "";
+  }
+
+  FlowResult done() {
+    const MoveReport& report = slide_.report();
+    told_ = {plan_.entry.newStart, report.readErrors, report.writeErrors};
+    job_.finish(completedText(report));
+    if (!hasBadSectors(report)) return {};
+    return {FlowEnd::doneWithLosses, report.readErrors != 0 ? Error::read : Error::write};
+  }
+
+  FlowResult tell(const Failure& failed, const std::string& journal) {
+    const std::string left = leftBehindText(slide_.report());
+    if (failed == Error::cancelled) {
+      if (!left.empty() || !journal.empty()) context_.ui.errorBox(left + journal);
+      return cancelled();
+    }
+    std::string text = moveFailedText("slide", plan_.used.typeFound, failed);
+    if (!left.empty()) {
+      text += "\n\n" + left;
+    } else if (slide_.isStuck()) {
+      text += "\n\nWhat was done could not be put back.";
+    } else if (journal_ != nullptr || isOldTable(failed)) {
+      text += "\n\nThe partition lies where it lay before.";
+    } else {
+      text += format("\n\nThe data of the partition begins at sector %llu now.",
+                     wide(plan_.entry.newStart));
+    }
+    context_.ui.errorBox(text + journal);
+    return {FlowEnd::failed, failed};
+  }
+
+  static bool isOldTable(const Failure& failed) {
+    return failed != Error::writeFailedNewTable && failed != Error::writeFailedTableUnknown;
+  }
+
+  const OperationContext& context_;
+  const SlidePlan& plan_;
+  WorkJournal* journal_;  // null: none
+  JobOfFrontEnd job_;
+  SlideRun slide_;
+  MoveTold told_;
+};
 
 // One run of the flow.
 class Sliding {
@@ -182,59 +268,31 @@ class Sliding {
       context.ui.errorBox(moveFailedText("slide", plan.used.typeFound, failed));
       return {FlowEnd::refused, failed};
     }
-    JobOfFrontEnd job(context);
-    MoveReport report;
-    std::vector<std::string> notes;
-    Failure failed = moveSlideData(drive, plan, job, report);
-    if (!failed) {
-      failed = finishSlide(context.fileSystems, drive, plan, notes);
-      if (isOldTable(failed)) carryBack(drive, plan, job, report);
-    }
-    const Failure ended = table.end(failed);
-    for (const std::string& note : notes) context.ui.noticeBox(note, "Slide");
-    if (ended) return tell(context, plan, report, ended);
-    return done(job, report);
+    std::unique_ptr<WorkJournal> journal;
+    if (auto stopped = beginJournal(context, drive, plan, journal)) return *stopped;
+    SlideEnding ending(context, drive, plan, journal.get());
+    const FlowResult result =
+        ending.run([&table](const Failure& failed) { return table.end(failed); });
+    told_ = ending.told();
+    return result;
   }
 
-  static bool isOldTable(const Failure& failed) {
-    return failed && failed != Error::writeFailedNewTable &&
-           failed != Error::writeFailedTableUnknown;
-  }
-
-  // The table could not follow the data, so the data goes back.
-  void carryBack(Drive& drive, const SlidePlan& plan, Job& job, MoveReport& report) {
-    MoveReport back;
-    const Failure failed = moveSlideBack(drive, plan, job, back);
-    report.touchedSource = true;
-    report.rolledBack = !failed;
-    report.readErrors += back.readErrors;
-    report.writeErrors += back.writeErrors;
-  }
-
-  FlowResult done(JobOfFrontEnd& job, const MoveReport& report) {
-    told_ = {newStart_, report.readErrors, report.writeErrors};
-    job.finish(completedText(report));
-    if (!hasBadSectors(report)) return {};
-    return {FlowEnd::doneWithLosses, report.readErrors != 0 ? Error::read : Error::write};
-  }
-
-  static FlowResult tell(const OperationContext& context, const SlidePlan& plan,
-                         const MoveReport& report, const Failure& failed) {
-    const std::string left = leftBehindText(report);
-    if (failed == Error::cancelled) {
-      if (!left.empty()) context.ui.errorBox(left);
-      return cancelled();
-    }
-    std::string text = moveFailedText("slide", plan.used.typeFound, failed);
-    if (!left.empty())
-      text += "\n\n" + left;
-    else if (isOldTable(failed))
-      text += "\n\nThe partition lies where it lay before.";
-    else
-      text += format("\n\nThe data of the partition begins at sector %llu now.",
-                     wide(plan.entry.newStart));
-    context.ui.errorBox(text);
-    return {FlowEnd::failed, failed};
+  // Nothing: go on, with a journal or, where none is wanted, without.
+  std::optional<FlowResult> beginJournal(const OperationContext& context, Drive& drive,
+                                         const SlidePlan& plan,
+                                         std::unique_ptr<WorkJournal>& journal) {
+    if (!context.options.keepJournal || isRehearsal(drive)) return std::nullopt;
+    WorkRecord record = recordOf(plan);
+    setArea(plan.area(), record);
+    const Failure failed = WorkJournal::begin(
+        context, drive, kSlideWork,
+        format("Sliding a partition from sector %llu to sector %llu. ", wide(start_),
+               wide(newStart_)) +
+            target_,
+        std::move(record), attachmentOf(plan), MoveJournal::initialState(), journal);
+    if (!failed) return std::nullopt;
+    context.ui.errorBox(errorText(failed) + "\n\nNothing was changed.");
+    return FlowResult{FlowEnd::refused, failed};
   }
 
   const OperationContext& context_;
@@ -261,6 +319,39 @@ FlowResult slideFlow(const OperationContext& context, Drive& drive, PartitionEnt
     if (told->startSector == 0) told->startSector = start;
   }
   return result;
+}
+
+namespace {
+
+// Other programs see what is on the disk now.
+Failure settled(Drive& drive, const Failure& failed) {
+  const Settled now = drive.settle();
+  const Failure unread = drive.reread();
+  if (failed) return failed;
+  return now.failure ? now.failure.as(Error::writeFailedNewTable) : unread;
+}
+
+FlowResult resumeSlide(const OperationContext& context, Drive& drive, WorkJournal& journal,
+                       bool isUndone) {
+  SlidePlan plan;
+  if (const Failure failed = slidePlanOf(journal.record(), journal.file().attachment(), plan)) {
+    context.ui.errorBox("The journal " + journal.path() + "\ncannot be used.\n" +
+                        errorText(failed));
+    return {FlowEnd::refused, failed};
+  }
+  SlideEnding ending(context, drive, plan, &journal);
+  const auto settle = [&drive](const Failure& failed) { return settled(drive, failed); };
+  return isUndone ? ending.undo(settle) : ending.run(settle);
+}
+
+}  // namespace
+
+FlowResult continueSlide(const OperationContext& context, Drive& drive, WorkJournal& journal) {
+  return resumeSlide(context, drive, journal, false);
+}
+
+FlowResult undoSlide(const OperationContext& context, Drive& drive, WorkJournal& journal) {
+  return resumeSlide(context, drive, journal, true);
 }
 
 }  // namespace tallowin

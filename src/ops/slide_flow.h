@@ -20,4 +20,10 @@ struct MoveTold {
 FlowResult slideFlow(const OperationContext& context, Drive& drive, PartitionEntry& entry,
                      MoveTold* told = nullptr);
 
+// The word of a slide in its journal, and how one that was cut short is brought to its end.
+class WorkJournal;
+inline constexpr const char* kSlideWork = "slide";
+FlowResult continueSlide(const OperationContext& context, Drive& drive, WorkJournal& journal);
+FlowResult undoSlide(const OperationContext& context, Drive& drive, WorkJournal& journal);
+
 }  // namespace tallowin

@@ -103,10 +103,12 @@ INSTANTIATE_TEST_SUITE_P(
                       Case{"PrimaryUp", kMbr, 1, 30720}, Case{"PrimaryDown", kMbr, 1, -18432},
                       Case{"Container", kMbr, 2, 5000}, Case{"ContainerDown", kMbr, 2, -40000},
                       Case{"FirstVolumeUp", kMbr, 5, 3000}, Case{"FirstVolumeFar", kMbr, 5, 18400},
-                      Case{"SecondVolumeUp", kMbr, 6, 10000}, Case{"SecondVolumeDown", kMbr, 6, -10000},
-                      Case{"SecondVolumeFar", kMbr, 6, 50000}, Case{"LastVolumeDown", kMbr, 7, -30000},
-                      Case{"LastVolumeUp", kMbr, 7, 65000}, Case{"GptUp", kGpt, 1, 30000},
-                      Case{"GptDown", kGpt, 2, -30000}, Case{"GptUpByOne", kGpt, 2, 1}),
+                      Case{"SecondVolumeUp", kMbr, 6, 10000},
+                      Case{"SecondVolumeDown", kMbr, 6, -10000},
+                      Case{"SecondVolumeFar", kMbr, 6, 50000},
+                      Case{"LastVolumeDown", kMbr, 7, -30000}, Case{"LastVolumeUp", kMbr, 7, 65000},
+                      Case{"GptUp", kGpt, 1, 30000}, Case{"GptDown", kGpt, 2, -30000},
+                      Case{"GptUpByOne", kGpt, 2, 1}),
     [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace
