@@ -84,6 +84,7 @@ CreateModel::CreateModel(const CreateFacts& facts)
 void CreateModel::showSource() {
   const CopySourceFacts& source = *facts_.copy;
   if (!source.name.empty()) name = source.name;
+  nameIsOptional = source.name.empty();  // a copy without a name is as good as its source
   fileSystem = typeChoiceText(source.type);
   seenFileSystem_ = fileSystemValue();
   fileSystemControl =

@@ -96,7 +96,11 @@ FlowResult runUndoable(const OperationContext& context, Drive& drive, const Undo
     return result;
   }
   const FlowResult undone = undoByLog(context, drive, *journal, told);
-  return undone.succeeded() ? result : undone;
+  if (!undone.succeeded()) return undone;
+  // Whatever table was there, it is the old one now.
+  const bool namesTable =
+      result.code == Error::writeFailedNewTable || result.code == Error::writeFailedTableUnknown;
+  return namesTable ? FlowResult{result.end, result.code.as(Error::tableNotUpdated)} : result;
 }
 
 }  // namespace tallowin
