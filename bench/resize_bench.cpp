@@ -73,7 +73,10 @@ bool measure(const char* title, const Volume& volume, const ResizeWish& wish) {
   const u64 sectors = std::max(volume.sectors, wish.sectors) + 4 * kGiB / 512;
   const OpenedImage image = openImageFile(folder.sparse("image", sectors * 512),
                                           DiskAccess::readWrite, kHardDiskKind, 512);
-  if (image.error) return false;
+  if (image.error) {
+    std::printf("open %u\n", codeOf(image.error));
+    return false;
+  }
   const SectorRange range{*image.disk, 0, volume.sectors};
   const FileSystemKind* kind = kinds.byType(volume.type);
   FormatWish format;
@@ -82,8 +85,14 @@ bool measure(const char* title, const Volume& volume, const ResizeWish& wish) {
   format.geometry = {1023, 254, 63};
   SilentJob silent;
   FormatReport formatted;
-  if (kind->format(range, format, silent, formatted)) { std::printf("format\n"); return false; }
- if (!fill(kinds, range, volume)) { std::printf("fill\n"); return false;}
+  if (kind->format(range, format, silent, formatted)) {
+    std::printf("format\n");
+    return false;
+  }
+  if (!fill(kinds, range, volume)) {
+    std::printf("fill\n");
+    return false;
+  }
   image.disk->dropCaches();
 
   FileSystemFacts before;
@@ -135,6 +144,7 @@ int run() {
               wishOf(1024000, 4096, 0x0B)) &&
       measure("FAT32 of 1 GiB, clusters of 4 to 16 KiB", {kFat32Type, 2097152, 4096, 300 * kMiB},
               wishOf(2097152, 16384));
+  std::printf("done %d\n", isDone);
   return isDone ? 0 : 1;
 }
 

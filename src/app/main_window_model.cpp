@@ -19,6 +19,7 @@
 #include "ops/table_change.h"
 #include "ops/target_text.h"
 #include "ops/undelete_flow.h"
+#include "ops/wipe_flow.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
@@ -55,7 +56,11 @@ const std::array<Model::ActionRow, kActionCount> Model::kActions = {{
      .label = "C&hange Disk Type",
      .whyNot = &Model::whyTypeIsFixed,
      .run = &Model::runChangeDiskType},
-    {.action = Action::wipeEntireDrive, .area = Area::drive, .label = "&Wipe Entire Drive"},
+    {.action = Action::wipeEntireDrive,
+     .area = Area::drive,
+     .label = "&Wipe Entire Drive",
+     .whyNot = &Model::whyWithoutDrive,
+     .run = &Model::runWipe},
     {.action = Action::viewMbr,
      .area = Area::drive,
      .label = "&View MBR",
@@ -413,6 +418,12 @@ void MainWindowModel::runViewMbr() {
 
 void MainWindowModel::runRepair() {
   static_cast<void>(repairGptFlow(session_.context(frontEnd_), *drive_));
+  refresh(Refresh::afterAction);
+}
+
+void MainWindowModel::runWipe() {
+  WipeRecord record;
+  static_cast<void>(wipeFlow(session_.context(frontEnd_), *drive_, {}, record));
   refresh(Refresh::afterAction);
 }
 

@@ -149,6 +149,7 @@ class MainWindowModel {
   void runChangeDiskType();
   void runRepair();
   void runResume();
+  void runWipe();
   void runSettings();
   void runDriveSettings();
   void runHelp();

@@ -57,12 +57,14 @@ enum class Error : u8 {
   slotNotFree,
   outsideUsableArea,
   dynamicDisk,
-  tableUnreadable,          // a table is there, but no copy of it can be read
-  tableInError,             // the entry, its container or its chain is marked as in error
-  tableChangedMeanwhile,    // the table on disk is not the one that was read
-  targetInUse,              // mounted, swapped on or held since it was looked at
-  volumeChangedMeanwhile,   // the file system is not as it was when it was looked at
-  unfinishedWork,           // of an operation that was killed has to be ended first
+  tableUnreadable,         // a table is there, but no copy of it can be read
+  tableInError,            // the entry, its container or its chain is marked as in error
+  tableChangedMeanwhile,   // the table on disk is not the one that was read
+  targetInUse,             // mounted, swapped on or held since it was looked at
+  volumeChangedMeanwhile,  // the file system is not as it was when it was looked at
+  unfinishedWork,          // of an operation that was killed has to be ended first
+  invalidWipePattern,
+  wipeMismatch,             // what was read back is not what was written
   noUnfinishedWork,         // there is nothing to continue or to undo
   writeFailedNewTable,      // a write or flush failed, yet the new table is on the disk
   writeFailedTableUnknown,  // and which table is on the disk could not be found out
@@ -143,6 +145,7 @@ constexpr u32 codeOf(Error error) {
     case Error::volumeFull:
     case Error::noRoomForReserved:
       return 32;
+    case Error::invalidWipePattern:
     case Error::bufferTooSmall:
       return 61;
     case Error::fileTooLarge:
@@ -165,6 +168,7 @@ constexpr u32 codeOf(Error error) {
     case Error::backupWriteFailed:
     case Error::slotNotFree:
       return 71;
+    case Error::wipeMismatch:
     case Error::sectorSizeDiffers:
       return 73;
     case Error::accessDenied:

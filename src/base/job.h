@@ -53,6 +53,12 @@ class Job {
     static_cast<void>(number);
     static_cast<void>(totalBytes);
   }
+  // Which of several passes over the same begins, from 1 on; each of so many bytes.
+  virtual void pass(u32 number, u32 count, u64 totalBytes) {
+    static_cast<void>(number);
+    static_cast<void>(count);
+    static_cast<void>(totalBytes);
+  }
   // So many bytes more of the phase are done.
   virtual void advance(u64 bytes) = 0;
   // So many things of what the phase looks for were found by now.

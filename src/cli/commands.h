@@ -37,6 +37,7 @@ extern const CommandRow kMbrCommand;
 extern const CommandRow kCheckCommand;
 extern const CommandRow kConvertCommand;
 extern const CommandRow kTableCommand;
+extern const CommandRow kWipeCommand;
 extern const CommandRow kSettingsCommand;
 
 // In the order in which --help names them.

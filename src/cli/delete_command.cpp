@@ -5,6 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/target.h"
+#include "cli/wipe_options.h"
 #include "ops/delete_model.h"
 
 namespace tallowin {
@@ -17,6 +18,7 @@ class DeleteCommand : public Command {
 
   bool clearBootSector_ = false;
   bool wipe_ = false;
+  WipeMethodChoice method_;
   bool ignoreErrors_ = false;
 };
 
@@ -28,9 +30,11 @@ void DeleteCommand::declare(OptionSet& options, CommonOptions& common) {
       "--wipe", "[PATTERN]",
       [this](const std::string& pattern) {
         wipe_ = true;
-        return pattern.empty() || pattern == "zero";
+        const auto method = pattern.empty() ? WipeMethodChoice() : parseWipePattern(pattern);
+        if (method) method_ = *method;
+        return method.has_value();
       },
-      "a pattern: zero", "Overwrite all of it; PATTERN: zero");
+      kWipePatternForm, "Overwrite all of it; by default with zeros");
   options
       .flag("--ignore-errors", ignoreErrors_,
             "Pass over sectors that cannot be overwritten; --yes does not answer that")
@@ -52,7 +56,9 @@ std::string DeleteCommand::fill(ConsoleFrontEnd& ui, DeleteModel& model) const {
     return "--wipe: " + model.wipePartitionControl.whyDisabled;
   model.clearBootSector = clearBootSector_;
   model.wipePartition = wipe_;
+  model.chooseMethod = [this] { return std::optional(method_); };
   model.pass();
+  model.secureWipe = wipe_ && method_.type != WipeType::zeros;
   if (ui.confirm(Consent::general, "", questionOf(model))) model.ok();
   return {};
 }

@@ -5,11 +5,10 @@
 #include "base/text.h"
 #include "ops/delete_model.h"
 #include "ops/error_text.h"
-#include "ops/job_of_front_end.h"
 #include "ops/table_change.h"
 #include "ops/target_check.h"
 #include "ops/target_text.h"
-#include "ops/zero_wipe.h"
+#include "ops/wipe_flow.h"
 #include "probe/type_catalogue.h"
 
 namespace tallowin {
@@ -62,29 +61,6 @@ std::optional<SectorExtent> extentToWipe(const FileSystemKinds& kinds, const Del
   return SectorExtent{entry.startSector, entry.startSector + count - 1};
 }
 
-FlowResult tellWipe(const OperationContext& context, const Failure& failed, const WipeReport& wiped,
-                    u32 sectorSizeBytes) {
-  const std::string done = bytesText(wiped.sectorsDone * sectorSizeBytes);
-  if (failed == Error::cancelled) {
-    context.ui.noticeBox(
-        format("The partition was deleted, but the wipe was stopped:\n"
-               "only its first %s were overwritten with zeros.",
-               done.c_str()));
-    return {FlowEnd::cancelled, Error::cancelled};
-  }
-  if (failed) {
-    context.ui.errorBox(
-        format("The partition was deleted, but an error stopped the wipe:\n"
-               "at most its first %s were overwritten with zeros.\n\n%s",
-               done.c_str(), errorText(failed).c_str()));
-    return {FlowEnd::failed, failed};
-  }
-  if (wiped.sectorsFailed == 0) return {};
-  context.ui.noticeBox(format("%llu sectors could not be overwritten.",
-                              static_cast<unsigned long long>(wiped.sectorsFailed)));
-  return {FlowEnd::doneWithLosses, Error::write};
-}
-
 // The entry goes first, and the disk stays locked until its sectors are overwritten.
 FlowResult removeEntry(const OperationContext& context, Drive& drive, const PartitionEntry& entry,
                        const DeleteModel& model) {
@@ -97,10 +73,11 @@ FlowResult removeEntry(const OperationContext& context, Drive& drive, const Part
     return {FlowEnd::failed, failed};
   }
   if (!wiped) return {};
-  JobOfFrontEnd job(context);
-  WipeReport report;
-  const Failure failed = zeroWipe(drive.disk(), *wiped, job, report);
-  return tellWipe(context, failed, report, drive.sectorSize());
+  WipeRecord record;
+  const bool isSecure = model.wipePartition && model.secureWipe;
+  static_cast<void>(
+      wipeExtent(context, drive, *wiped, isSecure ? model.wipeMethod : WipeMethodChoice(), record));
+  return tellWipe(context, "The partition was deleted, but it", record, drive.sectorSize());
 }
 
 }  // namespace
@@ -112,6 +89,7 @@ FlowResult deleteFlow(const OperationContext& context, Drive& drive, PartitionEn
   if (const auto stopped = askAboutBootManager(context, drive, entry)) return *stopped;
 
   DeleteModel model(deleteFacts(drive, entry));
+  model.chooseMethod = [&] { return chooseWipePattern(context); };
   context.ui.run(model);
   if (!model.confirmed) return {FlowEnd::cancelled, Error::cancelled};
   return removeEntry(context, drive, entry, model);

@@ -10,18 +10,19 @@ DeleteModel::DeleteModel(const DeleteFacts& facts)
       targetText(facts.targetText),
       warning(facts.warning) {
   warningLine.shown = !warning.empty();
-  secureWipeControl = {true, false, "Secure wiping is not part of this version."};
   if (!facts.inError) return;
   const Control inError{true, false,
                         "The partition overlaps another one or is not possible, so none of its "
                         "sectors may be overwritten."};
   clearBootSectorControl = inError;
   wipePartitionControl = inError;
+  pass();
 }
 
 void DeleteModel::pass() {
   if (!clearBootSectorControl.enabled) clearBootSector = false;
   if (!wipePartitionControl.enabled) wipePartition = false;
+  secureWipeControl = {true, wipePartition, "Tick Wipe Partition first."};
   if (!secureWipeControl.enabled) secureWipe = false;
   question = wipePartition ? "All of it will be overwritten. Are you sure you want to continue?"
                            : "Are you sure you want to continue?";
@@ -29,6 +30,11 @@ void DeleteModel::pass() {
 
 void DeleteModel::ok() {
   pass();
+  if (secureWipe) {
+    const std::optional<WipeMethodChoice> chosen = chooseMethod ? chooseMethod() : std::nullopt;
+    if (!chosen) return;
+    wipeMethod = *chosen;
+  }
   confirmed = true;
   close();
 }

@@ -1,9 +1,12 @@
 // The Confirm Delete dialog.
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
 
 #include "ops/dialog_model.h"
+#include "ops/wipe_operation.h"
 
 namespace tallowin {
 
@@ -43,8 +46,13 @@ class DeleteModel : public DialogModel {
   // Whether Shift was held as Yes was pressed; the view sets it just before ok().
   bool shiftHeld = false;
 
+  // The Wipe Pattern dialog, which a secure wipe asks for first; nothing: cancelled, and this one
+  // stays.
+  std::function<std::optional<WipeMethodChoice>()> chooseMethod;
+
   // Set by Yes.
   bool confirmed = false;
+  WipeMethodChoice wipeMethod;  // of a secure wipe
 
   void pass() override;
   void ok() override;

@@ -12,10 +12,24 @@ bool askDiskError(FrontEnd& ui, Direction direction) {
                     ButtonSet::continueCancel);
 }
 
-bool askToIgnoreWipeErrors(FrontEnd& ui) {
+namespace {
+
+constexpr const char* kIgnoreFurther = "\n\nDo you want to continue and ignore further problems?";
+
+}  // namespace
+
+bool askToIgnoreWipeErrors(FrontEnd& ui, Direction direction) {
+  const std::string what = direction == Direction::read
+                               ? "An error has occurred during a read from the drive."
+                               : "An error has occurred during a write to the drive.";
+  return ui.confirm(Consent::diskError, "Warning", what + kIgnoreFurther);
+}
+
+bool askToIgnoreMismatch(FrontEnd& ui) {
   return ui.confirm(Consent::diskError, "Warning",
-                    "An error has occurred during a write to the drive.\n\n"
-                    "Do you want to continue and ignore further problems?");
+                    std::string("Wipe read validation has found a problem of mismatched sector "
+                                "data.") +
+                        kIgnoreFurther);
 }
 
 }  // namespace tallowin

@@ -129,6 +129,11 @@ Words wordsOf(Error error) {
     case Error::unfinishedWork:
       return {"An operation on this disk was cut short and has to be ended before anything else",
               "Continue or undo it first."};
+    case Error::invalidWipePattern:
+      return {"Invalid wipe pattern", "Write passes as \"r n s v 0x55&0xAA 0xFF>\"."};
+    case Error::wipeMismatch:
+      return {"What was read back is not what was written",
+              "The disk does not keep its data; do not trust it."};
     case Error::noUnfinishedWork:
       return {"There is nothing on this disk to continue or to undo", "Look at its list."};
     case Error::volumeChangedMeanwhile:

@@ -90,6 +90,13 @@ void JobOfFrontEnd::step(u32 number, u64 totalBytes) {
   bytesDone_ = 0;
 }
 
+void JobOfFrontEnd::pass(u32 number, u32 count, u64 totalBytes) {
+  if (progress_)
+    progress_->begin(format("Pass %u of %u in progress...", number, count), wordsOf(phase_).button,
+                     totalBytes);
+  bytesDone_ = 0;
+}
+
 void JobOfFrontEnd::finish(const std::string& text) {
   if (progress_ && !stopRequested()) progress_->finish(text);
 }
@@ -118,7 +125,7 @@ BadSectorAnswer JobOfFrontEnd::badSector(const Failure& failure, Direction direc
               failure.systemError));
   // The other sectors would fail as well, and none of them is bad.
   if (failure.isOutOfSpace()) return BadSectorAnswer::stop;
-  const bool goesOn = phase_ == Phase::wiping ? askToIgnoreWipeErrors(context_.ui)
+  const bool goesOn = phase_ == Phase::wiping ? askToIgnoreWipeErrors(context_.ui, direction)
                                               : askDiskError(context_.ui, direction);
   return goesOn ? BadSectorAnswer::passOverAll : BadSectorAnswer::stop;
 }

@@ -17,6 +17,7 @@ class JobOfFrontEnd : public Job {
 
   void phase(Phase phase, u64 totalBytes) override;
   void step(u32 number, u64 totalBytes) override;
+  void pass(u32 number, u32 count, u64 totalBytes) override;
   void advance(u64 bytes) override;
   void found(u64 count) override;
   // The first time that it is true within a phase, the trace says why.

@@ -17,6 +17,7 @@
 #include "ops/resize_model.h"
 #include "ops/slide_model.h"
 #include "ops/undelete_model.h"
+#include "ops/wipe_model.h"
 #include "ui/views/create_view.h"
 #include "ui/views/delete_view.h"
 #include "ui/views/drive_settings_list_view.h"
@@ -33,6 +34,7 @@
 #include "ui/views/settings_view.h"
 #include "ui/views/slide_view.h"
 #include "ui/views/undelete_view.h"
+#include "ui/views/wipe_view.h"
 #include "ui/widgets/layout.h"
 
 namespace tallowin {
@@ -67,6 +69,7 @@ FltkFrontEnd::FltkFrontEnd(const Options& options) : options_(options) {
   addView<PropertiesModel, PropertiesView>();
   addView<ResizeModel, ResizeView>();
   addView<SlideModel, SlideView>();
+  addView<WipeModel, WipeView>();
   addView<UndeleteModel, UndeleteView>();
   addView<DriveSettingsModel, DriveSettingsView>();
   addView<DriveSettingsListModel, DriveSettingsListView>();

@@ -147,7 +147,7 @@ TEST_F(RefusalTest, WrongUsageIsTwo) {
       {"delete", "DISK", "--part", "1", "--keep-table", "", "--yes"},
       {"delete", "DISK"},
       {"delete", "DISK", "--part", "one"},
-      {"delete", "DISK", "--part", "1", "--wipe", "gutmann"},
+      {"delete", "DISK", "--part", "1", "--wipe", "twice"},
       {"create", "DISK", "--type", "fat16"},
       {"create", "DISK", "--type", "fat17", "--size", "5"},
       {"create", "DISK", "--type", "fat16", "--size", "5MB"},

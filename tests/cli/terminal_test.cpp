@@ -107,7 +107,7 @@ TEST_F(TerminalTest, CtrlCWhileSectorsAreClearedSaysWhatIsLeft) {
   wipe.type(kCtrlC);
   const ProgramResult unwiped = wipe.finish();
   EXPECT_EQ(unwiped.status, 130) << unwiped.output;
-  EXPECT_TRUE(contains(unwiped, "The partition was deleted, but the wipe was stopped"))
+  EXPECT_TRUE(contains(unwiped, "The partition was deleted, but it is not wiped: it was stopped"))
       << unwiped.output;
   EXPECT_NE(ctl_.home().read("Debug.txt").find("Stopped by a signal\n"), std::string::npos);
   expectSoundTable(path, 1);

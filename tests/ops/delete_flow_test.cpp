@@ -101,8 +101,8 @@ TEST_F(DeleteFlowTest, AStoppedWipeSaysWhatIsDone) {
   });
   ui_.cancelAtPoll(2);
   ui_.expectMessage(
-      "The partition was deleted, but the wipe was stopped:\n"
-      "only its first 8.0 MiB were overwritten with zeros.");
+      "The partition was deleted, but it is not wiped: it was stopped in pass 1.\n"
+      "Its first 8.0 MiB were overwritten once at least.");
   EXPECT_EQ(FlowEnd::cancelled, erase(*drive, 3).end);
   EXPECT_EQ(nullptr, drive->findByKernelNumber(3));
 }
@@ -140,7 +140,7 @@ TEST_F(DeleteFlowTest, AWipeOverBadSectorsSaysHowManyAreLeft) {
     model.ok();
   });
   ui_.expectMessage("An error has occurred during a write to the drive.", MessageResult::yes);
-  ui_.expectMessage("3 sectors could not be overwritten.");
+  ui_.expectMessage("3 sectors could not be overwritten or read back.");
   const u64 count = drive->findByKernelNumber(3)->sectorCount();
   EXPECT_EQ(FlowEnd::doneWithLosses, erase(*drive, 3).end);
   EXPECT_EQ(100U, zerosFrom(disk_, start));

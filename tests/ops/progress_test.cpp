@@ -6,7 +6,6 @@
 #include "ops/job_of_front_end.h"
 #include "ops/operation_progress.h"
 #include "ops/target_text.h"
-#include "ops/zero_wipe.h"
 #include "support/ops_bench.h"
 
 namespace tallowin {
@@ -63,92 +62,6 @@ TEST(DiskErrorPrompt, OnlyContinueGoesOn) {
     EXPECT_EQ(goesOn, askDiskError(ui, Direction::write));
     EXPECT_EQ(Consent::diskError, ui.messages[0].consent);
   }
-}
-
-// A disk of 20 MiB full of ones, and an extent in its middle.
-class ZeroWipeTest : public OpsTest {
- protected:
-  ZeroWipeTest() {
-    const std::vector<u8> ones(kMiB, 0xFF);
-    for (u64 lba = 0; lba < kSectors; lba += 2048)
-      EXPECT_EQ(disk_.writeSectors(lba, ones.data(), 2048), Error::none);
-  }
-
-  struct Wiped {
-    Failure failure;
-    WipeReport report;
-  };
-  Wiped wipe(DiskDevice& disk, ScriptedFrontEnd& ui) {
-    const OperationContext context{ui, host_, options_, folders_, fileSystems_, mounts_};
-    JobOfFrontEnd job(context);
-    Wiped wiped;
-    wiped.failure = zeroWipe(disk, kExtent, job, wiped.report);
-    return wiped;
-  }
-
-  bool isZero(u64 lba) { return disk_.sector(lba) == std::vector<u8>(512, 0); }
-
-  static constexpr u64 kSectors = 40960;
-  static constexpr SectorExtent kExtent{1001, 30000};
-  MemoryDisk disk_{kSectors};
-};
-
-TEST_F(ZeroWipeTest, ClearsTheExtentAndNothingElse) {
-  const Wiped result = wipe(disk_, ui_);
-  EXPECT_EQ(Error::none, result.failure);
-  EXPECT_EQ(29000U, result.report.sectorsDone);
-  for (u64 lba = 0; lba < kSectors; ++lba)
-    ASSERT_EQ(lba >= 1001 && lba <= 30000, isZero(lba)) << lba;
-  EXPECT_EQ((std::vector<std::string>{"Wiping", "Wipe in progress...", "Cancel"}),
-            ui_.progressTexts);
-}
-
-TEST_F(ZeroWipeTest, AFullDiskBelowTheImageIsNoBadSector) {
-  class FullDisk : public DiskWrapper {
-   public:
-    using DiskWrapper::DiskWrapper;
-
-   protected:
-    Failure transferOut(u64 lba, const void*, u32) override {
-      return {Error::noSpaceLeft, ENOSPC, lba};
-    }
-  };
-  FullDisk full(disk_);
-  const Wiped result = wipe(full, ui_);  // asks nothing
-  EXPECT_EQ(Error::noSpaceLeft, result.failure);
-  EXPECT_EQ(0U, result.report.sectorsFailed);
-}
-
-TEST_F(ZeroWipeTest, StopsAtEveryPieceAndSaysHowFarItCame) {
-  u64 done = 0;
-  u64 stops = 0;
-  for (u64 poll = 0;; ++poll) {
-    ScriptedFrontEnd ui;
-    ui.cancelAtPoll(poll);
-    const Wiped result = wipe(disk_, ui);
-    if (result.failure == Error::none) break;
-    EXPECT_EQ(Error::cancelled, result.failure);
-    EXPECT_GE(result.report.sectorsDone, done);
-    done = result.report.sectorsDone;
-    EXPECT_TRUE(done == 0 || isZero(1000 + done));
-    EXPECT_FALSE(isZero(1001 + done));
-    ++stops;
-  }
-  EXPECT_EQ(4U, stops);
-}
-
-TEST_F(ZeroWipeTest, AWriteErrorThatIsNotIgnoredStopsAndAFailedFlushIsOne) {
-  FaultyDisk faulty(disk_);
-  faulty.failAccessTo({20000, 20001});
-  ui_.expectMessage("Do you want to continue and ignore further problems?", MessageResult::no);
-  const Wiped result = wipe(faulty, ui_);
-  EXPECT_EQ(Error::write, result.failure);
-  EXPECT_EQ(20000U, result.failure.lba);
-  EXPECT_EQ(20000U - kExtent.startSector, result.report.sectorsDone);
-
-  FaultyDisk unflushed(disk_);
-  unflushed.failFlush(true);
-  EXPECT_EQ(Error::flush, wipe(unflushed, ui_).failure);
 }
 
 }  // namespace

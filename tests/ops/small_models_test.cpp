@@ -7,16 +7,21 @@
 namespace tallowin {
 namespace {
 
-TEST(DeleteModel, SecureWipeSaysWhyItCannotBeTicked) {
+TEST(DeleteModel, ASecureWipeAsksForItsMethodAndStaysWithoutOne) {
   DeleteModel model(DeleteFacts{});
-  model.wipePartition = model.secureWipe = true;
+  model.secureWipe = true;
   model.pass();
-  EXPECT_TRUE(model.wipePartition);
   EXPECT_FALSE(model.secureWipe || model.secureWipeControl.enabled);
   EXPECT_FALSE(model.secureWipeControl.whyDisabled.empty());
-  EXPECT_FALSE(model.warningLine.shown);
-  model.cancel();
-  EXPECT_FALSE(model.confirmed);
+  model.wipePartition = model.secureWipe = true;
+  std::optional<WipeMethodChoice> chosen;
+  model.chooseMethod = [&] { return chosen; };
+  model.ok();
+  EXPECT_TRUE(model.isOpen() && !model.confirmed) << "the choice of a method was cancelled";
+  chosen = WipeMethodChoice{WipeType::gutmann, {}, false};
+  model.ok();
+  EXPECT_TRUE(!model.isOpen() && model.confirmed);
+  EXPECT_EQ(model.wipeMethod.type, WipeType::gutmann);
 }
 
 // A kind with clusters of its own, and one that has nothing but a name.
