@@ -7,6 +7,7 @@ ROWS = [  # from top to bottom: (name, what it is for), side by side
     [("ui", "FLTK front end, one view per dialog"), ("cli", "tallowinctl, console front end")],
     [("app", "start-up, session, main window model")],
     [("ops", "flows and dialog models: create, delete, format")],
+    [("boot", "boot records of what moves")],
     [("fat", "FAT volumes, format")],
     [("ptable", "partition model and alignment; rooms for MBR, GPT and EMBR")],
     [("probe", "what content and types are"), ("move", "moving data")],
