@@ -9,6 +9,7 @@
 #include "ops/create_model.h"
 #include "ops/delete_model.h"
 #include "ops/edit_model.h"
+#include "ops/slide_model.h"
 #include "support/fake_host.h"
 #include "support/oracle.h"
 #include "support/scripted_front_end.h"
@@ -225,6 +226,35 @@ TEST_F(MainWindowTest, CreateByKeyAndByDoubleClickThenDelete) {
   select("Linux Native");
   window().press(Action::deleteOrUndelete);
   EXPECT_EQ(readTable(options_.images[0]).rows.size(), 1u);
+}
+
+TEST_F(MainWindowTest, ACopyIsPastedOnAnotherDriveUnlessSomethingElseIsDone) {
+  addImage(kScript);
+  addImage("label: dos\n");
+  select("FAT-16");
+  window().press(Action::copy);
+  EXPECT_EQ("* Paste Pending for Copy (2MiB) *", window().pasteLabel());
+  EXPECT_FALSE(isEnabled(Action::paste)) << "onto itself";
+  window().selectDrive(1);
+  select("Free Space");
+  ASSERT_TRUE(isEnabled(Action::paste)) << window().control(Action::paste).whyDisabled;
+  ui_.expect<CreateModel>([](CreateModel& model) {
+    EXPECT_TRUE(model.isCopy());
+    model.ok();
+  });
+  window().press(Action::paste);
+  EXPECT_EQ("", window().pasteLabel());
+  const SfdiskTable table = readTable(options_.images[1]);
+  ASSERT_EQ(1U, table.rows.size());
+  EXPECT_EQ(3072U, table.rows[0].size);
+  EXPECT_EQ(6U, table.rows[0].type);
+  // The new partition is selected.
+  EXPECT_EQ("FAT-16", window().rows()[*window().selectedRow()].type);
+
+  window().press(Action::copy);
+  ui_.expect<SlideModel>([](SlideModel& model) { model.cancel(); });
+  window().press(Action::slide);
+  EXPECT_EQ("", window().pasteLabel()) << "given up";
 }
 
 TEST_F(MainWindowTest, TheTableIsReadAgainAfterTheMbrEditor) {
