@@ -52,18 +52,19 @@ bool fill(const FileSystemKinds& kinds, const SectorRange& range, const Volume& 
   const FileSystemKind* kind = kinds.byContent(range, volume.type);
   std::unique_ptr<FileSystem> files;
   if (!kind || kind->open(range, volume.type, {.writable = true}, files)) return false;
+  if (files->makeDirectory("/files")) return false;
   const std::vector<u8> content(std::min<u64>(kMiB, volume.fileBytes / 8), 0x5A);
   const u64 count = 2 * volume.fileBytes / content.size();
   for (u64 i = 0; i < count; ++i) {
     File file;
     u64 done = 0;
-    const std::string path = "/file " + std::to_string(i);
+    const std::string path = "/files/file " + std::to_string(i);
     if (files->open(path, {.access = FileAccess::write, .create = true}, file) ||
         file.write(content, done) || file.close())
       return false;
   }
   for (u64 i = 0; i < count; i += 2)
-    if (files->deleteFile("/file " + std::to_string(i))) return false;
+    if (files->deleteFile("/files/file " + std::to_string(i))) return false;
   return !files->sync();
 }
 
@@ -73,10 +74,7 @@ bool measure(const char* title, const Volume& volume, const ResizeWish& wish) {
   const u64 sectors = std::max(volume.sectors, wish.sectors) + 4 * kGiB / 512;
   const OpenedImage image = openImageFile(folder.sparse("image", sectors * 512),
                                           DiskAccess::readWrite, kHardDiskKind, 512);
-  if (image.error) {
-    std::printf("open %u\n", codeOf(image.error));
-    return false;
-  }
+  if (image.error) return false;
   const SectorRange range{*image.disk, 0, volume.sectors};
   const FileSystemKind* kind = kinds.byType(volume.type);
   FormatWish format;
@@ -85,14 +83,7 @@ bool measure(const char* title, const Volume& volume, const ResizeWish& wish) {
   format.geometry = {1023, 254, 63};
   SilentJob silent;
   FormatReport formatted;
-  if (kind->format(range, format, silent, formatted)) {
-    std::printf("format\n");
-    return false;
-  }
-  if (!fill(kinds, range, volume)) {
-    std::printf("fill\n");
-    return false;
-  }
+  if (kind->format(range, format, silent, formatted) || !fill(kinds, range, volume)) return false;
   image.disk->dropCaches();
 
   FileSystemFacts before;
@@ -101,9 +92,12 @@ bool measure(const char* title, const Volume& volume, const ResizeWish& wish) {
   double seconds = 0;
   {
     const auto begun = std::chrono::steady_clock::now();
-    if (kind->facts(range, volume.type, CountClusters::no, before) ||
-        kind->resize(range, volume.type, wish, job, report) || image.disk->flush())
+    if (kind->facts(range, volume.type, CountClusters::no, before)) return false;
+    const Failure failed = kind->resize(range, volume.type, wish, job, report);
+    if (failed || image.disk->flush()) {
+      std::printf("%s: error %u %s\n", title, codeOf(failed), report.faultText.c_str());
       return false;
+    }
     seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
   }
   const u64 clusters = wish.sectors * 512 / report.clusterBytes;
@@ -144,7 +138,6 @@ int run() {
               wishOf(1024000, 4096, 0x0B)) &&
       measure("FAT32 of 1 GiB, clusters of 4 to 16 KiB", {kFat32Type, 2097152, 4096, 300 * kMiB},
               wishOf(2097152, 16384));
-  std::printf("done %d\n", isDone);
   return isDone ? 0 : 1;
 }
 

@@ -127,7 +127,7 @@ FlowResult finishCopy(const OperationContext& context, Drive& drive, const CopyP
   Failure failed = fixCopyBoot(context.fileSystems, drive, plan, notes);
   if (!failed) failed = Entering(context, change, drive, plan).run();
   if (!failed && (plan.order.flags & kMoveSetLabel) != 0 && setLabel(context, drive, plan))
-    notes.push_back("The volume label of the copy could not be set.");
+    notes.emplace_back("The volume label of the copy could not be set.");
   failed = change.end(failed);
   for (const std::string& note : notes) context.ui.noticeBox(note, "Copy");
   if (!failed) return {};

@@ -65,13 +65,13 @@ void fixFiles(const FileSystemKinds& kinds, DiskDevice& disk, const BootMove& mo
   const SectorRange range{disk, move.newStart, move.sectorCount};
   const FileSystemKind* kind = kinds.byContent(range, move.type);
   if (kind != nullptr && fixBootsectDos(*kind, range, move, codePage))
-    notes.push_back(
+    notes.emplace_back(
         "The file BOOTSECT.DOS could not be changed: what it starts may not find its partition.");
 }
 
 void noteLoader(const BootFixReport& report, std::vector<std::string>& notes) {
   if (report.mustReinstallLoader)
-    notes.push_back(
+    notes.emplace_back(
         "LILO finds its files by sector numbers, which are others now. It has to be installed\n"
         "again before this partition can be started from: its boot sector says so.");
 }
@@ -107,7 +107,7 @@ Failure finishSlide(const FileSystemKinds& kinds, Drive& drive, const SlidePlan&
   const Failure failed = drive.finishMove(plan.entry);
   const bool isDone = !failed || failed == Error::writeFailedNewTable;
   if (!isDone && failed != Error::writeFailedTableUnknown && changes.takeBack())
-    notes.push_back("What the boot records said before could not be put back.");
+    notes.emplace_back("What the boot records said before could not be put back.");
   if (!isDone) return notUpdated(failed);
   noteLoader(report, notes);
   fixFiles(kinds, drive.disk(), move, plan.codePage, notes);

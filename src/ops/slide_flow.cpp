@@ -224,7 +224,7 @@ class Sliding {
   bool confirm(const SlidePlan& plan) {
     const u64 moved = plan.used.list.dataSectors();
     const std::string text =
-        std::string(kDataLossWarning) + "\n\n" + target_ +
+        format("%s\n\n%s", kDataLossWarning, target_.c_str()) +
         format("\nFrom sector %llu to sector %llu; %llu MiB are moved%s.", wide(start_),
                wide(newStart_), wide(sectorsToMiB(moved, drive_.sectorSize())),
                plan.used.isWhole ? ": all of its sectors" : ": the sectors in use");
