@@ -40,15 +40,19 @@ std::string whatIsWrittenOver(Drive& drive, const NewEntry& entry) {
 
 }  // namespace
 
+bool insistsOnOverwriting(const OperationContext& context, Drive& drive, const NewEntry& entry,
+                          const char* title) {
+  return context.ui.confirm(
+      Consent::insist, drive.isEmbr() ? "EMBR" : title,
+      whatIsWrittenOver(drive, entry) + "\n\nAre you sure you want to continue?");
+}
+
 // What the table has to be written over, only the user can give up.
 Failure addEntry(const OperationContext& context, TableChange& change, Drive& drive,
                  const NewEntry& entry, const char* title) {
   const Failure failed = drive.add(entry);
   if (failed != Error::sectorsInUse) return failed;
-  const bool insists = context.ui.confirm(
-      Consent::insist, drive.isEmbr() ? "EMBR" : title,
-      whatIsWrittenOver(drive, entry) + "\n\nAre you sure you want to continue?");
-  if (!insists || change.lookAgain()) return failed;
+  if (!insistsOnOverwriting(context, drive, entry, title) || change.lookAgain()) return failed;
   return drive.add(entry, TrackContent::overwrite);
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "ops/add_entry.h"
 #include "ops/bootsect_dos.h"
 #include "ops/copy_operation.h"
 #include "ops/create_model.h"
@@ -206,6 +207,7 @@ class Copying {
       return *stopped;
     DiskWriteScope scope(context_, drive_);
     if (auto stopped = scope.begin(WriteTarget::sectors(extentOf(*block_)))) return *stopped;
+    if (auto stopped = proveTable(scope)) return *stopped;
     JobOfFrontEnd job(context_);
     MoveReport report;
     if (const Failure failed = moveCopyData(sourceDrive_, drive_, plan_, job, report))
@@ -216,6 +218,21 @@ class Copying {
     job.finish(completedText(report));
     if (!hasBadSectors(report)) return {};
     return {FlowEnd::doneWithLosses, report.readErrors != 0 ? Error::read : Error::write};
+  }
+
+  // What the table would refuse is found out before anything is written over.
+  std::optional<FlowResult> proveTable(DiskWriteScope& scope) {
+    Failure failed = tryCopy(drive_, plan_, TrackContent::keep);
+    if (failed == Error::sectorsInUse) {
+      if (!insistsOnOverwriting(context_, drive_, plan_.target, "Copy"))
+        return FlowResult{FlowEnd::refused, failed};
+      if (auto stopped = scope.lookAgain()) return stopped;
+      failed = tryCopy(drive_, plan_, TrackContent::overwrite);
+    }
+    if (!failed) return std::nullopt;
+    context_.ui.errorBox(moveFailedText("copy", plan_.used.typeFound, failed) +
+                         "\n\nNothing was changed.");
+    return FlowResult{FlowEnd::refused, failed};
   }
 
   // With a source that goes the table is changed twice: a log brings back what it was.

@@ -1,6 +1,7 @@
 #include "ops/copy_operation.h"
 
 #include "base/guid.h"
+#include "disk/mbr_record.h"
 #include "fs/file_system.h"
 #include "ops/add_entry.h"
 #include "ops/error_text.h"
@@ -45,55 +46,47 @@ Failure setLabel(const OperationContext& context, Drive& drive, const CopyPlan& 
   return files->sync();
 }
 
-// The step that makes the copy a partition, and its source none.
-class Entering {
- public:
-  Entering(const OperationContext& context, TableChange& change, Drive& drive, const CopyPlan& plan)
-      : context_(context), change_(change), drive_(drive), plan_(plan) {}
+Failure notUpdated(const Failure& failed) {
+  return failed == Error::writeFailedTableUnknown ? failed : failed.as(Error::tableNotUpdated);
+}
 
-  Failure run() {
-    const bool deletes = (plan_.order.flags & kMoveDeleteSource) != 0;
-    if (!deletes) return addEntry(context_, change_, drive_, plan_.target, "Copy");
-    const PartitionEntry* source = findByStart(drive_, plan_.source.startSector);
-    if (source == nullptr || source->endSector != plan_.source.endSector)
-      return Error::tableChangedMeanwhile;
-    const NewEntry again = entryAgain(drive_, *source);
-    const bool isActive = source->bootIndicator == 0x80;
-    if (const Failure failed = drive_.remove(*source)) return notUpdated(failed);
-    if (const Failure failed = drive_.reread()) return failed;
-    const Failure failed = addEntry(context_, change_, drive_, plan_.target, "Copy");
-    if (!failed) {
-      if (isActive) makeActive(plan_.target.startSector);
-      return {};
-    }
-    if (failed == Error::writeFailedNewTable || failed == Error::writeFailedTableUnknown)
-      return failed;
-    static_cast<void>(drive_.reread());
-    if (const Failure lost = drive_.add(again, TrackContent::overwrite))
-      return lost.as(Error::writeFailedTableUnknown);
-    if (isActive) makeActive(again.startSector);
+// That it can be started from is no reason to take the copy back.
+void makeActive(Drive& drive, u64 startSector) {
+  EntryProperties wanted;
+  wanted.active = true;
+  if (drive.reread()) return;
+  if (const PartitionEntry* entry = findByStart(drive, startSector))
+    static_cast<void>(drive.changeProperties(*entry, wanted));
+}
+
+// The copy takes the place of its source in the table; else that comes back.
+Failure replaceSource(Drive& drive, const CopyPlan& plan, TrackContent content) {
+  const PartitionEntry* source = findByStart(drive, plan.source.startSector);
+  if (source == nullptr || source->endSector != plan.source.endSector)
+    return Error::tableChangedMeanwhile;
+  const NewEntry again = entryAgain(drive, *source);
+  const bool isActive = source->bootIndicator == kBootActive;
+  if (const Failure failed = drive.remove(*source)) return notUpdated(failed);
+  if (const Failure failed = drive.reread()) return failed;
+  const Failure failed = drive.add(plan.target, content);
+  if (!failed) {
+    if (isActive) makeActive(drive, plan.target.startSector);
+    return {};
+  }
+  if (failed == Error::writeFailedNewTable || failed == Error::writeFailedTableUnknown)
     return failed;
-  }
+  static_cast<void>(drive.reread());
+  if (const Failure lost = drive.add(again, TrackContent::overwrite))
+    return lost.as(Error::writeFailedTableUnknown);
+  if (isActive) makeActive(drive, again.startSector);
+  return failed;
+}
 
- private:
-  static Failure notUpdated(const Failure& failed) {
-    return failed == Error::writeFailedTableUnknown ? failed : failed.as(Error::tableNotUpdated);
-  }
-
-  // That it can be started from is no reason to take the copy back.
-  void makeActive(u64 startSector) {
-    EntryProperties wanted;
-    wanted.active = true;
-    if (drive_.reread()) return;
-    if (const PartitionEntry* entry = findByStart(drive_, startSector))
-      static_cast<void>(drive_.changeProperties(*entry, wanted));
-  }
-
-  const OperationContext& context_;
-  TableChange& change_;
-  Drive& drive_;
-  const CopyPlan& plan_;
-};
+// The step that makes the copy a partition, and its source none.
+Failure enter(Drive& drive, const CopyPlan& plan, TrackContent content) {
+  const bool deletes = (plan.order.flags & kMoveDeleteSource) != 0;
+  return deletes ? replaceSource(drive, plan, content) : drive.add(plan.target, content);
+}
 
 Guid guidIn(const WorkRecord& record, const char* key) {
   Guid guid;
@@ -118,6 +111,10 @@ NewEntry copiedEntry(Drive& sourceDrive, const PartitionEntry& source, Drive& dr
   return entry;
 }
 
+Failure tryCopy(const Drive& drive, const CopyPlan& plan, TrackContent content) {
+  return drive.tryOut([&](Drive& copy) { return enter(copy, plan, content); });
+}
+
 FlowResult finishCopy(const OperationContext& context, Drive& drive, const CopyPlan& plan) {
   TableChange change(context, drive);
   const SectorExtent extent{plan.target.ebrSector.value_or(plan.target.startSector),
@@ -125,7 +122,7 @@ FlowResult finishCopy(const OperationContext& context, Drive& drive, const CopyP
   if (auto stopped = change.begin(WriteTarget::sectors(extent))) return *stopped;
   std::vector<std::string> notes;
   Failure failed = fixCopyBoot(context.fileSystems, drive, plan, notes);
-  if (!failed) failed = Entering(context, change, drive, plan).run();
+  if (!failed) failed = enter(drive, plan, TrackContent::overwrite);
   if (!failed && (plan.order.flags & kMoveSetLabel) != 0 && setLabel(context, drive, plan))
     notes.emplace_back("The volume label of the copy could not be set.");
   failed = change.end(failed);

@@ -76,6 +76,14 @@ void noteLoader(const BootFixReport& report, std::vector<std::string>& notes) {
         "again before this partition can be started from: its boot sector says so.");
 }
 
+// The CHS addresses in a chain, which nobody goes by.
+void refreshChain(Drive& drive, u64 startSector) {
+  if (drive.reread()) return;
+  for (const auto& entry : drive.table().entries)
+    if (entry->startSector == startSector && entry->volumes)
+      return static_cast<void>(drive.refreshChain(*entry));
+}
+
 }  // namespace
 
 SectorExtent SlidePlan::area() const {
@@ -111,6 +119,7 @@ Failure finishSlide(const FileSystemKinds& kinds, Drive& drive, const SlidePlan&
   if (!isDone) return notUpdated(failed);
   noteLoader(report, notes);
   fixFiles(kinds, drive.disk(), move, plan.codePage, notes);
+  if (!failed && types::isExtended(plan.type)) refreshChain(drive, plan.entry.newStart);
   return failed;
 }
 

@@ -5,6 +5,7 @@
 #include "disk/disk_handles.h"
 #include "disk/geometry_modes.h"
 #include "disk/mbr_record.h"
+#include "disk/overlay_disk.h"
 #include "probe/identify.h"
 #include "probe/type_catalogue.h"
 #include "ptable/embr/embr_scheme.h"
@@ -388,6 +389,13 @@ Failure Drive::whyNotMoved(const PartitionEntry& entry, const EntryMove& move) {
   return {};
 }
 
+Failure Drive::tryOut(const std::function<Failure(Drive& copy)>& change) const {
+  const auto overlay = std::make_shared<OverlayDisk>(*disk_);
+  std::unique_ptr<Drive> copy;
+  if (const Failure failed = openOn(overlay, copy)) return failed;
+  return change(*copy);
+}
+
 Failure Drive::planMove(const PartitionEntry& entry, u64 newStart, EntryMove& move) {
   if (const Failure failed = checkChange()) return failed;
   if (entry.isFree() || entry.tableIndex < 0) return Error::unsupportedForm;
@@ -405,6 +413,9 @@ Failure Drive::planMove(const PartitionEntry& entry, u64 newStart, EntryMove& mo
     if (const Failure failed = planVolume(tableContext(), *container, *volume, planned))
       return failed;
   }
+  // Nothing that the last step would refuse is found out only when the sectors have moved.
+  if (const Failure failed = tryOut([&planned](Drive& copy) { return copy.finishMove(planned); }))
+    return failed;
   move = std::move(planned);
   return {};
 }

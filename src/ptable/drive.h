@@ -192,6 +192,9 @@ class Drive {
   // them, and nothing was written; outsideUsableArea: the end leaves endLimits; otherwise as for
   // add.
   Failure changeProperties(const PartitionEntry& entry, const EntryProperties& wanted);
+  // What a change of the table would answer. It is made on a copy of the disk that stays in memory;
+  // nothing is written.
+  Failure tryOut(const std::function<Failure(Drive& copy)>& change) const;
   // What finishMove has to know to let the entry begin elsewhere, at the same length; the sectors
   // are moved in between, all of those behind the EBR of a volume. Nothing is written.
   // outsideUsableArea: the new place leaves the free region around the entry, or the limits of the

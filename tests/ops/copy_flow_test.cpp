@@ -23,18 +23,20 @@ const Act kWithDeletedSource = [](CreateModel& model) {
   model.ok();
 };
 
+constexpr u64 kCount = 3000;  // of each partition
+
 class CopyFlowTest : public FlowTest {
  protected:
   CopyFlowTest()
       : disk_(diskFromScript(kSectors,
                              "label: dos\n"
-                             "start=20480, size=20480, type=6, bootable\n"
+                             "start=20480, size=3000, type=6, bootable\n"
                              "start=81920, size=102400, type=5\n"
-                             "start=83968, size=20480, type=83\n")) {
+                             "start=83968, size=3000, type=83\n")) {
     disk_.setName("/dev/sda");
     // What lies in a sector says which one it was.
     for (const u64 start : {20480U, 83968U})
-      for (u64 i = 0; i < 20480; ++i) {
+      for (u64 i = 0; i < kCount; ++i) {
         std::vector<u8> sector(512);
         *recordAt<Le64>(std::span(sector), 480) = start + i;
         EXPECT_FALSE(disk_.writeSectors(start + i, sector.data(), 1));
@@ -47,7 +49,7 @@ class CopyFlowTest : public FlowTest {
     return copyFlow(with(ui), from, *findByStart(from, start), to, *freeBlocks(to).at(free));
   }
   static void expectCopy(MemoryDisk& disk, u64 start, u64 source) {
-    for (u64 i = 0; i < 20480; ++i) {
+    for (u64 i = 0; i < kCount; ++i) {
       const std::vector<u8> sector = disk.sector(start + i);
       ASSERT_EQ(source + i, *recordAt<Le64>(std::span<const u8>(sector), 480)) << i;
     }
@@ -99,7 +101,7 @@ TEST_F(CopyFlowTest, ToAnotherDiskWithAGpt) {
   const auto rows = readGpt(folder.file("disk"));
   ASSERT_EQ(1U, rows.size());
   EXPECT_EQ("HOME", rows[0].name);
-  EXPECT_EQ(20480U, rows[0].size);
+  EXPECT_EQ(kCount, rows[0].size);
   expectCopy(other, rows[0].start, 83968);
   EXPECT_TRUE(disk_.sameContent(before)) << "the source was only read";
 }
@@ -112,7 +114,7 @@ TEST_F(CopyFlowTest, AContainerGoesWithItsVolumes) {
   const SfdiskTable table = readTable(other);
   EXPECT_EQ("", table.problems);
   ASSERT_EQ(2U, table.rows.size());
-  EXPECT_EQ(20480U, table.rows[1].size);
+  EXPECT_EQ(kCount, table.rows[1].size);
   expectCopy(other, table.rows[1].start, 83968);
 }
 
@@ -158,11 +160,33 @@ TEST_F(CopyFlowTest, AFailedRequestLeavesTheOldTableOrTheNew) {
   }
 }
 
+// What lies where the copy would go is asked about before anything is written over it.
+TEST_F(CopyFlowTest, WhatAnotherProgramKeepsThereIsGivenUpFirst) {
+  const auto drive = open(disk_);
+  for (const bool insists : {false, true}) {
+    MemoryDisk other = diskFromScript(kSectors, "label: dos\nstart=2048, size=100000, type=5\n");
+    std::vector<u8> luks(512);
+    const std::string_view magic("LUKS\xBA\xBE\0\1", 8);
+    std::copy(magic.begin(), magic.end(), luks.begin());
+    ASSERT_FALSE(other.writeSectors(2048, luks.data(), 1));
+    const MemoryDisk before = other.copy();
+    const auto to = open(other);
+    ui_.expect<CreateModel>(kPlainCopy);
+    ui_.expectMessage("it holds a LUKS container",
+                      insists ? MessageResult::yes : MessageResult::no);
+    const std::size_t inside = freeBlocks(*to).size() - 1;
+    const FlowResult result =
+        copyFlow(with(ui_), *drive, *findByStart(*drive, 83968), *to, *freeBlocks(*to).at(inside));
+    EXPECT_EQ(insists ? FlowEnd::done : FlowEnd::refused, result.end);
+    EXPECT_EQ(!insists, other.sameContent(before));
+  }
+}
+
 TEST_F(CopyFlowTest, WhatCannotBeIsRefusedBeforeAnythingIsWritten) {
   const auto drive = open(disk_);
   const MemoryDisk before = disk_.copy();
   MemoryDisk large(4096, 4096);
-  MemoryDisk small = diskFromScript(20000, "label: dos\n");
+  MemoryDisk small = diskFromScript(4500, "label: dos\n");
   const auto to4096 = open(large);
   const auto toSmall = open(small);
   const auto refused = [&](Drive& to, const std::string& why, std::size_t block = 0) {
@@ -173,7 +197,7 @@ TEST_F(CopyFlowTest, WhatCannotBeIsRefusedBeforeAnythingIsWritten) {
         copyFlow(with(ui), *drive, *findByStart(*drive, 20480), to, *freeBlocks(to).at(block)).end);
   };
   refused(*to4096, "The sectors of the two disks differ (512 and 4096 bytes)");
-  refused(*toSmall, "The partition has 20480 sectors, and this free block only");
+  refused(*toSmall, "The partition has 3000 sectors, and this free block only");
   // An extended partition does not go into another one, nor beside one.
   const std::size_t last = freeBlocks(*drive).size() - 1;
   for (const std::size_t block : {last, std::size_t{2}}) {
@@ -190,7 +214,7 @@ TEST_F(CopyFlowTest, WhatCannotBeIsRefusedBeforeAnythingIsWritten) {
                                          *freeBlocks(*to).at(block == last ? 1 : 0))
                                     .end);
   }
-  mount(20480, 20480);
+  mount(20480, kCount);
   refused(*drive, "mounted", 2);
   EXPECT_TRUE(disk_.sameContent(before));
 }
