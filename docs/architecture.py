@@ -10,7 +10,7 @@ ROWS = [  # from top to bottom: (name, what it is for), side by side
     [("boot", "boot records of what moves")],
     [("fat", "FAT volumes, format")],
     [("ptable", "partition model and alignment; rooms for MBR, GPT and EMBR")],
-    [("probe", "what content and types are"), ("move", "moving data")],
+    [("probe", "what content and types are"), ("move", "moving data"), ("wipe", "overwriting data")],
     [("disk", "DiskDevice, discovery, mount check")],
     [("settings", "options, drive settings"), ("files", "host files, INI, images")],
     [("base", "bytes, failures, jobs, text, geometry, Host")],
