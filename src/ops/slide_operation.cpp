@@ -166,7 +166,8 @@ Failure SlideRun::run(Job& job) {
   isStuck_ = static_cast<bool>(undo(job));
   report_.readErrors += moved.readErrors;
   report_.writeErrors += moved.writeErrors;
-  return failed;
+  // Whatever table was there, it is the old one now.
+  return isStuck_ || isOldTable(failed) ? failed : failed.as(Error::tableNotUpdated);
 }
 
 Failure SlideRun::undo(Job& job) {
