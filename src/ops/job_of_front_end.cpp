@@ -98,7 +98,8 @@ void JobOfFrontEnd::pass(u32 number, u32 count, u64 totalBytes) {
 }
 
 void JobOfFrontEnd::finish(const std::string& text) {
-  if (progress_ && !stopRequested()) progress_->finish(text);
+  const bool isAwaited = !context_.options.rehearses && !stopRequested();
+  if (progress_ && isAwaited) progress_->finish(text);
 }
 
 void JobOfFrontEnd::advance(u64 bytes) {

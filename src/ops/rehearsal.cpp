@@ -89,6 +89,7 @@ void rehearse(const OperationContext& context, Drive& drive, const Rehearsal& re
   }
   Options options = context.options;
   options.keepJournal = false;
+  options.rehearses = true;
   options.proveContent = false;
   ProgramFolders folders = context.folders;
   folders.keptTables = "";

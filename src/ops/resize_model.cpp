@@ -53,7 +53,7 @@ ResizeModel::ResizeModel(const ResizeFacts& facts)
   clusterChoices = {"Auto"};
   for (const u32 bytes : facts.kind->clusterChoices) clusterChoices.push_back(clusterText(bytes));
   for (std::size_t i = 0; i < forms.size(); ++i)
-    if (facts.kind->word == facts.kind->resizeForms[i].word) form = i;
+    if (facts.kind->word == facts.kind->resizeForms[i].word) form = wantedForm_ = seenForm_ = i;
   sizeChanged();
 }
 
@@ -106,12 +106,15 @@ void ResizeModel::sizeChanged() {
     control.whyDisabled = mib > row.toMiB ? format("At most %u MiB.", row.toMiB)
                                           : format("At least %u MiB.", row.fromMiB);
   }
-  if (forms.empty() || forms[form].control.enabled) return;
-  for (std::size_t i = 0; i < forms.size(); ++i)
+  if (forms.empty()) return;
+  form = wantedForm_;
+  for (std::size_t i = 0; i < forms.size() && !forms[form].control.enabled; ++i)
     if (forms[i].control.enabled) form = i;
+  seenForm_ = form;
 }
 
 void ResizeModel::pass() {
+  if (form != seenForm_) wantedForm_ = seenForm_ = form;
   if (newSizeMiB.value != seenSizeMiB_ || exactSectors) sizeChanged();
   seenSizeMiB_ = newSizeMiB.value;
   winNtOnlyLabel.shown =

@@ -90,6 +90,9 @@ class ResizeModel : public DialogModel {
 
   ResizeFacts facts_;
   u32 seenSizeMiB_ = 0;
+  // What was chosen; a size on the way to another one may not allow it.
+  std::size_t wantedForm_ = 0;
+  std::size_t seenForm_ = 0;
 };
 
 }  // namespace tallowin

@@ -8,6 +8,16 @@
 
 namespace tallowin {
 
+// Of a volume in an extended partition.
+struct MovedVolume {
+  u64 containerStart = 0;
+  u64 oldEbr = 0;
+  u64 newEbr = 0;
+  std::optional<u64> previousEbr = {};  // nothing: it begins the chain
+  u8 slot = 0;                          // of its EBR
+  std::vector<u8> ebr = {};             // the sector, as it lay at oldEbr
+};
+
 // A plain value, settled before the sectors are moved: on their way they may run over the EBR of a
 // volume, and the table on the disk says less then than before. All positions are absolute.
 //
@@ -19,14 +29,7 @@ struct EntryMove {
   u64 sectorCount = 0;
   u8 type = 0;  // in its CHS or LBA variant for the new place
 
-  struct Volume {
-    u64 containerStart = 0;
-    u64 oldEbr = 0;
-    u64 newEbr = 0;
-    std::optional<u64> previousEbr = {};  // nothing: it begins the chain
-    u8 slot = 0;                          // of its EBR
-    std::vector<u8> ebr = {};             // the sector, as it lay at oldEbr
-  };
+  using Volume = MovedVolume;
   std::optional<Volume> volume = {};  // nothing: an entry of the top level
 
   u64 newEnd() const { return newStart + sectorCount - 1; }  // inclusive

@@ -69,6 +69,7 @@ struct Options {
   // Set by switches only, never stored.
   u32 displayMode = 0;              // DisplayMode bits
   bool noDevices = false;           // keep off the machine's own devices
+  bool rehearses = false;           // nothing reaches the disk, and nobody waits for the end
   std::string journalFile;          // in place of one in the state folder; empty: there
   std::vector<std::string> images;  // image files that are shown as disks, at most kMaxImages
 

@@ -37,3 +37,5 @@ message:
 
     .org start + 510
     .byte 0x55, 0xAA
+
+    .section .note.GNU-stack, "", @progbits

@@ -126,6 +126,10 @@ bool ProgressDialogWindow::isCancelled() {
 
 void ProgressDialogWindow::waitForClose() {
   setButton("Close");
+  if (displayIsLost()) return;
+  button_->set_visible_focus();
+  button_->take_focus();
+  window_.setAcceptButton(button_);
   while (!isCancelled() && waitForEvents()) {
   }
 }

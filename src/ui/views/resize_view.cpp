@@ -10,13 +10,14 @@ using namespace layout;
 
 constexpr int kWidth = 300;
 constexpr int kHeight = 210;
-constexpr int kFrameY = 24;
-constexpr int kTextHeight = 16;
-constexpr int kInset = 6;
+constexpr int kFrameY = 20;
+constexpr int kTextHeight = 15;
+constexpr int kInset = 4;
 constexpr int kFrameHeight = 3 * kTextHeight + kInset;
-constexpr int kSizesY = kFrameY + kFrameHeight + 6;
+constexpr int kSizesY = kFrameY + kFrameHeight + 3;
 constexpr int kHalf = (kWidth - 2 * kMargin) / 2;
-constexpr int kRow = kFieldHeight + 3;
+constexpr int kRow = kFieldHeight + 1;
+constexpr int kFieldsY = kSizesY + kTextHeight + 2;
 constexpr int kFieldX = 95;
 constexpr int kNumberWidth = 82;  // seven digits
 
@@ -38,13 +39,12 @@ ResizeView::ResizeView(ResizeModel& model)
 void ResizeView::addSizes() {
   addText(kMargin, kSizesY, kHalf, kTextHeight, "Min Size: " + model_.minimumText);
   addText(kMargin + kHalf, kSizesY, kHalf, kTextHeight, "Max Size: " + model_.maximumText);
-  newSize_ =
-      new NumberInput(kFieldX, kSizesY + kTextHeight + 4, kNumberWidth, kFieldHeight, "&New Size:");
-  addText(kFieldX + kNumberWidth + kLabelGap, kSizesY + kTextHeight + 4, 40, kFieldHeight, "MiB");
+  newSize_ = new NumberInput(kFieldX, kFieldsY, kNumberWidth, kFieldHeight, "&New Size:");
+  addText(kFieldX + kNumberWidth + kLabelGap, kFieldsY, 40, kFieldHeight, "MiB");
 }
 
 void ResizeView::addForms() {
-  const int y = kSizesY + kTextHeight + 4 + kRow;
+  const int y = kFieldsY + kRow;
   auto* group = new Fl_Group(kMargin, y, kWidth - 2 * kMargin, kFieldHeight);
   int x = kFieldX;
   for (const ResizeModel::Form& form : model_.forms) {
