@@ -377,6 +377,9 @@ void MainWindowModel::press(Action action) {
     clipboard_.reset();
     ++revision_;
   }
+  // Nothing else is changed before it is ended.
+  const bool isUnfinished = drive_ && drive_->hasUnfinished();
+  if (isUnfinished && area(action) == Area::besideList) return runResume();
   (this->*rowOf(action).run)();
 }
 

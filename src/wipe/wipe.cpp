@@ -135,10 +135,11 @@ class Wiper {
   }
 
   Failure passOver(const Failure& failed, Direction direction) {
-    if (!passesOver_) {
+    bool& passesOver = direction == Direction::read ? passesOverReads_ : passesOverWrites_;
+    if (!passesOver) {
       const BadSectorAnswer answer = job_.badSector(failed, direction);
       if (answer == BadSectorAnswer::stop) return failed;
-      passesOver_ = answer == BadSectorAnswer::passOverAll;
+      passesOver = answer == BadSectorAnswer::passOverAll;
     }
     ++now().failed;
     return {};
@@ -187,7 +188,8 @@ class Wiper {
   RandomStream stream_;
   RandomStream atStart_ = stream_;
   WipePass::Kind kind_ = WipePass::Kind::fixed;  // of the last pass that wrote
-  bool passesOver_ = false;
+  bool passesOverReads_ = false;
+  bool passesOverWrites_ = false;
   bool isLeftOff_ = false;  // no more validation
 };
 
