@@ -121,8 +121,9 @@ class SectorMover::Engine {
   MoveJournal* journal_ = nullptr;
   MoveReport report_;
   bool passesOverAll_ = false;
-  u64 written_ = 0;  // position: what was moved lies in front of it
-  u64 touched_ = 0;  // position: what may have been written at the target
+  bool isPieceLost_ = false;  // it could not be put back to the source
+  u64 written_ = 0;           // position: what was moved lies in front of it
+  u64 touched_ = 0;           // position: what may have been written at the target
 };
 
 SectorMover::Engine::Run SectorMover::Engine::clipped(const Run& run, u64 low, u64 high) const {
@@ -375,14 +376,19 @@ void SectorMover::Engine::restorePiece(const Run& piece, const u8* bytes) {
   const u8* const at = bytes + bytesOf(left.first - piece.first);
   const u64 lba = source_.firstSector + left.first;
   if (!source_.disk.writeSectors(lba, at, left.count())) return;
-  for (u64 i = 0; i < left.count(); ++i)
-    if (source_.disk.writeSectors(lba + i, at + bytesOf(i), 1)) ++report_.writeErrors;
+  for (u64 i = 0; i < left.count(); ++i) {
+    if (!source_.disk.writeSectors(lba + i, at + bytesOf(i), 1)) continue;
+    ++report_.writeErrors;
+    isPieceLost_ = true;
+  }
 }
 
 Failure SectorMover::Engine::stop(const Failure& why) {
   if (distance_ != 0 && touched_ > distance_) {
     const u64 high = std::min(written_, touched_ - distance_);
     Failure failed = target_.flush();
+    // The journal may hold the piece, and is what it is put back from later.
+    if (!failed && journal_ && isPieceLost_) return why;
     if (!failed && journal_) failed = journal_->beginUndo(high);
     if (failed) return failed;
     if (const Failure undone = putBack(high)) return undone;
