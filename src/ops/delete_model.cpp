@@ -10,13 +10,13 @@ DeleteModel::DeleteModel(const DeleteFacts& facts)
       targetText(facts.targetText),
       warning(facts.warning) {
   warningLine.shown = !warning.empty();
+  secureWipeControl = {true, false, "Tick Wipe Partition first."};
   if (!facts.inError) return;
   const Control inError{true, false,
                         "The partition overlaps another one or is not possible, so none of its "
                         "sectors may be overwritten."};
   clearBootSectorControl = inError;
   wipePartitionControl = inError;
-  pass();
 }
 
 void DeleteModel::pass() {

@@ -6,7 +6,7 @@ WipeModel::WipeModel() {
   for (const WipeMethod& method : wipeMethods())
     if (method.label[0] != '\0') choices.push_back({method.type, method.label});
   choices.push_back({WipeType::userDefined, "&User Defined"});
-  pass();
+  passesControl = {true, false, "Choose User Defined to write passes of your own."};
 }
 
 WipeMethodChoice WipeModel::method() const {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "base/bytes.h"
 #include "ops/copy_operation.h"
 #include "ops/flow_bench.h"
