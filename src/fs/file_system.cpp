@@ -37,16 +37,25 @@ Failure FileSystem::resolve(std::string_view path, Place& place) {
   if (path.empty()) return Error::invalidName;
   if (path.size() > rules_.longestPath) return Error::nameTooLong;
   place = {{root_}, {}};
+  std::vector<std::string> names;  // of the directories behind the root
   for (const std::string_view component : componentsOf(path)) {
     if (!place.name.empty()) {
       FileId entered = 0;
       if (const Failure failed = enter(place.directory(), place.name, entered)) return failed;
       if (std::ranges::find(place.way, entered) != place.way.end()) return Error::corrupt;
       place.way.push_back(entered);
+      names.push_back(std::move(place.name));
       place.name.clear();
     }
     if (component == "..") {
-      if (place.way.size() > 1) place.way.pop_back();
+      if (names.empty()) continue;
+      place.way.pop_back();
+      names.pop_back();
+      if (names.empty()) continue;
+      // It is the one of that name, as if the path had ended there.
+      place.name = std::move(names.back());
+      place.way.pop_back();
+      names.pop_back();
       continue;
     }
     if (const Failure failed = checkName(component, rules_)) return failed;

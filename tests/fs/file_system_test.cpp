@@ -159,6 +159,11 @@ TEST_P(FileSystemTest, DirectoriesGrowAndGo) {
     ASSERT_EQ(Error::none, files_->deleteFile("/a/b b/a file with number " + std::to_string(i)));
   ASSERT_EQ(Error::none, files_->move("/a/b b", "/moved"));
   EXPECT_EQ("x", contentOf(*files_, "/a/../moved/./a file with number 7"));
+  ASSERT_EQ(Error::none, files_->makeDirectory("/moved/in"));
+  FileInfo parent;
+  ASSERT_EQ(Error::none, files_->info("/moved/in/..", parent));
+  EXPECT_EQ("moved", parent.name) << "what a path means has its own name";
+  ASSERT_EQ(Error::none, files_->removeDirectory("/moved/in"));
   EXPECT_EQ(Error::none, files_->removeDirectory("/a"));
   reopen();
   ASSERT_EQ(Error::none, files_->list("/moved", found));
