@@ -1,6 +1,7 @@
 #include "ops/unfinished_work.h"
 
 #include <algorithm>
+#include <array>
 #include <ctime>
 #include <filesystem>
 #include <system_error>
@@ -20,6 +21,7 @@ namespace fs = std::filesystem;
 constexpr const char* kEnding = ".journal";
 constexpr const char* kLinkEnding = ".link";  // says where the journal lies, and has its record
 constexpr u32 kMostJournals = 1000;
+constexpr auto kEnded = std::to_array<u8>({'E', 'N', 'D', 'E', 'D'});  // the state of a journal
 
 std::string journalFolder(const ProgramFolders& folders) { return folders.state + "/journal"; }
 
@@ -106,34 +108,45 @@ UnfinishedWork workOf(const std::string& path, const WorkRecord& record) {
   return work;
 }
 
-// Nothing: it is none of this disk.
-std::optional<UnfinishedWork> workInFile(const std::string& path, Drive& drive) {
+// A journal in its file. `isOver`: it was never begun, or has been ended, and is of no use.
+struct FoundJournal {
+  std::optional<UnfinishedWork> work;  // nothing: it is none of this disk, or cannot be read
+  bool isOver = false;
+};
+
+// What lies where a link leads may be somebody's file by now.
+enum class Owned : u8 { no, yes };
+FoundJournal workInFile(const std::string& path, Drive& drive, Owned owned) {
   std::unique_ptr<JournalStorage> storage;
   std::unique_ptr<JournalFile> file;
   const Failure unopened = JournalStorageFile::open(path, storage);
   const bool isUnderWay = unopened == Error::lockNotMade;
-  if (unopened && !isUnderWay) return std::nullopt;
+  if (unopened && !isUnderWay) return {};
   const Failure unread = JournalFile::open(std::move(storage), file);
-  if (unread == Error::notThisFormat && !isUnderWay)
-    static_cast<void>(JournalStorageFile::remove(path));
-  if (unread) return std::nullopt;
+  const bool wasNotBegun = unread == Error::notThisFormat && owned == Owned::yes;
+  const bool isOver = wasNotBegun || (!unread && std::ranges::equal(file->state(), kEnded));
+
+  if (isOver && !isUnderWay) static_cast<void>(JournalStorageFile::remove(path));
+  if (unread || isOver) return {std::nullopt, isOver && !isUnderWay};
   const WorkRecord record(file->description());
-  if (!isOfDisk(record, drive)) return std::nullopt;
+  if (!isOfDisk(record, drive)) return {};
   UnfinishedWork work = workOf(path, record);
   work.isUnderWay = isUnderWay;
-  return work;
+  return {work, false};
 }
 
 std::optional<UnfinishedWork> workAt(const std::string& path, Drive& drive) {
-  if (!isLink(path)) return workInFile(path, drive);
+  if (!isLink(path)) return workInFile(path, drive, Owned::yes).work;
   const std::optional<WorkRecord> link = readLink(path);
   if (!link || !isOfDisk(*link, drive)) return std::nullopt;
-  auto work = workInFile(link->text("journal"), drive);
-  if (!work) {
-    work = workOf(link->text("journal"), *link);
-    work->isMissing = true;
+  FoundJournal found = workInFile(link->text("journal"), drive, Owned::no);
+  if (found.isOver) {
+    static_cast<void>(JournalStorageFile::remove(path));
+    return std::nullopt;
   }
-  work->linkPath = path;
+  UnfinishedWork work = found.work.value_or(workOf(link->text("journal"), *link));
+  work.isMissing = !found.work;
+  work.linkPath = path;
   return work;
 }
 
@@ -179,10 +192,9 @@ Failure WorkJournal::begin(const OperationContext& context, Drive& drive,
     return failed.as(Error::journalFailed);
   record.set("journal", path);
   Failure failed;
-  if (!link.empty()) failed = replaceFileDurably(link, record.lines());
-  if (!failed)
-    failed =
-        JournalFile::create(std::move(storage), record.lines(), attachment, state, made->file_);
+  // Where there is a link there was a whole journal; before that nothing is changed.
+  failed = JournalFile::create(std::move(storage), record.lines(), attachment, state, made->file_);
+  if (!failed && !link.empty()) failed = replaceFileDurably(link, record.lines());
   if (failed) {
     static_cast<void>(made->end());
     return failed.as(Error::journalFailed);
@@ -203,10 +215,13 @@ Failure WorkJournal::reopen(const UnfinishedWork& work, std::unique_ptr<WorkJour
   return {};
 }
 
+// It says so before it goes: one that cannot be removed must never be played.
 Failure WorkJournal::end() {
-  Failure failed = JournalStorageFile::remove(path_);
-  if (!link_.empty())
-    if (const Failure left = JournalStorageFile::remove(link_); !failed) failed = left;
+  if (file_) static_cast<void>(file_->setState(kEnded));
+  Failure failed;
+  // Without its journal a link would be taken for one that has lost it.
+  if (!link_.empty()) failed = JournalStorageFile::remove(link_);
+  if (const Failure left = JournalStorageFile::remove(path_); !failed) failed = left;
   return failed ? failed.as(Error::journalFailed) : failed;
 }
 

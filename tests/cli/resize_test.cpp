@@ -150,6 +150,41 @@ TEST_P(ResizeTest, AKillIsContinuedOrUndone) {
   EXPECT_GT(cut, 0U) << "no kill came in the middle";
 }
 
+// The journal lies elsewhere: it is asked for as long as it is away, and what lies in its place
+// then is nobody's to remove.
+TEST_P(ResizeTest, AJournalElsewhereIsFoundAndMissed) {
+  const std::string journal = folder_.file("elsewhere");
+  std::mt19937 random(7 + GetParam().part);
+  bool isCut = false;
+  for (u32 round = 0; round < 40 && !isCut; ++round) {
+    const u64 old = sfdiskRow(disk_, GetParam().part).size;
+    const char* wanted = old == 81920 ? "30720s" : "81920s";
+    const pid_t child = startProgram(
+        ctl_.command({"resize", disk_, "--part", part(), "--yes", "--quiet", "--size", wanted,
+                      "--cluster", old == 81920 ? "2KiB" : "1KiB", "--journal", journal}),
+        {});
+    ::usleep(static_cast<useconds_t>(1000 + random() % 60000));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    isCut = ctl_.json({"list", disk_}).json.HasMember("unfinished");
+    if (!isCut) {
+      static_cast<void>(::unlink(journal.c_str()));
+      continue;
+    }
+    ASSERT_EQ(0, ::rename(journal.c_str(), (journal + ".away").c_str()));
+    ASSERT_EQ(0, runProgram({"cp", file_, journal}).status);
+    const ProgramResult missed = ctl_.run({"resume", disk_, "--undo", "--yes"});
+    EXPECT_EQ(1, missed.status);
+    EXPECT_NE(std::string::npos, missed.output.find("is not there")) << missed.output;
+    EXPECT_EQ(fileHash(journal), fileHash(file_)) << "it is somebody's file";
+    ASSERT_EQ(0, ::rename((journal + ".away").c_str(), journal.c_str()));
+    EXPECT_EQ(0, ctl_.run({"resume", disk_, "--undo", "--yes"}).status);
+    expectSize(old);
+    expectNoJournal();
+  }
+  EXPECT_TRUE(isCut) << "no kill came in the middle";
+}
+
 INSTANTIATE_TEST_SUITE_P(Places, ResizeTest, testing::ValuesIn(kPlaces),
                          [](const auto& one) { return one.param.name; });
 
